@@ -1,0 +1,66 @@
+# A thin front: what to type.  How it is built is in CMakeLists.txt and CMakePresets.json.
+
+JOBS := $(shell nproc)
+SECONDS ?= 60
+
+export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
+.DELETE_ON_ERROR:
+.PHONY: help setup build test bench fuzz check format clean
+
+help:
+	@echo 'make test     install what is missing, build, run all tests, again under sanitizers'
+	@echo 'make build    build for daily work, into build/dev'
+	@echo 'make bench    build with optimization and run all benchmarks, results in build/release/bench'
+	@echo 'make fuzz     run each fuzzer for SECONDS=$(SECONDS)'
+	@echo 'make check    format, include directions, headers, clang build, clang-tidy'
+	@echo 'make format   format the sources in place'
+	@echo 'make setup    install the packages needed (Debian 12)'
+	@echo 'make clean    remove build/'
+
+setup:
+	@./setup
+
+# The wildcard: a folder's first CMakeLists.txt must bring the folder into the build.
+build/%/build.ninja: CMakeLists.txt CMakePresets.json $(wildcard */CMakeLists.txt) | setup
+	@cmake --preset $* >/dev/null
+
+build: build/dev/build.ninja
+	@cmake --build --preset dev
+
+test: build/dev/build.ninja build/asan/build.ninja
+	@cmake --build --preset dev
+	@ctest --preset dev -j $(JOBS)
+	@cmake --build --preset asan
+	@ctest --preset asan -j $(JOBS)
+	@echo 'make test: all tests passed (dev, asan)'
+
+# Built before the first is run, so that no compiler runs beside a measurement.
+bench: build/release/build.ninja
+	@cmake --build --preset release --target benchmarks
+	@cmake --build --preset release --target bench
+	@if [ -x bench/report ]; then bench/report; fi
+
+# What a fuzzer finds is kept in build/fuzz; the seeds in fuzz/corpus stay as they are.
+fuzz: build/fuzz/build.ninja
+	@cmake --build --preset fuzz
+	@found=; \
+	for fuzzer in build/fuzz/fuzzers/*; do \
+	  [ -x "$$fuzzer" ] || continue; \
+	  found=1; name=$${fuzzer##*/}; seeds=; \
+	  if [ -d "fuzz/corpus/$$name" ]; then seeds="fuzz/corpus/$$name"; fi; \
+	  mkdir -p "build/fuzz/corpus/$$name"; \
+	  echo "make fuzz: $$name for $(SECONDS) s"; \
+	  ASAN_OPTIONS=allow_addr2line=1 "$$fuzzer" -max_total_time=$(SECONDS) -print_final_stats=1 \
+	    -artifact_prefix="build/fuzz/$$name-" "build/fuzz/corpus/$$name" $$seeds || exit 1; \
+	done; \
+	if [ -z "$$found" ]; then echo 'make fuzz: there is no fuzzer yet'; fi
+
+check: setup
+	@tools/check
+
+format:
+	@git ls-files -co --exclude-standard '*.h' '*.cpp' | while read -r f; do \
+	  if [ -f "$$f" ]; then echo "$$f"; fi; done | xargs -r clang-format -i
+
+clean:
+	rm -rf build

@@ -1,0 +1,21 @@
+if(BUILD_TESTING)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+
+# vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...])
+#
+# A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.
+function(vmagent_test)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "SOURCES;LIBRARIES")
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
+  add_executable(${arg_NAME} ${arg_SOURCES})
+  target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  # Listed when ctest starts: a build runs nothing, and a broken program fails the tests only.
+  gtest_discover_tests(${arg_NAME}
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 60)
+endfunction()
