@@ -1,0 +1,50 @@
+// The loop that calls all handlers: descriptors, then the clock, one at a time, on one thread.
+#pragma once
+
+#include "runtime/base/Seconds.h"
+#include "runtime/loop/ActivityLock.h"
+#include "runtime/loop/Clock.h"
+#include "runtime/loop/DescriptorWatcher.h"
+
+namespace rt {
+
+// One per process at a time, owned by main() or a test. Handlers run on the thread that made it.
+class ActivityManager {
+ public:
+  explicit ActivityManager(Ptr<Clock> clock = make<SteadyClock>());
+  ActivityManager(const ActivityManager&) = delete;
+  ~ActivityManager();
+
+  const Ptr<Clock>& clock() const { return clock_; }
+  ActivityLock& lock() { return lock_; }
+  DescriptorWatcher& descriptors() { return descriptors_; }
+
+  // Waits, without the lock, until a descriptor is ready or a wake-up is due, at most for `atMost`;
+  // then, with the lock, tells the descriptors' reactors and after them the clock's. An exception
+  // of a handler passes through; what it kept from being told is told on the next turn.
+  //
+  // A turn that took over a second may have kept replies waiting in sockets for longer than their
+  // time-outs: then all ready descriptors are told before any wake-up is.
+  void turn(Seconds atMost = Seconds::infinity());
+
+  // Turns until stop() is called, by a handler.
+  void run();
+  void stop() { stopped_ = true; }
+
+ private:
+  void drain();
+
+  Ptr<Clock> clock_;
+  ActivityLock lock_;
+  DescriptorWatcher descriptors_;
+  bool longTurn_ = false;  // the one before this
+  bool stopped_ = false;
+};
+
+// The process's activity manager; there must be one.
+ActivityManager& activityManager();
+inline ActivityLock& activityLock() { return activityManager().lock(); }
+// On the activity manager's clock.
+inline Seconds currentTime() { return activityManager().clock()->now(); }
+
+}  // namespace rt

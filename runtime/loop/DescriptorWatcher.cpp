@@ -1,0 +1,120 @@
+#include "runtime/loop/DescriptorWatcher.h"
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+
+#include "runtime/base/Exception.h"
+#include "runtime/loop/FileDescriptor.h"
+
+namespace rt {
+
+namespace {
+
+constexpr int maxReady = 64;
+constexpr int pipeEndGraceMs = 5;
+
+bool isPipe(int number) {
+  struct stat status {};
+  return fstat(number, &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+bool endsWithoutData(uint32_t events) {
+  return (events & EPOLLHUP) != 0 && (events & EPOLLIN) == 0;
+}
+
+int waitFor(int epoll, epoll_event* events, Seconds atMost) {
+  if (!std::isfinite(atMost.value())) return epoll_wait(epoll, events, maxReady, -1);
+  timespec timeout{};
+  const double seconds = std::floor(atMost.value());
+  timeout.tv_sec = static_cast<time_t>(seconds);
+  // Rounded up, else a wait that ends a little too early would be followed by an empty turn.
+  timeout.tv_nsec =
+      std::min(999'999'999L, std::lround(std::ceil((atMost.value() - seconds) * 1e9)));
+  return epoll_pwait2(epoll, events, maxReady, &timeout, nullptr);
+}
+
+}  // namespace
+
+DescriptorWatcher::DescriptorWatcher() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
+  if (epoll_ < 0) throw ErrnoException(errno, "epoll_create1");
+}
+
+DescriptorWatcher::~DescriptorWatcher() {
+  for (auto& [id, watched] : watched_) watched.descriptor->watcher_ = nullptr;
+  close(epoll_);
+}
+
+void DescriptorWatcher::watch(FileDescriptor& descriptor, uint32_t events) {
+  const bool known = descriptor.watcher_ != nullptr;
+  const uint64_t id = known ? descriptor.watchId_ : nextId_++;
+  const int number = descriptor.descriptor();
+  epoll_event event{events, {.u64 = id}};
+  if (epoll_ctl(epoll_, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, number, &event) < 0)
+    throw ErrnoException(errno, "watch " + descriptor.name());
+  if (known) return;
+  descriptor.watcher_ = this;
+  descriptor.watchId_ = id;
+  watched_.emplace(id, Watched{&descriptor, number, isPipe(number)});
+}
+
+void DescriptorWatcher::unwatch(FileDescriptor& descriptor) {
+  epoll_ctl(epoll_, EPOLL_CTL_DEL, descriptor.descriptor(), nullptr);
+  watched_.erase(descriptor.watchId_);
+  descriptor.watcher_ = nullptr;
+}
+
+const DescriptorWatcher::Watched* DescriptorWatcher::find(uint64_t id) const {
+  const auto found = watched_.find(id);
+  return found == watched_.end() ? nullptr : &found->second;
+}
+
+bool DescriptorWatcher::wait(Seconds atMost) {
+  epoll_event events[maxReady];
+  const int count = waitFor(epoll_, events, atMost);
+  if (count < 0 && errno != EINTR) throw ErrnoException(errno, "epoll_wait");
+  ready_.clear();
+  bool pipeEnded = false;
+  bool streamEnded = false;
+  for (int i = 0; i < count; ++i) {
+    ready_.push_back({events[i].data.u64, events[i].events});
+    if (endsWithoutData(events[i].events))
+      pipeEnded = true;
+    else if ((events[i].events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)
+      streamEnded = true;
+  }
+  if (streamEnded && !pipeEnded) awaitPipeEnds();
+  std::stable_partition(ready_.begin(), ready_.end(),
+                        [](const Ready& ready) { return endsWithoutData(ready.events); });
+  return !ready_.empty();
+}
+
+void DescriptorWatcher::awaitPipeEnds() {
+  std::vector<pollfd> pipes;
+  std::vector<uint64_t> ids;
+  for (const auto& [id, watched] : watched_) {
+    if (!watched.pipe) continue;
+    pipes.push_back({watched.number, 0, 0});  // no events asked for: only its end is told
+    ids.push_back(id);
+  }
+  if (pipes.empty() || poll(pipes.data(), pipes.size(), pipeEndGraceMs) <= 0) return;
+  for (size_t i = 0; i < pipes.size(); ++i) {
+    if ((pipes[i].revents & POLLHUP) == 0) continue;
+    std::erase_if(ready_, [&](const Ready& ready) { return ready.id == ids[i]; });
+    ready_.push_back({ids[i], EPOLLHUP});
+  }
+}
+
+void DescriptorWatcher::dispatch() {
+  // Taken out first: a handler that runs the loop's functions must not disturb this round.
+  const std::vector<Ready> round = std::exchange(ready_, {});
+  for (const Ready& ready : round)
+    if (const Watched* watched = find(ready.id)) watched->descriptor->handleEvents(ready.events);
+}
+
+}  // namespace rt

@@ -1,0 +1,58 @@
+// Which descriptors are ready: epoll, and the order in which readiness is told.
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "runtime/base/Seconds.h"
+#include "runtime/entity/Ptr.h"
+
+namespace rt {
+
+class FileDescriptor;
+
+// Part of the activity manager. FileDescriptor registers itself.
+class DescriptorWatcher {
+ public:
+  // ErrnoException when the kernel gives no epoll descriptor.
+  DescriptorWatcher();
+  DescriptorWatcher(const DescriptorWatcher&) = delete;
+  ~DescriptorWatcher();
+
+  // `events` is not 0. ErrnoException when the descriptor cannot be watched.
+  void watch(FileDescriptor& descriptor, uint32_t events);
+  void unwatch(FileDescriptor& descriptor);
+
+  // Waits until a descriptor is ready or `atMost` has passed, and returns whether one is. Those
+  // found are kept for dispatch().
+  //
+  // Of those ready together, a pipe at its end comes first. When a stream has hung up and no pipe
+  // has, pipes get another 5 ms to do so: an ending QEMU closes its monitor shortly before its end
+  // of the pipe, and who is told of the monitor first would try to reconnect to a dying process.
+  bool wait(Seconds atMost);
+  // Tells those found. What a handler unwatches meanwhile is passed over; after an exception the
+  // rest is found again by the next wait().
+  void dispatch();
+
+ private:
+  struct Watched {
+    FileDescriptor* descriptor;
+    int number;
+    bool pipe;
+  };
+  struct Ready {
+    uint64_t id;
+    uint32_t events;
+  };
+
+  void awaitPipeEnds();
+  const Watched* find(uint64_t id) const;
+
+  int epoll_;
+  uint64_t nextId_ = 1;  // events carry ids, because descriptor numbers are used again
+  std::unordered_map<uint64_t, Watched> watched_;
+  std::vector<Ready> ready_;
+};
+
+}  // namespace rt
