@@ -1,0 +1,146 @@
+#include "runtime/interfaces/NetNsIntfStatusManager.h"
+
+#include "runtime/entity/TypeRegistry.h"
+
+namespace Interface {
+
+namespace {
+
+// Removes `value` from the set under `name`, and the set when that was its last.
+template <class V>
+void eraseFrom(std::map<rt::String, std::set<V>>& sets, const rt::String& name, const V& value) {
+  const auto at = sets.find(name);
+  if (at == sets.end()) return;
+  at->second.erase(value);
+  if (at->second.empty()) sets.erase(at);
+}
+
+}  // namespace
+
+NetNsIntfStatusManager::NetNsIntfStatusManager(
+    AllIntfStatusDir::Ptr allIntfStatusDir, AllIntfStatusLocalDir::PtrConst allIntfStatusLocalDir,
+    bool filterByNetNs, DeviceIntfStatusDir::Ptr deviceIntfStatusDir,
+    KernelNetInfo::Status::PtrConst kniStatus, rt::NamespaceName netNs)
+    : allIntfStatusDir_(std::move(allIntfStatusDir)),
+      filterByNetNs_(filterByNetNs),
+      deviceIntfStatusDir_(std::move(deviceIntfStatusDir)),
+      netNs_(std::move(netNs)),
+      allIntfStatusLocalDir_(*this, std::move(allIntfStatusLocalDir)),
+      kniStatus_(*this, std::move(kniStatus)) {
+  handleInitialized();
+}
+
+void NetNsIntfStatusManager::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  for (const auto& [key, deviceName] : kniStatus_->interfaces()) noteInterface(key);
+  for (const auto& [id, local] : allIntfStatusLocalDir_->intfStatusLocals()) noteLocal(id);
+  // What an earlier manager left and what is to come.
+  for (const auto& [id, device] : deviceIntfStatusDir_->intfStatusAndDeviceNames()) doUpdate(id);
+  for (const auto& [id, local] : allIntfStatusLocalDir_->intfStatusLocals()) doUpdate(id);
+}
+
+void NetNsIntfStatusManager::handleInterface(const KernelNetInfo::InterfaceKey& key) {
+  if (key.netNs != netNs_) return;
+  const rt::String oldName = noteInterface(key);
+  const rt::String newName = kniStatus_->interface(key);
+  if (!oldName.empty()) doUpdateDevice(oldName);
+  if (!newName.empty() && newName != oldName) doUpdateDevice(newName);
+}
+
+void NetNsIntfStatusManager::handleIntfStatusLocal(const rt::IntfId& id) {
+  noteLocal(id);
+  doUpdate(id);
+}
+
+rt::String NetNsIntfStatusManager::noteInterface(const KernelNetInfo::InterfaceKey& key) {
+  if (key.netNs != netNs_) return {};
+  rt::String oldName;
+  if (const auto node = deviceNames_.extract(key.ifIndex)) {
+    oldName = node.mapped();
+    eraseFrom(ifIndexes_, oldName, key.ifIndex);
+  }
+  if (const rt::String name = kniStatus_->interface(key); !name.empty()) {
+    deviceNames_[key.ifIndex] = name;
+    ifIndexes_[name].insert(key.ifIndex);
+  }
+  return oldName;
+}
+
+void NetNsIntfStatusManager::noteLocal(const rt::IntfId& id) {
+  if (const auto node = localNames_.extract(id)) eraseFrom(intfIds_, node.mapped(), id);
+  const auto local = allIntfStatusLocalDir_->intfStatusLocal(id);
+  if (!local || (filterByNetNs_ && local->netNs != netNs_)) return;
+  localNames_[id] = local->deviceName;
+  intfIds_[local->deviceName].insert(id);
+}
+
+void NetNsIntfStatusManager::doUpdateDevice(const rt::String& deviceName) {
+  const auto at = intfIds_.find(deviceName);
+  if (at == intfIds_.end()) return;
+  // A copy: handlers of the update may change the names.
+  const std::set<rt::IntfId> ids = at->second;
+  for (const auto& id : ids) doUpdate(id);
+}
+
+std::optional<IntfStatusAndDeviceName> NetNsIntfStatusManager::devicePresent(
+    const rt::IntfId& id) const {
+  const auto local = localNames_.find(id);
+  if (local == localNames_.end()) return std::nullopt;
+  const auto device = ifIndexes_.find(local->second);
+  if (device == ifIndexes_.end()) return std::nullopt;
+  // Two of one name: the older one is gone and its end was not told yet.
+  return IntfStatusAndDeviceName{local->second, *device->second.rbegin()};
+}
+
+void NetNsIntfStatusManager::doUpdate(const rt::IntfId& id) {
+  const auto now = devicePresent(id);
+  const auto before = deviceIntfStatusDir_->intfStatusAndDeviceName(id);
+  if (before && before != now) {
+    deviceIntfStatusDir_->intfStatusAndDeviceNameDel(id);
+    allIntfStatusDir_->intfStatusDel(id);
+  }
+  if (!now) return;
+  allIntfStatusDir_->intfStatusIs(id)->deviceNameIs(now->deviceName);
+  deviceIntfStatusDir_->intfStatusAndDeviceNameIs(id, *now);
+}
+
+NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
+    AllIntfStatusDir::Ptr allIntfStatusDir, AllIntfStatusLocalDir::PtrConst allIntfStatusLocalDir,
+    bool filterByNetNs)
+    : allIntfStatusDir_(std::move(allIntfStatusDir)),
+      localDir_(std::move(allIntfStatusLocalDir)),
+      filterByNetNs_(filterByNetNs) {}
+
+NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManager(
+    const rt::NamespaceName& netNs) const {
+  return intfStatusManager_.get(netNs);
+}
+
+NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManagerIs(
+    const DeviceIntfStatusDir::Ptr& deviceIntfStatusDir,
+    const KernelNetInfo::Status::PtrConst& kniStatus, const rt::NamespaceName& netNs) {
+  if (const auto existing = intfStatusManager(netNs)) {
+    rt::requireSame<NetNsIntfStatusManager, &NetNsIntfStatusManager::deviceIntfStatusDir>(
+        *existing, deviceIntfStatusDir);
+    rt::requireSame<NetNsIntfStatusManager, &NetNsIntfStatusManager::kniStatus>(*existing,
+                                                                                kniStatus);
+    return existing;
+  }
+  return instantiate<&NetNsIntfStatusManagerRoot::intfStatusManager>(
+      intfStatusManager_, netNs, allIntfStatusDir_, localDir_, filterByNetNs_, deviceIntfStatusDir,
+      kniStatus, netNs);
+}
+
+NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManagerDel(
+    const rt::NamespaceName& netNs) {
+  return remove<&NetNsIntfStatusManagerRoot::intfStatusManager>(intfStatusManager_, netNs);
+}
+
+namespace {
+
+const rt::RegisteredTypes<NetNsIntfStatusManager, NetNsIntfStatusManagerRoot> registered;
+
+}  // namespace
+
+}  // namespace Interface
