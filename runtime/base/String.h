@@ -41,7 +41,10 @@ class String {
     text_ += more;
     return *this;
   }
-  friend String operator+(String left, const String& right) { return left += right; }
+  friend String operator+(String left, const String& right) {
+    left += right;
+    return left;
+  }
 
   friend bool operator==(const String&, const String&) = default;
   friend std::strong_ordering operator<=>(const String&, const String&) = default;

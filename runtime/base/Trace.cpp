@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <ctime>
 
@@ -14,12 +15,14 @@ namespace {
 std::atomic<TraceSink*> currentSink = nullptr;
 
 void writeToStandardError(const TraceRecord& record) {
+  const int error = errno;  // a trace between a call and a look at its errno does no harm
   using namespace std::chrono;
   const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
   const String line = traceLine(record, now);
   // One call a line, so that lines of several threads or processes do not mix. Where standard
   // error is closed or full there is nobody left to tell.
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line.charPtr(), line.size());
+  errno = error;
 }
 
 }  // namespace

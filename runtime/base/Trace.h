@@ -100,7 +100,6 @@ class TraceHelper {
 
 // Starts a message of the agent, `VM_TRACE(8) << "doTryEnable" << " " << path << " removed";`. Only
 // a macro can leave the pieces unevaluated when the level is off, which then costs one bit test.
-#define VM_TRACE(level)                  \
-  if (!::rt::vmTrace().enabled(level)) { \
-  } else                                 \
-    ::rt::TraceHelper(::rt::vmTrace(), level, __FILE__, __LINE__, __func__)
+#define VM_TRACE(level)                                                         \
+  for (bool traceOn = ::rt::vmTrace().enabled(level); traceOn; traceOn = false) \
+  ::rt::TraceHelper(::rt::vmTrace(), level, __FILE__, __LINE__, __func__)

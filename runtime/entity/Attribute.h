@@ -140,7 +140,7 @@ struct CollectionAttribute {
                          const std::function<void(Entity&)>& fill) -> Ptr<Entity> {
         const Key key = valueFromText<Key>(T::typeName, name, text);
         if (const auto* old = (static_cast<const T&>(entity).*walker)().find(key)) {
-          const Ptr<Entity> member(*old);
+          Ptr<Entity> member(*old);
           fill(*member);
           return member;
         }

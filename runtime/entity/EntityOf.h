@@ -51,8 +51,13 @@ class EntityOf : public Base {
   template <auto getter, class Field, class Value>
   void assign(Field& field, Value&& value) {
     if (field == value) return;
-    field = std::forward<Value>(value);
-    tell<getter>();
+    if constexpr (isPtr<Field>) {
+      const Field old = std::exchange(field, value);  // ends, if it does, after it is told of
+      tell<getter>();
+    } else {
+      field = std::forward<Value>(value);
+      tell<getter>();
+    }
   }
 
   // Removes an entity that this one owns; returns it, or null when there was none.

@@ -13,6 +13,8 @@ template <class T>
 class OrderedQueue {
  public:
   using Index = uint32_t;
+  using Key = Index;
+  using Stored = T;
 
   // `name` is for the error of a full queue.
   OrderedQueue(const char* name, uint32_t capacity) : name_(name), capacity_(capacity) {}
@@ -27,9 +29,18 @@ class OrderedQueue {
   T front() const { return empty() ? T() : entries_.begin()->second; }
   T back() const { return empty() ? T() : entries_.rbegin()->second; }
   T at(Index index) const {
-    const auto found = entries_.find(index);
-    return found == entries_.end() ? T() : found->second;
+    const T* const entry = find(index);
+    return entry ? *entry : T();
   }
+
+  // Null where there is no entry.
+  const T* find(Index index) const {
+    const auto found = entries_.find(index);
+    return found == entries_.end() ? nullptr : &found->second;
+  }
+  // Entries as (index, value), from the front; not to be changed meanwhile.
+  auto begin() const { return entries_.begin(); }
+  auto end() const { return entries_.end(); }
 
   // Adds at the back and returns the entry's index. QueueFullException when there is no room.
   Index enq(T value) {
@@ -39,6 +50,7 @@ class OrderedQueue {
   }
   // Removes the front entry and returns it; a default value when empty.
   T deq() {
+    if (empty()) return T();
     auto node = entries_.extract(entries_.begin());
     return std::move(node.mapped());
   }

@@ -36,6 +36,7 @@ class Reactor final : public HandlerSource {
   explicit Reactor(Sm& owner, Ptr<T> notifier = nullptr) : HandlerSource(dispatch, owner) {
     notifierIs(std::move(notifier));
   }
+  ~Reactor() { unlink(); }  // before the reference goes, which may be the entity's last
 
   T* operator->() const { return notifier_.get(); }
   explicit operator bool() const { return notifier_ != nullptr; }
@@ -54,7 +55,7 @@ class Reactor final : public HandlerSource {
 
   static constexpr auto table() {
     std::array<Call, Attributes::size> calls{};
-    constexpr auto uses = [](AttributeIndex index) {
+    [[maybe_unused]] constexpr auto uses = []([[maybe_unused]] AttributeIndex index) {
       return (0 + ... + (Bindings::template index<T> == index));
     };
     static_assert(((uses(Bindings::template index<T>) == 1) && ...),
@@ -90,6 +91,7 @@ class AnyReactor final : public HandlerSource {
       : HandlerSource(dispatch, owner) {
     notifierIs(std::move(notifier));
   }
+  ~AnyReactor() { unlink(); }
 
   const Ptr<const Entity>& notifier() const { return notifier_; }
   void notifierIs(Ptr<const Entity> notifier) {

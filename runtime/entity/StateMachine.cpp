@@ -3,8 +3,8 @@
 namespace rt {
 
 HandlerSource::HandlerSource(Dispatch dispatch, StateMachine& owner)
-    : ReactorLink(dispatch), owner_(&owner), next_(owner.sources_) {
-  owner.sources_ = this;
+    : ReactorLink(dispatch), owner_(owner.retired_ ? nullptr : &owner), next_(owner.sources_) {
+  if (owner_) owner_->sources_ = this;
 }
 
 HandlerSource::~HandlerSource() {
@@ -21,6 +21,7 @@ void StateMachine::hasNotificationActiveIs(bool active) {
 }
 
 void StateMachine::retire() {
+  retired_ = true;
   while (sources_) {
     HandlerSource* const source = std::exchange(sources_, sources_->next_);
     source->detach();

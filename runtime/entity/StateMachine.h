@@ -64,6 +64,7 @@ class StateMachine : public Entity {
  private:
   friend class HandlerSource;
   HandlerSource* sources_ = nullptr;
+  bool retired_ = false;  // sources made from now on call no handler
 };
 
 // Base of the state machine class T, which is an entity class as well: it has `typeName` and

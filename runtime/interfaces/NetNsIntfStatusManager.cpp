@@ -1,5 +1,6 @@
 #include "runtime/interfaces/NetNsIntfStatusManager.h"
 
+#include "runtime/base/Raised.h"
 #include "runtime/entity/TypeRegistry.h"
 
 namespace Interface {
@@ -94,6 +95,13 @@ std::optional<IntfStatusAndDeviceName> NetNsIntfStatusManager::devicePresent(
 }
 
 void NetNsIntfStatusManager::doUpdate(const rt::IntfId& id) {
+  toUpdate_.insert(id);
+  if (updating_) return;
+  const rt::Raised now(updating_);
+  while (!toUpdate_.empty()) updateNow(toUpdate_.extract(toUpdate_.begin()).value());
+}
+
+void NetNsIntfStatusManager::updateNow(const rt::IntfId& id) {
   const auto now = devicePresent(id);
   const auto before = deviceIntfStatusDir_->intfStatusAndDeviceName(id);
   if (before && before != now) {
@@ -101,7 +109,13 @@ void NetNsIntfStatusManager::doUpdate(const rt::IntfId& id) {
     allIntfStatusDir_->intfStatusDel(id);
   }
   if (!now) return;
-  allIntfStatusDir_->intfStatusIs(id)->deviceNameIs(now->deviceName);
+  if (const auto known = allIntfStatusDir_->intfStatus(id)) {
+    known->deviceNameIs(now->deviceName);
+  } else {
+    const auto arrived = rt::make<IntfStatus>(id);
+    arrived->deviceNameIs(now->deviceName);
+    allIntfStatusDir_->intfStatusMount(arrived);
+  }
   deviceIntfStatusDir_->intfStatusAndDeviceNameIs(id, *now);
 }
 

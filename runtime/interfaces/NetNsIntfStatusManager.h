@@ -51,7 +51,9 @@ class NetNsIntfStatusManager final : public rt::StateMachineOf<NetNsIntfStatusMa
   void noteLocal(const rt::IntfId& id);
 
   void doUpdateDevice(const rt::String& deviceName);
+  // What handlers of an update change is acted on after it, so that its steps stay together.
   void doUpdate(const rt::IntfId& id);
+  void updateNow(const rt::IntfId& id);
   std::optional<IntfStatusAndDeviceName> devicePresent(const rt::IntfId& id) const;
 
   const AllIntfStatusDir::Ptr allIntfStatusDir_;
@@ -65,6 +67,9 @@ class NetNsIntfStatusManager final : public rt::StateMachineOf<NetNsIntfStatusMa
   std::map<rt::String, std::set<uint32_t>> ifIndexes_;
   std::map<rt::IntfId, rt::String> localNames_;
   std::map<rt::String, std::set<rt::IntfId>> intfIds_;
+
+  std::set<rt::IntfId> toUpdate_;
+  bool updating_ = false;
 
   using Sm = NetNsIntfStatusManager;
   rt::Reactor<Sm, const AllIntfStatusLocalDir,

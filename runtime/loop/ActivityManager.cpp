@@ -35,7 +35,7 @@ ActivityManager::~ActivityManager() {
 
 void ActivityManager::turn(Seconds atMost) {
   check(!lock_.heldByThisThread(), "a handler runs the loop that called it");
-  descriptors_.wait(std::min(atMost, clock_->untilNextPass()));
+  descriptors_.wait(std::min(atMost, untilNextPass()));
 
   const std::lock_guard held(lock_);
   const Seconds start = clock_->now();
@@ -45,6 +45,11 @@ void ActivityManager::turn(Seconds atMost) {
   if (afterLongTurn || isLong()) drain();
   clock_->pass(isLong);
   longTurn_ = isLong();
+}
+
+Seconds ActivityManager::untilNextPass() {
+  const std::lock_guard held(lock_);
+  return clock_->untilNextPass();
 }
 
 void ActivityManager::drain() {

@@ -32,6 +32,7 @@ class ActivityManager {
   void stop() { stopped_ = true; }
 
  private:
+  Seconds untilNextPass();
   void drain();
 
   Ptr<Clock> clock_;

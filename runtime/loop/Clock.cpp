@@ -75,7 +75,10 @@ void Clock::arm(WakeUp& wakeUp) {
 
 void Clock::disarm(WakeUp& wakeUp) {
   const auto state = std::exchange(wakeUp.state_, WakeUp::State::silent);
-  if (state == WakeUp::State::due) due_[wakeUp.index_] = nullptr;
+  if (state == WakeUp::State::due) {
+    due_[wakeUp.index_] = nullptr;
+    while (!due_.empty() && !due_.back()) due_.pop_back();
+  }
   if (state != WakeUp::State::armed) return;
   const size_t hole = wakeUp.index_;
   WakeUp* const last = heap_.back();

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 
 #include "runtime/base/Exception.h"
@@ -17,19 +18,16 @@ namespace rt {
 namespace {
 
 constexpr int maxReady = 64;
-constexpr int pipeEndGraceMs = 5;
+constexpr std::chrono::milliseconds pipeEndGrace{5};
+constexpr Seconds forEver{1e9};  // the kernel counts to less than a double can say
 
 bool isPipe(int number) {
   struct stat status {};
   return fstat(number, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-bool endsWithoutData(uint32_t events) {
-  return (events & EPOLLHUP) != 0 && (events & EPOLLIN) == 0;
-}
-
 int waitFor(int epoll, epoll_event* events, Seconds atMost) {
-  if (!std::isfinite(atMost.value())) return epoll_wait(epoll, events, maxReady, -1);
+  if (!(atMost < forEver)) return epoll_wait(epoll, events, maxReady, -1);
   timespec timeout{};
   const double seconds = std::floor(atMost.value());
   timeout.tv_sec = static_cast<time_t>(seconds);
@@ -74,47 +72,67 @@ const DescriptorWatcher::Watched* DescriptorWatcher::find(uint64_t id) const {
   return found == watched_.end() ? nullptr : &found->second;
 }
 
+bool DescriptorWatcher::isPipeEnd(const Ready& ready) const {
+  if ((ready.events & EPOLLHUP) == 0) return false;
+  const Watched* const watched = find(ready.id);
+  return watched && watched->pipe;
+}
+
 bool DescriptorWatcher::wait(Seconds atMost) {
   epoll_event events[maxReady];
   const int count = waitFor(epoll_, events, atMost);
   if (count < 0 && errno != EINTR) throw ErrnoException(errno, "epoll_wait");
   ready_.clear();
-  bool pipeEnded = false;
-  bool streamEnded = false;
-  for (int i = 0; i < count; ++i) {
-    ready_.push_back({events[i].data.u64, events[i].events});
-    if (endsWithoutData(events[i].events))
-      pipeEnded = true;
-    else if ((events[i].events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)
-      streamEnded = true;
-  }
-  if (streamEnded && !pipeEnded) awaitPipeEnds();
-  std::stable_partition(ready_.begin(), ready_.end(),
-                        [](const Ready& ready) { return endsWithoutData(ready.events); });
+  for (int i = 0; i < count; ++i) ready_.push_back({events[i].data.u64, events[i].events});
   return !ready_.empty();
 }
 
-void DescriptorWatcher::awaitPipeEnds() {
-  std::vector<pollfd> pipes;
-  std::vector<uint64_t> ids;
-  for (const auto& [id, watched] : watched_) {
-    if (!watched.pipe) continue;
-    pipes.push_back({watched.number, 0, 0});  // no events asked for: only its end is told
-    ids.push_back(id);
-  }
-  if (pipes.empty() || poll(pipes.data(), pipes.size(), pipeEndGraceMs) <= 0) return;
-  for (size_t i = 0; i < pipes.size(); ++i) {
-    if ((pipes[i].revents & POLLHUP) == 0) continue;
-    std::erase_if(ready_, [&](const Ready& ready) { return ready.id == ids[i]; });
-    ready_.push_back({ids[i], EPOLLHUP});
-  }
-}
-
 void DescriptorWatcher::dispatch() {
+  pipeEndsFirst();
   // Taken out first: a handler that runs the loop's functions must not disturb this round.
   const std::vector<Ready> round = std::exchange(ready_, {});
   for (const Ready& ready : round)
     if (const Watched* watched = find(ready.id)) watched->descriptor->handleEvents(ready.events);
 }
 
+void DescriptorWatcher::pipeEndsFirst() {
+  const auto pipeEnds = std::count_if(ready_.begin(), ready_.end(),
+                                      [this](const Ready& ready) { return isPipeEnd(ready); });
+  const auto streamEnds = std::count_if(ready_.begin(), ready_.end(), [this](const Ready& ready) {
+    return (ready.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0 && !isPipeEnd(ready);
+  });
+  if (streamEnds > pipeEnds) awaitPipeEnds(static_cast<size_t>(streamEnds - pipeEnds));
+  std::stable_partition(ready_.begin(), ready_.end(),
+                        [this](const Ready& ready) { return isPipeEnd(ready); });
+}
+
+void DescriptorWatcher::awaitPipeEnds(size_t missing) {
+  std::vector<pollfd> pipes;
+  std::vector<uint64_t> ids;
+  for (const auto& [id, watched] : watched_) {
+    if (!watched.pipe || hasEnded(id)) continue;
+    pipes.push_back({watched.number, 0, 0});  // no events asked for: only its end is told
+    ids.push_back(id);
+  }
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + pipeEndGrace;
+  while (!pipes.empty() && missing > 0) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) return;
+    if (poll(pipes.data(), pipes.size(), static_cast<int>(left.count())) <= 0) continue;
+    for (size_t i = 0; i < pipes.size(); ++i) {
+      if ((pipes[i].revents & POLLHUP) == 0) continue;
+      std::erase_if(ready_, [&](const Ready& ready) { return ready.id == ids[i]; });
+      ready_.push_back({ids[i], EPOLLHUP});
+      pipes[i].fd = -1;  // found; poll() passes it over
+      if (missing > 0) --missing;
+    }
+  }
+}
+
+bool DescriptorWatcher::hasEnded(uint64_t pipe) const {
+  return std::any_of(ready_.begin(), ready_.end(), [this, pipe](const Ready& ready) {
+    return ready.id == pipe && isPipeEnd(ready);
+  });
+}
 }  // namespace rt

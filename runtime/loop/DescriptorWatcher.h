@@ -25,14 +25,14 @@ class DescriptorWatcher {
   void unwatch(FileDescriptor& descriptor);
 
   // Waits until a descriptor is ready or `atMost` has passed, and returns whether one is. Those
-  // found are kept for dispatch().
-  //
-  // Of those ready together, a pipe at its end comes first. When a stream has hung up and no pipe
-  // has, pipes get another 5 ms to do so: an ending QEMU closes its monitor shortly before its end
-  // of the pipe, and who is told of the monitor first would try to reconnect to a dying process.
+  // found are kept for dispatch(). Looks at nothing that handlers change, so it needs no lock.
   bool wait(Seconds atMost);
   // Tells those found. What a handler unwatches meanwhile is passed over; after an exception the
   // rest is found again by the next wait().
+  //
+  // A pipe at its end comes first. When more streams have hung up than pipes, pipes get another
+  // 5 ms to do so: an ending QEMU closes its monitor shortly before its end of the pipe, and who is
+  // told of the monitor first would try to reconnect to a dying process.
   void dispatch();
 
  private:
@@ -46,7 +46,10 @@ class DescriptorWatcher {
     uint32_t events;
   };
 
-  void awaitPipeEnds();
+  void pipeEndsFirst();
+  void awaitPipeEnds(size_t missing);
+  bool hasEnded(uint64_t pipe) const;
+  bool isPipeEnd(const Ready& ready) const;
   const Watched* find(uint64_t id) const;
 
   int epoll_;

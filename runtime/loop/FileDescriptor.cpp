@@ -6,24 +6,10 @@
 
 #include <cerrno>
 
+#include "runtime/base/Raised.h"
 #include "runtime/loop/ActivityManager.h"
 
 namespace rt {
-
-namespace {
-
-// Sets `flag` for its lifetime, also when a handler throws.
-class Raised {
- public:
-  explicit Raised(bool& flag) : flag_(flag) { flag_ = true; }
-  Raised(const Raised&) = delete;
-  ~Raised() { flag_ = false; }
-
- private:
-  bool& flag_;
-};
-
-}  // namespace
 
 FileDescriptor::~FileDescriptor() {
   unwatch();
@@ -98,16 +84,19 @@ void FileDescriptor::unwatch() {
 void FileDescriptor::handleEvents(uint32_t events) {
   const Ptr alive(this);
   const bool ended = (events & (EPOLLHUP | EPOLLERR)) != 0;
-  // Each is looked at anew: the handler before may have closed the descriptor or lost interest.
-  if ((events & (EPOLLIN | EPOLLRDHUP) || ended) && interest() & EPOLLIN) {
+  // Each is looked at anew: the handler before may have lost interest, or have closed what the
+  // events are of and bound something else.
+  const uint64_t id = watchId_;
+  const auto asked = [&](uint32_t event) { return watchId_ == id && (interest() & event) != 0; };
+  if ((events & (EPOLLIN | EPOLLRDHUP) || ended) && asked(EPOLLIN)) {
     const Raised now(readable_);
     tell<&FileDescriptor::readable>();
   }
-  if ((events & EPOLLOUT || ended) && interest() & EPOLLOUT) {
+  if ((events & EPOLLOUT || ended) && asked(EPOLLOUT)) {
     const Raised now(writable_);
     tell<&FileDescriptor::writable>();
   }
-  if ((events & EPOLLPRI || ended) && interest() & EPOLLPRI) {
+  if ((events & EPOLLPRI || ended) && asked(EPOLLPRI)) {
     const Raised now(exception_);
     tell<&FileDescriptor::exception>();
   }

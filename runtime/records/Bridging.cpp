@@ -19,7 +19,7 @@ std::optional<ConfiguredHost> ConfiguredHost::fromText(std::string_view text) {
     if (blank == std::string_view::npos) break;
     text.remove_prefix(blank + 1);
   }
-  if (words.size() != 5 || words[4].size() != text.size()) return std::nullopt;
+  if (words.size() != 5 || words[4].data() != text.data()) return std::nullopt;  // text goes on
   const auto address = rt::fromText<rt::EthAddr>(words[0]);
   const auto entryType = rt::fromText<uint8_t>(words[2]);
   const auto sources = rt::fromText<uint32_t>(words[3]);
