@@ -18,9 +18,13 @@ function(vmagent_benchmark)
   endif()
   add_executable(${arg_NAME} ${arg_SOURCES})
   target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBRARIES} benchmark::benchmark_main)
+  # Repeated in random order, so that what else the machine does falls on all alike; of the
+  # repetitions the results hold the median.
   # USES_TERMINAL: ninja runs one such command at a time, so no two disturb each other.
   add_custom_target(bench-${arg_NAME}
     COMMAND ${arg_NAME}
+      --benchmark_repetitions=9 --benchmark_min_time=0.05
+      --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
       --benchmark_out=${VMAGENT_BENCH_RESULTS}/${arg_NAME}.json --benchmark_out_format=json
     USES_TERMINAL)
   add_dependencies(benchmarks ${arg_NAME})

@@ -1,0 +1,96 @@
+"""bench/report: medians become tables between the markers, and targets are judged."""
+
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+REPORT = pathlib.Path(__file__).resolve().parent / "report"
+EMPTY = "before\n<!-- runtime:begin -->\nold\n<!-- runtime:end -->\nafter\n"
+
+
+def names():
+    """Every benchmark the report asks for, as it asks for them."""
+    listed = ["attach/clockReactor", "attach/reactor", "clock/arm/10000", "clock/fire/10000",
+              "roundTrip/turn", "roundTrip/epoll"]
+    listed += [f"change/{way}/{n}" for n in (0, 1, 8, 1000) for way in (
+        "reactors", "virtualCalls", "functions", "boostSignals2", "boostSignals2Unlocked")]
+    listed += [f"{what}/{n}" for n in (10, 10000) for what in (
+        "collection/insert", "collection/remove", "collection/lookup", "collection/walk",
+        "map/lookup", "map/walk", "member/change", "member/comeAndGo", "clock/putOff")]
+    listed += [f"access/{what}" for what in (
+        "readByGetter", "readByName", "writeByMutator", "writeByName")]
+    listed += [f"make/{what}" for what in ("VmConfig", "VmStatus", "OneNumber", "ThreeNumbers")]
+    return listed + [f"trace/{what}" for what in ("emptyLoop", "disabled", "enabled")]
+
+
+def median(name, ns=9.0):
+    return {"name": name + "_median", "run_name": name, "run_type": "aggregate",
+            "aggregate_name": "median", "cpu_time": ns, "time_unit": "ns", "sizeof": 64.0,
+            "heap": 72.0, "allocations": 0.0, "items_per_second": 1e8}
+
+
+class ReportTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.results = pathlib.Path(folder.name)
+        self.document = self.results / "performance.md"
+        self.document.write_text(EMPTY)
+
+    def report(self, runs=None):
+        if runs is not None:
+            (self.results / "runtime_bench.json").write_text(json.dumps({"benchmarks": runs}))
+        return subprocess.run(
+            [sys.executable, "-B", REPORT, "--results", self.results, "--document", self.document],
+            capture_output=True, text=True)
+
+    def row(self, what):
+        return re.search(rf"^\| {re.escape(what)} \|.*$", self.document.read_text(), re.M)[0]
+
+    def test_writes_between_the_markers_only(self):
+        self.assertEqual(self.report([median(n) for n in names()]).returncode, 0)
+        text = self.document.read_text()
+        self.assertTrue(text.startswith("before\n<!-- runtime:begin -->\n| Target |"))
+        self.assertTrue(text.endswith("|\n<!-- runtime:end -->\nafter\n"))
+        self.assertNotIn("old", text)
+
+    def test_writes_the_same_again(self):
+        runs = [median(n) for n in names()]
+        self.report(runs)
+        first = self.document.read_text()
+        self.report(runs)
+        self.assertEqual(self.document.read_text(), first)
+
+    def test_says_met_and_not_met(self):
+        slow = {"change/reactors/1": 15.1, "change/boostSignals2/1": 60.0}
+        self.report([median(n, slow.get(n, 9.0)) for n in names()])
+        self.assertEqual(self.row("one change, one reactor"),
+                         "| one change, one reactor | 15.1 ns | 15 ns | **not met** |")
+        self.assertIn("| 0.25 | 0.33 | met |", self.row("the same ÷ `boost::signals2`"))
+
+    def test_prints_what_it_writes(self):
+        printed = self.report([median(n) for n in names()]).stdout
+        self.assertIn(self.row("a reactor"), printed)
+
+    def test_leaves_the_tables_when_there_are_no_results(self):
+        self.assertEqual(self.report().returncode, 0)
+        self.assertEqual(self.document.read_text(), EMPTY)
+
+    def test_names_the_benchmark_that_is_missing(self):
+        done = self.report([median(n) for n in names() if n != "roundTrip/turn"])
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("roundTrip/turn", done.stderr)
+        self.assertEqual(self.document.read_text(), EMPTY)
+
+    def test_refuses_a_document_without_markers(self):
+        self.document.write_text("nothing\n")
+        self.assertEqual(self.report([median(n) for n in names()]).returncode, 1)
+        self.assertEqual(self.document.read_text(), "nothing\n")
+
+
+if __name__ == "__main__":
+    unittest.main()
