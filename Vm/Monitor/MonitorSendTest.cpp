@@ -227,6 +227,23 @@ TEST_F(MonitorSend, ExceptionOfAWriteAfterAReplyReachesTheLoop) {
   EXPECT_THAT(reader->take(), ElementsAre("startVm 4 success cont"));
 }
 
+TEST_F(MonitorSend, CommandThatCouldNotBeQueuedWholeLeavesNoPartOfItselfBehind) {
+  issue(MonitorCommand::startVm);
+  issue(MonitorCommand::queryStatus);
+  issue(MonitorCommand::queryChardev);
+  peer.send(fakes::returnOf("cont"));
+  peer.block();
+  EXPECT_THROW(turn(), rt::InternalException);  // queryStatus is lost, queryChardev waits
+  EXPECT_THROW(issue(MonitorCommand::backendDel, fakes::backendArgs(0, "tap1", "net1")),
+               rt::InternalException);
+  EXPECT_EQ(session->qmpRequests(), 0U);
+  while (!peer.receive().text.empty()) {
+  }
+  issue(MonitorCommand::queryStatus);
+  advance(5);
+  EXPECT_EQ(output->cmdStatus(), MonitorOutput::MonitorCommandStatus::failure);
+}
+
 TEST_F(MonitorSend, IsTraced) {
   rt::fakes::TraceRecorder traces;
   const auto file = fakes::fileWith("tap");

@@ -1,5 +1,7 @@
 #include "Vm/Monitor/MonitorSm.h"
 
+#include <vector>
+
 #include "runtime/base/Check.h"
 #include "runtime/base/Format.h"
 #include "runtime/base/Trace.h"
@@ -42,6 +44,11 @@ void MonitorSm::handleRemoval() {
   qmpRequestDelAll();
 }
 
+void MonitorSm::hasNotificationActiveIs(bool active) {
+  StateMachineOf::hasNotificationActiveIs(active);
+  if (monFd()) monFd()->hasNotificationActiveIs(active);
+}
+
 void MonitorSm::handleInitialized() {
   VM_TRACE(8) << "void Vm::MonitorSm::handleInitialized()"
               << " initialized ? " << initialized();
@@ -68,6 +75,23 @@ void MonitorSm::issueToSelf(MonitorCommand cmd) {
 
 void MonitorSm::sendCommand() {
   if (!monitorInput() || monitorInput()->counter() == 0) return;
+  try {
+    queueRequests();
+  } catch (...) {
+    // A part of a command must not stay: its end is what its time-out looks for.
+    dropRequestsOf(monitorInput()->counter());
+    throw;
+  }
+}
+
+void MonitorSm::dropRequestsOf(uint32_t cmdId) {
+  std::vector<uint32_t> indexes;
+  for (const auto& [index, request] : qmpRequest_)
+    if (request.cmdId == cmdId) indexes.push_back(index);
+  for (const uint32_t index : indexes) qmpRequestDel(index);
+}
+
+void MonitorSm::queueRequests() {
   const MonitorCommand cmd = monitorInput()->cmd();
   VM_TRACE(8) << "void Vm::MonitorSm::sendCommand()"
               << " command: " << cmd;

@@ -79,6 +79,8 @@ class MonitorSm final : public rt::StateMachineOf<MonitorSm> {
 
   // The queue goes at once: a session that is removed within what it tells writes nothing more.
   void handleRemoval() override;
+  // Of the session, its reactors and the descriptor, which nobody would read meanwhile.
+  void hasNotificationActiveIs(bool active) override;
 
   static constexpr std::string_view typeName = "Vm::MonitorSm";
   using Attributes = rt::AttributeTable<
@@ -91,7 +93,7 @@ class MonitorSm final : public rt::StateMachineOf<MonitorSm> {
       rt::Attribute<"isPendingRequest", &MonitorSm::isPendingRequest>,
       rt::Attribute<"qmpPendingRequest", &MonitorSm::qmpPendingRequest>,
       rt::CollectionAttribute<"qmpRequest", &MonitorSm::qmpRequest, &MonitorSm::qmpRequestQueue,
-                              nullptr, &MonitorSm::qmpRequestDel>,
+                              &MonitorSm::qmpRequestIs, &MonitorSm::qmpRequestDel>,
       rt::Attribute<"qmpParserRequest", &MonitorSm::qmpParserRequest>,
       rt::Attribute<"qmpParserResponse", &MonitorSm::qmpParserResponse>,
       rt::Attribute<"qmpParser", &MonitorSm::qmpParser>,
@@ -105,6 +107,8 @@ class MonitorSm final : public rt::StateMachineOf<MonitorSm> {
   void handleHelloMessage();
   void issueToSelf(MonitorCommand cmd);
   void sendCommand();
+  void queueRequests();
+  void dropRequestsOf(uint32_t cmdId);
   void sendBackendAdd(const MonitorCommandArgs& args);
   void sendBackendDel(const MonitorCommandArgs& args);
   void qmpQueueRequest(const rt::String& text, QmpIdTypes idType, uint32_t fd, bool more);

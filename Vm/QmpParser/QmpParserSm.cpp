@@ -52,6 +52,7 @@ QmpParserSm::QmpParserSm(QmpParserRequest::PtrConst request, QmpParserResponse::
 }
 
 void QmpParserSm::handleInitialized() {
+  if (initialized()) return;
   VM_TRACE(8) << "void Vm::QmpParserSm::handleInitialized()";
   initializedIs(true);
 }

@@ -16,6 +16,14 @@ class ManualClock final : public Clock {
   // Lets time pass as it would for the running loop: stops at each wake-up on the way, and turns
   // the activity manager there and at the end.
   void advance(Seconds by);
+  using Clock::pass;
+  // A pass without the loop; what a handler threw first is thrown at its end.
+  template <class Tired>
+  void pass(Tired tired) {
+    FirstException failures;
+    pass(tired, failures);
+    failures.rethrow();
+  }
   // The earliest wake-up set; infinity when there is none.
   Seconds nextWakeUpTime() const { return nextWakeUp(); }
 

@@ -1,5 +1,6 @@
 #include "runtime/interfaces/NetNsIntfStatusManager.h"
 
+#include "runtime/base/FirstException.h"
 #include "runtime/base/Raised.h"
 #include "runtime/entity/TypeRegistry.h"
 
@@ -37,21 +38,26 @@ void NetNsIntfStatusManager::handleInitialized() {
   for (const auto& [key, deviceName] : kniStatus_->interfaces()) noteInterface(key);
   for (const auto& [id, local] : allIntfStatusLocalDir_->intfStatusLocals()) noteLocal(id);
   // What an earlier manager left and what is to come.
-  for (const auto& [id, device] : deviceIntfStatusDir_->intfStatusAndDeviceNames()) doUpdate(id);
-  for (const auto& [id, local] : allIntfStatusLocalDir_->intfStatusLocals()) doUpdate(id);
+  for (const auto& [id, device] : deviceIntfStatusDir_->intfStatusAndDeviceNames())
+    toUpdate_.insert(id);
+  for (const auto& [id, local] : allIntfStatusLocalDir_->intfStatusLocals()) toUpdate_.insert(id);
+  doUpdates();
 }
 
 void NetNsIntfStatusManager::handleInterface(const KernelNetInfo::InterfaceKey& key) {
   if (key.netNs != netNs_) return;
   const rt::String oldName = noteInterface(key);
   const rt::String newName = kniStatus_->interface(key);
-  if (!oldName.empty()) doUpdateDevice(oldName);
-  if (!newName.empty() && newName != oldName) doUpdateDevice(newName);
+  for (const rt::String& name : {oldName, newName})
+    if (const auto at = intfIds_.find(name); at != intfIds_.end())
+      toUpdate_.insert(at->second.begin(), at->second.end());
+  doUpdates();
 }
 
 void NetNsIntfStatusManager::handleIntfStatusLocal(const rt::IntfId& id) {
   noteLocal(id);
-  doUpdate(id);
+  toUpdate_.insert(id);
+  doUpdates();
 }
 
 rt::String NetNsIntfStatusManager::noteInterface(const KernelNetInfo::InterfaceKey& key) {
@@ -76,14 +82,6 @@ void NetNsIntfStatusManager::noteLocal(const rt::IntfId& id) {
   intfIds_[local->deviceName].insert(id);
 }
 
-void NetNsIntfStatusManager::doUpdateDevice(const rt::String& deviceName) {
-  const auto at = intfIds_.find(deviceName);
-  if (at == intfIds_.end()) return;
-  // A copy: handlers of the update may change the names.
-  const std::set<rt::IntfId> ids = at->second;
-  for (const auto& id : ids) doUpdate(id);
-}
-
 std::optional<IntfStatusAndDeviceName> NetNsIntfStatusManager::devicePresent(
     const rt::IntfId& id) const {
   const auto local = localNames_.find(id);
@@ -94,29 +92,38 @@ std::optional<IntfStatusAndDeviceName> NetNsIntfStatusManager::devicePresent(
   return IntfStatusAndDeviceName{local->second, *device->second.rbegin()};
 }
 
-void NetNsIntfStatusManager::doUpdate(const rt::IntfId& id) {
-  toUpdate_.insert(id);
+void NetNsIntfStatusManager::doUpdates() {
   if (updating_) return;
   const rt::Raised now(updating_);
-  while (!toUpdate_.empty()) updateNow(toUpdate_.extract(toUpdate_.begin()).value());
+  rt::FirstException failures;
+  while (!toUpdate_.empty())
+    failures.run([this] { doUpdate(toUpdate_.extract(toUpdate_.begin()).value()); });
+  failures.rethrow();
 }
 
-void NetNsIntfStatusManager::updateNow(const rt::IntfId& id) {
+void NetNsIntfStatusManager::doUpdate(const rt::IntfId& id) {
   const auto now = devicePresent(id);
   const auto before = deviceIntfStatusDir_->intfStatusAndDeviceName(id);
+  rt::FirstException failures;
   if (before && before != now) {
-    deviceIntfStatusDir_->intfStatusAndDeviceNameDel(id);
-    allIntfStatusDir_->intfStatusDel(id);
+    failures.run([&] { deviceIntfStatusDir_->intfStatusAndDeviceNameDel(id); });
+    failures.run([&] { allIntfStatusDir_->intfStatusDel(id); });
   }
-  if (!now) return;
-  if (const auto known = allIntfStatusDir_->intfStatus(id)) {
-    known->deviceNameIs(now->deviceName);
-  } else {
+  if (now) failures.run([&] { doArrive(id, *now); });
+  failures.rethrow();
+}
+
+void NetNsIntfStatusManager::doArrive(const rt::IntfId& id, const IntfStatusAndDeviceName& device) {
+  rt::FirstException failures;
+  failures.run([&] {
+    if (const auto known = allIntfStatusDir_->intfStatus(id))
+      return known->deviceNameIs(device.deviceName);
     const auto arrived = rt::make<IntfStatus>(id);
-    arrived->deviceNameIs(now->deviceName);
+    arrived->deviceNameIs(device.deviceName);
     allIntfStatusDir_->intfStatusMount(arrived);
-  }
-  deviceIntfStatusDir_->intfStatusAndDeviceNameIs(id, *now);
+  });
+  failures.run([&] { deviceIntfStatusDir_->intfStatusAndDeviceNameIs(id, device); });
+  failures.rethrow();
 }
 
 NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
@@ -124,7 +131,10 @@ NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
     bool filterByNetNs)
     : allIntfStatusDir_(std::move(allIntfStatusDir)),
       localDir_(std::move(allIntfStatusLocalDir)),
-      filterByNetNs_(filterByNetNs) {}
+      filterByNetNs_(filterByNetNs) {
+  if (!allIntfStatusDir_) throw rt::NullArgumentException(typeName, "allIntfStatusDir");
+  if (!localDir_) throw rt::NullArgumentException(typeName, "allIntfStatusLocalDir");
+}
 
 NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManager(
     const rt::NamespaceName& netNs) const {
@@ -134,6 +144,8 @@ NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManager(
 NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManagerIs(
     const DeviceIntfStatusDir::Ptr& deviceIntfStatusDir,
     const KernelNetInfo::Status::PtrConst& kniStatus, const rt::NamespaceName& netNs) {
+  if (!deviceIntfStatusDir || !kniStatus)
+    throw rt::NullArgumentException(typeName, "intfStatusManager");
   if (const auto existing = intfStatusManager(netNs)) {
     rt::requireSame<NetNsIntfStatusManager, &NetNsIntfStatusManager::deviceIntfStatusDir>(
         *existing, deviceIntfStatusDir);

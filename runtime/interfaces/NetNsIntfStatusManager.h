@@ -50,10 +50,12 @@ class NetNsIntfStatusManager final : public rt::StateMachineOf<NetNsIntfStatusMa
   rt::String noteInterface(const KernelNetInfo::InterfaceKey& key);
   void noteLocal(const rt::IntfId& id);
 
-  void doUpdateDevice(const rt::String& deviceName);
-  // What handlers of an update change is acted on after it, so that its steps stay together.
+  // Updates all of `toUpdate_`. What handlers change meanwhile is acted on after the update that
+  // they run in, so that its steps stay together; a handler's exception keeps no step from being
+  // done and is thrown at the end.
+  void doUpdates();
   void doUpdate(const rt::IntfId& id);
-  void updateNow(const rt::IntfId& id);
+  void doArrive(const rt::IntfId& id, const IntfStatusAndDeviceName& device);
   std::optional<IntfStatusAndDeviceName> devicePresent(const rt::IntfId& id) const;
 
   const AllIntfStatusDir::Ptr allIntfStatusDir_;

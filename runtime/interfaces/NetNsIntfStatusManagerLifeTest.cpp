@@ -120,6 +120,34 @@ TEST_F(NetNsIntfStatusManagerLifeTest, FollowsOnAfterAHandlerThrew) {
   EXPECT_EQ(present(two), "eth1 3");
 }
 
+TEST_F(NetNsIntfStatusManagerLifeTest, ARemovalIsCompleteThoughAHandlerThrew) {
+  const auto manager = start();
+  isNamed(one, "eth0");
+  kernelHas(2, "eth0");
+  observer->then = [](const IntfId&) { throw rt::Exception("a handler fails"); };
+  EXPECT_THROW(kernelLoses(2), rt::Exception);
+  EXPECT_EQ(present(one), "");
+}
+
+TEST_F(NetNsIntfStatusManagerLifeTest, AnArrivalIsCompleteThoughAHandlerThrew) {
+  const auto manager = start();
+  isNamed(one, "eth0");
+  observer->then = [](const IntfId&) { throw rt::Exception("a handler fails"); };
+  EXPECT_THROW(kernelHas(2, "eth0"), rt::Exception);
+  EXPECT_EQ(present(one), "eth0 2");
+}
+
+TEST_F(NetNsIntfStatusManagerLifeTest, ARenameArrivesThoughTheRemovalsHandlerThrew) {
+  const auto manager = start();
+  isNamed(one, "eth0");
+  isNamed(two, "eth1");
+  kernelHas(2, "eth0");
+  observer->then = [](const IntfId&) { throw rt::Exception("a handler fails"); };
+  EXPECT_THROW(kernelHas(2, "eth1"), rt::Exception);
+  EXPECT_EQ(present(one), "");
+  EXPECT_EQ(present(two), "eth1 2");
+}
+
 TEST_F(NetNsIntfStatusManagerLifeTest, MayBeRemovedByAHandlerOfItsUpdate) {
   start();
   isNamed(one, "eth0");

@@ -88,5 +88,15 @@ TEST_F(NetNsIntfStatusManagerRootTest, IsReadByName) {
   EXPECT_EQ(manager->type().find("kniStatus")->entity(*manager), kernel);
 }
 
+TEST_F(NetNsIntfStatusManagerRootTest, RefusesNullForADirectoryOrTheKernelsDevices) {
+  EXPECT_THROW(root->intfStatusManagerIs(nullptr, kernel, {}), rt::NullArgumentException);
+  EXPECT_THROW(root->intfStatusManagerIs(devices, nullptr, {}), rt::NullArgumentException);
+  EXPECT_THROW(rt::make<NetNsIntfStatusManagerRoot>(nullptr, locals, false),
+               rt::NullArgumentException);
+  EXPECT_THROW(rt::make<NetNsIntfStatusManagerRoot>(all, nullptr, false),
+               rt::NullArgumentException);
+  EXPECT_TRUE(root->intfStatusManagers().empty());
+}
+
 }  // namespace
 }  // namespace Interface

@@ -8,7 +8,8 @@
 namespace rt {
 
 // One per activity manager. Its loop holds it while handlers run, not while it waits. Other threads
-// of the process may take it to touch what handlers touch. Fits std::lock_guard.
+// of the process may take it to read what handlers write; only the loop's thread writes. Fits
+// std::lock_guard.
 class ActivityLock {
  public:
   void lock() {

@@ -41,10 +41,12 @@ void ActivityManager::turn(Seconds atMost) {
   const Seconds start = clock_->now();
   const auto isLong = [&] { return clock_->now() - start > longTurn; };
   const bool afterLongTurn = std::exchange(longTurn_, true);  // until the end says otherwise
-  descriptors_.dispatch();
-  if (afterLongTurn || isLong()) drain();
-  clock_->pass(isLong);
+  FirstException failures;
+  descriptors_.dispatch(failures);
+  if (afterLongTurn || isLong() || descriptors_.moreMayBeReady()) drain(failures);
+  clock_->pass(isLong, failures);
   longTurn_ = isLong();
+  failures.rethrow();
 }
 
 Seconds ActivityManager::untilNextPass() {
@@ -52,9 +54,9 @@ Seconds ActivityManager::untilNextPass() {
   return clock_->untilNextPass();
 }
 
-void ActivityManager::drain() {
+void ActivityManager::drain(FirstException& failures) {
   for (int round = 0; round < maxDrainRounds && descriptors_.wait(Seconds(0)); ++round)
-    descriptors_.dispatch();
+    descriptors_.dispatch(failures);
 }
 
 void ActivityManager::run() {

@@ -21,10 +21,10 @@ class ActivityManager {
 
   // Waits, without the lock, until a descriptor is ready or a wake-up is due, at most for `atMost`;
   // then, with the lock, tells the descriptors' reactors and after them the clock's. An exception
-  // of a handler passes through; what it kept from being told is told on the next turn.
+  // of a handler keeps no other from being told: the first of the turn is thrown at its end.
   //
-  // A turn that took over a second may have kept replies waiting in sockets for longer than their
-  // time-outs: then all ready descriptors are told before any wake-up is.
+  // A turn that took over a second, or many descriptors, may have kept replies waiting in sockets
+  // for longer than their time-outs: so all ready descriptors are told before any wake-up is.
   void turn(Seconds atMost = Seconds::infinity());
 
   // Turns until stop() is called, by a handler.
@@ -33,7 +33,7 @@ class ActivityManager {
 
  private:
   Seconds untilNextPass();
-  void drain();
+  void drain(FirstException& failures);
 
   Ptr<Clock> clock_;
   ActivityLock lock_;

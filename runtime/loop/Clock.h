@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "runtime/base/FirstException.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/entity/EntityOf.h"
 #include "runtime/entity/StateMachine.h"
@@ -22,13 +23,16 @@ class Clock : public EntityOf<Clock> {
   virtual Seconds untilNextPass() const;
 
   // Wakes, in the order of their times, those that are due now and were set before this began, each
-  // once. Returns early, leaving the rest to the next pass, when `tired` says so after a handler;
-  // an exception of a handler leaves it likewise.
+  // once. Returns early, leaving the rest to the next pass, when `tired` says so after a handler.
+  // An exception of a handler goes to `failures`, and the pass goes on.
   template <class Tired>
-  void pass(Tired tired) {
+  void pass(Tired tired, FirstException& failures) {
     collectDue();
-    while (wakeNext())
-      if (tired()) return;
+    bool woken = true;
+    while (woken) {
+      failures.run([&] { woken = wakeNext(); });
+      if (woken && tired()) return;
+    }
   }
 
   static constexpr std::string_view typeName = "rt::Clock";

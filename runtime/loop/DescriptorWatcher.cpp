@@ -83,27 +83,40 @@ bool DescriptorWatcher::wait(Seconds atMost) {
   const int count = waitFor(epoll_, events, atMost);
   if (count < 0 && errno != EINTR) throw ErrnoException(errno, "epoll_wait");
   ready_.clear();
-  for (int i = 0; i < count; ++i) ready_.push_back({events[i].data.u64, events[i].events});
+  found_ = std::max(count, 0);
+  for (int i = 0; i < found_; ++i) ready_.push_back({events[i].data.u64, events[i].events});
   return !ready_.empty();
 }
 
-void DescriptorWatcher::dispatch() {
+bool DescriptorWatcher::moreMayBeReady() const { return found_ == maxReady; }
+
+void DescriptorWatcher::dispatch(FirstException& failures) {
   pipeEndsFirst();
   // Taken out first: a handler that runs the loop's functions must not disturb this round.
   const std::vector<Ready> round = std::exchange(ready_, {});
   for (const Ready& ready : round)
-    if (const Watched* watched = find(ready.id)) watched->descriptor->handleEvents(ready.events);
+    if (const Watched* watched = find(ready.id))
+      failures.run([&] { watched->descriptor->handleEvents(ready.events); });
 }
 
 void DescriptorWatcher::pipeEndsFirst() {
-  const auto pipeEnds = std::count_if(ready_.begin(), ready_.end(),
-                                      [this](const Ready& ready) { return isPipeEnd(ready); });
-  const auto streamEnds = std::count_if(ready_.begin(), ready_.end(), [this](const Ready& ready) {
-    return (ready.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0 && !isPipeEnd(ready);
-  });
-  if (streamEnds > pipeEnds) awaitPipeEnds(static_cast<size_t>(streamEnds - pipeEnds));
+  size_t pipeEnds = 0;
+  size_t streamEnds = 0;
+  for (const Ready& ready : ready_) {
+    if (isPipeEnd(ready)) ++pipeEnds;
+    if (isStreamEnd(ready)) ++streamEnds;
+  }
+  if (streamEnds > pipeEnds) awaitPipeEnds(streamEnds - pipeEnds);
+  for (const Ready& ready : ready_)
+    if (isStreamEnd(ready)) watched_.at(ready.id).awaited = true;
   std::stable_partition(ready_.begin(), ready_.end(),
                         [this](const Ready& ready) { return isPipeEnd(ready); });
+}
+
+bool DescriptorWatcher::isStreamEnd(const Ready& ready) const {
+  if ((ready.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) == 0) return false;
+  const Watched* const watched = find(ready.id);
+  return watched && !watched->pipe && !watched->awaited;
 }
 
 void DescriptorWatcher::awaitPipeEnds(size_t missing) {
@@ -121,7 +134,7 @@ void DescriptorWatcher::awaitPipeEnds(size_t missing) {
     if (left.count() <= 0) return;
     if (poll(pipes.data(), pipes.size(), static_cast<int>(left.count())) <= 0) continue;
     for (size_t i = 0; i < pipes.size(); ++i) {
-      if ((pipes[i].revents & POLLHUP) == 0) continue;
+      if (pipes[i].revents == 0) continue;
       std::erase_if(ready_, [&](const Ready& ready) { return ready.id == ids[i]; });
       ready_.push_back({ids[i], EPOLLHUP});
       pipes[i].fd = -1;  // found; poll() passes it over

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "runtime/base/FirstException.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/entity/Ptr.h"
 
@@ -27,19 +28,23 @@ class DescriptorWatcher {
   // Waits until a descriptor is ready or `atMost` has passed, and returns whether one is. Those
   // found are kept for dispatch(). Looks at nothing that handlers change, so it needs no lock.
   bool wait(Seconds atMost);
-  // Tells those found. What a handler unwatches meanwhile is passed over; after an exception the
-  // rest is found again by the next wait().
+  // Whether more may be ready than the last wait() could find.
+  bool moreMayBeReady() const;
+  // Tells those found. What a handler unwatches meanwhile is passed over; an exception of a handler
+  // goes to `failures`, and the round goes on.
   //
   // A pipe at its end comes first. When more streams have hung up than pipes, pipes get another
   // 5 ms to do so: an ending QEMU closes its monitor shortly before its end of the pipe, and who is
-  // told of the monitor first would try to reconnect to a dying process.
-  void dispatch();
+  // told of the monitor first would try to reconnect to a dying process. A stream is waited for
+  // once.
+  void dispatch(FirstException& failures);
 
  private:
   struct Watched {
     FileDescriptor* descriptor;
     int number;
     bool pipe;
+    bool awaited = false;  // pipes were given their time for this stream
   };
   struct Ready {
     uint64_t id;
@@ -50,12 +55,14 @@ class DescriptorWatcher {
   void awaitPipeEnds(size_t missing);
   bool hasEnded(uint64_t pipe) const;
   bool isPipeEnd(const Ready& ready) const;
+  bool isStreamEnd(const Ready& ready) const;  // one that pipes were not given time for yet
   const Watched* find(uint64_t id) const;
 
   int epoll_;
   uint64_t nextId_ = 1;  // events carry ids, because descriptor numbers are used again
   std::unordered_map<uint64_t, Watched> watched_;
   std::vector<Ready> ready_;
+  int found_ = 0;  // by the last wait()
 };
 
 }  // namespace rt

@@ -83,6 +83,8 @@ void FileDescriptor::unwatch() {
 
 void FileDescriptor::handleEvents(uint32_t events) {
   const Ptr alive(this);
+  // Nobody hears it: watched any further it would make the loop spin.
+  if (!hasReactors() || deletionMark()) return unwatch();
   const bool ended = (events & (EPOLLHUP | EPOLLERR)) != 0;
   // Each is looked at anew: the handler before may have lost interest, or have closed what the
   // events are of and bound something else.

@@ -45,7 +45,8 @@ class FileDescriptor final : public EntityOf<FileDescriptor> {
   bool writable() const { return writable_; }
   bool exception() const { return exception_; }
 
-  // Off: not watched at all, else the loop would spin on what nobody handles.
+  // Off: not watched at all, else the loop would spin on what nobody handles. Likewise a descriptor
+  // that has an event while no reactor is attached is not watched until one of these is set again.
   void hasNotificationActiveIs(bool active) override;
 
   static constexpr std::string_view typeName = "rt::FileDescriptor";
