@@ -9,6 +9,9 @@ if(VMAGENT_WERROR)
   target_compile_options(vmagent_warnings INTERFACE -Werror)
 endif()
 
+# Traces name the file they come from as the repository does.
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
 # Bounds and null checks of the standard library, wherever assertions are on.
 add_compile_definitions($<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 
