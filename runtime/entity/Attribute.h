@@ -55,6 +55,12 @@ struct Attribute {
   template <auto other>
   static constexpr bool is = std::is_same_v<GetterOf<getter>, GetterOf<other>>;
 
+  // What the attribute is when nobody but the constructor sets it: the key of a record.
+  template <class T>
+  static auto keyOf(const T& entity) {
+    if constexpr (!given<mutator>) return (entity.*getter)();
+  }
+
   template <class T>
   static constexpr AttributeInfo info() {
     using Value = typename GetterOf<getter>::Result;
@@ -84,13 +90,16 @@ struct Attribute {
 };
 
 // A keyed collection. `getter` returns the member under a key (null, or nothing, when absent),
-// `walker` the Collection. `mounter` takes a member that was filled before; it and `deleter` may be
-// left out for collections that generic code only reads.
+// `walker` the Collection. `mounter` takes a member that was filled before or, for plain values, a
+// key and a value; it and `deleter` may be left out for collections that generic code only reads.
 template <Name name, auto getter, auto walker, auto mounter = nullptr, auto deleter = nullptr>
 struct CollectionAttribute {
   static constexpr std::string_view attributeName = name;
   template <auto other>
   static constexpr bool is = std::is_same_v<GetterOf<getter>, GetterOf<other>>;
+
+  template <class T>
+  static void keyOf(const T&) {}  // a collection is no key
 
   template <class T>
   static constexpr AttributeInfo info() {
@@ -117,6 +126,12 @@ struct CollectionAttribute {
             valueFromText<Key>(T::typeName, name, key));
         return member ? toText(*member) : String();
       };
+      if constexpr (given<mounter>)
+        info.memberTextIs = [](Entity& entity, std::string_view key, std::string_view text) {
+          const auto typedKey = valueFromText<Key>(T::typeName, name, key);
+          (static_cast<T&>(entity).*mounter)(typedKey,
+                                             valueFromText<Stored>(T::typeName, name, text));
+        };
     }
     if constexpr (given<deleter>)
       info.memberDel = [](Entity& entity, std::string_view key) {
@@ -175,6 +190,14 @@ struct AttributeTable {
 
   template <class T>
   static constexpr std::array<AttributeInfo, size> infos{A::template info<T>()...};
+
+  template <class T>
+  using KeyOf =
+      decltype(std::tuple_element_t<0, std::tuple<A...>>::keyOf(std::declval<const T&>()));
+  template <class T>
+  static auto keyOf(const T& entity) {
+    return std::tuple_element_t<0, std::tuple<A...>>::keyOf(entity);
+  }
 };
 
 }  // namespace rt

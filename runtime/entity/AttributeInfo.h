@@ -47,6 +47,8 @@ struct AttributeInfo {
   std::vector<String> (*keys)(const Entity&) = nullptr;  // all keys in order, for collections
   Ptr<Entity> (*member)(const Entity&, std::string_view key) = nullptr;  // entities; null if absent
   String (*memberText)(const Entity&, std::string_view key) = nullptr;   // values; empty if absent
+  // Values: writes the member; null where the collection takes no key beside the value.
+  void (*memberTextIs)(Entity&, std::string_view key, std::string_view text) = nullptr;
   // Entities: makes the member under `key`, lets `fill` write to it and only then tells reactors of
   // it. Where there is one already, that is filled.
   Ptr<Entity> (*memberIs)(Entity&, std::string_view key,
@@ -57,6 +59,9 @@ struct AttributeInfo {
 struct TypeInfo {
   std::string_view name;
   std::span<const AttributeInfo> attributes;
+  // For records: a new one, with all its defaults, made for the same key as `other` and mounted
+  // nowhere. Null when the type needs more than a key.
+  Ptr<Entity> (*fresh)(const Entity& other) = nullptr;
 
   // Null when the type has no attribute of that name.
   const AttributeInfo* find(std::string_view attribute) const;

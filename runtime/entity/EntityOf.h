@@ -28,8 +28,23 @@
 
 namespace rt {
 
+// TypeInfo::fresh. A record's constructor takes nothing, or the attribute that its table lists
+// first.
 template <class T>
-inline constexpr TypeInfo typeInfo{T::typeName, T::Attributes::template infos<T>};
+constexpr auto freshOf() -> decltype(TypeInfo::fresh) {
+  using Key = typename T::Attributes::template KeyOf<T>;
+  if constexpr (std::is_default_constructible_v<T>)
+    return [](const Entity&) -> Ptr<Entity> { return make<T>(); };
+  else if constexpr (std::is_constructible_v<T, Key>)
+    return [](const Entity& other) -> Ptr<Entity> {
+      return make<T>(T::Attributes::keyOf(static_cast<const T&>(other)));
+    };
+  else
+    return nullptr;
+}
+
+template <class T>
+inline constexpr TypeInfo typeInfo{T::typeName, T::Attributes::template infos<T>, freshOf<T>()};
 
 // Base of the entity class T, which has `typeName` and `Attributes`. `Base` is Entity, StateMachine
 // or another entity class that T extends.
@@ -63,7 +78,7 @@ class EntityOf : public Base {
   // Removes an entity that this one owns; returns it, or null when there was none.
   template <auto getter, class M>
   rt::Ptr<M> drop(rt::Ptr<M>& field) {
-    const rt::Ptr<M> old = std::exchange(field, nullptr);
+    rt::Ptr<M> old = std::exchange(field, nullptr);
     if (!old) return nullptr;
     old->handleRemoval();
     tell<getter>();

@@ -61,6 +61,35 @@ class Panel final : public EntityOf<Panel> {
   IntfId port_;
 };
 
+// Is known by its name alone.
+class Slot final : public EntityOf<Slot> {
+ public:
+  explicit Slot(String name) : name_(std::move(name)) {}
+  const String& name() const { return name_; }
+
+  static constexpr std::string_view typeName = "Test::Slot";
+  using Attributes = AttributeTable<Attribute<"name", &Slot::name>>;
+
+ private:
+  const String name_;
+};
+
+// Is known by two names.
+class Pair final : public EntityOf<Pair> {
+ public:
+  Pair(String left, String right) : left_(std::move(left)), right_(std::move(right)) {}
+  const String& left() const { return left_; }
+  const String& right() const { return right_; }
+
+  static constexpr std::string_view typeName = "Test::Pair";
+  using Attributes =
+      AttributeTable<Attribute<"left", &Pair::left>, Attribute<"right", &Pair::right>>;
+
+ private:
+  const String left_;
+  const String right_;
+};
+
 namespace {
 
 using ::testing::ElementsAre;
@@ -195,6 +224,25 @@ TEST(GenericAccess, FollowsAReferenceToAnEntity) {
   EXPECT_EQ(info->entity(*house), lamp);
 }
 
+TEST(GenericAccess, MakesAFreshRecordWithTheKeyOfAnotherAndAllDefaults) {
+  const auto hall = make<Lamp>("hall");
+  hall->wattsIs(60);
+  const auto fresh = ptrCast<Lamp>(hall->type().fresh(*hall));
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_NE(fresh, hall);
+  EXPECT_EQ(fresh->name(), "lamp") << "a record that needs no key gets none";
+  EXPECT_EQ(fresh->watts(), 0U);
+
+  const auto slot = make<Slot>("left");
+  EXPECT_EQ(attributeText(*slot->type().fresh(*slot), "name"), "left");
+  EXPECT_NE(make<House>()->type().fresh, nullptr);
+}
+
+TEST(GenericAccess, MakesNoFreshOneOfATypeThatNeedsMoreThanAKey) {
+  EXPECT_EQ(typeInfo<HouseWatcher>.fresh, nullptr);
+  EXPECT_EQ(typeInfo<Pair>.fresh, nullptr);
+}
+
 // A house and what generic code knows of its collections.
 class GenericCollection : public ::testing::Test {
  protected:
@@ -276,6 +324,16 @@ TEST_F(GenericCollection, RemovesAMemberByKey) {
   lamp_.memberDel(*house_, "hall");
   reading_.memberDel(*house_, "7");
   EXPECT_THAT(recorder_->take(), ElementsAre("Test::House.lamp[hall]", "Test::House.reading[7]"));
+}
+
+TEST_F(GenericCollection, AddsAndReplacesPlainValues) {
+  reading_.memberTextIs(*house_, "7", "low");
+  reading_.memberTextIs(*house_, "7", "high");
+  EXPECT_EQ(house_->reading(7), "high");
+  EXPECT_THAT(recorder_->take(), ElementsAre("Test::House.reading[7]", "Test::House.reading[7]"));
+  EXPECT_EQ(thrownBy<AttributeException>([&] { reading_.memberTextIs(*house_, "x", "low"); }),
+            "Test::House.reading: 'x' is no value of type uint32");
+  EXPECT_EQ(lamp_.memberTextIs, nullptr);
 }
 
 TEST_F(GenericCollection, RefusesTextThatIsNoKeyAndChangesNothing) {

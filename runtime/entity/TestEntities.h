@@ -67,7 +67,7 @@ class House : public EntityOf<House> {
   static constexpr std::string_view typeName = "Test::House";
   using Attributes = AttributeTable<
       CollectionAttribute<"lamp", &House::lamp, &House::lamps, &House::lampMount, &House::lampDel>,
-      CollectionAttribute<"reading", &House::reading, &House::readings, nullptr,
+      CollectionAttribute<"reading", &House::reading, &House::readings, &House::readingIs,
                           &House::readingDel>,
       Attribute<"doorLamp", &House::doorLamp>>;
 

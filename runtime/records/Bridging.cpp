@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "runtime/base/Exception.h"
 #include "runtime/entity/TypeRegistry.h"
 
 namespace Bridging {
@@ -37,6 +38,14 @@ std::optional<ConfiguredHost> FdbConfig::configuredHost(const rt::EthAddr& addre
 
 void FdbConfig::configuredHostIs(const ConfiguredHost& host) {
   store<&FdbConfig::configuredHost>(configuredHost_, host.address, host);
+}
+
+void FdbConfig::configuredHostMount(const rt::EthAddr& address, const ConfiguredHost& host) {
+  if (host.address != address)
+    throw rt::RangeException("Bridging::Input::FdbConfig.configuredHost[" + address.text() +
+                                 "]: the host's address must be its key",
+                             host.address.text());
+  configuredHostIs(host);
 }
 
 void FdbConfig::configuredHostDel(const rt::EthAddr& address) {

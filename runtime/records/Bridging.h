@@ -41,6 +41,8 @@ class FdbConfig final : public rt::EntityOf<FdbConfig> {
   bool configuredHostHas(const rt::EthAddr& address) const { return configuredHost_.has(address); }
   // Adds the host, or replaces the one with its address.
   void configuredHostIs(const ConfiguredHost& host);
+  // RangeException when `address` is not the host's own.
+  void configuredHostMount(const rt::EthAddr& address, const ConfiguredHost& host);
   void configuredHostDel(const rt::EthAddr& address);
   void configuredHostDelAll();
 
@@ -48,7 +50,8 @@ class FdbConfig final : public rt::EntityOf<FdbConfig> {
   using Attributes = rt::AttributeTable<
       rt::Attribute<"vlanId", &FdbConfig::vlanId>,
       rt::CollectionAttribute<"configuredHost", &FdbConfig::configuredHost,
-                              &FdbConfig::configuredHosts, nullptr, &FdbConfig::configuredHostDel>>;
+                              &FdbConfig::configuredHosts, &FdbConfig::configuredHostMount,
+                              &FdbConfig::configuredHostDel>>;
 
  private:
   const VlanId vlanId_;

@@ -77,6 +77,15 @@ TEST(FdbConfigTest, AnotherHostReplacesTheOneWithItsAddress) {
   EXPECT_EQ(vlan->configuredHosts().size(), 1U);
 }
 
+TEST(FdbConfigTest, AHostIsMountedUnderItsOwnAddressOnly) {
+  const auto vlan = rt::make<FdbConfig>(VlanId(100));
+  vlan->configuredHostMount(mac, host);
+  EXPECT_EQ(vlan->configuredHost(mac), host);
+  vlan->configuredHostDelAll();
+  EXPECT_THROW(vlan->configuredHostMount(rt::EthAddr(), host), rt::RangeException);
+  EXPECT_TRUE(vlan->configuredHosts().empty());
+}
+
 TEST(FdbConfigTest, RemovalIsToldOnce) {
   const auto vlan = rt::make<FdbConfig>(VlanId(100));
   vlan->configuredHostIs(host);

@@ -82,10 +82,10 @@ class AllIntfStatusLocalDir final : public rt::EntityOf<AllIntfStatusLocalDir> {
   void intfStatusLocalDel(const rt::IntfId& id);
 
   static constexpr std::string_view typeName = "Interface::AllIntfStatusLocalDir";
-  using Attributes = rt::AttributeTable<
-      rt::CollectionAttribute<"intfStatusLocal", &AllIntfStatusLocalDir::intfStatusLocal,
-                              &AllIntfStatusLocalDir::intfStatusLocals, nullptr,
-                              &AllIntfStatusLocalDir::intfStatusLocalDel>>;
+  using Attributes = rt::AttributeTable<rt::CollectionAttribute<
+      "intfStatusLocal", &AllIntfStatusLocalDir::intfStatusLocal,
+      &AllIntfStatusLocalDir::intfStatusLocals, &AllIntfStatusLocalDir::intfStatusLocalIs,
+      &AllIntfStatusLocalDir::intfStatusLocalDel>>;
 
  private:
   IntfStatusLocals intfStatusLocal_;
@@ -116,10 +116,12 @@ class DeviceIntfStatusDir final : public rt::EntityOf<DeviceIntfStatusDir> {
   void intfStatusAndDeviceNameDel(const rt::IntfId& id);
 
   static constexpr std::string_view typeName = "Interface::DeviceIntfStatusDir";
-  using Attributes = rt::AttributeTable<rt::CollectionAttribute<
-      "intfStatusAndDeviceName", &DeviceIntfStatusDir::intfStatusAndDeviceName,
-      &DeviceIntfStatusDir::intfStatusAndDeviceNames, nullptr,
-      &DeviceIntfStatusDir::intfStatusAndDeviceNameDel>>;
+  using Attributes =
+      rt::AttributeTable<rt::CollectionAttribute<"intfStatusAndDeviceName",
+                                                 &DeviceIntfStatusDir::intfStatusAndDeviceName,
+                                                 &DeviceIntfStatusDir::intfStatusAndDeviceNames,
+                                                 &DeviceIntfStatusDir::intfStatusAndDeviceNameIs,
+                                                 &DeviceIntfStatusDir::intfStatusAndDeviceNameDel>>;
 
  private:
   IntfStatusAndDeviceNames present_;

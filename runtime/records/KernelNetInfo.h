@@ -32,8 +32,9 @@ class Status final : public rt::EntityOf<Status> {
   void interfaceDel(const InterfaceKey& key);
 
   static constexpr std::string_view typeName = "KernelNetInfo::Status";
-  using Attributes = rt::AttributeTable<rt::CollectionAttribute<
-      "interface", &Status::interface, &Status::interfaces, nullptr, &Status::interfaceDel>>;
+  using Attributes = rt::AttributeTable<
+      rt::CollectionAttribute<"interface", &Status::interface, &Status::interfaces,
+                              &Status::interfaceIs, &Status::interfaceDel>>;
 
  private:
   Interfaces interface_;

@@ -1,0 +1,36 @@
+// Whether a file can be a VM's disk image.
+//
+// Apart from the other rules: a file can come and go by itself, so a missing image is a problem to
+// tell of, and no reason to refuse a configuration.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "runtime/base/Problem.h"
+
+namespace edge {
+
+// The agent reads five bytes from byte 32,769 on, to tell a CD from a hard disk.
+constexpr uint64_t smallestImage = 32774;
+
+// What a look at a file tells of it.
+struct ImageFacts {
+  enum class Kind : uint8_t { regular, blockDevice, other };
+
+  int error = 0;  // the errno when the file is missing or cannot be read; the rest is 0 then
+  Kind kind = Kind::other;
+  uint64_t size = 0;                // bytes
+  std::array<uint8_t, 104> head{};  // its first bytes; zeros behind its end
+};
+
+// The one function of this folder that looks at a file. It waits for nothing and changes nothing,
+// but for the disk: a file system that does not answer holds it up.
+ImageFacts imageFacts(const rt::String& path);
+
+// Pure: raw disks and CDs, and qcow2 of version 2 or 3 that needs no second file, will do.
+std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts);
+
+}  // namespace edge

@@ -1,0 +1,168 @@
+#include "statedb/EntityDocument.h"
+
+#include <algorithm>
+#include <string>
+
+#include "runtime/base/Check.h"
+#include "runtime/base/Format.h"
+#include "statedb/DocumentReader.h"
+
+namespace statedb {
+
+namespace {
+
+// How many bytes at the start of `text` are one UTF-8 character; 0 when they are none.
+size_t characterLength(std::string_view text) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned lead = byte(0);
+  if (lead < 0x80) return 1;
+  const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
+  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return 0;
+  for (size_t i = 1; i < length; ++i)
+    if ((byte(i) & 0xc0U) != 0x80) return 0;
+  // Forms that are longer than need be, halves of surrogate pairs, and what is past U+10FFFF.
+  const unsigned second = byte(1);
+  const bool bad = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second >= 0xa0) ||
+                   (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second >= 0x90);
+  return bad ? 0 : length;
+}
+
+void appendQuoted(rt::String& out, std::string_view text) {
+  out += '"';
+  while (!text.empty()) {
+    const size_t length = characterLength(text);
+    const char c = text[0];
+    if (length == 0)
+      out += "\xef\xbf\xbd";
+    else if (c == '"' || c == '\\')
+      (out += '\\') += c;
+    else if (static_cast<unsigned char>(c) < 0x20)
+      out += rt::format("\\u%04x", c);
+    else
+      out += text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  out += '"';
+}
+
+// Numbers as they are, but for the infinite ones, which JSON does not have.
+void appendScalar(rt::String& out, const rt::Entity& entity, const rt::AttributeInfo& attribute) {
+  const rt::String text = attribute.text(entity);
+  const bool infinite = attribute.form == rt::ValueForm::number && text[text.size() - 1] > '9';
+  if (attribute.form == rt::ValueForm::text || infinite)
+    appendQuoted(out, text);
+  else
+    out += text;
+}
+
+void appendFields(rt::String& out, const rt::Entity& entity);
+
+void appendMembers(rt::String& out, const rt::Entity& entity, const rt::AttributeInfo& attribute) {
+  char separator = '{';
+  for (const rt::String& key : attribute.keys(entity)) {
+    out += separator;
+    separator = ',';
+    appendQuoted(out, key);
+    out += ':';
+    if (attribute.kind == rt::AttributeKind::entities)
+      appendFields(out, *attribute.member(entity, key));
+    else
+      appendQuoted(out, attribute.memberText(entity, key));
+  }
+  out += separator == '{' ? "{}" : "}";
+}
+
+void appendFields(rt::String& out, const rt::Entity& entity) {
+  char separator = '{';
+  for (const auto& attribute : entity.type().attributes) {
+    if (!isField(attribute)) continue;
+    out += separator;
+    separator = ',';
+    appendQuoted(out, attribute.name);
+    out += ':';
+    if (attribute.kind == rt::AttributeKind::scalar)
+      appendScalar(out, entity, attribute);
+    else
+      appendMembers(out, entity, attribute);
+  }
+  out += separator == '{' ? "{}" : "}";
+}
+
+// Makes one record equal another of its type, telling only of what differs.
+class Copy {
+ public:
+  explicit Copy(std::string_view switchAttribute) : switchAttribute_(switchAttribute) {}
+
+  void fields(const rt::Entity& from, rt::Entity& to) const {
+    const rt::AttributeInfo* const last = switchOf(from.type());
+    const bool on = last && last->text(from) == "true";
+    if (last && !on) field(from, to, *last);
+    for (const auto& attribute : from.type().attributes)
+      if (isField(attribute) && &attribute != last) field(from, to, attribute);
+    if (on) field(from, to, *last);
+  }
+
+ private:
+  const rt::AttributeInfo* switchOf(const rt::TypeInfo& type) const {
+    const rt::AttributeInfo* const found = type.find(switchAttribute_);
+    const bool usable = found && found->textIs && found->form == rt::ValueForm::boolean;
+    return usable ? found : nullptr;
+  }
+
+  void field(const rt::Entity& from, rt::Entity& to, const rt::AttributeInfo& attribute) const {
+    if (attribute.kind != rt::AttributeKind::scalar)
+      members(from, to, attribute);
+    else
+      attribute.textIs(to, attribute.text(from));
+  }
+
+  void members(const rt::Entity& from, rt::Entity& to, const rt::AttributeInfo& attribute) const {
+    const std::vector<rt::String> keys = attribute.keys(from);
+    std::vector<rt::String> sorted = keys;
+    std::sort(sorted.begin(), sorted.end());
+    for (const rt::String& key : attribute.keys(to))
+      if (!std::binary_search(sorted.begin(), sorted.end(), key)) attribute.memberDel(to, key);
+    for (const rt::String& key : keys) {
+      if (attribute.kind == rt::AttributeKind::values) {
+        attribute.memberTextIs(to, key, attribute.memberText(from, key));
+        continue;
+      }
+      const rt::Ptr<rt::Entity> member = attribute.member(from, key);
+      attribute.memberIs(to, key, [&](rt::Entity& filled) { fields(*member, filled); });
+    }
+  }
+
+  std::string_view switchAttribute_;
+};
+
+// Adds what `more` says of fields that nothing is said of yet.
+void add(std::vector<rt::Problem>& problems, const std::vector<rt::Problem>& more) {
+  const auto known = problems.size();
+  for (const rt::Problem& each : more) {
+    const auto end = problems.begin() + static_cast<std::ptrdiff_t>(known);
+    const auto same = [&](const rt::Problem& old) { return old.field == each.field; };
+    if (std::none_of(problems.begin(), end, same)) problems.push_back(each);
+  }
+}
+
+}  // namespace
+
+rt::String documentOf(const rt::Entity& entity) {
+  rt::String document;
+  appendFields(document, entity);
+  return document;
+}
+
+std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
+                              const FillOptions& options) {
+  rt::check(entity.type().fresh != nullptr, "a document is read into a record");
+  const rt::Ptr<rt::Entity> alive(&entity);  // handlers may drop it
+  const rt::Ptr<rt::Entity> scratch = entity.type().fresh(entity);
+  std::vector<rt::Problem> problems;
+  if (readDocument(json, *scratch, problems) && options.check)
+    add(problems, options.check(*scratch));
+  if (problems.empty()) Copy(options.switchAttribute).fields(*scratch, entity);
+  return problems;
+}
+
+}  // namespace statedb
