@@ -1,0 +1,144 @@
+// The state database: what an operator asked for and what is so, as JSON documents in tables.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "runtime/base/String.h"
+#include "statedb/Error.h"
+
+namespace statedb {
+
+// A JSON text of any kind, 1 MiB at least, under a key in a table. Names are not empty and hold no
+// NUL byte; the database gives them no meaning.
+struct Record {
+  rt::String table;
+  rt::String key;
+  rt::String doc;
+  // Grows with every change of the record and is never used again, also not after the record was
+  // removed and made anew. Comparable for equality only; 0 stands for "no such record".
+  uint64_t revision = 0;
+
+  friend bool operator==(const Record&, const Record&) = default;
+};
+
+// A moment in a store's history. A store that was made anew, or replaced by a copy, has another id.
+struct Cursor {
+  rt::String storeId;
+  uint64_t sequence = 0;  // grows with every change, not always by one
+
+  friend bool operator==(const Cursor&, const Cursor&) = default;
+};
+
+// Some tables as they were at the cursor, in order of table and key.
+struct Snapshot {
+  std::vector<Record> records;
+  Cursor cursor;
+};
+
+enum class Op : uint8_t { put, del };
+
+// What became of a record. Of a removed one, only table and key are set.
+struct Change {
+  Op op = Op::put;
+  Record record;
+
+  friend bool operator==(const Change&, const Change&) = default;
+};
+
+enum class Resume : uint8_t {
+  resumed,     // `changes` is all there was
+  trimmed,     // the log no longer reaches back to the cursor: take a snapshot and compare
+  otherStore,  // the cursor is of another store, or of its future: likewise
+};
+
+// What happened between two moments, in all tables of a store. Coalesced: each record is named
+// once, as it is at `cursor`, in order of its last change; so one that came and went is a `del` of
+// a record never heard of, and one changed and changed back is a `put` of what was known. Never
+// part of a transaction. A snapshot with the changes since applied is the snapshot at `cursor`.
+struct Changes {
+  Resume resume = Resume::resumed;
+  std::vector<Change> changes;
+  Cursor cursor;  // to go on from; the one asked with unless `resumed`
+};
+
+// Puts and dels that happen together or not at all, if all guards hold.
+class Transaction {
+ public:
+  struct Guard {
+    rt::String table;
+    rt::String key;
+    uint64_t revision;  // 0: there is no such record
+  };
+
+  Transaction& put(rt::String table, rt::String key, rt::String doc);
+  // Of a record that does not exist: nothing happens.
+  Transaction& del(rt::String table, rt::String key);
+  Transaction& guard(rt::String table, rt::String key, uint64_t revision);
+  Transaction& guardAbsent(rt::String table, rt::String key);
+
+  const std::vector<Change>& writes() const { return writes_; }
+  const std::vector<Guard>& guards() const { return guards_; }
+
+ private:
+  std::vector<Change> writes_;  // their revisions mean nothing
+  std::vector<Guard> guards_;
+};
+
+// One store, as one of its many users sees it. All calls throw Error, and return soon: the longest
+// wait is the backend's time-out. Used by one thread. Not to be carried over a fork.
+class Store {
+ public:
+  Store() = default;
+  Store(const Store&) = delete;
+  virtual ~Store() = default;
+
+  virtual Snapshot snapshot(const std::vector<rt::String>& tables) = 0;
+  virtual std::optional<Record> record(const rt::String& table, const rt::String& key) = 0;
+  // Silences the wake-up first, so that no commit is missed in between.
+  virtual Changes changes(const Cursor& since) = 0;
+  // ConflictError when a guard does not hold. A document put as it already stands is no change: its
+  // revision stays and nobody is told. Each record may be written once.
+  virtual void commit(const Transaction& transaction) = 0;
+  // A descriptor to poll, the caller's to close (rt::FileDescriptor does). Readable means "look":
+  // after this call every commit of anybody makes it so, and sometimes nothing did; the next
+  // changes() ends it, whatever it returns. Nothing is to be read from it. For no gap: wakeUp()
+  // first, then snapshot(), then changes() whenever it is readable. One watcher a Store.
+  virtual int wakeUp() = 0;
+};
+
+// Configuration is durable and written by operators. Status is the daemon's word about the machine
+// as it runs: it is written often, never to flash, and may be gone after a reboot.
+enum class Half : uint8_t { config, status };
+
+// Status: vmStatus, vmProblem, interfaceStatus, and fdb, whose entries the daemon makes from its
+// guests' cards. All other tables are configuration, such as vmConfig, vmIntent and interface.
+Half halfOf(std::string_view table);
+
+// Both halves, each a store of its own: no snapshot, cursor or transaction spans the two. A request
+// that names tables of both is `invalid`.
+class StateDb {
+ public:
+  using Opener = std::function<std::unique_ptr<Store>()>;
+
+  // A half is opened when first asked for; what opening throws is thrown then, each time.
+  StateDb(Opener config, Opener status);
+
+  Store& store(Half half);
+  Store& store(const rt::String& table) { return store(halfOf(table)); }
+
+  Snapshot snapshot(const std::vector<rt::String>& tables);
+  std::optional<Record> record(const rt::String& table, const rt::String& key);
+  void commit(const Transaction& transaction);
+
+ private:
+  Opener openers_[2];
+  std::unique_ptr<Store> stores_[2];
+};
+
+}  // namespace statedb

@@ -1,0 +1,54 @@
+// A store in memory, for tests of what uses one.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "statedb/StateDb.h"
+
+namespace statedb::fakes {
+
+// What all users of a store share.
+struct MemoryData {
+  MemoryData();
+
+  const rt::String id;  // of this one and no other
+  std::mutex mutex;
+  std::map<std::pair<rt::String, rt::String>, Record> records;
+  // Sequence -> record, of its last change only: older ones would never be told.
+  std::map<uint64_t, std::pair<rt::String, rt::String>> log;
+  std::map<std::pair<rt::String, rt::String>, uint64_t> lastChange;  // the other way about
+  uint64_t sequence = 0;
+  uint64_t trimmedTo = 0;
+  std::set<int> bells;  // the users' eventfds
+};
+
+class MemoryStore final : public Store {
+ public:
+  explicit MemoryStore(std::shared_ptr<MemoryData> data, Half half = Half::config);
+  ~MemoryStore() override;
+
+  Snapshot snapshot(const std::vector<rt::String>& tables) override;
+  std::optional<Record> record(const rt::String& table, const rt::String& key) override;
+  Changes changes(const Cursor& since) override;
+  void commit(const Transaction& transaction) override;
+  int wakeUp() override;
+
+  // Forgets all that happened until now.
+  void trim();
+
+ private:
+  Cursor cursor() const { return {data_->id, data_->sequence}; }
+  void require(const Transaction& transaction) const;
+  bool write(const Change& change);
+
+  const std::shared_ptr<MemoryData> data_;
+  const Half half_;
+  int bell_ = -1;
+};
+
+}  // namespace statedb::fakes

@@ -1,0 +1,75 @@
+#include "statedb/sqlite/Doorbell.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "statedb/sqlite/Sentences.h"
+
+namespace statedb::sqlite {
+
+namespace {
+
+constexpr mode_t readAndWrite = 0666;
+
+}  // namespace
+
+Doorbell::Doorbell(const rt::String& file) : file_(file), bell_(file + "-bell") {}
+
+Doorbell::~Doorbell() {
+  if (inotify_ >= 0) close(inotify_);
+}
+
+void Doorbell::make() const {
+  struct stat database {};
+  if (stat(file_.charPtr(), &database) != 0) return;
+  const int bell = open(bell_.charPtr(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                        database.st_mode & readAndWrite);
+  if (bell < 0) return;
+  fchmod(bell, database.st_mode & readAndWrite);
+  close(bell);
+}
+
+void Doorbell::ring() const noexcept {
+  int bell = open(bell_.charPtr(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (bell < 0 && errno == ENOENT) {
+    make();
+    bell = open(bell_.charPtr(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
+  }
+  if (bell >= 0) close(bell);
+}
+
+int Doorbell::listen() {
+  if (inotify_ < 0) watch();
+  const int descriptor = fcntl(inotify_, F_DUPFD_CLOEXEC, 0);
+  if (descriptor < 0) throw fromErrno(file_, errno, "it could not be watched");
+  return descriptor;
+}
+
+// The directory and not the files: they may be made anew, and the end of one would end its watch.
+// That the database itself is replaced or removed is told as well.
+void Doorbell::watch() {
+  const int inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (inotify < 0) throw fromErrno(file_, errno, "it could not be watched");
+  constexpr uint32_t events =
+      IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_ONLYDIR;
+  if (inotify_add_watch(inotify, directoryOf(file_).charPtr(), events) < 0) {
+    const int error = errno;
+    close(inotify);
+    throw error == ENOSPC
+        ? failed(file_, "no inotify watch is left: raise fs.inotify.max_user_watches")
+        : fromErrno(file_, error, "its directory could not be watched");
+  }
+  inotify_ = inotify;
+}
+
+void Doorbell::silence() const {
+  if (inotify_ < 0) return;
+  alignas(inotify_event) char events[16 * 1024];
+  while (read(inotify_, events, sizeof events) > 0) continue;
+}
+
+}  // namespace statedb::sqlite

@@ -1,0 +1,184 @@
+// The files of the database: who makes them, their modes, and what happens when they go.
+#include <gmock/gmock.h>
+
+#include "statedb/fakes/StoreContract.h"
+#include "statedb/sqlite/Connection.h"
+#include "statedb/sqlite/fakes/TestFiles.h"
+
+namespace statedb::sqlite {
+namespace {
+
+using testing::HasSubstr;
+
+using FilesTest = SqliteTest;
+
+// Sets the umask for as long as it lives.
+class Umask {
+ public:
+  explicit Umask(mode_t mask) : before_(umask(mask)) {}
+  Umask(const Umask&) = delete;
+  ~Umask() { umask(before_); }
+
+ private:
+  mode_t before_;
+};
+
+constexpr const char* allFiles[] = {"", "-wal", "-shm", "-bell"};
+
+TEST_F(FilesTest, TheOwnerMakesThemForTheGroupWhateverTheUmask) {
+  const Umask mask(0777);
+  const auto store = open();
+  put(*store, "a", "1");
+  for (const char* ending : allFiles) EXPECT_EQ(modeOf(companion(ending)), 0660U) << ending;
+}
+
+TEST_F(FilesTest, AllTakeModeAndGroupOfTheDatabase) {
+  open();
+  // Anybody's second group, or, as root, any.
+  gid_t groups[64];
+  const int count = getgroups(64, groups);
+  const gid_t group = geteuid() == 0 ? 54321 : count > 0 ? groups[count - 1] : getegid();
+  ASSERT_EQ(chown(file.c_str(), static_cast<uid_t>(-1), group), 0);
+  std::filesystem::remove(companion("-bell"));
+  ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+  const auto store = open();
+  put(*store, "a", "1");
+  for (const char* ending : allFiles) {
+    EXPECT_EQ(groupOf(companion(ending)), group) << ending;
+    EXPECT_EQ(modeOf(companion(ending)), 0640U) << ending;
+  }
+}
+
+TEST_F(FilesTest, AClientMakesNone) {
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { openClient(); }, &sentence), Trouble::missing);
+  EXPECT_EQ(sentence, file.string() + " does not exist yet: start vmagentd, which sets it up");
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST_F(FilesTest, AMissingDirectoryIsNamed) {
+  const auto missing = dir.path() / "no" / "such";
+  for (const Role role : {Role::owner, Role::client}) {
+    StoreOptions options;
+    options.file = rt::String((missing / "config.db").string());
+    options.role = role;
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { openStore(options); }, &sentence), Trouble::missing);
+    EXPECT_EQ(sentence,
+              "directory " + missing.string() + " does not exist: create it, or name another");
+  }
+}
+
+TEST_F(FilesTest, ADirectoryInPlaceOfTheFileIsRefused) {
+  std::filesystem::create_directory(file);
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { open(); }, &sentence), Trouble::failed);
+  EXPECT_THAT(sentence, HasSubstr(file.string()));
+}
+
+TEST_F(FilesTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
+  const std::string text = "this is a text of mine, and no database of yours, whatever its name is";
+  contentIs(file, text);
+  for (const Role role : {Role::owner, Role::client}) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::corrupt);
+    EXPECT_THAT(sentence, HasSubstr(file.string() + " is damaged or no database"));
+    EXPECT_THAT(sentence, HasSubstr("restore a backup"));
+  }
+  EXPECT_EQ(contentOf(file), text);
+}
+
+TEST_F(FilesTest, PagesAreSmallAndTheJournalIsAWriteAheadLog) {
+  const auto store = open();
+  Connection look(fileName(), rt::Seconds(1));
+  EXPECT_EQ(look.number("PRAGMA page_size"), 1024);
+  EXPECT_EQ(look.text("PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(FilesTest, TheLogIsWrittenBackAndDoesNotGrowForEver) {
+  const auto store = open();
+  const std::string filling(100'000, 'x');
+  for (int i = 0; i < 60; ++i)
+    put(*store, "a", rt::String("\"" + std::to_string(i) + filling + "\""));
+  EXPECT_LT(std::filesystem::file_size(companion("-wal")), 2U * 1024 * 1024);
+  EXPECT_EQ(store->record("vmConfig", "a")->doc.substr(0, 4), "\"59x");
+}
+
+TEST_F(FilesTest, TheLogOfChangesIsBounded) {
+  const auto store = open(Role::owner, 20);
+  for (int i = 0; i < 200; ++i) put(*store, "a", rt::String(std::to_string(i)));
+  Connection look(fileName(), rt::Seconds(1));
+  EXPECT_LE(look.number("SELECT count(*) FROM change"), 26);
+  EXPECT_GE(look.number("SELECT count(*) FROM change"), 20);
+  EXPECT_EQ(look.number("SELECT min(seq) - 1 FROM change"),
+            look.number("SELECT v FROM meta WHERE k = 'trimmed_to'"));
+}
+
+TEST_F(FilesTest, ARemovedFileIsToldAndNothingIsWrittenToWhatIsLeftOfIt) {
+  const auto store = open();
+  const Closing wakeUp(store->wakeUp());
+  std::filesystem::remove(file);
+  EXPECT_TRUE(wakeUp.isReadable());
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { put(*store, "a", "1"); }, &sentence), Trouble::missing);
+  EXPECT_THAT(sentence, HasSubstr(file.string() + " was removed while in use"));
+  EXPECT_EQ(troubleOf([&] { (void)store->snapshot({"vmConfig"}); }), Trouble::missing);
+  EXPECT_EQ(troubleOf([&] { (void)store->changes({}); }), Trouble::missing);
+  EXPECT_FALSE(wakeUp.isReadable());
+}
+
+TEST_F(FilesTest, AReplacedFileIsTold) {
+  open();
+  const auto backup = dir.path() / "backup.db";
+  std::filesystem::copy(file, backup);
+  const auto store = open();
+  const Closing wakeUp(store->wakeUp());
+  std::filesystem::rename(backup, file);
+  EXPECT_TRUE(wakeUp.isReadable());
+  EXPECT_EQ(troubleOf([&] { put(*store, "a", "1"); }), Trouble::replaced);
+}
+
+TEST_F(FilesTest, ABackupPutBackIsAnotherStore) {
+  auto store = open();
+  put(*store, "a", "1");
+  const Cursor before = store->snapshot({}).cursor;
+  store.reset();
+  const auto backup = dir.path() / "backup.db";
+  std::filesystem::copy(file, backup);
+  std::filesystem::rename(backup, file);
+  EXPECT_EQ(open()->changes(before).resume, Resume::otherStore);
+}
+
+TEST_F(FilesTest, AStoreOpenedAgainIsTheSame) {
+  auto store = open();
+  const Cursor before = store->snapshot({}).cursor;
+  put(*store, "a", "1");
+  store.reset();
+  const Changes changes = open()->changes(before);
+  EXPECT_EQ(changes.resume, Resume::resumed);
+  EXPECT_THAT(told(changes), testing::ElementsAre("put a"));
+}
+
+TEST_F(FilesTest, ALostBellIsMadeAnewByWhoRings) {
+  const auto store = open();
+  const Closing wakeUp(store->wakeUp());
+  std::filesystem::remove(companion("-bell"));
+  store->changes({});
+  put(*store, "a", "1");
+  EXPECT_TRUE(wakeUp.isReadable());
+  EXPECT_EQ(modeOf(companion("-bell")), 0660U);
+}
+
+TEST_F(FilesTest, ADamagedPageIsFoundWhenTheOwnerOpens) {
+  open()->commit(
+      Transaction().put("vmConfig", "a", "\"" + rt::String(std::string(50'000, 'x')) + "\""));
+  std::string content = contentOf(file);
+  content.replace(1024, 4096, 4096, '\x5a');
+  contentIs(file, content);
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { open(); }, &sentence), Trouble::corrupt);
+  EXPECT_THAT(sentence, HasSubstr(".recover"));
+}
+
+}  // namespace
+}  // namespace statedb::sqlite

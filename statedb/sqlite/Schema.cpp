@@ -1,0 +1,96 @@
+#include "statedb/sqlite/Schema.h"
+
+#include <array>
+
+#include "runtime/base/Format.h"
+#include "statedb/sqlite/Sentences.h"
+
+namespace statedb::sqlite {
+
+namespace {
+
+constexpr int64_t applicationId = 0x766d6167;  // "vmag"
+
+// Why it is as it is:
+//   Triggers fill the log, so that what any program writes is told.
+//   A record's revision is the sequence of its last change: so it is never used again. The trigger
+//   on update is deaf to it, and to a document that is written as it stands.
+//   AUTOINCREMENT: a sequence is never used again, though the log be empty.
+//   A record's row holds its document (no WITHOUT ROWID): in pages of 1 KiB an index entry above
+//   230 bytes would take a page of its own.
+constexpr const char* format1 = R"(
+CREATE TABLE record(
+  tbl TEXT NOT NULL CHECK(tbl <> '' AND instr(tbl, char(0)) = 0),
+  key TEXT NOT NULL CHECK(key <> '' AND instr(key, char(0)) = 0),
+  doc TEXT NOT NULL CHECK(json_valid(doc) AND instr(doc, char(0)) = 0),
+  rev INTEGER NOT NULL DEFAULT 0,
+  PRIMARY KEY(tbl, key)) STRICT;
+CREATE TABLE change(
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  tbl TEXT NOT NULL,
+  key TEXT NOT NULL,
+  op TEXT NOT NULL CHECK(op IN ('put', 'del'))) STRICT;
+CREATE TABLE meta(k TEXT PRIMARY KEY, v ANY NOT NULL) STRICT, WITHOUT ROWID;
+CREATE TRIGGER record_inserted AFTER INSERT ON record BEGIN
+  INSERT INTO change(tbl, key, op) VALUES(NEW.tbl, NEW.key, 'put');
+  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_updated AFTER UPDATE OF doc ON record
+WHEN OLD.doc <> NEW.doc AND OLD.tbl = NEW.tbl AND OLD.key = NEW.key BEGIN
+  INSERT INTO change(tbl, key, op) VALUES(NEW.tbl, NEW.key, 'put');
+  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_renamed AFTER UPDATE OF tbl, key ON record
+WHEN OLD.tbl <> NEW.tbl OR OLD.key <> NEW.key BEGIN
+  INSERT INTO change(tbl, key, op) VALUES(OLD.tbl, OLD.key, 'del');
+  INSERT INTO change(tbl, key, op) VALUES(NEW.tbl, NEW.key, 'put');
+  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_deleted AFTER DELETE ON record BEGIN
+  INSERT INTO change(tbl, key, op) VALUES(OLD.tbl, OLD.key, 'del');
+END;
+INSERT INTO meta(k, v) VALUES('store_id', lower(hex(randomblob(16)))), ('trimmed_to', 0);
+)";
+
+constexpr std::array<const char*, 1> steps1 = {format1};
+
+bool isEmpty(Connection& connection) {
+  return connection.number("SELECT count(*) FROM sqlite_schema") == 0;
+}
+
+// The file's format; throws for a file that is not ours.
+size_t formatOf(Connection& connection, size_t known) {
+  const int64_t application = connection.number("PRAGMA application_id");
+  const int64_t format = connection.number("PRAGMA user_version");
+  if (application == 0 && format == 0 && isEmpty(connection)) return 0;
+  if (application != applicationId || format <= 0) throw foreign(connection.file());
+  if (format > static_cast<int64_t>(known)) throw newer(connection.file(), format, known);
+  return static_cast<size_t>(format);
+}
+
+void convert(Connection& connection, std::span<const char* const> steps) {
+  // Takes effect in an empty file only. Small pages: a change of one record writes fewer bytes to
+  // flash.
+  connection.run("PRAGMA page_size = 1024");
+  Transactional transaction(connection, Transactional::Kind::write);
+  // Looked at again, now that nobody else can write.
+  for (const char* step : steps.subspan(formatOf(connection, steps.size()))) connection.run(step);
+  connection.run(rt::format("PRAGMA application_id = %d; PRAGMA user_version = %zu",
+                            static_cast<int>(applicationId), steps.size())
+                     .charPtr());
+  transaction.commit();
+}
+
+}  // namespace
+
+std::span<const char* const> formatSteps() { return steps1; }
+
+void requireFormat(Connection& connection, Role role, std::span<const char* const> steps) {
+  const size_t format = formatOf(connection, steps.size());
+  if (format == steps.size()) return;
+  if (role == Role::owner) return convert(connection, steps);
+  if (format == 0) throw missingFile(connection.file());
+  throw older(connection.file(), static_cast<int64_t>(format), steps.size());
+}
+
+}  // namespace statedb::sqlite

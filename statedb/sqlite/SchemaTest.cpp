@@ -1,0 +1,126 @@
+// Formats of the file: older, newer, and other programs'.
+#include <gmock/gmock.h>
+
+#include "statedb/fakes/StoreContract.h"
+#include "statedb/sqlite/Schema.h"
+#include "statedb/sqlite/fakes/TestFiles.h"
+
+namespace statedb::sqlite {
+namespace {
+
+class SchemaTest : public SqliteTest {
+ protected:
+  // The steps of a later version of the program.
+  static std::vector<const char*> later(std::initializer_list<const char*> added) {
+    std::vector<const char*> steps(formatSteps().begin(), formatSteps().end());
+    steps.insert(steps.end(), added);
+    return steps;
+  }
+  int64_t format() const {
+    Connection look(fileName(), rt::Seconds(1));
+    return look.number("PRAGMA user_version");
+  }
+  void run(const char* sql) const { Connection(fileName(), rt::Seconds(1)).run(sql); }
+};
+
+constexpr const char* addColumn = "ALTER TABLE record ADD COLUMN note TEXT NOT NULL DEFAULT 'x'";
+constexpr const char* addTable = "CREATE TABLE extra(a INTEGER) STRICT";
+
+TEST_F(SchemaTest, AnOlderFileIsConvertedWithWhatIsInIt) {
+  put(*open(), "a", "1");
+  const int64_t before = format();
+  Connection connection(fileName(), rt::Seconds(1));
+  requireFormat(connection, Role::owner, later({addColumn, addTable}));
+  EXPECT_EQ(format(), before + 2);
+  EXPECT_EQ(connection.text("SELECT doc || note FROM record"), "1x");
+  EXPECT_EQ(connection.number("SELECT count(*) FROM extra"), 0);
+}
+
+TEST_F(SchemaTest, AConversionThatFailsLeavesTheOlderFile) {
+  put(*open(), "a", "1");
+  const int64_t before = format();
+  Connection connection(fileName(), rt::Seconds(1));
+  EXPECT_EQ(troubleOf([&] {
+              requireFormat(connection, Role::owner, later({addColumn, "CREATE nonsense"}));
+            }),
+            Trouble::failed);
+  EXPECT_EQ(format(), before);
+  EXPECT_EQ(open()->record("vmConfig", "a")->doc, "1");
+  EXPECT_EQ(
+      connection.number("SELECT count(*) FROM pragma_table_info('record') WHERE name = 'note'"), 0);
+}
+
+TEST_F(SchemaTest, AConversionIsDoneOnce) {
+  open();
+  Connection connection(fileName(), rt::Seconds(1));
+  requireFormat(connection, Role::owner, later({addTable}));
+  requireFormat(connection, Role::owner, later({addTable}));
+  requireFormat(connection, Role::client, later({addTable}));
+}
+
+TEST_F(SchemaTest, AClientDoesNotConvert) {
+  open();
+  const int64_t before = format();
+  Connection connection(fileName(), rt::Seconds(1));
+  std::string sentence;
+  EXPECT_EQ(
+      troubleOf([&] { requireFormat(connection, Role::client, later({addTable})); }, &sentence),
+      Trouble::older);
+  EXPECT_EQ(
+      sentence,
+      file.string() + " is of format 1, this program's is 2: restart vmagentd, which converts it");
+  EXPECT_EQ(format(), before);
+}
+
+TEST_F(SchemaTest, ANewerFileIsRefusedAndLeftAlone) {
+  put(*open(), "a", "1");
+  run("PRAGMA user_version = 7");
+  for (const Role role : {Role::owner, Role::client}) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::newer);
+    EXPECT_EQ(sentence,
+              file.string() +
+                  " is of format 7, but this program knows none above 1: install the newer"
+                  " version again, or restore a backup");
+  }
+  EXPECT_EQ(format(), 7);
+}
+
+TEST_F(SchemaTest, AnotherProgramsDatabaseIsRefusedAndLeftAlone) {
+  contentIs(file, "");
+  run("PRAGMA application_id = 1234; CREATE TABLE record(mine)");
+  for (const Role role : {Role::owner, Role::client}) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::foreign);
+    EXPECT_EQ(
+        sentence,
+        file.string() + " is another program's database: move it away, or name another directory");
+  }
+  Connection look(fileName(), rt::Seconds(1));
+  EXPECT_EQ(look.number("SELECT count(*) FROM sqlite_schema"), 1);
+  EXPECT_NE(look.text("PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(SchemaTest, ADatabaseWithoutAnApplicationIdIsForeignToo) {
+  contentIs(file, "");
+  run("CREATE TABLE mine(a)");
+  EXPECT_EQ(troubleOf([&] { open(); }), Trouble::foreign);
+}
+
+TEST_F(SchemaTest, AnEmptyFileIsSetUpByTheOwnerOnly) {
+  contentIs(file, "");
+  EXPECT_EQ(troubleOf([&] { openClient(); }), Trouble::missing);
+  put(*open(), "a", "1");
+  EXPECT_EQ(openClient()->record("vmConfig", "a")->doc, "1");
+}
+
+TEST_F(SchemaTest, AnOwnerKilledBeforeTheWriteAheadLogIsGoneOnFrom) {
+  open();
+  run("PRAGMA journal_mode = DELETE");
+  put(*openClient(), "a", "1");
+  Connection look(fileName(), rt::Seconds(1));
+  EXPECT_EQ(look.text("PRAGMA journal_mode"), "wal");
+}
+
+}  // namespace
+}  // namespace statedb::sqlite

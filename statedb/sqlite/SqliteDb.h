@@ -1,0 +1,49 @@
+// The state database in two SQLite files, which every program of the machine opens for itself.
+//
+//   config.db in the state directory: durable, each commit is on the disk when it returns
+//   status.db in the run directory: in memory as far as that is, never synced
+//
+// Beside each stand SQLite's -wal and -shm and our -bell, which is opened for writing and closed
+// after each commit: that wakes the watchers. All have the mode and group of the database file;
+// for a group of users the directory should be setgid. Any SQLite program may write too: its
+// commits are logged alike, and seen at the latest when it closes the file, or is killed.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "runtime/base/Seconds.h"
+#include "statedb/StateDb.h"
+
+namespace statedb::sqlite {
+
+enum class Role : uint8_t {
+  owner,   // the daemon: makes the files if missing (mode 0660), converts those of an older format
+  client,  // all others: read and write what is there
+};
+
+struct DbOptions {
+  rt::String stateDir;
+  rt::String runDir;
+  Role role = Role::client;
+};
+
+// The owner opens both halves at once, so that its trouble is told now; a client opens each when it
+// needs it: after a reboot there is configuration, but no status until the daemon has run.
+StateDb openDb(const DbOptions& options);
+
+struct StoreOptions {
+  rt::String file;
+  Half half = Half::config;
+  Role role = Role::client;
+  // How long to wait for others' locks. By default a client waits 5 s; the owner 0.05 s, because
+  // its handlers stand still meanwhile, and it can try again later.
+  std::optional<rt::Seconds> patience;
+  // Changes kept in the log when it is trimmed, which happens once it holds a quarter more.
+  int64_t keptChanges = 10'000;
+};
+
+// One half by itself.
+std::unique_ptr<Store> openStore(const StoreOptions& options);
+
+}  // namespace statedb::sqlite
