@@ -1,0 +1,55 @@
+#include "tests/system/PrivateMounts.h"
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+namespace Vm::fakes {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void must(int answer, const char* what) {
+  if (answer == 0) return;
+  std::fprintf(stderr, "%s: %s\n", what, std::strerror(errno));
+  std::exit(1);
+}
+
+void mountMemory(const char* path) { must(mount("tmpfs", path, "tmpfs", 0, "mode=755"), path); }
+
+// A directory in memory over /usr/bin, with a link to everything that was there.
+void hideUsrBin() {
+  const fs::path there = "/var/run/.usr-bin";
+  fs::create_directory(there);
+  must(mount("/usr/bin", there.c_str(), nullptr, MS_BIND, nullptr), "bind /usr/bin");
+  mountMemory("/usr/bin");
+  for (const auto& entry : fs::directory_iterator(there))
+    fs::create_symlink(entry.path(), "/usr/bin" / entry.path().filename());
+}
+
+}  // namespace
+
+std::string enterPrivateMounts(const std::string& qemu) {
+  if (geteuid() != 0) return "root, for a mount namespace of its own";
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    return "the right to make a mount namespace of its own";
+  mountMemory("/var/run");
+  hideUsrBin();
+  fs::remove(qemuPath);
+  if (!qemu.empty()) fs::copy_file(qemu, qemuPath);
+  return {};
+}
+
+int leaveOut(const char* program, const std::string& needs) {
+  std::printf("%s is left out: it needs %s\n", program, needs.c_str());
+  return std::getenv("CI") || std::getenv("VMAGENT_REQUIRE_ALL") ? 1 : 0;
+}
+
+}  // namespace Vm::fakes
