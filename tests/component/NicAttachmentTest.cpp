@@ -48,12 +48,12 @@ TEST_F(NicAttachment, HandsQemuTheTapItOpenedWithTheFirstRequestOnly) {
   EXPECT_EQ(first[0].text, attachRequests[0]);
   ASSERT_THAT(first[0].descriptors, SizeIs(1));
   EXPECT_TRUE(isSameFile(first[0].descriptors[0], kernel.tapOf("macvtap0")));
-  for (const char* const next : {attachRequests[1], attachRequests[2], attachRequests[3]}) {
-    qemu().send(returnOf(next == attachRequests[1] ? "getfd" : "netdev"));
+  for (const size_t next : {1U, 2U, 3U}) {
+    qemu().send(returnOf(next == 1 ? "getfd" : "netdev"));
     turn();
     const auto request = qemu().take();
     ASSERT_THAT(request, SizeIs(1));
-    EXPECT_EQ(request[0].text, next);
+    EXPECT_EQ(request[0].text, attachRequests[next]);
     EXPECT_THAT(request[0].descriptors, IsEmpty());
   }
 }
