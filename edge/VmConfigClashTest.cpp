@@ -29,6 +29,7 @@ Vm::VmConfig::Ptr vmWith(const rt::String& name, uint32_t port, std::vector<rt::
 
 std::vector<std::string> texts(const std::vector<rt::Problem>& problems) {
   std::vector<std::string> result;
+  result.reserve(problems.size());
   for (const auto& problem : problems) result.push_back(problem.text().str());
   return result;
 }

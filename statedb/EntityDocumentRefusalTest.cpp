@@ -19,6 +19,7 @@ using testing::StartsWith;
 
 std::vector<std::string> texts(const std::vector<rt::Problem>& problems) {
   std::vector<std::string> result;
+  result.reserve(problems.size());
   for (const auto& problem : problems) result.push_back(problem.text().str());
   return result;
 }

@@ -44,7 +44,7 @@ class Input {
   // A length byte and as many bytes, or what there is of them.
   std::string text() {
     const size_t length = std::min<size_t>(byte(), static_cast<size_t>(end_ - at_));
-    const std::string text(reinterpret_cast<const char*>(at_), length);
+    std::string text(reinterpret_cast<const char*>(at_), length);
     at_ += length;
     return text;
   }

@@ -11,7 +11,6 @@ namespace Vm {
 namespace {
 
 using namespace std::string_literals;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Lines = std::vector<std::string>;

@@ -95,7 +95,7 @@ ChildProcess::Ptr runCmd(char** argv) {
     exit(127);
   }
   close(ends[1]);
-  const auto child = rt::make<ChildProcess>(rt::format("ChildProcess-%d", pid), pid);
+  auto child = rt::make<ChildProcess>(rt::format("ChildProcess-%d", pid), pid);
   const auto pipeFd = child->pipeFdIs(rt::format("Child%dPipe", pid));
   pipeFd->descriptorIs(ends[0]);
   pipeFd->nonBlockingIs(true);

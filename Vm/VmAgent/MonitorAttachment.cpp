@@ -161,7 +161,7 @@ void VmConfigSm::handleConnected() {
 }
 
 rt::FileDescriptor::Ptr VmConfigSm::monFdIs(const rt::String& name) {
-  const auto fd = rt::make<rt::FileDescriptor>(name);
+  auto fd = rt::make<rt::FileDescriptor>(name);
   fd->hasNotificationActiveIs(true);
   assign<&VmConfigSm::monFd>(monFd_, fd);
   return fd;

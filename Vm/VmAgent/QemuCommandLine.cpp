@@ -35,7 +35,7 @@ rt::String monitorPath(const VmConfig::PtrConst& vmConfig) {
   return rt::format("/var/run/%s.monitor", vmConfig->name().charPtr());
 }
 
-int diskIsCDROM(std::string path) {
+int diskIsCDROM(const std::string& path) {
   VM_TRACE(8) << "int diskIsCDROM(std::string)"
               << " image path " << path;
   std::FILE* const file = std::fopen(path.c_str(), "r");

@@ -11,6 +11,6 @@ namespace Vm {
 rt::String monitorPath(const VmConfig::PtrConst& vmConfig);
 
 // What the disk image at `path` is: 0 an ISO 9660 image, 1 none, -1 (after a trace) unreadable.
-int diskIsCDROM(std::string path);
+int diskIsCDROM(const std::string& path);
 
 }  // namespace Vm

@@ -149,7 +149,7 @@ void VmConfigSm::hasNotificationActiveIs(bool active) {
 Vnic::Ptr VmConfigSm::vnicIs(const rt::String& nicId, const rt::String& backendId,
                              const rt::EthAddr& macAddr, const rt::String& backendDev,
                              uint32_t macvtapFd) {
-  if (const Vnic::Ptr existing = vnic(nicId)) {
+  if (Vnic::Ptr existing = vnic(nicId)) {
     rt::requireSame<Vnic, &Vnic::backendId>(*existing, backendId);
     rt::requireSame<Vnic, &Vnic::macAddr>(*existing, macAddr);
     existing->backendDevIs(backendDev);

@@ -105,7 +105,7 @@ AgentCreator::Ptr Root::agentIs(
   const std::tuple inputs(config, status, allIntfStatusDir, allIntfStatusLocalDir,
                           deviceIntfStatusDir, kniStatus, bridgingInputConfig);
   agentDel();
-  const auto created =
+  auto created =
       std::apply([](const auto&... input) { return rt::make<AgentCreator>(input...); }, inputs);
   created->parentIs(this);
   assign<&Root::agent>(agent_, created);

@@ -126,7 +126,7 @@ VmConfigSm::Ptr VmSm::vmConfigSmIs(const VmConfig::PtrConst& vmConfig,
                                    const Bridging::Input::Config::Ptr& bridging,
                                    const Interface::AllIntfStatusDir::PtrConst& allIntfStatus,
                                    const VmSm::Ptr& vmSm, const rt::Clock::Ptr& clock) {
-  if (const VmConfigSm::Ptr existing = vmConfigSm(vmConfig->name())) {
+  if (VmConfigSm::Ptr existing = vmConfigSm(vmConfig->name())) {
     rt::requireSame<VmConfigSm, &VmConfigSm::vmConfig>(*existing, vmConfig);
     rt::requireSame<VmConfigSm, &VmConfigSm::vmStatus>(*existing, vmStatus);
     rt::requireSame<VmConfigSm, &VmConfigSm::bridgingInputConfig>(*existing, bridging);

@@ -58,7 +58,8 @@ TEST(Exception, QueueFullExceptionNamesTheQueueAndItsCapacity) {
 
 TEST(Exception, CopySaysTheSame) {
   const RangeException original("a message too long to be stored within a string itself", "9");
-  const RangeException copy = original;
+  RangeException copy("another", "0");
+  copy = original;
   EXPECT_STREQ(copy.what(), original.what());
   EXPECT_EQ(copy.value(), original.value());
 }

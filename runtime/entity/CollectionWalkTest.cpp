@@ -114,7 +114,8 @@ TEST(CollectionWalk, VisitsAMemberAddedFurtherOn) {
 TEST(CollectionWalk, VisitsNoMemberTwiceWhenTheOneItStandsAtIsMadeAgain) {
   const auto house = houseOf({"a", "b"});
   const auto visited = walk(house, [&](const String& name, const Lamp::Ptr&) {
-    const String again = name;
+    String again;  // outlives the member and its name
+    again = name;
     house->lampDel(again);
     house->lampIs(again);
   });

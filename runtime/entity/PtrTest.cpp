@@ -63,7 +63,8 @@ TEST_P(PtrCounts, NewObjectHasOneReference) {
 TEST_P(PtrCounts, CopyAddsAReferenceAndItsEndReleasesIt) {
   const auto ptr = make<Counted>(ends_);
   {
-    const auto copy = ptr;
+    Ptr<Counted> copy;
+    copy = ptr;
     EXPECT_EQ(ptr->references(), 2U);
   }
   EXPECT_EQ(ptr->references(), 1U);
@@ -181,10 +182,12 @@ TEST(Ptr, CountsOfManyThreadsAddUpWhenTheyAreAtomic) {
   auto ptr = make<Counted>(ends);
   {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
       threads.emplace_back([ptr] {
         for (int round = 0; round < 50'000; ++round) {
-          const auto one = ptr;
+          Ptr<Counted> one;
+          one = ptr;
           const Ptr<const Counted> two = one;
         }
       });

@@ -188,6 +188,7 @@ TEST(Reactor, AllMayDetachWhileTheFirstIsTold) {
   const auto lamp = make<Lamp>();
   Log log;
   std::vector<Watcher::Ptr> watchers;
+  watchers.reserve(3);
   for (int i = 0; i < 3; ++i)
     watchers.push_back(make<Watcher>(lamp, [&, i] {
       log.push_back(std::to_string(i));

@@ -146,7 +146,7 @@ NetNsIntfStatusManager::Ptr NetNsIntfStatusManagerRoot::intfStatusManagerIs(
     const KernelNetInfo::Status::PtrConst& kniStatus, const rt::NamespaceName& netNs) {
   if (!deviceIntfStatusDir || !kniStatus)
     throw rt::NullArgumentException(typeName, "intfStatusManager");
-  if (const auto existing = intfStatusManager(netNs)) {
+  if (auto existing = intfStatusManager(netNs)) {
     rt::requireSame<NetNsIntfStatusManager, &NetNsIntfStatusManager::deviceIntfStatusDir>(
         *existing, deviceIntfStatusDir);
     rt::requireSame<NetNsIntfStatusManager, &NetNsIntfStatusManager::kniStatus>(*existing,

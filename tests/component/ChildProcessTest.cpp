@@ -23,7 +23,7 @@ class Child : public AgentTest {
   }
   // Launched and watched; nothing of it is left in traces and effects.
   ChildProcess::Ptr watched() {
-    const auto child = launch();
+    auto child = launch();
     recorder->watch(child);
     forget();
     return child;

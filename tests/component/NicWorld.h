@@ -50,7 +50,7 @@ class NicWorld : public AgentWorld {
 
   // Starts the agent and lets its machines' first wake-ups pass, which find nothing to do.
   AgentCreator::Ptr start() {
-    const auto agent = AgentWorld::start();
+    auto agent = AgentWorld::start();
     turn();
     return agent;
   }

@@ -13,7 +13,6 @@ namespace {
 
 using fakes::DiskImage;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 // The line's fixed beginning.
 constexpr const char* fixed =

@@ -5,7 +5,6 @@ namespace Vm {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 class RootInputs : public AgentTest {};

@@ -14,8 +14,8 @@ constexpr const char* monitorEntry = "8 int Vm::VmConfigSm::setupMonitor() for w
 // What a start says until it turns to the monitor, without the command line.
 Lines startLines() {
   return {"8 void Vm::VmConfigSm::handleEnabled() for web1",
-          "8 void Vm::VmConfigSm::doTryEnableDisable() for web1 enabled (config) ? true "
-          "enabled (status) ? false",
+          std::string("8 void Vm::VmConfigSm::doTryEnableDisable() for web1") +
+              " enabled (config) ? true enabled (status) ? false",
           "8 switching web1 to enabled",
           "8 void Vm::VmConfigSm::doTryEnable() for web1",
           "8 int Vm::VmConfigSm::startQemu() for web1",

@@ -6,10 +6,8 @@ namespace Vm {
 
 namespace {
 
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 // A full pass visits each name; creation is between the visits.
 constexpr const char* visit = "8 void Vm::VmSm::handleVmConfig(const String&) initialized ? true";

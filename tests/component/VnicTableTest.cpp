@@ -118,7 +118,7 @@ TEST_F(VnicTable, ForgetsAllPendingCardsAtOnce) {
 
 TEST_F(VnicTable, HasLinkStatusesThatAreTextBothWays) {
   const Texts names{"linkUninitialized", "linkDown", "linkGoingDown", "linkGoingUp", "linkUp"};
-  for (uint8_t value = 0; value < names.size(); ++value) {
+  for (size_t value = 0; value < names.size(); ++value) {
     const auto status = static_cast<Vnic::LinkStatus>(value);
     EXPECT_EQ(rt::toText(status), names[value]);
     EXPECT_EQ(rt::fromText<Vnic::LinkStatus>(names[value]), status);

@@ -50,7 +50,7 @@ TEST(Vnic, HasLinkStatesOfOneByteInOrderWithTheirNames) {
   EXPECT_EQ(sizeof(Vnic::LinkStatus), 1u);
   const std::vector<std::string> names{"linkUninitialized", "linkDown", "linkGoingDown",
                                        "linkGoingUp", "linkUp"};
-  for (uint8_t i = 0; i < names.size(); ++i) {
+  for (size_t i = 0; i < names.size(); ++i) {
     const auto state = static_cast<Vnic::LinkStatus>(i);
     EXPECT_EQ(rt::toText(state), names[i]);
     EXPECT_EQ(rt::fromText<Vnic::LinkStatus>(names[i]), state);

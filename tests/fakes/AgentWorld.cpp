@@ -33,7 +33,7 @@ AgentCreator::Ptr AgentWorld::start() {
 }
 
 VmConfig::Ptr AgentWorld::addVm(const std::string& name) {
-  const auto vm = rt::make<VmConfig>(name);
+  auto vm = rt::make<VmConfig>(name);
   vm->diskImageIs(disk.path());
   vm->memoryIs(256);
   config->vmConfigMount(vm);
@@ -42,7 +42,7 @@ VmConfig::Ptr AgentWorld::addVm(const std::string& name) {
 
 VnicConfig::Ptr AgentWorld::addCard(const VmConfig::Ptr& vm, const std::string& key,
                                     const std::string& mac, const std::string& intfName) {
-  const auto card = vm->vnicConfigIs(key);
+  auto card = vm->vnicConfigIs(key);
   card->modelIs("virtio-net-pci");
   card->macAddrIs(rt::EthAddr(rt::String(mac)));
   card->intfNameIs(intfName);

@@ -68,7 +68,7 @@ class ModuleHost : public testing::Test {
     return root;
   }
   VmConfig::Ptr addVm(const char* name) {
-    const auto vm = rt::make<VmConfig>(name);
+    auto vm = rt::make<VmConfig>(name);
     vm->diskImageIs("/var/run/disk.img");
     vm->memoryIs(256);
     config->vmConfigMount(vm);

@@ -41,7 +41,7 @@ RealWorld::~RealWorld() {
 
 VmConfig::Ptr RealWorld::addVm(const std::string& name, const std::string& script) {
   if (!script.empty()) std::ofstream(beside(name, "script")) << script;
-  const auto vm = rt::make<VmConfig>(name);
+  auto vm = rt::make<VmConfig>(name);
   vm->diskImageIs(disk());
   vm->memoryIs(256);
   config->vmConfigMount(vm);
