@@ -97,8 +97,10 @@ rt::String expected(const rt::AttributeInfo& attribute, const json_t* value) {
   return right;
 }
 
+// A name without letters is shown as a pair of quotes, so that it can be seen.
 rt::String below(const rt::String& path, std::string_view name) {
-  return path.empty() ? rt::String(name) : path + "." + rt::String(name);
+  const rt::String shown = name.empty() ? rt::String("\"\"") : rt::String(name);
+  return path.empty() ? shown : path + "." + shown;
 }
 
 // Reads one document and collects what is wrong with it.

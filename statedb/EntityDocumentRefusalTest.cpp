@@ -61,6 +61,12 @@ TEST_F(EntityDocumentRefusal, AnUnknownFieldThatIsNearToNoneIsToldWhichThereAre)
                           "diskImage, memory, vncPort, vnicConfig"));
 }
 
+TEST_F(EntityDocumentRefusal, AFieldWithoutANameIsShownAsAPairOfQuotes) {
+  EXPECT_THAT(problemsOf(R"({"":1})"),
+              ElementsAre("\"\": '1' is refused: there is no such field; there are enabled, "
+                          "diskImage, memory, vncPort, vnicConfig"));
+}
+
 TEST_F(EntityDocumentRefusal, AnUnknownFieldOfAMemberIsGivenWithItsPath) {
   EXPECT_THAT(problemsOf(R"({"vnicConfig":{"nic00":{"mac":"x","modle":"x"}}})"),
               ElementsAre("vnicConfig.nic00.mac: 'x' is refused: there is no such field; there "
