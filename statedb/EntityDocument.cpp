@@ -165,4 +165,10 @@ std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
   return problems;
 }
 
+void copy(const rt::Entity& from, rt::Entity& to, std::string_view switchAttribute) {
+  rt::check(&from.type() == &to.type(), "a record is copied to one of its type");
+  const rt::Ptr<rt::Entity> alive(&to);  // handlers may drop it
+  Copy(switchAttribute).fields(from, to);
+}
+
 }  // namespace statedb

@@ -43,4 +43,7 @@ struct FillOptions {
 std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
                               const FillOptions& options = {});
 
+// Makes `to` equal `from`, which is of its type: as fill() does from a document.
+void copy(const rt::Entity& from, rt::Entity& to, std::string_view switchAttribute = {});
+
 }  // namespace statedb

@@ -8,12 +8,12 @@
 namespace statedb {
 
 Transaction& Transaction::put(rt::String table, rt::String key, rt::String doc) {
-  writes_.push_back({Op::put, {std::move(table), std::move(key), std::move(doc), 0}});
+  writes_.push_back({Op::put, {std::move(table), std::move(key), std::move(doc), 0, 0}});
   return *this;
 }
 
 Transaction& Transaction::del(rt::String table, rt::String key) {
-  writes_.push_back({Op::del, {std::move(table), std::move(key), {}, 0}});
+  writes_.push_back({Op::del, {std::move(table), std::move(key), {}, 0, 0}});
   return *this;
 }
 
@@ -27,8 +27,8 @@ Transaction& Transaction::guardAbsent(rt::String table, rt::String key) {
 }
 
 Half halfOf(std::string_view table) {
-  constexpr std::array<std::string_view, 4> status = {"vmStatus", "vmProblem", "interfaceStatus",
-                                                      "fdb"};
+  constexpr std::array<std::string_view, 5> status = {"vmStatus", "vmProcess", "vmProblem",
+                                                      "interfaceStatus", "fdb"};
   return std::find(status.begin(), status.end(), table) == status.end() ? Half::config
                                                                         : Half::status;
 }
@@ -40,6 +40,8 @@ Store& StateDb::store(Half half) {
   if (!stores_[index]) stores_[index] = openers_[index]();
   return *stores_[index];
 }
+
+void StateDb::close(Half half) { stores_[static_cast<size_t>(half)].reset(); }
 
 Snapshot StateDb::snapshot(const std::vector<rt::String>& tables) {
   return store(halfOf(tables)).snapshot(tables);

@@ -23,6 +23,9 @@ struct Record {
   // Grows with every change of the record and is never used again, also not after the record was
   // removed and made anew. Comparable for equality only; 0 stands for "no such record".
   uint64_t revision = 0;
+  // The revision that it had when it was made: so a record that was removed and made anew is known
+  // for another one, though nobody looked in between.
+  uint64_t created = 0;
 
   friend bool operator==(const Record&, const Record&) = default;
 };
@@ -116,8 +119,9 @@ class Store {
 // as it runs: it is written often, never to flash, and may be gone after a reboot.
 enum class Half : uint8_t { config, status };
 
-// Status: vmStatus, vmProblem, interfaceStatus, and fdb, whose entries the daemon makes from its
-// guests' cards. All other tables are configuration, such as vmConfig, vmIntent and interface.
+// Status: vmStatus, vmProcess, vmProblem, interfaceStatus, and fdb, whose entries the daemon makes
+// from its guests' cards. All other tables are configuration, such as vmConfig, vmIntent and
+// interface.
 Half halfOf(std::string_view table);
 
 // Both halves, each a store of its own: no snapshot, cursor or transaction spans the two. A request
@@ -130,6 +134,8 @@ class StateDb {
   StateDb(Opener config, Opener status);
 
   Store& store(Half half);
+  // The half is opened anew when next asked for; for one whose file was replaced.
+  void close(Half half);
   Store& store(const rt::String& table) { return store(halfOf(table)); }
 
   Snapshot snapshot(const std::vector<rt::String>& tables);

@@ -78,6 +78,21 @@ TEST_P(StoreContract, ARevisionIsOfOneChangeAndNeverComesAgain) {
   EXPECT_NE(first, third);
 }
 
+TEST_P(StoreContract, ARecordMadeAnewIsKnownForAnotherOne) {
+  put("a", "1");
+  const auto first = store->record(table, "a");
+  EXPECT_EQ(first->created, first->revision);
+  put("a", "2");
+  EXPECT_EQ(store->record(table, "a")->created, first->created);
+  const Cursor before = all().cursor;
+  del("a");
+  put("a", "2");
+  const auto second = store->record(table, "a");
+  EXPECT_NE(second->created, first->created);
+  EXPECT_EQ(second->created, second->revision);
+  EXPECT_EQ(store->changes(before).changes.at(0).record, *second);
+}
+
 TEST_P(StoreContract, ARevisionStaysWhenAnotherRecordChanges) {
   put("a", "1");
   const uint64_t before = revision("a");

@@ -71,7 +71,7 @@ Changes MemoryStore::changes(const Cursor& since) {
   for (auto entry = data_->log.upper_bound(since.sequence); entry != data_->log.end(); ++entry) {
     const auto found = data_->records.find(entry->second);
     if (found == data_->records.end())
-      changes.changes.push_back({Op::del, {entry->second.first, entry->second.second, "", 0}});
+      changes.changes.push_back({Op::del, {entry->second.first, entry->second.second, "", 0, 0}});
     else
       changes.changes.push_back({Op::put, found->second});
   }
@@ -112,7 +112,8 @@ bool MemoryStore::write(const Change& change) {
   if (change.op == Op::del)
     data_->records.erase(found);
   else
-    data_->records[name] = {name.first, name.second, change.record.doc, sequence};
+    data_->records[name] = {name.first, name.second, change.record.doc, sequence,
+                            exists ? found->second.created : sequence};
   return true;
 }
 

@@ -24,6 +24,7 @@ CREATE TABLE record(
   key TEXT NOT NULL CHECK(key <> '' AND instr(key, char(0)) = 0),
   doc TEXT NOT NULL CHECK(json_valid(doc) AND instr(doc, char(0)) = 0),
   rev INTEGER NOT NULL DEFAULT 0,
+  born INTEGER NOT NULL DEFAULT 0,
   PRIMARY KEY(tbl, key)) STRICT;
 CREATE TABLE change(
   seq INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -33,7 +34,8 @@ CREATE TABLE change(
 CREATE TABLE meta(k TEXT PRIMARY KEY, v ANY NOT NULL) STRICT, WITHOUT ROWID;
 CREATE TRIGGER record_inserted AFTER INSERT ON record BEGIN
   INSERT INTO change(tbl, key, op) VALUES(NEW.tbl, NEW.key, 'put');
-  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+  UPDATE record SET rev = last_insert_rowid(), born = last_insert_rowid()
+    WHERE rowid = NEW.rowid;
 END;
 CREATE TRIGGER record_updated AFTER UPDATE OF doc ON record
 WHEN OLD.doc <> NEW.doc AND OLD.tbl = NEW.tbl AND OLD.key = NEW.key BEGIN
@@ -44,7 +46,8 @@ CREATE TRIGGER record_renamed AFTER UPDATE OF tbl, key ON record
 WHEN OLD.tbl <> NEW.tbl OR OLD.key <> NEW.key BEGIN
   INSERT INTO change(tbl, key, op) VALUES(OLD.tbl, OLD.key, 'del');
   INSERT INTO change(tbl, key, op) VALUES(NEW.tbl, NEW.key, 'put');
-  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+  UPDATE record SET rev = last_insert_rowid(), born = last_insert_rowid()
+    WHERE rowid = NEW.rowid;
 END;
 CREATE TRIGGER record_deleted AFTER DELETE ON record BEGIN
   INSERT INTO change(tbl, key, op) VALUES(OLD.tbl, OLD.key, 'del');

@@ -26,7 +26,8 @@ const rt::String& existing(const StoreOptions& options) {
 }
 
 Record recordOf(const Query& row) {
-  return {row.text(0), row.text(1), row.text(2), static_cast<uint64_t>(row.number(3))};
+  return {row.text(0), row.text(1), row.text(2), static_cast<uint64_t>(row.number(3)),
+          static_cast<uint64_t>(row.number(4))};
 }
 
 }  // namespace
@@ -77,7 +78,7 @@ Snapshot SqliteStore::snapshot(const std::vector<rt::String>& tables) {
   const std::set<rt::String> sorted(tables.begin(), tables.end());
   for (const rt::String& table : sorted) {
     Query rows =
-        connection_.query("SELECT tbl, key, doc, rev FROM record WHERE tbl = ? ORDER BY key");
+        connection_.query("SELECT tbl, key, doc, rev, born FROM record WHERE tbl = ? ORDER BY key");
     rows.with(table);
     while (rows.step()) snapshot.records.push_back(recordOf(rows));
   }
@@ -88,7 +89,8 @@ std::optional<Record> SqliteStore::record(const rt::String& table, const rt::Str
   requireSoundName(table, key);
   requireTables({table}, options_.half);
   requireSame(options_.file, id_);
-  Query row = connection_.query("SELECT tbl, key, doc, rev FROM record WHERE tbl = ? AND key = ?");
+  Query row =
+      connection_.query("SELECT tbl, key, doc, rev, born FROM record WHERE tbl = ? AND key = ?");
   row.with(table).with(key);
   if (!row.step()) return std::nullopt;
   return recordOf(row);
@@ -114,12 +116,12 @@ Resume SqliteStore::resumeFrom(const Cursor& since, const Cursor& now) {
 // What a record is now decides, and not the log: so the two cannot contradict each other.
 std::vector<Change> SqliteStore::changesAfter(uint64_t sequence) {
   Query rows = connection_.query(
-      "SELECT last.tbl, last.key, doc, rev, doc IS NOT NULL FROM"
+      "SELECT last.tbl, last.key, doc, rev, born, doc IS NOT NULL FROM"
       " (SELECT tbl, key, max(seq) AS seq FROM change WHERE seq > ? GROUP BY tbl, key) AS last"
       " LEFT JOIN record ON record.tbl = last.tbl AND record.key = last.key ORDER BY last.seq");
   rows.with(static_cast<int64_t>(sequence));
   std::vector<Change> changes;
-  while (rows.step()) changes.push_back({rows.number(4) != 0 ? Op::put : Op::del, recordOf(rows)});
+  while (rows.step()) changes.push_back({rows.number(5) != 0 ? Op::put : Op::del, recordOf(rows)});
   return changes;
 }
 

@@ -1,0 +1,29 @@
+// Who owns the state database: the one daemon of a run directory.
+#pragma once
+
+#include "runtime/base/String.h"
+#include "statedb/Error.h"
+
+namespace statedb {
+
+// Held for as long as this lives. The kernel releases it when the process ends, however it does;
+// no child inherits it past its exec.
+class OwnerLock {
+ public:
+  // Makes the file if need be and writes our process id into it. Throws Error: `locked`, naming the
+  // holder, when another process has it; the file's trouble otherwise.
+  explicit OwnerLock(const rt::String& file);
+  OwnerLock(const OwnerLock&) = delete;
+  ~OwnerLock();
+
+ private:
+  int descriptor_;
+};
+
+// The lock file of the daemon that owns the status in `runDir`.
+rt::String ownerLockFile(const rt::String& runDir);
+// Whether that daemon runs now, ready or not. Touches nothing. A lock file that cannot be read
+// counts as nobody's.
+bool ownerIsAlive(const rt::String& runDir);
+
+}  // namespace statedb

@@ -1,0 +1,128 @@
+// Rows that are ours alone: what is wanted is there, and is written once.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "statedb/RowWriter.h"
+#include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StoreContract.h"
+
+namespace statedb {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+// A store that can be told to fail.
+class ShakyStore final : public Store {
+ public:
+  ShakyStore(std::shared_ptr<fakes::MemoryData> data, const bool& fails)
+      : store_(std::move(data), Half::status), fails_(fails) {}
+  Snapshot snapshot(const std::vector<rt::String>& tables) override {
+    return store_.snapshot(tables);
+  }
+  std::optional<Record> record(const rt::String& table, const rt::String& key) override {
+    return store_.record(table, key);
+  }
+  Changes changes(const Cursor& since) override { return store_.changes(since); }
+  void commit(const Transaction& transaction) override {
+    if (fails_) throw Error(Trouble::full, "there is no space left");
+    store_.commit(transaction);
+  }
+  int wakeUp() override { return store_.wakeUp(); }
+
+ private:
+  fakes::MemoryStore store_;
+  const bool& fails_;
+};
+
+class RowWriterTest : public testing::Test {
+ protected:
+  Contents rows() { return contentsOf(db.snapshot({"vmStatus", "fdb"})); }
+  uint64_t sequence() { return db.snapshot({}).cursor.sequence; }
+
+  bool fails = false;
+  std::shared_ptr<fakes::MemoryData> data = std::make_shared<fakes::MemoryData>();
+  StateDb db{
+      [] { return std::make_unique<fakes::MemoryStore>(std::make_shared<fakes::MemoryData>()); },
+      [this] { return std::make_unique<ShakyStore>(data, fails); }};
+  RowWriter writer{db, {"vmStatus", "fdb"}};
+};
+
+TEST_F(RowWriterTest, WritesNothingBeforeTheFlush) {
+  writer.rowIs("vmStatus", "web1", "{}");
+  EXPECT_THAT(rows(), IsEmpty());
+  writer.flush();
+  EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "{}")));
+}
+
+TEST_F(RowWriterTest, WritesAllInOneTransaction) {
+  writer.flush();
+  const uint64_t before = data->sequence;
+  writer.rowIs("vmStatus", "web1", "1");
+  writer.rowIs("fdb", "100/x", "2");
+  writer.rowIs("vmStatus", "web1", "3");
+  writer.flush();
+  EXPECT_EQ(data->sequence, before + 2);
+  EXPECT_THAT(rows(), ElementsAre(Pair("fdb/100/x", "2"), Pair("vmStatus/web1", "3")));
+}
+
+TEST_F(RowWriterTest, HasNoNewsOfARowThatIsAsItWas) {
+  writer.rowIs("vmStatus", "web1", "1");
+  writer.flush();
+  EXPECT_FALSE(writer.hasNews());
+  writer.rowIs("vmStatus", "web1", "1");
+  EXPECT_FALSE(writer.hasNews());
+  writer.rowIs("vmStatus", "web1", "2");
+  EXPECT_TRUE(writer.hasNews());
+}
+
+TEST_F(RowWriterTest, RemovesARow) {
+  writer.rowIs("vmStatus", "web1", "1");
+  writer.flush();
+  writer.rowDel("vmStatus", "web1");
+  writer.rowDel("vmStatus", "never");
+  writer.flush();
+  EXPECT_THAT(rows(), IsEmpty());
+}
+
+TEST_F(RowWriterTest, ClearsAwayWhatAnEarlierDaemonLeft) {
+  db.commit(Transaction().put("vmStatus", "old", "1").put("vmStatus", "web1", "1"));
+  db.commit(Transaction().put("vmProblem", "old", "1"));
+  writer.rowIs("vmStatus", "web1", "2");
+  writer.flush();
+  EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "2")));
+  EXPECT_TRUE(db.record("vmProblem", "old")) << "a table that is not the writer's is left alone";
+}
+
+TEST_F(RowWriterTest, DoesNotWriteWhatStandsThereAlready) {
+  db.commit(Transaction().put("vmStatus", "web1", "1"));
+  const uint64_t before = data->sequence;
+  writer.rowIs("vmStatus", "web1", "1");
+  writer.flush();
+  EXPECT_EQ(data->sequence, before);
+}
+
+TEST_F(RowWriterTest, KeepsWhatCouldNotBeWrittenForTheNextTime) {
+  writer.rowIs("vmStatus", "web1", "1");
+  fails = true;
+  EXPECT_THROW(writer.flush(), Error);
+  EXPECT_TRUE(writer.hasNews());
+  writer.rowIs("vmStatus", "web2", "1");
+  fails = false;
+  writer.flush();
+  EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "1"), Pair("vmStatus/web2", "1")));
+}
+
+TEST_F(RowWriterTest, FillsAStoreThatTookThePlaceOfTheFirst) {
+  writer.rowIs("vmStatus", "web1", "1");
+  writer.flush();
+  data = std::make_shared<fakes::MemoryData>();
+  writer.reopen();
+  EXPECT_TRUE(writer.hasNews());
+  writer.flush();
+  EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "1")));
+}
+
+}  // namespace
+}  // namespace statedb
