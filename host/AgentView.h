@@ -1,0 +1,17 @@
+// The agent seen from outside: by generic attribute access alone, so the host is linked with none
+// of it.
+#pragma once
+
+#include "runtime/entity/Entity.h"
+
+namespace host {
+
+// The machine that runs the VM, or null. `root` is what the module's factory made.
+rt::Ptr<rt::Entity> vmMachine(const rt::Entity& root, const rt::String& vm);
+// The machine's process; null when there is none.
+rt::Ptr<rt::Entity> processOf(const rt::Entity& machine);
+// Of a process: whether its end was not seen yet.
+bool isAlive(const rt::Entity& process);
+int32_t pidOf(const rt::Entity& process);
+
+}  // namespace host

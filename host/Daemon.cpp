@@ -1,0 +1,254 @@
+#include "host/Daemon.h"
+
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <mutex>
+
+#include "edge/DiskImage.h"
+#include "host/ConfigFeed.h"
+#include "host/FdbStatus.h"
+#include "host/Heartbeat.h"
+#include "host/Intents.h"
+#include "host/KernelLinks.h"
+#include "host/Plugin.h"
+#include "host/PrivateDev.h"
+#include "host/Report.h"
+#include "host/Signals.h"
+#include "host/StatusFeed.h"
+#include "host/Supervision.h"
+#include "host/Survivors.h"
+#include "host/VmSupervisor.h"
+#include "runtime/loop/ActivityManager.h"
+#include "statedb/EntityDocument.h"
+#include "statedb/OwnerLock.h"
+#include "statedb/sqlite/SqliteDb.h"
+
+namespace host {
+
+namespace {
+
+constexpr const char* agentsDirectory = "/var/run";  // where the monitors' sockets are
+
+uint64_t timeOfDay() {
+  using std::chrono::system_clock;
+  return static_cast<uint64_t>(
+      std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
+          .count());
+}
+
+// Makes the directory unless it is there, for the group of operators if there is one.
+void makeDirectory(const rt::String& path) {
+  if (mkdir(path.charPtr(), 02770) != 0) {
+    if (errno == EEXIST) return;
+    throw rt::Exception("the directory " + path + " cannot be made: " + std::strerror(errno));
+  }
+  const group* const operators = getgrnam("vmagent");  // NOLINT(concurrency-mt-unsafe): no threads
+  if (operators) (void)!chown(path.charPtr(), static_cast<uid_t>(-1), operators->gr_gid);
+  chmod(path.charPtr(), 02770);
+}
+
+// The locks of one daemon a run directory, and one agent a directory of monitors.
+class Locks {
+ public:
+  explicit Locks(const rt::String& runDir)
+      : status_(statedb::ownerLockFile(runDir)),
+        monitors_(sameDirectory(runDir) ? nullptr
+                                        : std::make_unique<statedb::OwnerLock>(
+                                              statedb::ownerLockFile(agentsDirectory))) {}
+
+ private:
+  static bool sameDirectory(const rt::String& runDir) {
+    struct stat run {};
+    struct stat agents {};
+    return stat(runDir.charPtr(), &run) == 0 && stat(agentsDirectory, &agents) == 0 &&
+           run.st_dev == agents.st_dev && run.st_ino == agents.st_ino;
+  }
+
+  const statedb::OwnerLock status_;
+  const std::unique_ptr<statedb::OwnerLock> monitors_;
+};
+
+// The seven records that the agent works on.
+struct AgentRecords {
+  Vm::Config::Ptr config = rt::make<Vm::Config>();
+  Vm::Status::Ptr status = rt::make<Vm::Status>();
+  Interface::AllIntfStatusDir::Ptr allIntfStatusDir = rt::make<Interface::AllIntfStatusDir>();
+  Interface::AllIntfStatusLocalDir::Ptr localDir = rt::make<Interface::AllIntfStatusLocalDir>();
+  Interface::DeviceIntfStatusDir::Ptr present = rt::make<Interface::DeviceIntfStatusDir>();
+  KernelNetInfo::Status::Ptr kernel = rt::make<KernelNetInfo::Status>();
+  Bridging::Input::Config::Ptr bridging = rt::make<Bridging::Input::Config>();
+};
+
+std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
+  return edge::imageProblem(path, edge::imageFacts(path));
+}
+
+}  // namespace
+
+class Daemon::Parts {
+ public:
+  Parts(const Options& options, TraceLog& traces);
+  ~Parts();
+  void run();
+
+ private:
+  void readStatusOfBefore();
+  void startAgent();
+  void startFeeds();
+  void handleConfig(const std::vector<statedb::Change>& changes);
+  void turn(bool wait);
+
+  const Locks locks_;
+  TraceLog& traces_;
+  const std::unique_ptr<TapNodeMaker> tapNodes_;
+  statedb::StateDb db_;
+  rt::ActivityManager manager_;
+  const AgentRecords records_;
+  const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
+  Problems problems_{hostStatus_, timeOfDay};
+  std::map<rt::String, uint64_t> restartsDone_;
+  VmRows rows_{edge::machineLimits()};
+  bool stopped_ = false;
+
+  const Vm::Root::Ptr root_;
+  rt::Ptr<Signals> signals_;
+  rt::Ptr<Heartbeat> heartbeat_;
+  StatusFeed::Ptr statusFeed_;
+  FdbStatus::Ptr fdbStatus_;
+  InterfaceNames::Ptr interfaces_;
+  KernelLinks::Ptr kernelLinks_;
+  VmSupervisor::Ptr supervisor_;
+  Survivors::Ptr survivors_;
+  ConfigFeed::Ptr configFeed_;
+};
+
+Daemon::Parts::Parts(const Options& options, TraceLog& traces)
+    : locks_(options.runDir),
+      traces_(traces),
+      tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
+      db_(statedb::sqlite::openDb({.stateDir = options.stateDir,
+                                   .runDir = options.runDir,
+                                   .role = statedb::sqlite::Role::owner})),
+      root_(loadAgent(agentModule)) {
+  const std::lock_guard held(manager_.lock());
+  signals_ = rt::make<Signals>([this] { stopped_ = true; });
+  readStatusOfBefore();
+  startAgent();
+  startFeeds();
+}
+
+// The machines go before what they work on; the agent goes last, and no guest with it.
+Daemon::Parts::~Parts() {
+  const std::lock_guard held(manager_.lock());
+  configFeed_ = nullptr;
+  survivors_ = nullptr;
+  supervisor_ = nullptr;
+  kernelLinks_ = nullptr;
+  root_->agentDel();
+}
+
+// Which restarts were carried out is the one thing of an earlier daemon's status that counts.
+void Daemon::Parts::readStatusOfBefore() {
+  for (const auto& record : db_.snapshot({"vmProcess"}).records) {
+    const auto process = rt::make<VmProcess>(record.key);
+    if (statedb::fill(*process, record.doc).empty())
+      restartsDone_[record.key] = process->restarts();
+  }
+}
+
+void Daemon::Parts::startAgent() {
+  const AgentRecords& all = records_;
+  root_->agentIs(all.config, all.status, all.allIntfStatusDir, all.localDir, all.present,
+                 all.kernel, all.bridging);
+}
+
+void Daemon::Parts::startFeeds() {
+  const rt::Clock::Ptr& clock = manager_.clock();
+  heartbeat_ = rt::make<Heartbeat>(clock);
+  statusFeed_ =
+      rt::make<StatusFeed>(db_,
+                           std::vector<StatusFeed::Source>{{records_.status, "vmStatus"},
+                                                           {hostStatus_, "vmProcess"},
+                                                           {hostStatus_, "vmProblem"},
+                                                           {hostStatus_, "interfaceStatus"},
+                                                           {hostStatus_, "fdb"}},
+                           clock);
+  fdbStatus_ = rt::make<FdbStatus>(records_.bridging, hostStatus_);
+  interfaces_ = rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present);
+  supervisor_ = rt::make<VmSupervisor>(KeeperTools{.agent = root_,
+                                                   .config = records_.config,
+                                                   .status = records_.status,
+                                                   .hostStatus = hostStatus_,
+                                                   .problems = problems_,
+                                                   .traces = traces_,
+                                                   .imageProblem = imageProblemOf,
+                                                   .note = {}},
+                                       restartsDone_, clock);
+  survivors_ = rt::make<Survivors>(
+      guestProcesses(),
+      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); }, clock);
+  configFeed_ = rt::make<ConfigFeed>(
+      db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
+      [this](const std::vector<statedb::Change>& changes) { handleConfig(changes); }, clock);
+  // After the interfaces' names: so a device is heard of under its interface at once.
+  kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_);
+}
+
+void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes) {
+  std::vector<statedb::Change> vms;
+  for (const auto& change : changes) {
+    const rt::String& key = change.record.key;
+    const bool there = change.op == statedb::Op::put;
+    if (change.record.table == "interface")
+      interfaces_->rowIs(key, there ? std::optional(change.record.doc) : std::nullopt);
+    else if (change.record.table == "vmIntent")
+      supervisor_->restartIs(key, there ? restartOf(change.record) : 0);
+    else
+      vms.push_back(change);
+  }
+  for (const rt::String& vm : rows_.apply(vms)) supervisor_->rowIs(vm, rows_.row(vm));
+}
+
+void Daemon::Parts::turn(bool wait) {
+  const rt::String failure =
+      failureOf([&] { manager_.turn(wait ? rt::Seconds::infinity() : rt::Seconds(0)); });
+  if (!failure.empty()) report("a handler failed: " + failure);
+}
+
+void Daemon::Parts::run() {
+  {
+    const std::lock_guard held(manager_.lock());
+    statusFeed_->pass();
+  }
+  notifyReady();
+  (void)!write(STDERR_FILENO, "vmagentd: ready\n", 16);
+  while (!stopped_) {
+    bool more = false;
+    {
+      const std::lock_guard held(manager_.lock());
+      more = supervisor_->pass();
+      statusFeed_->pass();
+    }
+    turn(!more);
+  }
+  notifyStopping();
+  const std::lock_guard held(manager_.lock());
+  statusFeed_->pass();
+}
+
+Daemon::Daemon(const Options& options, TraceLog& traces) {
+  makeDirectory(options.stateDir);
+  makeDirectory(options.runDir);
+  parts_ = std::make_unique<Parts>(options, traces);
+}
+
+Daemon::~Daemon() = default;
+
+void Daemon::run() { parts_->run(); }
+
+}  // namespace host

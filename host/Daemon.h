@@ -1,0 +1,28 @@
+// The daemon's parts, put together.
+#pragma once
+
+#include <memory>
+
+#include "host/Options.h"
+#include "host/TraceLog.h"
+
+namespace host {
+
+// Owned by main(), for the length of its run. Throws Exception, or statedb::Error, when something
+// that it needs is not there.
+class Daemon {
+ public:
+  // Takes the locks, opens the database and starts the agent on an empty configuration.
+  Daemon(const Options& options, TraceLog& traces);
+  Daemon(const Daemon&) = delete;
+  ~Daemon();
+
+  // Hands the configuration over and keeps to it, until SIGTERM or SIGINT. Guests stay.
+  void run();
+
+ private:
+  class Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace host

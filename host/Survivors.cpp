@@ -1,0 +1,161 @@
+#include "host/Survivors.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "host/Report.h"
+#include "runtime/base/Text.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
+constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
+constexpr std::string_view monitorEnd = ".monitor,server,nowait";
+
+std::string commandLineOf(const std::string& process) {
+  std::ifstream file(process + "/cmdline");
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// What /var/run is to a process: its links are to be followed from its root and not from ours.
+std::optional<std::pair<dev_t, ino_t>> runDirectoryOf(const std::string& process) {
+  const int root = open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (root < 0) return std::nullopt;
+  open_how how{};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT;
+  const int directory = static_cast<int>(syscall(SYS_openat2, root, "var/run", &how, sizeof how));
+  close(root);
+  if (directory < 0) return std::nullopt;
+  struct stat info {};
+  const bool known = fstat(directory, &info) == 0;
+  close(directory);
+  if (!known) return std::nullopt;
+  return std::pair(info.st_dev, info.st_ino);
+}
+
+// Whether the process has our /var/run, and so would own our monitors' paths.
+bool sharesRunDirectory(const std::string& process) {
+  const auto own = runDirectoryOf("/proc/self");
+  return own && own == runDirectoryOf(process);
+}
+
+std::string directoryOf(int32_t pid) { return "/proc/" + rt::toText(pid).str(); }
+
+}  // namespace
+
+rt::String vmOnCommandLine(std::string_view commandLine) {
+  if (commandLine.substr(0, commandLine.find('\0')) != qemu) return {};
+  for (size_t at = 0; at < commandLine.size();) {
+    const std::string_view word = commandLine.substr(at, commandLine.find('\0', at) - at);
+    at += word.size() + 1;
+    if (word.size() > monitorBegin.size() + monitorEnd.size() && word.starts_with(monitorBegin) &&
+        word.ends_with(monitorEnd))
+      return rt::String(
+          word.substr(monitorBegin.size(), word.size() - monitorBegin.size() - monitorEnd.size()));
+  }
+  return {};
+}
+
+std::vector<GuestProcess> guestProcesses() {
+  std::vector<GuestProcess> guests;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const auto pid = rt::fromText<int32_t>(entry.path().filename().string());
+    if (!pid) continue;
+    const rt::String vm = vmOnCommandLine(commandLineOf(entry.path().string()));
+    if (!vm.empty() && sharesRunDirectory(entry.path().string())) guests.push_back({vm, *pid});
+  }
+  return guests;
+}
+
+// One of them, held by a descriptor that stays the process's, whatever becomes of its number.
+class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
+ public:
+  Guest(Survivors& owner, GuestProcess process, int pidfd)
+      : owner_(owner),
+        process_(std::move(process)),
+        pidfd_(*this, rt::make<rt::FileDescriptor>("guest " + process_.vm)) {
+    pidfd_->descriptorIs(pidfd);
+    pidfd_->notifyOnReadableIs(true);
+    handleInitialized();
+  }
+
+  const rt::String& vm() const { return process_.vm; }
+  void signal(int number) const {
+    syscall(SYS_pidfd_send_signal, pidfd_->descriptor(), number, nullptr, 0);
+  }
+
+  static constexpr std::string_view typeName = "host::Survivors::Guest";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Guest::initialized>>;
+
+ private:
+  void handleInitialized() { initializedIs(true); }
+  void handleReadable() { owner_.handleGone(process_.vm, process_.pid); }
+
+  Survivors& owner_;
+  const GuestProcess process_;
+
+  rt::Reactor<Guest, rt::FileDescriptor,
+              rt::On<&rt::FileDescriptor::readable, &Guest::handleReadable>>
+      pidfd_;
+};
+
+Survivors::Survivors(const std::vector<GuestProcess>& guests, Sink sink, rt::Clock::Ptr clock)
+    : sink_(std::move(sink)), clock_(*this, std::move(clock)) {
+  for (const auto& guest : guests) {
+    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
+    if (pidfd < 0) continue;
+    // Another process may have its number by now.
+    if (vmOnCommandLine(commandLineOf(directoryOf(guest.pid))) == guest.vm)
+      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd);
+    else
+      close(pidfd);
+  }
+  handleInitialized();
+}
+
+void Survivors::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  for (const auto& [pid, guest] : guests_) {
+    report("VM " + guest->vm() + ": ending the guest that an earlier daemon left (process " +
+           rt::toText(pid) + ")");
+    guest->signal(SIGTERM);
+    tell(guest->vm());
+  }
+  killAt_ = clock_.notifier()->now() + patience;
+  if (!guests_.empty()) clock_.timeMinIs(killAt_);
+}
+
+void Survivors::handleClock() {
+  if (clock_.notifier()->now() < killAt_) return clock_.timeMinIs(killAt_);
+  for (const auto& [pid, guest] : guests_) guest->signal(SIGKILL);
+}
+
+void Survivors::handleGone(const rt::String& vm, int32_t pid) {
+  const rt::String name = vm;  // it goes with the guest
+  guests_.erase(pid);
+  tell(name);
+}
+
+void Survivors::tell(const rt::String& vm) {
+  const auto left = std::count_if(guests_.begin(), guests_.end(),
+                                  [&](const auto& each) { return each.second->vm() == vm; });
+  sink_(vm, static_cast<size_t>(left));
+}
+
+}  // namespace host

@@ -1,0 +1,54 @@
+// Guests that an earlier daemon left.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "runtime/entity/Reactor.h"
+#include "runtime/loop/Clock.h"
+#include "runtime/loop/FileDescriptor.h"
+
+namespace host {
+
+// A running QEMU that an agent started, by the monitor's path on its command line.
+struct GuestProcess {
+  rt::String vm;
+  int32_t pid = 0;
+};
+// Those whose monitor would be where ours are. One look at all processes.
+std::vector<GuestProcess> guestProcesses();
+// The VM on a process's command line, its words NUL-terminated; empty when it is not a guest's.
+rt::String vmOnCommandLine(std::string_view commandLine);
+
+// Nobody can drive these guests any more, and a VM may run once only: so each is asked to end at
+// once, killed after a while, and told of when it has gone.
+class Survivors final : public rt::StateMachineOf<Survivors> {
+ public:
+  static constexpr rt::Seconds patience{5};
+  // How many processes of that VM are left.
+  using Sink = std::function<void(const rt::String& vm, size_t left)>;
+
+  Survivors(const std::vector<GuestProcess>& guests, Sink sink, rt::Clock::Ptr clock);
+
+  size_t left() const { return guests_.size(); }
+
+  static constexpr std::string_view typeName = "host::Survivors";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Survivors::initialized>>;
+
+ private:
+  class Guest;
+
+  void handleInitialized();
+  void handleClock();
+  void handleGone(const rt::String& vm, int32_t pid);
+  void tell(const rt::String& vm);
+
+  const Sink sink_;
+  std::map<int32_t, rt::Ptr<Guest>> guests_;  // by pid
+  rt::Seconds killAt_;
+
+  rt::ClockReactor<Survivors, &Survivors::handleClock> clock_;
+};
+
+}  // namespace host

@@ -1,0 +1,164 @@
+#include "host/VmKeeper.h"
+
+#include "host/AgentView.h"
+#include "host/RestartNeeded.h"
+#include "statedb/EntityDocument.h"
+
+namespace host {
+
+VmKeeper::VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone)
+    : tools_(tools),
+      name_(std::move(name)),
+      pacing_(restartsDone),
+      restart_(restartsDone),
+      status_(*this),
+      machine_(*this),
+      process_(*this) {
+  handleInitialized();
+}
+
+void VmKeeper::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  tools_.note(name_);
+}
+
+void VmKeeper::rowIs(const VmRow* row) {
+  hasRow_ = row != nullptr;
+  wanted_ = row ? row->valid : nullptr;
+  created_ = row ? row->created : 0;
+  changed_ = true;
+  rt::String all;
+  if (row)
+    for (const rt::Problem& problem : row->problems)
+      all += (all.empty() ? rt::String() : rt::String("; ")) + problem.text();
+  tools_.problems.problemIs(name_, ProblemSource::config, all);
+  pacing_.hurry();
+  tools_.note(name_);
+}
+
+void VmKeeper::restartIs(uint64_t number) {
+  restart_ = number;
+  tools_.note(name_);
+}
+
+void VmKeeper::survivorsIs(size_t count) {
+  survivors_ = count;
+  tools_.note(name_);
+}
+
+void VmKeeper::handleStatus() { tools_.note(name_); }
+
+void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*change*/) {
+  const auto process = processOf(machine);
+  if (!process || process_.notifier() == process) return;
+  process_.notifierIs(process);
+  tools_.note(name_);
+}
+
+void VmKeeper::handleProcess(const rt::Entity& process, const rt::Change& /*change*/) {
+  if (!isAlive(process)) tools_.note(name_);
+}
+
+bool VmKeeper::isDone() const { return !hasRow_ && !mounted_ && !hasProcess(); }
+
+bool VmKeeper::hasProcess() const {
+  return survivors_ > 0 || (process_.notifier() && isAlive(*process_.notifier()));
+}
+
+VmFacts VmKeeper::facts() const {
+  return {.wanted = wanted_ && wanted_->enabled(),
+          .switchedOn = mounted_ && mounted_->enabled(),
+          .statusEnabled = status_ && status_->enabled(),
+          .process = hasProcess(),
+          .restart = restart_};
+}
+
+bool VmKeeper::act(rt::Seconds now) {
+  if (process_.notifier() && !isAlive(*process_.notifier())) process_.notifierIs(nullptr);
+  bool acted = false;
+  if (isOfAnotherRow()) {
+    dismount();
+    acted = true;
+  } else if (wanted_) {
+    if (!mounted_) mount();
+    acted = apply(pacing_.next(facts(), now));
+  }
+  showProcess();
+  return acted;
+}
+
+void VmKeeper::mount() {
+  auto record = rt::make<Vm::VmConfig>(name_);
+  statedb::copy(*wanted_, *record);
+  record->enabledIs(false);
+  mounted_ = record;
+  mountedCreated_ = created_;
+  changed_ = false;
+  const TraceLog::Change change(tools_.traces, name_);
+  tools_.config->vmConfigMount(record);
+  status_.notifierIs(tools_.status->vmStatus(name_));
+  machine_.notifierIs(vmMachine(*tools_.agent, name_));
+}
+
+void VmKeeper::dismount() {
+  machine_.notifierIs(nullptr);
+  status_.notifierIs(nullptr);
+  mounted_ = nullptr;
+  startedWith_ = nullptr;
+  const TraceLog::Change change(tools_.traces, name_);
+  tools_.config->vmConfigDel(name_);
+  for (const auto source : {ProblemSource::image, ProblemSource::restart})
+    tools_.problems.problemIs(name_, source, {});
+  tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+}
+
+bool VmKeeper::apply(Step step) {
+  const bool starts = step == Step::switchOn || step == Step::pulse;
+  // The agent would fail as before; it is asked again when the next try is due.
+  if (starts && !imageIsUsable() && step == Step::pulse) return true;
+  if (step == Step::none && !changed_) return false;
+  writeRecord(step);
+  if (starts) startedWith_ = facts().statusEnabled ? wanted_ : nullptr;
+  showRestartNeeded();
+  return step != Step::none;
+}
+
+// Makes the record what the row says, its switch as the step says: last when it goes on, first when
+// it goes off.
+void VmKeeper::writeRecord(Step step) {
+  const TraceLog::Change change(tools_.traces, name_);
+  if (step == Step::pulse || step == Step::switchOff) mounted_->enabledIs(false);
+  const auto desired = rt::make<Vm::VmConfig>(name_);
+  statedb::copy(*wanted_, *desired);
+  desired->enabledIs(step == Step::switchOn || step == Step::pulse ||
+                     (step == Step::none && mounted_->enabled()));
+  changed_ = false;
+  statedb::copy(*desired, *mounted_, "enabled");
+  if (step != Step::none) tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+}
+
+bool VmKeeper::imageIsUsable() {
+  const auto problem = tools_.imageProblem(wanted_->diskImage());
+  tools_.problems.problemIs(name_, ProblemSource::image, problem ? problem->text() : rt::String());
+  return !problem;
+}
+
+void VmKeeper::showProcess() {
+  const bool there = hasProcess();
+  const uint64_t restarts = pacing_.restartsDone();
+  if (!there && restarts == 0) return tools_.hostStatus->vmProcessDel(name_);
+  const auto record = tools_.hostStatus->vmProcessIs(name_);
+  const bool ending = !facts().switchedOn || !facts().statusEnabled;
+  record->processIs(!there ? "none" : ending ? "ending" : "running");
+  record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : 0);
+  record->restartsIs(restarts);
+}
+
+void VmKeeper::showRestartNeeded() {
+  const bool runs = startedWith_ && hasProcess();
+  tools_.problems.problemIs(name_, ProblemSource::restart,
+                            runs ? restartNeeded(*startedWith_, *wanted_) : rt::String());
+}
+
+}  // namespace host

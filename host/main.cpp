@@ -1,0 +1,59 @@
+// vmagentd: runs the agent on the state database of one machine.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "host/Daemon.h"
+#include "host/PrivateDev.h"
+#include "host/Signals.h"
+#include "host/Supervision.h"
+#include "statedb/Error.h"
+
+namespace {
+
+enum ExitStatus { endedBySignal = 0, failed = 1, wrongUsage = 2, anotherRuns = 4 };
+
+host::Environment environment() {
+  // NOLINTBEGIN(concurrency-mt-unsafe): there are no threads yet
+  return {.stateDir = std::getenv("VMAGENT_STATE_DIR"),
+          .runDir = std::getenv("VMAGENT_RUN_DIR"),
+          .trace = std::getenv("VMAGENT_TRACE")};
+  // NOLINTEND(concurrency-mt-unsafe)
+}
+
+int run(const host::Options& options) {
+  host::prepareSignals();
+  host::TraceLog traces(options.traceLevels,
+                        host::logsToJournal() ? host::writeJournal : host::writeTraceLine);
+  try {
+    if (host::needsPrivateDev()) host::enterPrivateDev();
+    host::Daemon daemon(options, traces);
+    daemon.run();
+    return endedBySignal;
+  } catch (const statedb::Error& error) {
+    std::fprintf(stderr, "vmagentd: %s\n", error.what());
+    return error.trouble() == statedb::Trouble::locked ? anotherRuns : failed;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "vmagentd: %s\n", error.what());
+    return failed;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<const char*> words(argv + 1, argv + argc);
+  const host::CommandLine line = host::readCommandLine(words, environment());
+  switch (line.wish) {
+    case host::CommandLine::Wish::run:
+      return run(line.options);
+    case host::CommandLine::Wish::print:
+      std::fputs(line.text.charPtr(), stdout);
+      return 0;
+    case host::CommandLine::Wish::usageError:
+      std::fputs(line.text.charPtr(), stderr);
+      return wrongUsage;
+  }
+}
