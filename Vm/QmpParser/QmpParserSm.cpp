@@ -60,17 +60,23 @@ void QmpParserSm::handleInitialized() {
 void QmpParserSm::parseQmpRequest() {
   if (!request_ || request_->counter() == 0) return;
   const rt::String text = unparsedString_ + request_->inputString();
-  // Taken: when a reader of a result throws, what was parsed must not be parsed again.
-  unparsedStringIs({});
   VM_TRACE(8) << "parseQmpRequest"
               << " parsing: " << text;
   size_t offset = 0;
-  while (parseNext(text, offset))
-    VM_TRACE(8) << "parseQmpRequest"
-                << " parsing: " << text.charPtr() + offset;
+  rt::String tail;
+  try {
+    while (parseNext(text, offset, tail))
+      VM_TRACE(8) << "parseQmpRequest"
+                  << " parsing: " << text.charPtr() + offset;
+  } catch (...) {
+    // A reader of a result threw; what was parsed must not be parsed again.
+    unparsedStringIs({});
+    throw;
+  }
+  unparsedStringIs(tail);
 }
 
-bool QmpParserSm::parseNext(const rt::String& text, size_t& offset) {
+bool QmpParserSm::parseNext(const rt::String& text, size_t& offset, rt::String& tail) {
   const char* const rest = text.charPtr() + offset;
   json_error_t err;
   const JsonPtr root(json_loads(rest, JSON_DISABLE_EOF_CHECK, &err));
@@ -87,7 +93,7 @@ bool QmpParserSm::parseNext(const rt::String& text, size_t& offset) {
     if (static_cast<size_t>(err.position) != length) return false;
     VM_TRACE(8) << "parseQmpRequest"
                 << " partial json string: " << rest;
-    unparsedStringIs({rest, length});
+    tail = {rest, length};
     return false;
   }
   parseJsonRoot(root.get());

@@ -38,7 +38,7 @@ class QmpParserSm final : public rt::StateMachineOf<QmpParserSm> {
   void handleInitialized();
   void parseQmpRequest();
   // Parses `text` from `offset` on. False when nothing is left to parse.
-  bool parseNext(const rt::String& text, size_t& offset);
+  bool parseNext(const rt::String& text, size_t& offset, rt::String& tail);
   void parseJsonRoot(json_t* const& root);
   void parseQmpReturn(json_t* const& root);
   void parseQmpError(json_t* const& root);

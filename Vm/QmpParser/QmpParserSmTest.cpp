@@ -129,6 +129,16 @@ TEST_F(QmpParser, TellsOfTheUnparsedTextThatItKeepsAndGivesUp) {
   EXPECT_THAT(changes->take(), IsEmpty());
 }
 
+TEST_F(QmpParser, SaysNothingOfATailThatStaysTheSame) {
+  const auto changes = rt::make<rt::fakes::ChangeRecorder>();
+  changes->watch(parser);
+  feed("{\"event\": \"A\"}\r\n");
+  EXPECT_EQ(changes->take().size(), 1U);
+  feed("{\"event\": \"A\"}\r\n");
+  EXPECT_THAT(changes->take(), IsEmpty());
+  EXPECT_EQ(unparsed(), "\r\n");
+}
+
 TEST_F(QmpParser, DoesNotRepeatAResultWhoseReaderThrew) {
   feed(R"({"event")");
   reader->onResult = [] { throw std::runtime_error("boom"); };

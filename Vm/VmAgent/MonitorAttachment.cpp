@@ -74,7 +74,8 @@ int VmConfigSm::setupMonitor() {
 }
 
 int VmConfigSm::connectMonitor(const rt::String& path) const {
-  VM_TRACE(8) << " Trying to connect to " << path;
+  VM_TRACE(8) << "connectMonitor"
+              << " Trying to connect to " << path;
   const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
   if (sock < 0) {
     VM_TRACE(1) << "connectMonitor"

@@ -1,5 +1,5 @@
 // What the monitor session answers.
-#include "Vm/VmAgent/VmConfigSm.h"
+#include "Vm/VmAgent/VmSm.h"
 #include "runtime/base/Check.h"
 #include "runtime/base/Trace.h"
 
@@ -63,7 +63,9 @@ void VmConfigSm::handleBackendDeleted() {
   if (!vnic) return;
   rt::check(vnic->status() == Vnic::linkGoingDown, "vnic->status() == Vnic::linkGoingDown()");
   vnic->statusIs(Vnic::linkDown);
-  if (allIntfStatusDir()->intfStatusHas(rt::IntfId(vnic->backendDev()))) setupNetworkDevice(vnic);
+  const auto set = vmSm();
+  if (set && set->kisd()->intfStatusAndDeviceNameHas(rt::IntfId(vnic->backendDev())))
+    setupNetworkDevice(vnic);
   pendingVnicDel(cmdId);
 }
 

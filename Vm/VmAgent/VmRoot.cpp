@@ -88,6 +88,15 @@ void AgentCreator::vmSmDel() {
   drop<&AgentCreator::vmSm>(vmSm_);
 }
 
+namespace {
+
+template <class T>
+void requireInput(const rt::Ptr<T>& input, const char* attribute) {
+  if (!input) throw rt::NullArgumentException(AgentCreator::typeName, attribute);
+}
+
+}  // namespace
+
 AgentCreator::Ptr Root::agentIs(
     const Config::PtrConst& config, const Status::Ptr& status,
     const Interface::AllIntfStatusDir::Ptr& allIntfStatusDir,
@@ -95,6 +104,13 @@ AgentCreator::Ptr Root::agentIs(
     const Interface::DeviceIntfStatusDir::Ptr& deviceIntfStatusDir,
     const KernelNetInfo::Status::PtrConst& kniStatus,
     const Bridging::Input::Config::Ptr& bridgingInputConfig) {
+  requireInput(config, "config");
+  requireInput(status, "status");
+  requireInput(allIntfStatusDir, "allIntfStatusDir");
+  requireInput(allIntfStatusLocalDir, "allIntfStatusLocalDir");
+  requireInput(deviceIntfStatusDir, "deviceIntfStatusDir");
+  requireInput(kniStatus, "kniStatus");
+  requireInput(bridgingInputConfig, "bridgingInputConfig");
   if (agent() && agent()->config() == config && agent()->status() == status &&
       agent()->allIntfStatusDir() == allIntfStatusDir &&
       agent()->allIntfStatusLocalDir() == allIntfStatusLocalDir &&

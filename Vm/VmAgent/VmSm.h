@@ -49,6 +49,8 @@ class VmSm final : public rt::StateMachineOf<VmSm> {
   void handleIntfStatusAndDeviceName();
   // Of the machine, its reactors and every VM's machine.
   void hasNotificationActiveIs(bool active) override;
+  // Whoever removes it switched it off before; its reactors stay until it has cleaned up.
+  void handleRemoval() override {}
 
   static constexpr std::string_view typeName = "Vm::VmSm";
   using Attributes = rt::AttributeTable<

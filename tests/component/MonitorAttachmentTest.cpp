@@ -42,7 +42,7 @@ TEST_F(MonitorAttachment, IsTracedStepByStep) {
              std::find(said.begin(), said.end(), "int Vm::VmConfigSm::setupMonitor() for web1"));
   said.resize(4);
   EXPECT_THAT(said, ElementsAre("int Vm::VmConfigSm::setupMonitor() for web1",
-                                " Trying to connect to /var/run/web1.monitor",
+                                "connectMonitor Trying to connect to /var/run/web1.monitor",
                                 "connectMonitor connected to /var/run/web1.monitor",
                                 "monFd is" +
                                     ("web1-monitor (descriptor " +

@@ -34,6 +34,23 @@ TEST_F(RootInputs, TheAgentsOwnInputsMayBeHandedBackWithAnotherOne) {
   EXPECT_EQ(made->bridgingInputConfig(), bridging);
 }
 
+// One of the seven is missing.
+class NoInput : public AgentTest, public testing::WithParamInterface<int> {};
+
+TEST_P(NoInput, IsRefusedAndTheAgentStaysAsItWas) {
+  const auto agent = start();
+  const int none = GetParam();
+  EXPECT_THROW(root->agentIs(none == 0 ? nullptr : config, none == 1 ? nullptr : status,
+                             none == 2 ? nullptr : allIntfStatusDir,
+                             none == 3 ? nullptr : allIntfStatusLocalDir,
+                             none == 4 ? nullptr : deviceIntfStatusDir,
+                             none == 5 ? nullptr : kniStatus, none == 6 ? nullptr : bridging),
+               rt::NullArgumentException);
+  EXPECT_EQ(root->agent(), agent);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, NoInput, testing::Range(0, 7));
+
 // One of the seven is another one.
 class OtherInput : public AgentTest, public testing::WithParamInterface<int> {
  protected:

@@ -98,8 +98,9 @@ struct SystemCalls {
     return pid;
   }
 
-  static int32_t waitpid(FakeProcesses& fake, int32_t pid, int* status) {
-    fake.log_.add("waitpid " + std::to_string(pid));
+  static int32_t waitpid(FakeProcesses& fake, int32_t pid, int* status, int options) {
+    fake.log_.add("waitpid " + std::to_string(pid) +
+                  (options == 0 ? "" : " options " + std::to_string(options)));
     *status = fake.children_.at(pid).waitStatus;
     return pid;
   }
@@ -172,7 +173,8 @@ pid_t __wrap_fork() {
 
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
   auto* const fake = FakeProcesses::current();
-  return fake ? SystemCalls::waitpid(*fake, pid, status) : __real_waitpid(pid, status, options);
+  return fake ? SystemCalls::waitpid(*fake, pid, status, options)
+              : __real_waitpid(pid, status, options);
 }
 
 int __wrap_kill(pid_t pid, int signal) {
