@@ -1,0 +1,83 @@
+#include "ctl/ApplyDocument.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <span>
+
+#include "ctl/Json.h"
+#include "runtime/base/NearName.h"
+#include "runtime/base/Problem.h"
+#include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+using Names = std::span<const std::string_view>;
+
+constexpr int64_t knownVersion = 1;
+constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
+constexpr std::array<std::string_view, 6> vmFields{"name",    "config", "status",
+                                                   "problem", "stale",  "version"};
+
+class Reader {
+ public:
+  explicit Reader(ApplyDocument& document) : document_(document) {}
+
+  void read(const JsonValue& root) {
+    if (!root.isObject()) return refuse("document", "must be a JSON object");
+    if (root.member("name")) return readVm(root, "document");
+    requireKnown(root, documentFields, "document");
+    if (root.number("version") != knownVersion)
+      refuse("version", "must be 1: this vmctl knows no other");
+    const auto vms = root.member("vms");
+    if (!vms || !vms->isArray()) return refuse("vms", "must be a list of VMs");
+    size_t index = 0;
+    for (const JsonValue& vm : vms->elements()) readVm(vm, "vms[" + rt::toText(index++) + "]");
+  }
+
+ private:
+  void refuse(const rt::String& where, const rt::String& right) {
+    document_.problems.push_back(where + ": " + right);
+  }
+
+  void requireKnown(const JsonValue& object, Names known, const rt::String& where) {
+    for (const rt::String& name : object.names())
+      if (std::find(known.begin(), known.end(), std::string_view(name)) == known.end())
+        refuse(where, "there is no field '" + name + "'" + rt::didYouMean(name, known));
+  }
+
+  void readVm(const JsonValue& json, const rt::String& where) {
+    if (!json.isObject()) return refuse(where, "must be an object with name and config");
+    const auto name = json.text("name");
+    if (!name) return refuse(where, "must have a name, in quotes");
+    requireKnown(json, vmFields, *name);
+    if (!names_.insert(*name).second) return refuse(*name, "must be there once");
+    const auto config = json.member("config");
+    if (!config) return refuse(*name, "must have a config");
+    const auto vm = rt::make<Vm::VmConfig>(*name);
+    const std::vector<rt::Problem> problems = statedb::fill(*vm, config->dump());
+    for (const rt::Problem& problem : problems)
+      document_.problems.push_back(*name + ": " + problem.text());
+    if (problems.empty()) document_.vms.push_back(vm);
+  }
+
+  ApplyDocument& document_;
+  std::set<rt::String> names_;
+};
+
+}  // namespace
+
+ApplyDocument readApplyDocument(std::string_view text) {
+  ApplyDocument document;
+  rt::String error;
+  if (const auto root = JsonValue::parse(text, &error))
+    Reader(document).read(*root);
+  else
+    document.problems.push_back("document: must be JSON, but at " + error);
+  return document;
+}
+
+}  // namespace ctl

@@ -1,0 +1,102 @@
+#include "ctl/ApplyPlan.h"
+
+#include <algorithm>
+
+#include "ctl/Configuration.h"
+#include "ctl/Json.h"
+#include "edge/ConfigIndex.h"
+#include "edge/VmConfigCheck.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+using Flat = std::map<rt::String, rt::String>;  // path -> value as JSON
+
+void flatten(const JsonValue& value, const rt::String& path, Flat& flat) {
+  if (!value.isObject()) {
+    flat[path] = value.dump();
+    return;
+  }
+  for (const rt::String& name : value.names())
+    flatten(*value.member(name.charPtr()), path.empty() ? name : path + "." + name, flat);
+}
+
+Flat flatOf(const Vm::VmConfig& vm) {
+  Flat flat;
+  if (const auto json = JsonValue::parse(statedb::documentOf(vm))) flatten(*json, "", flat);
+  return flat;
+}
+
+std::vector<rt::String> changesOf(const Vm::VmConfig& before, const Vm::VmConfig& after) {
+  const Flat old = flatOf(before);
+  const Flat now = flatOf(after);
+  std::vector<rt::String> changes;
+  for (const auto& [path, value] : now) {
+    const auto known = old.find(path);
+    if (known == old.end() || known->second != value) changes.push_back(path + "=" + value);
+  }
+  for (const auto& [path, value] : old)
+    if (now.count(path) == 0) changes.push_back(path + " is gone");
+  return changes;
+}
+
+Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm) {
+  Step step;
+  step.name = vm->name();
+  step.config = vm;
+  if (!row) {
+    step.kind = StepKind::add;
+    return step;
+  }
+  step.revision = row->revision;
+  if (row->config) {
+    step.changes = changesOf(*row->config, *vm);
+    step.needsRestart = needsRestart(*row->config, *vm);
+  } else {
+    step.changes.emplace_back("all of it: it could not be read");
+  }
+  step.kind = step.changes.empty() ? StepKind::keep : StepKind::change;
+  return step;
+}
+
+// Each VM that is in the document against all as they will be.
+void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const edge::MachineLimits& limits) {
+  edge::ConfigIndex index;
+  for (const auto& [name, row] : rows)
+    if (row.config) index.vmIs(*row.config);
+  for (const Step& step : plan.steps) {
+    if (step.config)
+      index.vmIs(*step.config);
+    else
+      index.vmDel(step.name);
+  }
+  for (const Step& step : plan.steps) {
+    if (!step.config) continue;
+    for (const rt::Problem& problem : edge::problemsOf(*step.config, index, limits))
+      plan.problems.push_back(step.name + ": " + problem.text());
+  }
+}
+
+}  // namespace
+
+Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
+            const edge::MachineLimits& limits) {
+  std::map<rt::String, Step> steps;
+  for (const auto& vm : document.vms) {
+    const auto row = rows.find(vm->name());
+    steps[vm->name()] = stepOf(row == rows.end() ? nullptr : &row->second, vm);
+  }
+  if (others == Others::prune)
+    for (const auto& [name, row] : rows)
+      if (steps.count(name) == 0)
+        steps[name] = {StepKind::remove, name, row.revision, nullptr, {}, false};
+  Plan plan;
+  plan.steps.reserve(steps.size());
+  for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));
+  check(plan, rows, limits);
+  return plan;
+}
+
+}  // namespace ctl

@@ -1,0 +1,35 @@
+// What has to be done so that the configuration is as a document says.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "ctl/ApplyDocument.h"
+#include "ctl/VmRows.h"
+
+namespace ctl {
+
+enum class StepKind : uint8_t { add, change, remove, keep };
+
+struct Step {
+  StepKind kind = StepKind::keep;
+  rt::String name;
+  uint64_t revision = 0;            // of the row that this was planned on
+  Vm::VmConfig::Ptr config;         // as it will be; null when it is removed
+  std::vector<rt::String> changes;  // such as "memory=512"
+  bool needsRestart = false;
+};
+
+struct Plan {
+  std::vector<Step> steps;           // each VM once, in order of name
+  std::vector<rt::String> problems;  // sentences: what is wrong with the outcome
+};
+
+// Pure. With `prune`, VMs that are not in the document are removed. VMs may exchange what only one
+// may have: they are checked against each other as they will be.
+enum class Others : uint8_t { stay, prune };
+Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
+            const edge::MachineLimits& limits);
+
+}  // namespace ctl

@@ -1,0 +1,113 @@
+#include "ctl/ApplyVerbs.h"
+
+#include <algorithm>
+
+#include "ctl/ApplyPlan.h"
+#include "ctl/ConfigVerbs.h"
+#include "ctl/Configuration.h"
+#include "ctl/Json.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+rt::String changesText(const Step& step) {
+  rt::String text;
+  for (const rt::String& change : step.changes) (text += text.empty() ? "" : ", ") += change;
+  return step.needsRestart ? text + " (takes effect at the next start)" : text;
+}
+
+// What would be done, for --dry-run: one line each.
+void printPlan(Context& context, const Plan& plan) {
+  std::ostream& out = context.world().out;
+  for (const Step& step : plan.steps) {
+    if (step.kind == StepKind::add) out << "add " << visible(step.name) << '\n';
+    if (step.kind == StepKind::remove) out << "remove " << visible(step.name) << '\n';
+    if (step.kind == StepKind::change)
+      out << "change " << visible(step.name) << ": " << visible(changesText(step)) << '\n';
+  }
+}
+
+void tellDone(Context& context, const Plan& plan) {
+  for (const Step& step : plan.steps) {
+    if (step.kind == StepKind::add) context.tell(step.name + ": added");
+    if (step.kind == StepKind::remove) context.tell(step.name + ": removed");
+    if (step.kind == StepKind::change) context.tell(step.name + ": changed: " + changesText(step));
+  }
+}
+
+bool isIdle(const Plan& plan) {
+  return std::all_of(plan.steps.begin(), plan.steps.end(),
+                     [](const Step& step) { return step.kind == StepKind::keep; });
+}
+
+// What is kept is guarded too: the plan holds for the rows that it was made of only.
+statedb::Transaction transactionOf(const Plan& plan) {
+  statedb::Transaction transaction;
+  for (const Step& step : plan.steps) {
+    transaction.guard("vmConfig", step.name, step.revision);
+    if (step.kind == StepKind::remove)
+      transaction.del("vmConfig", step.name).del("vmIntent", step.name);
+    else if (step.kind != StepKind::keep)
+      transaction.put("vmConfig", step.name, statedb::documentOf(*step.config));
+  }
+  return transaction;
+}
+
+Plan soundPlan(Context& context, const Configuration& configuration, const ApplyDocument& document,
+               Others others) {
+  Plan plan = planOf(configuration.rows(), document, others, context.world().limits);
+  std::vector<rt::String> problems = document.problems;
+  problems.insert(problems.end(), plan.problems.begin(), plan.problems.end());
+  if (!problems.empty()) throw Refusal(Exit::invalid, problems);
+  return plan;
+}
+
+}  // namespace
+
+Exit applyDocument(Context& context, const Arguments& arguments) {
+  const auto file = arguments.value("file");
+  if (!file) throw Refusal(Exit::usage, "'apply' needs -f FILE");
+  const ApplyDocument document = readApplyDocument(context.world().readFile(*file));
+  const Others others = arguments.has("prune") ? Others::prune : Others::stay;
+  const bool isDry = arguments.has("dry-run");
+  Configuration configuration(context);
+  Plan plan;
+  configuration.retry([&] {
+    plan = soundPlan(context, configuration, document, others);
+    if (!isDry) context.db().commit(transactionOf(plan));
+  });
+  for (const Step& step : plan.steps)
+    if (step.config && step.kind != StepKind::keep) warnOfImage(context, *step.config);
+  if (isIdle(plan)) {
+    context.tell("nothing to change");
+  } else if (isDry) {
+    printPlan(context, plan);
+  } else {
+    tellDone(context, plan);
+    complainOfDelay(context);
+  }
+  return Exit::done;
+}
+
+Exit exportVms(Context& context, const Arguments&) {
+  const Configuration configuration(context);
+  Exit exit = Exit::done;
+  rt::String json = jsonHead(false) + R"("vms":[)";
+  const char* separator = "";
+  for (const auto& [name, row] : configuration.rows()) {
+    complainOfUnreadable(context, row);
+    if (!row.config) {
+      exit = Exit::failed;  // a backup that lacks a VM must not look whole
+      continue;
+    }
+    ((json += separator) += R"({"name":)") += quoted(name);
+    ((json += R"(,"config":)") += statedb::documentOf(*row.config)) += '}';
+    separator = ",";
+  }
+  context.printJson(json + "]}");
+  return exit;
+}
+
+}  // namespace ctl

@@ -1,0 +1,53 @@
+// The command line, taken apart.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "runtime/base/Seconds.h"
+#include "runtime/base/String.h"
+
+namespace ctl {
+
+// One name means the same with every verb.
+struct Option {
+  std::string_view name;      // without dashes
+  char letter;                // the short form, or NUL
+  std::string_view argument;  // what help calls its argument; empty: it takes none
+  std::string_view help;
+};
+
+std::span<const Option> allOptions();
+const Option* optionNamed(std::string_view name);
+
+class Arguments {
+ public:
+  // Options may stand anywhere, as "--name value" or "--name=value"; what follows "--" is none.
+  // Refuses with Exit::usage.
+  explicit Arguments(std::span<const rt::String> arguments);
+
+  // All but options. The words of the verb are taken off once it is known.
+  const std::vector<rt::String>& words() const { return words_; }
+  void wordsDel(size_t count);
+
+  const std::vector<const Option*>& options() const { return options_; }
+  bool has(std::string_view option) const;
+  // The last one given.
+  std::optional<rt::String> value(std::string_view option) const;
+  rt::String value(std::string_view option, const rt::String& byDefault) const;
+  std::vector<rt::String> values(std::string_view option) const;
+  // Of --timeout; 60 when it is not given.
+  rt::Seconds timeout() const;
+
+ private:
+  void add(const Option& option, const rt::String& value);
+
+  std::vector<rt::String> words_;
+  std::vector<const Option*> options_;
+  std::vector<rt::String> values_;  // of each option
+};
+
+}  // namespace ctl

@@ -1,0 +1,103 @@
+#include "ctl/ConfigVerbs.h"
+
+#include "ctl/Configuration.h"
+#include "ctl/Fields.h"
+#include "runtime/base/NearName.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr const char* defaultMemory = "256";
+
+std::vector<Card> cardsOf(const std::vector<rt::String>& texts) {
+  std::vector<Card> cards;
+  cards.reserve(texts.size());
+  for (const rt::String& text : texts) cards.push_back(cardOf(text));
+  return cards;
+}
+
+void tellChanged(Context& context, const Changed& changed) {
+  const rt::String& name = changed.after->name();
+  if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after))
+    return context.tell(name + ": was so already");
+  if (needsRestart(*changed.before, *changed.after))
+    context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
+  else
+    context.tell(name + ": changed");
+  complainOfDelay(context);
+}
+
+}  // namespace
+
+void complainOfDelay(Context& context) {
+  if (!context.daemonRuns())
+    context.complain("vmagentd is not running: nothing happens until it does");
+}
+
+Exit addVm(Context& context, const Arguments& arguments) {
+  const auto disk = arguments.value("disk");
+  if (!disk) throw Refusal(Exit::usage, "'add' needs --disk FILE");
+  const std::vector<Card> cards = cardsOf(arguments.values("nic"));
+  const std::vector<Assignment> fields{{"enabled", arguments.has("enabled") ? "true" : "false"},
+                                       {"diskImage", *disk},
+                                       {"memory", arguments.value("memory", defaultMemory)},
+                                       {"vncPort", arguments.value("vnc-port", "0")}};
+  const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
+    assign(vm, fields, problems);
+    for (const Card& card : cards) addCard(vm, card, problems);
+  };
+  const rt::String& name = arguments.words().front();
+  const auto vm = Configuration(context).add(name, change);
+  warnOfImage(context, *vm);
+  context.tell(name + (vm->enabled() ? ": added and enabled" : ": added"));
+  complainOfDelay(context);
+  return Exit::done;
+}
+
+Exit setVm(Context& context, const Arguments& arguments) {
+  std::vector<Assignment> assignments;
+  bool isImageTouched = false;
+  for (size_t i = 1; i < arguments.words().size(); ++i) {
+    assignments.push_back(assignmentOf(arguments.words()[i]));
+    const rt::String& field = assignments.back().field;
+    isImageTouched = isImageTouched || field == "diskImage" || field == "enabled";
+  }
+  const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
+    assign(vm, assignments, problems);
+  };
+  const auto changed = Configuration(context).change(arguments.words().front(), change);
+  if (isImageTouched) warnOfImage(context, *changed.after);
+  tellChanged(context, changed);
+  return Exit::done;
+}
+
+Exit addNic(Context& context, const Arguments& arguments) {
+  const std::vector<rt::String>& words = arguments.words();
+  Card card = cardOf(words[1]);
+  if (const auto key = arguments.value("key")) {
+    if (key->empty()) throw Refusal(Exit::usage, "--key: must not be empty");
+    card.key = *key;
+  }
+  const auto add = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
+    addCard(vm, card, problems);
+  };
+  tellChanged(context, Configuration(context).change(words[0], add));
+  return Exit::done;
+}
+
+Exit removeNic(Context& context, const Arguments& arguments) {
+  const std::vector<rt::String>& words = arguments.words();
+  const auto remove = [&](Vm::VmConfig& vm, std::vector<rt::Problem>&) {
+    if (vm.vnicConfigDel(words[1])) return;
+    std::vector<std::string_view> keys;
+    for (const auto& [key, card] : vm.vnicConfigs()) keys.emplace_back(key);
+    throw Refusal(Exit::noSuch, words[0] + ": there is no card '" + words[1] + "'" +
+                                    rt::didYouMean(words[1], keys));
+  };
+  tellChanged(context, Configuration(context).change(words[0], remove));
+  return Exit::done;
+}
+
+}  // namespace ctl

@@ -1,0 +1,145 @@
+#include "ctl/Configuration.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "edge/VmConfigCheck.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+Refusal refusalOf(const rt::String& name, const std::vector<rt::Problem>& problems) {
+  std::vector<rt::String> sentences;
+  sentences.reserve(problems.size());
+  for (const rt::Problem& problem : problems) sentences.push_back(name + ": " + problem.text());
+  return {Exit::invalid, sentences};
+}
+
+Refusal unreadable(const VmRow& row) {
+  Refusal refusal = refusalOf(row.name, row.unreadable);
+  std::vector<rt::String> sentences = refusal.sentences();
+  sentences.push_back(row.name +
+                      ": so its row cannot be changed: replace it with 'vmctl apply', or 'vmctl "
+                      "remove --force' it and add it anew");
+  return {Exit::invalid, sentences};
+}
+
+Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
+  auto copy = rt::make<Vm::VmConfig>(vm.name());
+  (void)statedb::fill(*copy, statedb::documentOf(vm));
+  return copy;
+}
+
+}  // namespace
+
+bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
+  if (!before.enabled() || !after.enabled()) return false;
+  const Vm::VmConfig::Ptr asRunning = copyOf(after);
+  asRunning->diskImageIs(before.diskImage());  // the agent acts on a new one at once
+  return statedb::documentOf(*asRunning) != statedb::documentOf(before);
+}
+
+Configuration::Configuration(Context& context) : context_(context) { read(); }
+
+void Configuration::read() {
+  rows_.clear();
+  index_.emplace();
+  for (const statedb::Record& record : context_.db().snapshot({"vmConfig"}).records) {
+    VmRow& row = rows_[record.key];
+    row.name = record.key;
+    configIs(row, record);
+    if (row.config) index_->vmIs(*row.config);
+  }
+}
+
+VmRow Configuration::row(const rt::String& name) const {
+  const auto found = rows_.find(name);
+  if (found != rows_.end()) return found->second;
+  std::vector<std::string_view> names;
+  names.reserve(rows_.size());
+  for (const auto& [each, row] : rows_) names.push_back(each);
+  throw noSuchVm(name, names);
+}
+
+std::vector<rt::String> Configuration::enabledNames() const {
+  std::vector<rt::String> names;
+  for (const auto& [name, row] : rows_)
+    if (row.isEnabled()) names.push_back(name);
+  return names;
+}
+
+void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems) {
+  for (rt::Problem& problem : edge::problemsOf(vm, *index_, context_.world().limits)) {
+    // What could not be read has its default now, which says nothing.
+    const bool isKnown = std::any_of(problems.begin(), problems.end(), [&](const auto& known) {
+      return problem.field == known.field ||
+             problem.field.str().compare(0, known.field.size() + 1, known.field.str() + ".") == 0;
+    });
+    if (!isKnown) problems.push_back(std::move(problem));
+  }
+  if (!problems.empty()) throw refusalOf(vm.name(), problems);
+}
+
+void Configuration::commit(const Vm::VmConfig& vm, uint64_t revision) {
+  statedb::Transaction transaction;
+  transaction.guard("vmConfig", vm.name(), revision);
+  transaction.put("vmConfig", vm.name(), statedb::documentOf(vm));
+  context_.db().commit(transaction);
+  index_->vmIs(vm);
+}
+
+void Configuration::retry(const std::function<void()>& attempt) {
+  retried([&] {
+    try {
+      attempt();
+    } catch (const statedb::ConflictError&) {
+      read();
+      throw;
+    }
+  });
+}
+
+Vm::VmConfig::Ptr Configuration::add(const rt::String& name, const Change& change) {
+  Vm::VmConfig::Ptr vm;
+  retry([&] {
+    if (rows_.count(name) != 0)
+      throw Refusal(Exit::conflict, name +
+                                        ": there is a VM of that name already: change it with "
+                                        "'vmctl set', or take another name");
+    vm = rt::make<Vm::VmConfig>(name);
+    std::vector<rt::Problem> problems;
+    change(*vm, problems);
+    require(*vm, problems);
+    commit(*vm, 0);
+  });
+  return vm;
+}
+
+Changed Configuration::change(const rt::String& name, const Change& change) {
+  Changed changed;
+  retry([&] {
+    const VmRow known = row(name);
+    if (!known.config) throw unreadable(known);
+    changed.before = known.config;
+    changed.after = copyOf(*known.config);
+    std::vector<rt::Problem> problems;
+    change(*changed.after, problems);
+    require(*changed.after, problems);
+    commit(*changed.after, known.revision);
+  });
+  return changed;
+}
+
+void warnOfImage(Context& context, const Vm::VmConfig& vm) {
+  const rt::String& path = vm.diskImage();
+  const edge::ImageFacts facts = context.world().imageFacts(path);
+  if (facts.error == EACCES) return;  // the daemon, which is root, may read it all the same
+  const auto problem = edge::imageProblem(path, facts);
+  if (problem)
+    context.complain(vm.name() + ": warning: the disk image '" + path +
+                     "' cannot be used now: it " + problem->right);
+}
+
+}  // namespace ctl

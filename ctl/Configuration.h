@@ -1,0 +1,59 @@
+// The configuration of all VMs, as it was read, and how one VM's is changed.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include "ctl/VmRows.h"
+#include "edge/ConfigIndex.h"
+
+namespace ctl {
+
+struct Changed {
+  Vm::VmConfig::Ptr before;
+  Vm::VmConfig::Ptr after;
+};
+
+// Whether a running guest goes on with what it was started with.
+bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after);
+
+// Read at first, and again when somebody else wrote meanwhile; so many VMs can be changed
+// at the price of one reading. A clash that two writers make at the same moment is not seen here:
+// the daemon refuses the newcomer.
+class Configuration {
+ public:
+  explicit Configuration(Context& context);
+
+  // Writes to the record, and adds to `problems` what it refuses.
+  using Change = std::function<void(Vm::VmConfig& vm, std::vector<rt::Problem>& problems)>;
+
+  // Makes, or changes, the VM in one transaction, and returns its record as written. Refuses when
+  // anything is wrong with the outcome, with all there is; nothing was written then.
+  Vm::VmConfig::Ptr add(const rt::String& name, const Change& change);
+  Changed change(const rt::String& name, const Change& change);
+
+  // By name, as they were read last, without status. `config` is null where it cannot be read.
+  const std::map<rt::String, VmRow>& rows() const { return rows_; }
+  // The names of all VMs that are enabled.
+  std::vector<rt::String> enabledNames() const;
+
+  // Tries again, on rows read anew, when a commit meets what others wrote; refuses in the end.
+  void retry(const std::function<void()>& attempt);
+
+ private:
+  void read();
+  VmRow row(const rt::String& name) const;
+  void require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems);
+  void commit(const Vm::VmConfig& vm, uint64_t revision);
+
+  Context& context_;
+  std::map<rt::String, VmRow> rows_;
+  std::optional<edge::ConfigIndex> index_;  // of those that can be read
+};
+
+// Tells of a disk image that cannot be used now; it may still come.
+void warnOfImage(Context& context, const Vm::VmConfig& vm);
+
+}  // namespace ctl

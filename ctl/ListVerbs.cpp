@@ -1,0 +1,51 @@
+#include "ctl/ListVerbs.h"
+
+#include "ctl/VmView.h"
+
+namespace ctl {
+
+namespace {
+
+void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
+  rt::String json = jsonHead(isStale) + R"("vms":[)";
+  for (const VmRow& row : rows) {
+    if (&row != &rows.front()) json += ',';
+    json += vmJson(row);
+  }
+  context.printJson(json + "]}");
+}
+
+}  // namespace
+
+Exit listVms(Context& context, const Arguments&) {
+  const std::vector<VmRow> rows = allVms(context);
+  const bool isStale = complainOfStaleness(context);
+  for (const VmRow& row : rows) complainOfUnreadable(context, row);
+  if (context.format() == Format::json) {
+    printVms(context, rows, isStale);
+  } else if (context.format() == Format::name) {
+    for (const VmRow& row : rows) context.world().out << visible(row.name) << '\n';
+  } else if (rows.empty()) {
+    context.tell("there are no VMs: 'vmctl add' makes one");
+  } else {
+    Table table = vmTable(context.format());
+    for (const VmRow& row : rows) table.row(vmCells(row, context.format()));
+    context.print(table);
+  }
+  return Exit::done;
+}
+
+Exit showVm(Context& context, const Arguments& arguments) {
+  const VmRow row = requiredVm(context, arguments.words().front());
+  const bool isStale = complainOfStaleness(context);
+  complainOfUnreadable(context, row);
+  if (context.format() == Format::json)
+    context.printJson(vmJson(row, isStale));
+  else if (context.format() == Format::name)
+    context.world().out << visible(row.name) << '\n';
+  else
+    context.world().out << vmText(row);
+  return Exit::done;
+}
+
+}  // namespace ctl

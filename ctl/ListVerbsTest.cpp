@@ -1,0 +1,268 @@
+#include "ctl/fakes/VmctlFixture.h"
+
+namespace ctl {
+namespace {
+
+using fakes::Answer;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* staleLine = "vmctl: vmagentd is not running: the status is as it was left\n";
+
+class ListVerb : public fakes::VmctlFixture {
+ protected:
+  // One that runs, one that is off and one whose image is missing.
+  void putThree() {
+    put("vmConfig", "web1",
+        R"({"enabled":true,"diskImage":"/images/web.iso","memory":256,"vncPort":5901,)"
+        R"("vnicConfig":{"nic00":{"model":"e1000","macAddr":"52:54:00:12:34:56",)"
+        R"("intfName":"Vlan100"},"nic01":{"model":"e1000","macAddr":"52:54:00:12:34:57",)"
+        R"("intfName":"Vlan200"}}})");
+    putRunning("web1");
+    putVm("db", false);
+    putOff("db");
+    putVm("probe", true);
+    put("vmProblem", "probe",
+        R"({"problem":"diskImage: '/images/web.iso' is refused","since":1732186123,)"
+        R"("source":"image"})");
+  }
+};
+class ShowVerb : public ListVerb {};
+
+TEST_F(ListVerb, ShowsWhatIsAskedForWhatIsSoAndWhatIsWrong) {
+  putThree();
+  EXPECT_EQ(vmctl("list"),
+            (Answer{0,
+                    "NAME   ENABLED  STATE    PROCESS  PROBLEM\n"
+                    "db     no       Stopped  -        -\n"
+                    "probe  yes      -        -        diskImage: '/images/web.iso' is refused\n"
+                    "web1   yes      Running  4711     -\n",
+                    ""}));
+}
+
+TEST_F(ListVerb, ShowsMoreInWideFormat) {
+  putThree();
+  EXPECT_EQ(
+      vmctl("ls -o wide").out,
+      "NAME   ENABLED  STATE    PROCESS  MEMORY  VNC   DISK             CARDS                 "
+      "       CONSOLE     PROBLEM\n"
+      "db     no       Stopped  -        256M    -     /images/web.iso  -                     "
+      "       -           -\n"
+      "probe  yes      -        -        256M    -     /images/web.iso  -                     "
+      "       -           diskImage: '/images/web.iso' is refused\n"
+      "web1   yes      Running  4711     256M    5901  /images/web.iso  "
+      "nic00=Vlan100,nic01=Vlan200  /dev/pts/4  -\n");
+}
+
+TEST_F(ListVerb, GivesNamesOnly) {
+  putThree();
+  EXPECT_EQ(vmctl("list -oname"), (Answer{0, "db\nprobe\nweb1\n", ""}));
+}
+
+TEST_F(ListVerb, GivesJson) {
+  putVm("db", false);
+  putVm("web1", true);
+  putRunning("web1");
+  put("vmProblem", "web1", R"({"problem":"restart needed","since":1732186123,"source":"restart"})");
+  EXPECT_EQ(vmctl("list -o json"), (Answer{0,
+                                           R"({
+  "version": 1,
+  "vms": [
+    {
+      "name": "db",
+      "config": {
+        "enabled": false,
+        "diskImage": "/images/web.iso",
+        "memory": 256,
+        "vncPort": 0,
+        "vnicConfig": {}
+      },
+      "status": null,
+      "problem": null
+    },
+    {
+      "name": "web1",
+      "config": {
+        "enabled": true,
+        "diskImage": "/images/web.iso",
+        "memory": 256,
+        "vncPort": 0,
+        "vnicConfig": {}
+      },
+      "status": {
+        "enabled": true,
+        "state": "Running",
+        "consolePtyPath": "/dev/pts/4",
+        "cmdStatusStr": ""
+      },
+      "problem": {
+        "problem": "restart needed",
+        "since": 1732186123,
+        "source": "restart"
+      }
+    }
+  ]
+}
+)",
+                                           ""}));
+}
+
+TEST_F(ListVerb, OfNothingIsAnEmptyListInJsonAndASentenceForPeople) {
+  EXPECT_EQ(vmctl("list -o json"), (Answer{0, "{\n  \"version\": 1,\n  \"vms\": []\n}\n", ""}));
+  EXPECT_EQ(vmctl("list"), (Answer{0, "", "there are no VMs: 'vmctl add' makes one\n"}));
+  EXPECT_EQ(vmctl("list -o name"), (Answer{0, "", ""}));
+}
+
+TEST_F(ListVerb, SaysThatTheStatusIsOldWhenNoDaemonRuns) {
+  putVm("db", false);
+  daemonRuns_ = false;
+  EXPECT_EQ(vmctl("list").err, staleLine);
+  const Answer json = vmctl("list -o json");
+  EXPECT_EQ(json.err, staleLine);
+  EXPECT_THAT(json.out, testing::StartsWith("{\n  \"version\": 1,\n  \"stale\": true,\n"));
+}
+
+TEST_F(ListVerb, ShowsTheConfigurationWhenThereIsNoStatusYet) {
+  putVm("db", false);
+  daemonRuns_ = false;
+  hasStatus_ = false;
+  EXPECT_EQ(vmctl("list"), (Answer{0,
+                                   "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
+                                   "db    no       -      -        -\n",
+                                   staleLine}));
+}
+
+TEST_F(ListVerb, ShowsThatAProcessIsEnding) {
+  putVm("db", false);
+  putOff("db");
+  put("vmProcess", "db", R"({"process":"ending","pid":12,"restarts":0})");
+  EXPECT_THAT(vmctl("list").out, HasSubstr("db    no       Stopped  ending   -\n"));
+}
+
+TEST_F(ListVerb, TellsOfARowThatCannotBeReadAndShowsTheOthers) {
+  putVm("db", false);
+  put("vmConfig", "web1", R"({"enabled":"yes"})");
+  const std::string complaint =
+      "vmctl: web1: its configuration cannot be read: enabled: 'yes' is refused: must be true or "
+      "false, without quotes\n";
+  EXPECT_EQ(vmctl("list"),
+            (Answer{0,
+                    "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
+                    "db    no       -      -        -\n"
+                    "web1  ?        -      -        enabled: 'yes' is refused: must be true or "
+                    "false, without quotes\n",
+                    complaint}));
+  EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"web1\",\n      \"config\": null,"));
+}
+
+TEST_F(ListVerb, IgnoresStatusOfAVmThatIsNotConfigured) {
+  putRunning("old");
+  putVm("web1", false);
+  EXPECT_EQ(vmctl("list -o name").out, "web1\n");
+}
+
+TEST_F(ListVerb, WritesNoControlCharactersOfOthersToATerminal) {
+  putVm("db", true);
+  put("vmProblem", "db", R"({"problem":"bad\u001b[2J\nline","since":1,"source":"qemu"})");
+  EXPECT_THAT(vmctl("list").out, HasSubstr("bad\\x1b[2J\\x0aline"));
+}
+
+TEST_F(ListVerb, CutsLinesOnATerminalOnly) {
+  putThree();
+  columns_ = 50;
+  EXPECT_THAT(vmctl("list").out, HasSubstr("diskImage: '/images/web.iso' is refused\n"));
+  isTerminal_ = true;
+  environment_["NO_COLOR"] = "1";
+  EXPECT_EQ(vmctl("list").out,
+            "NAME   ENABLED  STATE    PROCESS  PROBLEM\n"
+            "db     no       Stopped  -        -\n"
+            "probe  yes      -        -        diskImage: '/...\n"
+            "web1   yes      Running  4711     -\n");
+}
+
+TEST_F(ListVerb, HasColoursOnATerminalUnlessNoneAreWanted) {
+  putThree();
+  EXPECT_THAT(vmctl("list").out, Not(HasSubstr("\x1b")));
+  isTerminal_ = true;
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\x1b[32mRunning\x1b[0m"));
+  environment_["NO_COLOR"] = "1";
+  EXPECT_THAT(vmctl("list").out, Not(HasSubstr("\x1b")));
+  environment_["NO_COLOR"] = "";
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\x1b[31mdiskImage"));
+}
+
+// show
+
+TEST_F(ShowVerb, TellsAllAboutAVm) {
+  putThree();
+  put("vmProblem", "web1", R"({"problem":"memory changed","since":1732186123,"source":"restart"})");
+  EXPECT_EQ(vmctl("show web1"), (Answer{0,
+                                        "Name:     web1\n"
+                                        "Enabled:  yes\n"
+                                        "State:    Running\n"
+                                        "Process:  running, pid 4711\n"
+                                        "Console:  /dev/pts/4\n"
+                                        "Memory:   256 MiB\n"
+                                        "Display:  VNC, port 5901\n"
+                                        "Disk:     /images/web.iso\n"
+                                        "Cards:  KEY    MODEL  MAC                INTERFACE\n"
+                                        "        nic00  e1000  52:54:00:12:34:56  Vlan100\n"
+                                        "        nic01  e1000  52:54:00:12:34:57  Vlan200\n"
+                                        "Problem:  memory changed\n"
+                                        "          (restart, since 2024-11-21T10:48:43Z)\n",
+                                        ""}));
+}
+
+TEST_F(ShowVerb, TellsWhatIsNotSo) {
+  putVm("db", false);
+  EXPECT_EQ(vmctl("show db").out,
+            "Name:     db\n"
+            "Enabled:  no\n"
+            "State:    -\n"
+            "Process:  none\n"
+            "Console:  -\n"
+            "Memory:   256 MiB\n"
+            "Display:  -\n"
+            "Disk:     /images/web.iso\n"
+            "Cards:    -\n"
+            "Problem:  -\n");
+}
+
+TEST_F(ShowVerb, TellsTheMonitorsLastWord) {
+  putVm("db", false);
+  put("vmStatus", "db",
+      R"({"enabled":false,"state":"","consolePtyPath":"","cmdStatusStr":"no\nreply"})");
+  EXPECT_THAT(vmctl("show db").out, HasSubstr("Monitor:  no\\x0areply\n"));
+}
+
+TEST_F(ShowVerb, GivesOneVmInJson) {
+  putVm("db", false);
+  const std::string vm = R"(  "name": "db",
+  "config": {
+    "enabled": false,
+    "diskImage": "/images/web.iso",
+    "memory": 256,
+    "vncPort": 0,
+    "vnicConfig": {}
+  },
+  "status": null,
+  "problem": null
+}
+)";
+  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, "{\n" + vm, ""}));
+  daemonRuns_ = false;
+  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, "{\n  \"stale\": true,\n" + vm, staleLine}));
+}
+
+TEST_F(ShowVerb, SuggestsTheVmThatWasMeant) {
+  putThree();
+  EXPECT_EQ(vmctl("show web2"),
+            (Answer{3, "", "vmctl: web2: there is no such VM; did you mean 'web1'?\n"}));
+  EXPECT_EQ(vmctl("show somethingelse"),
+            (Answer{3, "", "vmctl: somethingelse: there is no such VM\n"}));
+  EXPECT_EQ(vmctl(std::vector<rt::String>{"show", ""}),
+            (Answer{3, "", "vmctl: : there is no such VM\n"}));
+}
+
+}  // namespace
+}  // namespace ctl

@@ -1,0 +1,15 @@
+// vmctl as a function: from its arguments to its exit.
+#pragma once
+
+#include <span>
+
+#include "ctl/Exit.h"
+#include "ctl/World.h"
+
+namespace ctl {
+
+// `arguments`: without the program's name. Throws nothing but std::bad_alloc; what goes wrong is
+// told on `world.err`.
+Exit run(std::span<const rt::String> arguments, World& world);
+
+}  // namespace ctl

@@ -1,0 +1,177 @@
+#include "ctl/SwitchVerbs.h"
+
+#include <algorithm>
+#include <map>
+
+#include "ctl/ConfigVerbs.h"
+#include "ctl/Configuration.h"
+#include "ctl/Json.h"
+#include "ctl/Waiting.h"
+#include "runtime/base/Text.h"
+
+namespace ctl {
+
+namespace {
+
+// What is done to each VM.
+struct Deed {
+  // Writes what is asked for; returns what was done, such as "enabled".
+  std::function<rt::String(const rt::String& name)> ask;
+  // When it is so; asked for after the writing.
+  std::function<Goal(const rt::String& name)> goal;
+  const char* done;  // what is said then
+};
+
+// Asks for all first, then waits for all: they are carried out side by side.
+Exit carryOut(Context& context, const Arguments& arguments, const std::vector<rt::String>& names,
+              const Deed& deed) {
+  const bool waits = arguments.has("wait");
+  const rt::Seconds patience = arguments.timeout();
+  std::vector<rt::String> asked;
+  Exit exit = forEach(context, names, [&](const rt::String& name) {
+    const rt::String answer = deed.ask(name);
+    asked.push_back(name);
+    if (!waits) context.tell(name + ": " + answer);
+  });
+  if (asked.empty()) return exit;
+  if (!waits) {
+    complainOfDelay(context);
+    return exit;
+  }
+  if (!context.daemonRuns()) {
+    context.complain("vmagentd is not running: it is written down, and nobody to wait for");
+    return exit == Exit::done ? Exit::failed : exit;
+  }
+  Waiter waiter(context, patience);
+  const Exit waited = forEach(context, asked, [&](const rt::String& name) {
+    waiter.until(name, deed.goal(name));
+    context.tell(name + ": " + deed.done);
+  });
+  return exit == Exit::done ? waited : exit;
+}
+
+// The names given, or with --all those of enabled VMs.
+std::vector<rt::String> namesOf(Configuration& configuration, const Arguments& arguments) {
+  if (!arguments.has("all")) {
+    if (arguments.words().empty()) throw Refusal(Exit::usage, "which VM? Name one, or say --all");
+    return arguments.words();
+  }
+  if (!arguments.words().empty())
+    throw Refusal(Exit::usage, "--all takes no names: say one or the other");
+  return configuration.enabledNames();
+}
+
+rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
+  const auto changed = configuration.change(
+      name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(true); });
+  warnOfImage(context, *changed.after);
+  if (!changed.before->enabled()) return "enabled";
+  const VmRow row = vmNamed(context, name);
+  // Not by its state: that is "Stopped" until the first poll after a start, too.
+  const bool hasEnded = row.status && row.status->enabled() && row.process.process == "none";
+  if (hasEnded && context.daemonRuns())
+    throw Refusal(Exit::conflict, name + ": is enabled and its guest has ended: 'vmctl restart " +
+                                      name + "' starts it again");
+  return "was enabled already";
+}
+
+// The number that asks once more.
+int64_t askForRestart(Context& context, const rt::String& name) {
+  int64_t number = 0;
+  retried([&] {
+    const VmRow row = requiredVm(context, name);
+    if (row.config && !row.config->enabled())
+      throw Refusal(Exit::conflict,
+                    name + ": is not enabled: 'vmctl enable " + name + "' starts it");
+    const auto intent = context.db().record("vmIntent", name);
+    const auto json = intent ? JsonValue::parse(intent->doc) : std::nullopt;
+    const int64_t last = json ? json->number("restart").value_or(0) : 0;
+    number = std::max(last, row.process.restarts) + 1;
+    statedb::Transaction transaction;
+    transaction.guard("vmConfig", name, row.revision);
+    transaction.guard("vmIntent", name, intent ? intent->revision : 0);
+    transaction.put("vmIntent", name, R"({"restart":)" + rt::toText(number) + "}");
+    context.db().commit(transaction);
+  });
+  return number;
+}
+
+void remove(Context& context, const rt::String& name, bool isForced) {
+  retried([&] {
+    const VmRow row = requiredVm(context, name);
+    if (!isForced && !row.config)
+      throw Refusal(Exit::conflict,
+                    name +
+                        ": its configuration cannot be read, so it may be enabled: --force "
+                        "removes it");
+    if (!isForced && row.config->enabled())
+      throw Refusal(Exit::conflict, name + ": is enabled: 'vmctl disable " + name +
+                                        "' first, or --force, which ends its guest");
+    statedb::Transaction transaction;
+    transaction.guard("vmConfig", name, row.revision);
+    transaction.del("vmConfig", name).del("vmIntent", name);
+    context.db().commit(transaction);
+  });
+}
+
+}  // namespace
+
+Exit enableVms(Context& context, const Arguments& arguments) {
+  Configuration configuration(context);
+  Deed deed;
+  deed.ask = [&](const rt::String& name) { return enable(context, configuration, name); };
+  deed.goal = [](const rt::String&) { return Goal{[](const VmRow& row) { return row.runs(); }}; };
+  deed.done = "enabled and running";
+  return carryOut(context, arguments, arguments.words(), deed);
+}
+
+Exit disableVms(Context& context, const Arguments& arguments) {
+  Configuration configuration(context);
+  Deed deed;
+  deed.ask = [&](const rt::String& name) -> rt::String {
+    const auto changed = configuration.change(
+        name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(false); });
+    return changed.before->enabled() ? "disabled" : "was disabled already";
+  };
+  deed.goal = [](const rt::String&) {
+    return Goal{[](const VmRow& row) { return row.isOff(); }, false};
+  };
+  deed.done = "disabled, and no process is left";
+  const std::vector<rt::String> names = namesOf(configuration, arguments);
+  if (names.empty()) context.tell("no VM is enabled");
+  return carryOut(context, arguments, names, deed);
+}
+
+Exit restartVms(Context& context, const Arguments& arguments) {
+  std::map<rt::String, int64_t> numbers;
+  Deed deed;
+  deed.ask = [&](const rt::String& name) -> rt::String {
+    numbers[name] = askForRestart(context, name);
+    if (const auto config = vmNamed(context, name).config) warnOfImage(context, *config);
+    return "restart asked for";
+  };
+  deed.goal = [&](const rt::String& name) {
+    return Goal{[number = numbers[name]](const VmRow& row) {
+      return row.process.restarts >= number && row.runs();
+    }};
+  };
+  deed.done = "restarted and running";
+  return carryOut(context, arguments, arguments.words(), deed);
+}
+
+Exit removeVms(Context& context, const Arguments& arguments) {
+  const bool isForced = arguments.has("force");
+  Deed deed;
+  deed.ask = [&](const rt::String& name) -> rt::String {
+    remove(context, name, isForced);
+    return "removed";
+  };
+  deed.goal = [](const rt::String&) {
+    return Goal{[](const VmRow& row) { return !row.status && row.process.process == "none"; },
+                false};
+  };
+  deed.done = "removed, and no process is left";
+  return carryOut(context, arguments, arguments.words(), deed);
+}
+
+}  // namespace ctl

@@ -1,0 +1,52 @@
+// Text in aligned columns.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "runtime/base/String.h"
+
+namespace ctl {
+
+enum class Ink : uint8_t { plain, good, busy, bad };
+
+struct Cell {
+  Cell(rt::String words, Ink colour = Ink::plain) : text(std::move(words)), ink(colour) {}
+  Cell(const char* words) : text(words) {}
+
+  rt::String text;  // of any bytes; an empty one is shown as "-"
+  Ink ink = Ink::plain;
+};
+
+struct TableStyle {
+  size_t columns = 0;  // of the terminal: the last cell is cut there, with "..."; 0: no terminal
+  bool colours = false;
+};
+
+class Table {
+ public:
+  explicit Table(std::vector<Cell> headers) { row(std::move(headers)); }
+
+  // As many cells as there are headers.
+  void row(std::vector<Cell> cells) { rows_.push_back(std::move(cells)); }
+  rt::String text(const TableStyle& style) const;
+  // The text of the rows until now, which are forgotten; later ones will be aligned with them as
+  // far as they fit.
+  rt::String takeText(const TableStyle& style);
+
+ private:
+  std::vector<size_t> widths() const;
+
+  std::vector<std::vector<Cell>> rows_;
+  std::vector<size_t> takenWidths_;
+};
+
+// Without control characters, which could do anything to a terminal: they are written \xNN.
+rt::String visible(std::string_view text);
+// How many characters the UTF-8 text has.
+size_t width(std::string_view text);
+// At most `columns` characters of it, with "..." for the rest.
+rt::String cut(const rt::String& text, size_t columns);
+
+}  // namespace ctl

@@ -1,0 +1,115 @@
+#include "ctl/ApplyVerbs.h"
+#include "ctl/ConfigVerbs.h"
+#include "ctl/FdbVerbs.h"
+#include "ctl/InterfaceVerbs.h"
+#include "ctl/ListVerbs.h"
+#include "ctl/SwitchVerbs.h"
+#include "ctl/Verbs.h"
+#include "ctl/VersionVerbs.h"
+#include "ctl/WaitVerbs.h"
+#include "ctl/WatchVerbs.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::string_view allFormats = "table wide json name";
+
+// In the order of help.
+constexpr Verb table[] = {
+    {"add", "", "NAME", 1, 1, "disk memory vnc-port nic enabled", "", "make a VM",
+     "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
+     "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
+     "not there yet is no mistake, only a warning.\n"
+     "\n"
+     "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled \\\n"
+     "      --nic model=virtio-net-pci,mac=52:54:00:12:34:56,intf=Vlan100\n",
+     addVm},
+    {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "", "", "change a VM",
+     "Changes all the fields at once or, when one is refused, none:\n"
+     "\n"
+     "  enabled                  true or false\n"
+     "  diskImage                an absolute path; a running guest is started anew with it\n"
+     "  memory                   in MiB, or with K, M or G behind it\n"
+     "  vncPort                  5900 to 5910, or 0 for no display\n"
+     "  vnicConfig.KEY.model     a network card of QEMU's\n"
+     "  vnicConfig.KEY.macAddr   a unicast MAC address\n"
+     "  vnicConfig.KEY.intfName  the switch interface it is bridged to\n"
+     "\n"
+     "Memory, port and cards take effect at the next start.\n",
+     setVm},
+    {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key", "", "add a network card",
+     "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
+     "cards in the order of their keys.\n",
+     addNic},
+    {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
+     "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
+    {"enable", "start", "NAME...", 1, anyNumber, "wait timeout", "", "start VMs",
+     "Starts virtual machines, and keeps them started: after a reboot too. Done is: the status\n"
+     "is enabled and Running. A machine whose guest has ended by itself is started again by\n"
+     "'vmctl restart'.\n",
+     enableVms},
+    {"disable", "stop", "[NAME...]", 0, anyNumber, "all wait timeout", "", "stop VMs",
+     "Asks the guests to shut down, and keeps the machines stopped. Done is: the status is not\n"
+     "enabled, and no process is left.\n",
+     disableVms},
+    {"restart", "", "NAME...", 1, anyNumber, "wait timeout", "", "stop VMs and start them again",
+     "Ends the guests and starts them again with the configuration as it is now. Done is: this\n"
+     "restart was carried out, and the status is enabled and Running.\n",
+     restartVms},
+    {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
+     "Removes virtual machines; their disk images stay. One that is enabled is removed with\n"
+     "--force only, which ends its guest. Done is: no process and no status is left.\n",
+     removeVms},
+    {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
+     "Shows all virtual machines: whether the configuration has them enabled, the state that\n"
+     "the agent reports, the process id of QEMU (or 'ending'), and the one problem to look at\n"
+     "first.\n",
+     listVms},
+    {"show", "", "NAME", 1, 1, "", allFormats, "show all about a VM",
+     "Shows the configuration, the status and the problem of a virtual machine.\n", showVm},
+    {"wait", "", "NAME", 1, 1, "for timeout", "", "wait until a VM is as you say",
+     "Returns when all that --for says is so:\n"
+     "\n"
+     "  state           as the agent reports it, such as Running or Stopped\n"
+     "  enabled         whether the agent has it switched on: true or false\n"
+     "  config.enabled  whether the configuration has it enabled: true or false\n"
+     "  process         none, running or ending\n",
+     waitForVm},
+    {"watch", "", "", 0, 0, "", "table json", "show changes of VMs as they happen",
+     "Shows all virtual machines, then each again whenever anything about it changes, until it\n"
+     "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line\n"
+     "{\"op\":\"synced\"} ends what there was at the beginning.\n",
+     watchVms},
+    {"export", "", "", 0, 0, "", "json", "write the configuration as a document",
+     "Writes the configuration of all virtual machines, as 'vmctl apply' reads it.\n", exportVms},
+    {"apply", "", "", 0, 0, "file dry-run prune", "", "make the configuration what a document says",
+     "Makes and changes virtual machines so that each is as the document says; what it does not\n"
+     "name stays, or with --prune is removed, even when it is enabled. All in one transaction:\n"
+     "when anything is wrong, all of it is told and nothing is written.\n"
+     "\n"
+     "The document is what 'export', 'list -o json' or 'show -o json' write; status and problem\n"
+     "are passed over.\n",
+     applyDocument},
+    {"fdb list", "fdb ls", "", 0, 0, "", allFormats, "show the guests' static MAC entries",
+     "Shows which MAC addresses have a fixed place, in which VLAN, and where.\n", listFdb},
+    {"interface list", "interface ls", "", 0, 0, "", allFormats, "show the switch's interfaces",
+     "Shows which kernel device each interface of the switch is, and whether it is there.\n",
+     listInterfaces},
+    {"interface set", "", "ID", 1, 1, "device", "", "say which device an interface is",
+     "Says which kernel device an interface of the switch is. Without a word, it is the device\n"
+     "of its own name.\n"
+     "\n"
+     "  vmctl interface set Vlan100 --device br0.100\n",
+     setInterface},
+    {"interface unset", "", "ID", 1, 1, "", "", "make an interface the device of its name again",
+     "Forgets what 'vmctl interface set' said.\n", unsetInterface},
+    {"version", "", "", 0, 0, "", "table json", "tell the version", "Tells the version.\n",
+     showVersion},
+};
+
+}  // namespace
+
+std::span<const Verb> verbs() { return table; }
+
+}  // namespace ctl

@@ -1,0 +1,181 @@
+#include "ctl/Verbs.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "runtime/base/NearName.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::string_view globalOptions = "state-dir run-dir help";
+
+// "a, b or c"; with another word, or none, in the place of "or".
+rt::String listed(const std::vector<std::string_view>& names, const char* last = ", ") {
+  rt::String text;
+  for (const std::string_view name : names)
+    ((text += text.empty() ? "" : name == names.back() ? last : ", ")) += name;
+  return text;
+}
+
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find(' '), text.size());
+    if (end > 0) words.push_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return words;
+}
+
+bool hasWord(std::string_view text, std::string_view word) {
+  const std::vector<std::string_view> words = wordsOf(text);
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+const Verb* find(std::string_view name) {
+  const auto found = std::find_if(verbs().begin(), verbs().end(), [&](const Verb& verb) {
+    return verb.name == name || (!verb.alias.empty() && verb.alias == name);
+  });
+  return found == verbs().end() ? nullptr : &*found;
+}
+
+// The verbs of two words that begin with `first`.
+std::vector<std::string_view> verbsOf(std::string_view first) {
+  std::vector<std::string_view> names;
+  for (const Verb& verb : verbs()) {
+    const std::vector<std::string_view> words = wordsOf(verb.name);
+    if (words.size() != 2 || words[0] != first) continue;
+    names.push_back(verb.name);
+  }
+  return names;
+}
+
+Refusal unknown(const rt::String& name, const std::vector<std::string_view>& names,
+                const rt::String& help) {
+  const rt::String near = rt::didYouMean(name, names);
+  return {Exit::usage, "there is no verb '" + name + "'" +
+                           (near.empty() ? "; '" + help + "' lists them" : near)};
+}
+
+Refusal unknownVerb(const rt::String& name) {
+  std::vector<std::string_view> names;
+  for (const Verb& verb : verbs()) {
+    names.push_back(wordsOf(verb.name)[0]);
+    if (!verb.alias.empty()) names.push_back(wordsOf(verb.alias)[0]);
+  }
+  return unknown(name, names, "vmctl --help");
+}
+
+rt::String optionHelp(const Option& option, std::string_view formats) {
+  rt::String name = "--" + rt::String(option.name);
+  if (option.letter != 0) name = "-" + rt::String(&option.letter, 1) + ", " + name;
+  if (!option.argument.empty()) name += " " + rt::String(option.argument);
+  const rt::String help =
+      option.name == "output" ? listed(wordsOf(formats), " or ") : rt::String(option.help);
+  return rt::format("  %-22s  %s\n", name.charPtr(), help.charPtr());
+}
+
+bool takes(const Verb& verb, const Option& option) {
+  if (option.name == "output") return !verb.formats.empty();
+  return hasWord(verb.options, option.name) || hasWord(globalOptions, option.name);
+}
+
+}  // namespace
+
+const Verb& takeVerb(Arguments& arguments) {
+  const std::vector<rt::String> words = arguments.words();
+  if (const Verb* const verb = find(words[0])) {
+    arguments.wordsDel(1);
+    return *verb;
+  }
+  const std::vector<std::string_view> names = verbsOf(words[0]);
+  if (names.empty()) throw unknownVerb(words[0]);
+  if (words.size() == 1)
+    throw Refusal(Exit::usage, "'" + words[0] + "' is half a verb; there are " + listed(names));
+  const rt::String name = words[0] + " " + words[1];
+  const Verb* const verb = find(name);
+  if (!verb) throw unknown(name, names, "vmctl --help");
+  arguments.wordsDel(2);
+  return *verb;
+}
+
+void requireFit(const Verb& verb, const Arguments& arguments) {
+  const rt::String name(verb.name);
+  for (const Option* const option : arguments.options())
+    if (!takes(verb, *option))
+      throw Refusal(Exit::usage, "'" + name + "' takes no option '--" + rt::String(option->name) +
+                                     "': see 'vmctl " + name + " --help'");
+  const size_t operands = arguments.words().size();
+  if (operands < verb.fewest)
+    throw Refusal(Exit::usage,
+                  "'" + name + "' needs " + rt::String(verb.operands) + ": " + synopsisOf(verb));
+  if (operands > verb.most)
+    throw Refusal(Exit::usage, "'" + name + "' does not take '" + arguments.words()[verb.most] +
+                                   "': " + synopsisOf(verb));
+}
+
+Format formatOf(const Verb& verb, const Arguments& arguments) {
+  const auto given = arguments.value("output");
+  if (!given) return Format::table;
+  const std::vector<std::string_view> formats = wordsOf(verb.formats);
+  if (std::find(formats.begin(), formats.end(), std::string_view(*given)) == formats.end()) {
+    throw Refusal(Exit::usage,
+                  "-o: '" + *given + "' is refused: must be " + listed(formats, " or "));
+  }
+  if (*given == "json") return Format::json;
+  if (*given == "name") return Format::name;
+  return *given == "wide" ? Format::wide : Format::table;
+}
+
+rt::String synopsisOf(const Verb& verb) {
+  rt::String text = "vmctl " + rt::String(verb.name);
+  if (!verb.operands.empty()) (text += " ") += verb.operands;
+  for (const Option& option : allOptions()) {
+    const bool isNeeded = option.name == "disk" || option.name == "for" ||
+                          option.name == "device" || option.name == "file";
+    if (!takes(verb, option) || hasWord(globalOptions, option.name)) continue;
+    rt::String shown =
+        option.letter ? "-" + rt::String(&option.letter, 1) : "--" + rt::String(option.name);
+    if (!option.argument.empty()) (shown += " ") += option.argument;
+    text += isNeeded ? " " + shown : " [" + shown + "]";
+  }
+  return text;
+}
+
+rt::String helpOf(const Verb& verb) {
+  rt::String text = "usage: " + synopsisOf(verb) + "\n";
+  if (!verb.alias.empty()) text += "also:  vmctl " + rt::String(verb.alias) + "\n";
+  (text += "\n") += verb.help;
+  if (hasWord(verb.options, "wait"))
+    text +=
+        "\nWithout --wait it returns when it is written down. With --wait and no vmagentd running "
+        "it\nis written down all the same, and the exit is 1 at once.\n";
+  text += "\noptions:\n";
+  for (const Option& option : allOptions())
+    if (takes(verb, option)) text += optionHelp(option, verb.formats);
+  return text;
+}
+
+rt::String generalHelp() {
+  rt::String text =
+      "usage: vmctl VERB [OPTION...]\n\n"
+      "Writes down which virtual machines this switch is to run, and shows what is so.\n\n";
+  for (const Verb& verb : verbs()) {
+    rt::String name(verb.name);
+    if (!verb.alias.empty()) (name += ", ") += verb.alias;
+    text += rt::format("  %-29s %s\n", name.charPtr(), rt::String(verb.summary).charPtr());
+  }
+  text += "\n'vmctl VERB --help' tells more. Options for all:\n\n";
+  for (const Option& option : allOptions())
+    if (hasWord(globalOptions, option.name) || option.name == "version")
+      text += optionHelp(option, {});
+  text +=
+      "\nexit: 0 done, 1 failed, 2 wrong usage, 3 no such VM, 4 conflict, 5 a value is refused,\n"
+      "      6 the state database cannot be used, 7 timed out. Of several names, the first that\n"
+      "      was not done counts; the others are done all the same.\n";
+  return text;
+}
+
+}  // namespace ctl

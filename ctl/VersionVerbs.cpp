@@ -1,0 +1,19 @@
+#include "ctl/VersionVerbs.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr const char* version = VMAGENT_VERSION;
+
+}  // namespace
+
+Exit showVersion(Context& context, const Arguments&) {
+  if (context.format() == Format::json)
+    context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"("})");
+  else
+    context.world().out << "vmctl " << version << '\n';
+  return Exit::done;
+}
+
+}  // namespace ctl

@@ -1,0 +1,105 @@
+#include "ctl/VmRows.h"
+
+#include <algorithm>
+
+#include "ctl/Json.h"
+#include "runtime/base/NearName.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+VmProcess processOf(const rt::String& doc) {
+  VmProcess process;
+  const auto json = JsonValue::parse(doc);
+  if (!json) return process;
+  process.process = json->text("process").value_or(process.process);
+  process.pid = json->number("pid").value_or(0);
+  process.restarts = json->number("restarts").value_or(0);
+  return process;
+}
+
+std::optional<VmProblem> problemOf(const rt::String& doc) {
+  const auto json = JsonValue::parse(doc);
+  const auto problem = json ? json->text("problem") : std::nullopt;
+  if (!problem) return std::nullopt;
+  return VmProblem{*problem, json->number("since").value_or(0), json->text("source").value_or("")};
+}
+
+// Adds a row of any table to what is known of its VM.
+void add(VmRow& row, const statedb::Record& record) {
+  if (record.table == "vmStatus") {
+    row.status = rt::make<Vm::VmStatus>(row.name);
+    (void)statedb::fill(*row.status, record.doc);  // the daemon's own; defaults if it is damaged
+  } else if (record.table == "vmProcess") {
+    row.process = processOf(record.doc);
+  } else if (record.table == "vmProblem") {
+    row.problem = problemOf(record.doc);
+  } else {
+    configIs(row, record);
+  }
+}
+
+}  // namespace
+
+void configIs(VmRow& row, const statedb::Record& record) {
+  row.revision = record.revision;
+  row.config = rt::make<Vm::VmConfig>(row.name);
+  row.unreadable = statedb::fill(*row.config, record.doc);
+  if (!row.unreadable.empty()) row.config = nullptr;
+}
+
+std::vector<VmRow> allVms(Context& context) {
+  const statedb::Snapshot configs = context.db().snapshot({"vmConfig"});
+  const statedb::Snapshot statuses = context.status({"vmProblem", "vmProcess", "vmStatus"});
+  std::vector<VmRow> rows(configs.records.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    rows[i].name = configs.records[i].key;
+    add(rows[i], configs.records[i]);
+  }
+  for (const statedb::Record& record : statuses.records) {
+    const auto row =
+        std::lower_bound(rows.begin(), rows.end(), record.key,
+                         [](const VmRow& each, const rt::String& key) { return each.name < key; });
+    if (row != rows.end() && row->name == record.key) add(*row, record);
+  }
+  return rows;
+}
+
+VmRow vmNamed(Context& context, const rt::String& name) {
+  VmRow row;
+  row.name = name;
+  if (name.empty()) return row;  // no key can be
+  if (const auto config = context.db().record("vmConfig", name)) add(row, *config);
+  for (const char* table : {"vmStatus", "vmProcess", "vmProblem"})
+    if (const auto record = context.status(table, name)) add(row, *record);
+  return row;
+}
+
+VmRow requiredVm(Context& context, const rt::String& name) {
+  VmRow row = vmNamed(context, name);
+  if (row.exists()) return row;
+  const statedb::Snapshot configs = context.db().snapshot({"vmConfig"});
+  std::vector<std::string_view> names;
+  names.reserve(configs.records.size());
+  for (const auto& record : configs.records) names.push_back(record.key);
+  throw noSuchVm(name, names);
+}
+
+Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names) {
+  return {Exit::noSuch, name + ": there is no such VM" + rt::didYouMean(name, names)};
+}
+
+void complainOfUnreadable(Context& context, const VmRow& row) {
+  for (const rt::Problem& problem : row.unreadable)
+    context.complain(row.name + ": its configuration cannot be read: " + problem.text());
+}
+
+bool complainOfStaleness(Context& context) {
+  if (context.daemonRuns()) return false;
+  context.complain("vmagentd is not running: the status is as it was left");
+  return true;
+}
+
+}  // namespace ctl

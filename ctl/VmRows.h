@@ -1,0 +1,61 @@
+// Virtual machines as the database has them: what was asked for and what is so.
+#pragma once
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "ctl/Context.h"
+#include "runtime/base/Problem.h"
+#include "runtime/records/VmConfig.h"
+#include "runtime/records/VmStatus.h"
+
+namespace ctl {
+
+struct VmProcess {
+  rt::String process = "none";  // none, running or ending
+  int64_t pid = 0;
+  int64_t restarts = 0;
+};
+
+struct VmProblem {
+  rt::String problem;
+  int64_t since = 0;  // seconds since 1970
+  rt::String source;
+};
+
+struct VmRow {
+  rt::String name;
+  uint64_t revision = 0;                // of the configuration; 0: it has none
+  Vm::VmConfig::Ptr config;             // null: there is none, or it cannot be read
+  std::vector<rt::Problem> unreadable;  // why it cannot be read
+  Vm::VmStatus::Ptr status;             // null: the agent has made none
+  VmProcess process;
+  std::optional<VmProblem> problem;
+
+  bool exists() const { return revision != 0; }
+  bool isEnabled() const { return config && config->enabled(); }
+  // As it is when it was told to start and nothing is left to do.
+  bool runs() const { return status && status->enabled() && status->state() == "Running"; }
+  bool isOff() const { return !(status && status->enabled()) && process.process == "none"; }
+};
+
+// Sets `config`, or says in `unreadable` why not.
+void configIs(VmRow& row, const statedb::Record& record);
+
+// All that are configured, by name. Reads each table once.
+std::vector<VmRow> allVms(Context& context);
+// One of any name.
+VmRow vmNamed(Context& context, const rt::String& name);
+// Refuses a name that is not configured.
+VmRow requiredVm(Context& context, const rt::String& name);
+
+// "web9: there is no such VM; did you mean 'web1'?"
+Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names);
+
+// A line for each row that cannot be read.
+void complainOfUnreadable(Context& context, const VmRow& row);
+// Says so when no daemon runs; returns whether it does not.
+bool complainOfStaleness(Context& context);
+
+}  // namespace ctl

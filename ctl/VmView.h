@@ -1,0 +1,17 @@
+// Virtual machines as documents and as tables.
+#pragma once
+
+#include "ctl/VmRows.h"
+
+namespace ctl {
+
+// {"name":...,"config":...,"status":...,"problem":...}; `isStale` puts "stale":true in front.
+rt::String vmJson(const VmRow& row, bool isStale = false);
+
+// The headers only, and a row for it.
+Table vmTable(Format format);
+std::vector<Cell> vmCells(const VmRow& row, Format format);
+// One VM, a fact a line.
+rt::String vmText(const VmRow& row);
+
+}  // namespace ctl

@@ -1,0 +1,103 @@
+#include "ctl/fakes/VmctlFixture.h"
+
+namespace ctl {
+namespace {
+
+using fakes::Answer;
+
+constexpr const char* config =
+    R"("config":{"enabled":false,"diskImage":"/images/web.iso","memory":256,"vncPort":0,)"
+    R"("vnicConfig":{}})";
+constexpr const char* running =
+    R"("status":{"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""})";
+
+class WatchVerb : public fakes::VmctlFixture {
+ protected:
+  static std::string put(const std::string& name, const std::string& status) {
+    return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + config + "," + status +
+           ",\"problem\":null}}\n";
+  }
+  static std::string synced() { return "{\"op\":\"synced\"}\n"; }
+  void endAfterwards() {
+    onWait([this] { closeOutput(); });
+  }
+};
+
+TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
+  putVm("web1", false);
+  onWait([&] { putRunning("web1"); });
+  onWait([&] { putVm("web2", false); });
+  onWait([&] { del("vmConfig", "web1"); });
+  endAfterwards();
+  EXPECT_EQ(vmctl("watch -o json"),
+            (Answer{1,
+                    put("web1", R"("status":null)") + synced() + put("web1", running) +
+                        put("web2", R"("status":null)") +
+                        "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
+                    ""}));
+}
+
+TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
+  putVm("web1", false);
+  onWait([&] {
+    putVm("web1", true);
+    putVm("web1", false);
+  });
+  onWait([&] {
+    fakes::VmctlFixture::put("vmConfig", "web1",
+                             R"({"diskImage":"/images/web.iso",)"
+                             R"("memory":256})");
+  });
+  onWait([&] { fakes::VmctlFixture::put("fdb", "1/52:54:00:00:00:01", R"({"intf":"Cpu"})"); });
+  endAfterwards();
+  EXPECT_EQ(vmctl("watch -o json").out, put("web1", R"("status":null)") + synced());
+}
+
+TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {
+  putVm("web1", false);
+  putVm("web2", false);
+  onWait([&] {
+    del("vmConfig", "web2");
+    putRunning("web1");
+    trim();
+  });
+  endAfterwards();
+  EXPECT_EQ(vmctl("watch -o json").out,
+            put("web1", R"("status":null)") + put("web2", R"("status":null)") + synced() +
+                put("web1", running) +
+                "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web2\"}}\n");
+}
+
+TEST_F(WatchVerb, OfATableKeepsItsColumns) {
+  putVm("web1", false);
+  onWait([&] { putRunning("web1"); });
+  onWait([&] { del("vmConfig", "web1"); });
+  endAfterwards();
+  EXPECT_EQ(vmctl("watch").out,
+            "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
+            "web1  no       -      -        -\n"
+            "web1  no       Running  4711     -\n"
+            "web1  removed  -        -        -\n");
+}
+
+TEST_F(WatchVerb, SaysThatNoDaemonRunsOnceEachTime) {
+  putVm("web1", false);
+  daemonRuns_ = false;
+  onWait([&] { putVm("web1", true); });
+  onWait([&] {
+    daemonRuns_ = true;
+    putVm("web1", false);
+  });
+  endAfterwards();
+  const Answer answer = vmctl("watch -o json");
+  EXPECT_EQ(answer.err, "vmctl: vmagentd is not running: the status is as it was left\n");
+  EXPECT_THAT(answer.out, testing::StartsWith(R"({"version":1,"stale":true,"op":"put")"));
+}
+
+TEST_F(WatchVerb, NeedsAStatusToWatch) {
+  hasStatus_ = false;
+  EXPECT_EQ(vmctl("watch").exit, 6);
+}
+
+}  // namespace
+}  // namespace ctl

@@ -1,0 +1,42 @@
+// What vmctl asks of the machine it runs on. A test answers instead.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <ostream>
+#include <span>
+
+#include "edge/DiskImage.h"
+#include "edge/VmConfigCheck.h"
+#include "runtime/base/Seconds.h"
+#include "statedb/StateDb.h"
+
+namespace ctl {
+
+struct Directories {
+  rt::String state;
+  rt::String run;
+};
+
+struct World {
+  std::function<statedb::StateDb(const Directories&)> openDb;
+  // Whether a daemon serves that run directory now.
+  std::function<bool(const rt::String& runDir)> ownerIsAlive;
+  std::function<std::optional<rt::String>(const char* name)> environment;
+  // Of a clock that only goes forward.
+  std::function<rt::Seconds()> now;
+  // Returns when one of the descriptors is readable, or the time is over.
+  std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
+  std::function<edge::ImageFacts(const rt::String& path)> imageFacts;
+  // A whole file, or with "-" all of standard input; throws rt::ErrnoException.
+  std::function<rt::String(const rt::String& path)> readFile;
+  edge::MachineLimits limits;
+
+  std::ostream& out;  // data
+  std::ostream& err;  // talk
+  bool outIsTerminal = false;
+  bool errIsTerminal = false;
+  size_t columns = 80;  // of the terminal that `out` is
+};
+
+}  // namespace ctl

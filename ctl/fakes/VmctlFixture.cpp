@@ -1,0 +1,164 @@
+#include "ctl/fakes/VmctlFixture.h"
+
+#include <poll.h>
+
+#include <cerrno>
+
+#include "runtime/base/Text.h"
+
+namespace ctl::fakes {
+
+namespace {
+
+// Does a step of the test before each commit.
+class InterferedStore final : public statedb::Store {
+ public:
+  InterferedStore(std::unique_ptr<Store> store, std::function<void()> beforeCommit)
+      : store_(std::move(store)), beforeCommit_(std::move(beforeCommit)) {}
+
+  statedb::Snapshot snapshot(const std::vector<rt::String>& tables) override {
+    return store_->snapshot(tables);
+  }
+  std::optional<statedb::Record> record(const rt::String& table, const rt::String& key) override {
+    return store_->record(table, key);
+  }
+  statedb::Changes changes(const statedb::Cursor& since) override { return store_->changes(since); }
+  void commit(const statedb::Transaction& transaction) override {
+    beforeCommit_();
+    store_->commit(transaction);
+  }
+  int wakeUp() override { return store_->wakeUp(); }
+
+ private:
+  const std::unique_ptr<Store> store_;
+  const std::function<void()> beforeCommit_;
+};
+
+// Runs the first one, if there is one.
+void step(std::deque<std::function<void()>>& steps) {
+  if (steps.empty()) return;
+  const std::function<void()> next = std::move(steps.front());
+  steps.pop_front();
+  next();
+}
+
+}  // namespace
+
+Answer VmctlFixture::vmctl(const std::string& command) {
+  std::istringstream words(command);
+  std::vector<rt::String> arguments;
+  for (std::string word; words >> word;) arguments.emplace_back(word);
+  return vmctl(arguments);
+}
+
+Answer VmctlFixture::vmctl(const std::vector<rt::String>& arguments) {
+  out_.str("");
+  out_.clear();
+  err_.str("");
+  World world = this->world();
+  const int exit = static_cast<int>(run(arguments, world));
+  return {exit, out_.str(), err_.str()};
+}
+
+World VmctlFixture::world() {
+  const auto environment = [this](const char* name) -> std::optional<rt::String> {
+    const auto found = environment_.find(name);
+    return found == environment_.end() ? std::nullopt : std::optional<rt::String>(found->second);
+  };
+  const auto imageFacts = [this](const rt::String& path) {
+    edge::ImageFacts facts;
+    facts.error = missingImages_.count(path.str()) != 0 ? ENOENT : 0;
+    facts.kind = edge::ImageFacts::Kind::regular;
+    facts.size = edge::smallestImage;
+    return facts;
+  };
+  const auto readFile = [this](const rt::String& path) -> rt::String {
+    const auto found = files_.find(path.str());
+    if (found == files_.end()) throw rt::ErrnoException(ENOENT, path + " cannot be read");
+    return found->second;
+  };
+  return {[this](const Directories& directories) { return open(directories); },
+          [this](const rt::String&) { return daemonRuns_; },
+          environment,
+          [this] { return rt::Seconds(time_); },
+          [this](auto descriptors, rt::Seconds time) { waitReadable(descriptors, time); },
+          imageFacts,
+          readFile,
+          {.memory = 8192},
+          out_,
+          err_,
+          isTerminal_,
+          isTerminal_,
+          columns_};
+}
+
+statedb::StateDb VmctlFixture::open(const Directories& directories) {
+  stateDir_ = directories.state;
+  runDir_ = directories.run;
+  const auto config = [this] {
+    return std::make_unique<InterferedStore>(store(statedb::Half::config),
+                                             [this] { step(interferences_); });
+  };
+  const auto status = [this, runDir = directories.run] {
+    if (!hasStatus_)
+      throw statedb::Error(statedb::Trouble::missing, runDir + "/status.db does not exist yet");
+    return store(statedb::Half::status);
+  };
+  return {config, status};
+}
+
+std::unique_ptr<statedb::Store> VmctlFixture::store(statedb::Half half) {
+  return std::make_unique<statedb::fakes::MemoryStore>(
+      half == statedb::Half::config ? config_ : status_, half);
+}
+
+// Like poll(): over at once when something happened.
+void VmctlFixture::waitReadable(std::span<const int> descriptors, rt::Seconds time) {
+  constexpr double instant = 0.1;
+  ++waits_;
+  step(steps_);
+  bool isReadable = false;
+  for (const int descriptor : descriptors) {
+    pollfd look{descriptor, POLLIN, 0};
+    isReadable = poll(&look, 1, 0) == 1 || isReadable;
+  }
+  time_ += isReadable ? instant : time.value();
+}
+
+void VmctlFixture::put(const rt::String& table, const rt::String& key, const rt::String& doc) {
+  store(statedb::halfOf(std::string_view(table)))
+      ->commit(statedb::Transaction().put(table, key, doc));
+}
+
+void VmctlFixture::del(const rt::String& table, const rt::String& key) {
+  store(statedb::halfOf(std::string_view(table)))->commit(statedb::Transaction().del(table, key));
+}
+
+void VmctlFixture::trim() {
+  for (const auto& data : {config_, status_}) statedb::fakes::MemoryStore(data).trim();
+}
+
+std::string VmctlFixture::doc(const rt::String& table, const rt::String& key) {
+  const auto record = store(statedb::halfOf(std::string_view(table)))->record(table, key);
+  return record ? record->doc.str() : "none";
+}
+
+void VmctlFixture::putVm(const rt::String& name, bool isEnabled) {
+  put("vmConfig", name,
+      R"({"enabled":)" + rt::toText(isEnabled) +
+          R"(,"diskImage":"/images/web.iso","memory":256,"vncPort":0,"vnicConfig":{}})");
+}
+
+void VmctlFixture::putRunning(const rt::String& name) {
+  put("vmStatus", name,
+      R"({"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""})");
+  put("vmProcess", name, R"({"process":"running","pid":4711,"restarts":0})");
+}
+
+void VmctlFixture::putOff(const rt::String& name) {
+  put("vmStatus", name,
+      R"({"enabled":false,"state":"Stopped","consolePtyPath":"","cmdStatusStr":""})");
+  put("vmProcess", name, R"({"process":"none","pid":0,"restarts":0})");
+}
+
+}  // namespace ctl::fakes

@@ -1,0 +1,89 @@
+// Whole commands over a database in memory, with a daemon whose part the test plays.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ctl/Program.h"
+#include "statedb/fakes/MemoryStore.h"
+
+namespace ctl::fakes {
+
+// All that a command answers.
+struct Answer {
+  int exit = 0;
+  std::string out;
+  std::string err;
+
+  friend bool operator==(const Answer&, const Answer&) = default;
+  friend std::ostream& operator<<(std::ostream& stream, const Answer& answer) {
+    return stream << "exit " << answer.exit << "\n--- out\n"
+                  << answer.out << "--- err\n"
+                  << answer.err << "---";
+  }
+};
+
+class VmctlFixture : public testing::Test {
+ protected:
+  // The words between blanks are the arguments.
+  Answer vmctl(const std::string& command);
+  Answer vmctl(const std::vector<rt::String>& arguments);
+
+  // Another program's write, such as the daemon's or an operator's.
+  void put(const rt::String& table, const rt::String& key, const rt::String& doc);
+  void del(const rt::String& table, const rt::String& key);
+  // Both stores forget all changes until now.
+  void trim();
+  // The document, or "none".
+  std::string doc(const rt::String& table, const rt::String& key);
+  // A VM with a disk, 256 MiB and no card.
+  void putVm(const rt::String& name, bool isEnabled);
+  // As the daemon writes of one that runs, or is off.
+  void putRunning(const rt::String& name);
+  void putOff(const rt::String& name);
+
+  // Each is done when the command waits the next time, in order.
+  void onWait(std::function<void()> step) { steps_.push_back(std::move(step)); }
+  // Each is done just before the command commits the next time, in order.
+  void beforeCommit(std::function<void()> step) { interferences_.push_back(std::move(step)); }
+
+  // As when the reader of standard output goes away.
+  void closeOutput() { out_.setstate(std::ios::badbit); }
+
+  bool daemonRuns_ = true;
+  bool hasStatus_ = true;  // whether the daemon ever made the status
+  bool isTerminal_ = false;
+  size_t columns_ = 80;
+  double time_ = 1000;  // seconds; moves while the command waits
+  int waits_ = 0;       // how often commands waited
+  std::map<std::string, std::string> environment_;
+  std::set<std::string> missingImages_;
+  std::map<std::string, std::string> files_;  // by path
+  rt::String stateDir_;                       // those that the last command opened
+  rt::String runDir_;
+
+ private:
+  statedb::StateDb open(const Directories& directories);
+  std::unique_ptr<statedb::Store> store(statedb::Half half);
+  void waitReadable(std::span<const int> descriptors, rt::Seconds time);
+  World world();
+
+  const std::shared_ptr<statedb::fakes::MemoryData> config_ =
+      std::make_shared<statedb::fakes::MemoryData>();
+  const std::shared_ptr<statedb::fakes::MemoryData> status_ =
+      std::make_shared<statedb::fakes::MemoryData>();
+  std::deque<std::function<void()>> steps_;
+  std::deque<std::function<void()>> interferences_;
+  std::ostringstream out_;
+  std::ostringstream err_;
+};
+
+}  // namespace ctl::fakes
