@@ -13,7 +13,8 @@ namespace statedb {
 
 namespace {
 
-// Locks of an open file, not of a process: closing another descriptor of the file keeps them.
+// Locks of the process, not of the open file: that a forked child would share until its exec, and
+// so outlive us with it.
 struct flock wholeFile() {
   struct flock lock {};
   lock.l_type = F_WRLCK;
@@ -35,13 +36,10 @@ Error trouble(const rt::String& file, int error) {
   return {Trouble::failed, "cannot lock " + file + ": " + reason};
 }
 
-// What the holder wrote there: its process id, or nothing yet.
-rt::String holderOf(int descriptor) {
-  char text[16];
-  const ssize_t length = pread(descriptor, text, sizeof text, 0);
-  rt::String pid;
-  for (ssize_t i = 0; i < length && text[i] >= '0' && text[i] <= '9'; ++i) pid += text[i];
-  return pid;
+// The process that holds it; 0 when nobody does.
+pid_t holderOf(int descriptor) {
+  auto lock = wholeFile();
+  return fcntl(descriptor, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK ? lock.l_pid : 0;
 }
 
 }  // namespace
@@ -50,14 +48,13 @@ OwnerLock::OwnerLock(const rt::String& file)
     : descriptor_(open(file.charPtr(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
   if (descriptor_ < 0) throw trouble(file, errno);
   auto lock = wholeFile();
-  if (fcntl(descriptor_, F_OFD_SETLK, &lock) != 0) {
+  if (fcntl(descriptor_, F_SETLK, &lock) != 0) {
     const int error = errno;
-    const rt::String pid = holderOf(descriptor_);
+    const pid_t holder = holderOf(descriptor_);
     close(descriptor_);
     if (error != EAGAIN && error != EACCES) throw trouble(file, error);
-    throw Error(Trouble::locked, "another daemon runs already" +
-                                     (pid.empty() ? rt::String() : " (process " + pid + ")") +
-                                     ": it holds " + file);
+    throw Error(Trouble::locked, "another daemon runs already (process " + rt::toText(holder) +
+                                     "): it holds " + file);
   }
   const rt::String pid = rt::toText(getpid()) + "\n";
   // Only for people to read: without it the lock holds as well.
@@ -72,10 +69,9 @@ rt::String ownerLockFile(const rt::String& runDir) { return runDir + "/vmagentd.
 bool ownerIsAlive(const rt::String& runDir) {
   const int file = open(ownerLockFile(runDir).charPtr(), O_RDONLY | O_CLOEXEC);
   if (file < 0) return false;
-  auto lock = wholeFile();
-  const bool told = fcntl(file, F_OFD_GETLK, &lock) == 0;
+  const bool held = holderOf(file) != 0;
   close(file);
-  return told && lock.l_type != F_UNLCK;
+  return held;
 }
 
 }  // namespace statedb

@@ -4,10 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <optional>
 
 #include "statedb/OwnerLock.h"
 
@@ -22,7 +21,10 @@ class OwnerLockTest : public testing::Test {
     char name[] = "/tmp/ownerLockXXXXXX";
     dir = mkdtemp(name);
   }
-  ~OwnerLockTest() override { std::filesystem::remove_all(dir.str()); }
+  ~OwnerLockTest() override {
+    end();
+    std::filesystem::remove_all(dir.str());
+  }
   std::string sentenceOf(const rt::String& file, Trouble trouble) {
     try {
       const OwnerLock second(file);
@@ -32,48 +34,67 @@ class OwnerLockTest : public testing::Test {
     }
     return "it was locked";
   }
+  // Another process that holds the lock, and its own child if asked for, until end().
+  void start(bool withChild = false) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    owner = fork();
+    if (owner == 0) {
+      const OwnerLock lock(ownerLockFile(dir));
+      if (withChild) child(ready[1]);
+      (void)!write(ready[1], "x", 1);
+      pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+  }
+  void end() {
+    if (owner > 0) kill(owner, SIGKILL);
+    if (owner > 0) waitpid(owner, nullptr, 0);
+    owner = 0;
+  }
 
   rt::String dir;
+  pid_t owner = 0;
+
+ private:
+  // Ends by itself after a while.
+  static void child(int ready) {
+    if (fork() != 0) return;
+    close(ready);
+    alarm(5);
+    while (true) pause();
+  }
 };
 
 TEST_F(OwnerLockTest, IsSeenFromOutsideForAsLongAsItIsHeld) {
   EXPECT_FALSE(ownerIsAlive(dir));
-  std::optional<OwnerLock> lock(ownerLockFile(dir));
+  start();
   EXPECT_TRUE(ownerIsAlive(dir));
-  lock.reset();
+  EXPECT_TRUE(ownerIsAlive(dir)) << "a look takes nothing away";
+  end();
   EXPECT_FALSE(ownerIsAlive(dir));
 }
 
 TEST_F(OwnerLockTest, IsHeldByOneAndNamesTheHolder) {
-  const OwnerLock first(ownerLockFile(dir));
+  start();
   EXPECT_THAT(sentenceOf(ownerLockFile(dir), Trouble::locked),
-              HasSubstr("(process " + std::to_string(getpid()) + ")"));
+              HasSubstr("(process " + std::to_string(owner) + ")"));
 }
 
-TEST_F(OwnerLockTest, IsNotTakenAwayByALook) {
-  const OwnerLock lock(ownerLockFile(dir));
-  EXPECT_TRUE(ownerIsAlive(dir));
-  EXPECT_TRUE(ownerIsAlive(dir));
+TEST_F(OwnerLockTest, CanBeHadAtOnceWhenItsProcessWasKilled) {
+  start();
+  end();
+  EXPECT_EQ(sentenceOf(ownerLockFile(dir), Trouble::locked), "it was locked");
 }
 
-TEST_F(OwnerLockTest, EndsWithItsProcessHoweverThatEnds) {
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    const OwnerLock lock(ownerLockFile(dir));
-    (void)!write(ready[1], "x", 1);
-    pause();
-  }
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  EXPECT_TRUE(ownerIsAlive(dir));
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
+TEST_F(OwnerLockTest, IsNotAChildsThatOutlivesItsProcess) {
+  start(/*withChild=*/true);
+  end();
   EXPECT_FALSE(ownerIsAlive(dir));
   EXPECT_EQ(sentenceOf(ownerLockFile(dir), Trouble::locked), "it was locked");
-  close(ready[0]);
-  close(ready[1]);
 }
 
 TEST_F(OwnerLockTest, SaysThatItsDirectoryIsMissing) {
