@@ -86,6 +86,21 @@ class ReportTest(unittest.TestCase):
         self.assertIn("roundTrip/turn", done.stderr)
         self.assertEqual(self.document.read_text(), EMPTY)
 
+    def test_judges_what_waits_by_the_time_that_passed(self):
+        self.document.write_text("".join(f"<!-- {name}:begin -->\n<!-- {name}:end -->\n"
+                                         for name in ("start", "card")))
+        times = {"start/agent": 210.0, "start/bare": 200.1, "attach/agent": 130.0,
+                 "attach/bare": 100.0, "attach/bareInet": 5.0, "detach/agent": 110.0,
+                 "detach/bare": 100.0}
+        runs = [median(n + "/manual_time") | {"real_time": t} for n, t in times.items()]
+        (self.results / "guest_bench.json").write_text(json.dumps({"benchmarks": runs}))
+        self.assertEqual(self.report().returncode, 0)
+        self.assertIn("| 4.9 % | 5 % | met |", self.row(
+            "a VM's start, beyond fork, exec and connect with the same pauses"))
+        self.assertIn("| 1.3 | 1.2 | **not met** |", self.row(
+            "a card's attach ÷ its system calls"))
+        self.assertIn("| 1.1 | 1.2 | met |", self.row("a card's detach ÷ its system calls"))
+
     def test_refuses_a_document_without_markers(self):
         self.document.write_text("nothing\n")
         self.assertEqual(self.report([median(n) for n in names()]).returncode, 1)

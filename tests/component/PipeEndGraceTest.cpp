@@ -70,6 +70,7 @@ class ManualPoll {
 }  // namespace rt
 
 // In the place of the C library's, for the runtime too.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): its names are reserved ones
 extern "C" {
 int poll(pollfd* descriptors, nfds_t count, int timeout) {
   if (rt::ManualPoll::current) return rt::ManualPoll::current->poll(descriptors, count, timeout);
@@ -83,6 +84,7 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
   return 0;
 }
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 namespace rt {
 namespace {

@@ -1,0 +1,205 @@
+#include "shim/Arguments.h"
+
+#include <algorithm>
+
+namespace shim {
+
+namespace {
+
+constexpr std::string_view sandbox =
+    "on,obsolete=deny,elevateprivileges=deny,spawn=deny,resourcecontrol=deny";
+
+// The value of `key` in "a,key=value,b=…", where a doubled comma stands for one.
+std::optional<std::string> property(std::string_view text, std::string_view key) {
+  size_t at = 0;
+  while (at < text.size()) {
+    std::string part;
+    for (; at < text.size(); ++at) {
+      if (text[at] == ',') {
+        if (at + 1 == text.size() || text[at + 1] != ',') break;
+        ++at;
+      }
+      part += text[at];
+    }
+    ++at;
+    if (part.size() > key.size() && part.starts_with(key) && part[key.size()] == '=')
+      return part.substr(key.size() + 1);
+  }
+  return std::nullopt;
+}
+
+// One option as it is written, with its value where it is one of those that are looked at.
+struct Option {
+  std::string_view written;
+  std::string_view name;  // with one dash
+  std::optional<std::string_view> value;
+};
+
+bool isLookedAt(std::string_view name) {
+  constexpr std::string_view names[] = {"-name",   "-chardev", "-drive",
+                                        "-device", "-vnc",     "-sandbox"};
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
+std::vector<Option> optionsOf(const std::vector<std::string>& arguments) {
+  std::vector<Option> options;
+  options.reserve(arguments.size());
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    Option option{arguments[i], arguments[i], std::nullopt};
+    if (option.name.starts_with("--")) option.name.remove_prefix(1);  // QEMU takes both
+    if (isLookedAt(option.name) && i + 1 < arguments.size()) option.value = arguments[++i];
+    options.push_back(option);
+  }
+  return options;
+}
+
+bool isMonitor(std::string_view chardev) {
+  return chardev.starts_with("socket,") && property(chardev, "id") == "monitor";
+}
+
+bool isSerialLine(std::string_view chardev) {
+  return chardev.starts_with("pty,") && property(chardev, "id") == "serial0";
+}
+
+bool isDriveWithoutFormat(std::string_view value) {
+  return property(value, "file") && !property(value, "format");
+}
+
+bool isCardWithoutBackend(std::string_view value) {
+  return property(value, "mac") && property(value, "id") && !property(value, "netdev");
+}
+
+std::string bracketed(const std::string& address) {
+  const bool bare = address.find(':') != std::string::npos && !address.starts_with('[');
+  return bare ? "[" + address + "]" : address;
+}
+
+// "HOST:DISPLAY…" with another host; what is no such thing ("none", "unix:PATH") stays.
+std::string listeningOn(const std::string& address, std::string_view value) {
+  const size_t colon = value.substr(0, value.find(',')).rfind(':');
+  if (colon == std::string_view::npos || value.starts_with("unix:")) return std::string(value);
+  return bracketed(address) + std::string(value.substr(colon));
+}
+
+std::string nameRight(std::string_view name) {
+  if (name == "." || name == "..") return "must not be a directory's own name";
+  if (name.find('/') != std::string_view::npos)
+    return "must be without '/', for a directory is named by it";
+  if (name.find(',') != std::string_view::npos)
+    return "must be without ',', which QEMU takes for the begin of an option";
+  return {};
+}
+
+void requireSound(const CommandLine& line) {
+  if (line.name.empty())
+    throw ArgumentError("the command line names no VM: it must have -name NAME");
+  if (const std::string right = nameRight(line.name); !right.empty())
+    throw ArgumentError("-name: '" + line.name + "' is refused: it " + right);
+  if (line.monitorPath.empty())
+    throw ArgumentError(
+        "the command line has no monitor: it must have -chardev socket,id=monitor,path=PATH");
+}
+
+// Writes the new command line.
+class Rewriter {
+ public:
+  Rewriter(const CommandLine& line, const Facts& facts, const Policy& policy)
+      : line_(line), facts_(facts), policy_(policy) {}
+
+  std::vector<std::string> result() {
+    for (const Option& option : optionsOf(line_.arguments)) rewrite(option);
+    if (!sandboxed_) add("-sandbox", std::string(sandbox));
+    return std::move(new_);
+  }
+
+ private:
+  void rewrite(const Option& option) {
+    if (option.name == "-nodefconfig") return;
+    if (option.name == "-enable-kvm") return add("-accel", kvm() ? "kvm" : "tcg");
+    if (!option.value) {
+      new_.emplace_back(option.written);
+      return;
+    }
+    if (option.name == "-device" && isCardWithoutBackend(*option.value)) return addCard(option);
+    if (option.name == "-sandbox") sandboxed_ = true;
+    add(option.written, valueOf(option));
+  }
+
+  std::string valueOf(const Option& option) const {
+    const std::string_view value = *option.value;
+    if (option.name == "-drive") return drive(value);
+    if (option.name == "-vnc") return listeningOn(policy_.vncListen, value);
+    if (option.name == "-chardev" && isMonitor(value))
+      return "socket,id=monitor,fd=" + std::to_string(monitorDescriptor);
+    if (option.name == "-chardev" && isSerialLine(value))
+      return "socket,id=serial0,fd=" + std::to_string(serialDescriptor);
+    return std::string(value);
+  }
+
+  bool kvm() const {
+    if (policy_.acceleration == Acceleration::automatic) return facts_.kvmUsable;
+    return policy_.acceleration == Acceleration::kvm;
+  }
+
+  void add(std::string_view option, std::string value) {
+    new_.emplace_back(option);
+    new_.push_back(std::move(value));
+  }
+
+  std::string drive(std::string_view value) const {
+    if (!isDriveWithoutFormat(value)) return std::string(value);
+    const auto format = facts_.formats.find(*property(value, "file"));
+    return std::string(value) +
+           ",format=" + (format == facts_.formats.end() ? "raw" : format->second);
+  }
+
+  // Without a backend, a card can be given one later only by way of a hub.
+  void addCard(const Option& option) {
+    const std::string port = hubPortId(*property(*option.value, "id"));
+    add("-netdev", "hubport,hubid=" + std::to_string(hub_++) + ",id=" + port);
+    add(option.written, std::string(*option.value) + ",netdev=" + port);
+  }
+
+  const CommandLine& line_;
+  const Facts& facts_;
+  const Policy& policy_;
+  std::vector<std::string> new_;
+  size_t hub_ = 0;
+  bool sandboxed_ = false;
+};
+
+}  // namespace
+
+std::string hubPortId(std::string_view peerId) { return "hub-" + std::string(peerId); }
+
+CommandLine readCommandLine(std::vector<std::string> arguments) {
+  CommandLine line;
+  line.arguments = std::move(arguments);
+  for (const Option& option : optionsOf(line.arguments)) {
+    if (!option.value) continue;
+    const std::string_view value = *option.value;
+    if (option.name == "-name") line.name = value;
+    if (option.name == "-chardev" && isMonitor(value))
+      line.monitorPath = property(value, "path").value_or("");
+    if (option.name == "-drive" && isDriveWithoutFormat(value))
+      line.images.push_back(*property(value, "file"));
+    if (option.name == "-device" && isCardWithoutBackend(value))
+      line.cards.push_back(*property(value, "id"));
+  }
+  requireSound(line);
+  return line;
+}
+
+std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
+                                            const Policy& policy) {
+  return Rewriter(line, facts, policy).result();
+}
+
+std::optional<Acceleration> accelerationFromText(std::string_view text) {
+  if (text == "auto") return Acceleration::automatic;
+  if (text == "kvm") return Acceleration::kvm;
+  if (text == "tcg") return Acceleration::tcg;
+  return std::nullopt;
+}
+
+}  // namespace shim

@@ -1,0 +1,66 @@
+// QEMU's command line: the one that the agent writes becomes one that a present-day QEMU takes.
+//
+// All of it is pure. What the machine is like comes as Facts; what an operator wants, as Policy.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace shim {
+
+// What a command line lacks, in a sentence for an operator.
+class ArgumentError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+enum class Acceleration { automatic, kvm, tcg };
+
+struct Policy {
+  Acceleration acceleration = Acceleration::automatic;
+  // Where the guest's screen is served: an address, of IPv6 with or without its brackets.
+  std::string vncListen = "127.0.0.1";
+};
+
+struct Facts {
+  // Whether /dev/kvm opens and the CPU can run guests. Both, for a /dev/kvm that opens may still
+  // run no guest, and QEMU does not fall back by itself.
+  bool kvmUsable = false;
+  // The format of each disk image, "raw" or "qcow2", by its path. QEMU, told none, would guess, and
+  // a guest could write a header that makes it guess wrong.
+  std::map<std::string, std::string> formats;
+};
+
+// Where QEMU finds what it inherits.
+inline constexpr int monitorDescriptor = 3;
+inline constexpr int serialDescriptor = 4;
+inline constexpr int lockDescriptor = 5;
+inline constexpr int firstUnusedDescriptor = 6;
+
+// The ids of our ends of a hub: the card's, and that of the backend it is bound to.
+std::string hubPortId(std::string_view peerId);
+
+// A command line after one look at it.
+struct CommandLine {
+  std::vector<std::string> arguments;  // without the program's name
+  std::string name;                    // of the VM
+  std::string monitorPath;
+  std::vector<std::string> images;  // the paths of the disk images without a format
+  std::vector<std::string> cards;   // ids of cards without a backend; the index is their hub
+};
+
+// Throws ArgumentError when the VM's name or the monitor's path is missing or of no use.
+CommandLine readCommandLine(std::vector<std::string> arguments);
+
+// What to start QEMU with. What is not known stands as it is.
+std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
+                                            const Policy& policy);
+
+// The value that VMAGENT_ACCEL stands for, or nothing for a text that stands for none.
+std::optional<Acceleration> accelerationFromText(std::string_view text);
+
+}  // namespace shim

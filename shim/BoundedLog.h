@@ -1,0 +1,33 @@
+// A log file that does not grow beyond its bounds.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "shim/Descriptor.h"
+
+namespace shim {
+
+// Appends to `path`; before that would grow beyond `limit` bytes, it becomes `path`.1, of which one
+// is kept. On a full disk what is written is lost: the guest goes on.
+class BoundedLog {
+ public:
+  BoundedLog(std::string path, size_t limit);
+
+  void write(std::string_view bytes);
+
+ private:
+  void open();
+  void writePart(std::string_view bytes);
+
+  const std::string path_;
+  const size_t limit_;
+  Descriptor file_;
+  size_t size_ = 0;
+};
+
+// A line of a log: "2026-11-21T13:05:09Z WHO: TEXT\n", the bytes of TEXT that are no visible text
+// written \xNN.
+std::string logLine(std::string_view who, std::string_view text);
+
+}  // namespace shim

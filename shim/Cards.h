@@ -1,0 +1,64 @@
+// The guest's network cards, each on a hub of its own, and what is bound to them.
+//
+// A present-day QEMU cannot give a card another backend. So each card's backend is, for good, a
+// port of a hub, and a netdev is bound to the card by a second port between the hub and it.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "shim/QmpText.h"
+
+namespace shim {
+
+// One request to QEMU.
+struct Step {
+  std::string execute;
+  std::string arguments;  // as JSON; empty for none
+
+  friend bool operator==(const Step&, const Step&) = default;
+};
+
+// What to ask QEMU for, all of it, in order; or why it cannot be asked.
+struct Plan {
+  std::vector<Step> steps;
+  std::string refusal;
+
+  friend bool operator==(const Plan&, const Plan&) = default;
+};
+
+class Cards {
+ public:
+  // `cards` are the ids of the cards, in the order of their hubs.
+  explicit Cards(std::vector<std::string> cards) : cards_(std::move(cards)) {}
+
+  // How what the agent asks for is asked of QEMU:
+  //   netdev_set   a hub port; refused when the card or the netdev is bound, for QEMU aborts on a
+  //                second port to one netdev
+  //   set_link     of a bound netdev: of its card, too, so that the guest sees its carrier
+  //   netdev_del   of a bound netdev: its hub port goes first
+  //   any other    as it is
+  Plan planFor(const qmp::Request& request) const;
+
+  // To be told when the request goes to QEMU, and what came of it.
+  void begin(const qmp::Request& request);
+  void end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings);
+
+  // The netdev that the card is bound to.
+  std::optional<std::string> netdevOf(const std::string& card) const;
+
+  // Whether the command is about cards: those may be carried out later than they are answered.
+  static bool isAbout(const std::string& execute);
+  // Whether the agent must hear of success, or its card would stay half-way for ever.
+  static bool alwaysSucceeds(const std::string& execute);
+
+ private:
+  Plan bindPlan(const qmp::Request& request) const;
+
+  const std::vector<std::string> cards_;
+  std::map<std::string, std::string> cardByNetdev_;
+};
+
+}  // namespace shim

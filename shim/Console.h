@@ -1,0 +1,50 @@
+// The guest's serial line: logged, and offered as a terminal.
+#pragma once
+
+#include <poll.h>
+
+#include <string>
+#include <vector>
+
+#include "shim/BoundedLog.h"
+#include "shim/Descriptor.h"
+#include "shim/PtyBacklog.h"
+
+namespace shim {
+
+// Owns the line's end, always reads it, and so never holds the guest up. What comes goes to the log
+// and to a pty, which keeps its newest bytes while nobody reads it. What is typed at the pty goes
+// to the guest as fast as the guest takes it. Further viewers would be served from receive().
+class Console {
+ public:
+  // `line` must not block. Throws Failure when there can be no pty.
+  Console(Descriptor line, std::string logPath);
+
+  // The pty's path.
+  const std::string& terminal() const { return terminal_; }
+
+  // What to wait for; the same order in ready().
+  static constexpr size_t pollCount = 2;
+  void addTo(std::vector<pollfd>& polled) const;
+  void ready(const pollfd* polled);
+  // QEMU has ended: what it left on the line is taken.
+  void drain();
+
+ private:
+  bool receive();
+  void show(std::string_view bytes);
+  void flushToTerminal();
+  void receiveTyped();
+  void flushTyped();
+
+  Descriptor line_;
+  BoundedLog log_;
+  Descriptor master_;
+  // Held open, so that the terminal has no end when its readers come and go.
+  Descriptor slave_;
+  std::string terminal_;
+  PtyBacklog backlog_;
+  std::string typed_;
+};
+
+}  // namespace shim

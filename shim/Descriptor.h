@@ -1,0 +1,35 @@
+// Open files that belong to somebody.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+#include <vector>
+
+namespace shim {
+
+// Owns a descriptor: closes it once. Without one, its number is -1.
+class Descriptor {
+ public:
+  explicit Descriptor(int number = -1) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    reset(std::exchange(other.number_, -1));
+    return *this;
+  }
+  ~Descriptor() { reset(); }
+
+  int number() const { return number_; }
+  explicit operator bool() const { return number_ >= 0; }
+  void reset(int number = -1) {
+    if (number_ >= 0) close(number_);
+    number_ = number;
+  }
+
+ private:
+  int number_;
+};
+
+using Descriptors = std::vector<Descriptor>;
+
+}  // namespace shim

@@ -1,0 +1,96 @@
+#include "shim/Environment.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <charconv>
+
+#include "shim/Descriptor.h"
+
+namespace shim {
+
+namespace {
+
+constexpr std::string_view qcowMagic = "QFI\xfb";
+constexpr int longestStopTimeout = 24 * 3600;
+
+std::string valueOf(const std::function<const char*(const char*)>& get, const char* name,
+                    const std::string& fallback) {
+  const char* const value = get(name);
+  return value && *value ? value : fallback;
+}
+
+Duration secondsFrom(const std::string& text) {
+  int seconds = -1;
+  const char* const end = text.data() + text.size();
+  const auto [at, error] = std::from_chars(text.data(), end, seconds);
+  if (error != std::errc() || at != end || seconds < 0 || seconds > longestStopTimeout)
+    throw ArgumentError("VMAGENT_STOP_TIMEOUT: '" + text + "' is refused: it must be 0 to " +
+                        std::to_string(longestStopTimeout) + " (seconds)");
+  return Duration(1000) * seconds;
+}
+
+Acceleration accelerationFrom(const std::string& text) {
+  if (const auto value = accelerationFromText(text)) return *value;
+  throw ArgumentError("VMAGENT_ACCEL: '" + text + "' is refused: it must be auto, kvm or tcg");
+}
+
+// The first bytes of a file, at most `size`; none when it cannot be read.
+std::string headOf(const std::string& path, size_t size) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  std::string head(size, '\0');
+  size_t got = 0;
+  while (file && got < size) {
+    const ssize_t count = read(file.number(), head.data() + got, size - got);
+    if (count <= 0) break;
+    got += static_cast<size_t>(count);
+  }
+  head.resize(got);
+  return head;
+}
+
+bool isWordAt(std::string_view text, size_t at, size_t length) {
+  const auto isBlank = [&](size_t i) {
+    return i >= text.size() || text[i] == ' ' || text[i] == '\t' || text[i] == '\n';
+  };
+  return (at == 0 || isBlank(at - 1)) && isBlank(at + length);
+}
+
+}  // namespace
+
+Environment environmentFrom(const std::function<const char*(const char*)>& get) {
+  Environment environment;
+  environment.qemu = valueOf(get, "VMAGENT_QEMU", environment.qemu);
+  environment.runDir = valueOf(get, "VMAGENT_RUN_DIR", environment.runDir);
+  environment.policy.vncListen = valueOf(get, "VMAGENT_VNC_LISTEN", environment.policy.vncListen);
+  environment.policy.acceleration = accelerationFrom(valueOf(get, "VMAGENT_ACCEL", "auto"));
+  environment.stopTimeout = secondsFrom(valueOf(get, "VMAGENT_STOP_TIMEOUT", "15"));
+  return environment;
+}
+
+Facts gatherFacts(const CommandLine& line) {
+  // The flags of the first CPU; the others' are the same.
+  constexpr size_t cpuinfoSize = 16 * 1024;
+  Facts facts;
+  for (const std::string& image : line.images)
+    facts.formats[image] = imageFormat(headOf(image, qcowMagic.size()));
+  const Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
+  facts.kvmUsable = kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
+  return facts;
+}
+
+std::string imageFormat(std::string_view head) {
+  return head.starts_with(qcowMagic) ? "qcow2" : "raw";
+}
+
+bool canRunGuests(std::string_view cpuinfo) {
+  const size_t begin = cpuinfo.find("\nflags");
+  if (begin == std::string_view::npos) return false;
+  const std::string_view flags = cpuinfo.substr(begin + 1, cpuinfo.find('\n', begin + 1) - begin);
+  for (const std::string_view flag : {"vmx", "svm"})
+    for (size_t at = flags.find(flag); at != std::string_view::npos; at = flags.find(flag, at + 1))
+      if (isWordAt(flags, at, flag.size())) return true;
+  return false;
+}
+
+}  // namespace shim

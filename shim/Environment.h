@@ -1,0 +1,33 @@
+// What the shim is told by its environment, and what it finds out about the machine.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "shim/Arguments.h"
+#include "shim/Time.h"
+
+namespace shim {
+
+struct Environment {
+  std::string qemu = "/usr/libexec/vmagent-qemu";  // VMAGENT_QEMU
+  std::string runDir = "/run/vmagent";             // VMAGENT_RUN_DIR
+  Policy policy;                                   // VMAGENT_ACCEL, VMAGENT_VNC_LISTEN
+  // VMAGENT_STOP_TIMEOUT, in seconds: what a guest gets to shut down by itself.
+  Duration stopTimeout{15'000};
+};
+
+// `get` is getenv. An empty value counts as none. Throws ArgumentError for one that is of no use.
+Environment environmentFrom(const std::function<const char*(const char*)>& get);
+
+// Looks at the images, at /dev/kvm and at /proc/cpuinfo. What cannot be read counts as raw, and as
+// a machine without KVM: QEMU says what is wrong better.
+Facts gatherFacts(const CommandLine& line);
+
+// Pure: "raw" or "qcow2", by the first bytes of an image.
+std::string imageFormat(std::string_view head);
+// Pure: whether a CPU that is so described can run guests.
+bool canRunGuests(std::string_view cpuinfo);
+
+}  // namespace shim

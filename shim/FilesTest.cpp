@@ -1,0 +1,258 @@
+// The files of a VM: its directory, lock, logs and the agent's socket.
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+
+#include "shim/AgentSocket.h"
+#include "shim/BoundedLog.h"
+#include "shim/Failure.h"
+#include "shim/VmDirectory.h"
+#include "shim/fakes/TestFolder.h"
+
+namespace shim {
+namespace {
+
+using fakes::contentOf;
+using fakes::modeOf;
+using fakes::TestFolder;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+// A process that holds what it makes until this goes.
+class Holder {
+ public:
+  explicit Holder(const std::function<bool()>& make) {
+    int ends[2];
+    if (pipe(ends) != 0) std::abort();
+    pid_ = fork();
+    if (pid_ == 0) {
+      const char made = make() ? 'y' : 'n';
+      (void)!write(ends[1], &made, 1);
+      while (true) pause();
+    }
+    char made = 'n';
+    (void)!read(ends[0], &made, 1);
+    made_ = made == 'y';
+    close(ends[0]);
+    close(ends[1]);
+  }
+  Holder(const Holder&) = delete;
+  ~Holder() { end(); }
+  void end() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = 0;
+  }
+
+  bool made() const { return made_; }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = 0;
+  bool made_ = false;
+};
+
+// The VM's directory.
+
+TEST(VmDirectory, IsMadeForItsGroup) {
+  const TestFolder run;
+  const mode_t before = umask(077);
+  const VmDirectory directory(run.path(), "guest0");
+  umask(before);
+  EXPECT_EQ(modeOf(run / "vm"), 0770);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 0770);
+  EXPECT_EQ(directory.file("lock"), run / "vm/guest0/lock");
+}
+
+TEST(VmDirectory, NeedsTheRunDirectory) {
+  const TestFolder run;
+  try {
+    const VmDirectory directory(run / "gone", "guest0");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "directory " + (run / "gone") +
+                  " cannot be used: make it, or set VMAGENT_RUN_DIR: No such file or directory");
+  }
+}
+
+TEST(VmDirectory, KeepsTheLastErrorOfARun) {
+  const TestFolder run;
+  const VmDirectory directory(run.path(), "guest0");
+  directory.lastErrorIs("no disk");
+  directory.lastErrorIs("no memory");
+  EXPECT_EQ(contentOf(run / "vm/guest0/last-error"), "no memory\n");
+  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), 0660);
+  directory.lastErrorDel();
+  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), -1);
+}
+
+// Its lock.
+
+TEST(VmLock, HasOneKeeper) {
+  const TestFolder run;
+  const Holder other([&] {
+    static VmLock held(run / "lock");
+    return held.takeKeeping() && held.takeVm();
+  });
+  ASSERT_TRUE(other.made());
+  VmLock lock(run / "lock");
+  EXPECT_FALSE(lock.takeKeeping());
+  EXPECT_EQ(lock.keeper(), other.pid());
+  EXPECT_FALSE(lock.takeVm());
+}
+
+TEST(VmLock, IsFreeOnceItsHolderIsKilled) {
+  const TestFolder run;
+  Holder other([&] {
+    static VmLock held(run / "lock");
+    return held.takeKeeping() && held.takeVm();
+  });
+  other.end();
+  VmLock lock(run / "lock");
+  EXPECT_EQ(lock.keeper(), 0);
+  EXPECT_TRUE(lock.takeKeeping());
+  EXPECT_TRUE(lock.takeVm());
+}
+
+TEST(VmLock, HasASuccessorWhileItsGuestEnds) {
+  const TestFolder run;
+  const Holder other([&] {
+    static VmLock held(run / "lock");
+    const bool taken = held.takeKeeping() && held.takeVm();
+    held.endKeeping();
+    return taken;
+  });
+  ASSERT_TRUE(other.made());
+  VmLock lock(run / "lock");
+  EXPECT_TRUE(lock.takeKeeping());
+  EXPECT_FALSE(lock.takeVm());
+}
+
+TEST(VmLock, OfTheVmIsHeldByWhoInheritedIt) {
+  const TestFolder run;
+  auto lock = std::make_unique<VmLock>(run / "lock");
+  ASSERT_TRUE(lock->takeKeeping() && lock->takeVm());
+  Holder child([] { return true; });
+  lock.reset();
+  VmLock next(run / "lock");
+  EXPECT_TRUE(next.takeKeeping());
+  EXPECT_FALSE(next.takeVm());
+  child.end();
+  EXPECT_TRUE(next.takeVm());
+}
+
+// Logs.
+
+TEST(BoundedLog, KeepsOneOlder) {
+  const TestFolder folder;
+  BoundedLog log(folder / "log", 10);
+  log.write("12345");
+  log.write("67890");
+  EXPECT_EQ(contentOf(folder / "log"), "1234567890");
+  log.write("abc");
+  EXPECT_EQ(contentOf(folder / "log"), "abc");
+  EXPECT_EQ(contentOf(folder / "log.1"), "1234567890");
+  log.write("defghijkl");
+  EXPECT_EQ(contentOf(folder / "log"), "defghijkl");
+  EXPECT_EQ(contentOf(folder / "log.1"), "abc");
+}
+
+TEST(BoundedLog, NeverGrowsBeyondItsBound) {
+  const TestFolder folder;
+  BoundedLog log(folder / "log", 10);
+  log.write(std::string(95, 'x'));
+  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
+  EXPECT_EQ(contentOf(folder / "log.1").size(), 10U);
+}
+
+TEST(BoundedLog, GoesOnWhereTheRunBeforeEnded) {
+  const TestFolder folder;
+  BoundedLog(folder / "log", 10).write("123456");
+  EXPECT_EQ(modeOf(folder / "log"), 0660);
+  BoundedLog log(folder / "log", 10);
+  log.write("7");
+  EXPECT_EQ(contentOf(folder / "log"), "1234567");
+  log.write("8901");
+  EXPECT_EQ(contentOf(folder / "log"), "8901");
+}
+
+TEST(BoundedLog, LosesWhatCannotBeWrittenAndGoesOn) {
+  const TestFolder folder;
+  BoundedLog log(folder / "gone/log", 10);
+  log.write("123");
+  EXPECT_EQ(modeOf(folder / "gone"), -1);
+}
+
+TEST(LogLine, HasItsTimeAndNothingButVisibleText) {
+  EXPECT_THAT(logLine("qemu", "a\x1b[2J\nb"),
+              MatchesRegex("....-..-..T..:..:..Z qemu: a.x1b.2J.x0ab\n"));
+}
+
+// The agent's socket.
+
+bool canConnect(const std::string& path) {
+  const Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+TEST(AgentSocket, ListensAtOnceAndGoesWithItsOwner) {
+  const TestFolder folder;
+  {
+    const AgentSocket socket(folder / "m");
+    EXPECT_TRUE(canConnect(folder / "m"));
+    EXPECT_EQ(modeOf(folder / "m"), 0660);
+    EXPECT_TRUE(socket.accept());
+    EXPECT_FALSE(socket.accept());
+  }
+  EXPECT_EQ(modeOf(folder / "m"), -1);
+}
+
+TEST(AgentSocket, TakesThePlaceOfOneThatIsLeftOver) {
+  const TestFolder folder;
+  const AgentSocket first(folder / "m");
+  const AgentSocket second(folder / "m");
+  EXPECT_TRUE(canConnect(folder / "m"));
+  EXPECT_TRUE(second.accept());
+}
+
+TEST(AgentSocket, RemovesNoOthers) {
+  const TestFolder folder;
+  const AgentSocket first(folder / "m");
+  const AgentSocket second(folder / "m");
+  first.remove();
+  EXPECT_TRUE(canConnect(folder / "m"));
+}
+
+TEST(AgentSocket, TakesThePlaceOfNoOtherFile) {
+  const TestFolder folder;
+  std::ofstream(folder / "m") << "precious";
+  try {
+    const AgentSocket socket(folder / "m");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is taken by what is no socket: remove it"));
+  }
+  EXPECT_EQ(contentOf(folder / "m"), "precious");
+}
+
+TEST(AgentSocket, IsRefusedAPathThatIsTooLong) {
+  try {
+    const AgentSocket socket("/" + std::string(107, 'x'));
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is too long: it must have at most 107 characters"));
+  }
+}
+
+}  // namespace
+}  // namespace shim

@@ -1,0 +1,35 @@
+// The process that the shim keeps.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "shim/Descriptor.h"
+
+namespace shim {
+
+// What QEMU inherits, and nothing else: its standard input is /dev/null.
+struct Inheritance {
+  int monitor = -1;
+  int serial = -1;
+  int lock = -1;
+  int output = -1;  // standard output and error
+};
+
+// Starts `program`, which dies with the thread that calls this: with SIGKILL, when that ends. With
+// no signal blocked, ignored or handled. A program that cannot be run ends with status 127 and says
+// so on its standard error. Throws Failure when there can be no process.
+pid_t startQemu(const std::string& program, const std::vector<std::string>& argv,
+                const Inheritance& inheritance);
+
+// The descriptors above standard error that this process has: at its start, those of its parent.
+// One of them may be what the parent sees our end by.
+std::vector<int> inheritedDescriptors();
+
+// Ends this process as that of the wait status ended: with its exit status, or by its signal and
+// without a core. `parting` are closed in the same breath.
+[[noreturn]] void endAs(int waitStatus, const std::vector<int>& parting);
+
+}  // namespace shim

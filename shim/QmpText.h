@@ -1,0 +1,54 @@
+// QMP messages as text, in both directions. JSON stays behind this.
+//
+// Texts that are made here are one line of ASCII or UTF-8, and end in CRLF to the agent, LF to
+// QEMU.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace shim::qmp {
+
+// What a client asks for.
+struct Request {
+  std::string execute;
+  std::string id;                            // as JSON; empty for none
+  std::string arguments;                     // as JSON; empty for none
+  std::map<std::string, std::string> texts;  // those of the arguments that are strings
+  bool up = false;                           // whether there is an argument "up" and it is true
+};
+
+// Nothing for a text that is no request.
+std::optional<Request> requestFrom(std::string_view text);
+
+// What QEMU says.
+struct Saying {
+  enum class Kind { greeting, event, result, refusal };
+  Kind kind = Kind::event;
+  std::optional<uint64_t> id;  // of the request it answers, when that is a number, as ours are
+  std::string value;           // as JSON, of a result or refusal
+  std::string description;     // of a refusal, for people
+};
+
+// Nothing for a text that is nothing that QEMU says.
+std::optional<Saying> sayingFrom(std::string_view text);
+
+// To QEMU, with our number as its id.
+std::string requestLine(std::string_view execute, std::string_view arguments, uint64_t id);
+
+// To the agent, with the id of its request as JSON.
+std::string returnLine(std::string_view id, std::string_view value = "{}");
+std::string refusalLine(std::string_view id, std::string_view value);
+std::string errorLine(std::string_view id, std::string_view description);
+
+// `text` as a JSON string. Bytes that are no UTF-8 make it empty.
+std::string quoted(std::string_view text);
+
+// The value of an answer to query-chardev with other file names for the devices of these labels.
+std::string withFileNames(const std::string& chardevs,
+                          const std::map<std::string, std::string>& namesByLabel);
+
+}  // namespace shim::qmp

@@ -1,0 +1,51 @@
+// The files of one VM: RUN/vm/NAME.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "shim/Descriptor.h"
+
+namespace shim {
+
+// Makes the directory, and RUN/vm, with mode 0770. RUN must be there. Throws Failure.
+class VmDirectory {
+ public:
+  VmDirectory(const std::string& runDir, const std::string& name);
+
+  std::string file(const char* name) const { return path_ + "/" + name; }
+
+  // The last word of a run that went wrong. A new run begins without.
+  void lastErrorIs(const std::string& text) const;
+  void lastErrorDel() const;
+
+ private:
+  std::string path_;
+};
+
+// A VM's lock, in two halves of one file.
+//
+// The VM's: flock(), held by the open file, which the shim and its QEMU share. So it is held until
+// the last of them is gone, and there can be no second QEMU. The keeper's: a record lock, held by
+// the shim's process alone, and given back when its guest is about to end, at the latest by its
+// death. So a successor can tell a guest that runs from one whose end is worth waiting for.
+class VmLock {
+ public:
+  explicit VmLock(const std::string& path);
+
+  // Takes the keeper's half; false when another keeps the guest, or waits to keep the next.
+  bool takeKeeping();
+  // That process; 0 for none.
+  pid_t keeper() const;
+  void endKeeping();
+  // Takes the VM's half; false while a QEMU or its shim has it.
+  bool takeVm();
+  // For QEMU to inherit.
+  int number() const { return file_.number(); }
+
+ private:
+  Descriptor file_;
+};
+
+}  // namespace shim

@@ -1,0 +1,59 @@
+// A relay between an agent and a QEMU that both have memory, on a clock that moves when told.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "shim/Relay.h"
+#include "shim/fakes/FakeQemu.h"
+
+namespace shim::fakes {
+
+class RelayWorld {
+ public:
+  explicit RelayWorld(const std::vector<std::string>& cards = {"net0", "net1"});
+
+  // A world whose QEMU has greeted and whose agent is connected and was greeted.
+  void begin();
+
+  void connectAgent() { perform(relay.agentConnected()); }
+  void disconnectAgent() { perform(relay.agentGone()); }
+  // The agent sends that line; what it hears until QEMU has nothing more to say.
+  std::vector<std::string> ask(const std::string& line, Descriptors descriptors = {});
+  // The literal requests of a card's attachment and detachment; what the agent hears.
+  std::vector<std::string> attach(const std::string& card, const std::string& netdev);
+  std::vector<std::string> detach(const std::string& netdev);
+  // QEMU says what nobody asked for.
+  void qemuSays(const std::string& text) { perform(relay.qemuSays(now, text)); }
+  // The clock moves on, from one of the relay's deadlines to the next.
+  void pass(Duration time);
+  // QEMU goes on.
+  void qemuGoes();
+
+  // What the agent heard since the last call, as lines with their ends.
+  std::vector<std::string> heard();
+
+  Time now{1'000};
+  Relay relay;
+  FakeQemu qemu;
+  std::vector<std::string> log;
+  std::vector<std::string> problems;
+  std::vector<std::string> kills;
+
+ private:
+  void perform(Actions actions);
+  void letQemuSpeak();
+
+  std::vector<std::string> heard_;
+};
+
+// An open file that only this descriptor holds; its other end tells whether it was closed.
+struct Probe {
+  Probe();
+  bool isClosed() const;
+
+  Descriptor given;
+  Descriptor kept;
+};
+
+}  // namespace shim::fakes

@@ -1,0 +1,45 @@
+// A folder of a test's own.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace shim::fakes {
+
+class TestFolder {
+ public:
+  TestFolder() {
+    std::string made = (std::filesystem::temp_directory_path() / "shim.XXXXXX").string();
+    if (!mkdtemp(made.data())) std::abort();
+    path_ = made;
+  }
+  TestFolder(const TestFolder&) = delete;
+  ~TestFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+
+  std::string path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+inline std::string contentOf(const std::string& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Permission bits; -1 for what is not there.
+inline int modeOf(const std::string& path) {
+  struct stat found {};
+  return lstat(path.c_str(), &found) == 0 ? static_cast<int>(found.st_mode & 07777) : -1;
+}
+
+}  // namespace shim::fakes
