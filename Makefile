@@ -5,9 +5,10 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build test coverage bench fuzz check format clean
+.PHONY: help setup build run install test coverage bench fuzz check format clean
 
 help:
+	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build, run all tests, again under sanitizers'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make build    build for daily work, into build/dev'
@@ -27,6 +28,19 @@ build/%/build.ninja: CMakeLists.txt CMakePresets.json $(wildcard */CMakeLists.tx
 
 build: build/dev/build.ninja
 	@cmake --build --preset dev
+
+run: build/release/build.ninja
+	@cmake --build --preset release --target vmagentd vmctl vmagent_shim
+	@KEEP=$(KEEP) tools/run build/release
+
+# PREFIX, and DESTDIR for a package's root.
+PREFIX ?= /usr/local
+install: build/release/build.ninja
+	@cmake --preset release -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
+	@cmake --build --preset release --target vmagentd vmctl vmagent_shim
+	@cmake --install build/release >/dev/null
+	@[ -n "$(DESTDIR)" ] || ! command -v systemd-sysusers >/dev/null || systemd-sysusers
+	@echo 'make install: installed below $(DESTDIR)$(PREFIX)'
 
 test: build/dev/build.ninja build/asan/build.ninja
 	@cmake --build --preset dev

@@ -2,7 +2,10 @@
 // of it.
 #pragma once
 
+#include <vector>
+
 #include "runtime/entity/Entity.h"
+#include "runtime/net/EthAddr.h"
 
 namespace host {
 
@@ -13,5 +16,17 @@ rt::Ptr<rt::Entity> processOf(const rt::Entity& machine);
 // Of a process: whether its end was not seen yet.
 bool isAlive(const rt::Entity& process);
 int32_t pidOf(const rt::Entity& process);
+
+// A card of a running guest.
+struct Card {
+  rt::Ptr<rt::Entity> record;
+  rt::String interface;
+  rt::EthAddr mac;
+  rt::String tap;  // its macvtap device; empty when it has none
+};
+// All cards of all VMs.
+std::vector<Card> cards(const rt::Entity& root);
+// Has the card forget its device, which is not the agent's to delete any more.
+void forgetTap(const Card& card);
 
 }  // namespace host

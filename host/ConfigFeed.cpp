@@ -34,27 +34,37 @@ void ConfigFeed::handleClock() {
 void ConfigFeed::look() {
   std::vector<statedb::Change> news;
   try {
-    if (reopen_) {
-      follower_.reopen();
-      listen();
-    }
-    news = follower_.catchUp();
-    reopen_ = false;
+    news = read();
   } catch (const statedb::Error& error) {
-    if (trouble_ != error.what()) report(rt::String("configuration: ") + error.what());
-    trouble_ = error.what();
-    // A file that another took the place of is never ours again.
-    reopen_ = error.trouble() != statedb::Trouble::locked;
-    wakeUp_->close();
-    clock_.timeMinIs(clock_.notifier()->now() + retryInterval);
-    return;
+    return wait(error);
   }
   if (!trouble_.empty()) {
     report("configuration: read again");
     trouble_ = {};
-    listen();
+    wakeUp_->notifyOnReadableIs(true);
   }
   sink_(news);
+}
+
+// Listens before it reads, so that nothing is missed in between.
+std::vector<statedb::Change> ConfigFeed::read() {
+  if (reopen_) {
+    follower_.reopen();
+    listen();
+  }
+  auto news = follower_.catchUp();
+  reopen_ = false;
+  return news;
+}
+
+// Deaf until the next try: what cannot be read stays readable.
+void ConfigFeed::wait(const statedb::Error& error) {
+  if (trouble_ != error.what()) report(rt::String("configuration: ") + error.what());
+  trouble_ = error.what();
+  // A file that another took the place of is never ours again.
+  if (error.trouble() != statedb::Trouble::locked) reopen_ = true;
+  wakeUp_->notifyOnReadableIs(false);
+  clock_.timeMinIs(clock_.notifier()->now() + retryInterval);
 }
 
 }  // namespace host

@@ -30,6 +30,8 @@ class ConfigFeed final : public rt::StateMachineOf<ConfigFeed> {
   void handleClock();
   void listen();
   void look();
+  std::vector<statedb::Change> read();
+  void wait(const statedb::Error& error);
 
   statedb::Follower follower_;
   const Sink sink_;

@@ -10,10 +10,12 @@
 #include <mutex>
 
 #include "edge/DiskImage.h"
+#include "host/BridgeFdb.h"
 #include "host/ConfigFeed.h"
 #include "host/FdbStatus.h"
 #include "host/Heartbeat.h"
 #include "host/Intents.h"
+#include "host/Janitor.h"
 #include "host/KernelLinks.h"
 #include "host/Plugin.h"
 #include "host/PrivateDev.h"
@@ -23,6 +25,8 @@
 #include "host/Supervision.h"
 #include "host/Survivors.h"
 #include "host/VmSupervisor.h"
+#include "netlink/Macvtap.h"
+#include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/EntityDocument.h"
 #include "statedb/OwnerLock.h"
@@ -84,6 +88,30 @@ struct AgentRecords {
   Bridging::Input::Config::Ptr bridging = rt::make<Bridging::Input::Config>();
 };
 
+// Of all cards that are configured.
+std::set<rt::EthAddr> addressesOf(const VmRows& rows) {
+  std::set<rt::EthAddr> addresses;
+  for (const auto& [name, row] : rows.rows()) {
+    if (!row.valid) continue;
+    for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
+  }
+  return addresses;
+}
+
+// What an earlier daemon put into that bridge. Which of the two forms it had is not known any more;
+// what is not there is removed already.
+std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
+  std::set<BridgeEntry> entries;
+  for (const auto& row : db.snapshot({"fdb"}).records) {
+    const auto record = rt::make<FdbEntry>(row.key);
+    const auto entry = bridgeEntryFromKey(row.key);
+    if (!entry || !statedb::fill(*record, row.doc).empty() || record->bridge() != bridge) continue;
+    entries.insert(*entry);
+    entries.insert({entry->mac, 0});
+  }
+  return entries;
+}
+
 std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
   return edge::imageProblem(path, edge::imageFacts(path));
 }
@@ -103,6 +131,7 @@ class Daemon::Parts {
   void handleConfig(const std::vector<statedb::Change>& changes);
   void turn(bool wait);
 
+  const Options options_;
   const Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -120,6 +149,8 @@ class Daemon::Parts {
   rt::Ptr<Heartbeat> heartbeat_;
   StatusFeed::Ptr statusFeed_;
   FdbStatus::Ptr fdbStatus_;
+  BridgeFdb::Ptr bridgeFdb_;  // null: no bridge was named
+  std::unique_ptr<Janitor> janitor_;
   InterfaceNames::Ptr interfaces_;
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
@@ -128,7 +159,8 @@ class Daemon::Parts {
 };
 
 Daemon::Parts::Parts(const Options& options, TraceLog& traces)
-    : locks_(options.runDir),
+    : options_(options),
+      locks_(options.runDir),
       traces_(traces),
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
       db_(statedb::sqlite::openDb({.stateDir = options.stateDir,
@@ -179,7 +211,17 @@ void Daemon::Parts::startFeeds() {
                                                            {hostStatus_, "fdb"}},
                            clock);
   fdbStatus_ = rt::make<FdbStatus>(records_.bridging, hostStatus_);
-  interfaces_ = rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present);
+  if (!options_.bridge.empty())
+    bridgeFdb_ = rt::make<BridgeFdb>(options_.bridge, kernelBridges(), hostStatus_, records_.kernel,
+                                     bridgeEntriesOfBefore(db_, options_.bridge));
+  janitor_ = std::make_unique<Janitor>(Janitor::Tools{
+      .agent = root_,
+      .ourAddresses = [this] { return addressesOf(rows_); },
+      .taps = taps,
+      .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }});
+  interfaces_ =
+      rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present,
+                               [this](const rt::String& id) { janitor_->handleWithdrawal(id); });
   supervisor_ = rt::make<VmSupervisor>(KeeperTools{.agent = root_,
                                                    .config = records_.config,
                                                    .status = records_.status,
@@ -197,21 +239,26 @@ void Daemon::Parts::startFeeds() {
       [this](const std::vector<statedb::Change>& changes) { handleConfig(changes); }, clock);
   // After the interfaces' names: so a device is heard of under its interface at once.
   kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_);
+  janitor_->sweep();
 }
 
 void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes) {
   std::vector<statedb::Change> vms;
+  rt::FirstException failures;  // of the agent's handlers; all changes are taken
   for (const auto& change : changes) {
     const rt::String& key = change.record.key;
     const bool there = change.op == statedb::Op::put;
     if (change.record.table == "interface")
-      interfaces_->rowIs(key, there ? std::optional(change.record.doc) : std::nullopt);
+      failures.run([&] {
+        interfaces_->rowIs(key, there ? std::optional(change.record.doc) : std::nullopt);
+      });
     else if (change.record.table == "vmIntent")
       supervisor_->restartIs(key, there ? restartOf(change.record) : 0);
     else
       vms.push_back(change);
   }
   for (const rt::String& vm : rows_.apply(vms)) supervisor_->rowIs(vm, rows_.row(vm));
+  failures.rethrow();
 }
 
 void Daemon::Parts::turn(bool wait) {
@@ -232,6 +279,7 @@ void Daemon::Parts::run() {
     {
       const std::lock_guard held(manager_.lock());
       more = supervisor_->pass();
+      if (bridgeFdb_) bridgeFdb_->pass();
       statusFeed_->pass();
     }
     turn(!more);

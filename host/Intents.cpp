@@ -1,5 +1,6 @@
 #include "host/Intents.h"
 
+#include "host/Problems.h"
 #include "host/Report.h"
 #include "runtime/entity/EntityOf.h"
 #include "statedb/EntityDocument.h"
@@ -29,7 +30,7 @@ uint64_t restartOf(const statedb::Record& row) {
   const auto intent = rt::make<VmIntent>(row.key);
   const auto problems = statedb::fill(*intent, row.doc);
   if (problems.empty()) return intent->restart();
-  report("vmIntent of VM " + row.key + ": " + problems.front().text());
+  report("vmIntent of VM " + row.key + ": " + textOf(problems));
   return 0;
 }
 

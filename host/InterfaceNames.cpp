@@ -1,6 +1,8 @@
 #include "host/InterfaceNames.h"
 
 #include "edge/VmConfigCheck.h"
+#include "host/Problems.h"
+#include "runtime/base/FirstException.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {
@@ -23,9 +25,11 @@ std::vector<rt::Problem> problemsOf(const rt::String& id, const rt::String& devi
 
 InterfaceNames::InterfaceNames(Interface::AllIntfStatusLocalDir::Ptr localDir,
                                HostStatus::Ptr status,
-                               Interface::DeviceIntfStatusDir::PtrConst present)
+                               Interface::DeviceIntfStatusDir::PtrConst present,
+                               Withdrawing withdrawing)
     : localDir_(std::move(localDir)),
       status_(std::move(status)),
+      withdrawing_(std::move(withdrawing)),
       present_(*this, std::move(present)) {
   handleInitialized();
 }
@@ -46,7 +50,7 @@ void InterfaceNames::rowIs(const rt::String& id, const std::optional<rt::String>
     if (problems.empty())
       configured_[id] = row->deviceName();
     else
-      refused_[id] = problems.front().text();
+      refused_[id] = textOf(problems);
   } else {
     configured_.erase(id);
   }
@@ -61,6 +65,11 @@ void InterfaceNames::deviceDel(const rt::String& device) {
   if (devices_.erase(device) > 0) update(device);
 }
 
+void InterfaceNames::deviceLeaves(const rt::String& device) {
+  for (const auto& [id, present] : present_->intfStatusAndDeviceNames())
+    if (present.deviceName == device) withdrawing_(id.name());
+}
+
 void InterfaceNames::update(const rt::String& id) {
   const rt::IntfId intfId(id);
   const auto row = configured_.find(id);
@@ -70,15 +79,27 @@ void InterfaceNames::update(const rt::String& id) {
     device = row->second;
   else if (devices_.contains(id))
     device = id;
-  if (device.empty())
-    localDir_->intfStatusLocalDel(intfId);
-  else
-    localDir_->intfStatusLocalIs(intfId, {device, rt::NamespaceName::defaultNamespace()});
-  if (device.empty() && refused == refused_.end()) return status_->interfaceStatusDel(id);
+  show(id, device, refused == refused_.end() ? rt::String() : refused->second);
+  // Last: whoever hears of it may throw.
+  rt::FirstException failures;
+  const auto before = present_->intfStatusAndDeviceName(intfId);
+  if (before && before->deviceName != device) failures.run([&] { withdrawing_(id); });
+  failures.run([&] {
+    if (device.empty())
+      localDir_->intfStatusLocalDel(intfId);
+    else
+      localDir_->intfStatusLocalIs(intfId, {device, rt::NamespaceName::defaultNamespace()});
+  });
+  failures.rethrow();
+}
+
+void InterfaceNames::show(const rt::String& id, const rt::String& device,
+                          const rt::String& problem) {
+  if (device.empty() && problem.empty()) return status_->interfaceStatusDel(id);
   const auto record = status_->interfaceStatusIs(id);
   record->deviceNameIs(device);
-  record->problemIs(refused == refused_.end() ? rt::String() : refused->second);
-  handlePresent(intfId);
+  record->problemIs(problem);
+  handlePresent(rt::IntfId(id));
 }
 
 void InterfaceNames::handlePresent(const rt::IntfId& id) {

@@ -1,6 +1,7 @@
 // Which kernel device each interface of the switch is.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -22,8 +23,10 @@ namespace host {
 //   refused       | any                 | is what it was
 class InterfaceNames final : public rt::StateMachineOf<InterfaceNames> {
  public:
+  // `withdrawing` is called before an interface loses a device that the kernel has.
+  using Withdrawing = std::function<void(const rt::String& id)>;
   InterfaceNames(Interface::AllIntfStatusLocalDir::Ptr localDir, HostStatus::Ptr status,
-                 Interface::DeviceIntfStatusDir::PtrConst present);
+                 Interface::DeviceIntfStatusDir::PtrConst present, Withdrawing withdrawing);
 
   // A row of the configuration; nothing: there is none.
   void rowIs(const rt::String& id, const std::optional<rt::String>& doc);
@@ -31,6 +34,8 @@ class InterfaceNames final : public rt::StateMachineOf<InterfaceNames> {
   // gone, so that whoever hears of the device knows its interface.
   void deviceIs(const rt::String& device);
   void deviceDel(const rt::String& device);
+  // A device that goes on under another name; called before anything is told.
+  void deviceLeaves(const rt::String& device);
 
   static constexpr std::string_view typeName = "host::InterfaceNames";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &InterfaceNames::initialized>>;
@@ -39,9 +44,11 @@ class InterfaceNames final : public rt::StateMachineOf<InterfaceNames> {
   void handleInitialized();
   void handlePresent(const rt::IntfId& id);
   void update(const rt::String& id);
+  void show(const rt::String& id, const rt::String& device, const rt::String& problem);
 
   const Interface::AllIntfStatusLocalDir::Ptr localDir_;
   const HostStatus::Ptr status_;
+  const Withdrawing withdrawing_;
   std::map<rt::String, rt::String> configured_;  // id -> device
   std::map<rt::String, rt::String> refused_;     // id -> why
   std::set<rt::String> devices_;

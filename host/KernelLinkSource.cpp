@@ -40,6 +40,14 @@ KernelLink linkOf(rtnl_link* link) {
   return {rtnl_link_get_name(link), !isTap && !isLoopback};
 }
 
+// A bridge tells of its ports in messages of its own family, without a kind; the bridge itself the
+// library counts to that family, too.
+bool isDevice(rtnl_link* link) {
+  const bool isPortMessage =
+      rtnl_link_get_family(link) != AF_UNSPEC && rtnl_link_get_type(link) == nullptr;
+  return rtnl_link_get_name(link) && !isPortMessage;
+}
+
 }  // namespace
 
 struct KernelLinkSource::State {
@@ -71,8 +79,7 @@ KernelLinkTable KernelLinkSource::read() {
   KernelLinkTable links;
   for (nl_object* at = nl_cache_get_first(state_->cache); at; at = nl_cache_get_next(at)) {
     auto* const link = reinterpret_cast<rtnl_link*>(at);
-    // A bridge tells of its ports in messages of its own family.
-    if (rtnl_link_get_family(link) != AF_UNSPEC || !rtnl_link_get_name(link)) continue;
+    if (!isDevice(link)) continue;
     links[static_cast<uint32_t>(rtnl_link_get_ifindex(link))] = linkOf(link);
   }
   return links;

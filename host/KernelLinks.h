@@ -1,24 +1,12 @@
 // The kernel's network devices, followed.
 #pragma once
 
-#include <map>
 #include <memory>
-#include <vector>
 
-#include "host/InterfaceNames.h"
+#include "host/LinkRecords.h"
 #include "runtime/loop/FileDescriptor.h"
-#include "runtime/records/KernelNetInfo.h"
 
 namespace host {
-
-// A device, as far as we care.
-struct KernelLink {
-  rt::String name;
-  bool canBeInterface = false;  // of the switch: neither the loopback nor a macvtap
-
-  friend bool operator==(const KernelLink&, const KernelLink&) = default;
-};
-using KernelLinkTable = std::map<uint32_t, KernelLink>;  // by ifindex
 
 // Where the devices come from: rtnetlink, by libnl's cache.
 class KernelLinkSource {
@@ -38,7 +26,7 @@ class KernelLinkSource {
   std::unique_ptr<State> state_;
 };
 
-// Keeps the kernel's devices in the network information, and their names as interfaces.
+// Keeps the records of the kernel's devices up to date.
 class KernelLinks final : public rt::StateMachineOf<KernelLinks> {
  public:
   KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names);
@@ -49,13 +37,9 @@ class KernelLinks final : public rt::StateMachineOf<KernelLinks> {
  private:
   void handleInitialized();
   void handleReadable();
-  void withdraw(uint32_t ifIndex, const KernelLink& link);
-  void present(uint32_t ifIndex, const KernelLink& link);
 
   KernelLinkSource source_;
-  const KernelNetInfo::Status::Ptr status_;
-  const InterfaceNames::Ptr names_;
-  KernelLinkTable links_;
+  LinkRecords records_;
 
   rt::Reactor<KernelLinks, rt::FileDescriptor,
               rt::On<&rt::FileDescriptor::readable, &KernelLinks::handleReadable>>

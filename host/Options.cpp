@@ -1,10 +1,14 @@
 #include "host/Options.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "edge/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
+#include "runtime/base/Text.h"
 
 namespace host {
 
@@ -15,62 +19,134 @@ constexpr const char* help =
     "Runs the virtual machines of a switch as its state database says, in the foreground.\n"
     "SIGTERM ends it and leaves the guests running.\n"
     "\n"
-    "  --state-dir DIR   the configuration's directory (/var/lib/vmagent, or VMAGENT_STATE_DIR)\n"
-    "  --run-dir DIR     the status' directory (/run/vmagent, or VMAGENT_RUN_DIR)\n"
-    "  --trace LEVELS    none, all, or levels such as 1,2,7 (1,2, or VMAGENT_TRACE)\n"
-    "  --version         print the version\n"
-    "  --help            print this\n"
+    "  --state-dir DIR      the configuration's directory (/var/lib/vmagent; VMAGENT_STATE_DIR)\n"
+    "  --run-dir DIR        the status' directory (/run/vmagent; VMAGENT_RUN_DIR)\n"
+    "  --trace LEVELS       none, all, or levels such as 1,2,7 (1,2; VMAGENT_TRACE)\n"
+    "  --shim auto|off|PATH what stands between the agent and QEMU (auto: the one installed)\n"
+    "  --accel auto|kvm|tcg how guests are run (auto: kvm where it works)\n"
+    "  --vnc-listen ADDR    the address of the guests' screens (127.0.0.1)\n"
+    "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
+    "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
+    "  --version            print the version\n"
+    "  --help               print this\n"
     "\n"
     "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage, 4 another daemon runs.\n";
 
-constexpr std::array<std::string_view, 5> names = {"--state-dir", "--run-dir", "--trace",
-                                                   "--version", "--help"};
+// Why a value is refused; nothing when it is taken.
+using Refusal = std::optional<rt::String>;
+
+Refusal directoryIs(rt::String& directory, std::string_view value) {
+  if (value.empty() || value[0] != '/') return "must be an absolute path of a directory";
+  directory = rt::String(value);
+  return std::nullopt;
+}
+
+Refusal traceIs(Options& options, std::string_view value) {
+  const auto levels = rt::traceLevelsFromText(value);
+  if (!levels) return "must be none, all, or levels from 0 to 31 such as 1,2,7";
+  options.traceLevels = *levels;
+  return std::nullopt;
+}
+
+Refusal shimIs(Options& options, std::string_view value) {
+  if (value != "auto" && value != "off" && !value.starts_with('/'))
+    return "must be auto, off or an absolute path of a program";
+  options.shim = rt::String(value);
+  return std::nullopt;
+}
+
+Refusal accelIs(Options& options, std::string_view value) {
+  if (value != "auto" && value != "kvm" && value != "tcg") return "must be auto, kvm or tcg";
+  options.accel = rt::String(value);
+  return std::nullopt;
+}
+
+Refusal vncListenIs(Options& options, std::string_view value) {
+  const auto isPart = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' ||
+           c == ':' || c == '-' || c == '[' || c == ']';
+  };
+  if (value.empty() || !std::all_of(value.begin(), value.end(), isPart))
+    return "must be an address, such as 127.0.0.1 or ::1";
+  options.vncListen = rt::String(value);
+  return std::nullopt;
+}
+
+Refusal stopTimeoutIs(Options& options, std::string_view value) {
+  const auto seconds = rt::fromText<uint32_t>(value);
+  constexpr uint32_t aDay = 24 * 60 * 60;
+  if (!seconds || *seconds > aDay) return "must be 0 to 86400 (seconds)";
+  options.stopTimeout = rt::toText(*seconds);
+  return std::nullopt;
+}
+
+Refusal bridgeIs(Options& options, std::string_view value) {
+  if (value.empty() || value.size() > edge::longestIntfName ||
+      value.find_first_of("/: \t") != std::string_view::npos)
+    return "must be a kernel device's name, 1 to 15 bytes";
+  options.bridge = rt::String(value);
+  return std::nullopt;
+}
+
+struct Setting {
+  std::string_view name;
+  Refusal (*set)(Options&, std::string_view value);
+};
+constexpr std::array settings = {
+    Setting{"--state-dir",
+            [](Options& o, std::string_view v) { return directoryIs(o.stateDir, v); }},
+    Setting{"--run-dir", [](Options& o, std::string_view v) { return directoryIs(o.runDir, v); }},
+    Setting{"--trace", traceIs},
+    Setting{"--shim", shimIs},
+    Setting{"--accel", accelIs},
+    Setting{"--vnc-listen", vncListenIs},
+    Setting{"--stop-timeout", stopTimeoutIs},
+    Setting{"--bridge", bridgeIs},
+};
+
+const Setting* settingOf(std::string_view name) {
+  const auto* const found = std::find_if(settings.begin(), settings.end(),
+                                         [&](const Setting& each) { return each.name == name; });
+  return found == settings.end() ? nullptr : found;
+}
 
 class Reader {
  public:
   explicit Reader(std::span<const char* const> words) : words_(words) {}
 
   CommandLine read(const Environment& environment) {
-    if (environment.stateDir) setValue("--state-dir", environment.stateDir, "VMAGENT_STATE_DIR");
-    if (environment.runDir) setValue("--run-dir", environment.runDir, "VMAGENT_RUN_DIR");
-    if (environment.trace) setValue("--trace", environment.trace, "VMAGENT_TRACE");
+    take("--state-dir", environment.stateDir, "VMAGENT_STATE_DIR");
+    take("--run-dir", environment.runDir, "VMAGENT_RUN_DIR");
+    take("--trace", environment.trace, "VMAGENT_TRACE");
     while (at_ < words_.size() && result_.wish == CommandLine::Wish::run) readWord();
     return std::move(result_);
   }
 
  private:
-  void readWord() {
-    const std::string_view word = words_[at_++];
-    const size_t equals = word.find('=');
-    const std::string_view name = word.substr(0, equals);
-    if (name == "--help" || name == "-h") return print(help);
-    if (name == "--version") return print("vmagentd " VMAGENT_VERSION "\n");
-    if (name != "--state-dir" && name != "--run-dir" && name != "--trace") return unknown(word);
-    if (equals != std::string_view::npos) return setValue(name, word.substr(equals + 1), name);
-    if (at_ == words_.size()) return refuse(rt::String(name) + " needs a value");
-    setValue(name, words_[at_++], name);
+  // `from` is where a person gave the value.
+  void take(std::string_view name, const char* value, std::string_view from) {
+    if (!value) return;
+    if (const Refusal right = settingOf(name)->set(result_.options, value))
+      refuse(rt::String(from) + ": '" + rt::String(value) + "' is refused: " + *right);
   }
 
-  void setValue(std::string_view name, std::string_view value, std::string_view from) {
-    const auto wrong = [&](const char* right) {
-      refuse(rt::String(from) + ": '" + rt::String(value) + "' is refused: " + right);
-    };
-    if (name == "--trace") {
-      const auto levels = rt::traceLevelsFromText(value);
-      if (!levels) return wrong("must be none, all, or levels from 0 to 31 such as 1,2,7");
-      result_.options.traceLevels = *levels;
-    } else if (value.empty() || value[0] != '/') {
-      wrong("must be an absolute path of a directory");
-    } else {
-      (name == "--state-dir" ? result_.options.stateDir : result_.options.runDir) =
-          rt::String(value);
-    }
+  void readWord() {
+    const std::string_view word = words_[at_++];
+    if (word == "--help" || word == "-h") return print(help);
+    if (word == "--version") return print("vmagentd " VMAGENT_VERSION "\n");
+    const size_t equals = word.find('=');
+    const std::string_view name = word.substr(0, equals);
+    if (!settingOf(name)) return unknown(word);
+    if (equals != std::string_view::npos) return take(name, word.data() + equals + 1, name);
+    if (at_ == words_.size()) return refuse(rt::String(name) + " needs a value");
+    take(name, words_[at_++], name);
   }
 
   void unknown(std::string_view word) {
     if (!word.starts_with("-"))
       return refuse("'" + rt::String(word) + "' is refused: there are no arguments, only options");
-    const std::vector<std::string_view> known(names.begin(), names.end());
+    std::vector<std::string_view> known = {"--version", "--help"};
+    for (const Setting& each : settings) known.push_back(each.name);
     refuse("there is no option '" + rt::String(word) + "'" + rt::didYouMean(word, known));
   }
 

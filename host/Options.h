@@ -13,6 +13,14 @@ struct Options {
   rt::String stateDir = "/var/lib/vmagent";
   rt::String runDir = "/run/vmagent";
   rt::TraceLevels traceLevels = rt::TraceHandle::defaultLevels;
+  // What stands in QEMU's place: "auto", the shim that is installed with us; "off", whatever stands
+  // there; or a path.
+  rt::String shim = "auto";
+  // For the shims.
+  rt::String accel = "auto";
+  rt::String vncListen = "127.0.0.1";
+  rt::String stopTimeout = "15";  // seconds
+  rt::String bridge;              // that static MAC entries are applied to; empty: to none
 };
 
 // What the command line asks for: to run, or to print a text and end.
@@ -23,12 +31,13 @@ struct CommandLine {
   rt::String text;  // to print: on standard output, or on standard error for an error
 };
 
-// Pure. `words` without the program's name; an environment's value that is null is not set.
+// Values that are null are not set.
 struct Environment {
   const char* stateDir = nullptr;  // VMAGENT_STATE_DIR
   const char* runDir = nullptr;    // VMAGENT_RUN_DIR
   const char* trace = nullptr;     // VMAGENT_TRACE
 };
+// Pure. `words` without the program's name.
 CommandLine readCommandLine(std::span<const char* const> words, const Environment& environment);
 
 }  // namespace host

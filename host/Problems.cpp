@@ -10,6 +10,15 @@ rt::String toText(ProblemSource source) {
   return names[static_cast<size_t>(source)];
 }
 
+rt::String textOf(const std::vector<rt::Problem>& problems) {
+  rt::String text;
+  for (const rt::Problem& problem : problems) {
+    if (!text.empty()) text += "; ";
+    text += problem.text();
+  }
+  return text;
+}
+
 Problems::Problems(HostStatus::Ptr status, std::function<uint64_t()> now)
     : status_(std::move(status)), now_(std::move(now)) {}
 

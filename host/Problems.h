@@ -4,8 +4,10 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <vector>
 
 #include "host/HostStatus.h"
+#include "runtime/base/Problem.h"
 
 namespace host {
 
@@ -13,6 +15,9 @@ namespace host {
 enum class ProblemSource : uint8_t { config, image, agent, qemu, restart };
 constexpr size_t problemSources = 5;
 rt::String toText(ProblemSource source);
+
+// All of them, on one line.
+rt::String textOf(const std::vector<rt::Problem>& problems);
 
 // Keeps one problem a source and VM, and shows the weightiest as the VM's record.
 class Problems {

@@ -104,7 +104,7 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
 
  private:
   void handleInitialized() { initializedIs(true); }
-  void handleReadable() { owner_.handleGone(process_.vm, process_.pid); }
+  void handleReadable() { owner_.handleGone(process_.pid); }
 
   Survivors& owner_;
   const GuestProcess process_;
@@ -142,14 +142,14 @@ void Survivors::handleInitialized() {
 }
 
 void Survivors::handleClock() {
+  if (guests_.empty()) return;
   if (clock_.notifier()->now() < killAt_) return clock_.timeMinIs(killAt_);
   for (const auto& [pid, guest] : guests_) guest->signal(SIGKILL);
 }
 
-void Survivors::handleGone(const rt::String& vm, int32_t pid) {
-  const rt::String name = vm;  // it goes with the guest
-  guests_.erase(pid);
-  tell(name);
+void Survivors::handleGone(int32_t pid) {
+  const auto gone = guests_.extract(pid);
+  tell(gone.mapped()->vm());
 }
 
 void Survivors::tell(const rt::String& vm) {

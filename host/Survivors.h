@@ -41,7 +41,7 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
 
   void handleInitialized();
   void handleClock();
-  void handleGone(const rt::String& vm, int32_t pid);
+  void handleGone(int32_t pid);
   void tell(const rt::String& vm);
 
   const Sink sink_;

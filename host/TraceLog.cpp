@@ -21,13 +21,15 @@ TraceLog::~TraceLog() {
 
 void TraceLog::write(const rt::TraceRecord& record) {
   const std::lock_guard held(mutex_);
-  if (record.level == 1 && !vm_.empty()) failure_ = rt::String(record.message);
-  if ((levels_ >> record.level & 1U) != 0) output_(record, vm_);
+  const bool ofChange = !vm_.empty() && thread_ == std::this_thread::get_id();
+  if (record.level == 1 && ofChange) failure_ = rt::String(record.message);
+  if ((levels_ >> record.level & 1U) != 0) output_(record, ofChange ? vm_ : rt::String());
 }
 
 TraceLog::Change::Change(TraceLog& log, const rt::String& vm) : log_(log) {
   const std::lock_guard held(log_.mutex_);
   log_.vm_ = vm;
+  log_.thread_ = std::this_thread::get_id();
   log_.failure_ = {};
 }
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <mutex>
+#include <thread>
 
 #include "runtime/base/Trace.h"
 
@@ -37,7 +38,8 @@ class TraceLog final : public rt::TraceSink {
   const rt::TraceLevels levels_;
   const Output output_;
   mutable std::mutex mutex_;  // other threads trace, too
-  rt::String vm_;
+  rt::String vm_;             // whose change it is, if there is one
+  std::thread::id thread_;    // that makes the change
   rt::String failure_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "host/AgentView.h"
 #include "host/RestartNeeded.h"
+#include "runtime/base/FirstException.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {
@@ -28,11 +29,8 @@ void VmKeeper::rowIs(const VmRow* row) {
   wanted_ = row ? row->valid : nullptr;
   created_ = row ? row->created : 0;
   changed_ = true;
-  rt::String all;
-  if (row)
-    for (const rt::Problem& problem : row->problems)
-      all += (all.empty() ? rt::String() : rt::String("; ")) + problem.text();
-  tools_.problems.problemIs(name_, ProblemSource::config, all);
+  tools_.problems.problemIs(name_, ProblemSource::config,
+                            row ? textOf(row->problems) : rt::String());
   pacing_.hurry();
   tools_.note(name_);
 }
@@ -77,15 +75,25 @@ VmFacts VmKeeper::facts() const {
 bool VmKeeper::act(rt::Seconds now) {
   if (process_.notifier() && !isAlive(*process_.notifier())) process_.notifierIs(nullptr);
   bool acted = false;
+  rt::FirstException failure;
+  failure.run([&] { acted = step(now); });
+  showProcess();
+  showRestartNeeded();
+  failure.rethrow();
+  return acted;
+}
+
+bool VmKeeper::step(rt::Seconds now) {
   if (isOfAnotherRow()) {
     dismount();
-    acted = true;
-  } else if (wanted_) {
-    if (!mounted_) mount();
-    acted = apply(pacing_.next(facts(), now));
+    return true;
   }
-  showProcess();
-  return acted;
+  if (!wanted_) return false;
+  if (mounted_) return apply(pacing_.next(facts(), now));
+  // All others are mounted before the first is switched on: that may take long.
+  mount();
+  tools_.note(name_);
+  return false;
 }
 
 void VmKeeper::mount() {
@@ -96,7 +104,19 @@ void VmKeeper::mount() {
   mountedCreated_ = created_;
   changed_ = false;
   const TraceLog::Change change(tools_.traces, name_);
-  tools_.config->vmConfigMount(record);
+  try {
+    tools_.config->vmConfigMount(record);
+    attend();
+    tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+  } catch (...) {
+    attend();
+    if (!machine_.notifier())
+      dismount();  // the agent did not take it: it is mounted anew next time
+    throw;
+  }
+}
+
+void VmKeeper::attend() {
   status_.notifierIs(tools_.status->vmStatus(name_));
   machine_.notifierIs(vmMachine(*tools_.agent, name_));
 }
@@ -106,10 +126,11 @@ void VmKeeper::dismount() {
   status_.notifierIs(nullptr);
   mounted_ = nullptr;
   startedWith_ = nullptr;
-  const TraceLog::Change change(tools_.traces, name_);
-  tools_.config->vmConfigDel(name_);
+  pacing_ = Pacing(pacing_.restartsDone());  // what failed was the other VM
   for (const auto source : {ProblemSource::image, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
+  const TraceLog::Change change(tools_.traces, name_);
+  tools_.config->vmConfigDel(name_);
   tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
 }
 
@@ -118,24 +139,41 @@ bool VmKeeper::apply(Step step) {
   // The agent would fail as before; it is asked again when the next try is due.
   if (starts && !imageIsUsable() && step == Step::pulse) return true;
   if (step == Step::none && !changed_) return false;
-  writeRecord(step);
-  if (starts) startedWith_ = facts().statusEnabled ? wanted_ : nullptr;
-  showRestartNeeded();
+  write(step);
   return step != Step::none;
+}
+
+void VmKeeper::write(Step step) {
+  const bool wasOn = facts().statusEnabled;
+  if (step != Step::none) startedWith_ = nullptr;
+  const TraceLog::Change change(tools_.traces, name_);
+  rt::FirstException thrown;
+  thrown.run([&] { writeRecord(step); });
+  // A new disk image has the agent start what it could not start before, whatever the step.
+  const bool goesOn = !wasOn && facts().statusEnabled;
+  if (goesOn) startedWith_ = wanted_;
+  const rt::String failure = change.failure();
+  // What failed stays to be seen until a change went well; the rest of one that threw is none.
+  const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
+  if (step != Step::none || goesOn || wentWell || !failure.empty())
+    tools_.problems.problemIs(name_, ProblemSource::agent, failure);
+  if (step == Step::switchOff) tools_.problems.problemIs(name_, ProblemSource::image, {});
+  isRepeated_ = true;
+  thrown.rethrow();
+  isRepeated_ = false;
 }
 
 // Makes the record what the row says, its switch as the step says: last when it goes on, first when
 // it goes off.
 void VmKeeper::writeRecord(Step step) {
-  const TraceLog::Change change(tools_.traces, name_);
   if (step == Step::pulse || step == Step::switchOff) mounted_->enabledIs(false);
   const auto desired = rt::make<Vm::VmConfig>(name_);
   statedb::copy(*wanted_, *desired);
   desired->enabledIs(step == Step::switchOn || step == Step::pulse ||
                      (step == Step::none && mounted_->enabled()));
-  changed_ = false;
+  changed_ = true;
   statedb::copy(*desired, *mounted_, "enabled");
-  if (step != Step::none) tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+  changed_ = false;
 }
 
 bool VmKeeper::imageIsUsable() {
@@ -156,7 +194,7 @@ void VmKeeper::showProcess() {
 }
 
 void VmKeeper::showRestartNeeded() {
-  const bool runs = startedWith_ && hasProcess();
+  const bool runs = startedWith_ && wanted_ && hasProcess();
   tools_.problems.problemIs(name_, ProblemSource::restart,
                             runs ? restartNeeded(*startedWith_, *wanted_) : rt::String());
 }

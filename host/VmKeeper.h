@@ -28,7 +28,7 @@ struct KeeperTools {
   std::function<void(const rt::String&)> note;
 };
 
-// Mounts the VM's record for the agent, switched off at first, and switches it as Pacing says.
+// Mounts the VM's record for the agent, switched off, and later switches it as Pacing says.
 //
 //   row             | mounted record | it does
 //   none, or none   | there          | removes it: the agent ends the guest
@@ -52,7 +52,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void survivorsIs(size_t count);
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
-  // when it notes itself, and when wakeUp() has come.
+  // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
+  // through; the next call goes on from there.
   bool act(rt::Seconds now);
   rt::Seconds wakeUp() const { return pacing_.wakeUp(); }
   // Nothing is left of the VM.
@@ -69,9 +70,12 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void handleProcess(const rt::Entity& process, const rt::Change& change);
 
   bool isOfAnotherRow() const { return mounted_ && (!wanted_ || mountedCreated_ != created_); }
+  bool step(rt::Seconds now);
   void mount();
+  void attend();
   void dismount();
   bool apply(Step step);
+  void write(Step step);
   void writeRecord(Step step);
   bool imageIsUsable();
   bool hasProcess() const;
@@ -86,8 +90,9 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   size_t survivors_ = 0;
   Vm::VmConfig::Ptr wanted_;  // as the row has it, switch and all; null: none
   uint64_t created_ = 0;
-  bool hasRow_ = false;   // a refused one, perhaps
-  bool changed_ = false;  // wanted_ was not written to the record yet
+  bool hasRow_ = false;      // a refused one, perhaps
+  bool changed_ = false;     // wanted_ was not written to the record yet, or not all of it
+  bool isRepeated_ = false;  // the last write threw
   Vm::VmConfig::Ptr mounted_;
   uint64_t mountedCreated_ = 0;
   Vm::VmConfig::Ptr startedWith_;  // what the running process was started with

@@ -23,8 +23,8 @@ struct VmRow {
 };
 
 // Judges rows as they come. Of two that clash, the one that was there keeps what it has, and the
-// newcomer is refused until that is free. A refused row of a VM that had a valid one leaves that in
-// force.
+// newcomer is refused until that is free; but some may change places. A refused row of a VM that
+// had a valid one leaves that in force.
 class VmRows {
  public:
   explicit VmRows(const edge::MachineLimits& limits) : limits_(limits) {}
@@ -37,9 +37,18 @@ class VmRows {
   const std::map<rt::String, VmRow>& rows() const { return rows_; }
 
  private:
+  // A document as it was read, and what is wrong with it beside those that are in force.
+  struct Judged {
+    Vm::VmConfig::Ptr vm;
+    std::vector<rt::Problem> problems;
+  };
+
   void remove(const rt::String& name);
+  Judged read(const statedb::Record& record) const;
   bool judge(const statedb::Record& record);
+  std::vector<statedb::Record> refused() const;
   void judgeRefused(std::set<rt::String>& changed);
+  bool exchange(std::set<rt::String>& changed);
 
   const edge::MachineLimits limits_;
   std::map<rt::String, VmRow> rows_;

@@ -1,7 +1,5 @@
 #include "host/VmSupervisor.h"
 
-#include <algorithm>
-
 #include "host/Report.h"
 
 namespace host {
@@ -17,7 +15,7 @@ VmSupervisor::VmSupervisor(KeeperTools tools, std::map<rt::String, uint64_t> res
 void VmSupervisor::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
-  tools_.note = [this](const rt::String& vm) { noted_.insert(vm); };
+  tools_.note = [this](const rt::String& vm) { note(vm); };
 }
 
 VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
@@ -47,15 +45,20 @@ void VmSupervisor::survivorsIs(const rt::String& vm, size_t count) {
 }
 
 bool VmSupervisor::pass() {
-  std::set<rt::String> todo = std::exchange(noted_, {});
-  while (!todo.empty()) {
-    const rt::String vm = todo.extract(todo.begin()).value();
+  // In turn, so that none starves that waits behind one with always more to do.
+  for (size_t left = queue_.size(); left > 0; --left) {
+    const rt::String vm = queue_.front();
+    queue_.pop_front();
+    queued_.erase(vm);
     if (!act(vm)) continue;
-    noted_.insert(vm);
-    noted_.merge(todo);
+    note(vm);
     break;
   }
-  return !noted_.empty();
+  return !queue_.empty();
+}
+
+void VmSupervisor::note(const rt::String& vm) {
+  if (queued_.insert(vm).second) queue_.push_back(vm);
 }
 
 bool VmSupervisor::act(const rt::String& vm) {
@@ -65,40 +68,55 @@ bool VmSupervisor::act(const rt::String& vm) {
   const rt::Seconds now = clock_.notifier()->now();
   bool acted = false;
   const rt::String failure = failureOf([&] { acted = keeper->act(now); });
-  if (!failure.empty()) {
-    report("VM " + vm + ": " + failure);
-    tools_.problems.problemIs(vm, ProblemSource::agent, failure);
+  if (failure.empty()) {
+    failures_.erase(vm);
+    wakeUpIs(vm, keeper->wakeUp());
+  } else {
+    fail(vm, failure);
+    wakeUpIs(vm, now + Pacing::firstDelay);  // to go on where it was
   }
-  sleep(vm, keeper->wakeUp());
-  if (!keeper->isDone()) return acted;
-  keepers_.erase(vm);
-  wakeUps_.erase(vm);
-  restartsDone_.erase(vm);
-  tools_.problems.vmDel(vm);
-  tools_.hostStatus->vmProcessDel(vm);
+  if (keeper->isDone()) drop(vm);
   return acted;
 }
 
-void VmSupervisor::sleep(const rt::String& vm, rt::Seconds until) {
-  if (until == rt::Seconds::infinity()) {
-    wakeUps_.erase(vm);
-    return;
+void VmSupervisor::fail(const rt::String& vm, const rt::String& failure) {
+  if (std::exchange(failures_[vm], failure) != failure) report("VM " + vm + ": " + failure);
+  tools_.problems.problemIs(vm, ProblemSource::agent, failure);
+}
+
+void VmSupervisor::drop(const rt::String& vm) {
+  keepers_.erase(vm);
+  wakeUpIs(vm, rt::Seconds::infinity());
+  restartsDone_.erase(vm);
+  failures_.erase(vm);
+  tools_.problems.vmDel(vm);
+  tools_.hostStatus->vmProcessDel(vm);
+}
+
+void VmSupervisor::wakeUpIs(const rt::String& vm, rt::Seconds time) {
+  if (const auto known = wakeUps_.find(vm); known != wakeUps_.end()) {
+    wakeUpOrder_.erase({known->second, vm});
+    wakeUps_.erase(known);
   }
-  wakeUps_[vm] = until;
-  if (clock_.timeMin() <= clock_.notifier()->now() || until < clock_.timeMin())
-    clock_.timeMinIs(until);
+  if (time < rt::Seconds::infinity()) {
+    wakeUps_[vm] = time;
+    wakeUpOrder_.insert({time, vm});
+  }
+  setClock();
+}
+
+void VmSupervisor::setClock() {
+  clock_.timeMinIs(wakeUpOrder_.empty() ? rt::Seconds::infinity() : wakeUpOrder_.begin()->first);
 }
 
 void VmSupervisor::handleClock() {
   const rt::Seconds now = clock_.notifier()->now();
-  rt::Seconds next = rt::Seconds::infinity();
-  for (const auto& [vm, time] : wakeUps_) {
-    if (time <= now)
-      noted_.insert(vm);
-    else
-      next = std::min(next, time);
+  while (!wakeUpOrder_.empty() && wakeUpOrder_.begin()->first <= now) {
+    const auto due = wakeUpOrder_.extract(wakeUpOrder_.begin());
+    wakeUps_.erase(due.value().second);
+    note(due.value().second);
   }
-  if (next < rt::Seconds::infinity()) clock_.timeMinIs(next);
+  setClock();
 }
 
 }  // namespace host

@@ -1,8 +1,10 @@
 // All configured VMs, held to what is asked for.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "host/VmKeeper.h"
 #include "runtime/loop/Clock.h"
@@ -35,15 +37,22 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   void handleInitialized();
   void handleClock();
   VmKeeper& keeper(const rt::String& vm);
+  void note(const rt::String& vm);
   bool act(const rt::String& vm);
-  void sleep(const rt::String& vm, rt::Seconds until);
+  void fail(const rt::String& vm, const rt::String& failure);
+  void drop(const rt::String& vm);
+  void wakeUpIs(const rt::String& vm, rt::Seconds time);
+  void setClock();
 
   KeeperTools tools_;
   std::map<rt::String, uint64_t> restartsDone_;
   std::map<rt::String, uint64_t> restarts_;  // asked for
-  std::set<rt::String> noted_;
+  std::deque<rt::String> queue_;             // those that have something to do
+  std::set<rt::String> queued_;              // the same
   std::map<rt::String, VmKeeper::Ptr> keepers_;
+  std::map<rt::String, rt::String> failures_;  // what the last act threw
   std::map<rt::String, rt::Seconds> wakeUps_;
+  std::set<std::pair<rt::Seconds, rt::String>> wakeUpOrder_;  // the same, the earliest first
 
   rt::ClockReactor<VmSupervisor, &VmSupervisor::handleClock> clock_;
 };

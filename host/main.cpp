@@ -3,10 +3,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "host/Daemon.h"
 #include "host/PrivateDev.h"
+#include "host/ShimMount.h"
 #include "host/Signals.h"
 #include "host/Supervision.h"
 #include "statedb/Error.h"
@@ -23,12 +25,37 @@ host::Environment environment() {
   // NOLINTEND(concurrency-mt-unsafe)
 }
 
+// Its own, for the shims that the agent starts.
+void setEnvironment(const host::Options& options) {
+  const std::pair<const char*, rt::String> values[] = {
+      {"VMAGENT_QEMU", host::realQemuPath},
+      {"VMAGENT_RUN_DIR", options.runDir},
+      {"VMAGENT_ACCEL", options.accel},
+      {"VMAGENT_VNC_LISTEN", options.vncListen},
+      {"VMAGENT_STOP_TIMEOUT", options.stopTimeout}};
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there are no threads yet
+  for (const auto& [name, value] : values) setenv(name, value.charPtr(), 1);
+}
+
+void enterNamespaces(const host::Options& options) {
+  if (options.shim != "off") {
+    const rt::String shim = options.shim == "auto" ? host::installedShim() : options.shim;
+    if (shim.empty())
+      throw rt::Exception(
+          "there is no vmagent-shim beside this program; install it, or name one "
+          "with --shim");
+    host::mountShim(shim);
+    setEnvironment(options);
+  }
+  if (host::needsPrivateDev()) host::enterPrivateDev();
+}
+
 int run(const host::Options& options) {
   host::prepareSignals();
   host::TraceLog traces(options.traceLevels,
                         host::logsToJournal() ? host::writeJournal : host::writeTraceLine);
   try {
-    if (host::needsPrivateDev()) host::enterPrivateDev();
+    enterNamespaces(options);
     host::Daemon daemon(options, traces);
     daemon.run();
     return endedBySignal;

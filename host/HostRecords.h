@@ -1,0 +1,134 @@
+// What the host itself has to say of VMs, interfaces and addresses: records beside the agent's.
+#pragma once
+
+#include "runtime/entity/EntityOf.h"
+
+namespace host {
+
+// A VM's process, as far as the host knows of one. Written by the VM's keeper.
+class VmProcess final : public rt::EntityOf<VmProcess> {
+ public:
+  explicit VmProcess(rt::String name) : name_(std::move(name)) {}
+
+  const rt::String& name() const { return name_; }
+
+  // "none", "running" or "ending".
+  const rt::String& process() const { return process_; }
+  void processIs(const rt::String& process) { assign<&VmProcess::process>(process_, process); }
+
+  int32_t pid() const { return pid_; }  // 0: none
+  void pidIs(int32_t pid) { assign<&VmProcess::pid>(pid_, pid); }
+
+  // The number of the restart that was carried out last.
+  uint64_t restarts() const { return restarts_; }
+  void restartsIs(uint64_t number) { assign<&VmProcess::restarts>(restarts_, number); }
+
+  static constexpr std::string_view typeName = "host::VmProcess";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"name", &VmProcess::name>,
+                         rt::Attribute<"process", &VmProcess::process, &VmProcess::processIs>,
+                         rt::Attribute<"pid", &VmProcess::pid, &VmProcess::pidIs>,
+                         rt::Attribute<"restarts", &VmProcess::restarts, &VmProcess::restartsIs>>;
+
+ private:
+  const rt::String name_;
+  rt::String process_ = "none";
+  int32_t pid_ = 0;
+  uint64_t restarts_ = 0;
+};
+
+// The one thing to look at first when a VM is not as it was asked to be. Written by Problems.
+class VmProblem final : public rt::EntityOf<VmProblem> {
+ public:
+  explicit VmProblem(rt::String name) : name_(std::move(name)) {}
+
+  const rt::String& name() const { return name_; }
+
+  const rt::String& problem() const { return problem_; }
+  void problemIs(const rt::String& text) { assign<&VmProblem::problem>(problem_, text); }
+
+  uint64_t since() const { return since_; }  // seconds since 1970
+  void sinceIs(uint64_t time) { assign<&VmProblem::since>(since_, time); }
+
+  // "config", "image", "agent", "qemu" or "restart".
+  const rt::String& source() const { return source_; }
+  void sourceIs(const rt::String& source) { assign<&VmProblem::source>(source_, source); }
+
+  static constexpr std::string_view typeName = "host::VmProblem";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"name", &VmProblem::name>,
+                         rt::Attribute<"problem", &VmProblem::problem, &VmProblem::problemIs>,
+                         rt::Attribute<"since", &VmProblem::since, &VmProblem::sinceIs>,
+                         rt::Attribute<"source", &VmProblem::source, &VmProblem::sourceIs>>;
+
+ private:
+  const rt::String name_;
+  rt::String problem_;
+  uint64_t since_ = 0;
+  rt::String source_;
+};
+
+// An interface of the switch. Written by InterfaceNames.
+class InterfaceStatus final : public rt::EntityOf<InterfaceStatus> {
+ public:
+  explicit InterfaceStatus(rt::String intfId) : intfId_(std::move(intfId)) {}
+
+  const rt::String& intfId() const { return intfId_; }
+
+  const rt::String& deviceName() const { return deviceName_; }
+  void deviceNameIs(const rt::String& name) {
+    assign<&InterfaceStatus::deviceName>(deviceName_, name);
+  }
+  bool present() const { return present_; }
+  void presentIs(bool present) { assign<&InterfaceStatus::present>(present_, present); }
+
+  // Why the interface's row is refused; empty when it is not.
+  const rt::String& problem() const { return problem_; }
+  void problemIs(const rt::String& text) { assign<&InterfaceStatus::problem>(problem_, text); }
+
+  static constexpr std::string_view typeName = "host::InterfaceStatus";
+  using Attributes = rt::AttributeTable<
+      rt::Attribute<"intfId", &InterfaceStatus::intfId>,
+      rt::Attribute<"deviceName", &InterfaceStatus::deviceName, &InterfaceStatus::deviceNameIs>,
+      rt::Attribute<"present", &InterfaceStatus::present, &InterfaceStatus::presentIs>,
+      rt::Attribute<"problem", &InterfaceStatus::problem, &InterfaceStatus::problemIs>>;
+
+ private:
+  const rt::String intfId_;
+  rt::String deviceName_;
+  bool present_ = false;
+  rt::String problem_;
+};
+
+// A MAC address with a fixed place in a VLAN, under "VLAN/MAC". Written by FdbStatus.
+class FdbEntry final : public rt::EntityOf<FdbEntry> {
+ public:
+  explicit FdbEntry(rt::String key) : key_(std::move(key)) {}
+
+  const rt::String& key() const { return key_; }
+
+  const rt::String& intf() const { return intf_; }
+  void intfIs(const rt::String& intf) { assign<&FdbEntry::intf>(intf_, intf); }
+
+  uint8_t entryType() const { return entryType_; }
+  void entryTypeIs(uint8_t type) { assign<&FdbEntry::entryType>(entryType_, type); }
+
+  // The kernel's bridge that we put it into; empty: none. Written by BridgeFdb.
+  const rt::String& bridge() const { return bridge_; }
+  void bridgeIs(const rt::String& name) { assign<&FdbEntry::bridge>(bridge_, name); }
+
+  static constexpr std::string_view typeName = "host::FdbEntry";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"key", &FdbEntry::key>,
+                         rt::Attribute<"intf", &FdbEntry::intf, &FdbEntry::intfIs>,
+                         rt::Attribute<"entryType", &FdbEntry::entryType, &FdbEntry::entryTypeIs>,
+                         rt::Attribute<"bridge", &FdbEntry::bridge, &FdbEntry::bridgeIs>>;
+
+ private:
+  const rt::String key_;
+  rt::String intf_;
+  uint8_t entryType_ = 0;
+  rt::String bridge_;
+};
+
+}  // namespace host

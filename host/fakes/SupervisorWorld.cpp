@@ -1,0 +1,105 @@
+#include "host/fakes/SupervisorWorld.h"
+
+#include <algorithm>
+
+#include "runtime/base/Format.h"
+
+namespace host::fakes {
+
+rt::String Row::doc() const {
+  return rt::format(R"({"enabled":%s,"diskImage":"%s","memory":%d,"vncPort":%d})",
+                    enabled ? "true" : "false", diskImage.charPtr(), memory, vncPort);
+}
+
+SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone)
+    : supervisor(rt::make<VmSupervisor>(
+          KeeperTools{.agent = agent,
+                      .config = config,
+                      .status = status,
+                      .hostStatus = hostStatus,
+                      .problems = problems,
+                      .traces = traceLog,
+                      .imageProblem = [this](const rt::String& path) -> std::optional<rt::Problem> {
+                        if (!missingImages.contains(path)) return std::nullopt;
+                        return rt::Problem{"diskImage", path, "must be a file that is there"};
+                      },
+                      .note = {}},
+          std::move(restartsDone), clock)) {}
+
+statedb::Change SupervisorWorld::put(const rt::String& vm, const rt::String& doc) {
+  ++revision_;
+  const uint64_t created = created_.try_emplace(vm, revision_).first->second;
+  return {statedb::Op::put, {"vmConfig", vm, doc, revision_, created}};
+}
+
+statedb::Change SupervisorWorld::putNew(const rt::String& vm, const rt::String& doc) {
+  created_.erase(vm);
+  return put(vm, doc);
+}
+
+statedb::Change SupervisorWorld::del(const rt::String& vm) {
+  return {statedb::Op::del, {"vmConfig", vm, {}, 0, 0}};
+}
+
+void SupervisorWorld::apply(const std::vector<statedb::Change>& changes) {
+  for (const rt::String& vm : rows.apply(changes)) supervisor->rowIs(vm, rows.row(vm));
+}
+
+void SupervisorWorld::rowIs(const rt::String& vm, const Row& row) {
+  apply({put(vm, row.doc())});
+  settle();
+}
+
+void SupervisorWorld::rowDel(const rt::String& vm) {
+  created_.erase(vm);
+  apply({del(vm)});
+  settle();
+}
+
+void SupervisorWorld::restartIs(const rt::String& vm, uint64_t number) {
+  supervisor->restartIs(vm, number);
+  settle();
+}
+
+void SupervisorWorld::settle() {
+  for (int passes = 0; supervisor->pass(); ++passes)
+    if (passes == 100000) throw rt::Exception("there is always more to do at once");
+}
+
+void SupervisorWorld::advance(double seconds) {
+  const rt::Seconds target = clock->now() + rt::Seconds(seconds);
+  while (clock->nextWakeUpTime() <= target) {
+    clock->nowIs(std::max(clock->now(), clock->nextWakeUpTime()));
+    manager.turn(rt::Seconds(0));
+    settle();
+  }
+  clock->nowIs(target);
+  settle();
+}
+
+void SupervisorWorld::exits(const rt::String& vm) {
+  auto& all = fortune.processes;
+  const auto found = std::find_if(all.begin(), all.end(),
+                                  [&](const FakeProcess::Ptr& each) { return each->vm() == vm; });
+  if (found == all.end()) throw rt::Exception("VM " + vm + " has no process");
+  const FakeProcess::Ptr process = *found;
+  all.erase(found);
+  process->statusIs("exited");
+}
+
+void SupervisorWorld::end(const rt::String& vm) {
+  exits(vm);
+  settle();
+}
+
+std::string SupervisorWorld::process(const rt::String& vm) const {
+  const auto record = hostStatus->vmProcess(vm);
+  return record ? record->process().str() + " " + std::to_string(record->pid()) : "";
+}
+
+std::string SupervisorWorld::problem(const rt::String& vm) const {
+  const auto record = hostStatus->vmProblem(vm);
+  return record ? record->source().str() + ": " + record->problem().str() : "";
+}
+
+}  // namespace host::fakes

@@ -1,0 +1,72 @@
+// Everything around the supervisor, as a test wants it.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/VmSupervisor.h"
+#include "host/fakes/FakeAgent.h"
+#include "runtime/fakes/ManualClock.h"
+#include "runtime/loop/ActivityManager.h"
+
+namespace host::fakes {
+
+// A row of a VM, in whole.
+struct Row {
+  bool enabled = true;
+  rt::String diskImage = "/images/web.iso";
+  int memory = 256;
+  int vncPort = 0;
+
+  rt::String doc() const;
+};
+
+// A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands
+// at 1000 s, and a loop that turns when told.
+class SupervisorWorld {
+ public:
+  explicit SupervisorWorld(std::map<rt::String, uint64_t> restartsDone = {});
+
+  const rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
+  rt::ActivityManager manager{clock};
+  TraceLog traceLog{0, {}};
+  Fortune fortune;
+  std::set<rt::String> missingImages;
+  const Vm::Config::Ptr config = rt::make<Vm::Config>();
+  const Vm::Status::Ptr status = rt::make<Vm::Status>();
+  const HostStatus::Ptr hostStatus = rt::make<HostStatus>();
+  Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
+  const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
+  VmRows rows{edge::MachineLimits{.memory = 8192}};
+  const VmSupervisor::Ptr supervisor;
+
+  // What the configuration says now. A put of a row that is there keeps it the same VM.
+  statedb::Change put(const rt::String& vm, const rt::String& doc);
+  statedb::Change putNew(const rt::String& vm, const rt::String& doc);  // another VM
+  static statedb::Change del(const rt::String& vm);
+  void apply(const std::vector<statedb::Change>& changes);
+
+  // A change, and all that comes of it at once.
+  void rowIs(const rt::String& vm, const Row& row);
+  void rowDel(const rt::String& vm);
+  void restartIs(const rt::String& vm, uint64_t number);
+  // Passes of the loop until nothing is left to be done at once.
+  void settle();
+  void advance(double seconds);
+  // A process of the VM ends, the oldest first; and all that comes of it at once.
+  void exits(const rt::String& vm);
+  void end(const rt::String& vm);
+
+  // "running 100", "ending 100", "none 0"; empty without a row.
+  std::string process(const rt::String& vm) const;
+  // "agent: FAIL"; empty without a row.
+  std::string problem(const rt::String& vm) const;
+
+ private:
+  std::map<rt::String, uint64_t> created_;
+  uint64_t revision_ = 0;
+};
+
+}  // namespace host::fakes

@@ -1,0 +1,487 @@
+// The road from an operator's command to a guest and back: vmagentd, vmctl, a scripted QEMU.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+
+#include "tests/system/DaemonWorld.h"
+
+namespace host::fakes {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+class Daemon : public testing::Test {
+ protected:
+  // A VM that is switched on. (It is told to be running after its first poll, 5 s later.)
+  void runVm(const std::string& name) {
+    world.addVm(name, {"--enabled"});
+    ASSERT_TRUE(waitUntil([&] { return isOn(name); }));
+  }
+  bool isOff(const std::string& name) {
+    return world.hasRow("vmStatus", name, R"("enabled":false)") && world.guests(name).empty();
+  }
+  bool isOn(const std::string& name) {
+    return world.hasRow("vmStatus", name, R"("enabled":true)") && world.guests(name).size() == 1;
+  }
+
+  DaemonWorld world;
+};
+
+// Every verb.
+
+TEST_F(Daemon, RunsAVmThatIsEnabledAndEndsItWhenItIsDisabled) {
+  world.start();
+  world.addVm("web1");
+  world.ctl({"enable", "web1", "--wait"});
+  EXPECT_THAT(world.guests("web1"), SizeIs(1));
+  EXPECT_THAT(world.ctl({"list"}), HasSubstr("Running"));
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_THAT(world.guests(), IsEmpty());
+  EXPECT_THAT(world.row("vmStatus", "web1"), HasSubstr(R"("enabled":false)"));
+}
+
+TEST_F(Daemon, RestartsAVmWithWhatWasSetMeanwhile) {
+  world.start();
+  runVm("web1");
+  const auto first = world.guests("web1");
+  world.ctl({"set", "web1", "memory=128"});
+  ASSERT_TRUE(waitUntil([&] { return !world.row("vmProblem", "web1").empty(); }));
+  EXPECT_THAT(world.row("vmProblem", "web1"), HasSubstr("memory: changed since"));
+  world.ctl({"restart", "web1", "--wait"});
+  ASSERT_THAT(world.guests("web1"), SizeIs(1));
+  EXPECT_NE(world.guests("web1"), first);
+  EXPECT_EQ(world.row("vmProblem", "web1"), "");
+  std::ifstream started("/var/run/web1.started");
+  const std::string how{std::istreambuf_iterator<char>(started), {}};
+  EXPECT_THAT(how, HasSubstr("arg -m\narg 128\n"));
+}
+
+TEST_F(Daemon, RestartsAGuestThatEndedByItself) {
+  world.start();
+  runVm("web1");
+  kill(world.guests("web1").at(0), SIGKILL);
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("state":"Stopped")"); }));
+  EXPECT_THAT(world.vmctl({"enable", "web1"}).err, HasSubstr("restart"));
+  world.ctl({"restart", "web1"});
+  EXPECT_TRUE(waitUntil([&] { return isOn("web1"); }));
+}
+
+TEST_F(Daemon, RemovesAVmWithAllThatWasOfIt) {
+  world.start();
+  runVm("web1");
+  world.ctl({"remove", "web1", "--force", "--wait"});
+  EXPECT_THAT(world.guests(), IsEmpty());
+  for (const char* table : {"vmConfig", "vmStatus", "vmProcess", "vmProblem"})
+    EXPECT_EQ(world.row(table, "web1"), "") << table;
+}
+
+TEST_F(Daemon, ShowsWhatWasAsked) {
+  world.start();
+  runVm("web1");
+  EXPECT_THAT(world.ctl({"show", "web1"}), HasSubstr("Process:  running, pid "));
+  EXPECT_THAT(world.ctl({"list", "-o", "name"}), HasSubstr("web1"));
+  EXPECT_EQ(world.vmctl({"wait", "web1", "--for", "state=Running", "--timeout", "20"}).status, 0);
+  EXPECT_EQ(world.vmctl({"wait", "web1", "--for", "state=Stopped", "--timeout", "1"}).status, 7);
+  EXPECT_EQ(world.vmctl({"show", "web2"}).status, 3);
+}
+
+TEST_F(Daemon, RunsWhatWasConfiguredBeforeItStarted) {
+  world.start();
+  world.addVm("web1", {"--enabled"});
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_EQ(world.end(SIGTERM), 0);
+  EXPECT_EQ(world.vmctl({"enable", "web1"}).status, 0);
+  EXPECT_THAT(world.vmctl({"list"}).err, HasSubstr("not running"));
+  world.start();
+  EXPECT_TRUE(waitUntil([&] { return isOn("web1"); }));
+}
+
+// Requests that cross.
+
+TEST_F(Daemon, StartsAnewAVmThatIsDisabledAndEnabledAtOnce) {
+  world.script("web1", "ignore-sigterm\nmonitor\nserve 0\n");
+  world.start();
+  runVm("web1");
+  const pid_t first = world.guests("web1").at(0);
+  world.ctl({"disable", "web1"});
+  world.ctl({"enable", "web1"});
+  kill(first, SIGKILL);  // it would never have ended by itself
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  EXPECT_THAT(world.guests("web1"), SizeIs(1));
+}
+
+TEST_F(Daemon, NeverRunsTwoGuestsOfAVmThatIsRemovedAndAddedAtOnce) {
+  world.script("web1", "ignore-sigterm\nmonitor\nserve 0\n");
+  world.start();
+  runVm("web1");
+  const pid_t first = world.guests("web1").at(0);
+  world.ctl({"remove", "web1", "--force"});
+  world.addVm("web1", {"--enabled"});
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("ending")"); }));
+  EXPECT_THAT(world.guests("web1"), ElementsAre(first));
+  kill(first, SIGKILL);
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  EXPECT_NE(world.guests("web1").at(0), first);
+}
+
+TEST_F(Daemon, TakesARowThatWasMadeAnewInOneCommitForAnotherVm) {
+  world.start();
+  runVm("web1");
+  const pid_t first = world.guests("web1").at(0);
+  world.end(SIGTERM);  // nobody looks meanwhile
+  world.write("vmConfig", "web1", "");
+  world.write("vmConfig", "web1",
+              R"({"enabled":true,"diskImage":"/var/run/disk.img","memory":96})");
+  world.start();
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1") && world.guests("web1").at(0) != first; }));
+  std::ifstream started("/var/run/web1.started");
+  const std::string how{std::istreambuf_iterator<char>(started), {}};
+  EXPECT_THAT(how, HasSubstr("arg -m\narg 96\n"));
+}
+
+// What a foreign program writes.
+
+TEST_F(Daemon, RefusesAForeignRowAndSaysWhyWhileOthersRun) {
+  world.start();
+  runVm("web1");
+  world.write("vmConfig", "bad", R"({"enabled":true,"diskImage":"relative.img","memory":0})");
+  ASSERT_TRUE(waitUntil([&] { return !world.row("vmProblem", "bad").empty(); }));
+  EXPECT_THAT(world.row("vmProblem", "bad"), HasSubstr("diskImage: 'relative.img' is refused"));
+  EXPECT_THAT(world.row("vmProblem", "bad"), HasSubstr("memory: '0' is refused"));
+  EXPECT_EQ(world.row("vmStatus", "bad"), "");
+  EXPECT_TRUE(isOn("web1"));
+}
+
+TEST_F(Daemon, KeepsTheLastValidRecordOfAVmWhoseRowIsSpoilt) {
+  world.start();
+  runVm("web1");
+  const auto guests = world.guests("web1");
+  world.write("vmConfig", "web1", R"({"enabled":false,"memory":0})");
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "config"); }));
+  EXPECT_EQ(world.guests("web1"), guests);
+  world.write("vmConfig", "web1", "");
+  ASSERT_TRUE(waitUntil([&] { return world.guests("web1").empty(); }));
+}
+
+TEST_F(Daemon, RefusesTheNewcomerOfTwoThatClashUntilTheHolderIsGone) {
+  const auto withMac = [](const char* mac) {
+    return std::string(R"({"enabled":true,"diskImage":"/var/run/disk.img","memory":64,)") +
+           R"("vnicConfig":{"nic00":{"model":"e1000","macAddr":")" + mac +
+           R"(","intfName":"Ethernet1"}}})";
+  };
+  world.start();
+  world.write("vmConfig", "first", withMac("52:54:00:00:00:01"));
+  ASSERT_TRUE(waitUntil([&] { return isOn("first"); }));
+  world.write("vmConfig", "second", withMac("52:54:00:00:00:01"));
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "second", "first"); }));
+  EXPECT_THAT(world.guests("second"), IsEmpty());
+  world.write("vmConfig", "first", withMac("52:54:00:00:00:02"));
+  EXPECT_TRUE(waitUntil([&] { return isOn("second"); }));
+  EXPECT_EQ(world.row("vmProblem", "second"), "");
+}
+
+TEST_F(Daemon, LetsNoForeignStatusIntoTheAgent) {
+  world.start();
+  runVm("web1");
+  world.write("vmStatus", "web1", R"({"enabled":false,"state":"Lies"})");
+  world.ctl({"disable", "web1"});
+  ASSERT_TRUE(waitUntil([&] { return isOff("web1"); }));
+  EXPECT_THAT(world.row("vmStatus", "web1"), Not(HasSubstr("Lies")));
+}
+
+// Trouble.
+
+TEST_F(Daemon, SaysThatADiskImageIsMissingAndStartsWhenItIsThere) {
+  world.start();
+  world.write("vmConfig", "web1",
+              R"({"enabled":true,"diskImage":"/var/run/later.img","memory":64})");
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "image"); }));
+  std::filesystem::copy_file(world.image, "/var/run/later.img");
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "web1").empty(); }));
+}
+
+TEST_F(Daemon, TellsOfAGuestThatEndsAtOnceAndOfNoOther) {
+  world.script("bad", "exit 1\n");
+  world.start();
+  runVm("good");
+  world.addVm("bad", {"--enabled"});
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "bad", "agent"); }, 30));
+  EXPECT_TRUE(isOn("good"));
+}
+
+TEST_F(Daemon, RefusesToRunBesideAnother) {
+  world.start();
+  const Ended second =
+      run({VMAGENTD, "--state-dir", world.stateDir, "--run-dir", world.runDir, "--shim", "off"});
+  EXPECT_EQ(second.status, 4);
+  EXPECT_THAT(second.err,
+              HasSubstr("another daemon runs already (process " + std::to_string(world.daemon())));
+  const Ended elsewhere = run(
+      {VMAGENTD, "--state-dir", "/var/run/state2", "--run-dir", "/var/run/run2", "--shim", "off"});
+  EXPECT_EQ(elsewhere.status, 4) << "they would use the same monitors";
+}
+
+TEST_F(Daemon, EndsWithoutItsGuestsAndTheNextOneEndsThemAndStartsThemAnew) {
+  world.start();
+  runVm("web1");
+  const auto left = world.guests("web1");
+  EXPECT_EQ(world.end(SIGTERM), 0);
+  EXPECT_EQ(world.guests("web1"), left);
+  world.start();
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1") && world.guests("web1") != left; }));
+}
+
+TEST_F(Daemon, KillsAGuestThatWillNotEndBeforeItStartsItAnew) {
+  world.script("web1", "ignore-sigterm\nmonitor\nserve 0\n");
+  world.start();
+  runVm("web1");
+  const auto left = world.guests("web1");
+  EXPECT_EQ(world.end(SIGKILL), -SIGKILL);
+  world.start();
+  EXPECT_EQ(world.guests("web1"), left);
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1") && world.guests("web1") != left; }));
+}
+
+TEST_F(Daemon, GoesOnWhileItsConfigurationIsReplaced) {
+  world.start();
+  runVm("web1");
+  const auto guests = world.guests("web1");
+  for (const char* suffix : {"", "-wal", "-shm", "-bell"})
+    std::filesystem::remove(world.stateDir + "/config.db" + suffix);
+  ASSERT_TRUE(waitUntil([&] { return world.log().find("config.db") != std::string::npos; }))
+      << world.log();
+  EXPECT_EQ(world.guests("web1"), guests);
+}
+
+TEST_F(Daemon, NeedsAQemuPathAndNothingElseOfTheMachine) {
+  std::filesystem::remove("/usr/bin/qemu-system-x86_64");
+  world.start();
+  world.addVm("web1", {"--enabled"});
+  EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "agent"); }, 30));
+}
+
+TEST_F(Daemon, SaysWhatIsWrongWithItsDirectories) {
+  const Ended ended = run(
+      {VMAGENTD, "--state-dir", "/var/run/none/state", "--run-dir", world.runDir, "--shim", "off"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(ended.err, HasSubstr("the directory /var/run/none/state cannot be made"));
+}
+
+// Interfaces.
+
+class DaemonInterfaces : public Daemon {
+ protected:
+  void runVmOn(const std::string& interface) {
+    world.addVm("web1",
+                {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=" + interface, "--enabled"});
+    ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  }
+  // How often the guest was asked to attach its card, and to give it up.
+  static int asked(const std::string& command) {
+    std::ifstream file("/var/run/web1.requests");
+    int count = 0;
+    for (std::string line; std::getline(file, line);)
+      count += line.find("\"" + command + "\"") != std::string::npos ? 1 : 0;
+    return count;
+  }
+  static bool hasTap() { return if_nametoindex("macvtap0") != 0; }
+  static void addPort(const std::string& name) {
+    ip("link add " + name + " type veth peer name peer-" + name);
+    ip("link set " + name + " up");
+  }
+};
+
+TEST_F(DaemonInterfaces, AttachACardWhereItsInterfaceIs) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  EXPECT_TRUE(hasTap());
+  EXPECT_THAT(world.ctl({"interface", "list"}), HasSubstr("Ethernet1"));
+}
+
+TEST_F(DaemonInterfaces, LoseAndRegainTheirCard) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  ip("link del Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_del") == 1; }));
+  addPort("Ethernet1");
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 2 && hasTap(); }));
+}
+
+TEST_F(DaemonInterfaces, ThatCameLaterGetTheirCardThen) {
+  world.start();
+  runVmOn("Ethernet1");
+  EXPECT_EQ(asked("netdev_add"), 0);
+  addPort("Ethernet1");
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+}
+
+TEST_F(DaemonInterfaces, ThatAreRenamedAreAnotherInterface) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  ip("link set Ethernet1 down");
+  ip("link set Ethernet1 name Ethernet2");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_del") == 1; }));
+  ip("link set Ethernet2 name Ethernet1");
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 2; }));
+}
+
+TEST_F(DaemonInterfaces, AreNamedByTheConfiguration) {
+  addPort("br0.100");
+  world.start();
+  runVmOn("Vlan100");
+  EXPECT_EQ(asked("netdev_add"), 0);
+  world.ctl({"interface", "set", "Vlan100", "--device", "br0.100"});
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  ASSERT_TRUE(waitUntil([&] { return !world.row("fdb", "100/52:54:00:12:34:56").empty(); }));
+  EXPECT_THAT(world.ctl({"fdb", "list"}), HasSubstr("52:54:00:12:34:56"));
+}
+
+TEST_F(DaemonInterfaces, ThatAreWithdrawnWhileTheirDeviceStaysCanBeAttachedAgain) {
+  addPort("br0.100");
+  world.start();
+  world.ctl({"interface", "set", "Vlan100", "--device", "br0.100"});
+  runVmOn("Vlan100");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  world.ctl({"interface", "unset", "Vlan100"});
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_del") == 1; }));
+  EXPECT_TRUE(waitUntil([] { return !hasTap(); }));
+  world.ctl({"interface", "set", "Vlan100", "--device", "br0.100"});
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 2 && hasTap(); }));
+}
+
+TEST_F(DaemonInterfaces, ThatGetAnotherDeviceTakeTheirCardThere) {
+  addPort("portA");
+  addPort("portB");
+  world.start();
+  world.ctl({"interface", "set", "Vlan100", "--device", "portA"});
+  runVmOn("Vlan100");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  world.ctl({"interface", "set", "Vlan100", "--device", "portB"});
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 2; }));
+  const auto lower = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
+  EXPECT_THAT(lower, HasSubstr("@portB"));
+  EXPECT_THAT(lower, Not(HasSubstr("@portA")));
+}
+
+TEST_F(DaemonInterfaces, ThatFlapAThousandTimesEndAsTheyAre) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  std::ofstream batch("/var/run/batch");
+  for (int i = 0; i < 1000; ++i)
+    batch << "link del Ethernet1\nlink add Ethernet1 type veth peer name peer-Ethernet1\n"
+          << "link set Ethernet1 up\n";
+  batch.close();
+  ip("-batch /var/run/batch");
+  ASSERT_TRUE(waitUntil(
+      [&] {
+        return hasTap() && asked("netdev_add") == asked("netdev_del") + 1 &&
+               world.hasRow("interfaceStatus", "Ethernet1", R"("present":true)");
+      },
+      30))
+      << asked("netdev_add") << " " << asked("netdev_del");
+  EXPECT_TRUE(isOn("web1"));
+  const auto taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
+  EXPECT_EQ(std::count(taps.begin(), taps.end(), '\n'), 1) << taps;
+}
+
+TEST_F(DaemonInterfaces, KeepNoDeviceOfAnEarlierDaemon) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  world.end(SIGKILL);
+  std::filesystem::remove("/var/run/web1.requests");
+  world.start();
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  const auto taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
+  EXPECT_EQ(std::count(taps.begin(), taps.end(), '\n'), 1) << taps;
+}
+
+TEST_F(DaemonInterfaces, LeaveNothingBehindWhenTheVmIsOff) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_FALSE(hasTap());
+}
+
+// The kernel's bridge.
+
+class DaemonBridge : public DaemonInterfaces {
+ protected:
+  // The permanent entries of the bridge's own.
+  static bool hasEntry(const std::string& mac) {
+    const auto shown = run({"/sbin/bridge", "fdb", "show", "dev", "br0"}).out;
+    return shown.find(mac) != std::string::npos;
+  }
+  void runVmOnBridge() {
+    ip("link add br0 type bridge");
+    ip("link set br0 up");
+    world.start({"--shim", "off", "--bridge", "br0"});
+    world.ctl({"interface", "set", "Vlan100", "--device", "br0"});
+    runVmOn("Vlan100");
+    ASSERT_TRUE(waitUntil([] { return hasEntry("52:54:00:12:34:56"); }));
+  }
+};
+
+TEST_F(DaemonBridge, HasAGuestsAddressForAsLongAsTheGuestRuns) {
+  runVmOnBridge();
+  EXPECT_TRUE(
+      waitUntil([&] { return world.hasRow("fdb", "100/52:54:00:12:34:56", R"("bridge":"br0")"); }));
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_TRUE(waitUntil([] { return !hasEntry("52:54:00:12:34:56"); }));
+}
+
+TEST_F(DaemonBridge, GetsTheAddressesBackWhenItIsMadeAnew) {
+  runVmOnBridge();
+  ip("link del br0");
+  ip("link add br0 type bridge");
+  ip("link set br0 up");
+  EXPECT_TRUE(waitUntil([] { return hasEntry("52:54:00:12:34:56"); }));
+}
+
+TEST_F(DaemonBridge, KeepsEntriesOfOthers) {
+  runVmOnBridge();
+  EXPECT_EQ(
+      run({"/sbin/bridge", "fdb", "add", "52:54:00:00:00:99", "dev", "br0", "self", "permanent"})
+          .status,
+      0);
+  world.ctl({"remove", "web1", "--force", "--wait"});
+  ASSERT_TRUE(waitUntil([] { return !hasEntry("52:54:00:12:34:56"); }));
+  EXPECT_TRUE(hasEntry("52:54:00:00:00:99"));
+}
+
+TEST_F(DaemonBridge, LosesWhatADaemonThatWasKilledHadPutThere) {
+  runVmOnBridge();
+  world.end(SIGKILL);
+  world.ctl({"disable", "web1"});
+  EXPECT_TRUE(hasEntry("52:54:00:12:34:56"));
+  world.start({"--shim", "off", "--bridge", "br0"});
+  EXPECT_TRUE(waitUntil([] { return !hasEntry("52:54:00:12:34:56"); }));
+}
+
+}  // namespace
+}  // namespace host::fakes
