@@ -80,7 +80,7 @@ fuzz: build/fuzz/build.ninja
 	  if [ -f "fuzz/$$name.dict" ]; then words="-dict=fuzz/$$name.dict"; fi; \
 	  mkdir -p "build/fuzz/corpus/$$name"; \
 	  echo "make fuzz: $$name for $(SECONDS) s"; \
-	  ASAN_OPTIONS=allow_addr2line=1 "$$fuzzer" -max_total_time=$(SECONDS) -print_final_stats=1 \
+	  ASAN_OPTIONS=allow_addr2line=1 "$$fuzzer" -max_total_time=$(SECONDS) $(if $(SEED),-seed=$(SEED)) -print_final_stats=1 \
 	    -artifact_prefix="build/fuzz/$$name-" $$words "build/fuzz/corpus/$$name" $$seeds || exit 1; \
 	done; \
 	if [ -z "$$found" ]; then echo 'make fuzz: there is no fuzzer yet'; fi

@@ -3,11 +3,14 @@ if(BUILD_TESTING)
   include(GoogleTest)
 endif()
 
-# vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...])
+# vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>])
 #
 # A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.
 function(vmagent_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;TIMEOUT" "SOURCES;LIBRARIES")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
   if(NOT BUILD_TESTING)
     return()
   endif()
@@ -17,5 +20,5 @@ function(vmagent_test)
   gtest_discover_tests(${arg_NAME}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 60)
+    PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
