@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <mutex>
+#include <string>
 
 #include "edge/DiskImage.h"
 #include "host/BridgeFdb.h"
@@ -110,6 +112,15 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
     entries.insert({entry->mac, 0});
   }
   return entries;
+}
+
+// The first line of what the VM's shim left, if it is a text of reasonable length.
+rt::String lastErrorOf(const rt::String& runDir, const rt::String& vm) {
+  std::ifstream file((runDir + "/vm/" + vm + "/last-error").str());
+  std::string line;
+  constexpr size_t longest = 512;
+  if (!std::getline(file, line)) return {};
+  return rt::String(line.substr(0, longest));
 }
 
 std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
@@ -222,15 +233,18 @@ void Daemon::Parts::startFeeds() {
   interfaces_ =
       rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present,
                                [this](const rt::String& id) { janitor_->handleWithdrawal(id); });
-  supervisor_ = rt::make<VmSupervisor>(KeeperTools{.agent = root_,
-                                                   .config = records_.config,
-                                                   .status = records_.status,
-                                                   .hostStatus = hostStatus_,
-                                                   .problems = problems_,
-                                                   .traces = traces_,
-                                                   .imageProblem = imageProblemOf,
-                                                   .note = {}},
-                                       restartsDone_, clock);
+  supervisor_ = rt::make<VmSupervisor>(
+      KeeperTools{
+          .agent = root_,
+          .config = records_.config,
+          .status = records_.status,
+          .hostStatus = hostStatus_,
+          .problems = problems_,
+          .traces = traces_,
+          .imageProblem = imageProblemOf,
+          .lastError = [this](const rt::String& vm) { return lastErrorOf(options_.runDir, vm); },
+          .note = {}},
+      restartsDone_, clock);
   survivors_ = rt::make<Survivors>(
       guestProcesses(),
       [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); }, clock);

@@ -5,7 +5,7 @@
 namespace host {
 
 rt::String toText(ProblemSource source) {
-  constexpr std::array<const char*, problemSources> names = {"config", "image", "agent", "qemu",
+  constexpr std::array<const char*, problemSources> names = {"config", "image", "qemu", "agent",
                                                              "restart"};
   return names[static_cast<size_t>(source)];
 }

@@ -12,7 +12,7 @@
 namespace host {
 
 // In the order of weight: of several problems, the first is shown.
-enum class ProblemSource : uint8_t { config, image, agent, qemu, restart };
+enum class ProblemSource : uint8_t { config, image, qemu, agent, restart };
 constexpr size_t problemSources = 5;
 rt::String toText(ProblemSource source);
 

@@ -30,8 +30,8 @@ TEST_F(ProblemsTest, AreShownWithTheirSourceAndTime) {
 
 TEST_F(ProblemsTest, AreShownByWeight) {
   const std::pair<ProblemSource, const char*> byWeight[] = {{ProblemSource::restart, "restart"},
-                                                            {ProblemSource::qemu, "qemu"},
                                                             {ProblemSource::agent, "agent"},
+                                                            {ProblemSource::qemu, "qemu"},
                                                             {ProblemSource::image, "image"},
                                                             {ProblemSource::config, "config"}};
   for (const auto& [source, name] : byWeight) {

@@ -73,7 +73,10 @@ VmFacts VmKeeper::facts() const {
 }
 
 bool VmKeeper::act(rt::Seconds now) {
-  if (process_.notifier() && !isAlive(*process_.notifier())) process_.notifierIs(nullptr);
+  if (process_.notifier() && !isAlive(*process_.notifier())) {
+    process_.notifierIs(nullptr);
+    tools_.problems.problemIs(name_, ProblemSource::qemu, tools_.lastError(name_));
+  }
   bool acted = false;
   rt::FirstException failure;
   failure.run([&] { acted = step(now); });
@@ -127,7 +130,7 @@ void VmKeeper::dismount() {
   mounted_ = nullptr;
   startedWith_ = nullptr;
   pacing_ = Pacing(pacing_.restartsDone());  // what failed was the other VM
-  for (const auto source : {ProblemSource::image, ProblemSource::restart})
+  for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
   const TraceLog::Change change(tools_.traces, name_);
   tools_.config->vmConfigDel(name_);
@@ -157,6 +160,7 @@ void VmKeeper::write(Step step) {
   const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
   if (step != Step::none || goesOn || wentWell || !failure.empty())
     tools_.problems.problemIs(name_, ProblemSource::agent, failure);
+  if (step != Step::none) tools_.problems.problemIs(name_, ProblemSource::qemu, {});
   if (step == Step::switchOff) tools_.problems.problemIs(name_, ProblemSource::image, {});
   isRepeated_ = true;
   thrown.rethrow();

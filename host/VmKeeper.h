@@ -24,6 +24,8 @@ struct KeeperTools {
   TraceLog& traces;
   // Why a file cannot be a disk image; it may look at the file.
   std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
+  // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
+  std::function<rt::String(const rt::String& vm)> lastError;
   // That VM's keeper has something to do.
   std::function<void(const rt::String&)> note;
 };

@@ -38,6 +38,24 @@ TEST(VmRestart, IsOffWaitOn) {
   EXPECT_EQ(restartsOf(world, "web1"), 1U);
 }
 
+TEST(VmEnd, IsExplainedByTheLastWordsOfItsQemuUntilTheNextStart) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.lastErrors["web1"] = "could not open disk image";
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "qemu: could not open disk image");
+  world.restartIs("web1", 1);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST(VmEnd, OfAVmThatWasSwitchedOffIsNoProblem) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 TEST(VmRestart, BringsBackAGuestThatHasEnded) {
   SupervisorWorld world;
   world.rowIs("web1", on);

@@ -23,6 +23,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone)
                         if (!missingImages.contains(path)) return std::nullopt;
                         return rt::Problem{"diskImage", path, "must be a file that is there"};
                       },
+                      .lastError = [this](const rt::String& vm) { return lastErrors[vm]; },
                       .note = {}},
           std::move(restartsDone), clock)) {}
 

@@ -34,6 +34,7 @@ class SupervisorWorld {
   TraceLog traceLog{0, {}};
   Fortune fortune;
   std::set<rt::String> missingImages;
+  std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();
   const HostStatus::Ptr hostStatus = rt::make<HostStatus>();

@@ -9,7 +9,7 @@
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
   if (!testing::GTEST_FLAG(list_tests))
-    if (const auto needs = host::fakes::enterDaemonWorld(); !needs.empty())
+    if (const auto needs = host::fakes::enterDaemonWorld(SCRIPTED_QEMU); !needs.empty())
       return Vm::fakes::leaveOut(basename(argv[0]), needs);
   return RUN_ALL_TESTS();
 }

@@ -60,8 +60,8 @@ statedb::StateDb openDb(const DaemonWorld& world) {
 
 }  // namespace
 
-std::string enterDaemonWorld() {
-  if (auto needs = Vm::fakes::enterPrivateMounts(SCRIPTED_QEMU); !needs.empty()) return needs;
+std::string enterDaemonWorld(const std::string& qemu) {
+  if (auto needs = Vm::fakes::enterPrivateMounts(qemu); !needs.empty()) return needs;
   if (unshare(CLONE_NEWNET) != 0 || mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
     return "the right to make a network namespace of its own";
   ip("link set lo up");

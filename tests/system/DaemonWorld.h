@@ -16,9 +16,9 @@ struct Ended {
   std::string err;
 };
 
-// For a program's main(): moves it to mount and network namespaces of its own, where a scripted
-// QEMU stands in QEMU's place. Without the right to do so, returns what is missing.
-std::string enterDaemonWorld();
+// For a program's main(): moves it to mount and network namespaces of its own, where `qemu` stands
+// in QEMU's place. Without the right to do so, returns what is missing.
+std::string enterDaemonWorld(const std::string& qemu);
 
 // Runs a program to its end.
 Ended run(const std::vector<std::string>& words);
