@@ -65,8 +65,9 @@ coverage: build/coverage/build.ninja
 
 # Built before the first is run, so that no compiler runs beside a measurement.
 bench: build/release/build.ninja
-	@cmake --build --preset release --target benchmarks
+	@cmake --build --preset release --target benchmarks vmagentd vmctl
 	@cmake --build --preset release --target bench
+	@bench/daemon build/release
 	@if [ -x bench/report ]; then bench/report; fi
 
 # What a fuzzer finds is kept in build/fuzz; the seeds in fuzz/corpus stay as they are.

@@ -47,14 +47,26 @@ uint64_t timeOfDay() {
           .count());
 }
 
+// A group of this machine. From its file: the C library's look-up would load libraries for the
+// groups of networks, and keep them.
+std::optional<gid_t> groupOf(std::string_view name) {
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/group", "re"), std::fclose);
+  while (file) {
+    const group* const entry = fgetgrent(file.get());  // NOLINT(concurrency-mt-unsafe): no threads
+    if (!entry) break;
+    if (name == entry->gr_name) return entry->gr_gid;
+  }
+  return std::nullopt;
+}
+
 // Makes the directory unless it is there, for the group of operators if there is one.
 void makeDirectory(const rt::String& path) {
   if (mkdir(path.charPtr(), 02770) != 0) {
     if (errno == EEXIST) return;
     throw rt::Exception("the directory " + path + " cannot be made: " + std::strerror(errno));
   }
-  const group* const operators = getgrnam("vmagent");  // NOLINT(concurrency-mt-unsafe): no threads
-  if (operators) (void)!chown(path.charPtr(), static_cast<uid_t>(-1), operators->gr_gid);
+  if (const auto operators = groupOf("vmagent"))
+    (void)!chown(path.charPtr(), static_cast<uid_t>(-1), *operators);
   chmod(path.charPtr(), 02770);
 }
 

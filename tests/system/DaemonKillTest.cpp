@@ -66,7 +66,9 @@ TEST_F(DaemonKill, LosesNothingAndLeavesNothingBehind) {
   }
   world.end(SIGKILL);
   world.start();
-  for (const auto& [name, doc] : committed_) {
+  for (const auto& each : committed_) {
+    const auto& name = each.first;
+    const auto& doc = each.second;
     EXPECT_EQ(world.row("vmConfig", name), doc);
     EXPECT_TRUE(waitUntil([&] { return isSettled(name, doc); }, 30))
         << name << " " << doc << "\n"

@@ -2,10 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -272,6 +276,28 @@ TEST_F(Daemon, NeedsAQemuPathAndNothingElseOfTheMachine) {
   world.start();
   world.addVm("web1", {"--enabled"});
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "agent"); }, 30));
+}
+
+TEST_F(Daemon, TellsItsServiceManagerThatItIsReadyAndAlive) {
+  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, "/var/run/notify");
+  ASSERT_EQ(bind(manager, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  setenv("NOTIFY_SOCKET", address.sun_path, 1);
+  setenv("WATCHDOG_USEC", "100000", 1);
+  world.start();
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  std::string told;
+  EXPECT_TRUE(waitUntil([&] {
+    char bytes[256];
+    const ssize_t length = recv(manager, bytes, sizeof bytes, MSG_DONTWAIT);
+    if (length > 0) told.append(bytes, static_cast<size_t>(length)).append("\n");
+    return told.find("WATCHDOG=1\nWATCHDOG=1\n") != std::string::npos;
+  })) << told;
+  EXPECT_THAT(told, HasSubstr("READY=1"));
+  close(manager);
 }
 
 TEST_F(Daemon, SaysWhatIsWrongWithItsDirectories) {
