@@ -37,7 +37,7 @@ run: build/release/build.ninja
 PREFIX ?= /usr/local
 install: build/release/build.ninja
 	@cmake --preset release -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
-	@cmake --build --preset release --target vmagentd vmctl vmagent_shim
+	@cmake --build --preset release --target vmagentd vmctl vmagent_shim man
 	@cmake --install build/release >/dev/null
 	@[ -n "$(DESTDIR)" ] || ! command -v systemd-sysusers >/dev/null || systemd-sysusers
 	@echo 'make install: installed below $(DESTDIR)$(PREFIX)'

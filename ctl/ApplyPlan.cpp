@@ -81,6 +81,12 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const edge::Mach
 
 }  // namespace
 
+rt::String changesText(const Step& step) {
+  rt::String text;
+  for (const rt::String& change : step.changes) (text += text.empty() ? "" : ", ") += change;
+  return step.needsRestart ? text + " (takes effect at the next start)" : text;
+}
+
 Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
             const edge::MachineLimits& limits) {
   std::map<rt::String, Step> steps;

@@ -26,6 +26,9 @@ struct Plan {
   std::vector<rt::String> problems;  // sentences: what is wrong with the outcome
 };
 
+// "memory=512, vncPort=0 (takes effect at the next start)".
+rt::String changesText(const Step& step);
+
 // Pure. With `prune`, VMs that are not in the document are removed. VMs may exchange what only one
 // may have: they are checked against each other as they will be.
 enum class Others : uint8_t { stay, prune };

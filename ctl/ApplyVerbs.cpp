@@ -12,12 +12,6 @@ namespace ctl {
 
 namespace {
 
-rt::String changesText(const Step& step) {
-  rt::String text;
-  for (const rt::String& change : step.changes) (text += text.empty() ? "" : ", ") += change;
-  return step.needsRestart ? text + " (takes effect at the next start)" : text;
-}
-
 // What would be done, for --dry-run: one line each.
 void printPlan(Context& context, const Plan& plan) {
   std::ostream& out = context.world().out;

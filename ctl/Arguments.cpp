@@ -27,6 +27,8 @@ constexpr Option options[] = {
     {"all", 0, "", "all VMs that are enabled"},
     {"device", 0, "DEV", "the kernel device"},
     {"file", 'f', "FILE", "the document to read; - is standard input"},
+    {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs"},
+    {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
     {"prune", 0, "", "remove the VMs that the document does not name"},
     {"output", 'o', "FORMAT", ""},
@@ -46,11 +48,9 @@ const Option& longOption(std::string_view name) {
                                  (near ? "; did you mean '--" + rt::String(*near) + "'?" : ""));
 }
 
-const Option& shortOption(char letter) {
-  const auto found = std::find_if(std::begin(options), std::end(options),
-                                  [&](const Option& option) { return option.letter == letter; });
-  if (found == std::end(options) || letter == 0)
-    throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) + "'");
+const Option& shortOption(char letter, std::span<const rt::String> words) {
+  const Option* const found = optionOfLetter(letter, words);
+  if (!found) throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) + "'");
   return *found;
 }
 
@@ -62,6 +62,18 @@ const Option* optionNamed(std::string_view name) {
   const auto found = std::find_if(std::begin(options), std::end(options),
                                   [&](const Option& option) { return option.name == name; });
   return found == std::end(options) ? nullptr : found;
+}
+
+const Option* optionOfLetter(char letter, std::span<const rt::String> words) {
+  const Option* found = nullptr;
+  for (const Option& option : options) {
+    if (option.letter != letter || letter == 0) continue;
+    if (option.verb.empty())
+      found = &option;
+    else if (!words.empty() && words.front() == option.verb)
+      return &option;
+  }
+  return found;
 }
 
 Arguments::Arguments(std::span<const rt::String> arguments) {
@@ -80,7 +92,8 @@ Arguments::Arguments(std::span<const rt::String> arguments) {
     }
     const bool isLong = word[1] == '-';
     const size_t equals = isLong ? word.find('=') : std::string_view::npos;
-    const Option& option = isLong ? longOption(word.substr(2, equals - 2)) : shortOption(word[1]);
+    const Option& option =
+        isLong ? longOption(word.substr(2, equals - 2)) : shortOption(word[1], words_);
     const std::string_view shown = word.substr(0, isLong ? equals : 2);
     const bool isAttached = isLong ? equals != std::string_view::npos : word.size() > 2;
     const auto takes = [&](const char* what) {

@@ -15,13 +15,16 @@ namespace ctl {
 // One name means the same with every verb.
 struct Option {
   std::string_view name;      // without dashes
-  char letter;                // the short form, or NUL
+  char letter;                // the short form, or NUL; one may mean more with `verb`
   std::string_view argument;  // what help calls its argument; empty: it takes none
   std::string_view help;
+  std::string_view verb = {};  // that the letter means this with; behind that verb only
 };
 
 std::span<const Option> allOptions();
 const Option* optionNamed(std::string_view name);
+// What the letter means behind these words, of which the first is the verb.
+const Option* optionOfLetter(char letter, std::span<const rt::String> words);
 
 class Arguments {
  public:

@@ -17,6 +17,7 @@ class Context {
   World& world() { return world_; }
   statedb::StateDb& db() { return db_; }
   Format format() const { return format_; }
+  const Directories& directories() const { return directories_; }
 
   // A daemon keeps the status up to date. Looked up each time.
   bool daemonRuns() const { return world_.ownerIsAlive(directories_.run); }

@@ -2,6 +2,7 @@
 
 #include <jansson.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "runtime/base/Format.h"
@@ -82,6 +83,9 @@ bool isUtf8(std::string_view text) {
 }
 
 rt::String quoted(std::string_view text) {
+  // Nearly all text needs no escapes, and passes at once.
+  const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
+  if (std::all_of(text.begin(), text.end(), isPlain)) return "\"" + rt::String(text) + "\"";
   const bool isText = isUtf8(text);
   rt::String out = "\"";
   for (const char c : text) {

@@ -40,12 +40,15 @@ size_t roomForLast(const std::vector<size_t>& widths, const TableStyle& style) {
 }
 
 rt::String coloured(const Cell& cell, const rt::String& text, const TableStyle& style) {
-  const std::string_view escape = style.colours ? escapeOf(cell.ink) : std::string_view();
-  if (escape.empty() || cell.text.empty()) return text;
-  return escape + text + "\x1b[0m";
+  return cell.text.empty() ? text : inked(text, cell.ink, style);
 }
 
 }  // namespace
+
+rt::String inked(const rt::String& text, Ink ink, const TableStyle& style) {
+  const std::string_view escape = style.colours ? escapeOf(ink) : std::string_view();
+  return escape.empty() ? text : escape + text + "\x1b[0m";
+}
 
 std::vector<size_t> Table::widths() const {
   std::vector<size_t> widths = takenWidths_;
@@ -81,6 +84,9 @@ rt::String Table::text(const TableStyle& style) const {
 }
 
 rt::String visible(std::string_view text) {
+  // Nearly all text is printable, and passes at once.
+  if (std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7f; }))
+    return text;
   rt::String result;
   for (size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);

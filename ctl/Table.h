@@ -42,6 +42,8 @@ class Table {
   std::vector<size_t> takenWidths_;
 };
 
+// In colour, where the style has colours.
+rt::String inked(const rt::String& text, Ink ink, const TableStyle& style);
 // Without control characters, which could do anything to a terminal: they are written \xNN.
 rt::String visible(std::string_view text);
 // How many characters the UTF-8 text has.

@@ -1,8 +1,13 @@
 #include "ctl/ApplyVerbs.h"
+#include "ctl/CompletionVerbs.h"
 #include "ctl/ConfigVerbs.h"
+#include "ctl/ConsoleVerbs.h"
+#include "ctl/DoctorVerbs.h"
+#include "ctl/EditVerbs.h"
 #include "ctl/FdbVerbs.h"
 #include "ctl/InterfaceVerbs.h"
 #include "ctl/ListVerbs.h"
+#include "ctl/LogVerbs.h"
 #include "ctl/SwitchVerbs.h"
 #include "ctl/Verbs.h"
 #include "ctl/VersionVerbs.h"
@@ -38,6 +43,11 @@ constexpr Verb table[] = {
      "\n"
      "Memory, port and cards take effect at the next start.\n",
      setVm},
+    {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
+     "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"
+     "what was made of it. When anything is wrong with it, the editor opens again, with all that\n"
+     "is wrong at the top; a document left as it was ends it, and nothing is written.\n",
+     editVm},
     {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key", "", "add a network card",
      "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
      "cards in the order of their keys.\n",
@@ -81,6 +91,15 @@ constexpr Verb table[] = {
      "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line\n"
      "{\"op\":\"synced\"} ends what there was at the beginning.\n",
      watchVms},
+    {"console", "", "NAME", 1, 1, "", "", "use a guest's console",
+     "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
+     "It needs root, and is for one at a time; 'vmctl logs -f' shows the same to any number.\n",
+     openConsole},
+    {"logs", "", "NAME", 1, 1, "follow shim", "", "show what a guest wrote on its console",
+     "Shows what the guest wrote on its serial console, the last one or two mebibytes of it or,\n"
+     "with --shim, what its keeper and QEMU had to say; over its restarts. On a terminal, control\n"
+     "characters are written \\xNN. The option -f must stand behind the verb.\n",
+     showLogs},
     {"export", "", "", 0, 0, "", "json", "write the configuration as a document",
      "Writes the configuration of all virtual machines, as 'vmctl apply' reads it.\n", exportVms},
     {"apply", "", "", 0, 0, "file dry-run prune", "", "make the configuration what a document says",
@@ -104,6 +123,19 @@ constexpr Verb table[] = {
      setInterface},
     {"interface unset", "", "ID", 1, 1, "", "", "make an interface the device of its name again",
      "Forgets what 'vmctl interface set' said.\n", unsetInterface},
+    {"doctor", "", "", 0, 0, "", "table json", "tell what keeps this machine from running guests",
+     "Looks at all that VmAgent needs of the machine. Each line is ok, warning or FAILED, and "
+     "where\n"
+     "it is not ok, the next one tells how to mend it. The exit is 1 when anything has failed.\n",
+     examine},
+    {"completion", "", "SHELL", 1, 1, "", "", "print what makes a shell complete vmctl's words",
+     "Prints a script for bash, zsh or fish:\n"
+     "\n"
+     "  vmctl completion bash >/etc/bash_completion.d/vmctl\n"
+     "  vmctl completion zsh >/usr/local/share/zsh/site-functions/_vmctl\n"
+     "  vmctl completion fish >/etc/fish/completions/vmctl.fish\n",
+     printCompletion},
+    {"__complete", "", "WORD...", 0, anyNumber, "", "", "", "", complete},
     {"version", "", "", 0, 0, "", "table json", "tell the version", "Tells the version.\n",
      showVersion},
 };

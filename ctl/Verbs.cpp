@@ -19,26 +19,9 @@ rt::String listed(const std::vector<std::string_view>& names, const char* last =
   return text;
 }
 
-std::vector<std::string_view> wordsOf(std::string_view text) {
-  std::vector<std::string_view> words;
-  while (!text.empty()) {
-    const size_t end = std::min(text.find(' '), text.size());
-    if (end > 0) words.push_back(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  return words;
-}
-
 bool hasWord(std::string_view text, std::string_view word) {
   const std::vector<std::string_view> words = wordsOf(text);
   return std::find(words.begin(), words.end(), word) != words.end();
-}
-
-const Verb* find(std::string_view name) {
-  const auto found = std::find_if(verbs().begin(), verbs().end(), [&](const Verb& verb) {
-    return verb.name == name || (!verb.alias.empty() && verb.alias == name);
-  });
-  return found == verbs().end() ? nullptr : &*found;
 }
 
 // The verbs of two words that begin with `first`.
@@ -62,6 +45,7 @@ Refusal unknown(const rt::String& name, const std::vector<std::string_view>& nam
 Refusal unknownVerb(const rt::String& name) {
   std::vector<std::string_view> names;
   for (const Verb& verb : verbs()) {
+    if (verb.summary.empty()) continue;
     names.push_back(wordsOf(verb.name)[0]);
     if (!verb.alias.empty()) names.push_back(wordsOf(verb.alias)[0]);
   }
@@ -77,16 +61,35 @@ rt::String optionHelp(const Option& option, std::string_view formats) {
   return rt::format("  %-22s  %s\n", name.charPtr(), help.charPtr());
 }
 
-bool takes(const Verb& verb, const Option& option) {
-  if (option.name == "output") return !verb.formats.empty();
-  return hasWord(verb.options, option.name) || hasWord(globalOptions, option.name);
+}  // namespace
+
+std::vector<std::string_view> wordsOf(std::string_view text) {
+  std::vector<std::string_view> words;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find(' '), text.size());
+    if (end > 0) words.push_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return words;
 }
 
-}  // namespace
+const Verb* verbNamed(std::string_view name) {
+  const auto found = std::find_if(verbs().begin(), verbs().end(), [&](const Verb& verb) {
+    return verb.name == name || (!verb.alias.empty() && verb.alias == name);
+  });
+  return found == verbs().end() ? nullptr : &*found;
+}
+
+bool isGlobal(const Option& option) { return hasWord(globalOptions, option.name); }
+
+bool takes(const Verb& verb, const Option& option) {
+  if (option.name == "output") return !verb.formats.empty();
+  return hasWord(verb.options, option.name) || isGlobal(option);
+}
 
 const Verb& takeVerb(Arguments& arguments) {
   const std::vector<rt::String> words = arguments.words();
-  if (const Verb* const verb = find(words[0])) {
+  if (const Verb* const verb = verbNamed(words[0])) {
     arguments.wordsDel(1);
     return *verb;
   }
@@ -95,7 +98,7 @@ const Verb& takeVerb(Arguments& arguments) {
   if (words.size() == 1)
     throw Refusal(Exit::usage, "'" + words[0] + "' is half a verb; there are " + listed(names));
   const rt::String name = words[0] + " " + words[1];
-  const Verb* const verb = find(name);
+  const Verb* const verb = verbNamed(name);
   if (!verb) throw unknown(name, names, "vmctl --help");
   arguments.wordsDel(2);
   return *verb;
@@ -163,6 +166,7 @@ rt::String generalHelp() {
       "usage: vmctl VERB [OPTION...]\n\n"
       "Writes down which virtual machines this switch is to run, and shows what is so.\n\n";
   for (const Verb& verb : verbs()) {
+    if (verb.summary.empty()) continue;
     rt::String name(verb.name);
     if (!verb.alias.empty()) (name += ", ") += verb.alias;
     text += rt::format("  %-29s %s\n", name.charPtr(), rt::String(verb.summary).charPtr());

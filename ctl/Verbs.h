@@ -18,7 +18,7 @@ struct Verb {
   size_t most;
   std::string_view options;  // the names of those it takes besides the global ones
   std::string_view formats;  // of -o; empty: it has no output
-  std::string_view summary;
+  std::string_view summary;  // empty: for programs, and not in the help
   std::string_view help;
   Exit (*run)(Context& context, const Arguments& arguments);
 };
@@ -26,6 +26,14 @@ struct Verb {
 constexpr size_t anyNumber = static_cast<size_t>(-1);
 
 std::span<const Verb> verbs();
+
+// By name or alias; null: there is none.
+const Verb* verbNamed(std::string_view name);
+bool takes(const Verb& verb, const Option& option);
+// Whether every verb takes it.
+bool isGlobal(const Option& option);
+// What stands between blanks.
+std::vector<std::string_view> wordsOf(std::string_view text);
 
 // The verb that the arguments begin with; takes its words off them. Refuses an unknown one.
 const Verb& takeVerb(Arguments& arguments);

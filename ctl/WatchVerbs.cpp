@@ -130,7 +130,8 @@ Exit watchVms(Context& context, const Arguments&) {
   watch.all();
   watch.synced();
   while (context.world().out) {
-    context.world().waitReadable(bells, rt::Seconds::infinity());
+    context.world().waitWhileRead(bells);
+    if (!context.world().out) break;
     if (!wasStale) wasStale = complainOfStaleness(context);
     wasStale = wasStale && !context.daemonRuns();
     std::set<rt::String> names;

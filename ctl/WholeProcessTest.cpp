@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "statedb/OwnerLock.h"
@@ -178,6 +179,37 @@ TEST_F(Vmctl, EndsQuietlyWhenNobodyReadsItsOutput) {
   close(ends[1]);
   EXPECT_EQ(result.exit, 1);
   EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Vmctl, WatchesNoLongerThanSomebodyReads) {
+  setUpDb();
+  std::filesystem::create_directories(directory_ + "/run/vm/web1");
+  std::ofstream(directory_ + "/run/vm/web1/console.log") << "text\n";
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"watch", "-o", "json"}, {"logs", "web1", "-f"}}) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    // Reads what there is at first, and goes.
+    std::thread reader([&] {
+      char byte = 0;
+      EXPECT_EQ(read(ends[0], &byte, 1), 1);
+      close(ends[0]);
+    });
+    const Result result = run(command, ends[1]);
+    reader.join();
+    close(ends[1]);
+    EXPECT_NE(result.exit, -1) << command[0];
+    EXPECT_THAT(result.err, testing::Not(HasSubstr("could not be written"))) << command[0];
+  }
+}
+
+TEST_F(Vmctl, LooksAtTheMachineItself) {
+  setUpDb();
+  const Result result = run({"doctor"});
+  EXPECT_EQ(result.exit, 1);
+  EXPECT_THAT(result.out, HasSubstr("ok       database: both halves open"));
+  EXPECT_THAT(result.out, HasSubstr("FAILED   vmagentd: it is not running\n"));
+  EXPECT_THAT(result.out, HasSubstr("ok       clock: it is set\n"));
 }
 
 TEST_F(Vmctl, SaysWhenItsOutputCannotBeWritten) {

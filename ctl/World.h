@@ -2,10 +2,14 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <span>
 
+#include "ctl/ConsoleSession.h"
+#include "ctl/EditedFile.h"
+#include "ctl/Machine.h"
 #include "edge/DiskImage.h"
 #include "edge/VmConfigCheck.h"
 #include "runtime/base/Seconds.h"
@@ -27,13 +31,21 @@ struct World {
   std::function<rt::Seconds()> now;
   // Returns when one of the descriptors is readable, or the time is over.
   std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
+  // Returns when one of the descriptors is readable, or when nobody reads `out` any more, which is
+  // bad then.
+  std::function<void(std::span<const int> descriptors)> waitWhileRead;
   std::function<edge::ImageFacts(const rt::String& path)> imageFacts;
   // A whole file, or with "-" all of standard input; throws rt::ErrnoException.
   std::function<rt::String(const rt::String& path)> readFile;
+  std::function<std::unique_ptr<EditedFile>(const rt::String& name)> makeEditedFile;
+  // Gives a pty the terminal that standard input is.
+  std::function<ConsoleEnd(const rt::String& pty)> holdConsole;
+  const Machine& machine;
   edge::MachineLimits limits;
 
   std::ostream& out;  // data
   std::ostream& err;  // talk
+  bool inIsTerminal = false;
   bool outIsTerminal = false;
   bool errIsTerminal = false;
   size_t columns = 80;  // of the terminal that `out` is

@@ -15,8 +15,10 @@
 #include <limits>
 #include <vector>
 
+#include "ctl/LinuxMachine.h"
 #include "ctl/OutputBuffer.h"
 #include "ctl/Program.h"
+#include "ctl/TemporaryFile.h"
 #include "statedb/OwnerLock.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -40,6 +42,9 @@ rt::Seconds now() {
   return rt::Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
 
+// Only what happens without being asked for: that its reader is gone.
+constexpr pollfd outLook{STDOUT_FILENO, 0, 0};
+
 void waitReadable(std::span<const int> descriptors, rt::Seconds time) {
   std::vector<pollfd> looks;
   looks.reserve(descriptors.size());
@@ -47,6 +52,19 @@ void waitReadable(std::span<const int> descriptors, rt::Seconds time) {
   const double most = std::numeric_limits<int>::max();
   const auto milliseconds = static_cast<int>(std::min(std::ceil(time.value() * 1000), most));
   (void)poll(looks.data(), looks.size(), milliseconds);
+}
+
+// False: nobody reads standard output any more.
+bool isReadWhileWaiting(std::span<const int> descriptors) {
+  std::vector<pollfd> looks{outLook};
+  looks.reserve(descriptors.size() + 1);
+  for (const int descriptor : descriptors) looks.push_back({descriptor, POLLIN, 0});
+  return poll(looks.data(), looks.size(), -1) < 0 || looks[0].revents == 0;
+}
+
+std::unique_ptr<ctl::EditedFile> makeEditedFile(const rt::String& name) {
+  const rt::String directory = environment("TMPDIR").value_or("");
+  return std::make_unique<ctl::TemporaryFile>(directory.empty() ? "/tmp" : directory, name);
 }
 
 rt::String readFile(const rt::String& path) {
@@ -80,19 +98,31 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   ctl::OutputBuffer outBuffer(STDOUT_FILENO);
   std::ostream out(&outBuffer);
-  ctl::World world{openDb,
-                   statedb::ownerIsAlive,
-                   environment,
-                   now,
-                   waitReadable,
-                   edge::imageFacts,
-                   readFile,
-                   edge::machineLimits(),
-                   out,
-                   std::cerr,
-                   isatty(STDOUT_FILENO) == 1,
-                   isatty(STDERR_FILENO) == 1,
-                   terminalColumns()};
+  const auto waitWhileRead = [&](std::span<const int> descriptors) {
+    if (!isReadWhileWaiting(descriptors)) out.setstate(std::ios::badbit);
+  };
+  const auto holdConsole = [](const rt::String& pty) {
+    return ctl::holdConsole(STDIN_FILENO, STDOUT_FILENO, pty);
+  };
+  const ctl::LinuxMachine machine;
+  ctl::World world{.openDb = openDb,
+                   .ownerIsAlive = statedb::ownerIsAlive,
+                   .environment = environment,
+                   .now = now,
+                   .waitReadable = waitReadable,
+                   .waitWhileRead = waitWhileRead,
+                   .imageFacts = edge::imageFacts,
+                   .readFile = readFile,
+                   .makeEditedFile = makeEditedFile,
+                   .holdConsole = holdConsole,
+                   .machine = machine,
+                   .limits = edge::machineLimits(),
+                   .out = out,
+                   .err = std::cerr,
+                   .inIsTerminal = isatty(STDIN_FILENO) == 1,
+                   .outIsTerminal = isatty(STDOUT_FILENO) == 1,
+                   .errIsTerminal = isatty(STDERR_FILENO) == 1,
+                   .columns = terminalColumns()};
   const std::vector<rt::String> arguments(argv + std::min(argc, 1), argv + argc);
   ctl::Exit exit = ctl::run(arguments, world);
   out.flush();

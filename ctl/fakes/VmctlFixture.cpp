@@ -44,6 +44,30 @@ void step(std::deque<std::function<void()>>& steps) {
 
 }  // namespace
 
+// A file that the test's steps edit.
+class VmctlFixture::PlayedFile final : public EditedFile {
+ public:
+  PlayedFile(VmctlFixture& fixture, const rt::String& name) : fixture_(fixture), name_(name) {}
+
+  rt::String edit(const rt::String& editor, const rt::String& text) override {
+    fixture_.editor_ = editor.str();
+    fixture_.edited_.push_back(text.str());
+    if (fixture_.edits_.empty()) return text;
+    const auto next = std::move(fixture_.edits_.front());
+    fixture_.edits_.pop_front();
+    return next(text.str());
+  }
+  rt::String keep(const rt::String& text) override {
+    rt::String path = "/tmp/" + name_;
+    fixture_.files_[path.str()] = text.str();
+    return path;
+  }
+
+ private:
+  VmctlFixture& fixture_;
+  const rt::String name_;
+};
+
 Answer VmctlFixture::vmctl(const std::string& command) {
   std::istringstream words(command);
   std::vector<rt::String> arguments;
@@ -77,19 +101,33 @@ World VmctlFixture::world() {
     if (found == files_.end()) throw rt::ErrnoException(ENOENT, path + " cannot be read");
     return found->second;
   };
-  return {[this](const Directories& directories) { return open(directories); },
-          [this](const rt::String&) { return daemonRuns_; },
-          environment,
-          [this] { return rt::Seconds(time_); },
-          [this](auto descriptors, rt::Seconds time) { waitReadable(descriptors, time); },
-          imageFacts,
-          readFile,
-          {.memory = 8192},
-          out_,
-          err_,
-          isTerminal_,
-          isTerminal_,
-          columns_};
+  const auto waitWhileRead = [this](auto descriptors) {
+    waitReadable(descriptors, rt::Seconds::infinity());
+  };
+  const auto holdConsole = [this](const rt::String& pty) {
+    heldPty_ = pty.str();
+    return holdConsole_();
+  };
+  return {.openDb = [this](const Directories& directories) { return open(directories); },
+          .ownerIsAlive = [this](const rt::String&) { return daemonRuns_; },
+          .environment = environment,
+          .now = [this] { return rt::Seconds(time_); },
+          .waitReadable = [this](auto descriptors,
+                                 rt::Seconds time) { waitReadable(descriptors, time); },
+          .waitWhileRead = waitWhileRead,
+          .imageFacts = imageFacts,
+          .readFile = readFile,
+          .makeEditedFile =
+              [this](const rt::String& name) { return std::make_unique<PlayedFile>(*this, name); },
+          .holdConsole = holdConsole,
+          .machine = machine_,
+          .limits = {.memory = 8192},
+          .out = out_,
+          .err = err_,
+          .inIsTerminal = inIsTerminal_,
+          .outIsTerminal = isTerminal_,
+          .errIsTerminal = isTerminal_,
+          .columns = columns_};
 }
 
 statedb::StateDb VmctlFixture::open(const Directories& directories) {
@@ -101,7 +139,9 @@ statedb::StateDb VmctlFixture::open(const Directories& directories) {
   };
   const auto status = [this, runDir = directories.run] {
     if (!hasStatus_)
-      throw statedb::Error(statedb::Trouble::missing, runDir + "/status.db does not exist yet");
+      throw statedb::Error(
+          statedb::Trouble::missing,
+          runDir + "/status.db does not exist yet: start vmagentd, which sets it up");
     return store(statedb::Half::status);
   };
   return {config, status};

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "ctl/Program.h"
+#include "ctl/fakes/FakeMachine.h"
 #include "statedb/fakes/MemoryStore.h"
 
 namespace ctl::fakes {
@@ -55,12 +56,22 @@ class VmctlFixture : public testing::Test {
   // Each is done just before the command commits the next time, in order.
   void beforeCommit(std::function<void()> step) { interferences_.push_back(std::move(step)); }
 
+  // Each changes the text of the editor the next time, in order; without one it stays as it is.
+  void onEdit(std::function<std::string(const std::string& text)> edit) {
+    edits_.push_back(std::move(edit));
+  }
   // As when the reader of standard output goes away.
   void closeOutput() { out_.setstate(std::ios::badbit); }
 
   bool daemonRuns_ = true;
   bool hasStatus_ = true;  // whether the daemon ever made the status
   bool isTerminal_ = false;
+  bool inIsTerminal_ = false;
+  FakeMachine machine_;
+  std::string heldPty_;  // whose console was asked for last
+  std::function<ConsoleEnd()> holdConsole_ = [] { return ConsoleEnd::left; };
+  std::string editor_;               // that was run last
+  std::vector<std::string> edited_;  // what editors were given
   size_t columns_ = 80;
   double time_ = 1000;  // seconds; moves while the command waits
   int waits_ = 0;       // how often commands waited
@@ -71,6 +82,8 @@ class VmctlFixture : public testing::Test {
   rt::String runDir_;
 
  private:
+  class PlayedFile;
+
   statedb::StateDb open(const Directories& directories);
   std::unique_ptr<statedb::Store> store(statedb::Half half);
   void waitReadable(std::span<const int> descriptors, rt::Seconds time);
@@ -82,6 +95,7 @@ class VmctlFixture : public testing::Test {
       std::make_shared<statedb::fakes::MemoryData>();
   std::deque<std::function<void()>> steps_;
   std::deque<std::function<void()>> interferences_;
+  std::deque<std::function<std::string(const std::string&)>> edits_;
   std::ostringstream out_;
   std::ostringstream err_;
 };

@@ -177,7 +177,7 @@ TEST_F(FilesTest, ADamagedPageIsFoundWhenTheOwnerOpens) {
   contentIs(file, content);
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { open(); }, &sentence), Trouble::corrupt);
-  EXPECT_THAT(sentence, HasSubstr(".recover"));
+  EXPECT_THAT(sentence, HasSubstr("restore a backup"));
 }
 
 }  // namespace

@@ -36,8 +36,7 @@ Error locked(const rt::String& file, rt::Seconds patience) {
 Error corrupt(const rt::String& file, const rt::String& detail) {
   return {Trouble::corrupt, file + " is damaged or no database (" + detail +
                                 "): stop vmagentd, move the file away and restore a backup, or"
-                                " save what is left with 'sqlite3 " +
-                                file + " .recover'"};
+                                " save what is left as docs/operating.md says under Recovery"};
 }
 
 Error newer(const rt::String& file, int64_t version, size_t known) {

@@ -1,0 +1,173 @@
+#include "ctl/ConsoleSession.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/signalfd.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "runtime/base/Exception.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr char leave = '\x1d';  // Ctrl-]
+// Typed and not yet taken by the guest; what is more is lost, so that Ctrl-] is always heard.
+constexpr size_t mostTyped = 4096;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) close(number_);
+  }
+  int number() const { return number_; }
+
+ private:
+  const int number_;
+};
+
+// A terminal that is raw as long as this lives.
+class RawTerminal {
+ public:
+  explicit RawTerminal(int descriptor) : descriptor_(descriptor) {
+    if (tcgetattr(descriptor, &before_) != 0) return;
+    termios raw = before_;
+    cfmakeraw(&raw);
+    isRaw_ = tcsetattr(descriptor, TCSADRAIN, &raw) == 0;
+  }
+  RawTerminal(const RawTerminal&) = delete;
+  ~RawTerminal() {
+    if (isRaw_) (void)tcsetattr(descriptor_, TCSADRAIN, &before_);
+  }
+
+ private:
+  const int descriptor_;
+  termios before_{};
+  bool isRaw_ = false;
+};
+
+// Signals that would end or stop the program, as something to read, as long as this lives.
+class HeldSignals {
+ public:
+  HeldSignals() : descriptor_(hold()) {}
+  HeldSignals(const HeldSignals&) = delete;
+  ~HeldSignals() {
+    close(descriptor_);
+    // Left for the caller to meet, now that all is put back.
+    if (signal_ != 0) (void)raise(signal_);
+    (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
+  }
+  int descriptor() const { return descriptor_; }
+  void take() {
+    signalfd_siginfo info{};
+    if (read(descriptor_, &info, sizeof info) == sizeof info)
+      signal_ = static_cast<int>(info.ssi_signo);
+  }
+
+ private:
+  int hold() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&signals, signal);
+    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+    sigaddset(&signals, SIGTSTP);
+    (void)sigprocmask(SIG_BLOCK, &signals, &before_);
+    return descriptor;
+  }
+
+  sigset_t before_{};
+  int signal_ = 0;
+  const int descriptor_;
+};
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t size = write(descriptor, bytes.data(), bytes.size());
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(size));
+  }
+  return true;
+}
+
+class Session {
+ public:
+  Session(int input, int output, int guest) : input_(input), output_(output), guest_(guest) {}
+
+  ConsoleEnd run(HeldSignals& signals) {
+    while (true) {
+      const auto wanted = static_cast<short>(typed_.empty() ? POLLIN : POLLIN | POLLOUT);
+      pollfd looks[] = {
+          {guest_, wanted, 0}, {input_, POLLIN, 0}, {signals.descriptor(), POLLIN, 0}};
+      if (poll(looks, 3, -1) < 0) continue;
+      if (looks[2].revents != 0) {
+        signals.take();
+        return ConsoleEnd::signal;
+      }
+      // The guest's last words before its end is noticed.
+      if ((looks[0].revents & ~POLLOUT) != 0)
+        if (const auto end = show()) return *end;
+      if ((looks[0].revents & POLLOUT) != 0) send();
+      if (looks[1].revents != 0 && !type()) {
+        send();
+        return ConsoleEnd::left;
+      }
+    }
+  }
+
+ private:
+  std::optional<ConsoleEnd> show() {
+    char bytes[16 * 1024];
+    const ssize_t size = read(guest_, bytes, sizeof bytes);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return std::nullopt;
+    if (size <= 0) return ConsoleEnd::guestEnd;
+    if (!writeAll(output_, {bytes, static_cast<size_t>(size)})) return ConsoleEnd::left;
+    return std::nullopt;
+  }
+
+  // False: it was the last.
+  bool type() {
+    char bytes[1024];
+    const ssize_t size = read(input_, bytes, sizeof bytes);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return true;
+    if (size <= 0) return false;
+    const std::string_view text(bytes, static_cast<size_t>(size));
+    const std::string_view forGuest = text.substr(0, text.find(leave));
+    typed_ += forGuest.substr(0, mostTyped - typed_.size());
+    return forGuest.size() == text.size();
+  }
+
+  void send() {
+    const ssize_t size = write(guest_, typed_.data(), typed_.size());
+    if (size > 0) typed_.erase(0, static_cast<size_t>(size));
+  }
+
+  const int input_;
+  const int output_;
+  const int guest_;
+  std::string typed_;
+};
+
+}  // namespace
+
+ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
+  const Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  if (guest.number() < 0) throw rt::ErrnoException(errno, pty + " cannot be opened");
+  // Of two readers each would get a part.
+  if (flock(guest.number(), LOCK_EX | LOCK_NB) != 0) return ConsoleEnd::taken;
+  HeldSignals signals;
+  const RawTerminal terminal(input);
+  return Session(input, output, guest.number()).run(signals);
+}
+
+}  // namespace ctl

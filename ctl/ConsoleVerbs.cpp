@@ -1,0 +1,61 @@
+#include "ctl/ConsoleVerbs.h"
+
+#include <cerrno>
+
+#include "ctl/VmRows.h"
+
+namespace ctl {
+
+namespace {
+
+// Refuses when there is none, or may be none any more: what has its number then may be anybody's
+// terminal.
+rt::String ptyOf(Context& context, const VmRow& row) {
+  if (row.process.process != "running")
+    throw Refusal(Exit::conflict, row.name +
+                                      ": no guest runs, so there is no console; 'vmctl logs " +
+                                      row.name + "' shows what one wrote");
+  constexpr std::string_view prefix = "pty:";
+  std::string_view path = row.status ? std::string_view(row.status->consolePtyPath()) : "";
+  if (path.substr(0, prefix.size()) == prefix) path.remove_prefix(prefix.size());
+  if (path.empty())
+    throw Refusal(Exit::conflict,
+                  row.name + ": the guest's console is not known yet: try again in a moment");
+  if (!context.daemonRuns())
+    throw Refusal(Exit::failed, row.name + ": vmagentd is not running, so whether " +
+                                    rt::String(path) +
+                                    " still is its console is not known: start vmagentd");
+  return path;
+}
+
+ConsoleEnd hold(Context& context, const rt::String& name, const rt::String& pty) {
+  try {
+    return context.world().holdConsole(pty);
+  } catch (const rt::ErrnoException& exception) {
+    const bool isDenied = exception.error() == EACCES || exception.error() == EPERM;
+    throw Refusal(Exit::failed,
+                  name + ": " + exception.what() + (isDenied ? ": run vmctl as root" : ""));
+  }
+}
+
+}  // namespace
+
+Exit openConsole(Context& context, const Arguments& arguments) {
+  const rt::String& name = arguments.words().front();
+  if (!context.world().inIsTerminal)
+    throw Refusal(Exit::usage, "'console' needs a terminal as standard input; 'vmctl logs -f " +
+                                   name + "' shows what the guest writes without one");
+  const rt::String pty = ptyOf(context, requiredVm(context, name));
+  context.tell(name + ": this is its console; Ctrl-] leaves it");
+  const ConsoleEnd end = hold(context, name, pty);
+  if (end == ConsoleEnd::taken)
+    throw Refusal(Exit::conflict, name +
+                                      ": another 'vmctl console' has its console; 'vmctl logs -f " +
+                                      name + "' shows the same to any number");
+  // Whatever stood on the last line.
+  context.world().err << '\n';
+  context.tell(name + (end == ConsoleEnd::guestEnd ? ": its console has ended" : ": left"));
+  return Exit::done;
+}
+
+}  // namespace ctl

@@ -1,0 +1,53 @@
+// A log that is kept in two files: FILE and, when that has grown long, the older FILE.1.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include "runtime/base/String.h"
+
+namespace ctl {
+
+// Reads what is in both, the older first, then what is added, over changes of files. Nothing comes
+// twice. A file that is not there yet may come.
+class LogFile {
+ public:
+  using Sink = std::function<void(std::string_view bytes)>;
+
+  // Throws rt::ErrnoException when a file that is there cannot be opened.
+  explicit LogFile(const rt::String& path);
+  LogFile(const LogFile&) = delete;
+  ~LogFile();
+
+  bool exists() const { return current_ >= 0 || older_ >= 0; }
+  // All that is there and was not read yet.
+  void read(const Sink& sink);
+
+  // A descriptor that is readable once something may have been added; ours. Throws
+  // rt::ErrnoException.
+  int follow();
+  // Silences it; false: its directory is gone, and nothing more will come.
+  bool takeNews();
+
+ private:
+  void readOpen(const Sink& sink);
+  bool isReplaced() const;
+
+  const rt::String path_;
+  int current_;
+  int older_ = -1;
+  int inotify_ = -1;
+};
+
+// Makes guests' output fit for a terminal, chunk by chunk: control characters but tabs and ends of
+// lines are written \xNN, for they could do anything to it; carriage returns are left out.
+class TerminalText {
+ public:
+  rt::String of(std::string_view chunk);
+
+ private:
+  bool isPending_ = false;  // the first byte of what may be a control character
+};
+
+}  // namespace ctl

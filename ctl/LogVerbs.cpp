@@ -1,0 +1,76 @@
+#include "ctl/LogVerbs.h"
+
+#include <cerrno>
+
+#include "ctl/LogFile.h"
+#include "ctl/VmRows.h"
+
+namespace ctl {
+
+namespace {
+
+void require(const rt::String& name) {
+  // It becomes a part of a path.
+  if (const auto right = edge::nameRight(name))
+    throw Refusal(Exit::noSuch, name + ": there is no such VM: a name " + *right);
+}
+
+void show(Context& context, LogFile& log) {
+  std::ostream& out = context.world().out;
+  TerminalText text;
+  const bool isTerminal = context.world().outIsTerminal;
+  log.read([&](std::string_view bytes) {
+    if (isTerminal)
+      out << text.of(bytes);
+    else
+      out << bytes;
+  });
+  out.flush();
+}
+
+void follow(Context& context, LogFile& log) {
+  const int news[] = {log.follow()};
+  show(context, log);
+  while (context.world().out) {
+    context.world().waitWhileRead(news);
+    if (!context.world().out) return;
+    const bool isThere = log.takeNews();
+    show(context, log);
+    if (!isThere) return;
+  }
+}
+
+Refusal nothingYet(const rt::String& name, const rt::String& path) {
+  return {Exit::failed, name + ": there is no " + path +
+                            ": its guest has not been started since "
+                            "the machine was"};
+}
+
+}  // namespace
+
+Exit showLogs(Context& context, const Arguments& arguments) {
+  const rt::String& name = arguments.words().front();
+  require(name);
+  const rt::String path = context.directories().run + "/vm/" + name +
+                          (arguments.has("shim") ? "/shim.log" : "/console.log");
+  try {
+    LogFile log(path);
+    if (!log.exists()) {
+      (void)requiredVm(context, name);  // a removed one's may still be there
+      throw nothingYet(name, path);
+    }
+    if (arguments.has("follow"))
+      follow(context, log);
+    else
+      show(context, log);
+  } catch (const rt::ErrnoException& exception) {
+    const bool isDenied = exception.error() == EACCES || exception.error() == EPERM;
+    throw Refusal(Exit::failed, name + ": " + exception.what() +
+                                    (isDenied ? ": run vmctl as root, or as a member of the group "
+                                                "vmagent"
+                                              : ""));
+  }
+  return Exit::done;
+}
+
+}  // namespace ctl
