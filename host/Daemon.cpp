@@ -22,6 +22,7 @@
 #include "host/Plugin.h"
 #include "host/PrivateDev.h"
 #include "host/Report.h"
+#include "host/ShimClient.h"
 #include "host/Signals.h"
 #include "host/StatusFeed.h"
 #include "host/Supervision.h"
@@ -151,6 +152,10 @@ class Daemon::Parts {
   void readStatusOfBefore();
   void startAgent();
   void startFeeds();
+  void endOrphans();
+  bool hasShim() const { return options_.shim != "off"; }
+  bool askToStop(const rt::String& vm) const;
+  rt::Seconds stopPatience() const;
   void handleConfig(const std::vector<statedb::Change>& changes);
   void turn(bool wait);
 
@@ -255,17 +260,45 @@ void Daemon::Parts::startFeeds() {
           .traces = traces_,
           .imageProblem = imageProblemOf,
           .lastError = [this](const rt::String& vm) { return lastErrorOf(options_.runDir, vm); },
+          .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
+          .stopPatience = stopPatience(),
           .note = {}},
       restartsDone_, clock);
-  survivors_ = rt::make<Survivors>(
-      guestProcesses(),
-      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); }, clock);
   configFeed_ = rt::make<ConfigFeed>(
       db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
       [this](const std::vector<statedb::Change>& changes) { handleConfig(changes); }, clock);
+  endOrphans();
   // After the interfaces' names: so a device is heard of under its interface at once.
   kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_);
   janitor_->sweep();
+}
+
+// Of the guests that an earlier daemon left, a shim's is taken up by its VM's start, if that is
+// wanted; all others end.
+void Daemon::Parts::endOrphans() {
+  std::vector<GuestProcess> orphans;
+  for (const GuestProcess& guest : guestProcesses()) {
+    const VmRow* const row = rows_.row(guest.vm);
+    if (hasShim() && row && row->valid && row->valid->enabled())
+      supervisor_->adoptableIs(guest.vm);
+    else
+      orphans.push_back(guest);
+  }
+  survivors_ = rt::make<Survivors>(
+      orphans, [this](const rt::String& vm) { return askToStop(vm); }, stopPatience(),
+      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); },
+      manager_.clock());
+}
+
+bool Daemon::Parts::askToStop(const rt::String& vm) const {
+  return hasShim() && askShimToStop(options_.runDir, vm, options_.stopTimeout);
+}
+
+// How long an orderly stop may take: the guest's time, and the shim's to end it then.
+rt::Seconds Daemon::Parts::stopPatience() const {
+  constexpr double shimsOwn = 8;
+  if (!hasShim()) return rt::Seconds(0);
+  return rt::Seconds(rt::fromText<uint32_t>(options_.stopTimeout.str()).value_or(0) + shimsOwn);
 }
 
 void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes) {

@@ -6,15 +6,26 @@ namespace host {
 
 Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
   const bool restart = facts.restart > restartsDone_;
-  if (facts.switchedOn && (!facts.wanted || restart)) return Step::switchOff;
+  if (facts.switchedOn && (!facts.wanted || restart || giveUpAt_)) return leave(facts, now);
   if (!facts.switchedOn) {
     settle();
     // Of a VM that is to stay off, too: nothing of it is left to be restarted.
-    if (!facts.process) restartsDone_ = std::max(restartsDone_, facts.restart);
+    if (!facts.process && !facts.adoptable) restartsDone_ = std::max(restartsDone_, facts.restart);
     return facts.wanted && !facts.process ? Step::switchOn : Step::none;
   }
   if (facts.statusEnabled) settle();
   return facts.statusEnabled || facts.process ? Step::none : retry(now);
+}
+
+Step Pacing::leave(const VmFacts& facts, rt::Seconds now) {
+  const bool mayTakeItsTime = facts.process && patience_ > rt::Seconds(0);
+  if (mayTakeItsTime && !giveUpAt_) {
+    giveUpAt_ = now + patience_;
+    return Step::ask;
+  }
+  if (mayTakeItsTime && now < *giveUpAt_) return Step::none;
+  giveUpAt_.reset();
+  return Step::switchOff;
 }
 
 Step Pacing::retry(rt::Seconds now) {

@@ -4,8 +4,10 @@
 // is decided here.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <optional>
 
 #include "runtime/base/Seconds.h"
 
@@ -17,12 +19,14 @@ struct VmFacts {
   bool switchedOn = false;     // what the agent was told last
   bool statusEnabled = false;  // what the agent made of it
   bool process = false;        // a QEMU of that name is there, an earlier VM's perhaps
+  bool adoptable = false;      // an earlier daemon's guest is there, which a start takes up
   uint64_t restart = 0;        // the number of its restart intent
 };
 
 enum class Step : uint8_t {
   none,
   switchOn,
+  ask,  // the guest to shut itself down, which is then waited for
   switchOff,
   pulse,  // off and on again, at once: the agent's start had failed
 };
@@ -30,8 +34,10 @@ enum class Step : uint8_t {
 // Pure: knows no clock and no VM. Owned by the VM's keeper, which carries out what it says.
 //
 //   wanted | switched on | process | started | step
-//   no     | yes         |         |         | switchOff
-//   yes    | yes         |         |         | switchOff, where a restart is asked for
+//   no     | yes         | yes     |         | ask; switchOff once it is gone, or time is up
+//   no     | yes         | no      |         | switchOff
+//   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
+//          |             |         |         | was asked to end already
 //   yes    | no          | yes     |         | none, until the process is gone
 //   yes    | no          | no      |         | switchOn
 //   yes    | yes         | no      | no      | pulse after 1 s, 2 s, 4 s, ... 60 s
@@ -41,13 +47,19 @@ class Pacing {
   static constexpr rt::Seconds firstDelay{1};
   static constexpr rt::Seconds longestDelay{60};
 
-  // `done`: the number of the restart that was carried out last.
-  explicit Pacing(uint64_t done) : restartsDone_(done) {}
+  // `done`: the number of the restart that was carried out last. `patience`: how long a guest that
+  // was asked may take.
+  explicit Pacing(uint64_t done, rt::Seconds patience = rt::Seconds(0))
+      : restartsDone_(done), patience_(patience) {}
 
   // What to do now. To be asked again when a fact changed or wakeUp() has come.
   Step next(const VmFacts& facts, rt::Seconds now);
+  // The same for a VM that is to go, whatever its row says: ask, none, and at last switchOff.
+  Step leave(const VmFacts& facts, rt::Seconds now);
+  // There was nobody to ask: it will not end by itself.
+  void askFailed() { giveUpAt_ = rt::Seconds(0); }
   // When to ask again; infinity: when told.
-  rt::Seconds wakeUp() const { return retryAt_; }
+  rt::Seconds wakeUp() const { return std::min(retryAt_, giveUpAt_.value_or(never)); }
   // The configuration changed: what failed before may do now.
   void hurry();
   uint64_t restartsDone() const { return restartsDone_; }
@@ -59,6 +71,8 @@ class Pacing {
   void settle();
 
   uint64_t restartsDone_;
+  rt::Seconds patience_;
+  std::optional<rt::Seconds> giveUpAt_;  // since the guest was asked to end
   rt::Seconds retryAt_ = never;
   rt::Seconds delay_ = firstDelay;
 };

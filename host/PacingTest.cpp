@@ -10,7 +10,7 @@
 namespace host {
 
 static void PrintTo(Step step, std::ostream* out) {
-  constexpr const char* names[] = {"none", "switchOn", "switchOff", "pulse"};
+  constexpr const char* names[] = {"none", "switchOn", "ask", "switchOff", "pulse"};
   *out << names[static_cast<size_t>(step)];
 }
 
@@ -160,6 +160,78 @@ TEST_F(PacingTest, KnowsWhatAnEarlierDaemonHadDone) {
   pacing = Pacing(7);
   EXPECT_EQ(next(with(running, 7)), Step::none);
   EXPECT_EQ(next(with(running, 8)), Step::switchOff);
+}
+
+// Orderly stops.
+
+class OrderlyStop : public PacingTest {
+ protected:
+  OrderlyStop() { pacing = Pacing(0, rt::Seconds(20)); }
+
+  static VmFacts unwanted(VmFacts facts) {
+    facts.wanted = false;
+    return facts;
+  }
+  static VmFacts ended(VmFacts facts) {
+    facts.process = false;
+    return facts;
+  }
+};
+
+TEST_F(OrderlyStop, AsksTheGuestAndSwitchesOffWhenItHasGone) {
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+  EXPECT_EQ(next(unwanted(running)), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds(20));
+  EXPECT_EQ(next(ended(unwanted(running))), Step::switchOff);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(OrderlyStop, EndsWhenTimeIsUp) {
+  next(unwanted(running));
+  now = rt::Seconds(19.9);
+  EXPECT_EQ(next(unwanted(running)), Step::none);
+  now = rt::Seconds(20);
+  EXPECT_EQ(next(unwanted(running)), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, EndsAtOnceWhenThereIsNobodyToAsk) {
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+  pacing.askFailed();
+  EXPECT_EQ(next(unwanted(running)), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, AsksNobodyWhenTheGuestHasEndedAlready) {
+  EXPECT_EQ(next(ended(unwanted(running))), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, IsGoneThroughWithWhenTheVmIsWantedAgain) {
+  next(unwanted(running));
+  EXPECT_EQ(next(running), Step::none) << "the guest was told to end";
+  EXPECT_EQ(next(ended(running)), Step::switchOff);
+  EXPECT_EQ(next(wanted), Step::switchOn);
+  EXPECT_EQ(next(running), Step::none);
+}
+
+TEST_F(OrderlyStop, IsARestartsToo) {
+  EXPECT_EQ(next(with(running, 1)), Step::ask);
+  EXPECT_EQ(next(with(ended(running), 1)), Step::switchOff);
+  EXPECT_EQ(next(with(wanted, 1)), Step::switchOn);
+  EXPECT_EQ(next(with(running, 1)), Step::none);
+}
+
+TEST_F(OrderlyStop, IsAskedForOnceEachTime) {
+  next(unwanted(running));
+  next(ended(unwanted(running)));
+  next(wanted);
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+}
+
+TEST_F(PacingTest, CarriesOutTheRestartOfAGuestThatAnEarlierDaemonLeft) {
+  VmFacts adoptable = with(wanted, 1);
+  adoptable.adoptable = true;
+  EXPECT_EQ(next(adoptable), Step::switchOn);
+  EXPECT_EQ(pacing.restartsDone(), 0U);
+  EXPECT_EQ(next(with(running, 1)), Step::switchOff);
 }
 
 }  // namespace

@@ -114,7 +114,8 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
       pidfd_;
 };
 
-Survivors::Survivors(const std::vector<GuestProcess>& guests, Sink sink, rt::Clock::Ptr clock)
+Survivors::Survivors(const std::vector<GuestProcess>& guests, const Ask& ask, rt::Seconds patience,
+                     Sink sink, rt::Clock::Ptr clock)
     : sink_(std::move(sink)), clock_(*this, std::move(clock)) {
   for (const auto& guest : guests) {
     const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
@@ -125,16 +126,17 @@ Survivors::Survivors(const std::vector<GuestProcess>& guests, Sink sink, rt::Clo
     else
       close(pidfd);
   }
-  handleInitialized();
+  handleInitialized(
+      ask, std::max(patience, leastPatience, [](rt::Seconds a, rt::Seconds b) { return a < b; }));
 }
 
-void Survivors::handleInitialized() {
+void Survivors::handleInitialized(const Ask& ask, rt::Seconds patience) {
   if (initialized()) return;
   initializedIs(true);
   for (const auto& [pid, guest] : guests_) {
     report("VM " + guest->vm() + ": ending the guest that an earlier daemon left (process " +
            rt::toText(pid) + ")");
-    guest->signal(SIGTERM);
+    if (!ask(guest->vm())) guest->signal(SIGTERM);
     tell(guest->vm());
   }
   killAt_ = clock_.notifier()->now() + patience;

@@ -21,15 +21,20 @@ std::vector<GuestProcess> guestProcesses();
 // The VM on a process's command line, its words NUL-terminated; empty when it is not a guest's.
 rt::String vmOnCommandLine(std::string_view commandLine);
 
-// Nobody can drive these guests any more, and a VM may run once only: so each is asked to end at
-// once, killed after a while, and told of when it has gone.
+// Guests that nobody wants any more, or that nobody can drive: a VM may run once only. Each is
+// asked to end, killed after a while, and told of when it has gone.
 class Survivors final : public rt::StateMachineOf<Survivors> {
  public:
-  static constexpr rt::Seconds patience{5};
+  static constexpr rt::Seconds leastPatience{5};
   // How many processes of that VM are left.
   using Sink = std::function<void(const rt::String& vm, size_t left)>;
 
-  Survivors(const std::vector<GuestProcess>& guests, Sink sink, rt::Clock::Ptr clock);
+  // Has a guest shut itself down; false when there is nobody to ask.
+  using Ask = std::function<bool(const rt::String& vm)>;
+
+  // `patience`: how long they may take.
+  Survivors(const std::vector<GuestProcess>& guests, const Ask& ask, rt::Seconds patience,
+            Sink sink, rt::Clock::Ptr clock);
 
   size_t left() const { return guests_.size(); }
 
@@ -39,7 +44,7 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
  private:
   class Guest;
 
-  void handleInitialized();
+  void handleInitialized(const Ask& ask, rt::Seconds patience);
   void handleClock();
   void handleGone(int32_t pid);
   void tell(const rt::String& vm);

@@ -124,6 +124,11 @@ class SurvivorsTest : public testing::Test {
   Survivors::Ptr survivors(const std::vector<GuestProcess>& guests) {
     return rt::make<Survivors>(
         guests,
+        [this](const rt::String& vm) {
+          asked.push_back(vm.str());
+          return hasShims;
+        },
+        patience,
         [this](const rt::String& vm, size_t left) {
           told.push_back(vm.str() + " " + std::to_string(left));
         },
@@ -138,6 +143,9 @@ class SurvivorsTest : public testing::Test {
   const rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
   rt::ActivityManager manager{clock};
   rt::fakes::TraceRecorder traces;
+  bool hasShims = false;
+  rt::Seconds patience{0};
+  std::vector<std::string> asked;
   std::vector<std::string> told;
 };
 
@@ -164,7 +172,7 @@ TEST_F(SurvivorsTest, AreAskedToEndAtOnceAndToldOfWhenTheyAreGone) {
 TEST_F(SurvivorsTest, AreKilledWhenPatienceIsAtItsEnd) {
   FakeGuest guest(own("web1"), FakeGuest::Manner::stubborn);
   const auto all = survivors({guest.process()});
-  clock->advance(Survivors::patience - rt::Seconds(0.001));
+  clock->advance(Survivors::leastPatience - rt::Seconds(0.001));
   EXPECT_EQ(all->left(), 1U);
   clock->advance(rt::Seconds(0.001));
   turnUntilLeft(*all, 0);
@@ -181,7 +189,7 @@ TEST_F(SurvivorsTest, AreCountedByTheirVm) {
   told.clear();
   turnUntilLeft(*all, 2);
   EXPECT_THAT(told, ElementsAre(own("web1") + " 1"));
-  clock->advance(Survivors::patience);
+  clock->advance(Survivors::leastPatience);
   turnUntilLeft(*all, 0);
   EXPECT_THAT(told, Contains(own("web1") + " 0"));
   EXPECT_THAT(told, Contains(own("web2") + " 0"));

@@ -10,7 +10,7 @@ namespace host {
 VmKeeper::VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone)
     : tools_(tools),
       name_(std::move(name)),
-      pacing_(restartsDone),
+      pacing_(restartsDone, tools.stopPatience),
       restart_(restartsDone),
       status_(*this),
       machine_(*this),
@@ -45,6 +45,11 @@ void VmKeeper::survivorsIs(size_t count) {
   tools_.note(name_);
 }
 
+void VmKeeper::adoptableIs(bool adoptable) {
+  adoptable_ = adoptable;
+  tools_.note(name_);
+}
+
 void VmKeeper::handleStatus() { tools_.note(name_); }
 
 void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*change*/) {
@@ -69,6 +74,7 @@ VmFacts VmKeeper::facts() const {
           .switchedOn = mounted_ && mounted_->enabled(),
           .statusEnabled = status_ && status_->enabled(),
           .process = hasProcess(),
+          .adoptable = adoptable_,
           .restart = restart_};
 }
 
@@ -88,8 +94,10 @@ bool VmKeeper::act(rt::Seconds now) {
 
 bool VmKeeper::step(rt::Seconds now) {
   if (isOfAnotherRow()) {
-    dismount();
-    return true;
+    const Step leaving = mounted_->enabled() ? pacing_.leave(facts(), now) : Step::switchOff;
+    if (leaving == Step::ask) ask();
+    if (leaving == Step::switchOff) dismount();
+    return leaving != Step::none;
   }
   if (!wanted_) return false;
   if (mounted_) return apply(pacing_.next(facts(), now));
@@ -129,7 +137,7 @@ void VmKeeper::dismount() {
   status_.notifierIs(nullptr);
   mounted_ = nullptr;
   startedWith_ = nullptr;
-  pacing_ = Pacing(pacing_.restartsDone());  // what failed was the other VM
+  pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
   for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
   const TraceLog::Change change(tools_.traces, name_);
@@ -137,7 +145,15 @@ void VmKeeper::dismount() {
   tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
 }
 
+void VmKeeper::ask() {
+  if (!tools_.askToStop(name_)) pacing_.askFailed();
+}
+
 bool VmKeeper::apply(Step step) {
+  if (step == Step::ask) {
+    ask();
+    return true;
+  }
   const bool starts = step == Step::switchOn || step == Step::pulse;
   // The agent would fail as before; it is asked again when the next try is due.
   if (starts && !imageIsUsable() && step == Step::pulse) return true;
@@ -149,13 +165,16 @@ bool VmKeeper::apply(Step step) {
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
   if (step != Step::none) startedWith_ = nullptr;
+  if (step == Step::switchOn) adoptable_ = false;
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
   thrown.run([&] { writeRecord(step); });
   // A new disk image has the agent start what it could not start before, whatever the step.
   const bool goesOn = !wasOn && facts().statusEnabled;
   if (goesOn) startedWith_ = wanted_;
-  const rt::String failure = change.failure();
+  // A VM that is off is as it should be, whatever the agent did not find on the way.
+  const bool isOff = step == Step::switchOff && !facts().statusEnabled;
+  const rt::String failure = isOff ? rt::String() : change.failure();
   // What failed stays to be seen until a change went well; the rest of one that threw is none.
   const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
   if (step != Step::none || goesOn || wentWell || !failure.empty())

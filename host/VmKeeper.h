@@ -26,6 +26,9 @@ struct KeeperTools {
   std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
   std::function<rt::String(const rt::String& vm)> lastError;
+  // Has the VM's guest shut itself down; false when there is nobody to ask.
+  std::function<bool(const rt::String& vm)> askToStop;
+  rt::Seconds stopPatience;  // how long that may take; 0: nobody is asked
   // That VM's keeper has something to do.
   std::function<void(const rt::String&)> note;
 };
@@ -52,6 +55,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void restartIs(uint64_t number);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(size_t count);
+  // Whether an earlier daemon left a guest that the VM's start will take up.
+  void adoptableIs(bool adoptable);
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
   // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
@@ -77,6 +82,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void attend();
   void dismount();
   bool apply(Step step);
+  void ask();
   void write(Step step);
   void writeRecord(Step step);
   bool imageIsUsable();
@@ -90,6 +96,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   Pacing pacing_;
   uint64_t restart_ = 0;
   size_t survivors_ = 0;
+  bool adoptable_ = false;
   Vm::VmConfig::Ptr wanted_;  // as the row has it, switch and all; null: none
   uint64_t created_ = 0;
   bool hasRow_ = false;      // a refused one, perhaps

@@ -38,6 +38,46 @@ TEST(VmRestart, IsOffWaitOn) {
   EXPECT_EQ(restartsOf(world, "web1"), 1U);
 }
 
+TEST(VmStop, AsksTheGuestFirstAndTakesItsCardsWhenItHasGone) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  EXPECT_TRUE(world.config->vmConfig("web1")->enabled()) << "the agent is not told yet";
+  world.end("web1");
+  EXPECT_FALSE(world.config->vmConfig("web1")->enabled());
+}
+
+TEST(VmStop, DoesNotWaitForEver) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.fortune.take();
+  world.advance(20);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("kill web1"));
+}
+
+TEST(VmStop, OfAGuestWithoutAShimIsAtOnce) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.deaf = {"web1"};
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1", "kill web1"));
+}
+
+TEST(VmStop, IsOrderlyForAVmThatIsRemoved) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowDel("web1");
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  world.end("web1");
+  EXPECT_FALSE(world.config->vmConfig("web1"));
+  EXPECT_EQ(world.process("web1"), "");
+}
+
 TEST(VmEnd, IsExplainedByTheLastWordsOfItsQemuUntilTheNextStart) {
   SupervisorWorld world;
   world.rowIs("web1", on);

@@ -44,6 +44,8 @@ void VmSupervisor::survivorsIs(const rt::String& vm, size_t count) {
   if (count > 0 || keepers_.contains(vm)) keeper(vm).survivorsIs(count);
 }
 
+void VmSupervisor::adoptableIs(const rt::String& vm) { keeper(vm).adoptableIs(true); }
+
 bool VmSupervisor::pass() {
   // In turn, so that none starves that waits behind one with always more to do.
   for (size_t left = queue_.size(); left > 0; --left) {

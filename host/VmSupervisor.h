@@ -24,6 +24,8 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   void restartIs(const rt::String& vm, uint64_t number);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(const rt::String& vm, size_t count);
+  // An earlier daemon left a guest that the VM's start will take up.
+  void adoptableIs(const rt::String& vm);
 
   // Once a pass of the loop: lets those act that have something to do, until one did what may take
   // long. Returns whether there is more to do at once. What a handler throws is reported, and the

@@ -36,8 +36,8 @@ struct Option {
 };
 
 bool isLookedAt(std::string_view name) {
-  constexpr std::string_view names[] = {"-name",   "-chardev", "-drive",
-                                        "-device", "-vnc",     "-sandbox"};
+  constexpr std::string_view names[] = {"-name", "-chardev", "-drive", "-device",
+                                        "-vnc",  "-sandbox", "-m"};
   return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
@@ -67,6 +67,25 @@ bool isDriveWithoutFormat(std::string_view value) {
 
 bool isCardWithoutBackend(std::string_view value) {
   return property(value, "mac") && property(value, "id") && !property(value, "netdev");
+}
+
+Card cardFrom(std::string_view value) {
+  Card card{*property(value, "id"), *property(value, "mac"),
+            std::string(value.substr(0, value.find(',')))};
+  for (char& c : card.mac)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return card;
+}
+
+// What an operator knows the option as; empty for what no two runs of a VM differ in.
+std::string settingOf(const Option& option) {
+  const std::string_view value = option.value.value_or("");
+  if (option.name == "-m") return "memory";
+  if (option.name == "-vnc" || option.name == "-nographic") return "display";
+  if (option.name == "-drive" || (option.name == "-device" && property(value, "drive")))
+    return "disk image";
+  if (option.name == "-name" || (option.name == "-chardev" && isMonitor(value))) return {};
+  return "command line";
 }
 
 std::string bracketed(const std::string& address) {
@@ -176,6 +195,11 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
   CommandLine line;
   line.arguments = std::move(arguments);
   for (const Option& option : optionsOf(line.arguments)) {
+    const bool isCard =
+        option.value && option.name == "-device" && isCardWithoutBackend(*option.value);
+    if (const std::string setting = isCard ? "" : settingOf(option); !setting.empty())
+      line.settings[setting] +=
+          std::string(option.written) + " " + std::string(option.value.value_or("")) + " ";
     if (!option.value) continue;
     const std::string_view value = *option.value;
     if (option.name == "-name") line.name = value;
@@ -183,8 +207,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
       line.monitorPath = property(value, "path").value_or("");
     if (option.name == "-drive" && isDriveWithoutFormat(value))
       line.images.push_back(*property(value, "file"));
-    if (option.name == "-device" && isCardWithoutBackend(value))
-      line.cards.push_back(*property(value, "id"));
+    if (isCard) line.cards.push_back(cardFrom(value));
   }
   requireSound(line);
   return line;

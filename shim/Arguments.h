@@ -44,13 +44,21 @@ inline constexpr int firstUnusedDescriptor = 6;
 // The ids of our ends of a hub: the card's, and that of the backend it is bound to.
 std::string hubPortId(std::string_view peerId);
 
+struct Card {
+  std::string id;
+  std::string mac;  // in lower case
+  std::string model;
+};
+
 // A command line after one look at it.
 struct CommandLine {
   std::vector<std::string> arguments;  // without the program's name
   std::string name;                    // of the VM
   std::string monitorPath;
   std::vector<std::string> images;  // the paths of the disk images without a format
-  std::vector<std::string> cards;   // ids of cards without a backend; the index is their hub
+  std::vector<Card> cards;          // those without a backend; the index is their hub
+  // All the rest, by what an operator knows it as.
+  std::map<std::string, std::string> settings;
 };
 
 // Throws ArgumentError when the VM's name or the monitor's path is missing or of no use.

@@ -132,7 +132,9 @@ TEST(Arguments, OfTwelveCardsHaveTwelveHubs) {
     cards += " -device rtl8139,id=" + ids.back() + ",mac=52:54:00:00:00:" + std::to_string(10 + i);
   }
   const CommandLine line = readCommandLine(words(agentLine("-nographic", "hd", cards)));
-  EXPECT_EQ(line.cards, ids);
+  std::vector<std::string> found;
+  for (const Card& card : line.cards) found.push_back(card.id);
+  EXPECT_EQ(found, ids);
   const std::string all = joined(rewrittenArguments(line, {}, {}));
   for (int i = 0; i < 12; ++i)
     EXPECT_THAT(all, HasSubstr("-netdev hubport,hubid=" + std::to_string(i) + ",id=hub-net" +

@@ -6,6 +6,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,17 +35,31 @@ class Cards {
   // `cards` are the ids of the cards, in the order of their hubs.
   explicit Cards(std::vector<std::string> cards) : cards_(std::move(cards)) {}
 
+  // From now on an agent asks that calls the cards otherwise: its name for each, and ours. A card
+  // that is not among them is none of the guest's.
+  void namesAre(std::map<std::string, std::string> names) { names_ = std::move(names); }
+
   // How what the agent asks for is asked of QEMU:
   //   netdev_set   a hub port; refused when the card or the netdev is bound, for QEMU aborts on a
   //                second port to one netdev
   //   set_link     of a bound netdev: of its card, too, so that the guest sees its carrier
   //   netdev_del   of a bound netdev: its hub port goes first
+  //   cont         the link of each card that is not bound goes down first: a guest sees no carrier
+  //                at a card that nothing was ever attached to
   //   any other    as it is
   Plan planFor(const qmp::Request& request) const;
 
   // To be told when the request goes to QEMU, and what came of it.
   void begin(const qmp::Request& request);
   void end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings);
+
+  // What an agent left in QEMU that is gone: a request that removes a part of it, and how QEMU is
+  // asked. Nothing when nothing is left.
+  struct Removal {
+    qmp::Request request;
+    Plan plan;
+  };
+  std::optional<Removal> removal() const;
 
   // The netdev that the card is bound to.
   std::optional<std::string> netdevOf(const std::string& card) const;
@@ -56,9 +71,16 @@ class Cards {
 
  private:
   Plan bindPlan(const qmp::Request& request) const;
+  // Our name for a card; empty for none of the guest's.
+  std::string ourName(const std::string& card) const;
 
   const std::vector<std::string> cards_;
+  std::optional<std::map<std::string, std::string>> names_;
   std::map<std::string, std::string> cardByNetdev_;
+  // What QEMU has, or may come to have: netdevs, and descriptors that are no netdev's.
+  std::set<std::string> netdevs_;
+  std::set<std::string> descriptors_;
+  bool isNew_ = false;  // what was asked for last is not there already
 };
 
 }  // namespace shim

@@ -15,6 +15,8 @@ namespace {
 
 constexpr size_t logSize = 1024 * 1024;
 constexpr size_t readSize = 16 * 1024;
+// Among what is polled: behind the line and the pty.
+constexpr size_t firstViewer = 2;
 constexpr size_t typedSize = 1024;
 // What QEMU can have left on its line: the kernel's buffer, several times over.
 constexpr int mostDrains = 256;
@@ -53,19 +55,21 @@ void empty(const Descriptor& terminal) {
 
 }  // namespace
 
-Console::Console(Descriptor line, std::string logPath)
+Console::Console(Descriptor line, std::string logPath, const std::string& socketPath)
     : line_(std::move(line)),
       log_(std::move(logPath), logSize),
       master_(openMaster()),
       slave_(openSlave(nameOf(master_))),
-      terminal_(nameOf(master_)) {}
+      terminal_(nameOf(master_)),
+      viewers_(socketPath) {}
 
-void Console::addTo(std::vector<pollfd>& polled) const {
+void Console::addTo(std::vector<pollfd>& polled) {
   const auto out = [](bool wanted) { return static_cast<short>(wanted ? POLLOUT : 0); };
   polled.push_back({line_.number(), static_cast<short>(POLLIN | out(!typed_.empty())), 0});
   polled.push_back(
       {master_.number(),
        static_cast<short>((typed_.empty() ? POLLIN : 0) | out(!backlog_.waiting().empty())), 0});
+  viewers_.addTo(polled, typed_.empty() ? Viewers::Typing::taken : Viewers::Typing::notNow);
 }
 
 void Console::ready(const pollfd* polled) {
@@ -73,6 +77,8 @@ void Console::ready(const pollfd* polled) {
   if (polled[0].revents & ~POLLOUT) receive();
   if (polled[1].revents & POLLOUT) flushToTerminal();
   if (polled[1].revents & POLLIN) receiveTyped();
+  typed_ += viewers_.ready(polled + firstViewer);
+  if (!typed_.empty()) flushTyped();
 }
 
 void Console::drain() {
@@ -93,6 +99,7 @@ bool Console::receive() {
 
 void Console::show(std::string_view bytes) {
   log_.write(bytes);
+  viewers_.show(bytes);
   if (!backlog_.add(bytes)) empty(slave_);
   flushToTerminal();
 }

@@ -9,26 +9,28 @@
 #include "shim/BoundedLog.h"
 #include "shim/Descriptor.h"
 #include "shim/PtyBacklog.h"
+#include "shim/Viewers.h"
 
 namespace shim {
 
 // Owns the line's end, always reads it, and so never holds the guest up. What comes goes to the log
 // and to a pty, which keeps its newest bytes while nobody reads it. What is typed at the pty goes
-// to the guest as fast as the guest takes it. Further viewers would be served from receive().
+// to the guest as fast as the guest takes it. Further viewers come by a socket.
 class Console {
  public:
-  // `line` must not block. Throws Failure when there can be no pty.
-  Console(Descriptor line, std::string logPath);
+  // `line` must not block. Throws Failure when there can be no pty, or no socket.
+  Console(Descriptor line, std::string logPath, const std::string& socketPath);
 
   // The pty's path.
   const std::string& terminal() const { return terminal_; }
 
-  // What to wait for; the same order in ready().
-  static constexpr size_t pollCount = 2;
-  void addTo(std::vector<pollfd>& polled) const;
+  // Adds what to wait for; the same entries in ready().
+  void addTo(std::vector<pollfd>& polled);
   void ready(const pollfd* polled);
   // QEMU has ended: what it left on the line is taken.
   void drain();
+  // Nobody can come any more.
+  void removePath() const { viewers_.removePath(); }
 
  private:
   bool receive();
@@ -45,6 +47,7 @@ class Console {
   std::string terminal_;
   PtyBacklog backlog_;
   std::string typed_;
+  Viewers viewers_;
 };
 
 }  // namespace shim

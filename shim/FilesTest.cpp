@@ -8,9 +8,9 @@
 #include <csignal>
 #include <cstring>
 
-#include "shim/AgentSocket.h"
 #include "shim/BoundedLog.h"
 #include "shim/Failure.h"
+#include "shim/ListeningSocket.h"
 #include "shim/VmDirectory.h"
 #include "shim/fakes/TestFolder.h"
 
@@ -205,10 +205,10 @@ bool canConnect(const std::string& path) {
   return connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-TEST(AgentSocket, ListensAtOnceAndGoesWithItsOwner) {
+TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
   const TestFolder folder;
   {
-    const AgentSocket socket(folder / "m");
+    const ListeningSocket socket(folder / "m", "monitor");
     EXPECT_TRUE(canConnect(folder / "m"));
     EXPECT_EQ(modeOf(folder / "m"), 0660);
     EXPECT_TRUE(socket.accept());
@@ -217,27 +217,27 @@ TEST(AgentSocket, ListensAtOnceAndGoesWithItsOwner) {
   EXPECT_EQ(modeOf(folder / "m"), -1);
 }
 
-TEST(AgentSocket, TakesThePlaceOfOneThatIsLeftOver) {
+TEST(ListeningSocket, TakesThePlaceOfOneThatIsLeftOver) {
   const TestFolder folder;
-  const AgentSocket first(folder / "m");
-  const AgentSocket second(folder / "m");
+  const ListeningSocket first(folder / "m", "monitor");
+  const ListeningSocket second(folder / "m", "monitor");
   EXPECT_TRUE(canConnect(folder / "m"));
   EXPECT_TRUE(second.accept());
 }
 
-TEST(AgentSocket, RemovesNoOthers) {
+TEST(ListeningSocket, RemovesNoOthers) {
   const TestFolder folder;
-  const AgentSocket first(folder / "m");
-  const AgentSocket second(folder / "m");
+  const ListeningSocket first(folder / "m", "monitor");
+  const ListeningSocket second(folder / "m", "monitor");
   first.remove();
   EXPECT_TRUE(canConnect(folder / "m"));
 }
 
-TEST(AgentSocket, TakesThePlaceOfNoOtherFile) {
+TEST(ListeningSocket, TakesThePlaceOfNoOtherFile) {
   const TestFolder folder;
   std::ofstream(folder / "m") << "precious";
   try {
-    const AgentSocket socket(folder / "m");
+    const ListeningSocket socket(folder / "m", "monitor");
     FAIL();
   } catch (const Failure& failure) {
     EXPECT_THAT(failure.what(), HasSubstr("is taken by what is no socket: remove it"));
@@ -245,9 +245,9 @@ TEST(AgentSocket, TakesThePlaceOfNoOtherFile) {
   EXPECT_EQ(contentOf(folder / "m"), "precious");
 }
 
-TEST(AgentSocket, IsRefusedAPathThatIsTooLong) {
+TEST(ListeningSocket, IsRefusedAPathThatIsTooLong) {
   try {
-    const AgentSocket socket("/" + std::string(107, 'x'));
+    const ListeningSocket socket("/" + std::string(107, 'x'), "monitor");
     FAIL();
   } catch (const Failure& failure) {
     EXPECT_THAT(failure.what(), HasSubstr("is too long: it must have at most 107 characters"));

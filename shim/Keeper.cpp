@@ -25,10 +25,7 @@ constexpr size_t longestSaying = 256 * 1024;
 constexpr size_t mostUnsent = 64 * 1024;
 // How many reads a dead QEMU's last words are worth.
 constexpr int mostReads = 256;
-
-Time now() {
-  return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
-}
+constexpr int agentsPatience = 1'000;  // milliseconds
 
 // A stream of ours and its other end, which is QEMU's.
 std::pair<Descriptor, Descriptor> streamPair() {
@@ -61,6 +58,10 @@ std::string joined(const std::vector<std::string>& words) {
 
 }  // namespace
 
+Time now() {
+  return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
 sigset_t keeperSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -69,14 +70,32 @@ sigset_t keeperSignals() {
 }
 
 Keeper::Keeper(const Environment& environment, const CommandLine& line, const std::string& argv0,
-               const VmDirectory& directory, VmLock& lock, AgentSocket& socket)
-    : directory_(directory),
+               const VmDirectory& directory, VmLock& lock, std::unique_ptr<ListeningSocket> socket,
+               const Parent& parent)
+    : name_(line.name),
+      line_(line),
+      stopTimeout_(environment.stopTimeout),
+      directory_(directory),
       lock_(lock),
-      socket_(socket),
-      log_(directory.file("shim.log"), logSize) {
+      socket_(std::move(socket)),
+      log_(directory.file("shim.log"), logSize),
+      daemonPid_(parent.pid()),
+      daemon_(parent.process()),
+      succession_(static_cast<bool>(daemon_)) {
   const sigset_t set = keeperSignals();
   signals_.reset(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
   if (!signals_) throw failureOf("signals cannot be read");
+  directory_.problemIs("");
+  control_ = std::make_unique<ControlServer>(
+      directory_.file("shim.sock"),
+      ControlServer::Answers{
+          [this] {
+            return control::greetingLine({control::protocol, name_, getpid(), pid_, state()});
+          },
+          [this](ControlServer::Client client, const control::Request& request,
+                 Descriptors descriptors) {
+            return answer(client, request, std::move(descriptors));
+          }});
   start(environment, line, argv0);
 }
 
@@ -87,11 +106,12 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   auto [reading, writing] = outputPipe();
   output_ = std::move(reading);
   qemu_ = std::make_unique<Wire>(std::move(monitor), longestSaying);
-  console_ = std::make_unique<Console>(std::move(serial), directory_.file("console.log"));
+  console_ = std::make_unique<Console>(std::move(serial), directory_.file("console.log"),
+                                       directory_.file("console.sock"));
   RelaySetup setup;
-  setup.cards = line.cards;
+  for (const Card& card : line.cards) setup.cards.push_back(card.id);
   setup.fileNames = {{"serial0", "pty:" + console_->terminal()},
-                     {"monitor", "unix:" + socket_.path() + ",server=on"}};
+                     {"monitor", "unix:" + socket_->path() + ",server=on"}};
   relay_ = std::make_unique<Relay>(now(), std::move(setup));
 
   std::vector<std::string> argv = rewrittenArguments(line, gatherFacts(line), environment.policy);
@@ -112,33 +132,47 @@ int Keeper::run() {
   }
   collectRest();
   writeLastError();
+  directory_.problemIs("");
   log_.write(logLine("shim", describe(*status_)));
-  socket_.remove();
+  awaitAgent();
+  socket_->remove();
+  tellOfEnd();
   return *status_;
 }
 
-std::vector<pollfd> Keeper::polled() const {
+// An agent that started a QEMU which failed at once has not connected yet. Finding nobody it would
+// go on looking for ten seconds, and keep all other guests waiting; connected, it sees the end.
+void Keeper::awaitAgent() {
+  if (agent_ || relay_->isReady()) return;
+  pollfd waiting[] = {{socket_->number(), POLLIN, 0}, {signals_.number(), POLLIN, 0}};
+  if (poll(waiting, 2, agentsPatience) > 0 && waiting[0].revents != 0) acceptAgent();
+}
+
+std::vector<pollfd> Keeper::polled() {
   const auto entry = [](int number, int events) {
     return pollfd{number, static_cast<short>(events), 0};
   };
   std::vector<pollfd> waiting;
-  waiting.reserve(console + Console::pollCount);
   waiting.push_back(entry(signals_.number(), POLLIN));
   // One agent at a time: another waits until the one before has closed.
-  waiting.push_back(entry(agent_ ? -1 : socket_.number(), POLLIN));
+  waiting.push_back(entry(agent_ ? -1 : socket_->number(), POLLIN));
   waiting.push_back(agent_ ? entry(agent_->number(), (agent_->unsent() < mostUnsent ? POLLIN : 0) |
                                                          (agent_->isBlocked() ? POLLOUT : 0))
                            : entry(-1, 0));
   waiting.push_back(
       entry(qemu_->isClosed() ? -1 : qemu_->number(), POLLIN | (qemu_->isBlocked() ? POLLOUT : 0)));
   waiting.push_back(entry(output_.number(), POLLIN));
+  waiting.push_back(entry(succession_.mayBeTakenOver() ? -1 : daemon_.number(), POLLIN));
   console_->addTo(waiting);
+  controlPlace_ = waiting.size();
+  control_->addTo(waiting);
   return waiting;
 }
 
 int Keeper::timeout() const {
   std::optional<Time> first = relay_->deadline();
-  if (const auto other = stop_.deadline()) first = first ? std::min(*first, *other) : *other;
+  for (const auto other : {stop_.deadline(), succession_.deadline()})
+    if (other) first = first ? std::min(*first, *other) : *other;
   if (!first) return -1;
   return static_cast<int>(std::clamp<Time::rep>((*first - now()).count(), 0, 3'600'000));
 }
@@ -156,6 +190,9 @@ void Keeper::handle(const std::vector<pollfd>& polled) {
   }
   if (came(listener)) acceptAgent();
   console_->ready(&polled[console]);
+  if (came(daemon)) handleDaemonsEnd();
+  control_->ready(&polled[controlPlace_]);
+  lookForSuccessor();
   if (came(signals)) handleSignals();
 }
 
@@ -166,7 +203,7 @@ void Keeper::handleSignals() {
       log_.write(logLine("shim", "told to end the guest, by signal " +
                                      std::to_string(told.ssi_signo) + " of process " +
                                      std::to_string(told.ssi_pid)));
-      stop(stop_.told(now(), relay_->isReady()));
+      stop(stop_.atOnce(now(), guest()));
       continue;
     }
     int status = 0;
@@ -178,11 +215,17 @@ void Keeper::handleSignals() {
   }
 }
 
+StopPlan::Guest Keeper::guest() const { return {relay_->isReady(), relay_->guestHasRun()}; }
+
 void Keeper::stop(StopStep step) {
   if (step == StopStep::none) return;
   lock_.endKeeping();
   switch (step) {
     case StopStep::none:
+      break;
+    case StopStep::powerDown:
+      log_.write(logLine("shim", "presses the guest's power button"));
+      perform(relay_->powerDown());
       break;
     case StopStep::quit:
       log_.write(logLine("shim", "asks QEMU to quit"));
@@ -200,7 +243,7 @@ void Keeper::stop(StopStep step) {
 }
 
 void Keeper::acceptAgent() {
-  Descriptor connection = socket_.accept();
+  Descriptor connection = socket_->accept();
   if (!connection) return;
   agent_ = std::make_unique<Wire>(std::move(connection), longestRequest);
   perform(relay_->agentConnected());
@@ -233,7 +276,12 @@ bool Keeper::receiveOutput() {
 void Keeper::passTime() {
   if (status_) return;
   perform(relay_->timePassed(now()));
-  stop(stop_.timePassed(now(), relay_->isReady()));
+  stop(stop_.timePassed(now(), guest()));
+  if (succession_.timePassed(now())) {
+    log_.write(logLine("shim", "ends the guest, whose daemon has lost it"));
+    stop(stop_.atOnce(now(), guest()));
+  }
+  showProblems();
 }
 
 void Keeper::perform(Actions actions) {

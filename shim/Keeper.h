@@ -8,14 +8,17 @@
 #include <string>
 #include <vector>
 
-#include "shim/AgentSocket.h"
 #include "shim/Arguments.h"
 #include "shim/BoundedLog.h"
 #include "shim/Console.h"
+#include "shim/ControlServer.h"
 #include "shim/Environment.h"
+#include "shim/ListeningSocket.h"
 #include "shim/OutputLines.h"
+#include "shim/Parent.h"
 #include "shim/Relay.h"
 #include "shim/StopPlan.h"
+#include "shim/Succession.h"
 #include "shim/VmDirectory.h"
 #include "shim/Wire.h"
 
@@ -24,13 +27,17 @@ namespace shim {
 // The signals that a shim takes one by one: to be blocked before any of this.
 sigset_t keeperSignals();
 
+// On the monotonic clock.
+Time now();
+
 // Moves bytes, time and signals between the system and those who decide: Relay and StopPlan. What
 // it is given must outlive it. Sleeps until something happens or is due.
 class Keeper {
  public:
   // The VM is locked and the agent's socket listens. Starts QEMU; throws Failure.
   Keeper(const Environment& environment, const CommandLine& line, const std::string& argv0,
-         const VmDirectory& directory, VmLock& lock, AgentSocket& socket);
+         const VmDirectory& directory, VmLock& lock, std::unique_ptr<ListeningSocket> socket,
+         const Parent& parent);
   Keeper(const Keeper&) = delete;
 
   // Until QEMU has ended and all that it left is where it belongs: its wait status. The agent's
@@ -39,10 +46,11 @@ class Keeper {
 
  private:
   // Places in what is polled.
-  enum Place : size_t { signals, listener, agent, qemu, output, console };
+  enum Place : size_t { signals, listener, agent, qemu, output, daemon, console };
 
+  void awaitAgent();
   void start(const Environment& environment, const CommandLine& line, const std::string& argv0);
-  std::vector<pollfd> polled() const;
+  std::vector<pollfd> polled();
   int timeout() const;
   void handle(const std::vector<pollfd>& polled);
   void handleSignals();
@@ -52,14 +60,29 @@ class Keeper {
   bool receiveOutput();
   void passTime();
   void perform(Actions actions);
+  StopPlan::Guest guest() const;
   void stop(StopStep step);
+  control::State state() const;
+  control::Status status() const;
+  std::string answer(ControlServer::Client client, const control::Request& request,
+                     Descriptors descriptors);
+  void orderlyStop(Duration timeout);
+  void adopt(ControlServer::Client client, const control::Adoption& adoption,
+             Descriptors descriptors);
+  void handleDaemonsEnd();
+  void lookForSuccessor();
+  void tellOfEnd();
+  void showProblems();
   void logLines(const std::vector<std::string>& lines);
   void collectRest();
   void writeLastError() const;
 
+  const std::string name_;
+  const CommandLine& line_;
+  const Duration stopTimeout_;
   const VmDirectory& directory_;
   VmLock& lock_;
-  AgentSocket& socket_;
+  std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;
   Descriptor signals_;
   Descriptor output_;
@@ -67,11 +90,19 @@ class Keeper {
   std::unique_ptr<Wire> qemu_;
   std::unique_ptr<Wire> agent_;
   std::unique_ptr<Relay> relay_;
+  std::unique_ptr<ControlServer> control_;
+  size_t controlPlace_ = 0;  // in what is polled
   StopPlan stop_;
+  pid_t daemonPid_;
+  Descriptor daemon_;  // its process; none when it was gone before we looked
+  Succession succession_;
+  std::optional<ControlServer::Client> successor_;
+  std::vector<std::string> restartReasons_;
   OutputLines lines_;
   pid_t pid_ = -1;
   std::optional<int> status_;
   std::string killedFor_;
+  std::string shownProblem_;
   size_t qemuDropped_ = 0;
 };
 

@@ -16,6 +16,8 @@ constexpr size_t longestQueue = 256;
 constexpr size_t loggedRubbish = 10;
 constexpr size_t shownRubbish = 200;
 constexpr uint64_t negotiationId = 0;
+// What stands about QEMU itself; no netdev has that name.
+constexpr char silence[] = "";
 
 std::string subjectOf(const qmp::Request& request) {
   std::string subject = request.execute;
@@ -49,6 +51,17 @@ Actions Relay::agentGone() {
                 waiting.end());
   for (Command& command : waiting) command.awaited = false;
   if (flight_) flight_->command.awaited = false;
+  return taken();
+}
+
+Actions Relay::adopt(Time now, std::map<std::string, std::string> names) {
+  connected_ = false;
+  queue_.commands().clear();
+  if (flight_) flight_->command.awaited = false;
+  std::erase_if(standing_, [](const auto& problem) { return problem.first != silence; });
+  cards_.namesAre(std::move(names));
+  clearsUp_ = true;
+  startNext(now);
   return taken();
 }
 
@@ -93,12 +106,17 @@ void Relay::enqueue(Command command) {
 }
 
 void Relay::startNext(Time now) {
-  while (phase_ == Phase::ready && !closedAt_ && !flight_ && !queue_.empty()) {
+  while (phase_ == Phase::ready && !closedAt_ && !flight_) {
+    if (clearUp(now)) return;
+    if (queue_.empty()) return;
     Command command = queue_.pop();
     const Plan plan = cards_.planFor(command.request);
     if (plan.refusal.empty()) {
       send(now, std::move(command), plan.steps);
-    } else if (command.awaited) {
+      continue;
+    }
+    noteOutcome(command.request, plan.refusal);
+    if (command.awaited) {
       toAgent(qmp::errorLine(command.request.id, plan.refusal));
     } else {
       out_.problems.push_back(subjectOf(command.request) + ": " + plan.refusal);
@@ -106,8 +124,33 @@ void Relay::startNext(Time now) {
   }
 }
 
+// Whether there was something to clear up, which QEMU was asked for now.
+bool Relay::clearUp(Time now) {
+  if (!clearsUp_) return false;
+  auto left = cards_.removal();
+  clearsUp_ = left.has_value();
+  if (left) send(now, {std::move(left->request), {}, {}, false}, left->plan.steps);
+  return clearsUp_;
+}
+
+// A card stays without its netdev until it is attached anew.
+void Relay::noteOutcome(const qmp::Request& request, const std::string& failure) {
+  const bool isBinding = request.execute == "netdev_set";
+  if (!isBinding && request.execute != "netdev_add") return;
+  const auto netdev = request.texts.find(isBinding ? "netdevid" : "id");
+  if (netdev == request.texts.end()) return;
+  if (!failure.empty())
+    standing_.emplace(netdev->second, subjectOf(request) + ": " + failure);  // the first is why
+  else if (isBinding)
+    standing_.erase(netdev->second);
+}
+
 void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
   cards_.begin(command.request);
+  if (const auto id = command.request.texts.find("id");
+      command.request.execute == "netdev_add" && id != command.request.texts.end())
+    standing_.erase(id->second);
+  guestHasRun_ = guestHasRun_ || command.request.execute == "cont";
   flight_ = Flight{{}, nextId_, steps.size(), {}, now, false};
   for (const Step& step : steps) {
     Message line{qmp::requestLine(step.execute, step.arguments, nextId_++), {}};
@@ -170,7 +213,14 @@ void Relay::finish(Time now) {
   const Flight flight = std::move(*flight_);
   flight_.reset();
   cards_.end(flight.command.request, flight.answers);
-  if (flight.late) out_.log.push_back("QEMU answers again, after " + inSeconds(now - flight.sent));
+  if (flight.late) {
+    out_.log.push_back("QEMU answers again, after " + inSeconds(now - flight.sent));
+    standing_.erase(silence);
+  }
+  const auto refusal =
+      std::find_if(flight.answers.begin(), flight.answers.end(),
+                   [](const qmp::Saying& answer) { return answer.kind == Kind::refusal; });
+  noteOutcome(flight.command.request, refusal == flight.answers.end() ? "" : refusal->description);
   reportFailures(flight);
   if (flight.command.awaited) toAgent(answerOf(flight));
   startNext(now);
@@ -189,7 +239,7 @@ void Relay::reportFailures(const Flight& flight) {
 std::string Relay::answerOf(const Flight& flight) const {
   const qmp::Request& request = flight.command.request;
   if (Cards::alwaysSucceeds(request.execute)) return qmp::returnLine(request.id);
-  const qmp::Saying& answer = flight.answers.front();
+  const qmp::Saying& answer = flight.answers.back();  // before it may stand what prepares it
   if (answer.value.size() > longestValue)
     return qmp::errorLine(request.id, "QEMU's answer is too long");
   if (answer.kind == Kind::refusal) return qmp::refusalLine(request.id, answer.value);
@@ -226,6 +276,7 @@ Actions Relay::timePassed(Time now) {
   }
   if (flight_ && !flight_->late && now >= flightDeadline()) {
     flight_->late = true;
+    standing_[silence] = "QEMU does not answer";
     out_.log.push_back("QEMU does not answer " + subjectOf(flight_->command.request));
     answerInsteadOfQemu(flight_->command);
   }
@@ -254,8 +305,13 @@ std::optional<Time> Relay::deadline() const {
   return first;
 }
 
-Actions Relay::quit() {
-  out_.toQemu.push_back({qmp::requestLine("quit", "", nextId_++), {}});
+Actions Relay::quit() { return tellQemu("quit"); }
+
+Actions Relay::powerDown() { return tellQemu("system_powerdown"); }
+
+// Its answer is nobody's.
+Actions Relay::tellQemu(const char* execute) {
+  out_.toQemu.push_back({qmp::requestLine(execute, "", nextId_++), {}});
   return taken();
 }
 

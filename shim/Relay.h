@@ -57,6 +57,10 @@ class Relay {
 
   Actions agentConnected();
   Actions agentGone();
+  // Another agent takes the place of the one before, whose questions are forgotten, and what it
+  // left at the guest's cards is removed. `names`: what it calls each card, and what the guest
+  // does.
+  Actions adopt(Time now, std::map<std::string, std::string> names);
   Actions agentSays(Time now, Message message);
   Actions qemuSays(Time now, const std::string& text);
   // QEMU said something that was too long to be kept.
@@ -71,6 +75,13 @@ class Relay {
   bool isReady() const { return phase_ == Phase::ready && !closedAt_; }
   // Asks it, whatever else waits.
   Actions quit();
+  // Presses the guest's power button, whatever else waits.
+  Actions powerDown();
+  // Whether QEMU was told to let the guest run.
+  bool guestHasRun() const { return guestHasRun_; }
+  bool hasAgent() const { return connected_; }
+  // What is wrong as long as it stands here: sentences, by what they are about.
+  const std::map<std::string, std::string>& standing() const { return standing_; }
 
  private:
   enum class Phase { greeting, negotiating, ready };
@@ -89,15 +100,18 @@ class Relay {
   void becomeReady(Time now);
   void enqueue(Command command);
   void startNext(Time now);
+  bool clearUp(Time now);
   void send(Time now, Command command, const std::vector<Step>& steps);
   void takeAnswer(Time now, qmp::Saying answer);
   void giveUpOnAnswer(Time now, const char* why);
   void finish(Time now);
   void reportFailures(const Flight& flight);
+  void noteOutcome(const qmp::Request& request, const std::string& failure);
   std::string answerOf(const Flight& flight) const;
   void answerInsteadOfQemu(Command& command);
   void expireQueue(Time now);
   Time flightDeadline() const;
+  Actions tellQemu(const char* execute);
   void toAgent(const std::string& line);
   void noteRubbish(const std::string& what);
   Actions taken() { return std::exchange(out_, {}); }
@@ -107,12 +121,15 @@ class Relay {
   Phase phase_ = Phase::greeting;
   bool killed_ = false;
   bool connected_ = false;
+  bool guestHasRun_ = false;
   std::string greeting_;
   std::optional<Time> closedAt_;
   uint64_t nextId_ = 1;
   Cards cards_;
   CommandQueue queue_;
   std::optional<Flight> flight_;
+  bool clearsUp_ = false;  // what an agent left, before anything else
+  std::map<std::string, std::string> standing_;
   size_t rubbish_ = 0;
   Actions out_;
 };

@@ -162,5 +162,24 @@ TEST(RelayCards, OfNamesWithQuotesStayWholeJson) {
   EXPECT_FALSE(world.qemu.hasLink("n\"0"));
 }
 
+TEST(RelayCards, ThatWereNeverAttachedHaveNoCarrier) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net1", "hostnet1");
+  EXPECT_THAT(world.ask(R"({ "execute": "cont","id": "cont" })"), ElementsAre(done("cont")));
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_TRUE(world.qemu.hasLink("net1"));
+  EXPECT_EQ(world.qemu.asked().back(), "{\"execute\":\"cont\",\"id\":7}\n");
+  world.attach("net0", "hostnet0");
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+}
+
+TEST(RelayCards, WhoseLinkCannotBeSetDoNotKeepTheGuestFromRunning) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.refusalIs("set_link", "no");
+  EXPECT_THAT(world.ask(R"({ "execute": "cont","id": "cont" })"), ElementsAre(done("cont")));
+}
+
 }  // namespace
 }  // namespace shim

@@ -73,7 +73,7 @@ TEST(Relay, NegotiatesWithQemuOnceAndAnswersEachAgentItself) {
 }
 
 TEST(Relay, ForwardsRequestsCompactlyWithIdsOfItsOwn) {
-  RelayWorld world;
+  RelayWorld world(std::vector<std::string>{});
   world.begin();
   world.ask(R"({ "execute": "cont", "id": "cont" })");
   world.ask(R"({ "execute": "closefd","arguments": {"fdname": "fd-x"},"id": "closefd" })");
@@ -155,7 +155,7 @@ TEST(Relay, LogsSomeOfWhatNobodyUnderstands) {
 }
 
 TEST(Relay, AsksQemuOneThingAtATime) {
-  RelayWorld world;
+  RelayWorld world(std::vector<std::string>{});
   world.begin();
   world.qemu.stop();
   world.ask(queryStatus);
@@ -285,6 +285,27 @@ TEST(RelayEnd, CannotBeAskedForOnceTheMonitorIsClosed) {
   world.begin();
   world.relay.qemuClosed(world.now);
   EXPECT_FALSE(world.relay.isReady());
+}
+
+TEST(Relay, KnowsWhetherTheGuestHasRun) {
+  RelayWorld world;
+  world.begin();
+  world.ask(queryStatus);
+  EXPECT_FALSE(world.relay.guestHasRun());
+  world.ask(R"({"execute": "cont", "id": "cont"})");
+  EXPECT_TRUE(world.relay.guestHasRun());
+}
+
+TEST(Relay, PressesThePowerButtonWithoutTheAgent) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.stop();
+  world.ask(queryStatus);
+  const Actions actions = world.relay.powerDown();
+  ASSERT_EQ(actions.toQemu.size(), 1U);
+  EXPECT_EQ(actions.toQemu[0].text, "{\"execute\":\"system_powerdown\",\"id\":2}\n");
+  world.qemuSays(R"({"return": {}, "id": 2})");
+  EXPECT_THAT(world.heard(), IsEmpty());
 }
 
 }  // namespace

@@ -315,5 +315,36 @@ TEST(RelayAgent, ThatAsksBeforeItIsGreetedIsAnsweredAfterwards) {
               ElementsAre(FakeQemu::greeting() + "\r\n", HasSubstr("\"running\": true")));
 }
 
+TEST(RelayTrouble, StandsUntilTheCardIsAttachedAnew) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.refusalIs("netdev_add", "no room");
+  world.attach("net0", "hostnet0");
+  EXPECT_THAT(world.relay.standing(),
+              ElementsAre(testing::Pair("hostnet0", "netdev_add hostnet0: no room")));
+  world.detach("hostnet0");
+  EXPECT_THAT(world.relay.standing(), testing::SizeIs(1));
+  world.attach("net0", "hostnet0");
+  EXPECT_THAT(world.relay.standing(), IsEmpty());
+}
+
+TEST(RelayTrouble, OfACardThatTheGuestHasNotStands) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net7", "hostnet7");
+  EXPECT_THAT(world.relay.standing(), ElementsAre(testing::Pair("hostnet7", HasSubstr("net7"))));
+}
+
+TEST(RelayTrouble, OfASilentQemuStandsUntilItAnswers) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.stop();
+  world.ask(queryStatus);
+  world.pass(Duration(4'000));
+  EXPECT_THAT(world.relay.standing(), ElementsAre(testing::Pair("", "QEMU does not answer")));
+  world.qemuGoes();
+  EXPECT_THAT(world.relay.standing(), IsEmpty());
+}
+
 }  // namespace
 }  // namespace shim

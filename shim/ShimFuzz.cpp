@@ -1,14 +1,19 @@
-// Any command line; and a relay under an agent and a QEMU that say anything, while time passes.
+// Any command line; a relay under an agent and a QEMU that say anything, while time passes; and
+// anything said on a shim's own socket, by either side.
 //
-// The first byte says which. A command line is words with a NUL behind each. A relay's input is a
-// sequence of actions, a byte each with operands behind it (see act()).
+// The first byte says which: 255 is the socket. A command line is words with a NUL behind each. A
+// relay's input is a sequence of actions, a byte each with operands behind it (see act()).
+#include <sys/wait.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "shim/Arguments.h"
+#include "shim/ControlText.h"
 #include "shim/fakes/RelayWorld.h"
 
 namespace shim {
@@ -75,7 +80,7 @@ void fuzzArguments(Input& input) {
 class FuzzedRelay {
  public:
   void act(Input& input) {
-    switch (input.byte() % 12) {
+    switch (input.byte() % 13) {
       case 0:
         world_.connectAgent();
         connected_ = true;
@@ -116,6 +121,9 @@ class FuzzedRelay {
       case 10:
         world_.qemuGoes();
         break;
+      case 12:
+        adopt(input);
+        break;
       default:
         world_.pass(Duration(input.byte() * 100));
     }
@@ -133,6 +141,17 @@ class FuzzedRelay {
  private:
   static std::string name(const char* kind, Input& input) {
     return kind + std::to_string(input.byte() % 3);
+  }
+
+  void adopt(Input& input) {
+    std::map<std::string, std::string> names;
+    for (int i = input.byte() % 4; i > 0; --i) {
+      const std::string theirs = name("net", input);
+      names[theirs] = name("net", input);
+    }
+    world_.adopt(names);
+    connected_ = false;
+    unanswered_ = 0;
   }
 
   void ask(const std::string& line, int descriptors) {
@@ -187,13 +206,36 @@ void fuzzRelay(Input& input) {
   require(before == after, "no descriptor is left open");
 }
 
+void fuzzControl(Input& input) {
+  while (!input.empty()) {
+    const std::string text = input.text();
+    try {
+      const control::Request request = control::requestFrom(text);
+      require(!request.timeout || (*request.timeout >= Duration::zero() &&
+                                   *request.timeout <= std::chrono::hours(24)),
+              "a time to stop has its bounds");
+      require(request.kind != control::Request::Kind::adopt || request.adoption.pid > 0,
+              "a successor is a process");
+    } catch (const control::RequestError& error) {
+      require(*error.what() != '\0', "a refusal has its reason");
+    }
+    const auto saying = control::sayingFrom(text);
+    if (saying && saying->kind == control::Saying::Kind::end)
+      require(WIFEXITED(saying->waitStatus) || WIFSIGNALED(saying->waitStatus),
+              "an end is one that a process can have");
+  }
+}
+
 }  // namespace
 
 }  // namespace shim
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   shim::Input input(data, size);
-  if (input.byte() % 4 == 0)
+  const uint8_t kind = input.byte();
+  if (kind == UINT8_MAX)
+    shim::fuzzControl(input);
+  else if (kind % 4 == 0)
     shim::fuzzArguments(input);
   else
     shim::fuzzRelay(input);

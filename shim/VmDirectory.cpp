@@ -42,9 +42,9 @@ VmDirectory::VmDirectory(const std::string& runDir, const std::string& name)
   makeDirectory(path_);
 }
 
-void VmDirectory::lastErrorIs(const std::string& text) const {
+void VmDirectory::lineIs(const char* name, const std::string& text) const {
   // A reader finds the whole of it or none.
-  const std::string made = file("last-error.new");
+  const std::string made = file(name) + ".new";
   (void)unlink(made.c_str());
   const Descriptor out(
       open(made.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
@@ -52,7 +52,14 @@ void VmDirectory::lastErrorIs(const std::string& text) const {
   (void)fchmod(out.number(), fileMode);
   const std::string line = text + "\n";
   if (write(out.number(), line.data(), line.size()) == static_cast<ssize_t>(line.size()))
-    (void)rename(made.c_str(), file("last-error").c_str());
+    (void)rename(made.c_str(), file(name).c_str());
+}
+
+void VmDirectory::problemIs(const std::string& text) const {
+  if (text.empty())
+    (void)unlink(file("problem").c_str());
+  else
+    lineIs("problem", text);
 }
 
 void VmDirectory::lastErrorDel() const { (void)unlink(file("last-error").c_str()); }

@@ -17,10 +17,14 @@ class VmDirectory {
   std::string file(const char* name) const { return path_ + "/" + name; }
 
   // The last word of a run that went wrong. A new run begins without.
-  void lastErrorIs(const std::string& text) const;
+  void lastErrorIs(const std::string& text) const { lineIs("last-error", text); }
   void lastErrorDel() const;
+  // What is wrong with a guest that runs, on one line; without text: nothing is.
+  void problemIs(const std::string& text) const;
 
  private:
+  void lineIs(const char* name, const std::string& text) const;
+
   std::string path_;
 };
 

@@ -11,7 +11,8 @@ rt::String Row::doc() const {
                     enabled ? "true" : "false", diskImage.charPtr(), memory, vncPort);
 }
 
-SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone)
+SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
+                                 rt::Seconds stopPatience)
     : supervisor(rt::make<VmSupervisor>(
           KeeperTools{.agent = agent,
                       .config = config,
@@ -24,6 +25,12 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone)
                         return rt::Problem{"diskImage", path, "must be a file that is there"};
                       },
                       .lastError = [this](const rt::String& vm) { return lastErrors[vm]; },
+                      .askToStop =
+                          [this](const rt::String& vm) {
+                            fortune.effects.push_back("ask " + vm.str());
+                            return !deaf.contains(vm);
+                          },
+                      .stopPatience = stopPatience,
                       .note = {}},
           std::move(restartsDone), clock)) {}
 

@@ -27,13 +27,15 @@ struct Row {
 // at 1000 s, and a loop that turns when told.
 class SupervisorWorld {
  public:
-  explicit SupervisorWorld(std::map<rt::String, uint64_t> restartsDone = {});
+  explicit SupervisorWorld(std::map<rt::String, uint64_t> restartsDone = {},
+                           rt::Seconds stopPatience = rt::Seconds(0));
 
   const rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
   rt::ActivityManager manager{clock};
   TraceLog traceLog{0, {}};
   Fortune fortune;
   std::set<rt::String> missingImages;
+  std::set<rt::String> deaf;                    // VMs without a shim to ask
   std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();

@@ -1,6 +1,7 @@
 // A relay between an agent and a QEMU that both have memory, on a clock that moves when told.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ class RelayWorld {
 
   void connectAgent() { perform(relay.agentConnected()); }
   void disconnectAgent() { perform(relay.agentGone()); }
+  // Another agent is to take this one's place, with names of its own for the cards.
+  void adopt(const std::map<std::string, std::string>& names) { perform(relay.adopt(now, names)); }
   // The agent sends that line; what it hears until QEMU has nothing more to say.
   std::vector<std::string> ask(const std::string& line, Descriptors descriptors = {});
   // The literal requests of a card's attachment and detachment; what the agent hears.

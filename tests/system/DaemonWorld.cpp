@@ -61,6 +61,8 @@ statedb::StateDb openDb(const DaemonWorld& world) {
 }  // namespace
 
 std::string enterDaemonWorld(const std::string& qemu) {
+  // For programs that are built with a leak detector.
+  setenv("LSAN_OPTIONS", "suppressions=" LEAKS_BY_DESIGN ":print_suppressions=0", 1);
   if (auto needs = Vm::fakes::enterPrivateMounts(qemu); !needs.empty()) return needs;
   if (unshare(CLONE_NEWNET) != 0 || mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
     return "the right to make a network namespace of its own";

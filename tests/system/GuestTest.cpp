@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 
 #include "tests/system/DaemonWorld.h"
 #include "tests/system/PrivateMounts.h"
@@ -24,7 +26,11 @@ constexpr const char* machinesQemu = "/var/run/.usr-bin/qemu-system-x86_64";
 
 class Guest : public testing::Test {
  protected:
-  void start() { world.start({"--shim", VMAGENT_SHIM, "--accel", "tcg"}); }
+  // The guest of one sector takes no notice of its power button.
+  static std::vector<std::string> options() {
+    return {"--shim", VMAGENT_SHIM, "--accel", "tcg", "--stop-timeout", "1"};
+  }
+  void start() { world.start(options()); }
   // A VM on a copy of the guest, for it is opened for writing.
   void addVm(const std::string& name, const std::vector<std::string>& more = {}) const {
     const std::string disk = "/var/run/" + name + ".img";
@@ -42,22 +48,21 @@ class Guest : public testing::Test {
     std::ifstream file(world.runDir + "/vm/" + name + "/console.log");
     return {std::istreambuf_iterator<char>(file), {}};
   }
-  // The processes whose program is the real QEMU. (The shim has the name of the agent's.)
+  // The processes of our network whose program is the real QEMU. (The shim's is another.)
   static std::vector<pid_t> qemus() {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const auto own = fs::read_symlink("/proc/self/ns/net", error);
+    struct stat qemu {};
+    stat(machinesQemu, &qemu);
     std::vector<pid_t> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-      std::error_code error;
-      const auto program = std::filesystem::read_symlink(entry.path() / "exe", error).string();
-      struct stat own {};
-      struct stat its {};
-      if (program.find("qemu") == std::string::npos || stat(machinesQemu, &own) != 0 ||
-          stat((entry.path() / "exe").c_str(), &its) != 0)
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+      struct stat program {};
+      // QEMU is a copy of the machine's.
+      if (fs::read_symlink(entry.path() / "ns/net", error) != own || error ||
+          stat((entry.path() / "exe").c_str(), &program) != 0 || program.st_size != qemu.st_size)
         continue;
-      std::ifstream file(entry.path() / "cmdline");
-      const std::string words{std::istreambuf_iterator<char>(file), {}};
-      if (words.find("/var/run/web") != std::string::npos &&
-          words.find("-sandbox") != std::string::npos)
-        found.push_back(std::stoi(entry.path().filename().string()));
+      found.push_back(std::stoi(entry.path().filename().string()));
     }
     return found;
   }
@@ -120,6 +125,105 @@ TEST_F(Guest, RunsBesideOthers) {
   EXPECT_TRUE(waitUntil([] { return qemus().size() == 3; }, 40)) << world.log();
   for (const char* name : {"web1", "web2", "web3"})
     EXPECT_TRUE(waitUntil([&] { return console(name).find("READY") != std::string::npos; }, 40));
+}
+
+// Guests outlive the daemon.
+
+TEST_F(Guest, GoesOnWhenTheDaemonIsKilledAndIsTakenUpByTheNext) {
+  start();
+  runVm("web1");
+  const auto before = qemus();
+  ASSERT_THAT(before, SizeIs(1));
+  world.end(SIGKILL);
+  EXPECT_EQ(qemus(), before);
+  start();
+  world.ctl({"wait", "web1", "--for", "state=Running", "--timeout", "20"});
+  EXPECT_EQ(qemus(), before);
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_THAT(qemus(), IsEmpty());
+}
+
+TEST_F(Guest, KeepsItsCardFromOneDaemonToTheNext) {
+  ip("link add Ethernet1 type veth peer name wire");
+  ip("link set Ethernet1 up");
+  start();
+  runVm("web1", {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"});
+  const auto before = qemus();
+  world.end(SIGTERM);
+  start();
+  EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", "running"); }));
+  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  EXPECT_EQ(qemus(), before);
+  const auto taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
+  EXPECT_EQ(std::count(taps.begin(), taps.end(), '\n'), 1) << taps;
+}
+
+TEST_F(Guest, ThatWasDisabledWhileNoDaemonRanIsEndedByTheNext) {
+  start();
+  runVm("web1");
+  world.end(SIGTERM);
+  world.ctl({"disable", "web1"});
+  EXPECT_THAT(qemus(), SizeIs(1));
+  start();
+  EXPECT_TRUE(waitUntil([] { return qemus().empty(); }));
+}
+
+TEST_F(Guest, ThatWasRemovedWhileNoDaemonRanIsEndedByTheNext) {
+  start();
+  runVm("web1");
+  world.end(SIGKILL);
+  world.ctl({"remove", "web1", "--force"});
+  start();
+  EXPECT_TRUE(waitUntil([] { return qemus().empty(); }));
+}
+
+TEST_F(Guest, WhoseRestartWasAskedForWhileNoDaemonRanIsRestarted) {
+  start();
+  runVm("web1");
+  const auto before = qemus();
+  world.end(SIGKILL);
+  world.ctl({"restart", "web1"});
+  start();
+  EXPECT_TRUE(waitUntil([&] { return qemus().size() == 1 && qemus() != before; }));
+}
+
+TEST_F(Guest, IsOneAtMostHoweverOftenTheDaemonIsKilled) {
+  ip("link add Ethernet1 type veth peer name wire");
+  ip("link set Ethernet1 up");
+  start();
+  addVm("web1", {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"});
+  std::mt19937 random{1};  // NOLINT(cert-msc51-cpp,cert-msc32-c): the same moments every time
+  bool on = true;
+  for (int round = 0; round < 50; ++round) {
+    switch (random() % 4) {
+      case 0:
+        on = !on;
+        world.ctl({on ? "enable" : "disable", "web1"});
+        break;
+      case 1:
+        ip("link del Ethernet1");
+        ip("link add Ethernet1 type veth peer name wire");
+        ip("link set Ethernet1 up");
+        break;
+      case 2:
+        if (on) world.ctl({"restart", "web1"});
+        break;
+      default:
+        break;
+    }
+    waitUntil([] { return false; }, static_cast<double>(random() % 400) / 1000);
+    ASSERT_LE(qemus().size(), 1U) << "in round " << round;
+    ASSERT_EQ(world.end(SIGKILL), -SIGKILL);
+    world.start(options());
+  }
+  world.vmctl({"enable", "web1"});
+  EXPECT_TRUE(waitUntil(
+      [&] { return qemus().size() == 1 && world.hasRow("vmProcess", "web1", "running"); }, 40))
+      << world.row("vmProcess", "web1") << world.row("vmProblem", "web1") << world.log();
+  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_THAT(qemus(), IsEmpty());
+  EXPECT_EQ(run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out, "");
 }
 
 }  // namespace

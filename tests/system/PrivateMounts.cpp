@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
+#include <system_error>
 
 namespace Vm::fakes {
 
@@ -26,12 +28,20 @@ void mountMemory(const char* path) { must(mount("tmpfs", path, "tmpfs", 0, "mode
 
 // A directory in memory over /usr/bin, with a link to everything that was there.
 void hideUsrBin() {
+  const fs::path place = "/usr/bin";
   const fs::path there = "/var/run/.usr-bin";
   fs::create_directory(there);
-  must(mount("/usr/bin", there.c_str(), nullptr, MS_BIND, nullptr), "bind /usr/bin");
-  mountMemory("/usr/bin");
-  for (const auto& entry : fs::directory_iterator(there))
-    fs::create_symlink(entry.path(), "/usr/bin" / entry.path().filename());
+  must(mount(place.c_str(), there.c_str(), nullptr, MS_BIND, nullptr), "bind /usr/bin");
+  std::map<fs::path, fs::path> links;
+  for (const auto& entry : fs::directory_iterator(place)) {
+    // What is a link itself may lead anywhere, and by a path that holds in its place only.
+    std::error_code error;
+    const fs::path target = fs::canonical(entry.path(), error);
+    if (error) continue;
+    links[entry.path()] = target.parent_path() == place ? there / target.filename() : target;
+  }
+  mountMemory(place.c_str());
+  for (const auto& [link, target] : links) fs::create_symlink(target, link);
 }
 
 }  // namespace

@@ -12,9 +12,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "netlink/MacvtapSetup.h"
-#include "runtime/fakes/TraceRecorder.h"
 #include "shim/fakes/ShimProcess.h"
+#include "shim/fakes/ShimWorld.h"
 #include "shim/fakes/TestFolder.h"
 #include "tests/system/KernelSandbox.h"
 #include "tests/system/PrivateMounts.h"
@@ -26,48 +25,20 @@ using fakes::AgentClient;
 using fakes::becomesReadable;
 using fakes::comesToHold;
 using fakes::contentOf;
+using fakes::exited;
 using fakes::modeOf;
+using fakes::queryStatus;
 using fakes::readUntil;
+using fakes::realQemu;
 using fakes::ShimProcess;
+using fakes::signaled;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr char realQemu[] = "/usr/bin/qemu-system-x86_64";
-constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
-
-int exited(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
-int signaled(int status) { return WIFSIGNALED(status) ? WTERMSIG(status) : -1; }
-
-class Shim : public testing::Test {
- protected:
-  // A disk of its own: QEMU locks it.
-  Shim() { std::filesystem::copy_file(BOOTSECTOR, folder / "disk.img"); }
-
-  std::unique_ptr<ShimProcess> start(const std::string& qemu = realQemu, int cards = 0,
-                                     const std::string& disk = "disk.img") {
-    return std::make_unique<ShimProcess>(
-        VMAGENT_SHIM, fakes::agentArguments("guest0", monitor(), folder / disk, cards),
-        std::map<std::string, std::string>{
-            {"VMAGENT_QEMU", qemu}, {"VMAGENT_RUN_DIR", folder.path()}, {"VMAGENT_ACCEL", "tcg"}});
-  }
-  // A program that runs in place of QEMU.
-  std::string script(const std::string& text) const {
-    std::string path = folder / "qemu.sh";
-    std::ofstream(path) << "#!/bin/sh\n" << text << "\n";
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-    return path;
-  }
-  std::string monitor() const { return folder / "guest0.monitor"; }
-  std::string file(const std::string& name) const { return folder / ("vm/guest0/" + name); }
-  static Descriptor openTerminal(const std::string& path) {
-    return Descriptor(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-  }
-
-  const fakes::TestFolder folder;
-};
+class Shim : public fakes::ShimWorld {};
 
 // A guest's life.
 
@@ -134,11 +105,15 @@ TEST_F(Shim, SleepsWhileNothingHappens) {
     const std::string status = contentOf("/proc/" + std::to_string(shim->pid()) + "/status");
     return status.substr(status.find("voluntary_ctxt_switches"));
   };
-  // Its answer was out before it slept; after a second it surely does.
-  EXPECT_FALSE(becomesReadable(agent.socket().number(), 1'000));
-  const std::string before = switches();
-  EXPECT_FALSE(becomesReadable(agent.socket().number(), 1'000));
-  EXPECT_EQ(switches(), before);
+  // Its answer was out before it slept; how soon it does, is up to the machine.
+  const auto sleepsForASecond = [&] {
+    const std::string before = switches();
+    EXPECT_FALSE(becomesReadable(agent.socket().number(), 1'000));
+    return switches() == before;
+  };
+  bool sleeps = false;
+  for (int i = 0; i < 20 && !sleeps; ++i) sleeps = sleepsForASecond();
+  EXPECT_TRUE(sleeps);
 }
 
 // Its end.
@@ -261,7 +236,9 @@ TEST_F(Shim, IsRefusedWhileAnotherKeepsTheGuest) {
   const auto second = start();
   EXPECT_EQ(exited(second->wait()), 1);
   EXPECT_EQ(second->errors(), "vmagent-shim: VM 'guest0' runs already, kept by process " +
-                                  std::to_string(first->pid()) + ": end it first\n");
+                                  std::to_string(first->pid()) +
+                                  " (adopt: the guest is kept for process " +
+                                  std::to_string(getpid()) + ", which lives): end it first\n");
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
   EXPECT_EQ(modeOf(monitor()), 0660);
 }
@@ -332,64 +309,6 @@ TEST_F(Shim, ServesAnAgentThatComesAgain) {
   EXPECT_THAT(agent.line(), StartsWith(R"({"QMP": )"));
   EXPECT_EQ(agent.ask(R"({ "execute": "qmp_capabilities","id": "enter" })"),
             R"({"return": {}, "id": "enter"})");
-  EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
-}
-
-// Cards.
-
-// As udevd does, while the agent waits.
-void makeNode() { Vm::fakes::makeTapNode("macvtap0"); }
-
-class ShimCards : public Shim {
- protected:
-  ShimCards() {
-    Vm::fakes::ip("link add low0 type veth peer name peer0");
-    Vm::fakes::ip("link set low0 up");
-    Vm::fakes::ip("link set peer0 up");
-  }
-  ~ShimCards() override { Vm::fakes::ip("link del low0"); }
-
-  // How many tap devices the process has open.
-  static long taps(pid_t pid) {
-    long count = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
-      if (std::filesystem::read_symlink(entry.path()).string().starts_with("/dev/tap")) ++count;
-    return count;
-  }
-  rt::fakes::TraceRecorder traces;
-};
-
-TEST_F(ShimCards, AreAttachedAndDetachedAgainAndAgain) {
-  const auto shim = start(realQemu, 2);
-  AgentClient agent(monitor());
-  agent.bringUp();
-  const char mac[] = "\x52\x54\x00\x12\x34\x56";
-  const Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
-  ASSERT_TRUE(tap);
-  for (int round = 0; round < 3; ++round) {
-    EXPECT_THAT(agent.attach(0, tap.number()), testing::Each(HasSubstr(R"("return": {})")));
-    EXPECT_EQ(taps(shim->qemu()), 1);
-    EXPECT_EQ(taps(shim->pid()), 0);
-    const auto answers = agent.detach(0);
-    EXPECT_THAT(answers[0], HasSubstr(R"("return": {})"));
-    EXPECT_THAT(answers[2], HasSubstr(R"("return": {})"));
-    EXPECT_EQ(taps(shim->qemu()), 0);
-  }
-  EXPECT_THAT(contentOf(file("shim.log")), Not(HasSubstr("problem")));
-}
-
-TEST_F(ShimCards, AreNotBoundTwiceWhichWouldEndQemu) {
-  const auto shim = start(realQemu, 2);
-  AgentClient agent(monitor());
-  agent.bringUp();
-  const char mac[] = "\x52\x54\x00\x12\x34\x56";
-  const Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
-  ASSERT_TRUE(tap);
-  agent.attach(0, tap.number());
-  EXPECT_THAT(agent.ask(R"({ "execute": "netdev_set","arguments": {"nicid": "net1","netdevid": )"
-                        R"("hostnet0"},"id": "netdev" })"),
-              HasSubstr("is bound to card 'net0'"));
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
 }
 

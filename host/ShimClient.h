@@ -1,0 +1,13 @@
+// What the daemon says to a guest's shim.
+#pragma once
+
+#include "runtime/base/String.h"
+
+namespace host {
+
+// Asks the shim of that VM, on its socket below `runDir`, to have its guest shut itself down,
+// within `timeout` (text of whole seconds), and then to end it. Does not wait for anything; false
+// when there is no shim to ask.
+bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout);
+
+}  // namespace host

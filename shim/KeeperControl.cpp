@@ -1,0 +1,127 @@
+// What others than the agent ask of a keeper, and who takes its guest over.
+#include <poll.h>
+#include <unistd.h>
+
+#include "shim/Differences.h"
+#include "shim/Failure.h"
+#include "shim/Keeper.h"
+
+namespace shim {
+
+namespace {
+
+// A successor that was told of the end has ended by then, or never will.
+constexpr int successorsPatience = 1'000;  // milliseconds
+
+bool has(int descriptor, short event) {
+  pollfd polled{descriptor, event, 0};
+  return poll(&polled, 1, 0) == 1;
+}
+
+}  // namespace
+
+control::State Keeper::state() const {
+  if (stop_.hasBegun()) return control::State::stopping;
+  return relay_->isReady() ? control::State::running : control::State::starting;
+}
+
+control::Status Keeper::status() const {
+  control::Status status{state(), pid_, relay_->hasAgent(), console_->terminal(), {}};
+  status.problems = restartReasons_;
+  for (const auto& [about, text] : relay_->standing()) status.problems.push_back(text);
+  return status;
+}
+
+std::string Keeper::answer(ControlServer::Client client, const control::Request& request,
+                           Descriptors descriptors) {
+  switch (request.kind) {
+    case control::Request::Kind::status:
+      return control::statusLine(status());
+    case control::Request::Kind::stop:
+      orderlyStop(request.timeout.value_or(stopTimeout_));
+      break;
+    case control::Request::Kind::adopt:
+      adopt(client, request.adoption, std::move(descriptors));
+      break;
+  }
+  return control::doneLine();
+}
+
+void Keeper::orderlyStop(Duration timeout) {
+  log_.write(logLine("shim", "asked to stop the guest, which gets " +
+                                 std::to_string(timeout.count()) + " ms to shut itself down"));
+  stop(stop_.orderly(now(), timeout, guest()));
+}
+
+void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,
+                   Descriptors descriptors) {
+  if (stop_.hasBegun()) throw control::RequestError("adopt: the guest is being stopped");
+  if (!succession_.mayBeTakenOver() && has(daemon_.number(), POLLIN)) handleDaemonsEnd();
+  if (!succession_.mayBeTakenOver())
+    throw control::RequestError("adopt: the guest is kept for process " +
+                                std::to_string(daemonPid_) + ", which lives");
+  // It may have given up while we stood still, and must not be believed to be lost then.
+  if (has(control_->number(client), POLLRDHUP))
+    throw control::RequestError("adopt: the successor has hung up");
+  if (descriptors.empty())
+    throw control::RequestError(
+        "adopt: the daemon's process is missing: send a descriptor of it along");
+  std::unique_ptr<ListeningSocket> socket;
+  CommandLine wanted;
+  try {
+    wanted = readCommandLine(adoption.arguments);
+    if (wanted.name != name_)
+      throw Failure("the guest is VM '" + name_ + "' and not '" + wanted.name + "'");
+    socket = std::make_unique<ListeningSocket>(wanted.monitorPath, "monitor");
+  } catch (const std::runtime_error& error) {
+    throw control::RequestError("adopt: " + std::string(error.what()));
+  }
+  socket_ = std::move(socket);
+  agent_.reset();
+  daemonPid_ = adoption.daemon;
+  daemon_ = std::move(descriptors.front());
+  succession_.takenOver();
+  successor_ = client;
+  control_->keep(client);
+  restartReasons_ = restartReasons(line_, wanted);
+  directory_.lastErrorDel();  // of a successor that was refused
+  log_.write(logLine("shim", "keeps the guest for process " + std::to_string(daemonPid_) +
+                                 " from now on, at which process " + std::to_string(adoption.pid) +
+                                 " stands in for it"));
+  perform(relay_->adopt(now(), cardNames(line_, wanted)));
+}
+
+void Keeper::handleDaemonsEnd() {
+  succession_.daemonEnded();
+  log_.write(logLine("shim", "process " + std::to_string(daemonPid_) +
+                                 ", for which the guest was kept, has ended: the guest goes on"));
+}
+
+void Keeper::lookForSuccessor() {
+  if (!successor_ || control_->isConnected(*successor_)) return;
+  successor_.reset();
+  succession_.successorGone(now());
+}
+
+// The successor first, and the agent's connection is open until then: it must learn of the end
+// before it could try to reconnect.
+void Keeper::tellOfEnd() {
+  control_->removePath();
+  console_->removePath();
+  control_->tellAll(control::endLine(*status_));
+  if (!successor_) return;
+  pollfd polled{control_->number(*successor_), POLLRDHUP, 0};
+  (void)poll(&polled, 1, successorsPatience);
+}
+
+void Keeper::showProblems() {
+  std::string line;
+  for (const std::string& problem : status().problems) line += (line.empty() ? "" : "; ") + problem;
+  for (char& c : line)
+    if (static_cast<unsigned char>(c) < ' ') c = ' ';
+  if (line == shownProblem_) return;
+  shownProblem_ = line;
+  directory_.problemIs(line);
+}
+
+}  // namespace shim

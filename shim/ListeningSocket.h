@@ -1,0 +1,36 @@
+// A socket in a directory, where others find us.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+#include "shim/Descriptor.h"
+
+namespace shim {
+
+// Listens from its construction on; throws Failure, which names the path as that of `what`. What an
+// earlier run left at the path goes. Users of our group may connect, and nobody else.
+class ListeningSocket {
+ public:
+  ListeningSocket(std::string path, const std::string& what);
+  ListeningSocket(const ListeningSocket&) = delete;
+  ~ListeningSocket() { remove(); }
+
+  const std::string& path() const { return path_; }
+  int number() const { return socket_.number(); }
+  // A connection that does not block; none when nobody waits any more.
+  Descriptor accept() const;
+  // Removes the path, unless it is another's by now.
+  void remove() const;
+
+ private:
+  const std::string path_;
+  Descriptor socket_;
+  struct stat own_ {};
+};
+
+// A connection to whoever listens at that path, which does not block; none when nobody does.
+Descriptor connectionTo(const std::string& path);
+
+}  // namespace shim

@@ -1,0 +1,225 @@
+// Another agent takes the place of one that is gone.
+#include <gmock/gmock.h>
+
+#include "shim/Relay.h"
+#include "shim/fakes/RelayWorld.h"
+
+namespace shim {
+namespace {
+
+using fakes::FakeQemu;
+using fakes::Probe;
+using fakes::RelayWorld;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Key;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+const std::map<std::string, std::string> sameNames{{"net0", "net0"}, {"net1", "net1"}};
+constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
+
+std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
+
+void getFd(RelayWorld& world, const std::string& name, Descriptors descriptors) {
+  world.ask(R"({"execute":"getfd","arguments":{"fdname":")" + name + R"("},"id":"getfd"})",
+            std::move(descriptors));
+}
+
+TEST(RelayAdoption, GreetsTheNewAgentAsTheFirst) {
+  RelayWorld world;
+  world.begin();
+  world.disconnectAgent();
+  world.adopt(sameNames);
+  world.connectAgent();
+  EXPECT_THAT(world.heard(), ElementsAre(FakeQemu::greeting() + "\r\n"));
+  EXPECT_THAT(world.ask(R"({ "execute": "qmp_capabilities","id": "enter" })"),
+              ElementsAre(done("enter")));
+}
+
+TEST(RelayAdoption, RemovesTheNetdevsThatTheOldAgentBound) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.attach("net1", "hostnet1");
+  world.disconnectAgent();
+  world.adopt(sameNames);
+  EXPECT_THAT(world.qemu.netdevs(),
+              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1")));
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_FALSE(world.qemu.hasLink("net1"));
+  EXPECT_THAT(world.problems, IsEmpty());
+  EXPECT_THAT(world.qemu.asked(), testing::Not(Contains(HasSubstr("closefd"))));
+}
+
+TEST(RelayAdoption, RemovesANetdevThatWasNotBoundYet) {
+  RelayWorld world;
+  world.begin();
+  Probe probe;
+  Descriptors one;
+  one.push_back(std::move(probe.given));
+  getFd(world, "f", std::move(one));
+  world.ask(
+      R"({"execute":"netdev_add","arguments":{"type":"tap","fd":"f","id":"h"},"id":"netdev"})");
+  world.adopt(sameNames);
+  EXPECT_THAT(world.qemu.netdevs(), testing::Not(Contains(Key("h"))));
+  EXPECT_TRUE(probe.isClosed());
+  EXPECT_THAT(world.problems, IsEmpty());
+}
+
+TEST(RelayAdoption, ClosesADescriptorThatIsNoNetdevsYet) {
+  RelayWorld world;
+  world.begin();
+  Probe probe;
+  Descriptors one;
+  one.push_back(std::move(probe.given));
+  getFd(world, "f", std::move(one));
+  EXPECT_FALSE(probe.isClosed());
+  world.adopt(sameNames);
+  EXPECT_TRUE(probe.isClosed());
+  EXPECT_EQ(world.qemu.descriptorsHeld(), 0U);
+}
+
+TEST(RelayAdoption, LeavesNothingToRemoveOfWhatIsGone) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.detach("hostnet0");
+  world.qemu.refusalIs("netdev_add", "no room");
+  world.attach("net1", "hostnet1");
+  world.ask(R"({"execute":"closefd","arguments":{"fdname":"fd-hostnet1"},"id":"closefd"})");
+  const size_t asked = world.qemu.asked().size();
+  world.adopt(sameNames);
+  EXPECT_EQ(world.qemu.asked().size(), asked);
+}
+
+TEST(RelayAdoption, LetsTheNewAgentAttachTheCards) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.adopt(sameNames);
+  world.connectAgent();
+  world.heard();
+  EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+}
+
+TEST(RelayAdoption, KnowsTheCardsByTheNewAgentsNames) {
+  RelayWorld world;
+  world.begin();
+  world.adopt({{"net0", "net1"}, {"net1", "net0"}});
+  world.connectAgent();
+  world.heard();
+  EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+  EXPECT_THAT(world.qemu.asked(),
+              Contains(HasSubstr("\"hubid\":1,\"id\":\"hub-hostnet0\",\"netdev\":\"hostnet0\"")));
+  world.ask(R"({"execute":"set_link","arguments":{"name":"hostnet0","up":false},"id":"setlink"})");
+  EXPECT_FALSE(world.qemu.hasLink("net1"));
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+  world.ask(R"({"execute":"set_link","arguments":{"name":"net1","up":false},"id":"setlink"})");
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+}
+
+TEST(RelayAdoption, RefusesACardThatTheGuestHasNot) {
+  RelayWorld world;
+  world.begin();
+  world.adopt({{"net1", "net0"}});
+  world.connectAgent();
+  world.heard();
+  EXPECT_THAT(
+      world.attach("net0", "hostnet0"),
+      ElementsAre(done("getfd"), done("netdev"),
+                  HasSubstr("the guest has no card 'net0': restart needed"), done("setlink")));
+  EXPECT_THAT(world.relay.standing(), ElementsAre(Pair("hostnet0", HasSubstr("restart needed"))));
+}
+
+TEST(RelayAdoption, ForgetsWhatTheOldAgentAskedFor) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.stop();
+  world.ask(queryStatus);
+  world.ask(queryStatus);
+  Probe probe;
+  Descriptors one;
+  one.push_back(std::move(probe.given));
+  getFd(world, "f", std::move(one));
+  world.adopt(sameNames);
+  world.connectAgent();
+  world.heard();
+  EXPECT_TRUE(probe.isClosed());
+  world.qemuGoes();
+  EXPECT_THAT(world.heard(), IsEmpty());
+}
+
+TEST(RelayAdoption, RemovesWhatQemuMakesOnlyLater) {
+  RelayWorld world;
+  world.begin();
+  world.ask(R"({"execute":"getfd","arguments":{"fdname":"x"},"id":"getfd"})");
+  Probe probe;
+  Descriptors one;
+  one.push_back(std::move(probe.given));
+  getFd(world, "f", std::move(one));
+  world.qemu.stop();
+  world.ask(
+      R"({"execute":"netdev_add","arguments":{"type":"tap","fd":"f","id":"h"},"id":"netdev"})");
+  world.adopt(sameNames);
+  EXPECT_THAT(world.qemu.netdevs(), testing::Not(Contains(Key("h"))));
+  world.qemuGoes();
+  EXPECT_THAT(world.qemu.netdevs(), testing::Not(Contains(Key("h"))));
+  EXPECT_TRUE(probe.isClosed());
+}
+
+TEST(RelayAdoption, ClearsUpBeforeTheNewAgentsRequests) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.attach("net1", "hostnet1");
+  world.qemu.stop();
+  world.adopt(sameNames);
+  world.connectAgent();
+  world.heard();
+  EXPECT_THAT(world.attach("net0", "hostnet0"), IsEmpty());
+  world.qemuGoes();
+  EXPECT_THAT(world.heard(), Each(HasSubstr("return")));
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+  EXPECT_THAT(world.qemu.netdevs(), Contains(Key("hub-hostnet0")));
+  EXPECT_FALSE(world.qemu.hasAborted());
+}
+
+TEST(RelayAdoption, OfAGuestThatIsNotReadyWaitsUntilItIs) {
+  RelayWorld world;
+  world.adopt(sameNames);
+  world.connectAgent();
+  EXPECT_THAT(world.heard(), IsEmpty());
+  world.qemuSays(FakeQemu::greeting());
+  EXPECT_THAT(world.heard(), ElementsAre(FakeQemu::greeting() + "\r\n"));
+}
+
+TEST(RelayAdoption, ForgetsTheProblemsOfTheOldAgentsCards) {
+  RelayWorld world;
+  world.begin();
+  world.qemu.refusalIs("netdev_add", "no room");
+  world.attach("net0", "hostnet0");
+  world.adopt(sameNames);
+  EXPECT_THAT(world.relay.standing(), IsEmpty());
+}
+
+TEST(RelayAdoption, CanComeAgainAndAgain) {
+  RelayWorld world;
+  world.begin();
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+    world.disconnectAgent();
+    world.adopt(sameNames);
+    world.connectAgent();
+    world.heard();
+  }
+  EXPECT_EQ(world.qemu.netdevs().size(), 2U);
+  EXPECT_THAT(world.problems, IsEmpty());
+}
+
+}  // namespace
+}  // namespace shim

@@ -1,0 +1,120 @@
+#include "shim/StandIn.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <optional>
+
+#include "shim/ControlText.h"
+#include "shim/Failure.h"
+#include "shim/Keeper.h"
+#include "shim/ListeningSocket.h"
+#include "shim/QemuProcess.h"
+#include "shim/Wire.h"
+
+namespace shim {
+
+namespace {
+
+using Kind = control::Saying::Kind;
+
+// For a shim to answer; it does nothing that takes long.
+constexpr int patience = 2'000;  // milliseconds
+constexpr size_t longestSaying = 64 * 1024;
+
+// What came of it.
+struct Outcome {
+  std::optional<int> waitStatus;  // of a guest that was taken over, and has ended since
+  std::string refusal;
+};
+
+class Successor {
+ public:
+  Successor(Descriptor connection, const std::vector<std::string>& arguments, const Parent& parent)
+      : wire_(std::move(connection), longestSaying), arguments_(arguments), parent_(parent) {
+    const sigset_t set = keeperSignals();
+    signals_.reset(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
+    if (!signals_) throw failureOf("signals cannot be read");
+  }
+
+  Outcome run() {
+    while (!outcome_) {
+      // A signal that comes before the guest is ours waits until it is.
+      pollfd polled[] = {
+          {wire_.number(), static_cast<short>(POLLIN | (wire_.isBlocked() ? POLLOUT : 0)), 0},
+          {isTaken_ ? signals_.number() : -1, POLLIN, 0}};
+      if (poll(polled, 2, isTaken_ ? -1 : patience) == 0) {
+        outcome_ = {std::nullopt, "its shim does not answer"};
+        break;
+      }
+      wire_.flush();
+      if (polled[0].revents != 0) receive();
+      if (polled[1].revents != 0) takeSignals();
+    }
+    return *outcome_;
+  }
+
+ private:
+  void receive() {
+    for (const Message& message : wire_.receive())
+      if (const auto saying = control::sayingFrom(message.text)) hear(*saying);
+    if (outcome_ || !wire_.isClosed()) return;
+    // Killed, and its QEMU with it.
+    outcome_ = isTaken_ ? Outcome{W_EXITCODE(0, SIGKILL), {}}
+                        : Outcome{std::nullopt, "its shim has ended"};
+  }
+
+  void hear(const control::Saying& saying) {
+    if (saying.kind == Kind::greeting && !isTaken_) ask(saying.greeting);
+    if (saying.kind == Kind::done) isTaken_ = true;
+    if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
+    if (saying.kind == Kind::end)
+      outcome_ =
+          isTaken_ ? Outcome{saying.waitStatus, {}} : Outcome{std::nullopt, "its guest has ended"};
+  }
+
+  void ask(const control::Greeting& greeting) {
+    if (greeting.protocol != control::protocol)
+      throw Failure("VM '" + greeting.vm + "' runs already, kept by process " +
+                    std::to_string(greeting.pid) + ", which is of another version (" +
+                    std::to_string(greeting.protocol) + " and not " +
+                    std::to_string(control::protocol) + "): stop it first");
+    Message request{control::adoptLine({getpid(), parent_.pid(), arguments_}), {}};
+    request.descriptors.push_back(parent_.process());
+    if (!request.descriptors.front()) throw Failure("the daemon has ended");
+    wire_.send(std::move(request));
+  }
+
+  void takeSignals() {
+    signalfd_siginfo told{};
+    while (read(signals_.number(), &told, sizeof told) == sizeof told)
+      if (told.ssi_signo != SIGCHLD) wire_.send({control::stopLine(Duration::zero()), {}});
+  }
+
+  Wire wire_;
+  const std::vector<std::string>& arguments_;
+  const Parent& parent_;
+  Descriptor signals_;
+  bool isTaken_ = false;
+  std::optional<Outcome> outcome_;
+};
+
+}  // namespace
+
+std::string standIn(const std::string& path, const std::vector<std::string>& arguments,
+                    const Parent& parent, const std::vector<int>& parting) {
+  Descriptor connection = connectionTo(path);
+  if (!connection) return "its shim cannot be reached at " + path;
+  if (!parent.takesUsAlong()) throw Failure("the daemon has ended");
+  Successor successor(std::move(connection), arguments, parent);
+  const Outcome outcome = successor.run();
+  // The connection lasts to the last moment, by which the shim knows when we have ended.
+  if (outcome.waitStatus) endAs(*outcome.waitStatus, parting);
+  Parent::leavesUs();
+  return outcome.refusal;
+}
+
+}  // namespace shim
