@@ -9,9 +9,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "host/Report.h"
@@ -25,9 +24,15 @@ constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
 constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
 constexpr std::string_view monitorEnd = ".monitor,server,nowait";
 
+// Empty when the process has gone, as it may between any two steps. (A stream would throw then.)
 std::string commandLineOf(const std::string& process) {
-  std::ifstream file(process + "/cmdline");
-  return {std::istreambuf_iterator<char>(file), {}};
+  const int file = open((process + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC);
+  std::string text;
+  char part[4096];
+  for (ssize_t count = 0; file >= 0 && (count = read(file, part, sizeof part)) > 0;)
+    text.append(part, static_cast<size_t>(count));
+  if (file >= 0) close(file);
+  return text;
 }
 
 // What /var/run is to a process: its links are to be followed from its root and not from ours.

@@ -149,6 +149,19 @@ class SurvivorsTest : public testing::Test {
   std::vector<std::string> told;
 };
 
+TEST_F(SurvivorsTest, AreLookedForAmongProcessesThatEndMeanwhile) {
+  for (int round = 0; round < 20; ++round) {
+    std::vector<pid_t> children;
+    for (int i = 0; i < 20; ++i) {
+      const pid_t child = fork();
+      if (child == 0) _exit(0);
+      children.push_back(child);
+    }
+    EXPECT_NO_THROW((void)guestProcesses());
+    for (const pid_t child : children) waitpid(child, nullptr, 0);
+  }
+}
+
 TEST_F(SurvivorsTest, AreFoundByTheirCommandLine) {
   const FakeGuest guest(own("web1"), FakeGuest::Manner::yielding);
   EXPECT_THAT(guestProcesses(),
