@@ -3,11 +3,12 @@ if(BUILD_TESTING)
   include(GoogleTest)
 endif()
 
-# vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>])
+# vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>]
+#              [FILTER <gtest filter>])
 #
 # A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.
 function(vmagent_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;TIMEOUT" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;TIMEOUT;FILTER" "SOURCES;LIBRARIES")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
@@ -20,5 +21,6 @@ function(vmagent_test)
   gtest_discover_tests(${arg_NAME}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
+    TEST_FILTER "${arg_FILTER}"
     PROPERTIES TIMEOUT ${arg_TIMEOUT})
 endfunction()
