@@ -134,7 +134,7 @@ Exit disableVms(Context& context, const Arguments& arguments) {
     return changed.before->enabled() ? "disabled" : "was disabled already";
   };
   deed.goal = [](const rt::String&) {
-    return Goal{[](const VmRow& row) { return row.isOff(); }, false};
+    return Goal{[](const VmRow& row) { return row.isOff(); }, true, false};
   };
   deed.done = "disabled, and no process is left";
   const std::vector<rt::String> names = namesOf(configuration, arguments);
@@ -167,7 +167,7 @@ Exit removeVms(Context& context, const Arguments& arguments) {
     return "removed";
   };
   deed.goal = [](const rt::String&) {
-    return Goal{[](const VmRow& row) { return !row.status && row.process.process == "none"; },
+    return Goal{[](const VmRow& row) { return !row.status && row.process.process == "none"; }, true,
                 false};
   };
   deed.done = "removed, and no process is left";

@@ -249,6 +249,24 @@ TEST_F(DisableVerb, WaitsUntilTheProcessIsGone) {
   EXPECT_FALSE(isEnabled("web1"));
 }
 
+TEST_F(DisableVerb, DoesNotGoByWhatTheDaemonSaidBeforeItHeard) {
+  putVm("web1", true);  // just now: the daemon starts it before it hears of the rest
+  daemonListens_ = false;
+  onWait([&] { putRunning("web1"); });
+  onWait([&] { putHeard(); });
+  onWait([&] { putOff("web1"); });
+  EXPECT_EQ(vmctl("disable web1 --wait"),
+            (Answer{0, "", "web1: disabled, and no process is left\n"}));
+  EXPECT_EQ(waits_, 3);
+}
+
+TEST_F(DisableVerb, DoesNotTakeAnotherDatabasesMomentForItsOwn) {
+  putVm("web1", true);
+  daemonListens_ = false;
+  put("daemon", "vmagentd", R"({"configStore":"another","configSequence":1000000})");
+  EXPECT_EQ(vmctl("disable web1 --wait --timeout 2").exit, 7);
+}
+
 TEST_F(DisableVerb, OfAllStopsTheEnabledOnes) {
   putVm("web1", true);
   putVm("web2", false);
@@ -358,6 +376,14 @@ TEST_F(RemoveVerb, OfARowThatCannotBeReadNeedsForce) {
                     "vmctl: web1: its configuration cannot be read, so it may be enabled: --force "
                     "removes it\n"}));
   EXPECT_EQ(vmctl("remove web1 --force").exit, 0);
+}
+
+TEST_F(RemoveVerb, DoesNotGoByWhatTheDaemonSaidBeforeItHeard) {
+  putVm("web1", true);
+  daemonListens_ = false;
+  onWait([&] { putHeard(); });
+  EXPECT_EQ(vmctl("remove web1 --force --wait").exit, 0);
+  EXPECT_EQ(waits_, 1);
 }
 
 TEST_F(RemoveVerb, WaitsUntilNothingIsLeft) {

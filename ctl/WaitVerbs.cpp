@@ -74,6 +74,9 @@ Goal goalOf(const std::vector<Condition>& conditions) {
       return condition.field->value(row) == condition.value;
     });
   };
+  goal.needsDaemon =
+      std::any_of(conditions.begin(), conditions.end(),
+                  [](const Condition& condition) { return !isOf(condition, "config.enabled"); });
   goal.needsConfiguration =
       std::any_of(conditions.begin(), conditions.end(),
                   [](const Condition& condition) { return !isOf(condition, "process"); });
@@ -91,14 +94,12 @@ Exit waitForVm(Context& context, const Arguments& arguments) {
   const VmRow row = vmNamed(context, name);
   // One that was removed may still have a process to wait for.
   if (!row.status && row.process.process == "none") (void)requiredVm(context, name);
-  const bool needsDaemon =
-      std::any_of(conditions.begin(), conditions.end(),
-                  [](const Condition& condition) { return !isOf(condition, "config.enabled"); });
-  if (needsDaemon && !context.daemonRuns())
+  const Goal goal = goalOf(conditions);
+  if (goal.needsDaemon && !context.daemonRuns())
     throw Refusal(
         Exit::failed,
         "vmagentd is not running: there is nobody to wait for; when it stopped, " + whatIsSo(row));
-  Waiter(context, patience).until(name, goalOf(conditions));
+  Waiter(context, patience).until(name, goal);
   return Exit::done;
 }
 

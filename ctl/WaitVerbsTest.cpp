@@ -23,6 +23,20 @@ TEST_F(WaitVerb, OfAVmWithoutStatusKnowsWhatThatMeans) {
             (Answer{0, "", ""}));
 }
 
+TEST_F(WaitVerb, DoesNotGoByWhatTheDaemonSaidBeforeItHeard) {
+  putRunning("web1");
+  daemonListens_ = false;
+  onWait([&] { putHeard(); });
+  EXPECT_EQ(vmctl("wait web1 --for state=Running"), (Answer{0, "", ""}));
+  EXPECT_EQ(waits_, 1);
+}
+
+TEST_F(WaitVerb, OfTheConfigurationAloneWaitsForNoDaemon) {
+  daemonListens_ = false;
+  EXPECT_EQ(vmctl("wait web1 --for config.enabled=true"), (Answer{0, "", ""}));
+  EXPECT_EQ(waits_, 0);
+}
+
 TEST_F(WaitVerb, ReturnsWhenItBecomesSo) {
   putRunning("web1");
   onWait([&] { put("vmProcess", "web1", R"({"process":"ending","pid":1,"restarts":0})"); });

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "ctl/Json.h"
 #include "runtime/base/Text.h"
 
 namespace ctl {
@@ -20,6 +21,7 @@ constexpr const char* clearLine = "\r\x1b[K";
 Waiter::Waiter(Context& context, rt::Seconds patience)
     : context_(context),
       begin_(context.world().now()),
+      asked_(context.db().store(statedb::Half::config).snapshot({}).cursor),
       patience_(patience),
       descriptors_{context.db().store(statedb::Half::status).wakeUp(), -1} {
   descriptors_[1] = context.db().store(statedb::Half::config).wakeUp();
@@ -35,13 +37,22 @@ void Waiter::silence() {
   (void)context_.db().store(statedb::Half::config).changes({});
 }
 
+// To be asked before the rest is read, which is no older then.
+bool Waiter::daemonHasHeard() {
+  const auto record = context_.status("daemon", "vmagentd");
+  const auto json = record ? JsonValue::parse(record->doc) : std::nullopt;
+  if (!json || json->text("configStore") != asked_.storeId) return false;
+  return json->number("configSequence").value_or(0) >= static_cast<int64_t>(asked_.sequence);
+}
+
 void Waiter::until(const rt::String& name, const Goal& goal) {
   oldProblem_.reset();
   toldProblem_ = "";
   for (;;) {
     silence();
+    const bool isSettled = !goal.needsDaemon || daemonHasHeard();
     const VmRow row = vmNamed(context_, name);
-    if (goal.isReached(row)) return clearProgress();
+    if (isSettled && goal.isReached(row)) return clearProgress();
     if (goal.needsConfiguration && !row.exists()) {
       clearProgress();
       throw Refusal(Exit::noSuch, name + ": was removed while it was waited for");

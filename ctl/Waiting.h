@@ -9,6 +9,9 @@ namespace ctl {
 
 struct Goal {
   std::function<bool(const VmRow& row)> isReached;
+  // Whether the daemon brings it about: then what it has said before it heard of all that was asked
+  // for until now does not count.
+  bool needsDaemon = true;
   // A VM that is gone from the configuration will not get there.
   bool needsConfiguration = true;
 };
@@ -16,7 +19,8 @@ struct Goal {
 // Follows both halves of the database from its construction on, so that nothing is missed.
 class Waiter {
  public:
-  // `patience`: for all that is waited for together.
+  // To be made after what is waited for was asked for. `patience`: for all that is waited for
+  // together.
   Waiter(Context& context, rt::Seconds patience);
   Waiter(const Waiter&) = delete;
   ~Waiter();
@@ -28,6 +32,7 @@ class Waiter {
 
  private:
   void silence();
+  bool daemonHasHeard();
   rt::Seconds passed() const { return context_.world().now() - begin_; }
   void tellProblem(const VmRow& row);
   void tellProgress(const VmRow& row);
@@ -37,6 +42,7 @@ class Waiter {
 
   Context& context_;
   const rt::Seconds begin_;
+  const statedb::Cursor asked_;  // the configuration as it was then
   const rt::Seconds patience_;
   int descriptors_[2];
   std::optional<rt::String> oldProblem_;  // as it was when the wait for this VM began

@@ -17,7 +17,7 @@ void ConfigFeed::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
   listen();
-  sink_(follower_.catchUp());
+  handOn(follower_.catchUp());
 }
 
 void ConfigFeed::listen() {
@@ -43,7 +43,7 @@ void ConfigFeed::look() {
     trouble_ = {};
     wakeUp_->notifyOnReadableIs(true);
   }
-  sink_(news);
+  handOn(news);
 }
 
 // Listens before it reads, so that nothing is missed in between.

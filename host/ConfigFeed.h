@@ -14,7 +14,8 @@ namespace host {
 // again every second and reports why once; what was handed on stays in force.
 class ConfigFeed final : public rt::StateMachineOf<ConfigFeed> {
  public:
-  using Sink = std::function<void(const std::vector<statedb::Change>&)>;
+  // The changes, and the moment that is reached with them.
+  using Sink = std::function<void(const std::vector<statedb::Change>&, const statedb::Cursor&)>;
 
   // All there is was handed on when this returns; throws statedb::Error when it cannot be read.
   ConfigFeed(statedb::StateDb& db, std::vector<rt::String> tables, Sink sink, rt::Clock::Ptr clock);
@@ -31,6 +32,7 @@ class ConfigFeed final : public rt::StateMachineOf<ConfigFeed> {
   void listen();
   void look();
   std::vector<statedb::Change> read();
+  void handOn(const std::vector<statedb::Change>& news) { sink_(news, *follower_.cursor()); }
   void wait(const statedb::Error& error);
 
   statedb::Follower follower_;

@@ -20,7 +20,8 @@ class ConfigFeedTest : public testing::Test {
   void start() {
     feed = rt::make<ConfigFeed>(
         db, std::vector<rt::String>{"vmConfig", "vmIntent"},
-        [this](const std::vector<statedb::Change>& changes) {
+        [this](const std::vector<statedb::Change>& changes, const statedb::Cursor& moment) {
+          reached = moment;
           for (const auto& [op, record] : changes)
             news.push_back((op == statedb::Op::put ? "put " : "del ") + record.key.str() +
                            (op == statedb::Op::put ? " " + record.doc.str() : ""));
@@ -45,6 +46,7 @@ class ConfigFeedTest : public testing::Test {
   fakes::StoreFile status;
   statedb::StateDb db = fakes::troubledDb(config, status);
   std::vector<std::string> news;
+  statedb::Cursor reached;
   ConfigFeed::Ptr feed;
 };
 
@@ -69,6 +71,16 @@ TEST_F(ConfigFeedTest, HandsAChangeOnAtOnce) {
   del("a");
   turn();
   EXPECT_THAT(take(), ElementsAre("del a"));
+}
+
+TEST_F(ConfigFeedTest, TellsTheMomentThatItsChangesLeadTo) {
+  put("a", "1");
+  start();
+  EXPECT_EQ(reached, config.other(statedb::Half::config)->snapshot({}).cursor);
+  // What does not concern it moves the moment, too: who committed it may wait for that.
+  config.other(statedb::Half::config)->commit(statedb::Transaction().put("other", "a", "1"));
+  turn();
+  EXPECT_EQ(reached, config.other(statedb::Half::config)->snapshot({}).cursor);
 }
 
 TEST_F(ConfigFeedTest, MissesNothingThatIsCommittedAsItReads) {

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <string>
 
@@ -15,6 +14,8 @@
 #include "host/BridgeFdb.h"
 #include "host/ConfigFeed.h"
 #include "host/FdbStatus.h"
+#include "host/FirstLine.h"
+#include "host/GuestProblems.h"
 #include "host/Heartbeat.h"
 #include "host/Intents.h"
 #include "host/Janitor.h"
@@ -60,15 +61,19 @@ std::optional<gid_t> groupOf(std::string_view name) {
   return std::nullopt;
 }
 
-// Makes the directory unless it is there, for the group of operators if there is one.
-void makeDirectory(const rt::String& path) {
+// Makes the directory unless it is there, for the group if there is one.
+void makeDirectory(const rt::String& path, std::optional<gid_t> group) {
   if (mkdir(path.charPtr(), 02770) != 0) {
     if (errno == EEXIST) return;
     throw rt::Exception("the directory " + path + " cannot be made: " + std::strerror(errno));
   }
-  if (const auto operators = groupOf("vmagent"))
-    (void)!chown(path.charPtr(), static_cast<uid_t>(-1), *operators);
+  if (group) (void)!chown(path.charPtr(), static_cast<uid_t>(-1), *group);
   chmod(path.charPtr(), 02770);
+}
+
+std::optional<gid_t> ownerGroupOf(const rt::String& path) {
+  struct stat facts {};
+  return stat(path.charPtr(), &facts) == 0 ? std::optional(facts.st_gid) : std::nullopt;
 }
 
 // The locks of one daemon a run directory, and one agent a directory of monitors.
@@ -127,15 +132,6 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
   return entries;
 }
 
-// The first line of what the VM's shim left, if it is a text of reasonable length.
-rt::String lastErrorOf(const rt::String& runDir, const rt::String& vm) {
-  std::ifstream file((runDir + "/vm/" + vm + "/last-error").str());
-  std::string line;
-  constexpr size_t longest = 512;
-  if (!std::getline(file, line)) return {};
-  return rt::String(line.substr(0, longest));
-}
-
 std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
   return edge::imageProblem(path, edge::imageFacts(path));
 }
@@ -153,10 +149,11 @@ class Daemon::Parts {
   void startAgent();
   void startFeeds();
   void endOrphans();
+  rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
   rt::Seconds stopPatience() const;
-  void handleConfig(const std::vector<statedb::Change>& changes);
+  void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
   void turn(bool wait);
 
   const Options options_;
@@ -167,6 +164,7 @@ class Daemon::Parts {
   rt::ActivityManager manager_;
   const AgentRecords records_;
   const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
+  const DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs("vmagentd");
   Problems problems_{hostStatus_, timeOfDay};
   std::map<rt::String, uint64_t> restartsDone_;
   VmRows rows_{edge::machineLimits()};
@@ -183,6 +181,7 @@ class Daemon::Parts {
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
   Survivors::Ptr survivors_;
+  GuestProblems::Ptr guestProblems_;  // null: no shim
   ConfigFeed::Ptr configFeed_;
 };
 
@@ -206,6 +205,7 @@ Daemon::Parts::Parts(const Options& options, TraceLog& traces)
 Daemon::Parts::~Parts() {
   const std::lock_guard held(manager_.lock());
   configFeed_ = nullptr;
+  guestProblems_ = nullptr;
   survivors_ = nullptr;
   supervisor_ = nullptr;
   kernelLinks_ = nullptr;
@@ -233,6 +233,7 @@ void Daemon::Parts::startFeeds() {
   statusFeed_ =
       rt::make<StatusFeed>(db_,
                            std::vector<StatusFeed::Source>{{records_.status, "vmStatus"},
+                                                           {hostStatus_, "daemon"},
                                                            {hostStatus_, "vmProcess"},
                                                            {hostStatus_, "vmProblem"},
                                                            {hostStatus_, "interfaceStatus"},
@@ -251,23 +252,32 @@ void Daemon::Parts::startFeeds() {
       rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present,
                                [this](const rt::String& id) { janitor_->handleWithdrawal(id); });
   supervisor_ = rt::make<VmSupervisor>(
-      KeeperTools{
-          .agent = root_,
-          .config = records_.config,
-          .status = records_.status,
-          .hostStatus = hostStatus_,
-          .problems = problems_,
-          .traces = traces_,
-          .imageProblem = imageProblemOf,
-          .lastError = [this](const rt::String& vm) { return lastErrorOf(options_.runDir, vm); },
-          .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
-          .stopPatience = stopPatience(),
-          .note = {}},
+      KeeperTools{.agent = root_,
+                  .config = records_.config,
+                  .status = records_.status,
+                  .hostStatus = hostStatus_,
+                  .problems = problems_,
+                  .traces = traces_,
+                  .imageProblem = imageProblemOf,
+                  .lastError =
+                      [this](const rt::String& vm) {
+                        return firstLine(vmsDirectory() + "/" + vm + "/last-error");
+                      },
+                  .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
+                  .stopPatience = stopPatience(),
+                  .note = {}},
       restartsDone_, clock);
   configFeed_ = rt::make<ConfigFeed>(
       db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
-      [this](const std::vector<statedb::Change>& changes) { handleConfig(changes); }, clock);
+      [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
   endOrphans();
+  if (hasShim()) {
+    makeDirectory(vmsDirectory(), ownerGroupOf(options_.runDir));
+    guestProblems_ = rt::make<GuestProblems>(
+        vmsDirectory(), [this](const rt::String& vm, const rt::String& problem) {
+          supervisor_->guestProblemIs(vm, problem);
+        });
+  }
   // After the interfaces' names: so a device is heard of under its interface at once.
   kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_);
   janitor_->sweep();
@@ -301,7 +311,8 @@ rt::Seconds Daemon::Parts::stopPatience() const {
   return rt::Seconds(rt::fromText<uint32_t>(options_.stopTimeout.str()).value_or(0) + shimsOwn);
 }
 
-void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes) {
+void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
+                                 const statedb::Cursor& reached) {
   std::vector<statedb::Change> vms;
   rt::FirstException failures;  // of the agent's handlers; all changes are taken
   for (const auto& change : changes) {
@@ -317,6 +328,8 @@ void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes) {
       vms.push_back(change);
   }
   for (const rt::String& vm : rows_.apply(vms)) supervisor_->rowIs(vm, rows_.row(vm));
+  daemonStatus_->configStoreIs(reached.storeId);
+  daemonStatus_->configSequenceIs(reached.sequence);
   failures.rethrow();
 }
 
@@ -349,8 +362,9 @@ void Daemon::Parts::run() {
 }
 
 Daemon::Daemon(const Options& options, TraceLog& traces) {
-  makeDirectory(options.stateDir);
-  makeDirectory(options.runDir);
+  const auto operators = groupOf("vmagent");
+  makeDirectory(options.stateDir, operators);
+  makeDirectory(options.runDir, operators);
   parts_ = std::make_unique<Parts>(options, traces);
 }
 

@@ -5,6 +5,35 @@
 
 namespace host {
 
+// How far the daemon has come. Written by the daemon.
+class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
+ public:
+  explicit DaemonStatus(rt::String name) : name_(std::move(name)) {}
+
+  const rt::String& name() const { return name_; }
+
+  // The moment of the configuration that the daemon goes by, or a later one: what the other records
+  // say is not older.
+  const rt::String& configStore() const { return configStore_; }
+  void configStoreIs(const rt::String& id) { assign<&DaemonStatus::configStore>(configStore_, id); }
+  uint64_t configSequence() const { return configSequence_; }
+  void configSequenceIs(uint64_t sequence) {
+    assign<&DaemonStatus::configSequence>(configSequence_, sequence);
+  }
+
+  static constexpr std::string_view typeName = "host::DaemonStatus";
+  using Attributes = rt::AttributeTable<
+      rt::Attribute<"name", &DaemonStatus::name>,
+      rt::Attribute<"configStore", &DaemonStatus::configStore, &DaemonStatus::configStoreIs>,
+      rt::Attribute<"configSequence", &DaemonStatus::configSequence,
+                    &DaemonStatus::configSequenceIs>>;
+
+ private:
+  const rt::String name_;
+  rt::String configStore_;
+  uint64_t configSequence_ = 0;
+};
+
 // A VM's process, as far as the host knows of one. Written by the VM's keeper.
 class VmProcess final : public rt::EntityOf<VmProcess> {
  public:
@@ -50,7 +79,7 @@ class VmProblem final : public rt::EntityOf<VmProblem> {
   uint64_t since() const { return since_; }  // seconds since 1970
   void sinceIs(uint64_t time) { assign<&VmProblem::since>(since_, time); }
 
-  // "config", "image", "agent", "qemu" or "restart".
+  // "config", "image", "qemu", "agent", "guest" or "restart".
   const rt::String& source() const { return source_; }
   void sourceIs(const rt::String& source) { assign<&VmProblem::source>(source_, source); }
 

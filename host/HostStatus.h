@@ -11,6 +11,12 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
   template <class T>
   using Records = rt::Collection<rt::String, rt::Ptr<T>>;
 
+  const Records<DaemonStatus>& daemons() const { return daemon_; }
+  DaemonStatus::Ptr daemonIs(const rt::String& name) {
+    return instantiate<&HostStatus::daemon>(daemon_, name, name);
+  }
+  DaemonStatus::Ptr daemon(const rt::String& name) const { return daemon_.get(name); }
+
   const Records<VmProcess>& vmProcesses() const { return vmProcess_; }
   VmProcess::Ptr vmProcess(const rt::String& name) const { return vmProcess_.get(name); }
   VmProcess::Ptr vmProcessIs(const rt::String& name) {
@@ -45,6 +51,7 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
 
   static constexpr std::string_view typeName = "host::HostStatus";
   using Attributes = rt::AttributeTable<
+      rt::CollectionAttribute<"daemon", &HostStatus::daemon, &HostStatus::daemons>,
       rt::CollectionAttribute<"vmProcess", &HostStatus::vmProcess, &HostStatus::vmProcesses>,
       rt::CollectionAttribute<"vmProblem", &HostStatus::vmProblem, &HostStatus::vmProblems>,
       rt::CollectionAttribute<"interfaceStatus", &HostStatus::interfaceStatus,
@@ -52,6 +59,7 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
       rt::CollectionAttribute<"fdb", &HostStatus::fdb, &HostStatus::fdbEntries>>;
 
  private:
+  Records<DaemonStatus> daemon_;
   Records<VmProcess> vmProcess_;
   Records<VmProblem> vmProblem_;
   Records<InterfaceStatus> interfaceStatus_;

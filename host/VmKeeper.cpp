@@ -40,6 +40,11 @@ void VmKeeper::restartIs(uint64_t number) {
   tools_.note(name_);
 }
 
+void VmKeeper::guestProblemIs(const rt::String& problem) {
+  guestProblem_ = problem;
+  tools_.note(name_);
+}
+
 void VmKeeper::survivorsIs(size_t count) {
   survivors_ = count;
   tools_.note(name_);
@@ -87,6 +92,7 @@ bool VmKeeper::act(rt::Seconds now) {
   rt::FirstException failure;
   failure.run([&] { acted = step(now); });
   showProcess();
+  showGuestProblem();
   showRestartNeeded();
   failure.rethrow();
   return acted;
@@ -214,6 +220,12 @@ void VmKeeper::showProcess() {
   record->processIs(!there ? "none" : ending ? "ending" : "running");
   record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : 0);
   record->restartsIs(restarts);
+}
+
+// A shim that was killed takes nothing back.
+void VmKeeper::showGuestProblem() {
+  tools_.problems.problemIs(name_, ProblemSource::guest,
+                            hasProcess() ? guestProblem_ : rt::String());
 }
 
 void VmKeeper::showRestartNeeded() {

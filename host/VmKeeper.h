@@ -53,6 +53,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
+  // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
+  void guestProblemIs(const rt::String& problem);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(size_t count);
   // Whether an earlier daemon left a guest that the VM's start will take up.
@@ -89,12 +91,14 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   bool hasProcess() const;
   VmFacts facts() const;
   void showProcess();
+  void showGuestProblem();
   void showRestartNeeded();
 
   const KeeperTools& tools_;
   const rt::String name_;
   Pacing pacing_;
   uint64_t restart_ = 0;
+  rt::String guestProblem_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
   Vm::VmConfig::Ptr wanted_;  // as the row has it, switch and all; null: none

@@ -40,6 +40,11 @@ void VmSupervisor::restartIs(const rt::String& vm, uint64_t number) {
     found->second->restartIs(number);
 }
 
+void VmSupervisor::guestProblemIs(const rt::String& vm, const rt::String& problem) {
+  if (const auto found = keepers_.find(vm); found != keepers_.end())
+    found->second->guestProblemIs(problem);
+}
+
 void VmSupervisor::survivorsIs(const rt::String& vm, size_t count) {
   if (count > 0 || keepers_.contains(vm)) keeper(vm).survivorsIs(count);
 }

@@ -22,6 +22,8 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   // What the rows of vmConfig and vmIntent say now; the row may be null.
   void rowIs(const rt::String& vm, const VmRow* row);
   void restartIs(const rt::String& vm, uint64_t number);
+  // What the VM's shim finds wrong with its guest; empty: nothing.
+  void guestProblemIs(const rt::String& vm, const rt::String& problem);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(const rt::String& vm, size_t count);
   // An earlier daemon left a guest that the VM's start will take up.

@@ -226,6 +226,26 @@ TEST_F(VmSupervisorTest, NeedsNoRestartOfAVmThatIsBeingSwitchedOff) {
 
 // Rows that are refused.
 
+TEST_F(VmSupervisorTest, ShowsWhatTheShimOfARunningGuestFindsWrong) {
+  world.rowIs("web1", on);
+  world.supervisor->guestProblemIs("web1", "card nic00 was refused");
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "guest: card nic00 was refused");
+  world.supervisor->guestProblemIs("web1", "");
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmSupervisorTest, BelievesNoShimWhoseGuestIsGone) {
+  world.rowIs("web1", on);
+  world.supervisor->guestProblemIs("web1", "card nic00 was refused");
+  world.exits("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+  world.supervisor->guestProblemIs("web2", "of a VM that is not configured");
+  world.settle();
+  EXPECT_EQ(world.problem("web2"), "");
+}
+
 TEST_F(VmSupervisorTest, HandsNoRefusedRowOverAndSaysAllThatIsWrong) {
   world.rowIs("web1", {.enabled = true, .diskImage = "web.iso", .memory = 0});
   EXPECT_FALSE(world.config->vmConfigHas("web1"));

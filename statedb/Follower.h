@@ -24,6 +24,8 @@ class Follower {
   // that was removed and made anew, the new one (its `created` tells). Throws Error, and tells the
   // same the next time.
   std::vector<Change> catchUp();
+  // The moment that the last catchUp() told of; none before the first.
+  const std::optional<Cursor>& cursor() const { return cursor_; }
   // The store is opened anew at the next call; for one that says it was replaced. The descriptor of
   // wakeUp() is of no use any more.
   void reopen();

@@ -27,8 +27,8 @@ Transaction& Transaction::guardAbsent(rt::String table, rt::String key) {
 }
 
 Half halfOf(std::string_view table) {
-  constexpr std::array<std::string_view, 5> status = {"vmStatus", "vmProcess", "vmProblem",
-                                                      "interfaceStatus", "fdb"};
+  constexpr std::array<std::string_view, 6> status = {"daemon",    "vmStatus",        "vmProcess",
+                                                      "vmProblem", "interfaceStatus", "fdb"};
   return std::find(status.begin(), status.end(), table) == status.end() ? Half::config
                                                                         : Half::status;
 }

@@ -119,9 +119,9 @@ class Store {
 // as it runs: it is written often, never to flash, and may be gone after a reboot.
 enum class Half : uint8_t { config, status };
 
-// Status: vmStatus, vmProcess, vmProblem, interfaceStatus, and fdb, whose entries the daemon makes
-// from its guests' cards. All other tables are configuration, such as vmConfig, vmIntent and
-// interface.
+// Status: daemon, vmStatus, vmProcess, vmProblem, interfaceStatus, and fdb, whose entries the
+// daemon makes from its guests' cards. All other tables are configuration, such as vmConfig,
+// vmIntent and interface.
 Half halfOf(std::string_view table);
 
 // Both halves, each a store of its own: no snapshot, cursor or transaction spans the two. A request

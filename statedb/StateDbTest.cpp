@@ -29,7 +29,8 @@ class StateDbTest : public testing::Test {
 };
 
 TEST_F(StateDbTest, StatusIsWhatTheDaemonWritesAndAllElseIsConfiguration) {
-  for (const char* table : {"vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
+  for (const char* table :
+       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
     EXPECT_EQ(halfOf(table), Half::status) << table;
   for (const char* table : {"vmConfig", "vmIntent", "interface", "", "anything", "vmstatus"})
     EXPECT_EQ(halfOf(table), Half::config) << table;

@@ -10,11 +10,14 @@ namespace ctl::fakes {
 
 namespace {
 
-// Does a step of the test before each commit.
+// Does steps of the test around each commit.
 class InterferedStore final : public statedb::Store {
  public:
-  InterferedStore(std::unique_ptr<Store> store, std::function<void()> beforeCommit)
-      : store_(std::move(store)), beforeCommit_(std::move(beforeCommit)) {}
+  InterferedStore(std::unique_ptr<Store> store, std::function<void()> beforeCommit,
+                  std::function<void()> afterCommit)
+      : store_(std::move(store)),
+        beforeCommit_(std::move(beforeCommit)),
+        afterCommit_(std::move(afterCommit)) {}
 
   statedb::Snapshot snapshot(const std::vector<rt::String>& tables) override {
     return store_->snapshot(tables);
@@ -26,12 +29,14 @@ class InterferedStore final : public statedb::Store {
   void commit(const statedb::Transaction& transaction) override {
     beforeCommit_();
     store_->commit(transaction);
+    afterCommit_();
   }
   int wakeUp() override { return store_->wakeUp(); }
 
  private:
   const std::unique_ptr<Store> store_;
   const std::function<void()> beforeCommit_;
+  const std::function<void()> afterCommit_;
 };
 
 // Runs the first one, if there is one.
@@ -79,6 +84,7 @@ Answer VmctlFixture::vmctl(const std::vector<rt::String>& arguments) {
   out_.str("");
   out_.clear();
   err_.str("");
+  if (daemonListens_) putHeard();
   World world = this->world();
   const int exit = static_cast<int>(run(arguments, world));
   return {exit, out_.str(), err_.str()};
@@ -134,8 +140,11 @@ statedb::StateDb VmctlFixture::open(const Directories& directories) {
   stateDir_ = directories.state;
   runDir_ = directories.run;
   const auto config = [this] {
-    return std::make_unique<InterferedStore>(store(statedb::Half::config),
-                                             [this] { step(interferences_); });
+    const auto hear = [this] {
+      if (daemonListens_) putHeard();
+    };
+    return std::make_unique<InterferedStore>(
+        store(statedb::Half::config), [this] { step(interferences_); }, hear);
   };
   const auto status = [this, runDir = directories.run] {
     if (!hasStatus_)
@@ -199,6 +208,13 @@ void VmctlFixture::putOff(const rt::String& name) {
   put("vmStatus", name,
       R"({"enabled":false,"state":"Stopped","consolePtyPath":"","cmdStatusStr":""})");
   put("vmProcess", name, R"({"process":"none","pid":0,"restarts":0})");
+}
+
+void VmctlFixture::putHeard() {
+  const statedb::Cursor now = store(statedb::Half::config)->snapshot({}).cursor;
+  put("daemon", "vmagentd",
+      R"({"configStore":")" + now.storeId + R"(","configSequence":)" + rt::toText(now.sequence) +
+          "}");
 }
 
 }  // namespace ctl::fakes

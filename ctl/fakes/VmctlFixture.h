@@ -50,6 +50,8 @@ class VmctlFixture : public testing::Test {
   // As the daemon writes of one that runs, or is off.
   void putRunning(const rt::String& name);
   void putOff(const rt::String& name);
+  // As it writes when it has heard of all configuration until now.
+  void putHeard();
 
   // Each is done when the command waits the next time, in order.
   void onWait(std::function<void()> step) { steps_.push_back(std::move(step)); }
@@ -64,7 +66,8 @@ class VmctlFixture : public testing::Test {
   void closeOutput() { out_.setstate(std::ios::badbit); }
 
   bool daemonRuns_ = true;
-  bool hasStatus_ = true;  // whether the daemon ever made the status
+  bool daemonListens_ = true;  // hears of each commit at once
+  bool hasStatus_ = true;      // whether the daemon ever made the status
   bool isTerminal_ = false;
   bool inIsTerminal_ = false;
   FakeMachine machine_;

@@ -127,6 +127,21 @@ TEST_F(Daemon, StartsAnewAVmThatIsDisabledAndEnabledAtOnce) {
   EXPECT_THAT(world.guests("web1"), SizeIs(1));
 }
 
+// What the daemon says before it heard of the commands must not be taken for the second's outcome.
+TEST_F(Daemon, HasNoGuestOfAVmThatWasSwitchedOffJustAfterItWasSwitchedOn) {
+  for (int round = 0; round < 10; ++round) {
+    world.start();
+    if (round == 0) world.addVm("web1");
+    world.ctl({"enable", "web1"});
+    world.ctl({"disable", "web1", "--wait"});
+    EXPECT_THAT(world.guests(), IsEmpty()) << round;
+    ASSERT_TRUE(world.hasRow("vmStatus", "web1", R"("enabled":false)")) << round;
+    // A daemon that was still about to start it would leave it.
+    world.end(SIGTERM);
+    EXPECT_THAT(world.guests(), IsEmpty()) << round;
+  }
+}
+
 TEST_F(Daemon, NeverRunsTwoGuestsOfAVmThatIsRemovedAndAddedAtOnce) {
   world.script("web1", "ignore-sigterm\nmonitor\nserve 0\n");
   world.start();
