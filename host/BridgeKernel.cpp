@@ -10,22 +10,16 @@
 
 #include "host/BridgeFdb.h"
 #include "host/Report.h"
+#include "runtime/base/Release.h"
 #include "runtime/base/Text.h"
 
 namespace host {
 
 namespace {
 
-template <auto release>
-struct Release {
-  template <class T>
-  void operator()(T* object) const {
-    release(object);
-  }
-};
-using Socket = std::unique_ptr<nl_sock, Release<nl_socket_free>>;
-using Neighbour = std::unique_ptr<rtnl_neigh, Release<rtnl_neigh_put>>;
-using Address = std::unique_ptr<nl_addr, Release<nl_addr_put>>;
+using Socket = std::unique_ptr<nl_sock, rt::Release<nl_socket_free>>;
+using Neighbour = std::unique_ptr<rtnl_neigh, rt::Release<rtnl_neigh_put>>;
+using Address = std::unique_ptr<nl_addr, rt::Release<nl_addr_put>>;
 
 class NetlinkBridges final : public BridgeKernel {
  public:

@@ -9,20 +9,14 @@
 
 #include "host/KernelLinks.h"
 #include "runtime/base/Exception.h"
+#include "runtime/base/Release.h"
 
 namespace host {
 
 namespace {
 
-template <auto release>
-struct Release {
-  template <class T>
-  void operator()(T* object) const {
-    release(object);
-  }
-};
-using Socket = std::unique_ptr<nl_sock, Release<nl_socket_free>>;
-using Manager = std::unique_ptr<nl_cache_mngr, Release<nl_cache_mngr_free>>;
+using Socket = std::unique_ptr<nl_sock, rt::Release<nl_socket_free>>;
+using Manager = std::unique_ptr<nl_cache_mngr, rt::Release<nl_cache_mngr_free>>;
 
 // A burst of a thousand flaps fits.
 constexpr int receiveBuffer = 1 << 20;

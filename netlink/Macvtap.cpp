@@ -10,23 +10,17 @@
 #include <memory>
 
 #include "runtime/base/Format.h"
+#include "runtime/base/Release.h"
 #include "runtime/base/Trace.h"
 
 namespace netlink {
 
 namespace {
 
-template <auto release>
-struct Release {
-  template <class T>
-  void operator()(T* object) const {
-    release(object);
-  }
-};
-using SocketPtr = std::unique_ptr<nl_sock, Release<nl_socket_free>>;
-using LinkPtr = std::unique_ptr<rtnl_link, Release<rtnl_link_put>>;
-using AddressPtr = std::unique_ptr<nl_addr, Release<nl_addr_put>>;
-using MessagePtr = std::unique_ptr<nl_msg, Release<nlmsg_free>>;
+using SocketPtr = std::unique_ptr<nl_sock, rt::Release<nl_socket_free>>;
+using LinkPtr = std::unique_ptr<rtnl_link, rt::Release<rtnl_link_put>>;
+using AddressPtr = std::unique_ptr<nl_addr, rt::Release<nl_addr_put>>;
+using MessagePtr = std::unique_ptr<nl_msg, rt::Release<nlmsg_free>>;
 
 constexpr size_t macLength = 6;
 

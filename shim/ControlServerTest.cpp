@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 
+#include "runtime/base/Release.h"
 #include "shim/ControlServer.h"
 #include "shim/fakes/TestFolder.h"
 
@@ -92,17 +93,14 @@ TEST_F(Control, GreetsWhoConnects) {
   EXPECT_EQ(fakes::modeOf(folder / "shim.sock"), 0660);
 }
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-
 TEST_F(Control, SpeaksVersion1AsItWasShipped) {
   const auto client = connected();
   std::vector<std::string> heardLines = heard(*client);
   std::ifstream in(VMAGENT_TEST_DATA "/shim/protocol-1.jsonl");
   int lines = 0;
   for (std::string text; std::getline(in, text); ++lines) {
-    const std::unique_ptr<json_t, JsonRelease> entry(json_loads(text.c_str(), 0, nullptr));
+    const std::unique_ptr<json_t, rt::Release<json_decref>> entry(
+        json_loads(text.c_str(), 0, nullptr));
     const char* direction = "";
     const char* raw = "";
     int descriptors = 0;

@@ -8,14 +8,13 @@
 #include <cstdlib>
 #include <memory>
 
+#include "runtime/base/Release.h"
+
 namespace shim::control {
 
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 constexpr double longestTimeout = 24 * 3600;
 constexpr std::array<std::string_view, 3> stateNames{"starting", "running", "stopping"};

@@ -4,14 +4,13 @@
 
 #include <memory>
 
+#include "runtime/base/Release.h"
+
 namespace shim::qmp {
 
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 // What QEMU nests is a few levels deep; what a peer nests thousands deep would use up the stack of
 // whoever reads it after us. jansson itself ends at 2048.

@@ -9,15 +9,13 @@
 #include <map>
 #include <memory>
 
+#include "runtime/base/Release.h"
 #include "shim/Relay.h"
 
 namespace shim {
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 struct Line {
   bool fromQemu = false;

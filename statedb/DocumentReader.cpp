@@ -9,15 +9,13 @@
 
 #include "runtime/base/Format.h"
 #include "runtime/base/NearName.h"
+#include "runtime/base/Release.h"
 
 namespace statedb {
 
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 constexpr size_t excerptLength = 32;  // bytes of a malformed document that are shown
 

@@ -12,15 +12,13 @@
 
 #include "Vm/QmpParser/QmpParserSm.h"
 #include "runtime/base/Check.h"
+#include "runtime/base/Release.h"
 #include "runtime/base/Trace.h"
 
 namespace Vm {
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 // All messages are made and then forgotten.
 class NullSink final : public rt::TraceSink {

@@ -7,16 +7,14 @@
 #include <memory>
 
 #include "runtime/base/Check.h"
+#include "runtime/base/Release.h"
 #include "runtime/base/Trace.h"
 
 namespace Vm {
 
 namespace {
 
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
-using JsonPtr = std::unique_ptr<json_t, JsonRelease>;
+using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 // The order in which a reply's id is compared with the known ones.
 using IdOrder = std::array<QmpIdTypes, 8>;

@@ -8,19 +8,17 @@
 #include <memory>
 #include <stdexcept>
 
+#include "runtime/base/Release.h"
+
 namespace Vm::fakes {
 
 namespace {
-
-struct JsonRelease {
-  void operator()(json_t* value) const { json_decref(value); }
-};
 
 Transcript transcript(const std::filesystem::path& file) {
   Transcript read{file.stem(), {}};
   std::ifstream in(file);
   for (std::string line; std::getline(in, line);) {
-    const std::unique_ptr<json_t, JsonRelease> entry(
+    const std::unique_ptr<json_t, rt::Release<json_decref>> entry(
         json_loadb(line.data(), line.size(), 0, nullptr));
     const char* direction = nullptr;
     const char* connection = nullptr;
