@@ -52,12 +52,10 @@ void copyEntry(const fs::path& from, const fs::path& to) {
 
 }  // namespace
 
-bool needsPrivateDev() {
-  struct stat own {};
-  struct stat machines {};
-  if (stat("/proc/self/ns/net", &own) != 0 || stat("/proc/1/ns/net", &machines) != 0) return false;
-  return own.st_ino != machines.st_ino || own.st_dev != machines.st_dev;
-}
+// The first process tells nothing: its namespaces can be out of sight even for root, and in a
+// container it is the container's. But the kernel shows the settings that all networks share in the
+// machine's own only; this is one of them.
+bool needsPrivateDev() { return access("/proc/sys/net/core/dev_weight", F_OK) != 0; }
 
 void enterPrivateDev() {
   require(unshare(CLONE_NEWNS) == 0, "make a mount namespace");
@@ -69,7 +67,9 @@ void enterPrivateDev() {
     if (!isTap(entry.path().filename().string()))
       copyEntry(entry.path(), draft / entry.path().filename());
   require(mount(draft.c_str(), "/dev", nullptr, MS_MOVE, nullptr) == 0, "mount the new /dev");
-  require(mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0,
+  // Busy: it is there already.
+  require(mount("sysfs", "/sys", "sysfs", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0 ||
+              errno == EBUSY,
           "mount /sys for its network");
 }
 
