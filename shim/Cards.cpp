@@ -91,10 +91,6 @@ std::optional<Cards::Removal> Cards::removal() const {
     const std::string& netdev = *netdevs_.begin();
     Removal removal{{"netdev_del", {}, deletion(netdev), {{"id", netdev}}}, {}};
     removal.plan = planFor(removal.request);
-    // The guest is to see that its card's line is dead.
-    if (const auto bound = cardByNetdev_.find(netdev); bound != cardByNetdev_.end())
-      removal.plan.steps.insert(removal.plan.steps.begin(),
-                                {"set_link", link(bound->second, "false")});
     return removal;
   }
   if (descriptors_.empty()) return std::nullopt;

@@ -106,10 +106,12 @@ std::optional<Saying> sayingFrom(std::string_view text) {
   return saying;
 }
 
-std::string requestLine(std::string_view execute, std::string_view arguments, uint64_t id) {
+std::string requestLine(std::string_view execute, std::string_view arguments,
+                        std::optional<uint64_t> id) {
   std::string line = "{\"execute\":" + quoted(execute);
   if (!arguments.empty()) line.append(",\"arguments\":").append(arguments);
-  return line + ",\"id\":" + std::to_string(id) + "}\n";
+  if (id) line.append(",\"id\":").append(std::to_string(*id));
+  return line + "}\n";
 }
 
 std::string returnLine(std::string_view id, std::string_view value) {

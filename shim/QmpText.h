@@ -36,8 +36,9 @@ struct Saying {
 // Nothing for a text that is nothing that QEMU says.
 std::optional<Saying> sayingFrom(std::string_view text);
 
-// To QEMU, with our number as its id.
-std::string requestLine(std::string_view execute, std::string_view arguments, uint64_t id);
+// To QEMU, with our number as its id if it has one.
+std::string requestLine(std::string_view execute, std::string_view arguments,
+                        std::optional<uint64_t> id);
 
 // To the agent, with the id of its request as JSON.
 std::string returnLine(std::string_view id, std::string_view value = "{}");

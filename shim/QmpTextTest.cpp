@@ -75,6 +75,7 @@ TEST(Saying, IsNothingElse) {
 TEST(Line, IsOneLineWhateverIsInIt) {
   EXPECT_EQ(requestLine("a\"b\n", "{}", 5),
             "{\"execute\":\"a\\\"b\\n\",\"arguments\":{},\"id\":5}\n");
+  EXPECT_EQ(requestLine("quit", "", std::nullopt), "{\"execute\":\"quit\"}\n");
   EXPECT_EQ(
       errorLine("\"i\"", "a\r\nb"),
       "{\"id\": \"i\", \"error\": {\"class\": \"GenericError\", \"desc\": \"a\\r\\nb\"}}\r\n");

@@ -151,9 +151,14 @@ void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
       command.request.execute == "netdev_add" && id != command.request.texts.end())
     standing_.erase(id->second);
   guestHasRun_ = guestHasRun_ || command.request.execute == "cont";
-  flight_ = Flight{{}, nextId_, steps.size(), {}, now, false};
+  // QEMU reads one byte a turn of its loop, so ids cost time. Its answers come in order, and one
+  // command's at a time; but after what was no answer, who knows which the next one belongs to.
+  std::optional<uint64_t> id;
+  if (rubbish_ > 0) id = std::exchange(nextId_, nextId_ + steps.size());
+  flight_ = Flight{{}, id, steps.size(), {}, now, false};
   for (const Step& step : steps) {
-    Message line{qmp::requestLine(step.execute, step.arguments, nextId_++), {}};
+    Message line{qmp::requestLine(step.execute, step.arguments, id), {}};
+    if (id) ++*id;
     line.descriptors = std::exchange(command.descriptors, {});
     out_.toQemu.push_back(std::move(line));
   }
@@ -172,7 +177,7 @@ Actions Relay::qemuSays(Time now, const std::string& text) {
   } else if (saying->kind == Kind::result || saying->kind == Kind::refusal) {
     if (phase_ == Phase::negotiating && saying->id == negotiationId) {
       becomeReady(now);
-    } else if (flight_ && saying->id == flight_->firstId + flight_->answers.size()) {
+    } else if (isAnswer(*saying)) {
       takeAnswer(now, *saying);
     } else if (!saying->id) {
       noteRubbish("QEMU complains: " + text.substr(0, shownRubbish));
@@ -196,6 +201,12 @@ void Relay::giveUpOnAnswer(Time now, const char* why) {
   answer.value = R"({"class": "GenericError", "desc": )" + qmp::quoted(why) + "}";
   answer.description = why;
   takeAnswer(now, std::move(answer));
+}
+
+bool Relay::isAnswer(const qmp::Saying& saying) const {
+  if (!flight_) return false;
+  if (!flight_->firstId) return !saying.id;
+  return saying.id == *flight_->firstId + flight_->answers.size();
 }
 
 void Relay::takeAnswer(Time now, qmp::Saying answer) {
@@ -309,7 +320,7 @@ Actions Relay::quit() { return tellQemu("quit"); }
 
 Actions Relay::powerDown() { return tellQemu("system_powerdown"); }
 
-// Its answer is nobody's.
+// Its answer is nobody's, and known by its id.
 Actions Relay::tellQemu(const char* execute) {
   out_.toQemu.push_back({qmp::requestLine(execute, "", nextId_++), {}});
   return taken();

@@ -89,7 +89,7 @@ class Relay {
   // The command that QEMU was asked last. Its answers come in the order of its steps.
   struct Flight {
     Command command;
-    uint64_t firstId = 0;
+    std::optional<uint64_t> firstId;  // of the steps' ids, which are numbered on; none: no ids
     size_t steps = 0;
     std::vector<qmp::Saying> answers;
     Time sent{};
@@ -102,6 +102,7 @@ class Relay {
   void startNext(Time now);
   bool clearUp(Time now);
   void send(Time now, Command command, const std::vector<Step>& steps);
+  bool isAnswer(const qmp::Saying& saying) const;
   void takeAnswer(Time now, qmp::Saying answer);
   void giveUpOnAnswer(Time now, const char* why);
   void finish(Time now);

@@ -77,9 +77,12 @@ bool isAnswerTo(const std::string& id, const std::string& raw) {
          json_equal(json_object_get(message.get(), "id"), wanted.get());
 }
 
-std::string withId(const std::string& raw, uint64_t id) {
+// As QEMU answers a request of that id; an empty one: without.
+std::string withId(const std::string& raw, const std::string& id) {
   const JsonPtr message(json_loads(raw.c_str(), 0, nullptr));
-  json_object_set_new(message.get(), "id", json_integer(static_cast<json_int_t>(id)));
+  json_object_del(message.get(), "id");
+  if (!id.empty())
+    json_object_set_new(message.get(), "id", json_loads(id.c_str(), JSON_DECODE_ANY, nullptr));
   const std::unique_ptr<char, void (*)(void*)> text(json_dumps(message.get(), 0), std::free);
   return std::string(text.get()) + "\r\n";
 }
@@ -152,8 +155,8 @@ class Player {
   void perform(const Actions& actions) {
     heard_ += actions.toAgent;
     for (const Message& message : actions.toQemu) {
-      const uint64_t id = std::stoull(idOf(message.text));
-      if (id == 0)
+      const std::string id = idOf(message.text);
+      if (id == "0")
         qemuSays("{\"return\": {}, \"id\": 0}\r\n");
       else if (!answer_.empty())
         qemuSays(withId(answer_, id));

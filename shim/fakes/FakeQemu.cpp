@@ -52,10 +52,8 @@ void FakeQemu::answer(Message message) {
   if (request->execute == "query-chardev")
     value = R"([{"frontend-open": true, "filename": "unix:", "label": "monitor"}, )"
             R"({"frontend-open": true, "filename": "unix:", "label": "serial0"}])";
-  std::string said = refusal.empty() ? qmp::returnLine(request->id, value)
-                                     : qmp::refusalLine(request->id, refusal);
-  said.resize(said.size() - 2);
-  said_.push_back(std::move(said));
+  const std::string id = request->id.empty() ? "" : ", \"id\": " + request->id;
+  said_.push_back((refusal.empty() ? "{\"return\": " + value : "{\"error\": " + refusal) + id + "}");
 }
 
 std::string FakeQemu::answerTo(const qmp::Request& request, Message& message) {
