@@ -44,9 +44,9 @@ install: build/release/build.ninja
 
 test: build/dev/build.ninja build/asan/build.ninja
 	@cmake --build --preset dev
-	@ctest --preset dev -j $(JOBS)
+	@tools/run_tests.py --preset dev -j $(JOBS)
 	@cmake --build --preset asan
-	@ctest --preset asan -j $(JOBS)
+	@tools/run_tests.py --preset asan -j $(JOBS)
 	@echo 'make test: all tests passed (dev, asan)'
 
 # Fails below 95 % of the lines or 85 % of the branches; "Missing" lists the lines that were not run.
