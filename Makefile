@@ -63,11 +63,15 @@ coverage: build/coverage/build.ninja
 	  --exclude '.*/fakes/' --exclude-throw-branches --exclude-unreachable-branches \
 	  --txt - --print-summary --fail-under-line 95 --fail-under-branch 85 build/coverage
 
-# Built before the first is run, so that no compiler runs beside a measurement.
+# Built before the first is run, so that no compiler runs beside a measurement. What cannot be
+# installed is left out, and said so.
 bench: build/release/build.ninja
-	@cmake --build --preset release --target benchmarks vmagentd vmctl
+	-@./setup bench
+	@cmake --build --preset release --target benchmarks vmagentd vmctl vmagent_shim qmp_baseline
+	@[ -e build/guests/linux.iso ] || tests/guests/make-linux-guest build/guests/linux.iso
 	@cmake --build --preset release --target bench
 	@bench/daemon build/release
+	@bench/system build/release >/dev/null
 	@if [ -x bench/report ]; then bench/report; fi
 
 # What a fuzzer finds is kept in build/fuzz; the seeds in fuzz/corpus stay as they are.
