@@ -7,7 +7,6 @@
 
 #include "ctl/Json.h"
 #include "runtime/base/NearName.h"
-#include "runtime/base/Problem.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
@@ -16,11 +15,29 @@ namespace ctl {
 namespace {
 
 using Names = std::span<const std::string_view>;
+using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
 constexpr std::array<std::string_view, 6> vmFields{"name",    "config", "status",
                                                    "problem", "stale",  "version"};
+
+// The value as JSON, without the fields that the problems are of.
+rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {
+  if (!value.isObject()) return value.dump();
+  rt::String json = "{";
+  for (const rt::String& name : value.names()) {
+    const rt::String field = path.empty() ? name : path + "." + name;
+    const bool isLeftOut =
+        std::any_of(problems.begin(), problems.end(),
+                    [&](const rt::Problem& problem) { return problem.field == field; });
+    if (isLeftOut) continue;
+    if (json.size() > 1) json += ',';
+    (json += quoted(name)) += ':';
+    json += textWithout(*value.member(name.charPtr()), field, problems);
+  }
+  return json += '}';
+}
 
 class Reader {
  public:
@@ -58,10 +75,13 @@ class Reader {
     const auto config = json.member("config");
     if (!config) return refuse(*name, "must have a config");
     const auto vm = rt::make<Vm::VmConfig>(*name);
-    const std::vector<rt::Problem> problems = statedb::fill(*vm, config->dump());
-    for (const rt::Problem& problem : problems)
+    Problems unread = statedb::fill(*vm, config->dump());
+    for (const rt::Problem& problem : unread)
       document_.problems.push_back(*name + ": " + problem.text());
-    if (problems.empty()) document_.vms.push_back(vm);
+    // A document is taken as a whole or not at all; the rest of it may have mistakes, too.
+    if (unread.empty() || statedb::fill(*vm, textWithout(*config, "", unread)).empty())
+      document_.vms.push_back(vm);
+    if (!unread.empty()) document_.unread[*name] = std::move(unread);
   }
 
   ApplyDocument& document_;

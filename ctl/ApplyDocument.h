@@ -1,9 +1,11 @@
 // The document that 'vmctl apply' reads and 'vmctl export' writes.
 #pragma once
 
+#include <map>
 #include <string_view>
 #include <vector>
 
+#include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 
 namespace ctl {
@@ -11,8 +13,10 @@ namespace ctl {
 // {"version":1,"vms":[{"name":...,"config":{...}}]}, or a single one of "vms". What other verbs
 // add for the reader ("status", "problem", "stale") is passed over.
 struct ApplyDocument {
-  std::vector<Vm::VmConfig::Ptr> vms;  // those that can be read
+  std::vector<Vm::VmConfig::Ptr> vms;  // what cannot be read of them has its default
   std::vector<rt::String> problems;    // sentences: all that is wrong with the form
+  // Of these, by VM's name: the fields that cannot be read.
+  std::map<rt::String, std::vector<rt::Problem>> unread;
 };
 
 ApplyDocument readApplyDocument(std::string_view text);

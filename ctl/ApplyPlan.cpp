@@ -12,6 +12,7 @@ namespace ctl {
 
 namespace {
 
+using Problems = std::vector<rt::Problem>;
 using Flat = std::map<rt::String, rt::String>;  // path -> value as JSON
 
 void flatten(const JsonValue& value, const rt::String& path, Flat& flat) {
@@ -62,7 +63,8 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm) {
 }
 
 // Each VM that is in the document against all as they will be.
-void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const edge::MachineLimits& limits) {
+void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocument& document,
+           const edge::MachineLimits& limits) {
   edge::ConfigIndex index;
   for (const auto& [name, row] : rows)
     if (row.config) index.vmIs(*row.config);
@@ -74,8 +76,10 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const edge::Mach
   }
   for (const Step& step : plan.steps) {
     if (!step.config) continue;
+    const auto found = document.unread.find(step.name);
+    const auto unread = found == document.unread.end() ? Problems() : found->second;
     for (const rt::Problem& problem : edge::problemsOf(*step.config, index, limits))
-      plan.problems.push_back(step.name + ": " + problem.text());
+      if (!isOfUnread(problem, unread)) plan.problems.push_back(step.name + ": " + problem.text());
   }
 }
 
@@ -101,7 +105,7 @@ Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& docume
   Plan plan;
   plan.steps.reserve(steps.size());
   for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));
-  check(plan, rows, limits);
+  check(plan, rows, document, limits);
   return plan;
 }
 

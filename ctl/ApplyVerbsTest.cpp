@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "ctl/fakes/VmctlFixture.h"
 
 namespace ctl {
@@ -108,6 +110,24 @@ TEST_F(ApplyVerb, TellsAllThatIsWrongAndWritesNothing) {
           "vmctl: web2: memory: '0' is refused: must be 1 to 8192 (mebibytes; this machine has no "
           "more)\n"}));
   EXPECT_EQ(doc("vmConfig", "web2"), "none");
+}
+
+TEST_F(ApplyVerb, TellsTwelveMistakesOfOneVmAtOnce) {
+  const std::string nic0 = R"("nic00":{"model":"e100","macAddr":"52:54:00","intfName":"Vlan0"})";
+  const std::string nic1 =
+      R"("nic01":{"model":"","macAddr":"01:00:5e:00:00:01","intfName":"a b","speed":1000})";
+  const Answer answer =
+      apply(document(vm("web 1", R"("enabled":"yes","diskImage":"web.iso","memory":-1,)"
+                                 R"("vncPort":80,"vnicConfig":{)" +
+                                     nic0 + "," + nic1 + "}")));
+  EXPECT_EQ(answer.exit, 5);
+  EXPECT_EQ(std::count(answer.err.begin(), answer.err.end(), '\n'), 12) << answer.err;
+  for (const char* field :
+       {"name", "enabled", "diskImage", "memory", "vncPort", "vnicConfig.nic00.model",
+        "vnicConfig.nic00.macAddr", "vnicConfig.nic00.intfName", "vnicConfig.nic01.model",
+        "vnicConfig.nic01.macAddr", "vnicConfig.nic01.intfName", "speed"})
+    EXPECT_THAT(answer.err, HasSubstr(field));
+  EXPECT_EQ(doc("vmConfig", "web 1"), "none");
 }
 
 TEST_F(ApplyVerb, TellsBothSidesOfAClash) {

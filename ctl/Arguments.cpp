@@ -45,12 +45,15 @@ const Option& longOption(std::string_view name) {
   for (const Option& option : options) names.push_back(option.name);
   const auto near = rt::nearName(name, names);
   throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) + "'" +
-                                 (near ? "; did you mean '--" + rt::String(*near) + "'?" : ""));
+                                 (near ? "; did you mean '--" + rt::String(*near) + "'?"
+                                       : "; 'vmctl VERB --help' lists those of a verb"));
 }
 
 const Option& shortOption(char letter, std::span<const rt::String> words) {
   const Option* const found = optionOfLetter(letter, words);
-  if (!found) throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) + "'");
+  if (!found)
+    throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) +
+                                   "'; 'vmctl VERB --help' lists those of a verb");
   return *found;
 }
 

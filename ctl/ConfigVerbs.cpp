@@ -1,5 +1,6 @@
 #include "ctl/ConfigVerbs.h"
 
+#include "ctl/CardInterfaces.h"
 #include "ctl/Configuration.h"
 #include "ctl/Fields.h"
 #include "runtime/base/NearName.h"
@@ -51,6 +52,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
   const rt::String& name = arguments.words().front();
   const auto vm = Configuration(context).add(name, change);
   warnOfImage(context, *vm);
+  warnOfInterfaces(context, *vm);
   context.tell(name + (vm->enabled() ? ": added and enabled" : ": added"));
   complainOfDelay(context);
   return Exit::done;
@@ -59,16 +61,19 @@ Exit addVm(Context& context, const Arguments& arguments) {
 Exit setVm(Context& context, const Arguments& arguments) {
   std::vector<Assignment> assignments;
   bool isImageTouched = false;
+  bool isCardTouched = false;
   for (size_t i = 1; i < arguments.words().size(); ++i) {
-    assignments.push_back(assignmentOf(arguments.words()[i]));
+    assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
     const rt::String& field = assignments.back().field;
     isImageTouched = isImageTouched || field == "diskImage" || field == "enabled";
+    isCardTouched = isCardTouched || field.str().ends_with(".intfName");
   }
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
     assign(vm, assignments, problems);
   };
   const auto changed = Configuration(context).change(arguments.words().front(), change);
   if (isImageTouched) warnOfImage(context, *changed.after);
+  if (isCardTouched) warnOfInterfaces(context, *changed.after);
   tellChanged(context, changed);
   return Exit::done;
 }
@@ -83,7 +88,9 @@ Exit addNic(Context& context, const Arguments& arguments) {
   const auto add = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
     addCard(vm, card, problems);
   };
-  tellChanged(context, Configuration(context).change(words[0], add));
+  const auto changed = Configuration(context).change(words[0], add);
+  warnOfInterfaces(context, *changed.after);
+  tellChanged(context, changed);
   return Exit::done;
 }
 

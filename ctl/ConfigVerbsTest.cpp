@@ -4,6 +4,7 @@ namespace ctl {
 namespace {
 
 using fakes::Answer;
+using testing::HasSubstr;
 
 constexpr const char* taken = "vmctl: web1: ";
 
@@ -136,10 +137,39 @@ TEST_F(AddVerb, SaysThatNothingHappensWithoutADaemon) {
                     "vmctl: vmagentd is not running: nothing happens until it does\n"}));
 }
 
+TEST_F(AddVerb, WarnsOfACardWhoseInterfaceIsNotThere) {
+  put("interfaceStatus", "Ethernet1", R"({"deviceName":"Ethernet1","present":true})");
+  put("interfaceStatus", "Ethernet2", R"({"deviceName":"eth2","present":false})");
+  const std::string add =
+      "add web1 --disk /images/web.iso --nic model=e1000,mac=52:54:00:00:00:01,";
+  EXPECT_EQ(vmctl(add + "intf=Ethernt1"),
+            (Answer{0, "",
+                    "vmctl: web1: warning: card 'nic00' has no carrier now: there is no interface "
+                    "'Ethernt1'; did you mean 'Ethernet1'?\n"
+                    "web1: added\n"}));
+  EXPECT_THAT(vmctl("set web1 vnicConfig.nic00.intfName=Vlan7").err,
+              HasSubstr("no interface 'Vlan7'; 'vmctl interface list' shows those there are"));
+  EXPECT_THAT(vmctl("set web1 vnicConfig.nic00.intfName=Ethernet2").err,
+              HasSubstr("there is no interface 'Ethernet2'"));
+  EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.intfName=Ethernet1").err, "web1: changed\n");
+  EXPECT_THAT(vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:02,intf=Vlan8").err,
+              HasSubstr("card 'nic01' has no carrier now"));
+}
+
+TEST_F(AddVerb, KnowsNothingOfInterfacesWithoutADaemon) {
+  put("interfaceStatus", "Ethernet1", R"({"deviceName":"Ethernet1","present":true})");
+  daemonRuns_ = false;
+  EXPECT_THAT(
+      vmctl("add web1 --disk /images/web.iso --nic model=e1000,mac=52:54:00:00:00:01,intf=x").err,
+      testing::Not(HasSubstr("carrier")));
+}
+
 TEST_F(AddVerb, RefusesACardThatIsNotDescribed) {
   const std::vector<std::pair<std::string, std::string>> cases{
       {"model=e1000", "card 'model=e1000' is refused: must have mac=..."},
-      {"e1000", "'e1000' is refused: must be FIELD=VALUE"},
+      {"e1000",
+       "card 'e1000' is refused: must be [key=K,]model=M,mac=A,intf=I, such as "
+       "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100"},
       {"modle=e1000", "there is no part of a card 'modle'; did you mean 'model'?"},
       {"colour=red", "there is no part of a card 'colour'; there are key, model, mac, intf"},
       {"model=a,model=b", "card 'model=a,model=b' is refused: 'model' must be there once"},
@@ -203,8 +233,9 @@ TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
             (Answer{2, "",
                     "vmctl: 'vnicConfig.model' names no card's field: write "
                     "vnicConfig.KEY.FIELD\n"}));
-  EXPECT_EQ(vmctl("set web1 memory"),
-            (Answer{2, "", "vmctl: 'memory' is refused: must be FIELD=VALUE\n"}));
+  EXPECT_EQ(
+      vmctl("set web1 memory"),
+      (Answer{2, "", "vmctl: 'memory' is refused: must be FIELD=VALUE, such as memory=512\n"}));
 }
 
 TEST_F(SetVerb, RefusesACardThatIsNotThereUnlessAllOfItIsGiven) {

@@ -41,6 +41,13 @@ bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
   return statedb::documentOf(*asRunning) != statedb::documentOf(before);
 }
 
+bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {
+  return std::any_of(unread.begin(), unread.end(), [&](const rt::Problem& each) {
+    return problem.field == each.field ||
+           problem.field.str().compare(0, each.field.size() + 1, each.field.str() + ".") == 0;
+  });
+}
+
 Configuration::Configuration(Context& context) : context_(context) { read(); }
 
 void Configuration::read() {
@@ -72,12 +79,7 @@ std::vector<rt::String> Configuration::enabledNames() const {
 
 void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems) {
   for (rt::Problem& problem : edge::problemsOf(vm, *index_, context_.world().limits)) {
-    // What could not be read has its default now, which says nothing.
-    const bool isKnown = std::any_of(problems.begin(), problems.end(), [&](const auto& known) {
-      return problem.field == known.field ||
-             problem.field.str().compare(0, known.field.size() + 1, known.field.str() + ".") == 0;
-    });
-    if (!isKnown) problems.push_back(std::move(problem));
+    if (!isOfUnread(problem, problems)) problems.push_back(std::move(problem));
   }
   if (!problems.empty()) throw refusalOf(vm.name(), problems);
 }

@@ -19,6 +19,10 @@ struct Changed {
 // Whether a running guest goes on with what it was started with.
 bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after);
 
+// Whether the problem is of a field that could not be read: that has its default now, which says
+// nothing.
+bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread);
+
 // Read at first, and again when somebody else wrote meanwhile; so many VMs can be changed
 // at the price of one reading. A clash that two writers make at the same moment is not seen here:
 // the daemon refuses the newcomer.

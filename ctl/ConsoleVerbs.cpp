@@ -33,8 +33,10 @@ ConsoleEnd hold(Context& context, const rt::String& name, const rt::String& pty)
     return context.world().holdConsole(pty);
   } catch (const rt::ErrnoException& exception) {
     const bool isDenied = exception.error() == EACCES || exception.error() == EPERM;
-    throw Refusal(Exit::failed,
-                  name + ": " + exception.what() + (isDenied ? ": run vmctl as root" : ""));
+    throw Refusal(Exit::failed, name + ": " + exception.what() +
+                                    (isDenied ? ": run vmctl as root, or as a member of the group "
+                                                "vmagent"
+                                              : ""));
   }
 }
 

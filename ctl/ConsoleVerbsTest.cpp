@@ -96,7 +96,8 @@ TEST_F(ConsoleVerb, SaysWhyItCannotBeOpened) {
   const Answer answer = vmctl("console web1");
   EXPECT_EQ(answer.exit, 1);
   EXPECT_THAT(answer.err, testing::EndsWith("vmctl: web1: /dev/pts/4 x: Permission denied (errno "
-                                            "13): run vmctl as root\n"));
+                                            "13): run vmctl as root, or as a member of the group "
+                                            "vmagent\n"));
 }
 
 // A pair of ends: the terminal, and who sits before it.

@@ -57,8 +57,10 @@ Plan planOf(Context& context, const Configuration& configuration, const VmRow& r
   if (document.problems.empty() && !isIt)
     document.problems.push_back("name: must be '" + row.name +
                                 "' and no other: 'vmctl add' makes one");
-  if (!document.problems.empty()) return {{}, document.problems};
-  return planOf(configuration.rows(), document, Others::stay, context.world().limits);
+  if (!isIt) return {{}, document.problems};
+  Plan plan = planOf(configuration.rows(), document, Others::stay, context.world().limits);
+  plan.problems.insert(plan.problems.begin(), document.problems.begin(), document.problems.end());
+  return plan;
 }
 
 class Edit {

@@ -16,6 +16,7 @@ struct FdbRow {
   rt::String macAddr;
   rt::String intf;
   int64_t entryType = 0;
+  rt::String bridge;
 };
 
 FdbRow rowOf(const statedb::Record& record) {
@@ -28,6 +29,7 @@ FdbRow rowOf(const statedb::Record& record) {
   if (!json) return row;
   row.intf = json->text("intf").value_or("");
   row.entryType = json->number("entryType").value_or(0);
+  row.bridge = json->text("bridge").value_or("");
   return row;
 }
 
@@ -63,9 +65,16 @@ Exit listFdb(Context& context, const Arguments&) {
   } else if (rows.empty()) {
     context.tell("there are no static MAC entries");
   } else {
-    Table table({"VLAN", "MAC", "INTERFACE", "TYPE"});
-    for (const FdbRow& row : rows)
-      table.row({rt::toText(row.vlanId), row.macAddr, row.intf, rt::toText(row.entryType)});
+    const bool isWide = context.format() == Format::wide;
+    std::vector<Cell> headers{"VLAN", "MAC", "INTERFACE", "TYPE"};
+    if (isWide) headers.emplace_back("BRIDGE");
+    Table table(headers);
+    for (const FdbRow& row : rows) {
+      std::vector<Cell> cells{rt::toText(row.vlanId), row.macAddr, row.intf,
+                              rt::toText(row.entryType)};
+      if (isWide) cells.emplace_back(row.bridge);
+      table.row(cells);
+    }
     context.print(table);
   }
   return Exit::done;

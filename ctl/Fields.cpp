@@ -24,6 +24,9 @@ constexpr std::array<std::string_view, 4> cardParts{"key", "model", "mac", "intf
 
 constexpr const char* memoryRight =
     "must be a number of mebibytes, or one with K, M or G behind it that makes whole mebibytes";
+constexpr const char* cardRight =
+    "must be [key=K,]model=M,mac=A,intf=I, such as "
+    "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100";
 constexpr const char* macRight = "must be a MAC address, such as 52:54:00:12:34:56";
 constexpr const char* portRight = "must be 5900 to 5910, or 0 for no display";
 
@@ -124,10 +127,11 @@ NewCards newCardsOf(const Vm::VmConfig& vm, const std::vector<Assignment>& assig
 
 }  // namespace
 
-Assignment assignmentOf(const rt::String& word) {
+Assignment assignmentOf(const rt::String& word, const char* example) {
   const size_t equals = word.str().find('=');
   if (equals == std::string::npos || equals == 0)
-    throw Refusal(Exit::usage, "'" + word + "' is refused: must be FIELD=VALUE");
+    throw Refusal(Exit::usage,
+                  "'" + word + "' is refused: must be FIELD=VALUE, such as " + example);
   return {word.substr(0, equals), word.substr(equals + 1)};
 }
 
@@ -176,7 +180,10 @@ Card cardOf(const rt::String& text) {
   const std::string_view all = text;
   for (size_t begin = 0; begin <= all.size();) {
     const size_t comma = std::min(all.find(',', begin), all.size());
-    const Assignment part = assignmentOf(all.substr(begin, comma - begin));
+    const rt::String word(all.substr(begin, comma - begin));
+    if (word.str().find('=') == std::string::npos)
+      throw Refusal(Exit::usage, "card '" + text + "' is refused: " + cardRight);
+    const Assignment part = assignmentOf(word, "model=e1000");
     if (!has(cardParts, part.field)) throw unknown("part of a card", part.field, cardParts);
     if (!parts.emplace(part.field, part.value).second)
       throw Refusal(Exit::usage,

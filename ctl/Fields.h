@@ -19,7 +19,7 @@ struct Assignment {
   rt::String field;
   rt::String value;
 };
-Assignment assignmentOf(const rt::String& word);
+Assignment assignmentOf(const rt::String& word, const char* example);
 
 // All of them or, where there are problems, those that have none. A field is "enabled",
 // "diskImage", "memory", "vncPort" or "vnicConfig.KEY.FIELD". A card that is not there is made when

@@ -127,6 +127,16 @@ TEST_F(FdbVerb, ListIsInOrderOfVlans) {
   EXPECT_EQ(vmctl("fdb list -o name").out, "20/52:54:00:12:34:57\n100/52:54:00:12:34:56\n");
 }
 
+TEST_F(FdbVerb, TellsInWideWhichBridgeHasTheEntry) {
+  put("fdb", "20/52:54:00:12:34:57", R"({"intf":"Cpu","entryType":4,"bridge":"br0"})");
+  put("fdb", "100/52:54:00:12:34:56", R"({"intf":"Cpu","entryType":4,"bridge":""})");
+  EXPECT_EQ(vmctl("fdb list -o wide"), (Answer{0,
+                                               "VLAN  MAC                INTERFACE  TYPE  BRIDGE\n"
+                                               "20    52:54:00:12:34:57  Cpu        4     br0\n"
+                                               "100   52:54:00:12:34:56  Cpu        4     -\n",
+                                               ""}));
+}
+
 TEST_F(FdbVerb, ListGivesJson) {
   put("fdb", "100/52:54:00:12:34:56", R"({"intf":"Cpu","entryType":4})");
   EXPECT_EQ(vmctl("fdb list -o json"), (Answer{0, R"({

@@ -1,5 +1,6 @@
 #include "ctl/ListVerbs.h"
 
+#include "ctl/CardInterfaces.h"
 #include "ctl/VmView.h"
 
 namespace ctl {
@@ -44,7 +45,7 @@ Exit showVm(Context& context, const Arguments& arguments) {
   else if (context.format() == Format::name)
     context.world().out << visible(row.name) << '\n';
   else
-    context.world().out << vmText(row);
+    context.world().out << vmText(row, presentInterfaces(context));
   return Exit::done;
 }
 

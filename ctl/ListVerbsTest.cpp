@@ -196,21 +196,34 @@ TEST_F(ListVerb, HasColoursOnATerminalUnlessNoneAreWanted) {
 TEST_F(ShowVerb, TellsAllAboutAVm) {
   putThree();
   put("vmProblem", "web1", R"({"problem":"memory changed","since":1732186123,"source":"restart"})");
-  EXPECT_EQ(vmctl("show web1"), (Answer{0,
-                                        "Name:     web1\n"
-                                        "Enabled:  yes\n"
-                                        "State:    Running\n"
-                                        "Process:  running, pid 4711\n"
-                                        "Console:  /dev/pts/4\n"
-                                        "Memory:   256 MiB\n"
-                                        "Display:  VNC, port 5901\n"
-                                        "Disk:     /images/web.iso\n"
-                                        "Cards:  KEY    MODEL  MAC                INTERFACE\n"
-                                        "        nic00  e1000  52:54:00:12:34:56  Vlan100\n"
-                                        "        nic01  e1000  52:54:00:12:34:57  Vlan200\n"
-                                        "Problem:  memory changed\n"
-                                        "          (restart, since 2024-11-21T10:48:43Z)\n",
-                                        ""}));
+  EXPECT_EQ(vmctl("show web1"),
+            (Answer{0,
+                    "Name:     web1\n"
+                    "Enabled:  yes\n"
+                    "State:    Running\n"
+                    "Process:  running, pid 4711\n"
+                    "Console:  /dev/pts/4\n"
+                    "Memory:   256 MiB\n"
+                    "Display:  VNC, port 5901\n"
+                    "Disk:     /images/web.iso\n"
+                    "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT\n"
+                    "        nic00  e1000  52:54:00:12:34:56  Vlan100    no\n"
+                    "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"
+                    "Problem:  memory changed\n"
+                    "          (restart, since 2024-11-21T10:48:43Z)\n",
+                    ""}));
+}
+
+TEST_F(ShowVerb, TellsOfEachCardWhetherItsInterfaceIsThere) {
+  putThree();
+  put("interfaceStatus", "Vlan100", R"({"deviceName":"br0.100","present":true})");
+  put("interfaceStatus", "Vlan200", R"({"deviceName":"br0.200","present":false})");
+  EXPECT_THAT(vmctl("show web1").out,
+              HasSubstr("INTERFACE  PRESENT\n"
+                        "        nic00  e1000  52:54:00:12:34:56  Vlan100    yes\n"
+                        "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"));
+  daemonRuns_ = false;
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Vlan100    -\n"));
 }
 
 TEST_F(ShowVerb, TellsWhatIsNotSo) {

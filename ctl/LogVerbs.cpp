@@ -15,27 +15,31 @@ void require(const rt::String& name) {
     throw Refusal(Exit::noSuch, name + ": there is no such VM: a name " + *right);
 }
 
-void show(Context& context, LogFile& log) {
+// Whether there was anything.
+bool show(Context& context, LogFile& log) {
   std::ostream& out = context.world().out;
+  bool isEmpty = true;
   TerminalText text;
   const bool isTerminal = context.world().outIsTerminal;
   log.read([&](std::string_view bytes) {
+    isEmpty = false;
     if (isTerminal)
       out << text.of(bytes);
     else
       out << bytes;
   });
   out.flush();
+  return !isEmpty;
 }
 
 void follow(Context& context, LogFile& log) {
   const int news[] = {log.follow()};
-  show(context, log);
+  (void)show(context, log);
   while (context.world().out) {
     context.world().waitWhileRead(news);
     if (!context.world().out) return;
     const bool isThere = log.takeNews();
-    show(context, log);
+    (void)show(context, log);
     if (!isThere) return;
   }
 }
@@ -61,8 +65,9 @@ Exit showLogs(Context& context, const Arguments& arguments) {
     }
     if (arguments.has("follow"))
       follow(context, log);
-    else
-      show(context, log);
+    else if (!show(context, log) && !arguments.has("shim"))
+      context.tell(name + ": its guest has written nothing; 'vmctl logs " + name +
+                   " --shim' shows what QEMU said");
   } catch (const rt::ErrnoException& exception) {
     const bool isDenied = exception.error() == EACCES || exception.error() == EPERM;
     throw Refusal(Exit::failed, name + ": " + exception.what() +

@@ -40,6 +40,14 @@ TEST_F(LogsVerb, ShowsTheOlderFileFirst) {
   EXPECT_EQ(vmctl("logs web1"), (Answer{0, "old\nnew\n", ""}));
 }
 
+TEST_F(LogsVerb, SayWhenTheGuestHasWrittenNothing) {
+  append("console.log", "");
+  EXPECT_EQ(vmctl("logs web1"),
+            (Answer{0, "",
+                    "web1: its guest has written nothing; 'vmctl logs web1 --shim' shows what QEMU "
+                    "said\n"}));
+}
+
 TEST_F(LogsVerb, ShowsWhatTheKeeperWroteWhenAsked) {
   append("console.log", "guest\n");
   append("shim.log", "keeper\n");

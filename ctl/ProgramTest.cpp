@@ -27,6 +27,10 @@ TEST_F(Usage, SuggestsTheVerbThatWasMeant) {
   EXPECT_EQ(vmctl("sotp web1"), usageError("there is no verb 'sotp'; did you mean 'stop'?"));
   EXPECT_EQ(vmctl("frobnicate"),
             usageError("there is no verb 'frobnicate'; 'vmctl --help' lists them"));
+  EXPECT_EQ(vmctl("nic web1"),
+            usageError("there is no verb 'nic web1'; there are nic add and nic remove"));
+  EXPECT_EQ(vmctl("status web1"), usageError("there is no verb 'status'; did you mean 'show'?"));
+  EXPECT_EQ(vmctl("delete web1"), usageError("there is no verb 'delete'; did you mean 'remove'?"));
   EXPECT_EQ(vmctl("nic ad web1"), usageError("there is no verb 'nic ad'; did you mean 'nic add'?"));
   EXPECT_EQ(vmctl("interface"), usageError("'interface' is half a verb; there are interface list, "
                                            "interface set, interface unset"));
@@ -35,8 +39,11 @@ TEST_F(Usage, SuggestsTheVerbThatWasMeant) {
 TEST_F(Usage, SuggestsTheOptionThatWasMeant) {
   EXPECT_EQ(vmctl("enable web1 --wiat"),
             usageError("there is no option '--wiat'; did you mean '--wait'?"));
-  EXPECT_EQ(vmctl("list --frobnicate=7"), usageError("there is no option '--frobnicate'"));
-  EXPECT_EQ(vmctl("list -x"), usageError("there is no option '-x'"));
+  EXPECT_EQ(vmctl("list --frobnicate=7"),
+            usageError("there is no option '--frobnicate'; 'vmctl VERB --help' lists those of a "
+                       "verb"));
+  EXPECT_EQ(vmctl("list -x"),
+            usageError("there is no option '-x'; 'vmctl VERB --help' lists those of a verb"));
 }
 
 TEST_F(Usage, RefusesWhatTheVerbDoesNotTake) {

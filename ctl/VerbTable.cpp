@@ -25,7 +25,10 @@ constexpr Verb table[] = {
     {"add", "", "NAME", 1, 1, "disk memory vnc-port nic enabled", "", "make a VM",
      "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
      "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
-     "not there yet is no mistake, only a warning.\n"
+     "not there yet is no mistake, only a warning, and so is an interface of a card.\n"
+     "\n"
+     "A card has one of QEMU's models (virtio-net-pci, e1000, rtl8139 and others), a MAC address\n"
+     "that no other card has, and an interface of the switch: 'vmctl interface list'.\n"
      "\n"
      "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled \\\n"
      "      --nic model=virtio-net-pci,mac=52:54:00:12:34:56,intf=Vlan100\n",
@@ -50,7 +53,9 @@ constexpr Verb table[] = {
      editVm},
     {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key", "", "add a network card",
      "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
-     "cards in the order of their keys.\n",
+     "cards in the order of their keys.\n"
+     "\n"
+     "  vmctl nic add web1 model=virtio-net-pci,mac=52:54:00:12:34:57,intf=Vlan200\n",
      addNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
@@ -77,7 +82,9 @@ constexpr Verb table[] = {
      "first.\n",
      listVms},
     {"show", "", "NAME", 1, 1, "", allFormats, "show all about a VM",
-     "Shows the configuration, the status and the problem of a virtual machine.\n", showVm},
+     "Shows the configuration, the status and the problem of a virtual machine, and of each card\n"
+     "whether its interface is there; without it, the guest runs and the card has no carrier.\n",
+     showVm},
     {"wait", "", "NAME", 1, 1, "for timeout", "", "wait until a VM is as you say",
      "Returns when all that --for says is so:\n"
      "\n"
@@ -93,7 +100,7 @@ constexpr Verb table[] = {
      watchVms},
     {"console", "", "NAME", 1, 1, "", "", "use a guest's console",
      "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
-     "It needs root, and is for one at a time; 'vmctl logs -f' shows the same to any number.\n",
+     "It is for one at a time; 'vmctl logs -f' shows the same to any number.\n",
      openConsole},
     {"logs", "", "NAME", 1, 1, "follow shim", "", "show what a guest wrote on its console",
      "Shows what the guest wrote on its serial console, the last one or two mebibytes of it or,\n"
@@ -111,7 +118,9 @@ constexpr Verb table[] = {
      "are passed over.\n",
      applyDocument},
     {"fdb list", "fdb ls", "", 0, 0, "", allFormats, "show the guests' static MAC entries",
-     "Shows which MAC addresses have a fixed place, in which VLAN, and where.\n", listFdb},
+     "Shows which MAC addresses have a fixed place, in which VLAN, and where; with -o wide, into\n"
+     "which of the kernel's bridges the entry was put ('vmagentd --bridge').\n",
+     listFdb},
     {"interface list", "interface ls", "", 0, 0, "", allFormats, "show the switch's interfaces",
      "Shows which kernel device each interface of the switch is, and whether it is there.\n",
      listInterfaces},

@@ -36,20 +36,33 @@ std::vector<std::string_view> verbsOf(std::string_view first) {
 }
 
 Refusal unknown(const rt::String& name, const std::vector<std::string_view>& names,
-                const rt::String& help) {
+                const rt::String& others) {
   const rt::String near = rt::didYouMean(name, names);
-  return {Exit::usage, "there is no verb '" + name + "'" +
-                           (near.empty() ? "; '" + help + "' lists them" : near)};
+  return {Exit::usage, "there is no verb '" + name + "'" + (near.empty() ? "; " + others : near)};
 }
 
+// What others call our verbs.
+struct Synonym {
+  std::string_view theirs;
+  std::string_view ours;
+};
+constexpr Synonym synonyms[] = {
+    {"boot", "enable"},    {"create", "add"},       {"define", "add"},  {"del", "remove"},
+    {"delete", "remove"},  {"destroy", "remove"},   {"info", "show"},   {"ps", "list"},
+    {"reboot", "restart"}, {"shutdown", "disable"}, {"status", "show"}, {"undefine", "remove"}};
+
 Refusal unknownVerb(const rt::String& name) {
+  for (const Synonym& synonym : synonyms)
+    if (name == synonym.theirs)
+      return {Exit::usage,
+              "there is no verb '" + name + "'; did you mean '" + rt::String(synonym.ours) + "'?"};
   std::vector<std::string_view> names;
   for (const Verb& verb : verbs()) {
     if (verb.summary.empty()) continue;
     names.push_back(wordsOf(verb.name)[0]);
     if (!verb.alias.empty()) names.push_back(wordsOf(verb.alias)[0]);
   }
-  return unknown(name, names, "vmctl --help");
+  return unknown(name, names, "'vmctl --help' lists them");
 }
 
 rt::String optionHelp(const Option& option, std::string_view formats) {
@@ -99,7 +112,7 @@ const Verb& takeVerb(Arguments& arguments) {
     throw Refusal(Exit::usage, "'" + words[0] + "' is half a verb; there are " + listed(names));
   const rt::String name = words[0] + " " + words[1];
   const Verb* const verb = verbNamed(name);
-  if (!verb) throw unknown(name, names, "vmctl --help");
+  if (!verb) throw unknown(name, names, "there are " + listed(names, " and "));
   arguments.wordsDel(2);
   return *verb;
 }
@@ -171,7 +184,13 @@ rt::String generalHelp() {
     if (!verb.alias.empty()) (name += ", ") += verb.alias;
     text += rt::format("  %-29s %s\n", name.charPtr(), rt::String(verb.summary).charPtr());
   }
-  text += "\n'vmctl VERB --help' tells more. Options for all:\n\n";
+  text +=
+      "\n'vmctl VERB --help' tells more. To begin, and when something does not work:\n\n"
+      "  vmctl add web1 --disk /images/web.iso    then 'vmctl enable web1 --wait'\n"
+      "  vmctl list                               its PROBLEM column has what to look at first\n"
+      "  vmctl show web1                          then 'vmctl logs web1', and with --shim\n"
+      "  vmctl doctor                             whether the machine is fit\n"
+      "\nOptions for all:\n\n";
   for (const Option& option : allOptions())
     if (hasWord(globalOptions, option.name) || option.name == "version")
       text += optionHelp(option, {});

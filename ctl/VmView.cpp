@@ -65,14 +65,17 @@ class Facts {
   rt::String text_;
 };
 
-void addConfig(Facts& facts, const Vm::VmConfig& vm) {
+void addConfig(Facts& facts, const Vm::VmConfig& vm,
+               const std::optional<std::set<rt::String>>& present) {
   facts.add("Memory:", rt::toText(vm.memory()) + " MiB");
   facts.add("Display:", vm.vncPort() == 0 ? "" : "VNC, port " + rt::toText(vm.vncPort()));
   facts.add("Disk:", vm.diskImage());
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
-  Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE"});
-  for (const auto& [key, card] : vm.vnicConfigs())
-    cards.row({" ", key, card->model(), card->macAddr().text(), card->intfName()});
+  Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
+  for (const auto& [key, card] : vm.vnicConfigs()) {
+    const rt::String isThere = present ? yesOrNo(present->count(card->intfName()) != 0) : "";
+    cards.row({" ", key, card->model(), card->macAddr().text(), card->intfName(), isThere});
+  }
   facts.lines(cards.text({}));
 }
 
@@ -115,7 +118,7 @@ std::vector<Cell> vmCells(const VmRow& row, Format format) {
   return cells;
 }
 
-rt::String vmText(const VmRow& row) {
+rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present) {
   Facts facts;
   facts.add("Name:", row.name);
   facts.add("Enabled:", row.config ? yesOrNo(row.isEnabled()) : "?");
@@ -124,7 +127,7 @@ rt::String vmText(const VmRow& row) {
   facts.add("Process:", process.pid == 0 ? process.process
                                          : process.process + ", pid " + rt::toText(process.pid));
   facts.add("Console:", row.status ? row.status->consolePtyPath() : "");
-  if (row.config) addConfig(facts, *row.config);
+  if (row.config) addConfig(facts, *row.config, present);
   if (row.status && !row.status->cmdStatusStr().empty())
     facts.add("Monitor:", row.status->cmdStatusStr());
   if (row.problem) {

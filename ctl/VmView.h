@@ -1,6 +1,8 @@
 // Virtual machines as documents and as tables.
 #pragma once
 
+#include <set>
+
 #include "ctl/VmRows.h"
 
 namespace ctl {
@@ -11,7 +13,7 @@ rt::String vmJson(const VmRow& row, bool isStale = false);
 // The headers only, and a row for it.
 Table vmTable(Format format);
 std::vector<Cell> vmCells(const VmRow& row, Format format);
-// One VM, a fact a line.
-rt::String vmText(const VmRow& row);
+// One VM, a fact a line. `present`: the interfaces that are there, if that is known.
+rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present);
 
 }  // namespace ctl

@@ -48,7 +48,7 @@ Refusal noSuchField(const rt::String& name) {
 }
 
 Condition conditionOf(const rt::String& text) {
-  const Assignment wanted = assignmentOf(text);
+  const Assignment wanted = assignmentOf(text, "state=Running");
   const auto field = std::find_if(std::begin(fields), std::end(fields),
                                   [&](const Field& each) { return each.name == wanted.field; });
   if (field == std::end(fields)) throw noSuchField(wanted.field);
@@ -88,7 +88,8 @@ Goal goalOf(const std::vector<Condition>& conditions) {
 Exit waitForVm(Context& context, const Arguments& arguments) {
   std::vector<Condition> conditions;
   for (const rt::String& text : arguments.values("for")) conditions.push_back(conditionOf(text));
-  if (conditions.empty()) throw Refusal(Exit::usage, "'wait' needs --for FIELD=VALUE");
+  if (conditions.empty())
+    throw Refusal(Exit::usage, "'wait' needs --for FIELD=VALUE, such as --for state=Running");
   const rt::Seconds patience = arguments.timeout();
   const rt::String& name = arguments.words().front();
   const VmRow row = vmNamed(context, name);

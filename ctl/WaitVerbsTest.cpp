@@ -84,7 +84,9 @@ TEST_F(WaitVerb, RefusesAVmThatIsNotThere) {
 }
 
 TEST_F(WaitVerb, RefusesWhatCannotBeWaitedFor) {
-  EXPECT_EQ(vmctl("wait web1"), (Answer{2, "", "vmctl: 'wait' needs --for FIELD=VALUE\n"}));
+  EXPECT_EQ(
+      vmctl("wait web1"),
+      (Answer{2, "", "vmctl: 'wait' needs --for FIELD=VALUE, such as --for state=Running\n"}));
   EXPECT_EQ(vmctl("wait web1 --for memory=1"),
             (Answer{2, "",
                     "vmctl: --for: there is no field 'memory' to wait for; there are state, "

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "runtime/base/Text.h"
 #include "statedb/OwnerLock.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -150,7 +151,13 @@ TEST_F(Vmctl, WakesWhenTheStatusChanges) {
       (void)own.store(statedb::Half::config).changes({});
       if (own.record("vmConfig", "web1")) poll(&bell, 1, -1);
     }
-    own.commit(statedb::Transaction().del("vmStatus", "web1").del("vmProcess", "web1"));
+    const statedb::Cursor heard = own.store(statedb::Half::config).snapshot({}).cursor;
+    own.commit(statedb::Transaction()
+                   .del("vmStatus", "web1")
+                   .del("vmProcess", "web1")
+                   .put("daemon", "vmagentd",
+                        R"({"configStore":")" + heard.storeId + R"(","configSequence":)" +
+                            rt::toText(heard.sequence) + "}"));
     _exit(0);
   }
   db.commit(statedb::Transaction()

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@ constexpr size_t readSize = 16 * 1024;
 // Among what is polled: behind the line and the pty.
 constexpr size_t firstViewer = 2;
 constexpr size_t typedSize = 1024;
+constexpr mode_t sharedMode = 0660;
 // What QEMU can have left on its line: the kernel's buffer, several times over.
 constexpr int mostDrains = 256;
 
@@ -46,6 +48,16 @@ Descriptor openSlave(const std::string& path) {
   return slave;
 }
 
+// Who may use a file's directory may use the terminal. A terminal belongs to a group of its own at
+// first, whose members may write to it only.
+void shareWithUsersOf(const std::string& file, const Descriptor& terminal) {
+  struct stat directory {};
+  const std::string path = file.substr(0, file.rfind('/') + 1);
+  if (stat(path.c_str(), &directory) != 0) return;
+  (void)!fchown(terminal.number(), static_cast<uid_t>(-1), directory.st_gid);
+  (void)fchmod(terminal.number(), sharedMode);
+}
+
 // Throws away what nobody has read.
 void empty(const Descriptor& terminal) {
   char bytes[4096];
@@ -61,7 +73,9 @@ Console::Console(Descriptor line, std::string logPath, const std::string& socket
       master_(openMaster()),
       slave_(openSlave(nameOf(master_))),
       terminal_(nameOf(master_)),
-      viewers_(socketPath) {}
+      viewers_(socketPath) {
+  shareWithUsersOf(socketPath, slave_);
+}
 
 void Console::addTo(std::vector<pollfd>& polled) {
   const auto out = [](bool wanted) { return static_cast<short>(wanted ? POLLOUT : 0); };

@@ -18,7 +18,8 @@ namespace shim {
 // to the guest as fast as the guest takes it. Further viewers come by a socket.
 class Console {
  public:
-  // `line` must not block. Throws Failure when there can be no pty, or no socket.
+  // `line` must not block. The pty gets the group of the socket's directory, and mode 0660. Throws
+  // Failure when there can be no pty, or no socket.
   Console(Descriptor line, std::string logPath, const std::string& socketPath);
 
   // The pty's path.

@@ -2,6 +2,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "shim/Console.h"
 #include "shim/fakes/TestFolder.h"
@@ -100,6 +103,19 @@ TEST_F(ConsoleLine, IsReadByWhoComesLate) {
   guestWrites("early\r\n");
   const Descriptor terminal = openTerminal();
   EXPECT_EQ(readAtLeast(terminal, 7), "early\r\n");
+}
+
+TEST_F(ConsoleLine, IsATerminalOfItsDirectorysGroup) {
+  constexpr gid_t operators = 4242;
+  const gid_t group = geteuid() == 0 ? operators : getegid();
+  const std::string shared = folder / "shared";
+  std::filesystem::create_directory(shared);
+  ASSERT_EQ(chown(shared.c_str(), static_cast<uid_t>(-1), group), 0);
+  const Console other(Descriptor(), shared + "/console.log", shared + "/console.sock");
+  struct stat terminal {};
+  ASSERT_EQ(stat(other.terminal().c_str(), &terminal), 0);
+  EXPECT_EQ(terminal.st_gid, group);
+  EXPECT_EQ(terminal.st_mode & 07777U, 0660U);
 }
 
 TEST_F(ConsoleLine, OutlastsItsReaders) {

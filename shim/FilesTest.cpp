@@ -65,9 +65,23 @@ TEST(VmDirectory, IsMadeForItsGroup) {
   const mode_t before = umask(077);
   const VmDirectory directory(run.path(), "guest0");
   umask(before);
-  EXPECT_EQ(modeOf(run / "vm"), 0770);
-  EXPECT_EQ(modeOf(run / "vm/guest0"), 0770);
+  EXPECT_EQ(modeOf(run / "vm"), 02770);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 02770);
   EXPECT_EQ(directory.file("lock"), run / "vm/guest0/lock");
+}
+
+TEST(VmDirectory, IsOfTheRunDirectorysGroup) {
+  const TestFolder run;
+  constexpr gid_t operators = 4242;
+  const gid_t group = geteuid() == 0 ? operators : getegid();
+  ASSERT_EQ(chown(run.path().c_str(), static_cast<uid_t>(-1), group), 0);
+  const VmDirectory directory(run.path(), "guest0");
+  directory.lastErrorIs("no disk");
+  for (const char* made : {"vm", "vm/guest0", "vm/guest0/last-error"}) {
+    struct stat status {};
+    ASSERT_EQ(stat((run / made).c_str(), &status), 0) << made;
+    EXPECT_EQ(status.st_gid, group) << made;
+  }
 }
 
 TEST(VmDirectory, NeedsTheRunDirectory) {

@@ -13,11 +13,13 @@ namespace shim {
 
 namespace {
 
-constexpr mode_t directoryMode = 0770;
+// Setgid: what is made in it is its group's, whatever group we have.
+constexpr mode_t directoryMode = 02770;
 constexpr mode_t fileMode = 0660;
 
-void makeDirectory(const std::string& path) {
+void makeDirectory(const std::string& path, gid_t group) {
   if (mkdir(path.c_str(), directoryMode) == 0) {
+    (void)!chown(path.c_str(), static_cast<uid_t>(-1), group);
     (void)chmod(path.c_str(), directoryMode);  // whatever the umask
   } else if (errno != EEXIST) {
     throw failureOf("directory " + path + " could not be made");
@@ -36,10 +38,11 @@ struct flock keeperRecord(short type) {
 
 VmDirectory::VmDirectory(const std::string& runDir, const std::string& name)
     : path_(runDir + "/vm/" + name) {
-  if (access(runDir.c_str(), F_OK) != 0)
+  struct stat run {};
+  if (stat(runDir.c_str(), &run) != 0)
     throw failureOf("directory " + runDir + " cannot be used: make it, or set VMAGENT_RUN_DIR");
-  makeDirectory(runDir + "/vm");
-  makeDirectory(path_);
+  makeDirectory(runDir + "/vm", run.st_gid);
+  makeDirectory(path_, run.st_gid);
 }
 
 void VmDirectory::lineIs(const char* name, const std::string& text) const {

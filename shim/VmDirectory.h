@@ -9,7 +9,8 @@
 
 namespace shim {
 
-// Makes the directory, and RUN/vm, with mode 0770. RUN must be there. Throws Failure.
+// Makes the directory, and RUN/vm, with mode 2770 and the group of RUN, which must be there: that
+// is who may use the guest's files. Throws Failure.
 class VmDirectory {
  public:
   VmDirectory(const std::string& runDir, const std::string& name);
