@@ -49,6 +49,10 @@ int32_t pidOf(const rt::Entity& process) {
   return rt::fromText<int32_t>(attributeText(process, "pid")).value_or(0);
 }
 
+int32_t endSignalOf(const rt::Entity& process) {
+  return rt::fromText<int32_t>(attributeText(process, "exitSignal")).value_or(0);
+}
+
 std::vector<Card> cards(const rt::Entity& root) {
   std::vector<Card> all;
   const auto machines = vmSet(root);

@@ -16,6 +16,8 @@ rt::Ptr<rt::Entity> processOf(const rt::Entity& machine);
 // Of a process: whether its end was not seen yet.
 bool isAlive(const rt::Entity& process);
 int32_t pidOf(const rt::Entity& process);
+// The signal that ended it; 0 for none.
+int32_t endSignalOf(const rt::Entity& process);
 
 // A card of a running guest.
 struct Card {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "edge/DiskImage.h"
@@ -149,6 +150,8 @@ class Daemon::Parts {
   void startAgent();
   void startFeeds();
   void endOrphans();
+  void decideOn(const std::vector<GuestProcess>& guests);
+  void decideOnUndecided(const rt::String& vm);
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
@@ -181,6 +184,7 @@ class Daemon::Parts {
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
   Survivors::Ptr survivors_;
+  std::set<rt::String> undecided_;    // whose guests go on, though their rows are not understood
   GuestProblems::Ptr guestProblems_;  // null: no shim
   ConfigFeed::Ptr configFeed_;
 };
@@ -283,21 +287,37 @@ void Daemon::Parts::startFeeds() {
   janitor_->sweep();
 }
 
-// Of the guests that an earlier daemon left, a shim's is taken up by its VM's start, if that is
-// wanted; all others end.
 void Daemon::Parts::endOrphans() {
+  survivors_ = rt::make<Survivors>(
+      std::vector<GuestProcess>{}, [this](const rt::String& vm) { return askToStop(vm); },
+      stopPatience(),
+      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); },
+      manager_.clock());
+  decideOn(guestProcesses());
+}
+
+// Of the guests that an earlier daemon left, a shim's is taken up by its VM's start, if that is
+// wanted. Where what is wanted cannot be understood it goes on, until that can be. All others end.
+void Daemon::Parts::decideOn(const std::vector<GuestProcess>& guests) {
   std::vector<GuestProcess> orphans;
-  for (const GuestProcess& guest : guestProcesses()) {
+  for (const GuestProcess& guest : guests) {
     const VmRow* const row = rows_.row(guest.vm);
-    if (hasShim() && row && row->valid && row->valid->enabled())
+    const bool canBeDriven = hasShim() && shimIsThere(options_.runDir, guest.vm);
+    if (canBeDriven && row && !row->valid)
+      undecided_.insert(guest.vm);
+    else if (canBeDriven && row && row->valid->enabled())
       supervisor_->adoptableIs(guest.vm);
     else
       orphans.push_back(guest);
   }
-  survivors_ = rt::make<Survivors>(
-      orphans, [this](const rt::String& vm) { return askToStop(vm); }, stopPatience(),
-      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); },
-      manager_.clock());
+  survivors_->add(orphans);
+}
+
+void Daemon::Parts::decideOnUndecided(const rt::String& vm) {
+  if (undecided_.erase(vm) == 0) return;
+  std::vector<GuestProcess> guests = guestProcesses();
+  std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
+  decideOn(guests);
 }
 
 bool Daemon::Parts::askToStop(const rt::String& vm) const {
@@ -327,7 +347,10 @@ void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
     else
       vms.push_back(change);
   }
-  for (const rt::String& vm : rows_.apply(vms)) supervisor_->rowIs(vm, rows_.row(vm));
+  for (const rt::String& vm : rows_.apply(vms)) {
+    decideOnUndecided(vm);
+    supervisor_->rowIs(vm, rows_.row(vm));
+  }
   daemonStatus_->configStoreIs(reached.storeId);
   daemonStatus_->configSequenceIs(reached.sequence);
   failures.rethrow();

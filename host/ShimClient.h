@@ -10,4 +10,7 @@ namespace host {
 // when there is no shim to ask.
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout);
 
+// Whether somebody listens where the shim of that VM should; one that stands still does.
+bool shimIsThere(const rt::String& runDir, const rt::String& vm);
+
 }  // namespace host

@@ -90,9 +90,10 @@ std::vector<GuestProcess> guestProcesses() {
 // One of them, held by a descriptor that stays the process's, whatever becomes of its number.
 class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
  public:
-  Guest(Survivors& owner, GuestProcess process, int pidfd)
+  Guest(Survivors& owner, GuestProcess process, int pidfd, rt::Seconds killAt)
       : owner_(owner),
         process_(std::move(process)),
+        killAt_(killAt),
         pidfd_(*this, rt::make<rt::FileDescriptor>("guest " + process_.vm)) {
     pidfd_->descriptorIs(pidfd);
     pidfd_->notifyOnReadableIs(true);
@@ -102,6 +103,12 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
   const rt::String& vm() const { return process_.vm; }
   void signal(int number) const {
     syscall(SYS_pidfd_send_signal, pidfd_->descriptor(), number, nullptr, 0);
+  }
+  rt::Seconds killAt() const { return killAt_; }
+  void killIfDue(rt::Seconds now) {
+    if (now < killAt_) return;
+    killAt_ = rt::Seconds::infinity();
+    signal(SIGKILL);
   }
 
   static constexpr std::string_view typeName = "host::Survivors::Guest";
@@ -113,45 +120,57 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
 
   Survivors& owner_;
   const GuestProcess process_;
+  rt::Seconds killAt_;
 
   rt::Reactor<Guest, rt::FileDescriptor,
               rt::On<&rt::FileDescriptor::readable, &Guest::handleReadable>>
       pidfd_;
 };
 
-Survivors::Survivors(const std::vector<GuestProcess>& guests, const Ask& ask, rt::Seconds patience,
+Survivors::Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience,
                      Sink sink, rt::Clock::Ptr clock)
-    : sink_(std::move(sink)), clock_(*this, std::move(clock)) {
+    : ask_(std::move(ask)),
+      patience_(patience < leastPatience ? leastPatience : patience),
+      sink_(std::move(sink)),
+      clock_(*this, std::move(clock)) {
+  handleInitialized();
+  add(guests);
+}
+
+void Survivors::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+}
+
+void Survivors::add(const std::vector<GuestProcess>& guests) {
+  const rt::Seconds killAt = clock_.notifier()->now() + patience_;
   for (const auto& guest : guests) {
     const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
     if (pidfd < 0) continue;
     // Another process may have its number by now.
     if (vmOnCommandLine(commandLineOf(directoryOf(guest.pid))) == guest.vm)
-      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd);
+      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd, killAt);
     else
       close(pidfd);
   }
-  handleInitialized(
-      ask, std::max(patience, leastPatience, [](rt::Seconds a, rt::Seconds b) { return a < b; }));
-}
-
-void Survivors::handleInitialized(const Ask& ask, rt::Seconds patience) {
-  if (initialized()) return;
-  initializedIs(true);
-  for (const auto& [pid, guest] : guests_) {
-    report("VM " + guest->vm() + ": ending the guest that an earlier daemon left (process " +
-           rt::toText(pid) + ")");
-    if (!ask(guest->vm())) guest->signal(SIGTERM);
-    tell(guest->vm());
+  for (const auto& guest : guests) {
+    if (!guests_.contains(guest.pid)) continue;
+    report("VM " + guest.vm + ": ending the guest that an earlier daemon left (process " +
+           rt::toText(guest.pid) + ")");
+    if (!ask_(guest.vm)) guests_[guest.pid]->signal(SIGTERM);
+    tell(guest.vm);
   }
-  killAt_ = clock_.notifier()->now() + patience;
-  if (!guests_.empty()) clock_.timeMinIs(killAt_);
+  handleClock();
 }
 
 void Survivors::handleClock() {
-  if (guests_.empty()) return;
-  if (clock_.notifier()->now() < killAt_) return clock_.timeMinIs(killAt_);
-  for (const auto& [pid, guest] : guests_) guest->signal(SIGKILL);
+  const rt::Seconds now = clock_.notifier()->now();
+  rt::Seconds next = rt::Seconds::infinity();
+  for (const auto& [pid, guest] : guests_) {
+    guest->killIfDue(now);
+    if (guest->killAt() < next) next = guest->killAt();
+  }
+  clock_.timeMinIs(next);
 }
 
 void Survivors::handleGone(int32_t pid) {

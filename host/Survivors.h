@@ -33,9 +33,11 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
   using Ask = std::function<bool(const rt::String& vm)>;
 
   // `patience`: how long they may take.
-  Survivors(const std::vector<GuestProcess>& guests, const Ask& ask, rt::Seconds patience,
-            Sink sink, rt::Clock::Ptr clock);
+  Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience, Sink sink,
+            rt::Clock::Ptr clock);
 
+  // Further ones.
+  void add(const std::vector<GuestProcess>& guests);
   size_t left() const { return guests_.size(); }
 
   static constexpr std::string_view typeName = "host::Survivors";
@@ -44,14 +46,15 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
  private:
   class Guest;
 
-  void handleInitialized(const Ask& ask, rt::Seconds patience);
+  void handleInitialized();
   void handleClock();
   void handleGone(int32_t pid);
   void tell(const rt::String& vm);
 
+  const Ask ask_;
+  const rt::Seconds patience_;
   const Sink sink_;
   std::map<int32_t, rt::Ptr<Guest>> guests_;  // by pid
-  rt::Seconds killAt_;
 
   rt::ClockReactor<Survivors, &Survivors::handleClock> clock_;
 };

@@ -192,6 +192,23 @@ TEST_F(SurvivorsTest, AreKilledWhenPatienceIsAtItsEnd) {
   EXPECT_EQ(guest.wait(), SIGKILL);
 }
 
+TEST_F(SurvivorsTest, ThatComeLaterHaveAsMuchTime) {
+  FakeGuest first(own("web1"), FakeGuest::Manner::stubborn);
+  FakeGuest second(own("web2"), FakeGuest::Manner::stubborn);
+  const auto all = survivors({first.process()});
+  clock->advance(Survivors::leastPatience - rt::Seconds(1));
+  all->add({second.process()});
+  EXPECT_THAT(told, ElementsAre(own("web1") + " 1", own("web2") + " 1"));
+  clock->advance(rt::Seconds(1));
+  turnUntilLeft(*all, 1);
+  EXPECT_EQ(first.wait(), SIGKILL);
+  clock->advance(Survivors::leastPatience - rt::Seconds(1.5));
+  EXPECT_EQ(all->left(), 1U);
+  clock->advance(rt::Seconds(0.5));
+  turnUntilLeft(*all, 0);
+  EXPECT_EQ(second.wait(), SIGKILL);
+}
+
 TEST_F(SurvivorsTest, AreCountedByTheirVm) {
   FakeGuest first(own("web1"), FakeGuest::Manner::yielding);
   FakeGuest second(own("web1"), FakeGuest::Manner::stubborn);

@@ -3,6 +3,7 @@
 #include "host/AgentView.h"
 #include "host/RestartNeeded.h"
 #include "runtime/base/FirstException.h"
+#include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {
@@ -85,8 +86,8 @@ VmFacts VmKeeper::facts() const {
 
 bool VmKeeper::act(rt::Seconds now) {
   if (process_.notifier() && !isAlive(*process_.notifier())) {
+    tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
     process_.notifierIs(nullptr);
-    tools_.problems.problemIs(name_, ProblemSource::qemu, tools_.lastError(name_));
   }
   bool acted = false;
   rt::FirstException failure;
@@ -96,6 +97,16 @@ bool VmKeeper::act(rt::Seconds now) {
   showRestartNeeded();
   failure.rethrow();
   return acted;
+}
+
+// Why the process has ended; empty when nothing is wrong with that. One that was killed has left no
+// word.
+rt::String VmKeeper::causeOfEnd() const {
+  rt::String lastError = tools_.lastError(name_);
+  const int32_t signal = endSignalOf(*process_.notifier());
+  if (!lastError.empty() || signal == 0 || !facts().switchedOn) return lastError;
+  return "ended by signal " + rt::toText(signal) + ", by whom is not known; 'vmctl restart " +
+         name_ + "' starts it anew";
 }
 
 bool VmKeeper::step(rt::Seconds now) {

@@ -89,6 +89,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void writeRecord(Step step);
   bool imageIsUsable();
   bool hasProcess() const;
+  rt::String causeOfEnd() const;
   VmFacts facts() const;
   void showProcess();
   void showGuestProblem();

@@ -88,6 +88,24 @@ TEST(VmEnd, IsExplainedByTheLastWordsOfItsQemuUntilTheNextStart) {
   EXPECT_EQ(world.problem("web1"), "");
 }
 
+TEST(VmEnd, ByASignalIsExplainedByTheSignalWhenThereAreNoLastWords) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.fortune.processes.back()->exitSignalIs(9);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"),
+            "qemu: ended by signal 9, by whom is not known; 'vmctl restart web1' starts it anew");
+}
+
+TEST(VmEnd, BySignalOfAVmThatWasSwitchedOffIsNoProblem) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.fortune.processes.back()->exitSignalIs(15);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 TEST(VmEnd, OfAVmThatWasSwitchedOffIsNoProblem) {
   SupervisorWorld world;
   world.rowIs("web1", on);

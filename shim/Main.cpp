@@ -1,6 +1,7 @@
 // vmagent-shim: what the agent runs as QEMU. Takes QEMU's command line; see Environment.h for the
 // rest. Ends as its QEMU ends; with status 1 and a sentence on standard error when there can be
 // none.
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -22,10 +23,13 @@ using namespace shim;
 
 // Longer than any guest takes to end that does not shut itself down.
 constexpr std::time_t endPatience = 30;
+// So long it is nothing to speak of.
+constexpr std::time_t quietPatience = 5;
 // For a shim that was about to end, or a daemon that was, to do so.
 constexpr Duration takeOverPatience{3'000};
 // flock() tells nobody that it could be taken.
 constexpr long tryAgainAfter = 10'000'000;  // nanoseconds
+constexpr int agentsPatience = 1'000;       // milliseconds
 
 enum class Wait { got, toldToEnd, timedOut };
 
@@ -45,6 +49,36 @@ Wait waitForVm(VmLock& lock, std::time_t patience) {
   return Wait::timedOut;
 }
 
+// The same, and tells of a wait that is long.
+Wait waitForVm(VmLock& lock, std::time_t patience, const VmDirectory& directory) {
+  const Wait first = waitForVm(lock, quietPatience);
+  if (first != Wait::timedOut) return first;
+  directory.problemIs("waits for the QEMU before, which has not ended: 'fuser " +
+                      directory.file("lock") + "' names it");
+  const Wait second = waitForVm(lock, patience - quietPatience);
+  directory.problemIs("");
+  return second;
+}
+
+// A lock file that was removed while its guest ran, and made anew, protects it no more. Whoever
+// answers at the shim's socket keeps it all the same. (One that ends its guest still has the VM's
+// half.)
+bool isKeptWithoutLock(VmLock& lock, const std::string& socket) {
+  return lock.takeVm() && connectionTo(socket);
+}
+
+// Why the guest stays another's; `keeper` is 0 when nobody has its lock.
+Failure runsAlready(const std::string& vm, pid_t keeper, const std::string& refusal,
+                    const VmDirectory& directory) {
+  const std::string pid = std::to_string(keeper);
+  if (keeper != 0)
+    return Failure("VM '" + vm + "' runs already, kept by process " + pid + " (" + refusal +
+                   "): end that process first, with 'kill " + pid + "'");
+  return Failure("VM '" + vm + "' runs already (" + refusal + "), though nobody has its lock " +
+                 directory.file("lock") + ": end the process first that 'fuser " +
+                 directory.file("shim.sock") + "' names");
+}
+
 enum class Keeping { ours, toldToEnd };
 
 // Returns with the keeper's half of the lock, or told to end, or not at all: when another shim
@@ -52,14 +86,12 @@ enum class Keeping { ours, toldToEnd };
 Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLock& lock,
                     const std::vector<int>& inherited, const Parent& parent) {
   const sigset_t signals = keeperSignals();
+  const std::string socket = directory.file("shim.sock");
   const Time last = now() + takeOverPatience;
-  while (!lock.takeKeeping()) {
+  while (!lock.takeKeeping() || isKeptWithoutLock(lock, socket)) {
     const pid_t keeper = lock.keeper();
-    const std::string refusal =
-        standIn(directory.file("shim.sock"), line.arguments, parent, inherited);
-    if (now() > last)
-      throw Failure("VM '" + line.name + "' runs already, kept by process " +
-                    std::to_string(keeper) + " (" + refusal + "): end it first");
+    const std::string refusal = standIn(socket, line.arguments, parent, inherited);
+    if (now() > last) throw runsAlready(line.name, keeper, refusal, directory);
     const std::timespec pause{0, tryAgainAfter};
     const int signal = sigtimedwait(&signals, nullptr, &pause);
     if (signal > 0 && signal != SIGCHLD) return Keeping::toldToEnd;
@@ -67,19 +99,34 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
   return Keeping::ours;
 }
 
+// An agent that finds nobody at its QEMU's socket goes on looking for ten seconds, and keeps all
+// other guests waiting. One that has found us learns at once that there is no QEMU.
+void meetAgent(const std::string& path) {
+  if (connectionTo(path)) return;  // another daemon's guest is there
+  const ListeningSocket socket(path, "monitor");
+  pollfd waiting{socket.number(), POLLIN, 0};
+  if (poll(&waiting, 1, agentsPatience) <= 0) return;
+  static const Descriptor agent = socket.accept();  // until we end
+}
+
 // Returns only without a QEMU.
 int keepGuest(const Environment& environment, const CommandLine& line, const std::string& argv0,
               const VmDirectory& directory, const std::vector<int>& inherited) {
   const Parent parent(inherited);
   VmLock lock(directory.file("lock"));
-  if (takeKeeping(line, directory, lock, inherited, parent) == Keeping::toldToEnd)
-    return EXIT_SUCCESS;
+  try {
+    if (takeKeeping(line, directory, lock, inherited, parent) == Keeping::toldToEnd)
+      return EXIT_SUCCESS;
+  } catch (const Failure&) {
+    meetAgent(line.monitorPath);
+    throw;
+  }
   // Now, before anything that can take long: the agent waits for it.
   auto socket = std::make_unique<ListeningSocket>(line.monitorPath, "monitor");
   // The guest before may be shutting itself down.
   const std::time_t patience =
       endPatience + std::chrono::ceil<std::chrono::seconds>(environment.stopTimeout).count();
-  switch (waitForVm(lock, patience)) {
+  switch (waitForVm(lock, patience, directory)) {
     case Wait::got:
       break;
     case Wait::toldToEnd:

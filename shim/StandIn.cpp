@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <optional>
 
@@ -22,7 +23,7 @@ namespace {
 using Kind = control::Saying::Kind;
 
 // For a shim to answer; it does nothing that takes long.
-constexpr int patience = 2'000;  // milliseconds
+constexpr Duration patience{2'000};
 constexpr size_t longestSaying = 64 * 1024;
 
 // What came of it.
@@ -41,18 +42,19 @@ class Successor {
   }
 
   Outcome run() {
+    const Time last = now() + patience;  // whatever else is said meanwhile
     while (!outcome_) {
       // A signal that comes before the guest is ours waits until it is.
       pollfd polled[] = {
           {wire_.number(), static_cast<short>(POLLIN | (wire_.isBlocked() ? POLLOUT : 0)), 0},
           {isTaken_ ? signals_.number() : -1, POLLIN, 0}};
-      if (poll(polled, 2, isTaken_ ? -1 : patience) == 0) {
-        outcome_ = {std::nullopt, "its shim does not answer"};
-        break;
-      }
+      const Time left = std::max(last - now(), Time::zero());
+      (void)poll(polled, 2, isTaken_ ? -1 : static_cast<int>(left.count()));
       wire_.flush();
       if (polled[0].revents != 0) receive();
       if (polled[1].revents != 0) takeSignals();
+      if (!isTaken_ && !outcome_ && now() >= last)
+        outcome_ = {std::nullopt, "its shim does not answer"};
     }
     return *outcome_;
   }
@@ -68,8 +70,8 @@ class Successor {
   }
 
   void hear(const control::Saying& saying) {
-    if (saying.kind == Kind::greeting && !isTaken_) ask(saying.greeting);
-    if (saying.kind == Kind::done) isTaken_ = true;
+    if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
+    if (saying.kind == Kind::done) isTaken_ = isAsked_;
     if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
     if (saying.kind == Kind::end)
       outcome_ =
@@ -81,11 +83,13 @@ class Successor {
       throw Failure("VM '" + greeting.vm + "' runs already, kept by process " +
                     std::to_string(greeting.pid) + ", which is of another version (" +
                     std::to_string(greeting.protocol) + " and not " +
-                    std::to_string(control::protocol) + "): stop it first");
+                    std::to_string(control::protocol) + "): end that process first, with 'kill " +
+                    std::to_string(greeting.pid) + "'");
     Message request{control::adoptLine({getpid(), parent_.pid(), arguments_}), {}};
     request.descriptors.push_back(parent_.process());
     if (!request.descriptors.front()) throw Failure("the daemon has ended");
     wire_.send(std::move(request));
+    isAsked_ = true;
   }
 
   void takeSignals() {
@@ -98,6 +102,7 @@ class Successor {
   const std::vector<std::string>& arguments_;
   const Parent& parent_;
   Descriptor signals_;
+  bool isAsked_ = false;
   bool isTaken_ = false;
   std::optional<Outcome> outcome_;
 };

@@ -21,6 +21,8 @@ class FakeProcess final : public rt::EntityOf<FakeProcess> {
   int32_t pid() const { return pid_; }
   const rt::String& status() const { return status_; }
   void statusIs(const rt::String& status) { assign<&FakeProcess::status>(status_, status); }
+  int32_t exitSignal() const { return exitSignal_; }
+  void exitSignalIs(int32_t number) { assign<&FakeProcess::exitSignal>(exitSignal_, number); }
 
   // It was told to end, which takes it a while.
   bool isKilled() const { return isKilled_; }
@@ -29,12 +31,14 @@ class FakeProcess final : public rt::EntityOf<FakeProcess> {
   static constexpr std::string_view typeName = "host::fakes::FakeProcess";
   using Attributes = rt::AttributeTable<rt::Attribute<"vm", &FakeProcess::vm>,
                                         rt::Attribute<"pid", &FakeProcess::pid>,
+                                        rt::Attribute<"exitSignal", &FakeProcess::exitSignal>,
                                         rt::Attribute<"status", &FakeProcess::status>>;
 
  private:
   const rt::String vm_;
   const int32_t pid_;
   rt::String status_ = "none";
+  int32_t exitSignal_ = 0;
   bool isKilled_ = false;
 };
 

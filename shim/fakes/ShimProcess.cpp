@@ -88,9 +88,7 @@ pid_t ShimProcess::qemu() const {
   return std::atoi(contentOf("/proc/" + pid + "/task/" + pid + "/children").c_str());
 }
 
-void ShimProcess::signal(int number) const {
-  if (pid_ > 0) kill(pid_, number);
-}
+void ShimProcess::signal(int number) const { signalProcess(pid_, number); }
 
 int ShimProcess::wait() {
   if (!becomesReadable(pipe_.number())) return -1;
@@ -191,6 +189,8 @@ bool becomesReadable(int number, int milliseconds) {
   pollfd polled{number, POLLIN, 0};
   return poll(&polled, 1, milliseconds) == 1;
 }
+
+bool signalProcess(pid_t pid, int number) { return pid > 1 && kill(pid, number) == 0; }
 
 bool ends(pid_t pid) {
   const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));

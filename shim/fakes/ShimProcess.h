@@ -74,6 +74,9 @@ class AgentClient {
 std::string readUntil(const Descriptor& from, const std::string& wanted);
 // Whether the descriptor becomes readable, or its stream ends, in time.
 bool becomesReadable(int number, int milliseconds = amplePatience);
+// Signals that process. A number that is none of a process signals nobody (to kill() it would mean
+// many), and is false.
+bool signalProcess(pid_t pid, int number);
 // Whether the process is gone in time.
 bool ends(pid_t pid);
 // Whether the file comes to have that text in it in time.
