@@ -4,11 +4,12 @@ if(BUILD_TESTING)
 endif()
 
 # vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>]
-#              [FILTER <gtest filter>])
+#              [FILTER <gtest filter>] [ALONE])
 #
-# A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.
+# A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.  ALONE: it
+# needs the machine's processors, so ctest runs no other test beside it.
 function(vmagent_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;TIMEOUT;FILTER" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "ALONE" "NAME;TIMEOUT;FILTER" "SOURCES;LIBRARIES")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
@@ -22,5 +23,5 @@ function(vmagent_test)
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     TEST_FILTER "${arg_FILTER}"
-    PROPERTIES TIMEOUT ${arg_TIMEOUT})
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} RUN_SERIAL ${arg_ALONE})
 endfunction()

@@ -124,6 +124,8 @@ void DaemonWorld::start(std::vector<std::string> options) {
 }
 
 int DaemonWorld::end(int signal) {
+  // To kill(), a number that is none of a process means many.
+  rt::check(daemon_ > 1, "no daemon to end");
   kill(daemon_, signal);
   int wait = 0;
   waitpid(daemon_, &wait, 0);

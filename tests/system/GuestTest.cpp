@@ -1,78 +1,78 @@
 // Real guests: vmagentd, vmctl and the shim on a real QEMU, with a guest of one sector.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 
-#include "tests/system/DaemonWorld.h"
-#include "tests/system/PrivateMounts.h"
+#include "tests/system/GuestFixture.h"
 
 namespace host::fakes {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr const char* machinesQemu = "/var/run/.usr-bin/qemu-system-x86_64";
+const std::vector<std::string> aCard = {"--nic",
+                                        "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"};
 
-class Guest : public testing::Test {
+bool hasMacvtap() {
+  return waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); });
+}
+
+// Another network namespace, whose devices are counted as ours are: most of the numbers that a
+// macvtap of ours may have are taken by one of its own.
+class OtherNetwork {
+ public:
+  OtherNetwork() {
+    ip("netns add other");
+    ip("-n other link add low type veth peer name peer");
+    for (int i = 0; i < 8; ++i)
+      ip("-n other link add link low name macvtap" + std::to_string(i) + " type macvtap");
+  }
+  OtherNetwork(const OtherNetwork&) = delete;
+  ~OtherNetwork() { ip("netns del other"); }
+};
+
+// "MAJOR:MINOR" of the macvtap's tap.
+std::string tapOf(const std::string& macvtap) {
+  const std::string device = "/sys/class/net/" + macvtap;
+  std::string index;
+  std::string tap;
+  std::ifstream(device + "/ifindex") >> index;
+  std::ifstream(device + "/tap" + index + "/dev") >> tap;
+  return tap;
+}
+
+class Guest : public GuestFixture {
  protected:
-  // The guest of one sector takes no notice of its power button.
-  static std::vector<std::string> options() {
-    return {"--shim", VMAGENT_SHIM, "--accel", "tcg", "--stop-timeout", "1"};
-  }
-  void start() { world.start(options()); }
-  // A VM on a copy of the guest, for it is opened for writing.
-  void addVm(const std::string& name, const std::vector<std::string>& more = {}) const {
-    const std::string disk = "/var/run/" + name + ".img";
-    std::filesystem::copy_file(BOOTSECTOR, disk);
-    std::vector<std::string> words = {"add", name, "--disk", disk, "--memory", "32", "--enabled"};
-    words.insert(words.end(), more.begin(), more.end());
-    world.ctl(words);
-  }
-  void runVm(const std::string& name, const std::vector<std::string>& more = {}) const {
-    addVm(name, more);
-    ASSERT_TRUE(waitUntil([&] { return console(name).find("READY") != std::string::npos; }, 40))
-        << world.log();
-  }
-  std::string console(const std::string& name) const {
-    std::ifstream file(world.runDir + "/vm/" + name + "/console.log");
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  // The processes of our network whose program is the real QEMU. (The shim's is another.)
-  static std::vector<pid_t> qemus() {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const auto own = fs::read_symlink("/proc/self/ns/net", error);
-    struct stat qemu {};
-    stat(machinesQemu, &qemu);
-    std::vector<pid_t> found;
-    for (const auto& entry : fs::directory_iterator("/proc")) {
-      struct stat program {};
-      // QEMU is a copy of the machine's.
-      if (fs::read_symlink(entry.path() / "ns/net", error) != own || error ||
-          stat((entry.path() / "exe").c_str(), &program) != 0 || program.st_size != qemu.st_size)
-        continue;
-      found.push_back(std::stoi(entry.path().filename().string()));
-    }
+  std::vector<pid_t> qemus() const { return world.qemus("web1"); }
+  // The same of the taps that QEMU has open.
+  std::vector<std::string> openTaps() const {
+    std::vector<std::string> found;
+    for (const pid_t qemu : qemus())
+      for (const auto& file :
+           std::filesystem::directory_iterator("/proc/" + std::to_string(qemu) + "/fd")) {
+        struct stat device {};
+        std::error_code gone;
+        if (read_symlink(file.path(), gone).string().starts_with("/dev/tap") &&
+            stat(file.path().c_str(), &device) == 0)
+          found.push_back(std::to_string(major(device.st_rdev)) + ":" +
+                          std::to_string(minor(device.st_rdev)));
+      }
     return found;
   }
-
-  DaemonWorld world;
 };
 
 TEST_F(Guest, BootsIsShownRunningAndEndsWhenItIsDisabled) {
   start();
-  runVm("web1");
+  bootVm("web1");
   world.ctl({"wait", "web1", "--for", "state=Running", "--timeout", "20"});
   EXPECT_THAT(world.row("vmStatus", "web1"), HasSubstr(R"("consolePtyPath":"pty:/dev/pts/)"));
   EXPECT_THAT(qemus(), SizeIs(1));
@@ -83,55 +83,51 @@ TEST_F(Guest, BootsIsShownRunningAndEndsWhenItIsDisabled) {
 
 TEST_F(Guest, ThatIsKilledIsShownStoppedWithTheCause) {
   start();
-  runVm("web1");
+  bootVm("web1");
   ASSERT_THAT(qemus(), SizeIs(1));
   kill(qemus().at(0), SIGKILL);
   ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("state":"Stopped")"); }));
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", R"("source":"qemu")"); }))
       << world.row("vmProblem", "web1");
   world.ctl({"restart", "web1"});
-  EXPECT_TRUE(waitUntil([] { return qemus().size() == 1; }));
+  EXPECT_TRUE(waitUntil([&] { return qemus().size() == 1; }));
   EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "web1").empty(); }));
 }
 
-TEST_F(Guest, WhoseQemuCannotStartIsExplainedInQemusWords) {
-  start();
-  runVm("web1");
-  world.ctl({"add", "web2", "--disk", "/var/run/web1.img", "--memory", "32", "--enabled"});
-  EXPECT_TRUE(
-      waitUntil([&] { return world.hasRow("vmProblem", "web2", R"("source":"qemu")"); }, 40))
-      << world.row("vmProblem", "web2");
-  EXPECT_THAT(world.row("vmProblem", "web2"), HasSubstr("using the image"));
-  EXPECT_THAT(qemus(), SizeIs(1));
-}
-
 TEST_F(Guest, HasItsCardOnItsInterface) {
-  ip("link add Ethernet1 type veth peer name wire");
-  ip("link set Ethernet1 up");
+  addPort("Ethernet1");
   start();
-  runVm("web1", {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"});
-  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  bootVm("web1", aCard);
+  EXPECT_TRUE(hasMacvtap());
   ip("link del Ethernet1");
   EXPECT_TRUE(waitUntil([] { return !std::filesystem::exists("/sys/class/net/macvtap0"); }));
-  ip("link add Ethernet1 type veth peer name wire");
-  ip("link set Ethernet1 up");
-  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  addPort("Ethernet1");
+  EXPECT_TRUE(hasMacvtap());
   EXPECT_THAT(qemus(), SizeIs(1)) << "it went on";
 }
 
-TEST_F(Guest, RunsBesideOthers) {
+TEST_F(Guest, HasItsCardOnItsInterfaceThoughAnotherNetworkHasATapOfTheSameNumber) {
+  const OtherNetwork other;
+  addPort("Ethernet1");
   start();
-  for (const char* name : {"web1", "web2", "web3"}) addVm(name);
-  EXPECT_TRUE(waitUntil([] { return qemus().size() == 3; }, 40)) << world.log();
-  for (const char* name : {"web1", "web2", "web3"})
-    EXPECT_TRUE(waitUntil([&] { return console(name).find("READY") != std::string::npos; }, 40));
+  bootVm("web1", aCard);
+  ASSERT_TRUE(waitUntil([&] { return openTaps().size() == 1; })) << world.log();
+  EXPECT_THAT(openTaps(), ElementsAre(tapOf("macvtap0")));
+}
+
+TEST_F(Guest, BootsFromADiskOrACdAsItsImageIs) {
+  start();
+  bootVm("web1");
+  bootVm("web2", {}, BOOTSECTOR_CD);
+  EXPECT_THAT(world.commandLine("web1"), HasSubstr("ide-hd"));
+  EXPECT_THAT(world.commandLine("web2"), HasSubstr("ide-cd"));
 }
 
 // Guests outlive the daemon.
 
 TEST_F(Guest, GoesOnWhenTheDaemonIsKilledAndIsTakenUpByTheNext) {
   start();
-  runVm("web1");
+  bootVm("web1");
   const auto before = qemus();
   ASSERT_THAT(before, SizeIs(1));
   world.end(SIGKILL);
@@ -144,42 +140,41 @@ TEST_F(Guest, GoesOnWhenTheDaemonIsKilledAndIsTakenUpByTheNext) {
 }
 
 TEST_F(Guest, KeepsItsCardFromOneDaemonToTheNext) {
-  ip("link add Ethernet1 type veth peer name wire");
-  ip("link set Ethernet1 up");
+  addPort("Ethernet1");
   start();
-  runVm("web1", {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"});
+  bootVm("web1", aCard);
   const auto before = qemus();
   world.end(SIGTERM);
   start();
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", "running"); }));
-  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  EXPECT_TRUE(hasMacvtap());
   EXPECT_EQ(qemus(), before);
-  const auto taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
+  const auto taps = macvtaps();
   EXPECT_EQ(std::count(taps.begin(), taps.end(), '\n'), 1) << taps;
 }
 
 TEST_F(Guest, ThatWasDisabledWhileNoDaemonRanIsEndedByTheNext) {
   start();
-  runVm("web1");
+  bootVm("web1");
   world.end(SIGTERM);
   world.ctl({"disable", "web1"});
   EXPECT_THAT(qemus(), SizeIs(1));
   start();
-  EXPECT_TRUE(waitUntil([] { return qemus().empty(); }));
+  EXPECT_TRUE(waitUntil([&] { return qemus().empty(); }));
 }
 
 TEST_F(Guest, ThatWasRemovedWhileNoDaemonRanIsEndedByTheNext) {
   start();
-  runVm("web1");
+  bootVm("web1");
   world.end(SIGKILL);
   world.ctl({"remove", "web1", "--force"});
   start();
-  EXPECT_TRUE(waitUntil([] { return qemus().empty(); }));
+  EXPECT_TRUE(waitUntil([&] { return qemus().empty(); }));
 }
 
 TEST_F(Guest, WhoseRestartWasAskedForWhileNoDaemonRanIsRestarted) {
   start();
-  runVm("web1");
+  bootVm("web1");
   const auto before = qemus();
   world.end(SIGKILL);
   world.ctl({"restart", "web1"});
@@ -188,10 +183,9 @@ TEST_F(Guest, WhoseRestartWasAskedForWhileNoDaemonRanIsRestarted) {
 }
 
 TEST_F(Guest, IsOneAtMostHoweverOftenTheDaemonIsKilled) {
-  ip("link add Ethernet1 type veth peer name wire");
-  ip("link set Ethernet1 up");
+  addPort("Ethernet1");
   start();
-  addVm("web1", {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"});
+  addVm("web1", aCard);
   std::mt19937 random{1};  // NOLINT(cert-msc51-cpp,cert-msc32-c): the same moments every time
   bool on = true;
   for (int round = 0; round < 50; ++round) {
@@ -202,8 +196,7 @@ TEST_F(Guest, IsOneAtMostHoweverOftenTheDaemonIsKilled) {
         break;
       case 1:
         ip("link del Ethernet1");
-        ip("link add Ethernet1 type veth peer name wire");
-        ip("link set Ethernet1 up");
+        addPort("Ethernet1");
         break;
       case 2:
         if (on) world.ctl({"restart", "web1"});
@@ -220,21 +213,11 @@ TEST_F(Guest, IsOneAtMostHoweverOftenTheDaemonIsKilled) {
   EXPECT_TRUE(waitUntil(
       [&] { return qemus().size() == 1 && world.hasRow("vmProcess", "web1", "running"); }, 40))
       << world.row("vmProcess", "web1") << world.row("vmProblem", "web1") << world.log();
-  EXPECT_TRUE(waitUntil([] { return std::filesystem::exists("/sys/class/net/macvtap0"); }));
+  EXPECT_TRUE(hasMacvtap());
   world.ctl({"disable", "web1", "--wait"});
   EXPECT_THAT(qemus(), IsEmpty());
-  EXPECT_EQ(run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out, "");
+  EXPECT_EQ(macvtaps(), "");
 }
 
 }  // namespace
 }  // namespace host::fakes
-
-int main(int argc, char** argv) {
-  testing::InitGoogleMock(&argc, argv);
-  if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
-  if (access("/usr/bin/qemu-system-x86_64", X_OK) != 0)
-    return Vm::fakes::leaveOut(basename(argv[0]), "QEMU");
-  if (const auto needs = host::fakes::enterDaemonWorld(host::fakes::machinesQemu); !needs.empty())
-    return Vm::fakes::leaveOut(basename(argv[0]), needs);
-  return RUN_ALL_TESTS();
-}

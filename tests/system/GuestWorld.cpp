@@ -62,6 +62,12 @@ bool GuestWorld::answersOnConsole(const std::string& vm, const std::string& comm
       seconds);
 }
 
+bool GuestWorld::shimSaid(const std::string& vm, const std::string& text) const {
+  return waitUntil([&] {
+    return contentOf(runDir + "/vm/" + vm + "/shim.log").find(text) != std::string::npos;
+  });
+}
+
 std::vector<pid_t> GuestWorld::qemus(const std::string& vm) {
   const std::string name = std::string("-name") + '\0' + vm + '\0';
   std::vector<pid_t> found;
@@ -75,6 +81,11 @@ std::vector<pid_t> GuestWorld::qemus(const std::string& vm) {
       found.push_back(std::stoi(pid));
   }
   return found;
+}
+
+std::string GuestWorld::commandLine(const std::string& vm) {
+  const auto all = qemus(vm);
+  return all.empty() ? "" : contentOf("/proc/" + std::to_string(all.front()) + "/cmdline");
 }
 
 std::vector<double> GuestWorld::polls(const std::string& vm) const {

@@ -21,12 +21,16 @@ class GuestWorld : public DaemonWorld {
                      double seconds = 40) const;
   // Types it on the guest's console, at its pty.
   void type(const std::string& vm, const std::string& text) const;
+  // Whether the VM's shim has that in its log, within 20 s.
+  bool shimSaid(const std::string& vm, const std::string& text) const;
   // Types a command, time and again, until that is what the guest says then.
   bool answersOnConsole(const std::string& vm, const std::string& command,
                         const std::string& answer, double seconds = 20) const;
 
   // The VM's QEMUs, of this machine only. (guests() are the shims.)
   static std::vector<pid_t> qemus(const std::string& vm);
+  // The words that its QEMU was started with, each followed by a NUL.
+  static std::string commandLine(const std::string& vm);
   // When the agent was told that the VM runs, in seconds; with the daemon's option --trace 8.
   std::vector<double> polls(const std::string& vm) const;
 };

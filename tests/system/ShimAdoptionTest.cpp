@@ -1,14 +1,12 @@
 // Guests outlive the daemon that started them: daemons come and go, and are killed.
 #include <gmock/gmock.h>
-#include <sys/syscall.h>
 
 #include <csignal>
 
 #include "netlink/MacvtapSetup.h"
 #include "runtime/fakes/TraceRecorder.h"
 #include "shim/VmDirectory.h"
-#include "shim/fakes/DaemonProcess.h"
-#include "shim/fakes/ShimWorld.h"
+#include "shim/fakes/AdoptionWorld.h"
 #include "tests/system/KernelSandbox.h"
 
 namespace shim {
@@ -28,47 +26,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-class ShimAdoption : public fakes::ShimWorld {
- protected:
-  // What is left of a test that failed.
-  ~ShimAdoption() override {
-    daemons.clear();
-    for (const Descriptor& shim : shims)
-      syscall(SYS_pidfd_send_signal, shim.number(), SIGKILL, 0, 0);
-  }
-
-  DaemonProcess& daemon(const std::vector<std::string>& words) {
-    daemons.push_back(
-        std::make_unique<DaemonProcess>(VMAGENT_SHIM, words, environment(), monitor()));
-    shims.emplace_back(static_cast<int>(syscall(SYS_pidfd_open, daemons.back()->shim(), 0)));
-    return *daemons.back();
-  }
-  DaemonProcess& daemon(int cards = 0) { return daemon(arguments(cards)); }
-  // A guest that runs, of a daemon that is gone; its QEMU.
-  pid_t orphan(int cards = 0) {
-    DaemonProcess& first = daemon(cards);
-    AgentClient(monitor()).bringUp();
-    first.kill();
-    const auto qemus = qemusOfOurs();
-    return qemus.size() == 1 ? qemus.front() : -1;
-  }
-  // Each test's folder is on the command line of its QEMUs.
-  std::vector<pid_t> qemusOfOurs() const { return fakes::qemusWith(folder.path()); }
-  pid_t keeper() const {
-    LineClient client(file("shim.sock"));
-    const std::string line = client.line();
-    const size_t at = line.find("\"pid\":");
-    return at == std::string::npos ? -1 : std::atoi(line.c_str() + at + 6);
-  }
-  // Nothing runs, and nothing lies about that only a guest has.
-  void expectNothingLeft() const {
-    EXPECT_TRUE(fakes::comeToBe(0, folder.path()));
-    for (const Descriptor& shim : shims) EXPECT_TRUE(fakes::becomesReadable(shim.number()));
-  }
-
-  std::vector<std::unique_ptr<DaemonProcess>> daemons;
-  std::vector<Descriptor> shims;  // all that were started, as processes
-};
+class ShimAdoption : public fakes::AdoptionWorld {};
 
 TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
   DaemonProcess& first = daemon();
@@ -134,7 +92,7 @@ TEST_F(ShimAdoption, TellsTheNewDaemonOfTheSignalThatEndedTheGuest) {
   DaemonProcess& second = daemon();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(qemu, SIGKILL);
+  EXPECT_TRUE(fakes::signalProcess(qemu, SIGKILL));
   EXPECT_EQ(signaled(second.shimStatus()), SIGKILL);
   EXPECT_EQ(agent.line(), "");
   expectNothingLeft();
@@ -145,7 +103,7 @@ TEST_F(ShimAdoption, PassesTheSignalToEndOn) {
   DaemonProcess& second = daemon();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(second.shim(), SIGTERM);
+  EXPECT_TRUE(fakes::signalProcess(second.shim(), SIGTERM));
   EXPECT_EQ(exited(second.shimStatus()), 0);
   EXPECT_THAT(contentOf(file("shim.log")), Not(HasSubstr("power button")));
   expectNothingLeft();
@@ -228,8 +186,9 @@ TEST_P(ShimKilled, LeavesNothingAndLetsTheNextStart) {
   const std::map<Victim, pid_t> pids{
       {Victim::standIn, second.shim()}, {Victim::shim, keeper()}, {Victim::qemu, qemu}};
   ASSERT_NE(pids.at(Victim::shim), pids.at(Victim::standIn));
-  kill(pids.at(GetParam().first), SIGKILL);
-  kill(pids.at(GetParam().second), SIGKILL);
+  // The second may be gone already.
+  EXPECT_TRUE(fakes::signalProcess(pids.at(GetParam().first), SIGKILL));
+  fakes::signalProcess(pids.at(GetParam().second), SIGKILL);
   // Whatever was killed first, the daemon learns of it by its child.
   EXPECT_EQ(signaled(second.shimStatus()), SIGKILL);
   expectNothingLeft();
@@ -259,7 +218,7 @@ TEST_F(ShimAdoption, EndsAGuestWhoseStandInIsKilledWhileTheDaemonLives) {
   const pid_t qemu = orphan();
   DaemonProcess& second = daemon();
   AgentClient(monitor()).bringUp();
-  kill(second.shim(), SIGKILL);
+  EXPECT_TRUE(fakes::signalProcess(second.shim(), SIGKILL));
   EXPECT_EQ(signaled(second.shimStatus()), SIGKILL);
   EXPECT_TRUE(fakes::ends(qemu));
   EXPECT_THAT(contentOf(file("shim.log")), HasSubstr("ends the guest, whose daemon has lost it"));
@@ -269,11 +228,12 @@ TEST_F(ShimAdoption, EndsAGuestWhoseStandInIsKilledWhileTheDaemonLives) {
 TEST_F(ShimAdoption, IsGivenUpForAShimThatStandsStillAndComesLater) {
   const pid_t qemu = orphan();
   const pid_t shim = keeper();
-  kill(shim, SIGSTOP);
+  EXPECT_TRUE(fakes::signalProcess(shim, SIGSTOP));
   DaemonProcess& second = daemon();
   EXPECT_EQ(exited(second.shimStatus()), 1);
-  EXPECT_THAT(contentOf(file("last-error")), HasSubstr("(its shim does not answer): end it first"));
-  kill(shim, SIGCONT);
+  EXPECT_THAT(contentOf(file("last-error")),
+              HasSubstr("(its shim does not answer): end that process first"));
+  EXPECT_TRUE(fakes::signalProcess(shim, SIGCONT));
   // It hears of those that gave up, and then of this one.
   daemon();
   AgentClient agent(monitor());
@@ -296,7 +256,7 @@ TEST_F(ShimAdoption, IsNotAskedOfAShimOfAnotherVersion) {
   EXPECT_EQ(exited(shim.wait()), 1);
   EXPECT_EQ(shim.errors(),
             "vmagent-shim: VM 'guest0' runs already, kept by process 77, which is of another "
-            "version (2 and not 1): stop it first\n");
+            "version (2 and not 1): end that process first, with 'kill 77'\n");
 }
 
 TEST_F(ShimAdoption, OutlivesTwentyDaemonsThatAreKilledAtOnce) {

@@ -151,11 +151,11 @@ TEST_F(ShimStop, LeavesProblemsInAFileUntilTheyAreSolved) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(shim->qemu(), SIGSTOP);
+  EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGSTOP));
   agent.ask(fakes::queryStatus);
   EXPECT_TRUE(comesToHold(file("problem"), "QEMU does not answer\n"));
   EXPECT_EQ(modeOf(file("problem")), 0660);
-  kill(shim->qemu(), SIGCONT);
+  EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGCONT));
   agent.ask(fakes::queryStatus);
   LineClient host(file("shim.sock"));
   host.line();

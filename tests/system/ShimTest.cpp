@@ -73,7 +73,7 @@ TEST_F(Shim, KeepsItsFilesFromOthers) {
   agent.bringUp();
   for (const char* const name : {"lock", "console.log", "shim.log"})
     EXPECT_EQ(modeOf(file(name)), 0660) << name;
-  EXPECT_EQ(modeOf(folder / "vm/guest0"), 0770);
+  EXPECT_EQ(modeOf(folder / "vm/guest0"), 02770);
   EXPECT_EQ(modeOf(monitor()), 0660);
 }
 
@@ -147,7 +147,7 @@ TEST_F(Shim, TellsTheAgentOfTheEndBeforeItHangsUp) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(shim->qemu(), SIGKILL);
+  EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGKILL));
   pollfd polled[] = {{shim->pipe().number(), POLLIN, 0}, {agent.socket().number(), POLLIN, 0}};
   ASSERT_GT(poll(polled, 2, fakes::amplePatience), 0);
   EXPECT_NE(polled[0].revents, 0);
@@ -159,7 +159,7 @@ TEST_F(Shim, EndsByTheSignalThatEndedItsQemu) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(shim->qemu(), SIGKILL);
+  EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGKILL));
   EXPECT_EQ(signaled(shim->wait()), SIGKILL);
   EXPECT_EQ(contentOf(file("last-error")), "QEMU was ended by signal 9\n");
   EXPECT_EQ(modeOf(monitor()), -1);
@@ -235,10 +235,11 @@ TEST_F(Shim, IsRefusedWhileAnotherKeepsTheGuest) {
   agent.bringUp();
   const auto second = start();
   EXPECT_EQ(exited(second->wait()), 1);
-  EXPECT_EQ(second->errors(), "vmagent-shim: VM 'guest0' runs already, kept by process " +
-                                  std::to_string(first->pid()) +
-                                  " (adopt: the guest is kept for process " +
-                                  std::to_string(getpid()) + ", which lives): end it first\n");
+  EXPECT_EQ(second->errors(),
+            "vmagent-shim: VM 'guest0' runs already, kept by process " +
+                std::to_string(first->pid()) + " (adopt: the guest is kept for process " +
+                std::to_string(getpid()) + ", which lives): end that process first, with 'kill " +
+                std::to_string(first->pid()) + "'\n");
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
   EXPECT_EQ(modeOf(monitor()), 0660);
 }
@@ -269,13 +270,13 @@ TEST_F(Shim, AnswersForAQemuThatStandsStill) {
   AgentClient agent(monitor());
   agent.bringUp();
   const pid_t qemu = shim->qemu();
-  kill(qemu, SIGSTOP);
+  EXPECT_TRUE(fakes::signalProcess(qemu, SIGSTOP));
   EXPECT_EQ(agent.ask(queryStatus),
             R"({"id": "status", "error": {"class": "GenericError", "desc": )"
             R"("QEMU does not answer"}})");
   EXPECT_EQ(agent.ask(R"({"execute": "netdev_del", "arguments": {"id": "h"}, "id": "netdev"})"),
             R"({"return": {}, "id": "netdev"})");
-  kill(qemu, SIGCONT);
+  EXPECT_TRUE(fakes::signalProcess(qemu, SIGCONT));
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
   EXPECT_TRUE(comesToHold(file("shim.log"), "problem: netdev_del h: Device 'h' not found"));
 }
@@ -284,7 +285,7 @@ TEST_F(Shim, KillsAQemuThatStandsStillWhenToldOftenEnough) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  kill(shim->qemu(), SIGSTOP);
+  EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGSTOP));
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) shim->signal(signal);
   EXPECT_EQ(signaled(shim->wait()), SIGKILL);
 }

@@ -1,0 +1,70 @@
+// How long guests keep the daemon from other guests. To be run with no other test beside it.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <functional>
+
+#include "tests/system/GuestFixture.h"
+
+namespace host::fakes {
+namespace {
+
+// What a guest's end may take from others, in seconds.
+constexpr double mayTake = 0.05;
+
+class GuestsTime : public GuestFixture {
+ protected:
+  // Of several ends one that takes no time is enough: a busy machine is late now and then, a daemon
+  // that waits for a dying guest is late each time.
+  const std::vector<std::string> dying = {"web1", "web2", "web3", "web4", "web5"};
+
+  // For how long, in seconds, the daemon did nothing else while one of them ended: how much longer
+  // it took at most to carry out what was asked of it, over and over, than it takes when none ends.
+  // The daemon is one thread: another guest's poll that is due meanwhile would be as late.
+  double taken(const std::function<void(const std::string&)>& end) {
+    start();
+    for (const auto& name : dying) EXPECT_EQ(addVm(name).status, 0);
+    for (const auto& name : dying) expectShownRunning(name);
+    double least = pollInterval;
+    for (const auto& name : dying) {
+      double undisturbed = 0;
+      for (int i = 0; i < 10; ++i) undisturbed = std::max(undisturbed, answerTakes());
+      end(name);
+      double longest = 0;
+      for (bool isOver = false; !isOver;) {
+        isOver = world.hasRow("vmStatus", name, R"("state":"Stopped")");  // once more after it
+        longest = std::max(longest, answerTakes());
+      }
+      least = std::min(least, longest - undisturbed);
+      if (least < mayTake) break;
+    }
+    return least;
+  }
+
+ private:
+  // Commits a row; how long it takes to have its effect in the status.
+  double answerTakes() {
+    using Clock = std::chrono::steady_clock;
+    const std::string device = "probe" + std::to_string(++rows_);
+    const auto begin = Clock::now();
+    world.write("interface", "Probe", R"({"deviceName":")" + device + "\"}");
+    EXPECT_TRUE(waitUntil([&] { return world.hasRow("interfaceStatus", "Probe", device); }));
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+  }
+
+  int rows_ = 0;
+};
+
+TEST_F(GuestsTime, APowerOffDelaysOthersByLessThan50Ms) {
+  EXPECT_LT(taken([&](const std::string& name) { world.type(name, powerOff); }), mayTake);
+}
+
+TEST_F(GuestsTime, AKillDelaysOthersByLessThan50Ms) {
+  EXPECT_LT(taken([&](const std::string& name) { kill(world.qemus(name).at(0), SIGKILL); }),
+            mayTake);
+}
+
+}  // namespace
+}  // namespace host::fakes

@@ -1,0 +1,246 @@
+// Who may use VmAgent without being root: members of the group of its directories, and nobody else.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/system/GuestWorld.h"
+
+namespace host::fakes {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+constexpr gid_t operators = 4242;
+constexpr gid_t someGroup = 4343;
+constexpr uid_t someUser = 4343;
+// Copies that every user may run, wherever the build's directory is.
+constexpr const char* programs = "/var/run/programs";
+
+enum class Membership : uint8_t { member, outsider };
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// In a child: to be nobody in particular, and in the group or not.
+void dropPrivileges(Membership membership) {
+  const gid_t group = operators;
+  const bool isMember = membership == Membership::member;
+  if (setgroups(isMember ? 1 : 0, &group) != 0 || setresgid(someGroup, someGroup, someGroup) != 0 ||
+      setresuid(someUser, someUser, someUser) != 0)
+    _exit(126);
+}
+
+[[noreturn]] void becomeVmctl(const std::vector<std::string>& words) {
+  std::vector<char*> argv;
+  argv.reserve(words.size() + 2);
+  std::string program = std::string(programs) + "/vmctl";
+  argv.push_back(program.data());
+  for (const auto& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+  argv.push_back(nullptr);
+  close_range(3, ~0U, 0);
+  execv(argv[0], argv.data());
+  _exit(127);
+}
+
+int statusOf(pid_t child) {
+  int wait = 0;
+  waitpid(child, &wait, 0);
+  return WIFEXITED(wait) ? WEXITSTATUS(wait) : -WTERMSIG(wait);
+}
+
+// A person at a terminal.
+class Person {
+ public:
+  Person(Membership membership, const std::vector<std::string>& words)
+      : terminal_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    std::array<char, 64> path{};
+    if (grantpt(terminal_) != 0 || unlockpt(terminal_) != 0 ||
+        ptsname_r(terminal_, path.data(), path.size()) != 0)
+      std::abort();
+    child_ = fork();
+    if (child_ != 0) return;
+    setsid();
+    const int own = open(path.data(), O_RDWR);
+    ioctl(own, TIOCSCTTY, 0);
+    for (int i = 0; i < 3; ++i) dup2(own, i);
+    dropPrivileges(membership);
+    becomeVmctl(words);
+  }
+  Person(const Person&) = delete;
+  ~Person() { close(terminal_); }
+
+  void type(std::string_view text) const {
+    EXPECT_EQ(write(terminal_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  // All that was on the terminal until `text` is, or nothing more comes.
+  std::string sees(const std::string& text) {
+    constexpr int patience = 20'000;  // milliseconds
+    std::array<char, 1024> bytes{};
+    pollfd look{terminal_, POLLIN, 0};
+    while (seen_.find(text) == std::string::npos && poll(&look, 1, patience) == 1) {
+      const ssize_t size = read(terminal_, bytes.data(), bytes.size());
+      if (size <= 0) break;
+      seen_.append(bytes.data(), static_cast<size_t>(size));
+    }
+    return seen_;
+  }
+  int exit() const { return statusOf(child_); }
+
+ private:
+  const int terminal_;
+  pid_t child_ = 0;
+  std::string seen_;
+};
+
+class OperatorsGroup : public testing::Test {
+ protected:
+  OperatorsGroup() {
+    // This machine's groups, and one of operators.
+    std::ofstream("/var/run/group") << "root:x:0:\nvmagent:x:" << operators << ":\n";
+    EXPECT_EQ(mount("/var/run/group", "/etc/group", nullptr, MS_BIND, nullptr), 0);
+    for (const char* file : {VMCTL, VMRUNTIME}) {
+      fs::create_directories(programs);
+      fs::copy(file, fs::path(programs) / fs::path(file).filename(),
+               fs::copy_options::overwrite_existing);
+    }
+    setenv("LD_LIBRARY_PATH", programs, 1);
+    setenv("VMAGENT_STATE_DIR", world.stateDir.c_str(), 1);
+    setenv("VMAGENT_RUN_DIR", world.runDir.c_str(), 1);
+    // As a machine is on which no daemon ever ran.
+    fs::remove_all(world.stateDir);
+    fs::copy_file(BOOTSECTOR, disk, fs::copy_options::overwrite_existing);
+    world.start({"--shim", VMAGENT_SHIM, "--accel", "tcg", "--stop-timeout", "0"});
+  }
+  ~OperatorsGroup() override {
+    umount2("/etc/group", MNT_DETACH);
+    for (const char* name : {"LD_LIBRARY_PATH", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR"})
+      unsetenv(name);
+  }
+
+  static Ended vmctl(Membership membership, const std::vector<std::string>& words) {
+    const std::string out = "/var/run/answer.out";
+    const std::string err = "/var/run/answer.err";
+    const pid_t child = fork();
+    if (child == 0) {
+      const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+      dup2(open("/dev/null", O_RDONLY), 0);
+      dup2(open(out.c_str(), flags, 0600), 1);
+      dup2(open(err.c_str(), flags, 0600), 2);
+      dropPrivileges(membership);
+      becomeVmctl(words);
+    }
+    const int status = statusOf(child);
+    return {status, contentOf(out), contentOf(err)};
+  }
+  void runGuest() const {
+    const std::vector<std::string> add{"add",      "web1", "--disk",   disk,
+                                       "--memory", "32",   "--enabled"};
+    world.ctl(add);
+    ASSERT_TRUE(world.saysOnConsole("web1", "READY")) << world.log();
+    ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", "pty:"); })) << world.log();
+  }
+  std::string ptyOfGuest() const {
+    const std::string row = world.row("vmStatus", "web1");
+    const size_t at = row.find("/dev/pts/");
+    return row.substr(at, row.find('"', at) - at);
+  }
+
+  const std::string disk = "/var/run/web1.img";
+  GuestWorld world;
+};
+
+TEST_F(OperatorsGroup, MayUseEveryVerbWithoutBeingRoot) {
+  const std::vector<std::vector<std::string>> commands = {
+      {"add", "web1", "--disk", disk, "--memory", "32"},
+      {"nic", "add", "web1", "model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1"},
+      {"nic", "remove", "web1", "nic00"},
+      {"interface", "set", "Vlan100", "--device", "eth9"},
+      {"interface", "unset", "Vlan100"},
+      {"enable", "web1", "--wait"},
+      {"wait", "web1", "--for", "state=Running"},
+      {"list"},
+      {"show", "web1"},
+      {"logs", "web1"},
+      {"logs", "web1", "--shim"},
+      {"interface", "list"},
+      {"fdb", "list"},
+      {"export"},
+      {"restart", "web1", "--wait"},
+      {"set", "web1", "memory=33"},
+      {"disable", "web1", "--wait"},
+      {"remove", "web1", "--wait"}};
+  for (const auto& words : commands) {
+    const Ended ended = vmctl(Membership::member, words);
+    EXPECT_EQ(ended.status, 0) << testing::PrintToString(words) << ended.err << world.log();
+  }
+}
+
+TEST_F(OperatorsGroup, HasTheConsoles) {
+  runGuest();
+  EXPECT_THAT(vmctl(Membership::member, {"logs", "web1"}).out, HasSubstr("BOOTSECTOR READY"));
+  Person person(Membership::member, {"console", "web1"});
+  EXPECT_THAT(person.sees("BOOTSECTOR READY"), HasSubstr("BOOTSECTOR READY"));
+  person.type("knock");
+  EXPECT_THAT(person.sees("knock"), HasSubstr("knock"));
+  person.type("\x1d");
+  EXPECT_THAT(person.sees("web1: left"), HasSubstr("web1: left"));
+  EXPECT_EQ(person.exit(), 0);
+}
+
+TEST_F(OperatorsGroup, KeepsOthersOutOfAllThereIs) {
+  runGuest();
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"list"},
+                                                {"show", "web1"},
+                                                {"disable", "web1"},
+                                                {"remove", "web1", "--force"}}) {
+    const Ended ended = vmctl(Membership::outsider, words);
+    EXPECT_EQ(ended.status, 6) << words[0];
+    EXPECT_EQ(ended.out, "") << words[0];
+    EXPECT_EQ(ended.err, "vmctl: no permission to use " + world.stateDir +
+                             "/config.db: run as root, or as a member of the file's group\n");
+  }
+  const Ended logs = vmctl(Membership::outsider, {"logs", "web1"});
+  EXPECT_EQ(logs.status, 1);
+  EXPECT_THAT(logs.err, HasSubstr("Permission denied (errno 13): run vmctl as root, or as a member "
+                                  "of the group vmagent\n"));
+  Person person(Membership::outsider, {"console", "web1"});
+  EXPECT_THAT(person.sees("group"), HasSubstr("no permission to use"));
+  EXPECT_EQ(person.exit(), 6);
+}
+
+TEST_F(OperatorsGroup, HasAllFilesAndNobodyElseHasAny) {
+  runGuest();
+  ASSERT_EQ(vmctl(Membership::member, {"set", "web1", "memory=33"}).status, 0);
+  std::vector<std::string> paths{world.stateDir, world.runDir, ptyOfGuest()};
+  for (const std::string& top : {world.stateDir, world.runDir})
+    for (const auto& entry : fs::recursive_directory_iterator(top))
+      paths.push_back(entry.path().string());
+  EXPECT_GT(paths.size(), 12U);
+  for (const std::string& path : paths) {
+    struct stat status {};
+    ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
+    EXPECT_EQ(status.st_gid, operators) << path;
+    if (fs::path(path).filename() == "vmagentd.lock") continue;  // only read
+    const mode_t mode = S_ISDIR(status.st_mode) ? 02770 : 0660;
+    EXPECT_EQ(status.st_mode & 07777U, mode) << path;
+  }
+}
+
+}  // namespace
+}  // namespace host::fakes
