@@ -27,6 +27,7 @@ constexpr Option options[] = {
     {"all", 0, "", "all VMs that are enabled"},
     {"device", 0, "DEV", "the kernel device"},
     {"file", 'f', "FILE", "the document to read; - is standard input"},
+    {"view", 0, "", "look at it only: nothing that is typed reaches the guest"},
     {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},

@@ -4,6 +4,8 @@
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -19,7 +21,8 @@ namespace ctl {
 
 namespace {
 
-constexpr char leave = '\x1d';  // Ctrl-]
+constexpr std::string_view leave = "\x1d";          // Ctrl-]
+constexpr std::string_view leaveView = "\x1d\x03";  // and Ctrl-C
 // Typed and not yet taken by the guest; what is more is lost, so that Ctrl-] is always heard.
 constexpr size_t mostTyped = 4096;
 
@@ -102,7 +105,10 @@ bool writeAll(int descriptor, std::string_view bytes) {
 
 class Session {
  public:
-  Session(int input, int output, int guest) : input_(input), output_(output), guest_(guest) {}
+  // One that only looks keeps what is typed to itself.
+  enum class Typing { forTheGuest, forNobody };
+  Session(int input, int output, int guest, Typing typing)
+      : input_(input), output_(output), guest_(guest), typing_(typing) {}
 
   ConsoleEnd run(HeldSignals& signals) {
     while (true) {
@@ -142,7 +148,9 @@ class Session {
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) return true;
     if (size <= 0) return false;
     const std::string_view text(bytes, static_cast<size_t>(size));
-    const std::string_view forGuest = text.substr(0, text.find(leave));
+    if (typing_ == Typing::forNobody)
+      return text.find_first_of(leaveView) == std::string_view::npos;
+    const std::string_view forGuest = text.substr(0, text.find_first_of(leave));
     typed_ += forGuest.substr(0, mostTyped - typed_.size());
     return forGuest.size() == text.size();
   }
@@ -155,10 +163,36 @@ class Session {
   const int input_;
   const int output_;
   const int guest_;
+  const Typing typing_;
   std::string typed_;
 };
 
+// A line that tells the guest's keeper that this one will never type.
+constexpr std::string_view viewRequest = "view\n";
+
+Descriptor connectTo(const rt::String& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) throw rt::ErrnoException(ENAMETOOLONG, path);
+  path.str().copy(address.sun_path, sizeof address.sun_path - 1);
+  const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    close(connection);
+    throw rt::ErrnoException(error, path + " cannot be reached");
+  }
+  return Descriptor(connection);
+}
+
 }  // namespace
+
+ConsoleEnd viewConsole(int input, int output, const rt::String& socket) {
+  const Descriptor guest = connectTo(socket);
+  if (!writeAll(guest.number(), viewRequest)) return ConsoleEnd::guestEnd;
+  HeldSignals signals;
+  const RawTerminal terminal(input);
+  return Session(input, output, guest.number(), Session::Typing::forNobody).run(signals);
+}
 
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
   const Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
@@ -167,7 +201,7 @@ ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
   if (flock(guest.number(), LOCK_EX | LOCK_NB) != 0) return ConsoleEnd::taken;
   HeldSignals signals;
   const RawTerminal terminal(input);
-  return Session(input, output, guest.number()).run(signals);
+  return Session(input, output, guest.number(), Session::Typing::forTheGuest).run(signals);
 }
 
 }  // namespace ctl

@@ -1,4 +1,4 @@
-// A person's terminal, connected to a guest's pty.
+// A person's terminal, connected to a guest's console.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace ctl {
 
 enum class ConsoleEnd : uint8_t {
   left,      // Ctrl-] was typed, or the person's terminal is gone
-  guestEnd,  // the guest's pty is gone
+  guestEnd,  // the guest's console is gone
   taken,     // another session has it
   signal,    // one that ends a program; it is sent to this one again when all is put back
 };
@@ -18,5 +18,9 @@ enum class ConsoleEnd : uint8_t {
 // from the pty to `output`. The terminal is as it was on every way out. Signals that end a program
 // are held back meanwhile. Blocks; throws rt::ErrnoException when the pty cannot be opened.
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty);
+
+// The same from the socket that a guest's console is shown on, and only from there: nothing that is
+// typed reaches the guest, and Ctrl-C leaves, too. Begins with the newest of what the guest wrote.
+ConsoleEnd viewConsole(int input, int output, const rt::String& socket);
 
 }  // namespace ctl

@@ -8,13 +8,15 @@ namespace ctl {
 
 namespace {
 
+Refusal noGuest(const VmRow& row) {
+  return {Exit::conflict, row.name + ": no guest runs, so there is no console; 'vmctl logs " +
+                              row.name + "' shows what one wrote"};
+}
+
 // Refuses when there is none, or may be none any more: what has its number then may be anybody's
 // terminal.
 rt::String ptyOf(Context& context, const VmRow& row) {
-  if (row.process.process != "running")
-    throw Refusal(Exit::conflict, row.name +
-                                      ": no guest runs, so there is no console; 'vmctl logs " +
-                                      row.name + "' shows what one wrote");
+  if (row.process.process != "running") throw noGuest(row);
   constexpr std::string_view prefix = "pty:";
   std::string_view path = row.status ? std::string_view(row.status->consolePtyPath()) : "";
   if (path.substr(0, prefix.size()) == prefix) path.remove_prefix(prefix.size());
@@ -28,9 +30,10 @@ rt::String ptyOf(Context& context, const VmRow& row) {
   return path;
 }
 
-ConsoleEnd hold(Context& context, const rt::String& name, const rt::String& pty) {
+// What cannot be opened, and who could.
+ConsoleEnd opened(const rt::String& name, const std::function<ConsoleEnd()>& open) {
   try {
-    return context.world().holdConsole(pty);
+    return open();
   } catch (const rt::ErrnoException& exception) {
     const bool isDenied = exception.error() == EACCES || exception.error() == EPERM;
     throw Refusal(Exit::failed, name + ": " + exception.what() +
@@ -40,6 +43,25 @@ ConsoleEnd hold(Context& context, const rt::String& name, const rt::String& pty)
   }
 }
 
+ConsoleEnd use(Context& context, const VmRow& row) {
+  const rt::String pty = ptyOf(context, row);
+  context.tell(row.name + ": this is its console; Ctrl-] leaves it");
+  const ConsoleEnd end = opened(row.name, [&] { return context.world().holdConsole(pty); });
+  if (end == ConsoleEnd::taken)
+    throw Refusal(Exit::conflict, row.name +
+                                      ": another 'vmctl console' has its console; 'vmctl "
+                                      "console --view " +
+                                      row.name + "' shows the same to any number");
+  return end;
+}
+
+ConsoleEnd view(Context& context, const VmRow& row) {
+  if (row.process.process == "none") throw noGuest(row);
+  const rt::String socket = context.directories().run + "/vm/" + row.name + "/console.sock";
+  context.tell(row.name + ": this is its console, to look at only; Ctrl-] leaves it");
+  return opened(row.name, [&] { return context.world().viewConsole(socket); });
+}
+
 }  // namespace
 
 Exit openConsole(Context& context, const Arguments& arguments) {
@@ -47,13 +69,8 @@ Exit openConsole(Context& context, const Arguments& arguments) {
   if (!context.world().inIsTerminal)
     throw Refusal(Exit::usage, "'console' needs a terminal as standard input; 'vmctl logs -f " +
                                    name + "' shows what the guest writes without one");
-  const rt::String pty = ptyOf(context, requiredVm(context, name));
-  context.tell(name + ": this is its console; Ctrl-] leaves it");
-  const ConsoleEnd end = hold(context, name, pty);
-  if (end == ConsoleEnd::taken)
-    throw Refusal(Exit::conflict, name +
-                                      ": another 'vmctl console' has its console; 'vmctl logs -f " +
-                                      name + "' shows the same to any number");
+  const VmRow row = requiredVm(context, name);
+  const ConsoleEnd end = arguments.has("view") ? view(context, row) : use(context, row);
   // Whatever stood on the last line.
   context.world().err << '\n';
   context.tell(name + (end == ConsoleEnd::guestEnd ? ": its console has ended" : ": left"));

@@ -2,11 +2,14 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 #include "ctl/ConsoleSession.h"
@@ -87,8 +90,26 @@ TEST_F(ConsoleVerb, IsForOneAtATime) {
   const Answer answer = vmctl("console web1");
   EXPECT_EQ(answer.exit, 4);
   EXPECT_THAT(answer.err,
-              testing::EndsWith("vmctl: web1: another 'vmctl console' has its console; 'vmctl logs "
-                                "-f web1' shows the same to any number\n"));
+              testing::EndsWith("vmctl: web1: another 'vmctl console' has its console; 'vmctl "
+                                "console --view web1' shows the same to any number\n"));
+}
+
+TEST_F(ConsoleVerb, IsForAnyNumberToLookAt) {
+  EXPECT_EQ(
+      vmctl("--run-dir /run/x console web1 --view"),
+      (Answer{0, "",
+              "web1: this is its console, to look at only; Ctrl-] leaves it\n\nweb1: left\n"}));
+  EXPECT_EQ(viewedSocket_, "/run/x/vm/web1/console.sock");
+  EXPECT_EQ(heldPty_, "");
+}
+
+// A socket is the guest's for sure, and there from the beginning.
+TEST_F(ConsoleVerb, CanBeLookedAtWithoutADaemonOrAKnownPty) {
+  ptyIs("");
+  daemonRuns_ = false;
+  EXPECT_EQ(vmctl("console --view web1").exit, 0);
+  putOff("web1");
+  EXPECT_EQ(vmctl("console --view web1").exit, 4);
 }
 
 TEST_F(ConsoleVerb, SaysWhyItCannotBeOpened) {
@@ -227,6 +248,78 @@ TEST_F(ConsoleSession, IsRefusedWhileAnotherHasThePty) {
   ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
   EXPECT_EQ(holdConsole(person_.terminal, person_.terminal, guest_.path), ConsoleEnd::taken);
   close(other);
+}
+
+// The guest's keeper, as far as one who looks needs it.
+class ConsoleView : public ConsoleSession {
+ protected:
+  ConsoleView() {
+    char name[] = "/tmp/vmctl-view-XXXXXX";
+    folder_ = mkdtemp(name);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path().copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(listen(socket_, 1), 0);
+  }
+  ~ConsoleView() override {
+    close(socket_);
+    std::filesystem::remove_all(folder_);
+  }
+  std::string path() const { return folder_ + "/console.sock"; }
+  ConsoleEnd view(const std::function<void(int keeper)>& meanwhile) {
+    std::thread other([&] {
+      while (!person_.isRaw()) std::this_thread::yield();
+      const int keeper = accept(socket_, nullptr, nullptr);
+      EXPECT_EQ(readSome(keeper, 5), "view\n");
+      meanwhile(keeper);
+      close(keeper);
+    });
+    const ConsoleEnd end = viewConsole(person_.terminal, person_.terminal, path());
+    other.join();
+    return end;
+  }
+
+ private:
+  std::string folder_;
+  const int socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
+TEST_F(ConsoleView, ShowsWhatTheGuestWritesAndTypesNothing) {
+  const ConsoleEnd end = view([&](int keeper) {
+    type(keeper, "login: \r\n");
+    EXPECT_EQ(readSome(person_.person, 9), "login: \r\n");
+    type(person_.person, "root\r");
+    type(keeper, "$");
+    EXPECT_EQ(readSome(person_.person, 1), "$");
+    type(person_.person, "\x1d");
+    EXPECT_EQ(readSome(keeper, 1), "") << "until the viewer has gone";
+  });
+  EXPECT_EQ(end, ConsoleEnd::left);
+  EXPECT_FALSE(person_.isRaw());
+}
+
+TEST_F(ConsoleView, IsLeftByCtrlC) {
+  EXPECT_EQ(view([&](int keeper) {
+              type(person_.person, "\x03");
+              EXPECT_EQ(readSome(keeper, 1), "");
+            }),
+            ConsoleEnd::left);
+}
+
+TEST_F(ConsoleView, EndsWithTheGuest) {
+  EXPECT_EQ(view([](int) {}), ConsoleEnd::guestEnd);
+  EXPECT_FALSE(person_.isRaw());
+}
+
+TEST_F(ConsoleView, NamesTheSocketThatNobodyListensAt) {
+  try {
+    viewConsole(person_.terminal, person_.terminal, "/run/none/console.sock");
+    FAIL();
+  } catch (const rt::ErrnoException& exception) {
+    EXPECT_STREQ(exception.what(),
+                 "/run/none/console.sock cannot be reached: No such file or directory (errno 2)");
+  }
 }
 
 TEST_F(ConsoleSession, NamesThePtyThatIsNotThere) {

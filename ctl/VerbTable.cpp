@@ -98,9 +98,9 @@ constexpr Verb table[] = {
      "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line\n"
      "{\"op\":\"synced\"} ends what there was at the beginning.\n",
      watchVms},
-    {"console", "", "NAME", 1, 1, "", "", "use a guest's console",
+    {"console", "", "NAME", 1, 1, "view", "", "use a guest's console",
      "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
-     "It is for one at a time; 'vmctl logs -f' shows the same to any number.\n",
+     "It is for one at a time; with --view any number can look at it.\n",
      openConsole},
     {"logs", "", "NAME", 1, 1, "follow shim", "", "show what a guest wrote on its console",
      "Shows what the guest wrote on its serial console, the last one or two mebibytes of it or,\n"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 #include "ctl/Fields.h"
 #include "ctl/Waiting.h"
@@ -14,6 +15,8 @@ namespace {
 
 using Values = std::span<const std::string_view>;
 
+// A state is one of these, or what QEMU calls it.
+constexpr std::array<std::string_view, 3> ownStates{"Starting", "Running", "Stopped"};
 constexpr std::array<std::string_view, 2> truthValues{"true", "false"};
 constexpr std::array<std::string_view, 3> processValues{"none", "running", "ending"};
 
@@ -47,6 +50,22 @@ Refusal noSuchField(const rt::String& name) {
                            "' to wait for; there are state, enabled, config.enabled and process"};
 }
 
+Refusal noSuchValue(const Assignment& wanted, const rt::String& right) {
+  return {Exit::usage,
+          "--for: " + rt::Problem{wanted.field, wanted.value, "must be " + right}.text()};
+}
+
+// Nobody waits for a spelling that no state has.
+void requireSpelling(const Assignment& wanted) {
+  const auto isSame = [](char a, char b) { return std::tolower(a) == std::tolower(b); };
+  for (const std::string_view state : ownStates) {
+    const std::string_view value(wanted.value);
+    if (value != state &&
+        std::equal(value.begin(), value.end(), state.begin(), state.end(), isSame))
+      throw noSuchValue(wanted, state);
+  }
+}
+
 Condition conditionOf(const rt::String& text) {
   const Assignment wanted = assignmentOf(text, "state=Running");
   const auto field = std::find_if(std::begin(fields), std::end(fields),
@@ -57,9 +76,9 @@ Condition conditionOf(const rt::String& text) {
     rt::String right;
     for (const std::string_view value : values)
       ((right += right.empty() ? "" : value == values.back() ? " or " : ", ")) += value;
-    throw Refusal(Exit::usage,
-                  "--for: " + rt::Problem{wanted.field, wanted.value, "must be " + right}.text());
+    throw noSuchValue(wanted, right);
   }
+  if (field->value == stateOf) requireSpelling(wanted);
   return {&*field, wanted.value};
 }
 

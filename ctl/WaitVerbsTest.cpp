@@ -37,6 +37,18 @@ TEST_F(WaitVerb, OfTheConfigurationAloneWaitsForNoDaemon) {
   EXPECT_EQ(waits_, 0);
 }
 
+TEST_F(WaitVerb, WaitsForNoSpellingThatNoStateHas) {
+  EXPECT_EQ(vmctl("wait web1 --for state=running"),
+            (Answer{2, "", "vmctl: --for: state: 'running' is refused: must be Running\n"}));
+  EXPECT_EQ(vmctl("wait web1 --for state=paused --timeout 0").exit, 7) << "as QEMU may call it";
+}
+
+TEST_F(WaitVerb, TellsNoChangeThatWaitsForARestartAsTrouble) {
+  put("vmProblem", "web1", R"({"problem":"memory: changed","since":1,"source":"restart"})");
+  EXPECT_THAT(vmctl("wait web1 --for state=Running --timeout 3").err,
+              testing::Not(testing::HasSubstr("vmctl: web1: memory: changed\n")));
+}
+
 TEST_F(WaitVerb, ReturnsWhenItBecomesSo) {
   putRunning("web1");
   onWait([&] { put("vmProcess", "web1", R"({"process":"ending","pid":1,"restarts":0})"); });

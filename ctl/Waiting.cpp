@@ -70,7 +70,9 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
 }
 
 void Waiter::tellProblem(const VmRow& row) {
-  const rt::String problem = row.problem ? row.problem->problem : "";
+  // That a change waits for the next restart keeps nothing from happening.
+  const bool isTrouble = row.problem && row.problem->source != "restart";
+  const rt::String problem = isTrouble ? row.problem->problem : "";
   if (!oldProblem_) oldProblem_ = problem;
   // It may be out of date: the daemon needs a moment to look again.
   const bool isOld = problem == *oldProblem_ && passed() < beat;
@@ -113,8 +115,11 @@ Refusal Waiter::timedOut(const VmRow& row) const {
 rt::String whatIsSo(const VmRow& row) {
   const rt::String process = "process is " + row.process.process;
   if (!row.status) return "there is no status, " + process;
-  return "enabled is " + rt::toText(row.status->enabled()) + ", state is '" + row.status->state() +
-         "', " + process;
+  const rt::String& state = row.status->state();
+  return "enabled is " + rt::toText(row.status->enabled()) +
+         (state.empty() ? rt::String(", there is no state yet, ")
+                        : ", state is '" + state + "', ") +
+         process;
 }
 
 }  // namespace ctl

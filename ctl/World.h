@@ -40,6 +40,8 @@ struct World {
   std::function<std::unique_ptr<EditedFile>(const rt::String& name)> makeEditedFile;
   // Gives a pty the terminal that standard input is.
   std::function<ConsoleEnd(const rt::String& pty)> holdConsole;
+  // Shows on it what comes from a socket.
+  std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
   const Machine& machine;
   edge::MachineLimits limits;
 

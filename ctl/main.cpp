@@ -104,6 +104,9 @@ int main(int argc, char** argv) {
   const auto holdConsole = [](const rt::String& pty) {
     return ctl::holdConsole(STDIN_FILENO, STDOUT_FILENO, pty);
   };
+  const auto viewConsole = [](const rt::String& socket) {
+    return ctl::viewConsole(STDIN_FILENO, STDOUT_FILENO, socket);
+  };
   const ctl::LinuxMachine machine;
   ctl::World world{.openDb = openDb,
                    .ownerIsAlive = statedb::ownerIsAlive,
@@ -115,6 +118,7 @@ int main(int argc, char** argv) {
                    .readFile = readFile,
                    .makeEditedFile = makeEditedFile,
                    .holdConsole = holdConsole,
+                   .viewConsole = viewConsole,
                    .machine = machine,
                    .limits = edge::machineLimits(),
                    .out = out,

@@ -114,6 +114,10 @@ World VmctlFixture::world() {
     heldPty_ = pty.str();
     return holdConsole_();
   };
+  const auto viewConsole = [this](const rt::String& socket) {
+    viewedSocket_ = socket.str();
+    return holdConsole_();
+  };
   return {.openDb = [this](const Directories& directories) { return open(directories); },
           .ownerIsAlive = [this](const rt::String&) { return daemonRuns_; },
           .environment = environment,
@@ -126,6 +130,7 @@ World VmctlFixture::world() {
           .makeEditedFile =
               [this](const rt::String& name) { return std::make_unique<PlayedFile>(*this, name); },
           .holdConsole = holdConsole,
+          .viewConsole = viewConsole,
           .machine = machine_,
           .limits = {.memory = 8192},
           .out = out_,

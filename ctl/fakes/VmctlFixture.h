@@ -71,7 +71,8 @@ class VmctlFixture : public testing::Test {
   bool isTerminal_ = false;
   bool inIsTerminal_ = false;
   FakeMachine machine_;
-  std::string heldPty_;  // whose console was asked for last
+  std::string heldPty_;       // whose console was asked for last
+  std::string viewedSocket_;  // likewise, to look at
   std::function<ConsoleEnd()> holdConsole_ = [] { return ConsoleEnd::left; };
   std::string editor_;               // that was run last
   std::vector<std::string> edited_;  // what editors were given
