@@ -12,24 +12,24 @@
 #include <string>
 
 #include "edge/DiskImage.h"
-#include "host/BridgeFdb.h"
-#include "host/ConfigFeed.h"
-#include "host/FdbStatus.h"
-#include "host/FirstLine.h"
-#include "host/GuestProblems.h"
-#include "host/Heartbeat.h"
-#include "host/Intents.h"
-#include "host/Janitor.h"
-#include "host/KernelLinks.h"
 #include "host/Plugin.h"
-#include "host/PrivateDev.h"
-#include "host/Report.h"
-#include "host/ShimClient.h"
-#include "host/Signals.h"
-#include "host/StatusFeed.h"
-#include "host/Supervision.h"
-#include "host/Survivors.h"
-#include "host/VmSupervisor.h"
+#include "host/base/FirstLine.h"
+#include "host/base/Report.h"
+#include "host/database/ConfigFeed.h"
+#include "host/database/Intents.h"
+#include "host/database/StatusFeed.h"
+#include "host/guests/GuestProblems.h"
+#include "host/guests/ShimClient.h"
+#include "host/guests/Survivors.h"
+#include "host/guests/VmSupervisor.h"
+#include "host/network/BridgeFdb.h"
+#include "host/network/FdbStatus.h"
+#include "host/network/Janitor.h"
+#include "host/network/KernelLinks.h"
+#include "host/service/Heartbeat.h"
+#include "host/service/PrivateDev.h"
+#include "host/service/Signals.h"
+#include "host/service/Supervision.h"
 #include "netlink/Macvtap.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
@@ -109,11 +109,11 @@ struct AgentRecords {
   Bridging::Input::Config::Ptr bridging = rt::make<Bridging::Input::Config>();
 };
 
-// Of all cards that are configured.
-std::set<rt::EthAddr> addressesOf(const VmRows& rows) {
+// Of all cards that are configured, but for some VMs'.
+std::set<rt::EthAddr> addressesOf(const VmRows& rows, const std::set<rt::String>& but) {
   std::set<rt::EthAddr> addresses;
   for (const auto& [name, row] : rows.rows()) {
-    if (!row.valid) continue;
+    if (!row.valid || but.contains(name)) continue;
     for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
   return addresses;
@@ -151,7 +151,8 @@ class Daemon::Parts {
   void startFeeds();
   void endOrphans();
   void decideOn(const std::vector<GuestProcess>& guests);
-  void decideOnUndecided(const rt::String& vm);
+  void decideAnew(const rt::String& vm);
+  void handleTakeUp(const rt::String& vm);
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
@@ -184,7 +185,9 @@ class Daemon::Parts {
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
   Survivors::Ptr survivors_;
-  std::set<rt::String> undecided_;    // whose guests go on, though their rows are not understood
+  // Whose guests of an earlier daemon go on, and wait for their start or for a row that can be
+  // understood.
+  std::set<rt::String> untaken_;
   GuestProblems::Ptr guestProblems_;  // null: no shim
   ConfigFeed::Ptr configFeed_;
 };
@@ -249,7 +252,7 @@ void Daemon::Parts::startFeeds() {
                                      bridgeEntriesOfBefore(db_, options_.bridge));
   janitor_ = std::make_unique<Janitor>(Janitor::Tools{
       .agent = root_,
-      .ourAddresses = [this] { return addressesOf(rows_); },
+      .ourAddresses = [this] { return addressesOf(rows_, untaken_); },
       .taps = taps,
       .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }});
   interfaces_ =
@@ -268,6 +271,7 @@ void Daemon::Parts::startFeeds() {
                         return firstLine(vmsDirectory() + "/" + vm + "/last-error");
                       },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
+                  .takeUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(),
                   .note = {}},
       restartsDone_, clock);
@@ -298,26 +302,36 @@ void Daemon::Parts::endOrphans() {
 
 // Of the guests that an earlier daemon left, a shim's is taken up by its VM's start, if that is
 // wanted. Where what is wanted cannot be understood it goes on, until that can be. All others end.
+// Until it is taken up a guest keeps its cards' devices, too.
 void Daemon::Parts::decideOn(const std::vector<GuestProcess>& guests) {
   std::vector<GuestProcess> orphans;
   for (const GuestProcess& guest : guests) {
     const VmRow* const row = rows_.row(guest.vm);
     const bool canBeDriven = hasShim() && shimIsThere(options_.runDir, guest.vm);
-    if (canBeDriven && row && !row->valid)
-      undecided_.insert(guest.vm);
-    else if (canBeDriven && row && row->valid->enabled())
-      supervisor_->adoptableIs(guest.vm);
-    else
+    const bool isUnderstood = row && row->valid;
+    if (!canBeDriven || !row || (isUnderstood && !row->valid->enabled())) {
       orphans.push_back(guest);
+      continue;
+    }
+    untaken_.insert(guest.vm);
+    if (isUnderstood) supervisor_->adoptableIs(guest.vm, true);
   }
   survivors_->add(orphans);
 }
 
-void Daemon::Parts::decideOnUndecided(const rt::String& vm) {
-  if (undecided_.erase(vm) == 0) return;
+// Of a VM that is to be something else than it was.
+void Daemon::Parts::decideAnew(const rt::String& vm) {
+  if (untaken_.erase(vm) == 0) return;
+  supervisor_->adoptableIs(vm, false);
   std::vector<GuestProcess> guests = guestProcesses();
   std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
   decideOn(guests);
+}
+
+// A second device of a card's address could not go up beside the first.
+void Daemon::Parts::handleTakeUp(const rt::String& vm) {
+  untaken_.erase(vm);
+  janitor_->sweep();
 }
 
 bool Daemon::Parts::askToStop(const rt::String& vm) const {
@@ -348,7 +362,7 @@ void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
       vms.push_back(change);
   }
   for (const rt::String& vm : rows_.apply(vms)) {
-    decideOnUndecided(vm);
+    decideAnew(vm);
     supervisor_->rowIs(vm, rows_.row(vm));
   }
   daemonStatus_->configStoreIs(reached.storeId);

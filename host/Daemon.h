@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "host/Options.h"
-#include "host/TraceLog.h"
+#include "host/base/TraceLog.h"
 
 namespace host {
 

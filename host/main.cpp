@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "host/Daemon.h"
-#include "host/PrivateDev.h"
-#include "host/ShimMount.h"
-#include "host/Signals.h"
-#include "host/Supervision.h"
+#include "host/service/PrivateDev.h"
+#include "host/service/ShimMount.h"
+#include "host/service/Signals.h"
+#include "host/service/Supervision.h"
 #include "statedb/Error.h"
 
 namespace {

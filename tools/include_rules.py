@@ -23,7 +23,12 @@ ALLOWED = {
     "statedb": ["runtime"],
     "edge": ["runtime/records"],
     "ctl": ["statedb", "edge"],
-    "host": ["runtime", "netlink", "Vm", "statedb", "edge"],
+    "host/base": ["runtime"],
+    "host/database": ["host/base", "statedb", "edge"],
+    "host/guests": ["host/database"],
+    "host/network": ["host/guests", "netlink"],
+    "host/service": ["host/base", "netlink"],
+    "host": ["host/network", "host/service", "Vm"],
     "shim": ["runtime/base"],
 }
 

@@ -30,6 +30,10 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             fortune.effects.push_back("ask " + vm.str());
                             return !deaf.contains(vm);
                           },
+                      .takeUp =
+                          [this](const rt::String& vm) {
+                            fortune.effects.push_back("take up " + vm.str());
+                          },
                       .stopPatience = stopPatience,
                       .note = {}},
           std::move(restartsDone), clock)) {}

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/VmSupervisor.h"
 #include "host/fakes/FakeAgent.h"
+#include "host/guests/VmSupervisor.h"
 #include "runtime/fakes/ManualClock.h"
 #include "runtime/loop/ActivityManager.h"
 

@@ -53,7 +53,8 @@ void FakeQemu::answer(Message message) {
     value = R"([{"frontend-open": true, "filename": "unix:", "label": "monitor"}, )"
             R"({"frontend-open": true, "filename": "unix:", "label": "serial0"}])";
   const std::string id = request->id.empty() ? "" : ", \"id\": " + request->id;
-  said_.push_back((refusal.empty() ? "{\"return\": " + value : "{\"error\": " + refusal) + id + "}");
+  said_.push_back((refusal.empty() ? "{\"return\": " + value : "{\"error\": " + refusal) + id +
+                  "}");
 }
 
 std::string FakeQemu::answerTo(const qmp::Request& request, Message& message) {

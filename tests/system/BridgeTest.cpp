@@ -14,7 +14,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "host/BridgeFdb.h"
+#include "host/network/BridgeFdb.h"
 #include "tests/system/DaemonWorld.h"
 
 namespace host::fakes {

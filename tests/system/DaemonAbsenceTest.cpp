@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/system/DaemonWorld.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
 namespace {
@@ -23,7 +24,7 @@ constexpr const char* delayed = "vmctl: vmagentd is not running: nothing happens
 class DaemonsAbsence : public testing::Test {
  protected:
   ~DaemonsAbsence() override {
-    if (world.daemon() > 0) kill(world.daemon(), SIGCONT);
+    if (world.daemon() > 0) Vm::fakes::signalProcess(world.daemon(), SIGCONT);
   }
   void runVm() {
     world.start();
@@ -35,12 +36,12 @@ class DaemonsAbsence : public testing::Test {
   }
   // It has ended, or is held, once this returns.
   void hold() const {
-    kill(world.daemon(), SIGSTOP);
+    Vm::fakes::signalProcess(world.daemon(), SIGSTOP);
     int wait = 0;
     ASSERT_EQ(waitpid(world.daemon(), &wait, WUNTRACED), world.daemon());
     ASSERT_TRUE(WIFSTOPPED(wait));
   }
-  void goOn() const { kill(world.daemon(), SIGCONT); }
+  void goOn() const { Vm::fakes::signalProcess(world.daemon(), SIGCONT); }
 
   DaemonWorld world;
 };

@@ -16,6 +16,7 @@
 #include <regex>
 
 #include "tests/system/DaemonWorld.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
 namespace {
@@ -75,7 +76,7 @@ TEST_F(Daemon, RestartsAVmWithWhatWasSetMeanwhile) {
 TEST_F(Daemon, RestartsAGuestThatEndedByItself) {
   world.start();
   runVm("web1");
-  kill(world.guests("web1").at(0), SIGKILL);
+  Vm::fakes::signalProcess(world.guests("web1").at(0), SIGKILL);
   ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("state":"Stopped")"); }));
   EXPECT_THAT(world.vmctl({"enable", "web1"}).err, HasSubstr("restart"));
   world.ctl({"restart", "web1"});
@@ -122,7 +123,7 @@ TEST_F(Daemon, StartsAnewAVmThatIsDisabledAndEnabledAtOnce) {
   const pid_t first = world.guests("web1").at(0);
   world.ctl({"disable", "web1"});
   world.ctl({"enable", "web1"});
-  kill(first, SIGKILL);  // it would never have ended by itself
+  Vm::fakes::signalProcess(first, SIGKILL);  // it would never have ended by itself
   ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
   EXPECT_THAT(world.guests("web1"), SizeIs(1));
 }
@@ -151,7 +152,7 @@ TEST_F(Daemon, NeverRunsTwoGuestsOfAVmThatIsRemovedAndAddedAtOnce) {
   world.addVm("web1", {"--enabled"});
   ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("ending")"); }));
   EXPECT_THAT(world.guests("web1"), ElementsAre(first));
-  kill(first, SIGKILL);
+  Vm::fakes::signalProcess(first, SIGKILL);
   ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
   EXPECT_NE(world.guests("web1").at(0), first);
 }

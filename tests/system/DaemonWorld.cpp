@@ -15,7 +15,7 @@
 #include <iterator>
 #include <thread>
 
-#include "host/Survivors.h"
+#include "host/guests/Survivors.h"
 #include "runtime/base/Check.h"
 #include "statedb/sqlite/SqliteDb.h"
 #include "tests/system/PrivateMounts.h"
@@ -105,7 +105,7 @@ DaemonWorld::DaemonWorld() {
 
 DaemonWorld::~DaemonWorld() {
   if (daemon_ > 0) end(SIGKILL);
-  for (const pid_t guest : guests()) kill(guest, SIGKILL);
+  for (const pid_t guest : guests()) Vm::fakes::signalProcess(guest, SIGKILL);
   waitUntil([this] { return guests().empty(); });
 }
 
@@ -124,9 +124,7 @@ void DaemonWorld::start(std::vector<std::string> options) {
 }
 
 int DaemonWorld::end(int signal) {
-  // To kill(), a number that is none of a process means many.
-  rt::check(daemon_ > 1, "no daemon to end");
-  kill(daemon_, signal);
+  Vm::fakes::signalProcess(daemon_, signal);
   int wait = 0;
   waitpid(daemon_, &wait, 0);
   daemon_ = 0;

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "host/ShimClient.h"
+#include "host/guests/ShimClient.h"
 #include "shim/Descriptor.h"
 #include "shim/ListeningSocket.h"
 #include "shim/VmDirectory.h"
@@ -76,6 +76,22 @@ TEST_F(Meanwhile, RowsAreRewrittenByAForeignerAndTheNextDaemonGoesByThem) {
       expected("unwanted", false)};
   EXPECT_TRUE(world.settles(all, 2 * FaultWorld::truth));
   EXPECT_TRUE(world.rests(all));
+}
+
+// A daemon takes guests up one after the other, and the last ones wait for seconds.
+TEST_F(Meanwhile, AGuestThatWaitsToBeTakenUpEndsWhenItIsNotWantedAnyMore) {
+  world.start({"--stop-timeout", "0"});
+  const std::vector<std::string> vms = {"web1", "web2", "web3", "web4", "web5", "web6"};
+  ASSERT_NO_FATAL_FAILURE(world.runGuests(vms));
+  std::vector<Expected> all;
+  for (const auto& vm : vms) all.push_back({vm, true, world.qemu(vm)});
+  world.end(SIGKILL);
+  world.start({"--stop-timeout", "0"});
+  world.ctl({"disable", "web6"});
+  world.ctl({"remove", "web5", "--force"});
+  all[5] = {"web6", false};
+  all[4] = {"web5", false};
+  EXPECT_TRUE(world.settles(all));
 }
 
 // The guest takes no notice of its power button, so there is time to kill the daemon.

@@ -13,6 +13,7 @@
 #include "runtime/base/Check.h"
 #include "shim/ListeningSocket.h"
 #include "statedb/sqlite/SqliteDb.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
 
@@ -198,11 +199,7 @@ testing::AssertionResult FaultWorld::rests(const std::vector<Expected>& all) con
   return testing::AssertionSuccess();
 }
 
-// To kill(), a number that is none of a process means many.
-void FaultWorld::signal(pid_t process, int number) {
-  rt::check(process > 1, "no process to signal");
-  kill(process, number);
-}
+void FaultWorld::signal(pid_t process, int number) { Vm::fakes::signalProcess(process, number); }
 
 size_t FaultWorld::descriptors(pid_t process) {
   constexpr double aWhile = 0.5;

@@ -10,6 +10,7 @@
 #include <random>
 
 #include "tests/system/GuestFixture.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
 namespace {
@@ -85,7 +86,7 @@ TEST_F(Guest, ThatIsKilledIsShownStoppedWithTheCause) {
   start();
   bootVm("web1");
   ASSERT_THAT(qemus(), SizeIs(1));
-  kill(qemus().at(0), SIGKILL);
+  Vm::fakes::signalProcess(qemus().at(0), SIGKILL);
   ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("state":"Stopped")"); }));
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", R"("source":"qemu")"); }))
       << world.row("vmProblem", "web1");

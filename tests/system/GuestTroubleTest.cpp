@@ -78,7 +78,7 @@ TEST_F(GuestInTrouble, ThatHaltsForGoodGoesOnRunningUntilItIsDisabled) {
 TEST_F(GuestInTrouble, WhoseQemuCrashesIsShownStoppedAndTheSignalIsNamed) {
   start();
   runVm("web1");
-  kill(world.qemus("web1").at(0), SIGSEGV);
+  Vm::fakes::signalProcess(world.qemus("web1").at(0), SIGSEGV);
   ASSERT_TRUE(becomes("web1", "Stopped"));
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", R"("source":"qemu")"); }));
   EXPECT_THAT(world.row("vmProblem", "web1"), HasSubstr("signal 11"));
@@ -88,7 +88,7 @@ TEST_F(GuestInTrouble, WhoseShimIsKilledLosesItsQemuAndCanBeRestarted) {
   start();
   runVm("web1");
   ASSERT_THAT(world.guests("web1"), SizeIs(1));
-  kill(world.guests("web1").at(0), SIGKILL);
+  Vm::fakes::signalProcess(world.guests("web1").at(0), SIGKILL);
   EXPECT_TRUE(becomes("web1", "Stopped"));
   EXPECT_TRUE(waitUntil([&] { return world.qemus("web1").empty(); }));
   world.ctl({"restart", "web1"});
@@ -122,12 +122,12 @@ TEST_F(GuestInTrouble, WhoseQemuHangsForSecondsKeepsItsStateAndGoesOnAndDisturbs
   runVm("web2");
   const auto before = world.qemus("web1");
   const std::string status = world.row("vmStatus", "web1");
-  kill(before.at(0), SIGSTOP);
+  Vm::fakes::signalProcess(before.at(0), SIGSTOP);
   EXPECT_TRUE(world.shimSaid("web1", "QEMU does not answer query"));
   waitForPolls("web2", 2);
   EXPECT_EQ(world.row("vmStatus", "web1"), status);
   EXPECT_EQ(world.qemus("web1"), before);
-  kill(before.at(0), SIGCONT);
+  Vm::fakes::signalProcess(before.at(0), SIGCONT);
   expectEcho("web1", "here again");
   waitForPolls("web1", 1);
   EXPECT_EQ(world.row("vmStatus", "web1"), status);

@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "tests/system/DaemonWorld.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
 namespace {
@@ -36,7 +37,7 @@ class Process {
   }
   Process(const Process&) = delete;
   ~Process() {
-    kill(pid_, SIGTERM);
+    Vm::fakes::signalProcess(pid_, SIGTERM);
     waitpid(pid_, nullptr, 0);
   }
 

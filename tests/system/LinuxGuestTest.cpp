@@ -64,7 +64,7 @@ class Pinging {
   }
   Pinging(const Pinging&) = delete;
   ~Pinging() {
-    kill(pid_, SIGKILL);
+    Vm::fakes::signalProcess(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
     std::fclose(output_);
   }

@@ -14,6 +14,7 @@
 #include "runtime/entity/TypeRegistry.h"
 #include "runtime/fakes/ManualClock.h"
 #include "runtime/loop/ActivityManager.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace Vm {
 
@@ -140,7 +141,7 @@ TEST_F(ModuleHost, RunsThreeVmsAsTheGoldenTraceSays) {
     EXPECT_TRUE(status->vmStatus(name)->enabled());
   }
   step("web1's guest ends");
-  kill(pidOf("web1"), SIGTERM);
+  fakes::signalProcess(pidOf("web1"), SIGTERM);
   waitForTrace("qemu process has disappeared", 1);
   EXPECT_EQ(status->vmStatus("web1")->state(), "Stopped");
   step("web2 is disabled");

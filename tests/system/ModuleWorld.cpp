@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/system/PrivateMounts.h"
+
 namespace Vm::fakes {
 
 namespace {
@@ -77,7 +79,7 @@ void ModuleWorld::endGuests() {
     return child->status() == ChildProcess::StatusCode::none;
   };
   for (const auto& child : children)
-    if (lives(child)) kill(child->pid(), SIGKILL);
+    if (lives(child)) signalProcess(child->pid(), SIGKILL);
   EXPECT_TRUE(waitFor([&] { return std::none_of(children.begin(), children.end(), lives); }));
 }
 

@@ -12,6 +12,7 @@
 #include "runtime/entity/Reactor.h"
 #include "runtime/fakes/TraceRecorder.h"
 #include "tests/system/ModuleWorld.h"
+#include "tests/system/PrivateMounts.h"
 
 namespace Vm {
 
@@ -156,7 +157,7 @@ class TroubleSideBySide : public MonitorTrouble {
   void expectDeathIsNoLoss(const ChildProcess::Ptr& killed) {
     ASSERT_TRUE(waitForAnswers("killed"));
     traces.take();
-    kill(killed->pid(), SIGKILL);
+    fakes::signalProcess(killed->pid(), SIGKILL);
     ASSERT_TRUE(waitForEnd("killed"));
     EXPECT_EQ(killed->exitSignal(), SIGKILL);
     ASSERT_TRUE(waitFor([&] { return vm("killed")->monSm() == nullptr; }));

@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <system_error>
+
+#include "runtime/base/Check.h"
 
 namespace Vm::fakes {
 
@@ -60,6 +63,11 @@ std::string enterPrivateMounts(const std::string& qemu) {
 int leaveOut(const char* program, const std::string& needs) {
   std::printf("%s is left out: it needs %s\n", program, needs.c_str());
   return std::getenv("CI") || std::getenv("VMAGENT_REQUIRE_ALL") ? 1 : 0;
+}
+
+void signalProcess(pid_t process, int signal) {
+  rt::check(process > 1, "one process is signalled");
+  kill(process, signal);
 }
 
 }  // namespace Vm::fakes

@@ -1,6 +1,8 @@
 // A place where the agent can run QEMU without touching the machine.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace Vm::fakes {
@@ -16,6 +18,9 @@ std::string enterPrivateMounts(const std::string& qemu);
 // exit status, which is a failure only where nothing may be left out (CI or VMAGENT_REQUIRE_ALL is
 // set).
 int leaveOut(const char* program, const std::string& needs);
+
+// For tests, which are root: to kill(), a number that is none of a process may mean all there are.
+void signalProcess(pid_t process, int signal);
 
 // QEMU's fixed path.
 inline constexpr const char* qemuPath = "/usr/bin/qemu-system-x86_64";

@@ -79,7 +79,7 @@ TEST_F(Processes, AreGivenABlankAsTheEndOfAWord) {
   vm("two words")->freeArgv(argv);
   // The scripted QEMU takes "/var/run/two" for its monitor's path.
   const auto args = startOf("two").args;
-  kill(child->pid(), SIGKILL);
+  fakes::signalProcess(child->pid(), SIGKILL);
   waitFor([&] { return child->status() != StatusCode::none; });
   const auto name = std::find(args.begin(), args.end(), "-name");
   ASSERT_NE(name, args.end());
@@ -175,7 +175,7 @@ TEST_F(Processes, ThatTakeTheirTimeToEndKeepANewOneFromBeingStarted) {
                                                std::to_string(pid) + " already exists"));
   EXPECT_FALSE(vmStatus("web1")->enabled());
   EXPECT_TRUE(isThere(pid));
-  kill(pid, SIGKILL);
+  fakes::signalProcess(pid, SIGKILL);
   ASSERT_TRUE(waitForEnd("web1"));
   EXPECT_EQ(vmStatus("web1")->state(), "Stopped");
   web1->enabledIs(false);
@@ -191,7 +191,7 @@ TEST_F(Processes, OutliveTheAgent) {
   manager.turn(rt::Seconds(0.05));
   EXPECT_EQ(child->status(), StatusCode::none);
   EXPECT_TRUE(isThere(child->pid()));
-  kill(child->pid(), SIGKILL);
+  fakes::signalProcess(child->pid(), SIGKILL);
   EXPECT_TRUE(waitFor([&] { return child->status() == StatusCode::signaled; }));
   root->agentIs(config, status, rt::make<Interface::AllIntfStatusDir>(),
                 rt::make<Interface::AllIntfStatusLocalDir>(),

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/system/PrivateMounts.h"
+
 namespace Vm::fakes {
 
 namespace {
@@ -32,7 +34,7 @@ RealWorld::~RealWorld() {
   for (const auto& [name, vm] : root->agent()->vmSm()->vmConfigSms())
     if (vm->qemuChildProcess()) children.push_back(vm->qemuChildProcess());
   root->agentDel();
-  for (const auto& child : children) kill(child->pid(), SIGKILL);
+  for (const auto& child : children) signalProcess(child->pid(), SIGKILL);
   for (const auto& child : children)
     waitFor([&] { return child->status() != ChildProcess::StatusCode::none; });
   for (const auto& entry : fs::directory_iterator("/var/run"))

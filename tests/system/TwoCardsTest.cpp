@@ -82,7 +82,7 @@ class TwoCards : public testing::Test, public fakes::ModuleWorld {
     phaseIs(name);
   }
   void endGuest() {
-    kill(vm("web1")->qemuChildProcess()->pid(), SIGTERM);
+    fakes::signalProcess(vm("web1")->qemuChildProcess()->pid(), SIGTERM);
     EXPECT_TRUE(waitForEnd("web1"));
     EXPECT_TRUE(waitFor([&] { return vm("web1")->monSm() == nullptr; }));
     EXPECT_EQ(vmStatus("web1")->state(), "Stopped");

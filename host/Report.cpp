@@ -1,9 +1,0 @@
-#include "host/Report.h"
-
-#include "runtime/base/Trace.h"
-
-namespace host {
-
-void report(const rt::String& text) { VM_TRACE(1) << "vmagentd: " << text; }
-
-}  // namespace host

@@ -1,0 +1,69 @@
+// All that the host itself has to say, shown in the database.
+#pragma once
+
+#include "host/base/HostRecords.h"
+
+namespace host {
+
+// The root of the host's records.
+class HostStatus final : public rt::EntityOf<HostStatus> {
+ public:
+  template <class T>
+  using Records = rt::Collection<rt::String, rt::Ptr<T>>;
+
+  const Records<DaemonStatus>& daemons() const { return daemon_; }
+  DaemonStatus::Ptr daemonIs(const rt::String& name) {
+    return instantiate<&HostStatus::daemon>(daemon_, name, name);
+  }
+  DaemonStatus::Ptr daemon(const rt::String& name) const { return daemon_.get(name); }
+
+  const Records<VmProcess>& vmProcesses() const { return vmProcess_; }
+  VmProcess::Ptr vmProcess(const rt::String& name) const { return vmProcess_.get(name); }
+  VmProcess::Ptr vmProcessIs(const rt::String& name) {
+    return instantiate<&HostStatus::vmProcess>(vmProcess_, name, name);
+  }
+  void vmProcessDel(const rt::String& name) { remove<&HostStatus::vmProcess>(vmProcess_, name); }
+
+  const Records<VmProblem>& vmProblems() const { return vmProblem_; }
+  VmProblem::Ptr vmProblem(const rt::String& name) const { return vmProblem_.get(name); }
+  VmProblem::Ptr vmProblemIs(const rt::String& name) {
+    return instantiate<&HostStatus::vmProblem>(vmProblem_, name, name);
+  }
+  void vmProblemDel(const rt::String& name) { remove<&HostStatus::vmProblem>(vmProblem_, name); }
+
+  const Records<InterfaceStatus>& interfaceStatuses() const { return interfaceStatus_; }
+  InterfaceStatus::Ptr interfaceStatus(const rt::String& id) const {
+    return interfaceStatus_.get(id);
+  }
+  InterfaceStatus::Ptr interfaceStatusIs(const rt::String& id) {
+    return instantiate<&HostStatus::interfaceStatus>(interfaceStatus_, id, id);
+  }
+  void interfaceStatusDel(const rt::String& id) {
+    remove<&HostStatus::interfaceStatus>(interfaceStatus_, id);
+  }
+
+  const Records<FdbEntry>& fdbEntries() const { return fdb_; }
+  FdbEntry::Ptr fdb(const rt::String& key) const { return fdb_.get(key); }
+  FdbEntry::Ptr fdbIs(const rt::String& key) {
+    return instantiate<&HostStatus::fdb>(fdb_, key, key);
+  }
+  void fdbDel(const rt::String& key) { remove<&HostStatus::fdb>(fdb_, key); }
+
+  static constexpr std::string_view typeName = "host::HostStatus";
+  using Attributes = rt::AttributeTable<
+      rt::CollectionAttribute<"daemon", &HostStatus::daemon, &HostStatus::daemons>,
+      rt::CollectionAttribute<"vmProcess", &HostStatus::vmProcess, &HostStatus::vmProcesses>,
+      rt::CollectionAttribute<"vmProblem", &HostStatus::vmProblem, &HostStatus::vmProblems>,
+      rt::CollectionAttribute<"interfaceStatus", &HostStatus::interfaceStatus,
+                              &HostStatus::interfaceStatuses>,
+      rt::CollectionAttribute<"fdb", &HostStatus::fdb, &HostStatus::fdbEntries>>;
+
+ private:
+  Records<DaemonStatus> daemon_;
+  Records<VmProcess> vmProcess_;
+  Records<VmProblem> vmProblem_;
+  Records<InterfaceStatus> interfaceStatus_;
+  Records<FdbEntry> fdb_;
+};
+
+}  // namespace host

@@ -1,0 +1,46 @@
+// What is wrong with each VM, from all who can tell.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "host/base/HostStatus.h"
+#include "runtime/base/Problem.h"
+
+namespace host {
+
+// In the order of weight: of several problems, the first is shown.
+enum class ProblemSource : uint8_t { config, image, qemu, agent, guest, restart };
+constexpr size_t problemSources = 6;
+rt::String toText(ProblemSource source);
+
+// All of them, on one line.
+rt::String textOf(const std::vector<rt::Problem>& problems);
+
+// Keeps one problem a source and VM, and shows the weightiest as the VM's record.
+class Problems {
+ public:
+  // `now`: the time of day, in seconds since 1970.
+  Problems(HostStatus::Ptr status, std::function<uint64_t()> now);
+
+  // An empty text: none.
+  void problemIs(const rt::String& vm, ProblemSource source, const rt::String& text);
+  void vmDel(const rt::String& vm);
+
+ private:
+  struct Entry {
+    rt::String text;
+    uint64_t since = 0;
+  };
+  using Entries = std::array<Entry, problemSources>;
+
+  void show(const rt::String& vm, const Entries& entries);
+
+  const HostStatus::Ptr status_;
+  const std::function<uint64_t()> now_;
+  std::map<rt::String, Entries> vms_;
+};
+
+}  // namespace host

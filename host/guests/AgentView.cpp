@@ -1,0 +1,72 @@
+#include "host/guests/AgentView.h"
+
+#include "runtime/base/Check.h"
+#include "runtime/base/Text.h"
+
+namespace host {
+
+namespace {
+
+const rt::AttributeInfo& attributeOf(const rt::Entity& entity, std::string_view name) {
+  const rt::AttributeInfo* const found = entity.type().find(name);
+  rt::check(found != nullptr, "the module is of this version");
+  return *found;
+}
+
+rt::Ptr<rt::Entity> entityOf(const rt::Entity& entity, std::string_view name) {
+  return attributeOf(entity, name).entity(entity);
+}
+
+rt::Ptr<rt::Entity> vmSet(const rt::Entity& root) {
+  const auto agent = entityOf(root, "agent");
+  return agent ? entityOf(*agent, "vmSm") : nullptr;
+}
+
+Card cardOf(const rt::Ptr<rt::Entity>& record) {
+  return {
+      .record = record,
+      .interface = attributeText(*record, "backendDev"),
+      .mac = rt::EthAddr::fromText(attributeText(*record, "macAddr").str()).value_or(rt::EthAddr()),
+      .tap = attributeText(*record, "macvtapDev")};
+}
+
+}  // namespace
+
+rt::Ptr<rt::Entity> vmMachine(const rt::Entity& root, const rt::String& vm) {
+  const auto machines = vmSet(root);
+  return machines ? attributeOf(*machines, "vmConfigSm").member(*machines, vm) : nullptr;
+}
+
+rt::Ptr<rt::Entity> processOf(const rt::Entity& machine) {
+  return entityOf(machine, "qemuChildProcess");
+}
+
+bool isAlive(const rt::Entity& process) {
+  return attributeText(process, "status") == "none" && pidOf(process) > 0;
+}
+
+int32_t pidOf(const rt::Entity& process) {
+  return rt::fromText<int32_t>(attributeText(process, "pid")).value_or(0);
+}
+
+int32_t endSignalOf(const rt::Entity& process) {
+  return rt::fromText<int32_t>(attributeText(process, "exitSignal")).value_or(0);
+}
+
+std::vector<Card> cards(const rt::Entity& root) {
+  std::vector<Card> all;
+  const auto machines = vmSet(root);
+  if (!machines) return all;
+  const auto& set = attributeOf(*machines, "vmConfigSm");
+  for (const rt::String& vm : set.keys(*machines)) {
+    const auto machine = set.member(*machines, vm);
+    const auto& vnics = attributeOf(*machine, "vnic");
+    for (const rt::String& id : vnics.keys(*machine))
+      all.push_back(cardOf(vnics.member(*machine, id)));
+  }
+  return all;
+}
+
+void forgetTap(const Card& card) { attributeTextIs(*card.record, "macvtapDev", ""); }
+
+}  // namespace host

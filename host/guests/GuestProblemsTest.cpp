@@ -1,0 +1,143 @@
+// The files in which shims say what is wrong with their guests.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "host/guests/GuestProblems.h"
+#include "runtime/base/Exception.h"
+#include "runtime/fakes/ManualClock.h"
+#include "runtime/loop/ActivityManager.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+class GuestProblemsTest : public testing::Test {
+ protected:
+  GuestProblemsTest() {
+    std::string made = (fs::temp_directory_path() / "vmagent-problems-XXXXXX").string();
+    if (mkdtemp(made.data())) directory = made;
+  }
+  ~GuestProblemsTest() override { fs::remove_all(directory); }
+
+  void start() {
+    problems = rt::make<GuestProblems>(rt::String(directory.string()),
+                                       [this](const rt::String& vm, const rt::String& problem) {
+                                         if (problem.empty())
+                                           told.erase(vm.str());
+                                         else
+                                           told[vm.str()] = problem.str();
+                                         ++times;
+                                       });
+  }
+  void turn() { manager.turn(rt::Seconds(0)); }
+  void makeVm(const char* vm) const { fs::create_directory(directory / vm); }
+  // As shims do: the whole file at once.
+  void write(const char* vm, const char* text) const {
+    std::ofstream(directory / vm / "problem.new") << text << "\n";
+    fs::rename(directory / vm / "problem.new", directory / vm / "problem");
+  }
+  void remove(const char* vm) const { fs::remove(directory / vm / "problem"); }
+
+  rt::ActivityManager manager{rt::make<rt::fakes::ManualClock>()};
+  fs::path directory;
+  std::map<std::string, std::string> told;
+  int times = 0;
+  GuestProblems::Ptr problems;
+};
+
+TEST_F(GuestProblemsTest, ThatAreThereAreToldAtOnce) {
+  makeVm("web1");
+  write("web1", "no card");
+  start();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no card")));
+}
+
+TEST_F(GuestProblemsTest, ThatComeChangeAndGoAreTold) {
+  makeVm("web1");
+  start();
+  write("web1", "no card");
+  turn();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no card")));
+  write("web1", "no answer");
+  turn();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no answer")));
+  remove("web1");
+  turn();
+  EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(GuestProblemsTest, OfAVmWhoseDirectoryIsMadeLaterAreTold) {
+  start();
+  makeVm("web1");
+  write("web1", "no card");
+  turn();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no card")));
+  makeVm("web2");
+  turn();
+  write("web2", "no answer");
+  turn();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no card"), Pair("web2", "no answer")));
+}
+
+TEST_F(GuestProblemsTest, AreToldAfterADirectoryWasRemovedAndMadeAnew) {
+  makeVm("web1");
+  start();
+  write("web1", "no card");
+  fs::remove_all(directory / "web1");
+  turn();
+  makeVm("web1");
+  turn();
+  EXPECT_THAT(told, IsEmpty());
+  write("web1", "no answer");
+  turn();
+  EXPECT_THAT(told, ElementsAre(Pair("web1", "no answer")));
+}
+
+TEST_F(GuestProblemsTest, DoNotWakeForOtherFiles) {
+  makeVm("web1");
+  start();
+  times = 0;
+  std::ofstream(directory / "web1" / "console.log") << "text";
+  std::ofstream(directory / "web1" / "last-error.new") << "text";
+  fs::rename(directory / "web1" / "last-error.new", directory / "web1" / "last-error");
+  turn();
+  EXPECT_EQ(times, 0);
+}
+
+// More than the kernel keeps for us, of one VM, and then the one that counts.
+TEST_F(GuestProblemsTest, AreNotMissedWhenTheKernelLosesEvents) {
+  makeVm("a");
+  makeVm("web1");
+  start();
+  int queued = 0;
+  std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queued;
+  ASSERT_GT(queued, 0);
+  // Each of two names, or the kernel would merge them.
+  write("a", "x");
+  for (int i = 0; i <= queued / 2; ++i) {
+    std::ofstream(directory / "a" / "one") << "";
+    fs::rename(directory / "a" / "one", directory / "a" / "two");
+    fs::remove(directory / "a" / "two");
+  }
+  write("web1", "no card");
+  for (int i = 0; i < queued; ++i) turn();
+  EXPECT_THAT(told, ElementsAre(Pair("a", "x"), Pair("web1", "no card")));
+}
+
+TEST_F(GuestProblemsTest, NeedADirectory) {
+  fs::remove_all(directory);
+  EXPECT_THROW(start(), rt::ErrnoException);
+}
+
+}  // namespace
+}  // namespace host

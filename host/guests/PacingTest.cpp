@@ -1,0 +1,238 @@
+// When a VM is switched, and how patiently.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <vector>
+
+#include "host/guests/Pacing.h"
+
+namespace host {
+
+static void PrintTo(Step step, std::ostream* out) {
+  constexpr const char* names[] = {"none", "switchOn", "ask", "switchOff", "pulse"};
+  *out << names[static_cast<size_t>(step)];
+}
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr VmFacts off{};
+constexpr VmFacts wanted{.wanted = true};
+constexpr VmFacts running{
+    .wanted = true, .switchedOn = true, .statusEnabled = true, .process = true};
+constexpr VmFacts startFailed{.wanted = true, .switchedOn = true};
+
+VmFacts with(VmFacts facts, uint64_t restart) {
+  facts.restart = restart;
+  return facts;
+}
+
+class PacingTest : public testing::Test {
+ protected:
+  Step next(const VmFacts& facts) { return pacing.next(facts, now); }
+  // The times, from now on, at which a VM whose start always fails is pulsed.
+  std::vector<double> pulses(int count) {
+    std::vector<double> times;
+    while (static_cast<int>(times.size()) < count) {
+      if (next(startFailed) == Step::pulse)
+        times.push_back(now.value());
+      else
+        now = pacing.wakeUp();
+    }
+    return times;
+  }
+
+  rt::Seconds now{0};
+  Pacing pacing{0};
+};
+
+TEST_F(PacingTest, LeavesAVmOffThatIsNotWanted) { EXPECT_EQ(next(off), Step::none); }
+
+TEST_F(PacingTest, SwitchesOnWhatIsWanted) { EXPECT_EQ(next(wanted), Step::switchOn); }
+
+TEST_F(PacingTest, WaitsUntilTheProcessOfBeforeIsGone) {
+  VmFacts facts = wanted;
+  facts.process = true;
+  EXPECT_EQ(next(facts), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity()) << "it will be told";
+  EXPECT_EQ(next(wanted), Step::switchOn);
+}
+
+TEST_F(PacingTest, SwitchesOffWhatIsNotWantedAnyMore) {
+  VmFacts facts = running;
+  facts.wanted = false;
+  EXPECT_EQ(next(facts), Step::switchOff);
+}
+
+TEST_F(PacingTest, LeavesARunningVmAlone) {
+  EXPECT_EQ(next(running), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(PacingTest, LeavesAVmAloneWhoseGuestHasEndedByItself) {
+  VmFacts ended = running;
+  ended.process = false;
+  EXPECT_EQ(next(ended), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(PacingTest, TriesAFailedStartAgainMoreAndMorePatiently) {
+  EXPECT_THAT(pulses(9), ElementsAre(1, 3, 7, 15, 31, 63, 123, 183, 243));
+}
+
+TEST_F(PacingTest, DoesNotPulseBeforeTheTime) {
+  EXPECT_EQ(next(startFailed), Step::none);
+  now = rt::Seconds(0.999);
+  EXPECT_EQ(next(startFailed), Step::none);
+  now = rt::Seconds(1);
+  EXPECT_EQ(next(startFailed), Step::pulse);
+}
+
+TEST_F(PacingTest, IsPatientFromTheBeginningAfterAStartThatWentWell) {
+  pulses(5);
+  next(running);
+  now = rt::Seconds(1000);
+  EXPECT_THAT(pulses(2), ElementsAre(1001, 1003));
+}
+
+TEST_F(PacingTest, IsPatientFromTheBeginningAfterTheVmWasOff) {
+  pulses(5);
+  next(off);
+  now = rt::Seconds(1000);
+  EXPECT_THAT(pulses(1), ElementsAre(1001));
+}
+
+TEST_F(PacingTest, TriesAtOnceWhenTheConfigurationChanged) {
+  pulses(5);
+  EXPECT_EQ(next(startFailed), Step::none);
+  pacing.hurry();
+  EXPECT_EQ(next(startFailed), Step::pulse);
+  EXPECT_EQ(next(startFailed), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), now + Pacing::firstDelay);
+}
+
+TEST_F(PacingTest, HasNothingToHurryWhenNothingFailed) {
+  pacing.hurry();
+  EXPECT_EQ(next(running), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(PacingTest, DoesNotPulseWhileAProcessIsThere) {
+  VmFacts facts = startFailed;
+  facts.process = true;
+  EXPECT_EQ(next(facts), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(PacingTest, RestartsByOffWaitOn) {
+  EXPECT_EQ(next(with(running, 1)), Step::switchOff);
+  VmFacts ending = with(wanted, 1);
+  ending.process = true;
+  EXPECT_EQ(next(ending), Step::none);
+  EXPECT_EQ(pacing.restartsDone(), 0U);
+  EXPECT_EQ(next(with(wanted, 1)), Step::switchOn);
+  EXPECT_EQ(pacing.restartsDone(), 1U);
+  EXPECT_EQ(next(with(running, 1)), Step::none) << "once is enough";
+}
+
+TEST_F(PacingTest, RestartsOnceForRequestsThatCameTogether) {
+  EXPECT_EQ(next(with(running, 3)), Step::switchOff);
+  EXPECT_EQ(next(with(wanted, 4)), Step::switchOn);
+  EXPECT_EQ(next(with(running, 4)), Step::none);
+}
+
+TEST_F(PacingTest, RestartsAVmWhoseGuestHasEnded) {
+  VmFacts ended = with(running, 1);
+  ended.process = false;
+  EXPECT_EQ(next(ended), Step::switchOff);
+}
+
+TEST_F(PacingTest, CountsARestartOfAVmThatIsOffAsDone) {
+  EXPECT_EQ(next(with(off, 5)), Step::none);
+  EXPECT_EQ(pacing.restartsDone(), 5U);
+  EXPECT_EQ(next(with(wanted, 5)), Step::switchOn);
+  EXPECT_EQ(next(with(running, 5)), Step::none);
+}
+
+TEST_F(PacingTest, KnowsWhatAnEarlierDaemonHadDone) {
+  pacing = Pacing(7);
+  EXPECT_EQ(next(with(running, 7)), Step::none);
+  EXPECT_EQ(next(with(running, 8)), Step::switchOff);
+}
+
+// Orderly stops.
+
+class OrderlyStop : public PacingTest {
+ protected:
+  OrderlyStop() { pacing = Pacing(0, rt::Seconds(20)); }
+
+  static VmFacts unwanted(VmFacts facts) {
+    facts.wanted = false;
+    return facts;
+  }
+  static VmFacts ended(VmFacts facts) {
+    facts.process = false;
+    return facts;
+  }
+};
+
+TEST_F(OrderlyStop, AsksTheGuestAndSwitchesOffWhenItHasGone) {
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+  EXPECT_EQ(next(unwanted(running)), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds(20));
+  EXPECT_EQ(next(ended(unwanted(running))), Step::switchOff);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(OrderlyStop, EndsWhenTimeIsUp) {
+  next(unwanted(running));
+  now = rt::Seconds(19.9);
+  EXPECT_EQ(next(unwanted(running)), Step::none);
+  now = rt::Seconds(20);
+  EXPECT_EQ(next(unwanted(running)), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, EndsAtOnceWhenThereIsNobodyToAsk) {
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+  pacing.askFailed();
+  EXPECT_EQ(next(unwanted(running)), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, AsksNobodyWhenTheGuestHasEndedAlready) {
+  EXPECT_EQ(next(ended(unwanted(running))), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, IsGoneThroughWithWhenTheVmIsWantedAgain) {
+  next(unwanted(running));
+  EXPECT_EQ(next(running), Step::none) << "the guest was told to end";
+  EXPECT_EQ(next(ended(running)), Step::switchOff);
+  EXPECT_EQ(next(wanted), Step::switchOn);
+  EXPECT_EQ(next(running), Step::none);
+}
+
+TEST_F(OrderlyStop, IsARestartsToo) {
+  EXPECT_EQ(next(with(running, 1)), Step::ask);
+  EXPECT_EQ(next(with(ended(running), 1)), Step::switchOff);
+  EXPECT_EQ(next(with(wanted, 1)), Step::switchOn);
+  EXPECT_EQ(next(with(running, 1)), Step::none);
+}
+
+TEST_F(OrderlyStop, IsAskedForOnceEachTime) {
+  next(unwanted(running));
+  next(ended(unwanted(running)));
+  next(wanted);
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+}
+
+TEST_F(PacingTest, CarriesOutTheRestartOfAGuestThatAnEarlierDaemonLeft) {
+  VmFacts adoptable = with(wanted, 1);
+  adoptable.adoptable = true;
+  EXPECT_EQ(next(adoptable), Step::switchOn);
+  EXPECT_EQ(pacing.restartsDone(), 0U);
+  EXPECT_EQ(next(with(running, 1)), Step::switchOff);
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,47 @@
+#include "host/guests/ShimClient.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace host {
+
+namespace {
+
+// Connects without waiting; 0, or why it cannot be.
+int connectTo(int shim, const rt::String& runDir, const rt::String& vm) {
+  const rt::String path = runDir + "/vm/" + vm + "/shim.sock";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
+  path.str().copy(address.sun_path, sizeof address.sun_path - 1);
+  const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+  return connect(shim, where, sizeof address) == 0 ? 0 : errno;
+}
+
+// It must not keep the loop waiting, whatever the shim does.
+int unconnected() { return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+}  // namespace
+
+bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout) {
+  const int shim = unconnected();
+  // It fits into any buffer, and stays there when we have gone.
+  const rt::String request = R"({"stop":{"timeout":)" + timeout + "}}\n";
+  const bool asked = connectTo(shim, runDir, vm) == 0 &&
+                     send(shim, request.charPtr(), request.size(), MSG_NOSIGNAL) ==
+                         static_cast<ssize_t>(request.size());
+  close(shim);
+  return asked;
+}
+
+bool shimIsThere(const rt::String& runDir, const rt::String& vm) {
+  const int shim = unconnected();
+  const int error = connectTo(shim, runDir, vm);
+  close(shim);
+  return error == 0 || error == EAGAIN;  // so many wait already
+}
+
+}  // namespace host

@@ -1,0 +1,187 @@
+#include "host/guests/Survivors.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "host/base/Report.h"
+#include "runtime/base/Text.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
+constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
+constexpr std::string_view monitorEnd = ".monitor,server,nowait";
+
+// Empty when the process has gone, as it may between any two steps. (A stream would throw then.)
+std::string commandLineOf(const std::string& process) {
+  const int file = open((process + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC);
+  std::string text;
+  char part[4096];
+  for (ssize_t count = 0; file >= 0 && (count = read(file, part, sizeof part)) > 0;)
+    text.append(part, static_cast<size_t>(count));
+  if (file >= 0) close(file);
+  return text;
+}
+
+// What /var/run is to a process: its links are to be followed from its root and not from ours.
+std::optional<std::pair<dev_t, ino_t>> runDirectoryOf(const std::string& process) {
+  const int root = open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (root < 0) return std::nullopt;
+  open_how how{};
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT;
+  const int directory = static_cast<int>(syscall(SYS_openat2, root, "var/run", &how, sizeof how));
+  close(root);
+  if (directory < 0) return std::nullopt;
+  struct stat info {};
+  const bool known = fstat(directory, &info) == 0;
+  close(directory);
+  if (!known) return std::nullopt;
+  return std::pair(info.st_dev, info.st_ino);
+}
+
+// Whether the process has our /var/run, and so would own our monitors' paths.
+bool sharesRunDirectory(const std::string& process) {
+  const auto own = runDirectoryOf("/proc/self");
+  return own && own == runDirectoryOf(process);
+}
+
+std::string directoryOf(int32_t pid) { return "/proc/" + rt::toText(pid).str(); }
+
+}  // namespace
+
+rt::String vmOnCommandLine(std::string_view commandLine) {
+  if (commandLine.substr(0, commandLine.find('\0')) != qemu) return {};
+  for (size_t at = 0; at < commandLine.size();) {
+    const std::string_view word = commandLine.substr(at, commandLine.find('\0', at) - at);
+    at += word.size() + 1;
+    if (word.size() > monitorBegin.size() + monitorEnd.size() && word.starts_with(monitorBegin) &&
+        word.ends_with(monitorEnd))
+      return rt::String(
+          word.substr(monitorBegin.size(), word.size() - monitorBegin.size() - monitorEnd.size()));
+  }
+  return {};
+}
+
+std::vector<GuestProcess> guestProcesses() {
+  std::vector<GuestProcess> guests;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const auto pid = rt::fromText<int32_t>(entry.path().filename().string());
+    if (!pid) continue;
+    const rt::String vm = vmOnCommandLine(commandLineOf(entry.path().string()));
+    if (!vm.empty() && sharesRunDirectory(entry.path().string())) guests.push_back({vm, *pid});
+  }
+  return guests;
+}
+
+// One of them, held by a descriptor that stays the process's, whatever becomes of its number.
+class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
+ public:
+  Guest(Survivors& owner, GuestProcess process, int pidfd, rt::Seconds killAt)
+      : owner_(owner),
+        process_(std::move(process)),
+        killAt_(killAt),
+        pidfd_(*this, rt::make<rt::FileDescriptor>("guest " + process_.vm)) {
+    pidfd_->descriptorIs(pidfd);
+    pidfd_->notifyOnReadableIs(true);
+    handleInitialized();
+  }
+
+  const rt::String& vm() const { return process_.vm; }
+  void signal(int number) const {
+    syscall(SYS_pidfd_send_signal, pidfd_->descriptor(), number, nullptr, 0);
+  }
+  rt::Seconds killAt() const { return killAt_; }
+  void killIfDue(rt::Seconds now) {
+    if (now < killAt_) return;
+    killAt_ = rt::Seconds::infinity();
+    signal(SIGKILL);
+  }
+
+  static constexpr std::string_view typeName = "host::Survivors::Guest";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Guest::initialized>>;
+
+ private:
+  void handleInitialized() { initializedIs(true); }
+  void handleReadable() { owner_.handleGone(process_.pid); }
+
+  Survivors& owner_;
+  const GuestProcess process_;
+  rt::Seconds killAt_;
+
+  rt::Reactor<Guest, rt::FileDescriptor,
+              rt::On<&rt::FileDescriptor::readable, &Guest::handleReadable>>
+      pidfd_;
+};
+
+Survivors::Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience,
+                     Sink sink, rt::Clock::Ptr clock)
+    : ask_(std::move(ask)),
+      patience_(patience < leastPatience ? leastPatience : patience),
+      sink_(std::move(sink)),
+      clock_(*this, std::move(clock)) {
+  handleInitialized();
+  add(guests);
+}
+
+void Survivors::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+}
+
+void Survivors::add(const std::vector<GuestProcess>& guests) {
+  const rt::Seconds killAt = clock_.notifier()->now() + patience_;
+  for (const auto& guest : guests) {
+    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
+    if (pidfd < 0) continue;
+    // Another process may have its number by now.
+    if (vmOnCommandLine(commandLineOf(directoryOf(guest.pid))) == guest.vm)
+      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd, killAt);
+    else
+      close(pidfd);
+  }
+  for (const auto& guest : guests) {
+    if (!guests_.contains(guest.pid)) continue;
+    report("VM " + guest.vm + ": ending the guest that an earlier daemon left (process " +
+           rt::toText(guest.pid) + ")");
+    if (!ask_(guest.vm)) guests_[guest.pid]->signal(SIGTERM);
+    tell(guest.vm);
+  }
+  handleClock();
+}
+
+void Survivors::handleClock() {
+  const rt::Seconds now = clock_.notifier()->now();
+  rt::Seconds next = rt::Seconds::infinity();
+  for (const auto& [pid, guest] : guests_) {
+    guest->killIfDue(now);
+    if (guest->killAt() < next) next = guest->killAt();
+  }
+  clock_.timeMinIs(next);
+}
+
+void Survivors::handleGone(int32_t pid) {
+  const auto gone = guests_.extract(pid);
+  tell(gone.mapped()->vm());
+}
+
+void Survivors::tell(const rt::String& vm) {
+  const auto left = std::count_if(guests_.begin(), guests_.end(),
+                                  [&](const auto& each) { return each.second->vm() == vm; });
+  sink_(vm, static_cast<size_t>(left));
+}
+
+}  // namespace host

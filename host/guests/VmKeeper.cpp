@@ -1,0 +1,250 @@
+#include "host/guests/VmKeeper.h"
+
+#include <utility>
+
+#include "host/guests/AgentView.h"
+#include "host/guests/RestartNeeded.h"
+#include "runtime/base/FirstException.h"
+#include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
+
+namespace host {
+
+VmKeeper::VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone)
+    : tools_(tools),
+      name_(std::move(name)),
+      pacing_(restartsDone, tools.stopPatience),
+      restart_(restartsDone),
+      status_(*this),
+      machine_(*this),
+      process_(*this) {
+  handleInitialized();
+}
+
+void VmKeeper::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+  tools_.note(name_);
+}
+
+void VmKeeper::rowIs(const VmRow* row) {
+  hasRow_ = row != nullptr;
+  wanted_ = row ? row->valid : nullptr;
+  created_ = row ? row->created : 0;
+  changed_ = true;
+  tools_.problems.problemIs(name_, ProblemSource::config,
+                            row ? textOf(row->problems) : rt::String());
+  pacing_.hurry();
+  tools_.note(name_);
+}
+
+void VmKeeper::restartIs(uint64_t number) {
+  restart_ = number;
+  tools_.note(name_);
+}
+
+void VmKeeper::guestProblemIs(const rt::String& problem) {
+  guestProblem_ = problem;
+  tools_.note(name_);
+}
+
+void VmKeeper::survivorsIs(size_t count) {
+  survivors_ = count;
+  tools_.note(name_);
+}
+
+void VmKeeper::adoptableIs(bool adoptable) {
+  adoptable_ = adoptable;
+  tools_.note(name_);
+}
+
+void VmKeeper::handleStatus() { tools_.note(name_); }
+
+void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*change*/) {
+  const auto process = processOf(machine);
+  if (!process || process_.notifier() == process) return;
+  process_.notifierIs(process);
+  tools_.note(name_);
+}
+
+void VmKeeper::handleProcess(const rt::Entity& process, const rt::Change& /*change*/) {
+  if (!isAlive(process)) tools_.note(name_);
+}
+
+bool VmKeeper::isDone() const { return !hasRow_ && !mounted_ && !hasProcess(); }
+
+bool VmKeeper::hasProcess() const {
+  return survivors_ > 0 || (process_.notifier() && isAlive(*process_.notifier()));
+}
+
+VmFacts VmKeeper::facts() const {
+  return {.wanted = wanted_ && wanted_->enabled(),
+          .switchedOn = mounted_ && mounted_->enabled(),
+          .statusEnabled = status_ && status_->enabled(),
+          .process = hasProcess(),
+          .adoptable = adoptable_,
+          .restart = restart_};
+}
+
+bool VmKeeper::act(rt::Seconds now) {
+  if (process_.notifier() && !isAlive(*process_.notifier())) {
+    tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
+    process_.notifierIs(nullptr);
+  }
+  bool acted = false;
+  rt::FirstException failure;
+  failure.run([&] { acted = step(now); });
+  showProcess();
+  showGuestProblem();
+  showRestartNeeded();
+  failure.rethrow();
+  return acted;
+}
+
+// Why the process has ended; empty when nothing is wrong with that. One that was killed has left no
+// word.
+rt::String VmKeeper::causeOfEnd() const {
+  rt::String lastError = tools_.lastError(name_);
+  const int32_t signal = endSignalOf(*process_.notifier());
+  if (!lastError.empty() || signal == 0 || !facts().switchedOn) return lastError;
+  return "ended by signal " + rt::toText(signal) + ", by whom is not known; 'vmctl restart " +
+         name_ + "' starts it anew";
+}
+
+bool VmKeeper::step(rt::Seconds now) {
+  if (isOfAnotherRow()) {
+    const Step leaving = mounted_->enabled() ? pacing_.leave(facts(), now) : Step::switchOff;
+    if (leaving == Step::ask) ask();
+    if (leaving == Step::switchOff) dismount();
+    return leaving != Step::none;
+  }
+  if (!wanted_) return false;
+  if (mounted_) return apply(pacing_.next(facts(), now));
+  // All others are mounted before the first is switched on: that may take long.
+  mount();
+  tools_.note(name_);
+  return false;
+}
+
+void VmKeeper::mount() {
+  auto record = rt::make<Vm::VmConfig>(name_);
+  statedb::copy(*wanted_, *record);
+  record->enabledIs(false);
+  mounted_ = record;
+  mountedCreated_ = created_;
+  changed_ = false;
+  const TraceLog::Change change(tools_.traces, name_);
+  try {
+    tools_.config->vmConfigMount(record);
+    attend();
+    tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+  } catch (...) {
+    attend();
+    if (!machine_.notifier())
+      dismount();  // the agent did not take it: it is mounted anew next time
+    throw;
+  }
+}
+
+void VmKeeper::attend() {
+  status_.notifierIs(tools_.status->vmStatus(name_));
+  machine_.notifierIs(vmMachine(*tools_.agent, name_));
+}
+
+void VmKeeper::dismount() {
+  machine_.notifierIs(nullptr);
+  status_.notifierIs(nullptr);
+  mounted_ = nullptr;
+  startedWith_ = nullptr;
+  pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
+  for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
+    tools_.problems.problemIs(name_, source, {});
+  const TraceLog::Change change(tools_.traces, name_);
+  tools_.config->vmConfigDel(name_);
+  tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+}
+
+void VmKeeper::ask() {
+  if (!tools_.askToStop(name_)) pacing_.askFailed();
+}
+
+bool VmKeeper::apply(Step step) {
+  if (step == Step::ask) {
+    ask();
+    return true;
+  }
+  const bool starts = step == Step::switchOn || step == Step::pulse;
+  // The agent would fail as before; it is asked again when the next try is due.
+  if (starts && !imageIsUsable() && step == Step::pulse) return true;
+  if (step == Step::none && !changed_) return false;
+  write(step);
+  return step != Step::none;
+}
+
+void VmKeeper::write(Step step) {
+  const bool wasOn = facts().statusEnabled;
+  if (step != Step::none) startedWith_ = nullptr;
+  if (step == Step::switchOn && std::exchange(adoptable_, false)) tools_.takeUp(name_);
+  const TraceLog::Change change(tools_.traces, name_);
+  rt::FirstException thrown;
+  thrown.run([&] { writeRecord(step); });
+  // A new disk image has the agent start what it could not start before, whatever the step.
+  const bool goesOn = !wasOn && facts().statusEnabled;
+  if (goesOn) startedWith_ = wanted_;
+  // A VM that is off is as it should be, whatever the agent did not find on the way.
+  const bool isOff = step == Step::switchOff && !facts().statusEnabled;
+  const rt::String failure = isOff ? rt::String() : change.failure();
+  // What failed stays to be seen until a change went well; the rest of one that threw is none.
+  const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
+  if (step != Step::none || goesOn || wentWell || !failure.empty())
+    tools_.problems.problemIs(name_, ProblemSource::agent, failure);
+  if (step != Step::none) tools_.problems.problemIs(name_, ProblemSource::qemu, {});
+  if (step == Step::switchOff) tools_.problems.problemIs(name_, ProblemSource::image, {});
+  isRepeated_ = true;
+  thrown.rethrow();
+  isRepeated_ = false;
+}
+
+// Makes the record what the row says, its switch as the step says: last when it goes on, first when
+// it goes off.
+void VmKeeper::writeRecord(Step step) {
+  if (step == Step::pulse || step == Step::switchOff) mounted_->enabledIs(false);
+  const auto desired = rt::make<Vm::VmConfig>(name_);
+  statedb::copy(*wanted_, *desired);
+  desired->enabledIs(step == Step::switchOn || step == Step::pulse ||
+                     (step == Step::none && mounted_->enabled()));
+  changed_ = true;
+  statedb::copy(*desired, *mounted_, "enabled");
+  changed_ = false;
+}
+
+bool VmKeeper::imageIsUsable() {
+  const auto problem = tools_.imageProblem(wanted_->diskImage());
+  tools_.problems.problemIs(name_, ProblemSource::image, problem ? problem->text() : rt::String());
+  return !problem;
+}
+
+void VmKeeper::showProcess() {
+  const bool there = hasProcess();
+  const uint64_t restarts = pacing_.restartsDone();
+  if (!there && restarts == 0) return tools_.hostStatus->vmProcessDel(name_);
+  const auto record = tools_.hostStatus->vmProcessIs(name_);
+  const bool ending = !facts().switchedOn || !facts().statusEnabled;
+  record->processIs(!there ? "none" : ending ? "ending" : "running");
+  record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : 0);
+  record->restartsIs(restarts);
+}
+
+// A shim that was killed takes nothing back.
+void VmKeeper::showGuestProblem() {
+  tools_.problems.problemIs(name_, ProblemSource::guest,
+                            hasProcess() ? guestProblem_ : rt::String());
+}
+
+void VmKeeper::showRestartNeeded() {
+  const bool runs = startedWith_ && wanted_ && hasProcess();
+  tools_.problems.problemIs(name_, ProblemSource::restart,
+                            runs ? restartNeeded(*startedWith_, *wanted_) : rt::String());
+}
+
+}  // namespace host

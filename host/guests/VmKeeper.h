@@ -1,0 +1,123 @@
+// One configured VM, handed to the agent and held to what is asked for.
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "host/base/HostStatus.h"
+#include "host/base/Problems.h"
+#include "host/base/TraceLog.h"
+#include "host/database/VmRows.h"
+#include "host/guests/Pacing.h"
+#include "runtime/entity/Reactor.h"
+#include "runtime/records/VmStatus.h"
+
+namespace host {
+
+// What all keepers work with. Outlives them.
+struct KeeperTools {
+  rt::Ptr<const rt::Entity> agent;  // the root that the module's factory made
+  Vm::Config::Ptr config;
+  Vm::Status::PtrConst status;
+  HostStatus::Ptr hostStatus;
+  Problems& problems;
+  TraceLog& traces;
+  // Why a file cannot be a disk image; it may look at the file.
+  std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
+  // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
+  std::function<rt::String(const rt::String& vm)> lastError;
+  // Has the VM's guest shut itself down; false when there is nobody to ask.
+  std::function<bool(const rt::String& vm)> askToStop;
+  // The VM's start is about to take up the guest that an earlier daemon left.
+  std::function<void(const rt::String& vm)> takeUp;
+  rt::Seconds stopPatience;  // how long that may take; 0: nobody is asked
+  // That VM's keeper has something to do.
+  std::function<void(const rt::String&)> note;
+};
+
+// Mounts the VM's record for the agent, switched off, and later switches it as Pacing says.
+//
+//   row             | mounted record | it does
+//   none, or none   | there          | removes it: the agent ends the guest
+//     valid yet     |                |
+//   of another VM   | there          | likewise; then mounts the new one
+//     of that name  |                |
+//   valid           | none           | mounts it
+//   valid           | there          | makes it equal, its switch as Pacing says
+//
+// Created by the supervisor with the VM's row, and dropped once row and process are gone.
+class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
+ public:
+  // `restartsDone`: the number of the restart that was carried out last.
+  VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone);
+
+  const rt::String& name() const { return name_; }
+
+  void rowIs(const VmRow* row);  // null: there is none
+  void restartIs(uint64_t number);
+  // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
+  void guestProblemIs(const rt::String& problem);
+  // How many processes of that name an earlier daemon left.
+  void survivorsIs(size_t count);
+  // Whether an earlier daemon left a guest that the VM's start will take up.
+  void adoptableIs(bool adoptable);
+
+  // Does at most one thing that may take long, and returns whether it did. To be called again then,
+  // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
+  // through; the next call goes on from there.
+  bool act(rt::Seconds now);
+  rt::Seconds wakeUp() const { return pacing_.wakeUp(); }
+  // Nothing is left of the VM.
+  bool isDone() const;
+
+  static constexpr std::string_view typeName = "host::VmKeeper";
+  using Attributes = rt::AttributeTable<rt::Attribute<"name", &VmKeeper::name>,
+                                        rt::Attribute<"initialized", &VmKeeper::initialized>>;
+
+ private:
+  void handleInitialized();
+  void handleStatus();
+  void handleMachine(const rt::Entity& machine, const rt::Change& change);
+  void handleProcess(const rt::Entity& process, const rt::Change& change);
+
+  bool isOfAnotherRow() const { return mounted_ && (!wanted_ || mountedCreated_ != created_); }
+  bool step(rt::Seconds now);
+  void mount();
+  void attend();
+  void dismount();
+  bool apply(Step step);
+  void ask();
+  void write(Step step);
+  void writeRecord(Step step);
+  bool imageIsUsable();
+  bool hasProcess() const;
+  rt::String causeOfEnd() const;
+  VmFacts facts() const;
+  void showProcess();
+  void showGuestProblem();
+  void showRestartNeeded();
+
+  const KeeperTools& tools_;
+  const rt::String name_;
+  Pacing pacing_;
+  uint64_t restart_ = 0;
+  rt::String guestProblem_;
+  size_t survivors_ = 0;
+  bool adoptable_ = false;
+  Vm::VmConfig::Ptr wanted_;  // as the row has it, switch and all; null: none
+  uint64_t created_ = 0;
+  bool hasRow_ = false;      // a refused one, perhaps
+  bool changed_ = false;     // wanted_ was not written to the record yet, or not all of it
+  bool isRepeated_ = false;  // the last write threw
+  Vm::VmConfig::Ptr mounted_;
+  uint64_t mountedCreated_ = 0;
+  Vm::VmConfig::Ptr startedWith_;  // what the running process was started with
+
+  rt::Reactor<VmKeeper, const Vm::VmStatus, rt::On<&Vm::VmStatus::enabled, &VmKeeper::handleStatus>,
+              rt::On<&Vm::VmStatus::state, &VmKeeper::handleStatus>>
+      status_;
+  rt::AnyReactor<VmKeeper, &VmKeeper::handleMachine> machine_;
+  rt::AnyReactor<VmKeeper, &VmKeeper::handleProcess> process_;
+};
+
+}  // namespace host

@@ -1,0 +1,437 @@
+// Restarts, and what is tried again.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/fakes/SupervisorWorld.h"
+#include "runtime/fakes/TraceRecorder.h"
+
+namespace host {
+namespace {
+
+using fakes::Row;
+using fakes::SupervisorWorld;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const Row on{.enabled = true};
+const Row off{.enabled = false};
+
+uint64_t restartsOf(const SupervisorWorld& world, const char* vm) {
+  const auto record = world.hostStatus->vmProcess(vm);
+  return record ? record->restarts() : 0;
+}
+
+// Restarts that are asked for.
+
+TEST(VmRestart, IsOffWaitOn) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.restartIs("web1", 1);
+  world.advance(600);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "kill web1"));
+  EXPECT_EQ(world.process("web1"), "ending 100");
+  EXPECT_EQ(restartsOf(world, "web1"), 0U) << "not yet";
+  world.end("web1");
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(world.process("web1"), "running 101");
+  EXPECT_EQ(restartsOf(world, "web1"), 1U);
+}
+
+TEST(VmTakeUp, IsToldJustBeforeTheStartAndOnce) {
+  SupervisorWorld world;
+  world.supervisor->adoptableIs("web1", true);
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("take up web1", "start web1"));
+  world.end("web1");
+  world.restartIs("web1", 1);
+  EXPECT_THAT(world.fortune.take(), testing::Not(testing::Contains("take up web1")));
+}
+
+TEST(VmTakeUp, IsNoneOfAGuestThatIsToEndAfterAll) {
+  SupervisorWorld world;
+  world.supervisor->adoptableIs("web1", true);
+  world.supervisor->adoptableIs("web1", false);
+  world.supervisor->survivorsIs("web1", 1);
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), IsEmpty()) << "it is still there";
+  world.supervisor->survivorsIs("web1", 0);
+  world.settle();
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+}
+
+TEST(VmStop, AsksTheGuestFirstAndTakesItsCardsWhenItHasGone) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  EXPECT_TRUE(world.config->vmConfig("web1")->enabled()) << "the agent is not told yet";
+  world.end("web1");
+  EXPECT_FALSE(world.config->vmConfig("web1")->enabled());
+}
+
+TEST(VmStop, DoesNotWaitForEver) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.fortune.take();
+  world.advance(20);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("kill web1"));
+}
+
+TEST(VmStop, OfAGuestWithoutAShimIsAtOnce) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.deaf = {"web1"};
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1", "kill web1"));
+}
+
+TEST(VmStop, IsOrderlyForAVmThatIsRemoved) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowDel("web1");
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  world.end("web1");
+  EXPECT_FALSE(world.config->vmConfig("web1"));
+  EXPECT_EQ(world.process("web1"), "");
+}
+
+TEST(VmEnd, IsExplainedByTheLastWordsOfItsQemuUntilTheNextStart) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.lastErrors["web1"] = "could not open disk image";
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "qemu: could not open disk image");
+  world.restartIs("web1", 1);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST(VmEnd, ByASignalIsExplainedByTheSignalWhenThereAreNoLastWords) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.fortune.processes.back()->exitSignalIs(9);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"),
+            "qemu: ended by signal 9, by whom is not known; 'vmctl restart web1' starts it anew");
+}
+
+TEST(VmEnd, BySignalOfAVmThatWasSwitchedOffIsNoProblem) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.fortune.processes.back()->exitSignalIs(15);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST(VmEnd, OfAVmThatWasSwitchedOffIsNoProblem) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.end("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST(VmRestart, BringsBackAGuestThatHasEnded) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.end("web1");
+  world.restartIs("web1", 1);
+  EXPECT_EQ(world.process("web1"), "running 101");
+}
+
+TEST(VmRestart, OfAVmThatIsOffIsDoneAtOnceAndStartsNothing) {
+  SupervisorWorld world;
+  world.rowIs("web1", off);
+  world.restartIs("web1", 4);
+  EXPECT_THAT(world.fortune.take(), IsEmpty());
+  EXPECT_EQ(restartsOf(world, "web1"), 4U);
+}
+
+TEST(VmRestart, ThatWasAskedForBeforeTheVmWasSeenIsPast) {
+  SupervisorWorld world;
+  world.supervisor->restartIs("web1", 7);
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(restartsOf(world, "web1"), 7U);
+}
+
+TEST(VmRestart, ThatAnEarlierDaemonDidIsNotDoneAgain) {
+  SupervisorWorld world({{"web1", 7}});
+  world.supervisor->restartIs("web1", 7);
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  world.restartIs("web1", 8);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("kill web1"));
+}
+
+TEST(VmRestart, ThatAnEarlierDaemonDidIsKnownAlsoWhenNobodyAsksAnyMore) {
+  SupervisorWorld world({{"web1", 7}});
+  world.rowIs("web1", on);
+  EXPECT_EQ(restartsOf(world, "web1"), 7U);
+}
+
+TEST(VmRestart, ThatCameBeforeTheGuestsOfAnEarlierDaemonWereGoneIsNoSecondStart) {
+  SupervisorWorld world({{"web1", 7}});
+  world.supervisor->survivorsIs("web1", 1);
+  world.supervisor->restartIs("web1", 8);
+  world.rowIs("web1", on);
+  world.supervisor->survivorsIs("web1", 0);
+  world.settle();
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(restartsOf(world, "web1"), 8U);
+}
+
+TEST(VmRestart, OfTheVmOfThatNameBeforeIsNothingToTheNewOne) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.restartIs("web1", 3);
+  world.end("web1");
+  world.rowDel("web1");
+  world.end("web1");
+  world.fortune.take();
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+}
+
+// Starts that fail.
+
+class VmFailureTest : public testing::Test {
+ protected:
+  // When the VM's start was tried, in seconds from now on, for that long.
+  std::vector<double> tries(double seconds) {
+    std::vector<double> times;
+    const double start = world.clock->now().value();
+    while (world.clock->now().value() < start + seconds) {
+      world.advance(0.5);
+      for (const auto& effect : world.fortune.take())
+        if (effect == "fail web1") times.push_back(world.clock->now().value() - start);
+    }
+    return times;
+  }
+
+  SupervisorWorld world;
+};
+
+TEST_F(VmFailureTest, IsTriedAgainMoreAndMorePatiently) {
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("fail web1"));
+  EXPECT_THAT(tries(190), ElementsAre(1, 3, 7, 15, 31, 63, 123, 183));
+}
+
+TEST_F(VmFailureTest, IsShownInTheAgentsWordsUntilTheNextGoodChange) {
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.problem("web1"), "agent: FAIL: starting qemu failed");
+  EXPECT_EQ(world.hostStatus->vmProblem("web1")->since(), 1000U);
+  world.advance(10);
+  EXPECT_EQ(world.hostStatus->vmProblem("web1")->since(), 1000U) << "it is still the same";
+  world.fortune.startFails = {};
+  world.advance(10);
+  EXPECT_EQ(world.process("web1"), "running 100");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, IsTriedAgainAtOnceWhenTheConfigurationChanges) {
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  tries(40);
+  world.fortune.startFails = {};
+  world.rowIs("web1", {.enabled = true, .memory = 128});
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(world.config->vmConfig("web1")->memory(), 128U);
+}
+
+TEST_F(VmFailureTest, OfANewDiskImageIsShownAlsoWhenTheAgentTriedItByItself) {
+  world.fortune.startFails = {"web1"};
+  world.apply({world.put("web1", on.doc())});
+  while (world.fortune.effects.empty()) world.supervisor->pass();
+  world.fortune.startFails = {};
+  world.apply({world.put("web1", Row{.diskImage = "/images/good.iso"}.doc())});
+  world.settle();
+  EXPECT_EQ(world.process("web1"), "running 100");
+  world.rowIs("web1", {.diskImage = "/images/good.iso", .memory = 512});
+  EXPECT_THAT(world.problem("web1"), HasSubstr("memory: changed since")) << "the start was seen";
+}
+
+TEST_F(VmFailureTest, OfOneVmKeepsNoOtherWaiting) {
+  world.fortune.startFails = {"web1", "web2"};
+  world.rowIs("web1", on);  // is due at 1001
+  world.clock->nowIs(world.clock->now() + rt::Seconds(1.5));
+  world.rowIs("web2", on);  // at 1002.5
+  world.fortune.take();
+  world.manager.turn(rt::Seconds(0));
+  world.settle();
+  EXPECT_THAT(world.fortune.take(), ElementsAre("fail web1"));
+}
+
+TEST_F(VmFailureTest, IsNotTriedAgainOnceTheVmIsDisabled) {
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  world.fortune.take();
+  EXPECT_THAT(tries(100), IsEmpty());
+  EXPECT_EQ(world.problem("web1"), "") << "it is as it was asked to be";
+}
+
+TEST_F(VmFailureTest, OfAMissingImageIsAProblemAndWaitsForTheImage) {
+  world.missingImages = {"/images/web.iso"};
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.problem("web1"),
+            "image: diskImage: '/images/web.iso' is refused: must be a file that is there");
+  world.fortune.take();
+  EXPECT_THAT(tries(60), IsEmpty()) << "the agent is not asked in vain";
+  world.missingImages = {};
+  world.fortune.startFails = {};
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, OfAMissingImageIsNoneOfAVmThatIsOff) {
+  world.missingImages = {"/images/web.iso"};
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, OfAMissingImageEndsWithAnotherImage) {
+  world.missingImages = {"/images/web.iso"};
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.fortune.startFails = {};
+  world.rowIs("web1", {.diskImage = "/images/other.iso"});
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, HandsAChangeOverAlsoWhileTheImageIsMissing) {
+  world.missingImages = {"/images/web.iso"};
+  world.fortune.startFails = {"web1"};
+  world.rowIs("web1", on);
+  world.rowIs("web1", {.memory = 512});
+  EXPECT_EQ(world.config->vmConfig("web1")->memory(), 512U);
+}
+
+// Handlers that throw.
+
+TEST_F(VmFailureTest, ThatIsThrownLeavesTheOtherVmsAlone) {
+  world.fortune.throws = {"web1"};
+  world.apply({world.put("web1", on.doc()), world.put("web2", on.doc())});
+  world.settle();
+  EXPECT_EQ(world.process("web2"), "running 101");
+  EXPECT_EQ(world.problem("web2"), "");
+  EXPECT_EQ(world.problem("web1"), "agent: the agent has no more descriptors");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownIsShownUntilTheNextGoodChange) {
+  world.fortune.throws = {"web1"};
+  world.rowIs("web1", on);
+  world.advance(60);
+  EXPECT_EQ(world.problem("web1"), "agent: the agent has no more descriptors");
+  EXPECT_EQ(world.hostStatus->vmProblem("web1")->since(), 1000U);
+  world.fortune.throws = {};
+  world.rowIs("web1", {.diskImage = "/images/web.iso", .memory = 256, .vncPort = 5901});
+  EXPECT_THAT(world.problem("web1"), HasSubstr("restart: vncPort"));
+}
+
+TEST_F(VmFailureTest, ThatIsThrownWhenAVmIsSwitchedOffIsNoHindranceLater) {
+  world.rowIs("web1", on);
+  world.fortune.throws = {"web1"};
+  world.rowIs("web1", off);
+  EXPECT_EQ(world.problem("web1"), "agent: the agent has no more descriptors");
+  EXPECT_EQ(world.process("web1"), "ending 100");
+  world.fortune.throws = {};
+  world.end("web1");
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.process("web1"), "running 101");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownHidesNoProcess) {
+  world.fortune.throws = {"web1"};
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.process("web1"), "running 100");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownByAStartIsTriedAgain) {
+  world.fortune.startFails = {"web1"};
+  world.fortune.throws = {"web1"};
+  world.rowIs("web1", on);
+  world.fortune.startFails = {};
+  world.fortune.throws = {};
+  world.fortune.take();
+  world.advance(10);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownInTheMidstOfAChangeLosesNoFieldOfIt) {
+  world.rowIs("web1", on);
+  world.fortune.throws = {"web1"};  // the new image is told of before the memory is written
+  world.rowIs("web1", {.diskImage = "/images/other.iso", .memory = 512});
+  EXPECT_EQ(world.config->vmConfig("web1")->memory(), 256U);
+  world.advance(1);
+  EXPECT_EQ(world.config->vmConfig("web1")->memory(), 512U);
+}
+
+TEST_F(VmFailureTest, ThatIsThrownWhenAVmIsHandedOverIsTriedAgain) {
+  world.fortune.mountThrows = {"web1"};
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.problem("web1"), "agent: the agent has no more memory");
+  world.advance(10);
+  world.fortune.mountThrows = {};
+  world.advance(1);
+  EXPECT_EQ(world.process("web1"), "running 100");
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownOnceIsNoProblemAnyMoreWhenItWentWell) {
+  world.fortune.mountThrows = {"web1"};
+  world.rowIs("web1", off);
+  world.fortune.mountThrows = {};
+  world.advance(1);
+  EXPECT_TRUE(world.config->vmConfigHas("web1"));
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownAgainAndAgainIsReportedOnce) {
+  rt::fakes::TraceRecorder traces;
+  world.fortune.mountThrows = {"web1"};
+  world.rowIs("web1", off);
+  world.advance(60);
+  EXPECT_THAT(traces.take(1), ElementsAre("vmagentd: VM web1: the agent has no more memory"));
+}
+
+TEST_F(VmFailureTest, ThatIsThrownWhenAVmGoesKeepsNoNewOneFromComing) {
+  world.rowIs("web1", on);
+  world.fortune.throws = {"web1"};
+  world.apply({world.putNew("web1", on.doc())});
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "agent: the agent cannot let go");
+  world.fortune.throws = {};
+  world.end("web1");
+  world.advance(1);
+  EXPECT_EQ(world.process("web1"), "running 101");
+}
+
+TEST_F(VmFailureTest, ThatIsThrownWhenAVmGoesLeavesNothingOfIt) {
+  world.rowIs("web1", off);
+  world.fortune.throws = {"web1"};
+  world.rowDel("web1");
+  EXPECT_EQ(world.problem("web1"), "");
+  EXPECT_EQ(world.process("web1"), "");
+  world.advance(10);
+  EXPECT_EQ(world.clock->nextWakeUpTime(), rt::Seconds::infinity());
+}
+
+}  // namespace
+}  // namespace host

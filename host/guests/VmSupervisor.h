@@ -1,0 +1,64 @@
+// All configured VMs, held to what is asked for.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "host/guests/VmKeeper.h"
+#include "runtime/loop/Clock.h"
+
+namespace host {
+
+// Keeps a keeper for each VM that has a row or a process, and lets them act a little at a time, so
+// that the loop turns between two starts.
+class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
+ public:
+  // `restartsDone`: of the VMs that an earlier daemon knew.
+  VmSupervisor(KeeperTools tools, std::map<rt::String, uint64_t> restartsDone,
+               rt::Clock::Ptr clock);
+
+  // What the rows of vmConfig and vmIntent say now; the row may be null.
+  void rowIs(const rt::String& vm, const VmRow* row);
+  void restartIs(const rt::String& vm, uint64_t number);
+  // What the VM's shim finds wrong with its guest; empty: nothing.
+  void guestProblemIs(const rt::String& vm, const rt::String& problem);
+  // How many processes of that name an earlier daemon left.
+  void survivorsIs(const rt::String& vm, size_t count);
+  // Whether an earlier daemon left a guest that the VM's start will take up.
+  void adoptableIs(const rt::String& vm, bool adoptable);
+
+  // Once a pass of the loop: lets those act that have something to do, until one did what may take
+  // long. Returns whether there is more to do at once. What a handler throws is reported, and the
+  // other VMs go on.
+  bool pass();
+
+  static constexpr std::string_view typeName = "host::VmSupervisor";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &VmSupervisor::initialized>>;
+
+ private:
+  void handleInitialized();
+  void handleClock();
+  VmKeeper& keeper(const rt::String& vm);
+  void note(const rt::String& vm);
+  bool act(const rt::String& vm);
+  void fail(const rt::String& vm, const rt::String& failure);
+  void drop(const rt::String& vm);
+  void wakeUpIs(const rt::String& vm, rt::Seconds time);
+  void setClock();
+
+  KeeperTools tools_;
+  std::map<rt::String, uint64_t> restartsDone_;
+  std::map<rt::String, uint64_t> restarts_;  // asked for
+  std::deque<rt::String> queue_;             // those that have something to do
+  std::set<rt::String> queued_;              // the same
+  std::map<rt::String, VmKeeper::Ptr> keepers_;
+  std::map<rt::String, rt::String> failures_;  // what the last act threw
+  std::map<rt::String, rt::Seconds> wakeUps_;
+  std::set<std::pair<rt::Seconds, rt::String>> wakeUpOrder_;  // the same, the earliest first
+
+  rt::ClockReactor<VmSupervisor, &VmSupervisor::handleClock> clock_;
+};
+
+}  // namespace host

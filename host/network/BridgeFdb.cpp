@@ -1,0 +1,82 @@
+#include "host/network/BridgeFdb.h"
+
+#include "runtime/base/Text.h"
+
+namespace host {
+
+std::optional<BridgeEntry> bridgeEntryFromKey(std::string_view key) {
+  const size_t slash = key.find('/');
+  if (slash == std::string_view::npos) return std::nullopt;
+  const auto vlan = rt::fromText<uint16_t>(key.substr(0, slash));
+  const auto mac = rt::EthAddr::fromText(key.substr(slash + 1));
+  if (!vlan || !mac) return std::nullopt;
+  return BridgeEntry{*mac, *vlan};
+}
+
+BridgeFdb::BridgeFdb(rt::String bridge, std::unique_ptr<BridgeKernel> kernel,
+                     HostStatus::Ptr status, KernelNetInfo::Status::PtrConst devices,
+                     std::set<BridgeEntry> leftover)
+    : name_(std::move(bridge)),
+      kernel_(std::move(kernel)),
+      ours_(std::move(leftover)),
+      status_(*this, std::move(status)),
+      devices_(*this, std::move(devices)) {
+  handleInitialized();
+}
+
+void BridgeFdb::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+}
+
+// Each entry with the records that want it: several VLANs share one in a bridge without VLANs.
+std::map<BridgeEntry, std::set<rt::String>> BridgeFdb::wanted(bool filtersVlans) const {
+  std::map<BridgeEntry, std::set<rt::String>> entries;
+  for (const auto& [key, record] : status_->fdbEntries()) {
+    auto entry = bridgeEntryFromKey(key);
+    if (!entry) continue;
+    if (!filtersVlans) entry->vlan = 0;
+    entries[*entry].insert(key);
+  }
+  return entries;
+}
+
+void BridgeFdb::pass() {
+  if (!changed_) return;
+  const auto bridge = kernel_->bridge(name_);
+  const uint32_t ifIndex = bridge ? bridge->ifIndex : 0;
+  // What we had in a bridge that is gone went with it.
+  if (ifIndex_ != 0 && ifIndex != ifIndex_) ours_.clear();
+  ifIndex_ = ifIndex;
+  if (bridge) {
+    apply(*bridge);
+  } else {
+    for (const auto& [entry, keys] : wanted(/*filtersVlans=*/true)) show(keys, false);
+  }
+  changed_ = false;
+}
+
+void BridgeFdb::apply(const Bridge& bridge) {
+  const auto entries = wanted(bridge.filtersVlans);
+  for (auto own = ours_.begin(); own != ours_.end();) {
+    if (entries.contains(*own)) {
+      ++own;
+      continue;
+    }
+    kernel_->remove(bridge, *own);
+    own = ours_.erase(own);
+  }
+  for (const auto& [entry, keys] : entries) {
+    // What we have is added again: it is there then, or somebody had removed it.
+    const auto added = kernel_->add(bridge, entry);
+    if (added == BridgeKernel::Added::done) ours_.insert(entry);
+    show(keys, ours_.contains(entry));
+  }
+}
+
+void BridgeFdb::show(const std::set<rt::String>& keys, bool applied) {
+  for (const rt::String& key : keys)
+    if (const auto record = status_->fdb(key)) record->bridgeIs(applied ? name_ : rt::String());
+}
+
+}  // namespace host

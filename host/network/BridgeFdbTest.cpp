@@ -1,0 +1,155 @@
+// Static entries in a bridge: what is wanted is there, what is ours goes when it is not, and what
+// is another's stays.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/network/BridgeFdb.h"
+
+namespace host {
+namespace {
+
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+rt::EthAddr mac(int last) {
+  return *rt::EthAddr::fromText("52:54:00:00:00:0" + std::to_string(last));
+}
+
+// What a kernel remembers of one bridge.
+struct FakeBridge {
+  std::optional<Bridge> bridge = Bridge{7, false};
+  std::set<BridgeEntry> entries;
+  int requests = 0;
+};
+
+class FakeKernel final : public BridgeKernel {
+ public:
+  explicit FakeKernel(FakeBridge& fake) : fake_(fake) {}
+  std::optional<Bridge> bridge(const rt::String& name) override {
+    return name == "br0" ? fake_.bridge : std::nullopt;
+  }
+  Added add(const Bridge&, const BridgeEntry& entry) override {
+    ++fake_.requests;
+    return fake_.entries.insert(entry).second ? Added::done : Added::wasThere;
+  }
+  void remove(const Bridge&, const BridgeEntry& entry) override {
+    ++fake_.requests;
+    fake_.entries.erase(entry);
+  }
+
+ private:
+  FakeBridge& fake_;
+};
+
+class BridgeFdbTest : public testing::Test {
+ protected:
+  void start(std::set<BridgeEntry> leftover = {}) {
+    fdb = rt::make<BridgeFdb>("br0", std::make_unique<FakeKernel>(kernel), status, devices,
+                              std::move(leftover));
+    fdb->pass();
+  }
+  // The kernel has another device of that name.
+  void recreate(bool filtersVlans) {
+    kernel.entries.clear();
+    kernel.bridge = Bridge{kernel.bridge->ifIndex + 1, filtersVlans};
+    devices->interfaceIs({{}, kernel.bridge->ifIndex}, "br0");
+    fdb->pass();
+  }
+
+  FakeBridge kernel;
+  const HostStatus::Ptr status = rt::make<HostStatus>();
+  const KernelNetInfo::Status::Ptr devices = rt::make<KernelNetInfo::Status>();
+  BridgeFdb::Ptr fdb;
+};
+
+TEST_F(BridgeFdbTest, AddsWhatIsWantedAndSaysSo) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 0}));
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
+}
+
+TEST_F(BridgeFdbTest, GivesTheVlanWhereTheBridgeFiltersVlans) {
+  kernel.bridge->filtersVlans = true;
+  status->fdbIs("100/52:54:00:00:00:01");
+  status->fdbIs("200/52:54:00:00:00:01");
+  start();
+  EXPECT_THAT(kernel.entries,
+              UnorderedElementsAre(BridgeEntry{mac(1), 100}, BridgeEntry{mac(1), 200}));
+}
+
+TEST_F(BridgeFdbTest, KeepsOneForSeveralVlansUntilTheLastIsGone) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  status->fdbIs("200/52:54:00:00:00:01");
+  start();
+  EXPECT_EQ(kernel.entries.size(), 1U);
+  status->fdbDel("100/52:54:00:00:00:01");
+  fdb->pass();
+  EXPECT_EQ(kernel.entries.size(), 1U);
+  status->fdbDel("200/52:54:00:00:00:01");
+  fdb->pass();
+  EXPECT_THAT(kernel.entries, IsEmpty());
+}
+
+TEST_F(BridgeFdbTest, NeverTouchesAnothersEntry) {
+  kernel.entries = {{mac(1), 0}, {mac(9), 0}};
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "") << "it is not ours";
+  status->fdbDel("100/52:54:00:00:00:01");
+  fdb->pass();
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 0}, BridgeEntry{mac(9), 0}));
+}
+
+TEST_F(BridgeFdbTest, RemovesWhatAnEarlierDaemonPutThereAndIsNotWantedAnyMore) {
+  kernel.entries = {{mac(1), 0}, {mac(2), 0}, {mac(9), 0}};
+  status->fdbIs("100/52:54:00:00:00:01");
+  start({{mac(1), 0}, {mac(2), 0}});
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 0}, BridgeEntry{mac(9), 0}));
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
+}
+
+TEST_F(BridgeFdbTest, AppliesAllAnewToABridgeThatWasMadeAnew) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  recreate(/*filtersVlans=*/true);
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 100}));
+}
+
+TEST_F(BridgeFdbTest, WaitsForABridgeThatIsNotThere) {
+  kernel.bridge = std::nullopt;
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  EXPECT_THAT(kernel.entries, IsEmpty());
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "");
+  kernel.bridge = Bridge{7, false};
+  devices->interfaceIs({{}, 7}, "br0");
+  fdb->pass();
+  EXPECT_EQ(kernel.entries.size(), 1U);
+}
+
+TEST_F(BridgeFdbTest, PutsBackWhatSomebodyRemoved) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  kernel.entries.clear();
+  status->fdbIs("100/52:54:00:00:00:02");
+  fdb->pass();
+  EXPECT_EQ(kernel.entries.size(), 2U);
+}
+
+TEST_F(BridgeFdbTest, AsksNothingOfTheKernelWhenNothingChanged) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  const int before = kernel.requests;
+  fdb->pass();
+  EXPECT_EQ(kernel.requests, before);
+}
+
+TEST(BridgeEntryFromKey, ReadsAVlanAndAnAddress) {
+  EXPECT_EQ(bridgeEntryFromKey("100/52:54:00:00:00:01"), (BridgeEntry{mac(1), 100}));
+  for (const char* text : {"", "100", "/52:54:00:00:00:01", "x/52:54:00:00:00:01", "100/x"})
+    EXPECT_EQ(bridgeEntryFromKey(text), std::nullopt) << text;
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,237 @@
+// Which kernel device each interface is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/network/InterfaceNames.h"
+#include "runtime/interfaces/NetNsIntfStatusManager.h"
+
+namespace host {
+
+// Notes what whoever hears of a device knows of its interface.
+class OrderObserver final : public rt::StateMachineOf<OrderObserver> {
+ public:
+  OrderObserver(Interface::AllIntfStatusLocalDir::Ptr localDir,
+                Interface::DeviceIntfStatusDir::Ptr present)
+      : localDir_(std::move(localDir)), present_(*this, std::move(present)) {}
+
+  std::vector<std::string> heard;
+
+  static constexpr std::string_view typeName = "OrderObserver";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &OrderObserver::initialized>>;
+
+ private:
+  void handlePresent(const rt::IntfId& id) {
+    const bool isPresent = present_->intfStatusAndDeviceNameHas(id);
+    heard.push_back(id.name().str() + (isPresent ? " comes, " : " goes, ") +
+                    (localDir_->intfStatusLocalHas(id) ? "known" : "unknown"));
+  }
+
+  const Interface::AllIntfStatusLocalDir::Ptr localDir_;
+  rt::Reactor<OrderObserver, Interface::DeviceIntfStatusDir,
+              rt::On<&Interface::DeviceIntfStatusDir::intfStatusAndDeviceName,
+                     &OrderObserver::handlePresent>>
+      present_;
+};
+
+// Somebody who cannot bear to hear of an interface.
+class Thrower final : public rt::StateMachineOf<Thrower> {
+ public:
+  explicit Thrower(Interface::AllIntfStatusLocalDir::Ptr localDir)
+      : localDir_(*this, std::move(localDir)) {}
+
+  static constexpr std::string_view typeName = "Thrower";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Thrower::initialized>>;
+
+ private:
+  void handleLocal(const rt::IntfId& /*id*/) { throw rt::Exception("no more descriptors"); }
+
+  rt::Reactor<Thrower, Interface::AllIntfStatusLocalDir,
+              rt::On<&Interface::AllIntfStatusLocalDir::intfStatusLocal, &Thrower::handleLocal>>
+      localDir_;
+};
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// The rows and devices as the daemon tells of them, and the agent's manager that joins them.
+class InterfaceNamesTest : public testing::Test {
+ protected:
+  void row(const char* id, const char* doc) { names->rowIs(id, rt::String(doc)); }
+  void rowDel(const char* id) { names->rowIs(id, std::nullopt); }
+  void comes(const char* device, uint32_t ifIndex) {
+    names->deviceIs(device);
+    kernel->interfaceIs({rt::NamespaceName::defaultNamespace(), ifIndex}, device);
+  }
+  void goes(const char* device, uint32_t ifIndex) {
+    kernel->interfaceDel({rt::NamespaceName::defaultNamespace(), ifIndex});
+    names->deviceDel(device);
+  }
+  // The device that the agent takes the interface for; empty for none.
+  std::string device(const char* id) const {
+    const auto local = localDir->intfStatusLocal(rt::IntfId(id));
+    return local ? local->deviceName.str() : "";
+  }
+  // "DEVICE present", "DEVICE absent"; empty without a record.
+  std::string shown(const char* id) const {
+    const auto record = status->interfaceStatus(id);
+    if (!record) return "";
+    return record->deviceName().str() + (record->present() ? " present" : " absent");
+  }
+  std::string problem(const char* id) const { return status->interfaceStatus(id)->problem().str(); }
+
+  const Interface::AllIntfStatusDir::Ptr all = rt::make<Interface::AllIntfStatusDir>();
+  const Interface::AllIntfStatusLocalDir::Ptr localDir =
+      rt::make<Interface::AllIntfStatusLocalDir>();
+  const Interface::DeviceIntfStatusDir::Ptr present = rt::make<Interface::DeviceIntfStatusDir>();
+  const KernelNetInfo::Status::Ptr kernel = rt::make<KernelNetInfo::Status>();
+  const HostStatus::Ptr status = rt::make<HostStatus>();
+  bool cannotWithdraw = false;
+  std::vector<std::string> withdrawn;  // "ID from DEVICE"
+  const InterfaceNames::Ptr names =
+      rt::make<InterfaceNames>(localDir, status, present, [this](const rt::String& id) {
+        withdrawn.push_back(id.str() + " from " + device(id.charPtr()));
+        if (cannotWithdraw) throw rt::Exception("the kernel does not answer");
+      });
+  const Interface::NetNsIntfStatusManagerRoot::Ptr root =
+      rt::make<Interface::NetNsIntfStatusManagerRoot>(all, localDir, /*filterByNetNs=*/false);
+  const Interface::NetNsIntfStatusManager::Ptr manager =
+      root->intfStatusManagerIs(present, kernel, {});
+};
+
+TEST_F(InterfaceNamesTest, TakeADeviceForTheInterfaceOfItsName) {
+  comes("eth0", 2);
+  EXPECT_EQ(device("eth0"), "eth0");
+  EXPECT_EQ(shown("eth0"), "eth0 present");
+  EXPECT_EQ(problem("eth0"), "");
+}
+
+TEST_F(InterfaceNamesTest, ForgetAnInterfaceWhoseDeviceHasGone) {
+  comes("eth0", 2);
+  goes("eth0", 2);
+  EXPECT_EQ(device("eth0"), "");
+  EXPECT_EQ(shown("eth0"), "");
+}
+
+TEST_F(InterfaceNamesTest, TakeAnInterfaceForTheDeviceOfItsRow) {
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  EXPECT_EQ(device("Vlan100"), "br0.100");
+  EXPECT_EQ(shown("Vlan100"), "br0.100 absent");
+  comes("br0.100", 5);
+  EXPECT_EQ(shown("Vlan100"), "br0.100 present");
+  EXPECT_EQ(shown("br0.100"), "br0.100 present") << "it is an interface of its own, too";
+  goes("br0.100", 5);
+  EXPECT_EQ(shown("Vlan100"), "br0.100 absent");
+}
+
+TEST_F(InterfaceNamesTest, PreferTheRowToTheDeviceOfThatName) {
+  comes("Vlan100", 3);
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  EXPECT_EQ(shown("Vlan100"), "br0.100 absent");
+  rowDel("Vlan100");
+  EXPECT_EQ(shown("Vlan100"), "Vlan100 present");
+}
+
+TEST_F(InterfaceNamesTest, KeepARowsDeviceWhenTheDeviceOfItsNameGoes) {
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  comes("Vlan100", 3);
+  goes("Vlan100", 3);
+  EXPECT_EQ(device("Vlan100"), "br0.100");
+}
+
+TEST_F(InterfaceNamesTest, ForgetAnInterfaceWhoseRowIsGone) {
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  rowDel("Vlan100");
+  EXPECT_EQ(device("Vlan100"), "");
+  EXPECT_EQ(shown("Vlan100"), "");
+}
+
+TEST_F(InterfaceNamesTest, FollowARowThatChanges) {
+  comes("br0.100", 5);
+  comes("br1.100", 6);
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  row("Vlan100", R"({"deviceName":"br1.100"})");
+  EXPECT_EQ(shown("Vlan100"), "br1.100 present");
+  EXPECT_EQ(present->intfStatusAndDeviceName(rt::IntfId("Vlan100"))->ifIndex, 6U);
+}
+
+TEST_F(InterfaceNamesTest, SayBeforeAnInterfaceLosesADeviceThatIsThere) {
+  comes("br0.100", 5);
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  row("Vlan100", R"({"deviceName":"br1.100"})");
+  EXPECT_THAT(withdrawn, ElementsAre("Vlan100 from br0.100"));
+}
+
+TEST_F(InterfaceNamesTest, ChangeAlsoWhenWhatIsToBeDoneBeforeFails) {
+  comes("br0.100", 5);
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  cannotWithdraw = true;
+  EXPECT_THROW(row("Vlan100", R"({"deviceName":"br1.100"})"), rt::Exception);
+  EXPECT_EQ(device("Vlan100"), "br1.100");
+  EXPECT_EQ(shown("Vlan100"), "br1.100 absent");
+}
+
+TEST_F(InterfaceNamesTest, SayNothingOfAnInterfaceWhoseDeviceHasGoneOrStays) {
+  comes("eth0", 2);
+  row("eth0", R"({"deviceName":"eth0"})");
+  goes("eth0", 2);
+  rowDel("eth0");
+  EXPECT_THAT(withdrawn, testing::IsEmpty());
+}
+
+TEST_F(InterfaceNamesTest, LeaveAnInterfaceWhatItWasWhenItsRowIsRefused) {
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  row("Vlan100", R"({"deviceName":"a device of some length"})");
+  EXPECT_EQ(device("Vlan100"), "br0.100");
+  EXPECT_EQ(problem("Vlan100"),
+            "deviceName: 'a device of some length' is refused: must be a kernel device's name, 1 "
+            "to 15 bytes");
+  row("Vlan100", R"({"deviceName":"br1.100"})");
+  EXPECT_EQ(problem("Vlan100"), "");
+}
+
+TEST_F(InterfaceNamesTest, ShowARefusedRowAlsoWhenTheInterfaceIsNone) {
+  row("Vlan100", R"({"deviceName":""})");
+  EXPECT_EQ(device("Vlan100"), "");
+  EXPECT_EQ(shown("Vlan100"), " absent");
+  EXPECT_THAT(problem("Vlan100"), HasSubstr("deviceName: '' is refused"));
+  rowDel("Vlan100");
+  EXPECT_EQ(shown("Vlan100"), "");
+}
+
+TEST_F(InterfaceNamesTest, LeaveADeviceItsNameWhenTheRowOfThatNameIsRefused) {
+  comes("eth0", 2);
+  row("eth0", R"({"deviceName":"a/b"})");
+  EXPECT_EQ(shown("eth0"), "eth0 present");
+  EXPECT_THAT(problem("eth0"), HasSubstr("'a/b' is refused"));
+}
+
+TEST_F(InterfaceNamesTest, SayAllThatIsWrongWithARow) {
+  row("Vlan0", R"({"deviceName":".."})");
+  EXPECT_THAT(problem("Vlan0"), HasSubstr("interface: 'Vlan0' is refused: must be Vlan1 to"));
+  EXPECT_THAT(problem("Vlan0"), HasSubstr("; deviceName: '..' is refused"));
+  EXPECT_EQ(device("Vlan0"), "");
+}
+
+TEST_F(InterfaceNamesTest, RefuseARowWithAFieldThatIsNotKnown) {
+  row("Vlan1", R"({"device":"eth0"})");
+  EXPECT_THAT(problem("Vlan1"), HasSubstr("device: 'eth0' is refused"));
+}
+
+TEST_F(InterfaceNamesTest, AreKnownToWhoeverHearsOfADevice) {
+  const auto observer = rt::make<OrderObserver>(localDir, present);
+  comes("eth0", 2);
+  goes("eth0", 2);
+  EXPECT_THAT(observer->heard, ElementsAre("eth0 comes, known", "eth0 goes, known"));
+}
+
+TEST_F(InterfaceNamesTest, AreShownAlsoWhenSomebodyThrowsWhoHearsOfThem) {
+  const auto thrower = rt::make<Thrower>(localDir);
+  EXPECT_THROW(row("Vlan100", R"({"deviceName":"br0.100"})"), rt::Exception);
+  EXPECT_EQ(device("Vlan100"), "br0.100");
+  EXPECT_EQ(shown("Vlan100"), "br0.100 absent");
+}
+
+}  // namespace
+}  // namespace host

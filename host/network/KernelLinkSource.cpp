@@ -1,0 +1,82 @@
+#include <fcntl.h>
+#include <net/if.h>
+#include <netlink/cache.h>
+#include <netlink/netlink.h>
+#include <netlink/route/link.h>
+#include <sys/socket.h>
+
+#include <string_view>
+
+#include "host/network/KernelLinks.h"
+#include "runtime/base/Exception.h"
+#include "runtime/base/Release.h"
+
+namespace host {
+
+namespace {
+
+using Socket = std::unique_ptr<nl_sock, rt::Release<nl_socket_free>>;
+using Manager = std::unique_ptr<nl_cache_mngr, rt::Release<nl_cache_mngr_free>>;
+
+// A burst of a thousand flaps fits.
+constexpr int receiveBuffer = 1 << 20;
+
+void require(int result, const char* what) {
+  if (result < 0)
+    throw rt::Exception(rt::String("the kernel's network devices cannot be followed: ") + what +
+                        ": " + nl_geterror(result));
+}
+
+KernelLink linkOf(rtnl_link* link) {
+  const char* const kind = rtnl_link_get_type(link);
+  const bool isTap = kind && std::string_view(kind) == "macvtap";
+  const bool isLoopback = (rtnl_link_get_flags(link) & IFF_LOOPBACK) != 0;
+  return {rtnl_link_get_name(link), !isTap && !isLoopback};
+}
+
+// A bridge tells of its ports in messages of its own family, without a kind; the bridge itself the
+// library counts to that family, too.
+bool isDevice(rtnl_link* link) {
+  const bool isPortMessage =
+      rtnl_link_get_family(link) != AF_UNSPEC && rtnl_link_get_type(link) == nullptr;
+  return rtnl_link_get_name(link) && !isPortMessage;
+}
+
+}  // namespace
+
+struct KernelLinkSource::State {
+  Socket requests{nl_socket_alloc()};  // for asking anew
+  Manager manager;
+  nl_cache* cache = nullptr;  // the manager's
+};
+
+KernelLinkSource::KernelLinkSource() : state_(std::make_unique<State>()) {
+  if (!state_->requests) throw rt::Exception("there is no memory for a netlink socket");
+  require(nl_connect(state_->requests.get(), NETLINK_ROUTE), "connect");
+  nl_cache_mngr* manager = nullptr;
+  require(nl_cache_mngr_alloc(nullptr, NETLINK_ROUTE, 0, &manager), "listen");
+  state_->manager.reset(manager);
+  require(nl_cache_mngr_add(manager, "route/link", nullptr, nullptr, &state_->cache), "list");
+  const int own = nl_cache_mngr_get_fd(manager);
+  setsockopt(own, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
+}
+
+KernelLinkSource::~KernelLinkSource() = default;
+
+int KernelLinkSource::descriptor() const {
+  return fcntl(nl_cache_mngr_get_fd(state_->manager.get()), F_DUPFD_CLOEXEC, 0);
+}
+
+KernelLinkTable KernelLinkSource::read() {
+  if (nl_cache_mngr_data_ready(state_->manager.get()) < 0)
+    require(nl_cache_refill(state_->requests.get(), state_->cache), "list again");
+  KernelLinkTable links;
+  for (nl_object* at = nl_cache_get_first(state_->cache); at; at = nl_cache_get_next(at)) {
+    auto* const link = reinterpret_cast<rtnl_link*>(at);
+    if (!isDevice(link)) continue;
+    links[static_cast<uint32_t>(rtnl_link_get_ifindex(link))] = linkOf(link);
+  }
+  return links;
+}
+
+}  // namespace host

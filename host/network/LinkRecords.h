@@ -1,0 +1,41 @@
+// The kernel's network devices, as records.
+#pragma once
+
+#include <map>
+
+#include "host/network/InterfaceNames.h"
+#include "runtime/records/KernelNetInfo.h"
+
+namespace host {
+
+// A device, as far as we care.
+struct KernelLink {
+  rt::String name;
+  bool canBeInterface = false;  // of the switch: neither the loopback nor a macvtap
+
+  friend bool operator==(const KernelLink&, const KernelLink&) = default;
+};
+using KernelLinkTable = std::map<uint32_t, KernelLink>;  // by ifindex
+
+// Keeps the network information, and the devices' names as interfaces, as the kernel's table is.
+// Owned by KernelLinks, which reads that.
+class LinkRecords {
+ public:
+  LinkRecords(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names)
+      : status_(std::move(status)), names_(std::move(names)) {}
+
+  // All devices there are now. What is gone is told first: a name may have passed to another
+  // device. Whoever hears of one may throw; all others are told of, and the first exception passes
+  // through at the end.
+  void linksAre(const KernelLinkTable& now);
+
+ private:
+  void withdraw(uint32_t ifIndex, const KernelLink& link);
+  void present(uint32_t ifIndex, const KernelLink& link);
+
+  const KernelNetInfo::Status::Ptr status_;
+  const InterfaceNames::Ptr names_;
+  KernelLinkTable links_;
+};
+
+}  // namespace host
