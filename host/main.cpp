@@ -71,6 +71,9 @@ int run(const host::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // What our starter left open is not meant for guests: a pipe of his that breaks would look to
+  // their shims as if we had ended.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   const std::vector<const char*> words(argv + 1, argv + argc);
   const host::CommandLine line = host::readCommandLine(words, environment());
   switch (line.wish) {

@@ -66,6 +66,9 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
   if (descriptors.empty())
     throw control::RequestError(
         "adopt: the daemon's process is missing: send a descriptor of it along");
+  // The next one's agent may look for us already, and is not to find what was meant for this one.
+  if (has(descriptors.front().number(), POLLIN))
+    throw control::RequestError("adopt: the daemon has ended");
   std::unique_ptr<ListeningSocket> socket;
   CommandLine wanted;
   try {

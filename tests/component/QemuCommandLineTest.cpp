@@ -159,8 +159,8 @@ TEST_F(CommandLine, WritesMemoryAsASignedNumber) {
 
 TEST_F(CommandLine, IsNotQuotedWhereANameOrAPathHoldsABlank) {
   const auto odd = addVm("two words");
-  const std::string path = disk.path() + " copy";
-  std::filesystem::copy_file(disk.path(), path);
+  const std::string path = std::filesystem::temp_directory_path() / "vmagent-disk copy";
+  std::filesystem::copy_file(disk.path(), path, std::filesystem::copy_options::overwrite_existing);
   odd->diskImageIs(path);
   vm("two words")->doComposeQemuCommandLine();
   std::filesystem::remove(path);
@@ -224,13 +224,14 @@ TEST(MonitorPath, NamesTheVm) {
 
 class DiskProbe : public testing::Test {
  protected:
-  // How many of our descriptors stand for that file, and whether all are close-on-exec.
+  // How many of our descriptors stand for that file, but for the image's own, and whether all are
+  // close-on-exec.
   static std::pair<int, bool> descriptorsOf(const std::string& path) {
     int count = 0;
     bool closedOnExec = true;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
       std::error_code gone;
-      if (std::filesystem::read_symlink(entry.path(), gone) != path) continue;
+      if (entry.path() == path || !std::filesystem::equivalent(entry.path(), path, gone)) continue;
       ++count;
       const int number = std::stoi(entry.path().filename());
       closedOnExec = closedOnExec && (fcntl(number, F_GETFD) & FD_CLOEXEC) != 0;

@@ -1,8 +1,8 @@
 #include "tests/fakes/AgentWorld.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 #include "runtime/base/Check.h"
 
@@ -14,18 +14,20 @@ namespace {
 constexpr off_t probeOffset = 32769;
 constexpr off_t probeEnd = probeOffset + 5;
 
-}  // namespace
-
-DiskImage::DiskImage(Kind kind) {
-  char path[] = "/tmp/vmagent-disk-XXXXXX";
-  const OwnedDescriptor file(mkstemp(path));
-  path_ = path;
-  rt::check(ftruncate(file, kind == Kind::tooShort ? probeEnd - 1 : probeEnd) == 0, "ftruncate");
-  if (kind == Kind::cdRom) rt::check(pwrite(file, "CD001", 5, probeOffset) == 5, "pwrite");
+// Above the numbers that tests count on.
+int memoryFile() {
+  constexpr int firstNumber = 500;
+  const OwnedDescriptor file(memfd_create("disk", MFD_CLOEXEC));
+  return fcntl(file, F_DUPFD_CLOEXEC, firstNumber);
 }
 
-// By remove(): unlink() is the agent's.
-DiskImage::~DiskImage() { std::remove(path_.c_str()); }
+}  // namespace
+
+DiskImage::DiskImage(Kind kind)
+    : file_(memoryFile()), path_("/proc/self/fd/" + std::to_string(file_)) {
+  rt::check(ftruncate(file_, kind == Kind::tooShort ? probeEnd - 1 : probeEnd) == 0, "ftruncate");
+  if (kind == Kind::cdRom) rt::check(pwrite(file_, "CD001", 5, probeOffset) == 5, "pwrite");
+}
 
 AgentCreator::Ptr AgentWorld::start() {
   return root->agentIs(config, status, allIntfStatusDir, allIntfStatusLocalDir, deviceIntfStatusDir,

@@ -9,20 +9,21 @@
 #include "runtime/loop/ActivityManager.h"
 #include "tests/fakes/FakeKernel.h"
 #include "tests/fakes/FakeProcesses.h"
+#include "tests/fakes/QmpPeer.h"
 
 namespace Vm::fakes {
 
-// A disk image in a file of its own, deleted with this.
+// A disk image in memory. It goes with the process, however that ends; a death test's child leaves
+// nothing.
 class DiskImage {
  public:
   enum class Kind { cdRom, hardDisk, tooShort };
   explicit DiskImage(Kind kind);
-  DiskImage(const DiskImage&) = delete;
-  ~DiskImage();
   const std::string& path() const { return path_; }
 
  private:
-  std::string path_;
+  const OwnedDescriptor file_;
+  const std::string path_;
 };
 
 // The seven entities that a host hands over, a clock that stands at 1000 s, fake processes, a fake

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "host/guests/Survivors.h"
@@ -27,11 +28,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* logFile = "/var/run/vmagentd.log";
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 int statusOf(int wait) { return WIFEXITED(wait) ? WEXITSTATUS(wait) : -WTERMSIG(wait); }
 
@@ -79,6 +75,13 @@ Ended run(const std::vector<std::string>& words) {
   fs::remove(file + ".out");
   fs::remove(file + ".err");
   return ended;
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
 }
 
 void ip(const std::string& arguments) {

@@ -66,6 +66,9 @@ class DaemonWorld {
   pid_t daemon_ = 0;
 };
 
+// A file's content; what could be read of it, as of a process that ends meanwhile.
+std::string contentOf(const std::string& path);
+
 // Devices of the network of our own.
 void ip(const std::string& arguments);
 

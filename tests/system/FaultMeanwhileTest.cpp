@@ -1,6 +1,7 @@
 // What happens while no daemon runs, or while one is killed half-way, is carried out by the next.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -92,6 +93,20 @@ TEST_F(Meanwhile, AGuestThatWaitsToBeTakenUpEndsWhenItIsNotWantedAnyMore) {
   all[5] = {"web6", false};
   all[4] = {"web5", false};
   EXPECT_TRUE(world.settles(all));
+}
+
+// To a shim, a pipe that nobody reads any more is the sign of its daemon's end.
+TEST_F(Meanwhile, ABrokenPipeThatADaemonIsStartedWithIsNoneOfItsGuests) {
+  world.start();
+  ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1"}));
+  const Expected expected{"web1", true, world.qemu("web1")};
+  world.end(SIGKILL);
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  world.start();
+  close(ends[1]);
+  EXPECT_TRUE(world.settles({expected}));
 }
 
 // The guest takes no notice of its power button, so there is time to kill the daemon.

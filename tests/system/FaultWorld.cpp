@@ -25,11 +25,6 @@ constexpr double busy = 40;  // seconds; for a start on a busy machine
 const std::vector<std::string> statusTables = {"vmStatus", "vmProcess", "vmProblem",
                                                "interfaceStatus", "fdb"};
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 size_t linesOf(const std::string& text) {
   return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
@@ -149,6 +144,7 @@ std::string FaultWorld::wrong(const std::vector<Expected>& all) const {
       if (fs::exists(socket) != runs) tell(socket + (runs ? " is missing" : " is left"));
     const std::string process = row("vmProcess", vm);
     if (runs != (process.find(R"("running")") != std::string::npos)) tell("process " + process);
+    if (!runs && process.find(R"("ending")") != std::string::npos) tell("process " + process);
     const std::string status = row("vmStatus", vm);
     if (runs && status.find(R"("state":"Running")") == std::string::npos) tell("status " + status);
     if (!runs && status.find(R"("enabled":true)") != std::string::npos) tell("status " + status);

@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contentOf(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::string networkOf(const fs::path& process) {
   std::error_code error;
   return fs::read_symlink(process / "ns/net", error).string();

@@ -32,11 +32,6 @@ constexpr const char* programs = "/var/run/programs";
 
 enum class Membership : uint8_t { member, outsider };
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // In a child: to be nobody in particular, and in the group or not.
 void dropPrivileges(Membership membership) {
   const gid_t group = operators;

@@ -26,11 +26,6 @@ using testing::HasSubstr;
 constexpr int columns = 100;
 constexpr int lines = 30;
 
-std::string contentOf(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 class OperatorSession : public testing::Test {
  protected:
   OperatorSession() {

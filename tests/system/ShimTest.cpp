@@ -339,8 +339,11 @@ std::string enterSandbox() {
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
-  if (!testing::GTEST_FLAG(list_tests))
+  if (!testing::GTEST_FLAG(list_tests)) {
+    // A pipe of whoever started us would be the daemon's to a shim.
+    close_range(3, ~0U, 0);
     if (const auto needs = shim::enterSandbox(); !needs.empty())
       return Vm::fakes::leaveOut("shim_system_test", needs);
+  }
   return RUN_ALL_TESTS();
 }
