@@ -118,7 +118,8 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
     if (takeKeeping(line, directory, lock, inherited, parent) == Keeping::toldToEnd)
       return EXIT_SUCCESS;
   } catch (const Failure&) {
-    meetAgent(line.monitorPath);
+    // The agent of a daemon that has ended is not the one that would come.
+    if (parent.takesUsAlong()) meetAgent(line.monitorPath);
     throw;
   }
   // Now, before anything that can take long: the agent waits for it.

@@ -265,7 +265,8 @@ TEST_F(ShimAdoption, OutlivesTwentyDaemonsThatAreKilledAtOnce) {
   daemon();
   AgentClient agent(monitor());
   agent.bringUp();
-  EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
+  EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"))
+      << contentOf(file("shim.log"));
   EXPECT_THAT(qemusOfOurs(), ElementsAre(qemu));
 }
 
