@@ -91,6 +91,12 @@ std::optional<Cards::Removal> Cards::removal() const {
     const std::string& netdev = *netdevs_.begin();
     Removal removal{{"netdev_del", {}, deletion(netdev), {{"id", netdev}}}, {}};
     removal.plan = planFor(removal.request);
+    // A card whose hub has no other port would wait for ever with what the guest sends meanwhile:
+    // QEMU keeps that, and nothing of what comes later makes it go on. With its line down it drops
+    // it.
+    if (const auto bound = cardByNetdev_.find(netdev); bound != cardByNetdev_.end())
+      removal.plan.steps.insert(removal.plan.steps.begin(),
+                                {"set_link", link(bound->second, "false")});
     return removal;
   }
   if (descriptors_.empty()) return std::nullopt;

@@ -54,8 +54,7 @@ class Cards {
   void end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings);
 
   // What an agent left in QEMU that is gone: a request that removes a part of it, and how QEMU is
-  // asked. Nothing when nothing is left. The guest sees no dead line yet: most cards are attached
-  // anew at once, and for those that are not it is told with "cont".
+  // asked. Nothing when nothing is left.
   struct Removal {
     qmp::Request request;
     Plan plan;
