@@ -57,7 +57,9 @@ Refusal noSuchValue(const Assignment& wanted, const rt::String& right) {
 
 // Nobody waits for a spelling that no state has.
 void requireSpelling(const Assignment& wanted) {
-  const auto isSame = [](char a, char b) { return std::tolower(a) == std::tolower(b); };
+  const auto isSame = [](unsigned char a, unsigned char b) {
+    return std::tolower(a) == std::tolower(b);
+  };
   for (const std::string_view state : ownStates) {
     const std::string_view value(wanted.value);
     if (value != state &&
