@@ -271,7 +271,7 @@ void Daemon::Parts::startFeeds() {
                         return firstLine(vmsDirectory() + "/" + vm + "/last-error");
                       },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
-                  .takeUp = [this](const rt::String& vm) { handleTakeUp(vm); },
+                  .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(),
                   .note = {}},
       restartsDone_, clock);
@@ -328,7 +328,8 @@ void Daemon::Parts::decideAnew(const rt::String& vm) {
   decideOn(guests);
 }
 
-// A second device of a card's address could not go up beside the first.
+// A second device of a card's address could not go up beside the first. The agent makes it as soon
+// as the guest's shim has answered it, and until now the first served the guest.
 void Daemon::Parts::handleTakeUp(const rt::String& vm) {
   untaken_.erase(vm);
   janitor_->sweep();

@@ -19,9 +19,14 @@ std::string link(const std::string& name, const char* up) {
   return "{\"name\":" + qmp::quoted(name) + ",\"up\":" + up + "}";
 }
 
-std::string hubPort(size_t hub, const std::string& netdev) {
-  return "{\"type\":\"hubport\",\"hubid\":" + std::to_string(hub) +
-         ",\"id\":" + qmp::quoted(hubPortId(netdev)) + ",\"netdev\":" + qmp::quoted(netdev) + "}";
+std::string hubPort(size_t hub, const std::string& id) {
+  return "\"type\":\"hubport\",\"hubid\":" + std::to_string(hub) + ",\"id\":" + qmp::quoted(id);
+}
+
+std::string sinkId(const std::string& card) { return "sink-" + card; }
+
+qmp::Request deletionOf(const std::string& netdev) {
+  return {"netdev_del", {}, deletion(netdev), {{"id", netdev}}};
 }
 
 }  // namespace
@@ -42,8 +47,15 @@ std::optional<std::string> Cards::netdevOf(const std::string& card) const {
   return std::nullopt;
 }
 
+void Cards::agentIs(std::map<std::string, std::string> names) {
+  names_ = std::move(names);
+  leftoverNetdevs_ = netdevs_;
+  leftoverDescriptors_ = descriptors_;
+}
+
 Plan Cards::planFor(const qmp::Request& request) const {
   if (request.execute == "netdev_set") return bindPlan(request);
+  if (request.execute == "netdev_del") return deletionPlan(textOf(request, "id"));
   Plan plan{{{request.execute, request.arguments}}, {}};
   if (request.execute == "cont")
     for (const std::string& card : cards_)
@@ -55,19 +67,26 @@ Plan Cards::planFor(const qmp::Request& request) const {
       plan.steps.push_back({"set_link", link(bound->second, request.up ? "true" : "false")});
     else if (const std::string card = ourName(textOf(request, "name")); names_ && !card.empty())
       plan.steps.front().arguments = link(card, request.up ? "true" : "false");
-  } else if (request.execute == "netdev_del") {
-    const auto bound = cardByNetdev_.find(textOf(request, "id"));
-    if (bound != cardByNetdev_.end())
-      plan.steps.insert(plan.steps.begin(), {"netdev_del", deletion(hubPortId(bound->first))});
   }
+  return plan;
+}
+
+Plan Cards::deletionPlan(const std::string& id) const {
+  Plan plan{{{"netdev_del", deletion(id)}}, {}};
+  const auto bound = cardByNetdev_.find(id);
+  if (bound == cardByNetdev_.end()) return plan;
+  plan.steps.insert(plan.steps.begin(), {"netdev_del", deletion(hubPortId(id))});
+  const std::string& card = bound->second;
+  if (leftoverNetdevs_.contains(id) && !sinks_.contains(card))
+    plan.steps.insert(plan.steps.begin(),
+                      {"netdev_add", "{" + hubPort(hubOf(card), sinkId(card)) + "}"});
   return plan;
 }
 
 Plan Cards::bindPlan(const qmp::Request& request) const {
   const std::string card = ourName(textOf(request, "nicid"));
   const std::string netdev = textOf(request, "netdevid");
-  const auto hub = std::find(cards_.begin(), cards_.end(), card);
-  if (hub == cards_.end())
+  if (card.empty())
     return {{},
             "the guest has no card '" + textOf(request, "nicid") + "'" +
                 (names_ ? ": restart needed" : "")};
@@ -75,7 +94,9 @@ Plan Cards::bindPlan(const qmp::Request& request) const {
     return {{}, "card '" + card + "' is bound to netdev '" + *other + "': delete that first"};
   if (const auto bound = cardByNetdev_.find(netdev); bound != cardByNetdev_.end())
     return {{}, "netdev '" + netdev + "' is bound to card '" + bound->second + "'"};
-  return {{{"netdev_add", hubPort(static_cast<size_t>(hub - cards_.begin()), netdev)}}, {}};
+  return {{{"netdev_add", "{" + hubPort(hubOf(card), hubPortId(netdev)) +
+                              ",\"netdev\":" + qmp::quoted(netdev) + "}"}},
+          {}};
 }
 
 std::string Cards::ourName(const std::string& card) const {
@@ -86,21 +107,33 @@ std::string Cards::ourName(const std::string& card) const {
   return std::find(cards_.begin(), cards_.end(), card) == cards_.end() ? std::string() : card;
 }
 
-std::optional<Cards::Removal> Cards::removal() const {
-  if (!netdevs_.empty()) {
-    const std::string& netdev = *netdevs_.begin();
-    Removal removal{{"netdev_del", {}, deletion(netdev), {{"id", netdev}}}, {}};
-    removal.plan = planFor(removal.request);
-    // A card whose hub has no other port would wait for ever with what the guest sends meanwhile:
-    // QEMU keeps that, and nothing of what comes later makes it go on. With its line down it drops
-    // it.
-    if (const auto bound = cardByNetdev_.find(netdev); bound != cardByNetdev_.end())
-      removal.plan.steps.insert(removal.plan.steps.begin(),
-                                {"set_link", link(bound->second, "false")});
-    return removal;
+size_t Cards::hubOf(const std::string& card) const {
+  return static_cast<size_t>(std::find(cards_.begin(), cards_.end(), card) - cards_.begin());
+}
+
+// What one agent left bound stands in the way of another's netdev of that name, and of that card's.
+// When the guest is let run, all that should be attached is.
+bool Cards::isInTheWay(const std::string& leftover, const qmp::Request* next) const {
+  const auto bound = cardByNetdev_.find(leftover);
+  if (bound == cardByNetdev_.end()) return true;
+  if (!next) return false;
+  return next->execute == "cont" ||
+         (next->execute == "netdev_add" && textOf(*next, "id") == leftover) ||
+         (next->execute == "netdev_set" && ourName(textOf(*next, "nicid")) == bound->second);
+}
+
+std::optional<Cards::Removal> Cards::removalBefore(const qmp::Request* next) const {
+  for (const std::string& netdev : leftoverNetdevs_)
+    if (isInTheWay(netdev, next)) return Removal{deletionOf(netdev), deletionPlan(netdev)};
+  for (const std::string& card : sinks_) {
+    const bool isBound = netdevOf(card).has_value();
+    if (!isBound && (!next || next->execute != "cont")) continue;
+    Plan plan = deletionPlan(sinkId(card));
+    if (!isBound) plan.steps.insert(plan.steps.begin(), {"set_link", link(card, "false")});
+    return Removal{deletionOf(sinkId(card)), std::move(plan)};
   }
-  if (descriptors_.empty()) return std::nullopt;
-  const std::string& name = *descriptors_.begin();
+  if (leftoverDescriptors_.empty()) return std::nullopt;
+  const std::string& name = *leftoverDescriptors_.begin();
   Removal removal{{"closefd", {}, "{\"fdname\":" + qmp::quoted(name) + "}", {{"fdname", name}}},
                   {}};
   removal.plan = planFor(removal.request);
@@ -113,6 +146,9 @@ void Cards::begin(const qmp::Request& request) {
   // Bound from now on: what QEMU makes of it may be known late.
   if (request.execute == "netdev_set")
     cardByNetdev_[textOf(request, "netdevid")] = ourName(textOf(request, "nicid"));
+  if (request.execute != "netdev_del" || !leftoverNetdevs_.contains(textOf(request, "id"))) return;
+  if (const auto bound = cardByNetdev_.find(textOf(request, "id")); bound != cardByNetdev_.end())
+    sinks_.insert(bound->second);
 }
 
 void Cards::end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings) {
@@ -120,16 +156,24 @@ void Cards::end(const qmp::Request& request, const std::vector<qmp::Saying>& say
     return saying.kind == qmp::Saying::Kind::refusal;
   });
   if (request.execute == "netdev_set" && refused) cardByNetdev_.erase(textOf(request, "netdevid"));
-  if (request.execute == "netdev_add" && refused && isNew_) netdevs_.erase(textOf(request, "id"));
-  if (request.execute == "netdev_add" && !refused) descriptors_.erase(textOf(request, "fd"));
-  if (request.execute == "getfd" && refused && isNew_)
-    descriptors_.erase(textOf(request, "fdname"));
+  if (request.execute == "netdev_add" && refused && isNew_) forgetNetdev(textOf(request, "id"));
+  if (request.execute == "netdev_add" && !refused) forgetDescriptor(textOf(request, "fd"));
+  if (request.execute == "getfd" && refused && isNew_) forgetDescriptor(textOf(request, "fdname"));
   // Refused or not: QEMU refuses to delete only what is not there.
-  if (request.execute == "closefd") descriptors_.erase(textOf(request, "fdname"));
-  if (request.execute == "netdev_del") {
-    cardByNetdev_.erase(textOf(request, "id"));
-    netdevs_.erase(textOf(request, "id"));
-  }
+  if (request.execute == "closefd") forgetDescriptor(textOf(request, "fdname"));
+  if (request.execute == "netdev_del") forgetNetdev(textOf(request, "id"));
+}
+
+void Cards::forgetNetdev(const std::string& id) {
+  cardByNetdev_.erase(id);
+  netdevs_.erase(id);
+  leftoverNetdevs_.erase(id);
+  std::erase_if(sinks_, [&](const std::string& card) { return sinkId(card) == id; });
+}
+
+void Cards::forgetDescriptor(const std::string& name) {
+  descriptors_.erase(name);
+  leftoverDescriptors_.erase(name);
 }
 
 }  // namespace shim

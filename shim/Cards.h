@@ -2,6 +2,10 @@
 //
 // A present-day QEMU cannot give a card another backend. So each card's backend is, for good, a
 // port of a hub, and a netdev is bound to the card by a second port between the hub and it.
+//
+// What a guest sends to a hub without another port waits there, and nothing that comes later makes
+// it go on: the card is deaf and dumb for good. So a card whose line is up never is without: while
+// one agent's netdev is exchanged for the next one's, a sink stands in, a port to nothing.
 #pragma once
 
 #include <map>
@@ -35,15 +39,16 @@ class Cards {
   // `cards` are the ids of the cards, in the order of their hubs.
   explicit Cards(std::vector<std::string> cards) : cards_(std::move(cards)) {}
 
-  // From now on an agent asks that calls the cards otherwise: its name for each, and ours. A card
-  // that is not among them is none of the guest's.
-  void namesAre(std::map<std::string, std::string> names) { names_ = std::move(names); }
+  // From now on another agent asks, which calls the cards otherwise: its name for each, and ours. A
+  // card that is not among them is none of the guest's. What QEMU has by now is left over.
+  void agentIs(std::map<std::string, std::string> names);
 
   // How what the agent asks for is asked of QEMU:
   //   netdev_set   a hub port; refused when the card or the netdev is bound, for QEMU aborts on a
   //                second port to one netdev
   //   set_link     of a bound netdev: of its card, too, so that the guest sees its carrier
-  //   netdev_del   of a bound netdev: its hub port goes first
+  //   netdev_del   of a bound netdev: its hub port goes first; of one that is left over, only when
+  //                the card has a sink in its place
   //   cont         the link of each card that is not bound goes down first: a guest sees no carrier
   //                at a card that nothing was ever attached to
   //   any other    as it is
@@ -53,13 +58,17 @@ class Cards {
   void begin(const qmp::Request& request);
   void end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings);
 
-  // What an agent left in QEMU that is gone: a request that removes a part of it, and how QEMU is
-  // asked. Nothing when nothing is left.
+  // What an agent that is gone left in QEMU: a request that removes a part of it, and how QEMU is
+  // asked.
   struct Removal {
     qmp::Request request;
     Plan plan;
   };
-  std::optional<Removal> removal() const;
+  // What is to go before the agent's next request, or before anything else may be asked for;
+  // nothing when nothing is. A card keeps the netdev that it is bound to until the agent brings
+  // another, so that the guest is cut off for as short as can be, or lets the guest run without
+  // one.
+  std::optional<Removal> removalBefore(const qmp::Request* next) const;
 
   // The netdev that the card is bound to.
   std::optional<std::string> netdevOf(const std::string& card) const;
@@ -71,6 +80,11 @@ class Cards {
 
  private:
   Plan bindPlan(const qmp::Request& request) const;
+  Plan deletionPlan(const std::string& id) const;
+  bool isInTheWay(const std::string& leftover, const qmp::Request* next) const;
+  size_t hubOf(const std::string& card) const;
+  void forgetNetdev(const std::string& id);
+  void forgetDescriptor(const std::string& name);
   // Our name for a card; empty for none of the guest's.
   std::string ourName(const std::string& card) const;
 
@@ -80,6 +94,11 @@ class Cards {
   // What QEMU has, or may come to have: netdevs, and descriptors that are no netdev's.
   std::set<std::string> netdevs_;
   std::set<std::string> descriptors_;
+  // Of these, what an agent left that is gone.
+  std::set<std::string> leftoverNetdevs_;
+  std::set<std::string> leftoverDescriptors_;
+  // The cards whose hub has a port that drops what comes.
+  std::set<std::string> sinks_;
   bool isNew_ = false;  // what was asked for last is not there already
 };
 

@@ -21,6 +21,7 @@ class CommandQueue {
  public:
   bool empty() const { return commands_.empty(); }
   size_t size() const { return commands_.size(); }
+  const Command& front() const { return commands_.front(); }
   void push(Command command) { commands_.push_back(std::move(command)); }
   Command pop();
 

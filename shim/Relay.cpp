@@ -59,8 +59,7 @@ Actions Relay::adopt(Time now, std::map<std::string, std::string> names) {
   queue_.commands().clear();
   if (flight_) flight_->command.awaited = false;
   std::erase_if(standing_, [](const auto& problem) { return problem.first != silence; });
-  cards_.namesAre(std::move(names));
-  clearsUp_ = true;
+  cards_.agentIs(std::move(names));
   startNext(now);
   return taken();
 }
@@ -126,11 +125,10 @@ void Relay::startNext(Time now) {
 
 // Whether there was something to clear up, which QEMU was asked for now.
 bool Relay::clearUp(Time now) {
-  if (!clearsUp_) return false;
-  auto left = cards_.removal();
-  clearsUp_ = left.has_value();
-  if (left) send(now, {std::move(left->request), {}, {}, false}, left->plan.steps);
-  return clearsUp_;
+  auto left = cards_.removalBefore(queue_.empty() ? nullptr : &queue_.front().request);
+  if (!left) return false;
+  send(now, {std::move(left->request), {}, {}, false}, left->plan.steps);
+  return true;
 }
 
 // A card stays without its netdev until it is attached anew.

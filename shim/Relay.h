@@ -58,8 +58,8 @@ class Relay {
   Actions agentConnected();
   Actions agentGone();
   // Another agent takes the place of the one before, whose questions are forgotten, and what it
-  // left at the guest's cards is removed. `names`: what it calls each card, and what the guest
-  // does.
+  // left at the guest's cards is exchanged for what this one brings. `names`: what it calls each
+  // card, and what the guest does.
   Actions adopt(Time now, std::map<std::string, std::string> names);
   Actions agentSays(Time now, Message message);
   Actions qemuSays(Time now, const std::string& text);
@@ -129,7 +129,6 @@ class Relay {
   Cards cards_;
   CommandQueue queue_;
   std::optional<Flight> flight_;
-  bool clearsUp_ = false;  // what an agent left, before anything else
   std::map<std::string, std::string> standing_;
   size_t rubbish_ = 0;
   Actions out_;

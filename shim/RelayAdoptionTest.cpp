@@ -40,19 +40,137 @@ TEST(RelayAdoption, GreetsTheNewAgentAsTheFirst) {
               ElementsAre(done("enter")));
 }
 
-TEST(RelayAdoption, RemovesTheNetdevsThatTheOldAgentBound) {
+// The guest's cards are served by what the old agent attached until the new one attaches its own.
+
+const std::string letRun = R"({ "execute": "cont","id": "cont" })";
+
+class RelayAdoptionCards : public testing::Test {
+ protected:
+  // A guest that runs, with netdevs of an agent that is gone at both of its cards.
+  RelayAdoptionCards() {
+    world.begin();
+    world.attach("net0", "hostnet0");
+    world.attach("net1", "hostnet1");
+    world.ask(letRun);
+  }
+  ~RelayAdoptionCards() override {
+    EXPECT_THAT(world.qemu.stuck(), IsEmpty());
+    EXPECT_FALSE(world.qemu.hasAborted());
+    EXPECT_THAT(world.problems, IsEmpty());
+  }
+  void adopt(const std::map<std::string, std::string>& names = sameNames) {
+    world.disconnectAgent();
+    world.adopt(names);
+    world.connectAgent();
+    world.heard();
+    asked = world.qemu.asked().size();
+  }
+  // The requests to QEMU since the adoption that lower a card's line.
+  std::vector<std::string> lowered() const {
+    std::vector<std::string> found;
+    for (size_t i = asked; i < world.qemu.asked().size(); ++i)
+      if (world.qemu.asked()[i].find("\"up\":false") != std::string::npos)
+        found.push_back(world.qemu.asked()[i]);
+    return found;
+  }
+
   RelayWorld world;
-  world.begin();
+  size_t asked = 0;
+};
+
+TEST_F(RelayAdoptionCards, KeepWhatTheyHave) {
+  adopt();
+  EXPECT_EQ(world.qemu.asked().size(), asked);
+  EXPECT_THAT(world.qemu.netdevs(), Contains(Pair("hub-hostnet0", "hostnet0")));
+  EXPECT_THAT(world.qemu.netdevs(), Contains(Pair("hub-hostnet1", "hostnet1")));
+}
+
+TEST_F(RelayAdoptionCards, AreExchangedOneByOneWithTheirLinesUp) {
+  adopt();
+  EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+  EXPECT_THAT(world.qemu.netdevs(), Contains(Pair("hub-hostnet1", "hostnet1")));
+  EXPECT_THAT(world.attach("net1", "hostnet1"), Each(HasSubstr("return")));
+  world.ask(letRun);
+  EXPECT_THAT(lowered(), IsEmpty());
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+  EXPECT_TRUE(world.qemu.hasLink("net1"));
+  EXPECT_THAT(world.qemu.netdevs(),
+              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1"),
+                                   Pair("hostnet0", ""), Pair("hub-hostnet0", "hostnet0"),
+                                   Pair("hostnet1", ""), Pair("hub-hostnet1", "hostnet1")));
+}
+
+TEST_F(RelayAdoptionCards, AreExchangedForNetdevsOfOtherNames) {
+  adopt();
+  EXPECT_THAT(world.attach("net0", "other0"), Each(HasSubstr("return")));
+  EXPECT_THAT(world.attach("net1", "other1"), Each(HasSubstr("return")));
+  world.ask(letRun);
+  EXPECT_THAT(lowered(), IsEmpty());
+  EXPECT_THAT(world.qemu.netdevs(),
+              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1"),
+                                   Pair("other0", ""), Pair("hub-other0", "other0"),
+                                   Pair("other1", ""), Pair("hub-other1", "other1")));
+}
+
+TEST_F(RelayAdoptionCards, AreExchangedWhenTheirNetdevsSwapNames) {
+  adopt({{"net0", "net1"}, {"net1", "net0"}});
+  EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+  EXPECT_THAT(world.attach("net1", "hostnet1"), Each(HasSubstr("return")));
+  world.ask(letRun);
+  EXPECT_THAT(lowered(), IsEmpty());
+  EXPECT_THAT(world.qemu.asked(), Contains(HasSubstr(R"("hubid":1,"id":"hub-hostnet0")")));
+  EXPECT_EQ(world.qemu.netdevs().size(), 6U);
+}
+
+TEST_F(RelayAdoptionCards,
+       ThatTheNewAgentDoesNotAttachLoseTheirNetdevAndCarrierWhenTheGuestIsLetRun) {
+  adopt();
+  EXPECT_THAT(world.attach("net1", "hostnet1"), Each(HasSubstr("return")));
+  world.ask(letRun);
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_TRUE(world.qemu.hasLink("net1"));
+  EXPECT_THAT(world.qemu.netdevs(),
+              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1"),
+                                   Pair("hostnet1", ""), Pair("hub-hostnet1", "hostnet1")));
+}
+
+TEST_F(RelayAdoptionCards, WhoseNewNetdevIsRefusedLoseTheirCarrierWhenTheGuestIsLetRun) {
+  adopt();
+  getFd(world, "fd-hostnet0", [] {
+    Descriptors one;
+    one.push_back(Probe().given);
+    return one;
+  }());
+  world.ask(R"({"execute":"netdev_add","arguments":{"type":"tap","fd":"other","id":"hostnet0"},)"
+            R"("id":"netdev"})");
+  EXPECT_TRUE(world.qemu.hasLink("net0")) << "it might be tried again";
+  world.ask(letRun);
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_THAT(world.qemu.netdevs(), testing::Not(Contains(Key("sink-net0"))));
+  EXPECT_TRUE(world.qemu.hasLink("net1") || world.qemu.netdevs().count("hostnet1") == 0);
+}
+
+TEST_F(RelayAdoptionCards, AreServedThroughAnAgentThatEndsHalfWay) {
+  adopt();
+  world.ask(R"({"execute":"netdev_add","arguments":{"type":"tap","fd":"no","id":"hostnet0"},)"
+            R"("id":"netdev"})");
+  adopt();
+  EXPECT_THAT(world.attach("net0", "hostnet0"), Each(HasSubstr("return")));
+  EXPECT_THAT(world.attach("net1", "hostnet1"), Each(HasSubstr("return")));
+  world.ask(letRun);
+  EXPECT_THAT(lowered(), IsEmpty());
+  EXPECT_EQ(world.qemu.netdevs().size(), 6U) << "and no sink";
+}
+
+TEST_F(RelayAdoptionCards, CanBeDetachedAsAlways) {
+  adopt();
   world.attach("net0", "hostnet0");
   world.attach("net1", "hostnet1");
-  world.disconnectAgent();
-  world.adopt(sameNames);
-  EXPECT_THAT(world.qemu.netdevs(),
-              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1")));
+  world.ask(letRun);
+  EXPECT_THAT(world.detach("hostnet0"),
+              ElementsAre(done("setlink"), HasSubstr("closefd"), done("netdev")));
   EXPECT_FALSE(world.qemu.hasLink("net0"));
-  EXPECT_FALSE(world.qemu.hasLink("net1"));
-  EXPECT_THAT(world.problems, IsEmpty());
-  EXPECT_THAT(world.qemu.asked(), testing::Not(Contains(HasSubstr("closefd"))));
+  EXPECT_EQ(world.qemu.netdevs().count("hostnet0"), 0U);
 }
 
 TEST(RelayAdoption, RemovesANetdevThatWasNotBoundYet) {
@@ -217,7 +335,9 @@ TEST(RelayAdoption, CanComeAgainAndAgain) {
     world.connectAgent();
     world.heard();
   }
-  EXPECT_EQ(world.qemu.netdevs().size(), 2U);
+  EXPECT_THAT(world.qemu.netdevs(),
+              UnorderedElementsAre(Pair("hub-net0", "net0"), Pair("hub-net1", "net1"),
+                                   Pair("hostnet0", ""), Pair("hub-hostnet0", "hostnet0")));
   EXPECT_THAT(world.problems, IsEmpty());
 }
 

@@ -30,9 +30,9 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             fortune.effects.push_back("ask " + vm.str());
                             return !deaf.contains(vm);
                           },
-                      .takeUp =
+                      .tookUp =
                           [this](const rt::String& vm) {
-                            fortune.effects.push_back("take up " + vm.str());
+                            fortune.effects.push_back("took up " + vm.str());
                           },
                       .stopPatience = stopPatience,
                       .note = {}},

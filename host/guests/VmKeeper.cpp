@@ -184,10 +184,11 @@ bool VmKeeper::apply(Step step) {
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
   if (step != Step::none) startedWith_ = nullptr;
-  if (step == Step::switchOn && std::exchange(adoptable_, false)) tools_.takeUp(name_);
+  const bool takesUp = step == Step::switchOn && std::exchange(adoptable_, false);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
   thrown.run([&] { writeRecord(step); });
+  if (takesUp) thrown.run([&] { tools_.tookUp(name_); });
   // A new disk image has the agent start what it could not start before, whatever the step.
   const bool goesOn = !wasOn && facts().statusEnabled;
   if (goesOn) startedWith_ = wanted_;

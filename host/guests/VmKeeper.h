@@ -28,8 +28,9 @@ struct KeeperTools {
   std::function<rt::String(const rt::String& vm)> lastError;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
-  // The VM's start is about to take up the guest that an earlier daemon left.
-  std::function<void(const rt::String& vm)> takeUp;
+  // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
+  // when the agent's turn comes next.
+  std::function<void(const rt::String& vm)> tookUp;
   rt::Seconds stopPatience;  // how long that may take; 0: nobody is asked
   // That VM's keeper has something to do.
   std::function<void(const rt::String&)> note;

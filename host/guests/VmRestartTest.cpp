@@ -38,14 +38,14 @@ TEST(VmRestart, IsOffWaitOn) {
   EXPECT_EQ(restartsOf(world, "web1"), 1U);
 }
 
-TEST(VmTakeUp, IsToldJustBeforeTheStartAndOnce) {
+TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
   world.rowIs("web1", on);
-  EXPECT_THAT(world.fortune.take(), ElementsAre("take up web1", "start web1"));
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
   world.end("web1");
   world.restartIs("web1", 1);
-  EXPECT_THAT(world.fortune.take(), testing::Not(testing::Contains("take up web1")));
+  EXPECT_THAT(world.fortune.take(), testing::Not(testing::Contains("took up web1")));
 }
 
 TEST(VmTakeUp, IsNoneOfAGuestThatIsToEndAfterAll) {

@@ -1,5 +1,8 @@
 #include "shim/fakes/FakeQemu.h"
 
+#include <algorithm>
+#include <regex>
+
 #include "shim/Arguments.h"
 
 namespace shim::fakes {
@@ -17,8 +20,11 @@ std::string error(const std::string& kind, const std::string& words) {
 
 }  // namespace
 
-FakeQemu::FakeQemu(const std::vector<std::string>& cards) : cards_(cards.begin(), cards.end()) {
-  for (const std::string& card : cards) netdevs_[hubPortId(card)] = card;
+FakeQemu::FakeQemu(const std::vector<std::string>& cards) {
+  for (const std::string& card : cards) {
+    hubs_.emplace(card, std::to_string(hubs_.size()));
+    netdevs_[hubPortId(card)] = card;
+  }
 }
 
 std::string FakeQemu::greeting() {
@@ -46,6 +52,7 @@ void FakeQemu::answer(Message message) {
   if (!request || aborted_ || quit_) return;
   const std::string refusal = answerTo(*request, message);
   if (aborted_) return;
+  letGuestSend();
   std::string value = "{}";
   if (request->execute == "query-status")
     value = R"({"status": "running", "singlestep": false, "running": true})";
@@ -70,9 +77,10 @@ std::string FakeQemu::answerTo(const qmp::Request& request, Message& message) {
     return error("GenericError",
                  "File descriptor named '" + textOf(request, "fdname") + "' not found");
   if (request.execute == "quit") quit_ = true;
+  if (request.execute == "cont") guestRuns_ = true;
   if (request.execute != "set_link") return {};
   const std::string name = textOf(request, "name");
-  if (netdevs_.count(name) == 0 && cards_.count(name) == 0)
+  if (netdevs_.count(name) == 0 && hubs_.count(name) == 0)
     return error("DeviceNotFound", "Device '" + name + "' not found");
   if (request.up)
     down_.erase(name);
@@ -92,16 +100,33 @@ std::string FakeQemu::netdevAdd(const qmp::Request& request) {
     return {};
   }
   const std::string peer = textOf(request, "netdev");
-  if (netdevs_.count(peer) == 0) return error("GenericError", "netdev '" + peer + "' not found");
-  for (const auto& [port, connected] : netdevs_) aborted_ = aborted_ || connected == peer;
-  if (!aborted_) netdevs_[id] = peer;
+  static const std::regex hub(R"("hubid":(\d+))");
+  if (!peer.empty()) {
+    if (netdevs_.count(peer) == 0) return error("GenericError", "netdev '" + peer + "' not found");
+    for (const auto& [port, connected] : netdevs_) aborted_ = aborted_ || connected == peer;
+  }
+  if (aborted_) return {};
+  netdevs_[id] = peer;
+  std::smatch found;
+  if (std::regex_search(request.arguments, found, hub)) hubByPort_[id] = found[1];
   return {};
 }
 
 std::string FakeQemu::netdevDel(const qmp::Request& request) {
   const std::string id = textOf(request, "id");
   if (netdevs_.erase(id) == 0) return error("DeviceNotFound", "Device '" + id + "' not found");
+  hubByPort_.erase(id);
   return {};
+}
+
+// A hub with another port takes what a card sends: it has somebody to pass it to, or to nobody.
+void FakeQemu::letGuestSend() {
+  if (!guestRuns_) return;
+  for (const auto& [card, hub] : hubs_) {
+    const bool isTaken = std::any_of(hubByPort_.begin(), hubByPort_.end(),
+                                     [&](const auto& port) { return port.second == hub; });
+    if (hasLink(card) && !isTaken) stuck_.insert(card);
+  }
 }
 
 std::string FakeQemu::getfd(const qmp::Request& request, Message& message) {

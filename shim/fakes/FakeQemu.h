@@ -34,6 +34,8 @@ class FakeQemu {
   const std::vector<std::string>& asked() const { return asked_; }
   // The netdevs that it has, hub ports among them: what each is connected to.
   const std::map<std::string, std::string>& netdevs() const { return netdevs_; }
+  // Cards whose guest sent, as one that runs always may, when nobody took it: they are stuck.
+  const std::set<std::string>& stuck() const { return stuck_; }
   // Whether the guest sees a carrier.
   bool hasLink(const std::string& name) const { return down_.count(name) == 0; }
   // A second hub port to one netdev ends QEMU.
@@ -51,13 +53,17 @@ class FakeQemu {
   std::string answerTo(const qmp::Request& request, Message& message);
   std::string netdevAdd(const qmp::Request& request);
   std::string netdevDel(const qmp::Request& request);
+  void letGuestSend();
   std::string getfd(const qmp::Request& request, Message& message);
 
   bool stopped_ = false;
   bool aborted_ = false;
   bool quit_ = false;
-  std::set<std::string> cards_;
+  bool guestRuns_ = false;
+  std::map<std::string, std::string> hubs_;  // of cards
   std::map<std::string, std::string> netdevs_;
+  std::map<std::string, std::string> hubByPort_;  // of other ports
+  std::set<std::string> stuck_;
   std::set<std::string> down_;
   std::map<std::string, Descriptors> descriptors_;
   std::map<std::string, std::string> refusals_;
