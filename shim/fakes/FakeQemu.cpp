@@ -122,10 +122,10 @@ std::string FakeQemu::netdevDel(const qmp::Request& request) {
 // A hub with another port takes what a card sends: it has somebody to pass it to, or to nobody.
 void FakeQemu::letGuestSend() {
   if (!guestRuns_) return;
-  for (const auto& [card, hub] : hubs_) {
+  for (const auto& card : hubs_) {
     const bool isTaken = std::any_of(hubByPort_.begin(), hubByPort_.end(),
-                                     [&](const auto& port) { return port.second == hub; });
-    if (hasLink(card) && !isTaken) stuck_.insert(card);
+                                     [&](const auto& port) { return port.second == card.second; });
+    if (hasLink(card.first) && !isTaken) stuck_.insert(card.first);
   }
 }
 

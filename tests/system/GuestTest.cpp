@@ -7,7 +7,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <random>
 
 #include "tests/system/GuestFixture.h"
 #include "tests/system/PrivateMounts.h"
@@ -181,43 +180,6 @@ TEST_F(Guest, WhoseRestartWasAskedForWhileNoDaemonRanIsRestarted) {
   world.ctl({"restart", "web1"});
   start();
   EXPECT_TRUE(waitUntil([&] { return qemus().size() == 1 && qemus() != before; }));
-}
-
-TEST_F(Guest, IsOneAtMostHoweverOftenTheDaemonIsKilled) {
-  addPort("Ethernet1");
-  start();
-  addVm("web1", aCard);
-  std::mt19937 random{1};  // NOLINT(cert-msc51-cpp,cert-msc32-c): the same moments every time
-  bool on = true;
-  for (int round = 0; round < 50; ++round) {
-    switch (random() % 4) {
-      case 0:
-        on = !on;
-        world.ctl({on ? "enable" : "disable", "web1"});
-        break;
-      case 1:
-        ip("link del Ethernet1");
-        addPort("Ethernet1");
-        break;
-      case 2:
-        if (on) world.ctl({"restart", "web1"});
-        break;
-      default:
-        break;
-    }
-    waitUntil([] { return false; }, static_cast<double>(random() % 400) / 1000);
-    ASSERT_LE(qemus().size(), 1U) << "in round " << round;
-    ASSERT_EQ(world.end(SIGKILL), -SIGKILL);
-    world.start(options());
-  }
-  world.vmctl({"enable", "web1"});
-  EXPECT_TRUE(waitUntil(
-      [&] { return qemus().size() == 1 && world.hasRow("vmProcess", "web1", "running"); }, 40))
-      << world.row("vmProcess", "web1") << world.row("vmProblem", "web1") << world.log();
-  EXPECT_TRUE(hasMacvtap());
-  world.ctl({"disable", "web1", "--wait"});
-  EXPECT_THAT(qemus(), IsEmpty());
-  EXPECT_EQ(macvtaps(), "");
 }
 
 }  // namespace
