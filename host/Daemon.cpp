@@ -18,6 +18,7 @@
 #include "host/database/ConfigFeed.h"
 #include "host/database/Intents.h"
 #include "host/database/StatusFeed.h"
+#include "host/guests/EarlierGuests.h"
 #include "host/guests/GuestProblems.h"
 #include "host/guests/ShimClient.h"
 #include "host/guests/Survivors.h"
@@ -109,16 +110,6 @@ struct AgentRecords {
   Bridging::Input::Config::Ptr bridging = rt::make<Bridging::Input::Config>();
 };
 
-// Of all cards that are configured, but for some VMs'.
-std::set<rt::EthAddr> addressesOf(const VmRows& rows, const std::set<rt::String>& but) {
-  std::set<rt::EthAddr> addresses;
-  for (const auto& [name, row] : rows.rows()) {
-    if (!row.valid || but.contains(name)) continue;
-    for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
-  }
-  return addresses;
-}
-
 // What an earlier daemon put into that bridge. Which of the two forms it had is not known any more;
 // what is not there is removed already.
 std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
@@ -150,9 +141,8 @@ class Daemon::Parts {
   void startAgent();
   void startFeeds();
   void endOrphans();
-  void decideOn(const std::vector<GuestProcess>& guests);
-  void decideAnew(const rt::String& vm);
   void handleTakeUp(const rt::String& vm);
+  std::set<rt::EthAddr> ourAddresses() const;
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
@@ -185,9 +175,7 @@ class Daemon::Parts {
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
   Survivors::Ptr survivors_;
-  // Whose guests of an earlier daemon go on, and wait for their start or for a row that can be
-  // understood.
-  std::set<rt::String> untaken_;
+  std::unique_ptr<EarlierGuests> earlierGuests_;
   GuestProblems::Ptr guestProblems_;  // null: no shim
   ConfigFeed::Ptr configFeed_;
 };
@@ -252,7 +240,7 @@ void Daemon::Parts::startFeeds() {
                                      bridgeEntriesOfBefore(db_, options_.bridge));
   janitor_ = std::make_unique<Janitor>(Janitor::Tools{
       .agent = root_,
-      .ourAddresses = [this] { return addressesOf(rows_, untaken_); },
+      .ourAddresses = [this] { return ourAddresses(); },
       .taps = taps,
       .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }});
   interfaces_ =
@@ -275,6 +263,13 @@ void Daemon::Parts::startFeeds() {
                   .stopPatience = stopPatience(),
                   .note = {}},
       restartsDone_, clock);
+  earlierGuests_ = std::make_unique<EarlierGuests>(EarlierGuests::Tools{
+      .guests = guestProcesses,
+      .canBeDriven =
+          [this](const rt::String& vm) { return hasShim() && shimIsThere(options_.runDir, vm); },
+      .row = [this](const rt::String& vm) { return rows_.row(vm); },
+      .adoptableIs = [this](const rt::String& vm, bool is) { supervisor_->adoptableIs(vm, is); },
+      .end = [this](const auto& guests) { survivors_->add(guests); }});
   configFeed_ = rt::make<ConfigFeed>(
       db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
@@ -297,41 +292,23 @@ void Daemon::Parts::endOrphans() {
       stopPatience(),
       [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); },
       manager_.clock());
-  decideOn(guestProcesses());
+  earlierGuests_->decide();
 }
 
-// Of the guests that an earlier daemon left, a shim's is taken up by its VM's start, if that is
-// wanted. Where what is wanted cannot be understood it goes on, until that can be. All others end.
-// Until it is taken up a guest keeps its cards' devices, too.
-void Daemon::Parts::decideOn(const std::vector<GuestProcess>& guests) {
-  std::vector<GuestProcess> orphans;
-  for (const GuestProcess& guest : guests) {
-    const VmRow* const row = rows_.row(guest.vm);
-    const bool canBeDriven = hasShim() && shimIsThere(options_.runDir, guest.vm);
-    const bool isUnderstood = row && row->valid;
-    if (!canBeDriven || !row || (isUnderstood && !row->valid->enabled())) {
-      orphans.push_back(guest);
-      continue;
-    }
-    untaken_.insert(guest.vm);
-    if (isUnderstood) supervisor_->adoptableIs(guest.vm, true);
+// Of the cards that are configured. A guest that is to be taken up keeps its cards' devices.
+std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
+  std::set<rt::EthAddr> addresses;
+  for (const auto& [name, row] : rows_.rows()) {
+    if (!row.valid || earlierGuests_->isWaiting(name)) continue;
+    for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
-  survivors_->add(orphans);
-}
-
-// Of a VM that is to be something else than it was.
-void Daemon::Parts::decideAnew(const rt::String& vm) {
-  if (untaken_.erase(vm) == 0) return;
-  supervisor_->adoptableIs(vm, false);
-  std::vector<GuestProcess> guests = guestProcesses();
-  std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
-  decideOn(guests);
+  return addresses;
 }
 
 // A second device of a card's address could not go up beside the first. The agent makes it as soon
 // as the guest's shim has answered it, and until now the first served the guest.
 void Daemon::Parts::handleTakeUp(const rt::String& vm) {
-  untaken_.erase(vm);
+  earlierGuests_->tookUp(vm);
   janitor_->sweep();
 }
 
@@ -363,7 +340,7 @@ void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
       vms.push_back(change);
   }
   for (const rt::String& vm : rows_.apply(vms)) {
-    decideAnew(vm);
+    earlierGuests_->handleRow(vm);
     supervisor_->rowIs(vm, rows_.row(vm));
   }
   daemonStatus_->configStoreIs(reached.storeId);

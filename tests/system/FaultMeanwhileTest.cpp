@@ -90,9 +90,13 @@ TEST_F(Meanwhile, AGuestThatWaitsToBeTakenUpEndsWhenItIsNotWantedAnyMore) {
   world.start({"--stop-timeout", "0"});
   world.ctl({"disable", "web6"});
   world.ctl({"remove", "web5", "--force"});
+  world.ctl({"remove", "web4", "--force"});
+  ASSERT_EQ(world.addGuest("web4").status, 0);
   all[5] = {"web6", false};
   all[4] = {"web5", false};
+  const pid_t old = std::exchange(all[3], Expected{"web4", true}).qemu;
   EXPECT_TRUE(world.settles(all));
+  EXPECT_NE(world.qemu("web4"), old) << "it was another VM's";
 }
 
 // To a shim, a pipe that nobody reads any more is the sign of its daemon's end.
