@@ -132,7 +132,7 @@ std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
 
 class Daemon::Parts {
  public:
-  Parts(const Options& options, TraceLog& traces);
+  Parts(const Options& options, TraceLog& traces, std::function<void()> prepareStart);
   ~Parts();
   void run();
 
@@ -151,6 +151,7 @@ class Daemon::Parts {
   void turn(bool wait);
 
   const Options options_;
+  const std::function<void()> prepareStart_;
   const Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -180,8 +181,9 @@ class Daemon::Parts {
   ConfigFeed::Ptr configFeed_;
 };
 
-Daemon::Parts::Parts(const Options& options, TraceLog& traces)
+Daemon::Parts::Parts(const Options& options, TraceLog& traces, std::function<void()> prepareStart)
     : options_(options),
+      prepareStart_(std::move(prepareStart)),
       locks_(options.runDir),
       traces_(traces),
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
@@ -259,6 +261,7 @@ void Daemon::Parts::startFeeds() {
                         return firstLine(vmsDirectory() + "/" + vm + "/last-error");
                       },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
+                  .prepareStart = prepareStart_,
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(),
                   .note = {}},
@@ -376,11 +379,11 @@ void Daemon::Parts::run() {
   statusFeed_->pass();
 }
 
-Daemon::Daemon(const Options& options, TraceLog& traces) {
+Daemon::Daemon(const Options& options, TraceLog& traces, std::function<void()> prepareStart) {
   const auto operators = groupOf("vmagent");
   makeDirectory(options.stateDir, operators);
   makeDirectory(options.runDir, operators);
-  parts_ = std::make_unique<Parts>(options, traces);
+  parts_ = std::make_unique<Parts>(options, traces, std::move(prepareStart));
 }
 
 Daemon::~Daemon() = default;

@@ -1,6 +1,7 @@
 // The daemon's parts, put together.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "host/Options.h"
@@ -13,7 +14,8 @@ namespace host {
 class Daemon {
  public:
   // Takes the locks, opens the database and starts the agent on an empty configuration.
-  Daemon(const Options& options, TraceLog& traces);
+  // `prepareStart` is called before a VM is started.
+  Daemon(const Options& options, TraceLog& traces, std::function<void()> prepareStart);
   Daemon(const Daemon&) = delete;
   ~Daemon();
 

@@ -37,17 +37,20 @@ void setEnvironment(const host::Options& options) {
   for (const auto& [name, value] : values) setenv(name, value.charPtr(), 1);
 }
 
-void enterNamespaces(const host::Options& options) {
+// Null where none is wanted.
+std::unique_ptr<host::ShimMount> enterNamespaces(const host::Options& options) {
+  std::unique_ptr<host::ShimMount> mount;
   if (options.shim != "off") {
     const rt::String shim = options.shim == "auto" ? host::installedShim() : options.shim;
     if (shim.empty())
       throw rt::Exception(
           "there is no vmagent-shim beside this program; install it, or name one "
           "with --shim");
-    host::mountShim(shim);
+    mount = std::make_unique<host::ShimMount>(shim);
     setEnvironment(options);
   }
   if (host::needsPrivateDev()) host::enterPrivateDev();
+  return mount;
 }
 
 int run(const host::Options& options) {
@@ -55,8 +58,10 @@ int run(const host::Options& options) {
   host::TraceLog traces(options.traceLevels,
                         host::logsToJournal() ? host::writeJournal : host::writeTraceLine);
   try {
-    enterNamespaces(options);
-    host::Daemon daemon(options, traces);
+    const auto shim = enterNamespaces(options);
+    host::Daemon daemon(options, traces, [&] {
+      if (shim) shim->restore();
+    });
     daemon.run();
     return endedBySignal;
   } catch (const statedb::Error& error) {

@@ -30,6 +30,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             fortune.effects.push_back("ask " + vm.str());
                             return !deaf.contains(vm);
                           },
+                      .prepareStart = [this] { prepareStart(); },
                       .tookUp =
                           [this](const rt::String& vm) {
                             fortune.effects.push_back("took up " + vm.str());

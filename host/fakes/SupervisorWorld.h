@@ -43,6 +43,7 @@ class SupervisorWorld {
   Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{edge::MachineLimits{.memory = 8192}};
+  std::function<void()> prepareStart = [] {};
   const VmSupervisor::Ptr supervisor;
 
   // What the configuration says now. A put of a row that is there keeps it the same VM.

@@ -187,6 +187,7 @@ void VmKeeper::write(Step step) {
   const bool takesUp = step == Step::switchOn && std::exchange(adoptable_, false);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
+  if (step == Step::switchOn || step == Step::pulse) thrown.run(tools_.prepareStart);
   thrown.run([&] { writeRecord(step); });
   if (takesUp) thrown.run([&] { tools_.tookUp(name_); });
   // A new disk image has the agent start what it could not start before, whatever the step.

@@ -28,6 +28,8 @@ struct KeeperTools {
   std::function<rt::String(const rt::String& vm)> lastError;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
+  // The VM is about to be started. What this throws goes to who has the VM started, afterwards.
+  std::function<void()> prepareStart;
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.
   std::function<void(const rt::String& vm)> tookUp;

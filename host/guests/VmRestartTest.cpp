@@ -38,6 +38,24 @@ TEST(VmRestart, IsOffWaitOn) {
   EXPECT_EQ(restartsOf(world, "web1"), 1U);
 }
 
+TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
+  SupervisorWorld world;
+  std::vector<std::string> before;  // what had been done when a start was prepared
+  world.prepareStart = [&] { before.push_back(testing::PrintToString(world.fortune.effects)); };
+  world.rowIs("web1", on);
+  world.restartIs("web1", 1);
+  world.end("web1");
+  world.rowIs("web1", off);
+  EXPECT_THAT(before, ElementsAre("{}", R"({ "start web1", "kill web1" })"));
+}
+
+TEST(VmStart, IsTriedEvenIfItCannotBePrepared) {
+  SupervisorWorld world;
+  world.prepareStart = [] { throw rt::Exception("no mount"); };
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+}
+
 TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);

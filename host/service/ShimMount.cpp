@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "host/base/Report.h"
 #include "runtime/base/Exception.h"
 
 namespace host {
@@ -24,13 +25,6 @@ void require(bool done, const char* what) {
     throw rt::Exception(rt::String("the shim cannot be put in QEMU's place: cannot ") + what +
                         ": " + std::strerror(errno) +
                         "; run the daemon as root, or with --shim off");
-}
-
-bool sameFile(const char* a, const char* b) {
-  struct stat first {};
-  struct stat second {};
-  return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
-         first.st_ino == second.st_ino;
 }
 
 void bind(const fs::path& what, const fs::path& where) {
@@ -84,19 +78,47 @@ rt::String installedShim() {
   return {};
 }
 
-void mountShim(const rt::String& shim) {
-  if (access(shim.charPtr(), X_OK) != 0)
+ShimMount::ShimMount(const rt::String& shim) : shim_(shim) {
+  struct stat facts {};
+  if (access(shim.charPtr(), X_OK) != 0 || stat(shim.charPtr(), &facts) != 0)
     throw rt::Exception("the shim " + shim + " cannot be executed: " + std::strerror(errno) +
                         "; name another one with --shim");
+  remember(facts);
   if (access(qemuPath, X_OK) != 0)
     throw rt::Exception(rt::String("there is no QEMU at ") + qemuPath +
                         ": install the package qemu-system-x86");
-  if (sameFile(shim.charPtr(), qemuPath)) return;
+  if (stands()) return;
   require(unshare(CLONE_NEWNS) == 0, "make a mount namespace");
   require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "keep mounts private");
   makePlace(realQemuPath);
+  mountBoth();
+}
+
+void ShimMount::restore() {
+  // Where there is no QEMU now, its start says so.
+  if (stands() || access(qemuPath, X_OK) != 0) return;
+  report(rt::String(qemuPath) + " was replaced: guests that are started from now on run the new");
+  // What stands in the shim's place is the new QEMU, and in QEMU's the old one.
+  (void)umount2(realQemuPath, MNT_DETACH);
+  mountBoth();
+}
+
+bool ShimMount::stands() const {
+  struct stat facts {};
+  return stat(qemuPath, &facts) == 0 && facts.st_dev == device_ && facts.st_ino == inode_;
+}
+
+void ShimMount::mountBoth() {
   bind(qemuPath, realQemuPath);
-  bind(shim.charPtr(), qemuPath);
+  bind(shim_.charPtr(), qemuPath);
+  struct stat facts {};
+  require(stat(qemuPath, &facts) == 0, "look at it");
+  remember(facts);
+}
+
+void ShimMount::remember(const struct stat& shim) {
+  device_ = shim.st_dev;
+  inode_ = shim.st_ino;
 }
 
 }  // namespace host

@@ -1,6 +1,8 @@
 // The shim in QEMU's place.
 #pragma once
 
+#include <sys/stat.h>
+
 #include "runtime/base/String.h"
 
 namespace host {
@@ -14,8 +16,27 @@ inline constexpr const char* realQemuPath = "/usr/libexec/vmagent-qemu";
 // The shim that is installed with this program; empty when there is none.
 rt::String installedShim();
 
-// To be called before there are threads. Does nothing where the shim stands there already: a
-// service manager may have mounted it. Throws Exception, which says what is missing.
-void mountShim(const rt::String& shim);
+// Owned by main(), for the length of its run.
+class ShimMount {
+ public:
+  // To be made before there are threads. Does nothing where the shim stands there already: a
+  // service manager may have mounted it. Throws Exception, which says what is missing.
+  explicit ShimMount(const rt::String& shim);
+
+  // Before a start: mounts again what is not there any more. When QEMU's file is replaced by
+  // another, as by an upgrade of its package, the kernel takes away what is mounted on it, in all
+  // namespaces, and the agent would run QEMU itself. Throws Exception.
+  void restore();
+
+ private:
+  bool stands() const;
+  void mountBoth();
+  void remember(const struct stat& shim);
+
+  const rt::String shim_;
+  // The file that is mounted; another may have its path by now.
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+};
 
 }  // namespace host

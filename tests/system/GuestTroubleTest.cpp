@@ -1,6 +1,7 @@
 // Real guests in trouble: what ends, hangs or speaks out of turn, and what is told of it.
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -238,6 +239,41 @@ TEST_F(GuestInTrouble, WithoutAQemuIsNotPromisedByADaemonThatStarts) {
   EXPECT_THAT(ended.err, HasSubstr("there is no QEMU at /usr/bin/qemu-system-x86_64: install the "
                                    "package qemu-system-x86"));
   EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
+}
+
+// As an upgrade of its package does it: another file takes its name.
+void replaceQemu() {
+  const std::string another = std::string(Vm::fakes::qemuPath) + ".dpkg-new";
+  std::filesystem::copy_file(Vm::fakes::qemuPath, another);
+  std::filesystem::rename(another, Vm::fakes::qemuPath);
+}
+
+bool runs(pid_t process, const struct stat& program) {
+  struct stat facts {};
+  return stat(("/proc/" + std::to_string(process) + "/exe").c_str(), &facts) == 0 &&
+         facts.st_dev == program.st_dev && facts.st_ino == program.st_ino;
+}
+
+TEST_F(GuestInTrouble, WhoseQemuIsReplacedGoesOnAndTheNextIsStartedByTheNewOne) {
+  struct stat before {};
+  ASSERT_EQ(stat(Vm::fakes::qemuPath, &before), 0);
+  start();
+  bootVm("web1");
+  const auto first = world.qemus("web1");
+  ASSERT_THAT(first, SizeIs(1));
+  replaceQemu();
+  struct stat after {};
+  ASSERT_EQ(stat(Vm::fakes::qemuPath, &after), 0);
+  ASSERT_NE(before.st_ino, after.st_ino);
+  bootVm("web2");
+  expectShownRunning("web2");
+  EXPECT_TRUE(runs(world.qemus("web2").at(0), after));
+  world.ctl({"restart", "web2"});
+  EXPECT_TRUE(becomes("web2", "Running"));
+  EXPECT_EQ(world.qemus("web1"), first);
+  EXPECT_TRUE(runs(first[0], before));
+  expectEcho("web1", "still here");
+  EXPECT_THAT(world.log(), HasSubstr("/usr/bin/qemu-system-x86_64 was replaced"));
 }
 
 }  // namespace
