@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 #include "shim/Arguments.h"
@@ -53,8 +54,17 @@ void arrangeDescriptors(const Inheritance& inheritance) {
   if (close_range(firstUnusedDescriptor, ~0U, 0) != 0) giveUp("descriptors could not be closed");
 }
 
+// When memory runs out the kernel ends whom it costs least to lose. The daemon, and with it the
+// shim, may be spared by its service manager; a guest, which has the memory, may not.
+void giveUpProtection() {
+  const char* const path = "/proc/self/oom_score_adj";
+  std::ifstream current(path);
+  if (int score = 0; current >> score && score < 0) std::ofstream(path) << 0;
+}
+
 [[noreturn]] void becomeQemu(const std::string& program, const std::vector<std::string>& argv,
                              const Inheritance& inheritance, pid_t shim) {
+  giveUpProtection();
   arrangeDescriptors(inheritance);
   restoreSignals();
   // In this order: a shim that ended before the first line would not be noticed.
