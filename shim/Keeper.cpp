@@ -152,7 +152,9 @@ std::vector<pollfd> Keeper::polled() {
   const auto entry = [](int number, int events) {
     return pollfd{number, static_cast<short>(events), 0};
   };
+  constexpr size_t usual = 16;
   std::vector<pollfd> waiting;
+  waiting.reserve(usual);
   waiting.push_back(entry(signals_.number(), POLLIN));
   // One agent at a time: another waits until the one before has closed.
   waiting.push_back(entry(agent_ ? -1 : socket_->number(), POLLIN));

@@ -118,6 +118,7 @@ void Keeper::tellOfEnd() {
 }
 
 void Keeper::showProblems() {
+  if (shownProblem_.empty() && restartReasons_.empty() && relay_->standing().empty()) return;
   std::string line;
   for (const std::string& problem : status().problems) line += (line.empty() ? "" : "; ") + problem;
   for (char& c : line)

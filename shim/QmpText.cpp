@@ -2,6 +2,7 @@
 
 #include <jansson.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "runtime/base/Release.h"
@@ -53,6 +54,16 @@ std::string asQemuWrites(const json_t* value) { return textOf(value, 0); }
 // QEMU reads its monitor a byte at a time, with all else it does in between.
 std::string compact(const json_t* value) { return textOf(value, JSON_COMPACT); }
 
+// Whether the text, of an object, is a "return" as QEMU writes it and nothing else.
+constexpr std::string_view returnHead = "{\"return\": ";
+bool isAlone(const json_t* object, std::string_view text) {
+  return json_object_size(object) == 1 && text.starts_with(returnHead) && text.back() == '}';
+}
+// What it returns, as it stands there: to write it anew costs more than to read it.
+std::string inside(std::string_view text) {
+  return std::string(text.substr(returnHead.size(), text.size() - returnHead.size() - 1));
+}
+
 std::string stringOf(const json_t* value) {
   return json_is_string(value) ? std::string(json_string_value(value), json_string_length(value))
                                : std::string();
@@ -79,7 +90,8 @@ std::optional<Request> requestFrom(std::string_view text) {
   json_t* const arguments = json_object_get(root.get(), "arguments");
   Request request;
   request.execute = stringOf(json_object_get(root.get(), "execute"));
-  request.id = asQemuWrites(json_object_get(root.get(), "id"));
+  const json_t* const id = json_object_get(root.get(), "id");
+  request.id = json_is_string(id) ? quoted(stringOf(id)) : asQemuWrites(id);
   request.arguments = compact(arguments);
   request.texts = textsOf(arguments);
   request.up = json_is_true(json_object_get(arguments, "up"));
@@ -97,7 +109,7 @@ std::optional<Saying> sayingFrom(std::string_view text) {
     saying.description = stringOf(json_object_get(error, "desc"));
   } else if (const json_t* const result = json_object_get(root.get(), "return")) {
     saying.kind = Saying::Kind::result;
-    saying.value = asQemuWrites(result);
+    saying.value = isAlone(root.get(), text) ? inside(text) : asQemuWrites(result);
   } else if (json_object_get(root.get(), "QMP")) {
     saying.kind = Saying::Kind::greeting;
   } else if (!json_object_get(root.get(), "event")) {
@@ -127,6 +139,10 @@ std::string errorLine(std::string_view id, std::string_view description) {
 }
 
 std::string quoted(std::string_view text) {
+  const bool isPlain = std::all_of(text.begin(), text.end(), [](char c) {
+    return c >= ' ' && c < 0x7f && c != '"' && c != '\\';
+  });
+  if (isPlain) return std::string(1, '"').append(text).append(1, '"');
   const JsonPtr value(json_stringn(text.data(), text.size()));
   return value ? asQemuWrites(value.get()) : "\"\"";
 }

@@ -67,6 +67,15 @@ TEST(Saying, KeepsItsValueAsQemuWritesIt) {
   EXPECT_EQ(refusal->description, "no");
 }
 
+TEST(Saying, HasItsValueAsItStandsThereWhereThatIsAll) {
+  const auto value = [](const char* text) { return sayingFrom(text)->value; };
+  EXPECT_EQ(value(R"({"return": {"a": "\u00e9}"}})"), R"({"a": "\u00e9}"})");
+  EXPECT_EQ(value(R"({"return": 7})"), "7");
+  EXPECT_EQ(value(R"({"return":{"a":1}})"), R"({"a": 1})") << "not as QEMU writes";
+  EXPECT_EQ(value(R"({"return": {"a": 1}} )"), R"({"a": 1})");
+  EXPECT_EQ(value(R"({"return": {}, "timestamp": 1})"), "{}");
+}
+
 TEST(Saying, IsNothingElse) {
   for (const char* const text : {"", "{}", "[]", "{\"return\"}", "\xff", R"({"execute": "a"})"})
     EXPECT_FALSE(sayingFrom(text)) << text;

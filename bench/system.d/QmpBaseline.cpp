@@ -4,6 +4,9 @@
 //       the other, and writes how many microseconds each took
 //   qmp_baseline poll SECONDS APART SOCKET...   asks each every SECONDS, the first time APART
 //       milliseconds after the one before, until it is killed
+//   qmp_baseline relay LISTEN CONNECT     stands between one client and that server, and passes on
+//       what comes, as it comes: what it costs that somebody stands there at all
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -45,12 +48,17 @@ void readUntil(int socket, std::string_view text) {
   }
 }
 
-int session(const char* path) {
+int socketAt(const char* path, int (*take)(int, const sockaddr*, socklen_t)) {
   const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail(path);
+  if (take(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) fail(path);
+  return socket;
+}
+
+int session(const char* path) {
+  const int socket = socketAt(path, connect);
   readUntil(socket, "\"QMP\"");
   writeAll(socket, "{\"execute\":\"qmp_capabilities\",\"id\":\"enter\"}\n");
   readUntil(socket, "\"return\"");
@@ -109,6 +117,23 @@ int poll(Clock::duration interval, Clock::duration apart, const std::vector<cons
   }
 }
 
+int relay(const char* listening, const char* server) {
+  const int listener = socketAt(listening, bind);
+  if (listen(listener, 1) != 0) fail("listen");
+  const int client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  pollfd ends[] = {{client, POLLIN, 0}, {socketAt(server, connect), POLLIN, 0}};
+  char bytes[16384];
+  while (true) {
+    if (::poll(ends, 2, -1) < 0) fail("poll");
+    for (size_t i = 0; i < 2; ++i) {
+      if (ends[i].revents == 0) continue;
+      const ssize_t count = read(ends[i].fd, bytes, sizeof bytes);
+      if (count <= 0) return 0;
+      writeAll(ends[1 - i].fd, {bytes, static_cast<size_t>(count)});
+    }
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -117,6 +142,10 @@ int main(int argc, char** argv) {
   if (verb == "poll" && argc > 4)
     return poll(std::chrono::seconds(std::atoi(argv[2])),
                 std::chrono::milliseconds(std::atoi(argv[3])), {argv + 4, argv + argc});
-  std::fputs("Usage: qmp_baseline trips SOCKET REQUEST | poll SECONDS APART SOCKET...\n", stderr);
+  if (verb == "relay") return relay(argv[2], argv[3]);
+  std::fputs(
+      "Usage: qmp_baseline trips SOCKET REQUEST | poll SECONDS APART SOCKET... | "
+      "relay LISTEN CONNECT\n",
+      stderr);
   return 2;
 }

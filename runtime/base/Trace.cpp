@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <ctime>
 
 namespace rt {
 
@@ -45,13 +44,17 @@ TraceSink* traceSink() { return currentSink.load(); }
 void traceSinkIs(TraceSink* sink) { currentSink.store(sink); }
 
 String traceLine(const TraceRecord& record, int64_t microseconds) {
-  const std::time_t seconds = microseconds / 1'000'000;
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  char time[32];
-  std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S", &utc);
-  String line = format("%s.%06dZ %u %s:%u ", time, static_cast<int>(microseconds % 1'000'000),
-                       record.level, record.file, record.line);
+  using namespace std::chrono;
+  const sys_time<std::chrono::microseconds> when{std::chrono::microseconds(microseconds)};
+  const auto day = floor<days>(when);
+  const year_month_day date(day);
+  const hh_mm_ss time(when - day);
+  String line =
+      format("%04d-%02u-%02uT%02d:%02d:%02d.%06dZ %u %s:%u ", static_cast<int>(date.year()),
+             static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+             static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+             static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()),
+             record.level, record.file, record.line);
   for (const char c : record.message) {
     const auto byte = static_cast<unsigned char>(c);
     if (c == '\n')
