@@ -239,7 +239,7 @@ void Daemon::Parts::startFeeds() {
   fdbStatus_ = rt::make<FdbStatus>(records_.bridging, hostStatus_);
   if (!options_.bridge.empty())
     bridgeFdb_ = rt::make<BridgeFdb>(options_.bridge, kernelBridges(), hostStatus_, records_.kernel,
-                                     bridgeEntriesOfBefore(db_, options_.bridge));
+                                     bridgeEntriesOfBefore(db_, options_.bridge), clock);
   janitor_ = std::make_unique<Janitor>(Janitor::Tools{
       .agent = root_,
       .ourAddresses = [this] { return ourAddresses(); },

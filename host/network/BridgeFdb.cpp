@@ -1,5 +1,8 @@
 #include "host/network/BridgeFdb.h"
 
+#include <utility>
+
+#include "host/base/Report.h"
 #include "runtime/base/Text.h"
 
 namespace host {
@@ -15,12 +18,13 @@ std::optional<BridgeEntry> bridgeEntryFromKey(std::string_view key) {
 
 BridgeFdb::BridgeFdb(rt::String bridge, std::unique_ptr<BridgeKernel> kernel,
                      HostStatus::Ptr status, KernelNetInfo::Status::PtrConst devices,
-                     std::set<BridgeEntry> leftover)
+                     std::set<BridgeEntry> leftover, rt::Clock::Ptr clock)
     : name_(std::move(bridge)),
       kernel_(std::move(kernel)),
       ours_(std::move(leftover)),
       status_(*this, std::move(status)),
-      devices_(*this, std::move(devices)) {
+      devices_(*this, std::move(devices)),
+      clock_(*this, std::move(clock)) {
   handleInitialized();
 }
 
@@ -54,6 +58,8 @@ void BridgeFdb::pass() {
     for (const auto& [entry, keys] : wanted(/*filtersVlans=*/true)) show(keys, false);
   }
   changed_ = false;
+  if (bridge && !status_->fdbEntries().empty())
+    clock_.timeMinIs(clock_.notifier()->now() + interval);
 }
 
 void BridgeFdb::apply(const Bridge& bridge) {
@@ -66,12 +72,23 @@ void BridgeFdb::apply(const Bridge& bridge) {
     kernel_->remove(bridge, *own);
     own = ours_.erase(own);
   }
+  std::erase_if(failures_, [&](const auto& failed) { return !entries.contains(failed.first); });
   for (const auto& [entry, keys] : entries) {
-    // What we have is added again: it is there then, or somebody had removed it.
-    const auto added = kernel_->add(bridge, entry);
-    if (added == BridgeKernel::Added::done) ours_.insert(entry);
-    show(keys, ours_.contains(entry));
+    add(bridge, entry);
+    show(keys, ours_.contains(entry) && !failures_.contains(entry));
   }
+}
+
+// What we have is added again: it is there then, or somebody had removed it.
+void BridgeFdb::add(const Bridge& bridge, const BridgeEntry& entry) {
+  const auto [added, failure] = kernel_->add(bridge, entry);
+  if (added == BridgeKernel::Added::done) ours_.insert(entry);
+  if (added != BridgeKernel::Added::failed) {
+    failures_.erase(entry);
+    return;
+  }
+  // It stays ours: a bridge that loses a VLAN keeps its entries, of no use until it has it again.
+  if (std::exchange(failures_[entry], failure) != failure) report(failure);
 }
 
 void BridgeFdb::show(const std::set<rt::String>& keys, bool applied) {

@@ -9,6 +9,7 @@
 
 #include "host/base/HostStatus.h"
 #include "runtime/entity/Reactor.h"
+#include "runtime/loop/Clock.h"
 #include "runtime/net/EthAddr.h"
 #include "runtime/records/KernelNetInfo.h"
 
@@ -34,15 +35,19 @@ struct Bridge {
 class BridgeKernel {
  public:
   enum class Added : uint8_t { done, wasThere, failed };
+  struct Answer {
+    Added added = Added::done;
+    rt::String failure;  // why not; empty when it did not fail
+  };
 
   virtual ~BridgeKernel() = default;
   // Nothing when there is no such bridge.
   virtual std::optional<Bridge> bridge(const rt::String& name) = 0;
-  virtual Added add(const Bridge& bridge, const BridgeEntry& entry) = 0;
-  // One that is not there is removed already.
+  virtual Answer add(const Bridge& bridge, const BridgeEntry& entry) = 0;
+  // One that is not there is removed already. A failure is reported there.
   virtual void remove(const Bridge& bridge, const BridgeEntry& entry) = 0;
 };
-// Over rtnetlink. Failures are reported there.
+// Over rtnetlink.
 std::unique_ptr<BridgeKernel> kernelBridges();
 
 // Keeps the bridge's entries as the host's fdb records say: adds what is missing, removes what is
@@ -53,11 +58,18 @@ std::unique_ptr<BridgeKernel> kernelBridges();
 //   none             | nothing
 //   the one known    | applies the difference
 //   another one      | applies all anew: the kernel dropped what the old one had
+//
+// An entry may be removed by somebody, or be refused for a VLAN that the bridge gets later, and
+// nobody tells. So while any are wanted, all are applied again every few seconds. A failure is
+// reported once.
 class BridgeFdb final : public rt::StateMachineOf<BridgeFdb> {
  public:
+  static constexpr rt::Seconds interval{5};
+
   // `leftover`: what an earlier daemon had applied to the bridge of that name.
   BridgeFdb(rt::String bridge, std::unique_ptr<BridgeKernel> kernel, HostStatus::Ptr status,
-            KernelNetInfo::Status::PtrConst devices, std::set<BridgeEntry> leftover);
+            KernelNetInfo::Status::PtrConst devices, std::set<BridgeEntry> leftover,
+            rt::Clock::Ptr clock);
 
   // Once a pass of the loop.
   void pass();
@@ -72,18 +84,21 @@ class BridgeFdb final : public rt::StateMachineOf<BridgeFdb> {
   void noteDevice(const KernelNetInfo::InterfaceKey& /*key*/) { note(); }
   std::map<BridgeEntry, std::set<rt::String>> wanted(bool filtersVlans) const;
   void apply(const Bridge& bridge);
+  void add(const Bridge& bridge, const BridgeEntry& entry);
   void show(const std::set<rt::String>& keys, bool applied);
 
   const rt::String name_;
   const std::unique_ptr<BridgeKernel> kernel_;
-  uint32_t ifIndex_ = 0;        // of the bridge that `ours_` are in; 0: of none yet
-  std::set<BridgeEntry> ours_;  // what we added
+  uint32_t ifIndex_ = 0;                        // of the bridge that `ours_` are in; 0: of none yet
+  std::set<BridgeEntry> ours_;                  // what we added
+  std::map<BridgeEntry, rt::String> failures_;  // that were reported
   bool changed_ = true;
 
   rt::Reactor<BridgeFdb, HostStatus, rt::On<&HostStatus::fdb, &BridgeFdb::noteKey>> status_;
   rt::Reactor<BridgeFdb, const KernelNetInfo::Status,
               rt::On<&KernelNetInfo::Status::interface, &BridgeFdb::noteDevice>>
       devices_;
+  rt::ClockReactor<BridgeFdb, &BridgeFdb::note> clock_;
 };
 
 // The entry that a record's key "VLAN/MAC" stands for; nothing for other text.

@@ -4,10 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "host/network/BridgeFdb.h"
+#include "runtime/fakes/ManualClock.h"
+#include "runtime/fakes/TraceRecorder.h"
 
 namespace host {
 namespace {
 
+using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
@@ -19,6 +23,7 @@ rt::EthAddr mac(int last) {
 struct FakeBridge {
   std::optional<Bridge> bridge = Bridge{7, false};
   std::set<BridgeEntry> entries;
+  std::set<uint16_t> missingVlans;
   int requests = 0;
 };
 
@@ -28,9 +33,10 @@ class FakeKernel final : public BridgeKernel {
   std::optional<Bridge> bridge(const rt::String& name) override {
     return name == "br0" ? fake_.bridge : std::nullopt;
   }
-  Added add(const Bridge&, const BridgeEntry& entry) override {
+  Answer add(const Bridge&, const BridgeEntry& entry) override {
     ++fake_.requests;
-    return fake_.entries.insert(entry).second ? Added::done : Added::wasThere;
+    if (fake_.missingVlans.contains(entry.vlan)) return {Added::failed, "no such VLAN"};
+    return {fake_.entries.insert(entry).second ? Added::done : Added::wasThere, {}};
   }
   void remove(const Bridge&, const BridgeEntry& entry) override {
     ++fake_.requests;
@@ -45,7 +51,12 @@ class BridgeFdbTest : public testing::Test {
  protected:
   void start(std::set<BridgeEntry> leftover = {}) {
     fdb = rt::make<BridgeFdb>("br0", std::make_unique<FakeKernel>(kernel), status, devices,
-                              std::move(leftover));
+                              std::move(leftover), clock);
+    fdb->pass();
+  }
+  void advance(rt::Seconds time) {
+    clock->nowIs(clock->now() + time);
+    clock->pass([] { return false; });
     fdb->pass();
   }
   // The kernel has another device of that name.
@@ -59,6 +70,8 @@ class BridgeFdbTest : public testing::Test {
   FakeBridge kernel;
   const HostStatus::Ptr status = rt::make<HostStatus>();
   const KernelNetInfo::Status::Ptr devices = rt::make<KernelNetInfo::Status>();
+  const rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
+  rt::fakes::TraceRecorder traces;
   BridgeFdb::Ptr fdb;
 };
 
@@ -137,12 +150,71 @@ TEST_F(BridgeFdbTest, PutsBackWhatSomebodyRemoved) {
   EXPECT_EQ(kernel.entries.size(), 2U);
 }
 
+TEST_F(BridgeFdbTest, PutsBackWhatSomebodyRemovedWithinFiveSecondsThoughNothingElseChanged) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  for (int i = 0; i < 2; ++i) {
+    kernel.entries.clear();
+    advance(rt::Seconds(4.9));
+    EXPECT_THAT(kernel.entries, IsEmpty());
+    advance(rt::Seconds(0.2));
+    EXPECT_EQ(kernel.entries.size(), 1U);
+  }
+}
+
+TEST_F(BridgeFdbTest, TriesAgainWhatWasRefusedAndSaysWhyOnce) {
+  kernel.bridge->filtersVlans = true;
+  kernel.missingVlans = {100};
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  for (int i = 0; i < 3; ++i) advance(BridgeFdb::interval);
+  EXPECT_THAT(traces.take(1), ElementsAre(HasSubstr("no such VLAN")));
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "");
+  kernel.missingVlans.clear();
+  advance(BridgeFdb::interval);
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 100}));
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
+}
+
+TEST_F(BridgeFdbTest, HasItsPlaceAgainWhenAVlanThatWasTakenAwayIsBack) {
+  kernel.bridge->filtersVlans = true;
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  kernel.missingVlans = {100};  // the kernel keeps the entry
+  advance(BridgeFdb::interval);
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "");
+  kernel.missingVlans.clear();
+  advance(BridgeFdb::interval);
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
+}
+
+TEST_F(BridgeFdbTest, AppliesAllAnewToABridgeThatFiltersVlansFromNowOn) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  kernel.bridge->filtersVlans = true;
+  advance(BridgeFdb::interval);
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 100}));
+}
+
 TEST_F(BridgeFdbTest, AsksNothingOfTheKernelWhenNothingChanged) {
   status->fdbIs("100/52:54:00:00:00:01");
   start();
   const int before = kernel.requests;
   fdb->pass();
   EXPECT_EQ(kernel.requests, before);
+}
+
+TEST_F(BridgeFdbTest, SleepsWhenNothingIsWanted) {
+  start();
+  advance(rt::Seconds(0));  // each clock's first pass wakes all
+  EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
+  status->fdbIs("100/52:54:00:00:00:01");
+  fdb->pass();
+  EXPECT_LT(clock->nextWakeUpTime(), rt::Seconds::infinity());
+  status->fdbDel("100/52:54:00:00:00:01");
+  fdb->pass();
+  advance(BridgeFdb::interval);
+  EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
 }
 
 TEST(BridgeEntryFromKey, ReadsAVlanAndAnAddress) {

@@ -33,14 +33,13 @@ class NetlinkBridges final : public BridgeKernel {
     return Bridge{ifIndex, filtering != 0};
   }
 
-  Added add(const Bridge& bridge, const BridgeEntry& entry) override {
+  Answer add(const Bridge& bridge, const BridgeEntry& entry) override {
     const int result = send(bridge, entry, [](nl_sock* socket, rtnl_neigh* neighbour) {
       return rtnl_neigh_add(socket, neighbour, NLM_F_CREATE | NLM_F_EXCL);
     });
-    if (result == -NLE_EXIST) return Added::wasThere;
-    if (result >= 0) return Added::done;
-    fail("cannot be added", entry, result);
-    return Added::failed;
+    if (result == -NLE_EXIST) return {Added::wasThere, {}};
+    if (result >= 0) return {Added::done, {}};
+    return {Added::failed, failure("cannot be added", entry, result)};
   }
 
   void remove(const Bridge& bridge, const BridgeEntry& entry) override {
@@ -49,7 +48,7 @@ class NetlinkBridges final : public BridgeKernel {
     });
     // A bridge without that VLAN has no such entry either.
     const bool isGone = result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL;
-    if (result < 0 && !isGone) fail("cannot be removed", entry, result);
+    if (result < 0 && !isGone) report(failure("cannot be removed", entry, result));
   }
 
  private:
@@ -74,9 +73,9 @@ class NetlinkBridges final : public BridgeKernel {
     return request(socket.get(), neighbour.get());
   }
 
-  static void fail(const char* what, const BridgeEntry& entry, int result) {
-    report("the static entry of " + rt::toText(entry.mac) + " in VLAN " + rt::toText(entry.vlan) +
-           " " + what + ": " + nl_geterror(result));
+  static rt::String failure(const char* what, const BridgeEntry& entry, int result) {
+    return "the static entry of " + rt::toText(entry.mac) + " in VLAN " + rt::toText(entry.vlan) +
+           " " + what + ": " + nl_geterror(result);
   }
 };
 

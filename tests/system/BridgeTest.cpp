@@ -134,9 +134,9 @@ TEST_F(Bridged, AnEntryStopsTheFloodingAndItsRemovalBringsItBack) {
   ASSERT_TRUE(bridge);
   const BridgeEntry entry{*rt::EthAddr::fromText("52:54:00:12:34:56"), 0};
   EXPECT_EQ(flooded(guestMac), sent);
-  EXPECT_EQ(kernel->add(*bridge, entry), BridgeKernel::Added::done);
+  EXPECT_EQ(kernel->add(*bridge, entry).added, BridgeKernel::Added::done);
   EXPECT_EQ(flooded(guestMac), 0);
-  EXPECT_EQ(kernel->add(*bridge, entry), BridgeKernel::Added::wasThere);
+  EXPECT_EQ(kernel->add(*bridge, entry).added, BridgeKernel::Added::wasThere);
   kernel->remove(*bridge, entry);
   EXPECT_EQ(flooded(guestMac), sent);
   kernel->remove(*bridge, entry);  // has no harm
@@ -173,7 +173,7 @@ TEST_F(BridgedWithVlans, AnEntryStopsTheFloodingInItsVlanOnly) {
   ASSERT_TRUE(bridge->filtersVlans);
   const BridgeEntry entry{*rt::EthAddr::fromText("52:54:00:12:34:56"), ours};
   EXPECT_EQ(flooded(guestMac, ours), sent);
-  EXPECT_EQ(kernel->add(*bridge, entry), BridgeKernel::Added::done);
+  EXPECT_EQ(kernel->add(*bridge, entry).added, BridgeKernel::Added::done);
   EXPECT_EQ(flooded(guestMac, ours), 0);
   EXPECT_EQ(flooded(guestMac, another), sent);
   kernel->remove(*bridge, entry);
@@ -186,7 +186,7 @@ TEST_F(BridgedWithVlans, AnEntryOfAVlanThatTheBridgeDoesNotHaveIsRefusedAndItsRe
   ASSERT_TRUE(bridge);
   constexpr uint16_t missing = 300;
   const BridgeEntry entry{*rt::EthAddr::fromText("52:54:00:12:34:56"), missing};
-  EXPECT_EQ(kernel->add(*bridge, entry), BridgeKernel::Added::failed);
+  EXPECT_EQ(kernel->add(*bridge, entry).added, BridgeKernel::Added::failed);
   testing::internal::CaptureStderr();
   kernel->remove(*bridge, entry);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -210,6 +210,15 @@ TEST_F(BridgedWithVlans, AGuestHasItsPlaceInTheVlanOfItsInterface) {
   EXPECT_THAT(run({"/sbin/bridge", "fdb", "show", "dev", "br0"}).out,
               HasSubstr("52:54:00:12:34:56 vlan 100"));
   EXPECT_THAT(world.ctl({"fdb", "list", "-o", "wide"}), HasSubstr("br0"));
+
+  // With its VLAN the bridge loses the entry, and refuses it until it has the VLAN again.
+  const auto hasPlace = [&] {
+    return world.hasRow("fdb", "100/52:54:00:12:34:56", R"("bridge":"br0")");
+  };
+  bridgeVlan("del vid 100 dev br0 self");
+  ASSERT_TRUE(waitUntil([&] { return !hasPlace(); })) << world.row("fdb", "100/52:54:00:12:34:56");
+  bridgeVlan("add vid 100 dev br0 self");
+  EXPECT_TRUE(waitUntil(hasPlace)) << world.log();
 
   world.ctl({"disable", "web1", "--wait"});
   EXPECT_TRUE(waitUntil([] { return flooded(guestMac, ours) == sent; }));
