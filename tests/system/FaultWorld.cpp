@@ -154,11 +154,12 @@ std::string FaultWorld::wrong(const std::vector<Expected>& all) const {
   if (linesOf(taps) != static_cast<size_t>(cards)) found += "macvtap devices: " + taps;
   if (fs::exists("/sys/class/net/br0")) {
     const std::string entries = run({"/sbin/bridge", "fdb", "show", "dev", "br0"}).out;
-    // A macvtap has its own address on the bridge, too, but not as one of the bridge's.
+    // A macvtap's own address is shown, too, but as one of the device's.
     std::istringstream lines(entries);
     size_t guestsOwn = 0;
     for (std::string line; std::getline(lines, line);)
-      if (line.starts_with("52:54:00:") && line.find(" self ") != std::string::npos) ++guestsOwn;
+      if (line.starts_with("52:54:00:") && line.find(" master br0 permanent") != std::string::npos)
+        ++guestsOwn;
     if (guestsOwn != static_cast<size_t>(cards)) found += "addresses in the bridge: " + entries;
   }
   return found;
