@@ -297,9 +297,12 @@ void Relay::expireQueue(Time now) {
   auto& waiting = queue_.commands();
   for (auto at = waiting.begin(); at != waiting.end();) {
     const bool isCard = Cards::isAbout(at->request.execute);
+    // A guest is let run however late: nobody would ask again, and what an agent left is cleared up
+    // before it.
+    const bool isKept = isCard || at->request.execute == "cont";
     const bool isOver = at->awaited && now >= at->deadline;
     if (isOver || (isCard && isStalled())) answerInsteadOfQemu(*at);
-    at = isOver && !isCard ? waiting.erase(at) : std::next(at);
+    at = isOver && !isKept ? waiting.erase(at) : std::next(at);
   }
 }
 
