@@ -50,7 +50,10 @@ void BridgeFdb::pass() {
   const auto bridge = kernel_->bridge(name_);
   const uint32_t ifIndex = bridge ? bridge->ifIndex : 0;
   // What we had in a bridge that is gone went with it.
-  if (ifIndex_ != 0 && ifIndex != ifIndex_) ours_.clear();
+  if (ifIndex_ != 0 && ifIndex != ifIndex_) {
+    ours_.clear();
+    failures_.clear();
+  }
   ifIndex_ = ifIndex;
   if (bridge) {
     apply(*bridge);
@@ -58,24 +61,20 @@ void BridgeFdb::pass() {
     for (const auto& [entry, keys] : wanted(/*filtersVlans=*/true)) show(keys, false);
   }
   changed_ = false;
-  if (bridge && !status_->fdbEntries().empty())
+  if (bridge && !(status_->fdbEntries().empty() && ours_.empty()))
     clock_.timeMinIs(clock_.notifier()->now() + interval);
 }
 
 void BridgeFdb::apply(const Bridge& bridge) {
   const auto entries = wanted(bridge.filtersVlans);
   for (auto own = ours_.begin(); own != ours_.end();) {
-    if (entries.contains(*own)) {
-      ++own;
-      continue;
-    }
-    kernel_->remove(bridge, *own);
-    own = ours_.erase(own);
+    const bool isGone = !entries.contains(*own) && kernel_->remove(bridge, *own);
+    own = isGone ? ours_.erase(own) : std::next(own);
   }
   std::erase_if(failures_, [&](const auto& failed) { return !entries.contains(failed.first); });
   for (const auto& [entry, keys] : entries) {
     add(bridge, entry);
-    show(keys, ours_.contains(entry) && !failures_.contains(entry));
+    show(keys, ours_.contains(entry));
   }
 }
 
@@ -87,7 +86,7 @@ void BridgeFdb::add(const Bridge& bridge, const BridgeEntry& entry) {
     failures_.erase(entry);
     return;
   }
-  // It stays ours: a bridge that loses a VLAN keeps its entries, of no use until it has it again.
+  // One that was ours stays it, for the bridge may have it still.
   if (std::exchange(failures_[entry], failure) != failure) report(failure);
 }
 

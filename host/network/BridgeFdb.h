@@ -44,8 +44,9 @@ class BridgeKernel {
   // Nothing when there is no such bridge.
   virtual std::optional<Bridge> bridge(const rt::String& name) = 0;
   virtual Answer add(const Bridge& bridge, const BridgeEntry& entry) = 0;
-  // One that is not there is removed already. A failure is reported there.
-  virtual void remove(const Bridge& bridge, const BridgeEntry& entry) = 0;
+  // Whether it is removed, as one that is not there is: else it must be tried again. A bridge that
+  // has lost a VLAN keeps its entries, of no use, and lets nobody at them until it has it again.
+  virtual bool remove(const Bridge& bridge, const BridgeEntry& entry) = 0;
 };
 // Over rtnetlink.
 std::unique_ptr<BridgeKernel> kernelBridges();
@@ -60,8 +61,8 @@ std::unique_ptr<BridgeKernel> kernelBridges();
 //   another one      | applies all anew: the kernel dropped what the old one had
 //
 // An entry may be removed by somebody, or be refused for a VLAN that the bridge gets later, and
-// nobody tells. So while any are wanted, all are applied again every few seconds. A failure is
-// reported once.
+// nobody tells. So while any are wanted, or wait to be removed, all are applied again every few
+// seconds. A failure is reported once.
 class BridgeFdb final : public rt::StateMachineOf<BridgeFdb> {
  public:
   static constexpr rt::Seconds interval{5};

@@ -38,9 +38,11 @@ class FakeKernel final : public BridgeKernel {
     if (fake_.missingVlans.contains(entry.vlan)) return {Added::failed, "no such VLAN"};
     return {fake_.entries.insert(entry).second ? Added::done : Added::wasThere, {}};
   }
-  void remove(const Bridge&, const BridgeEntry& entry) override {
+  bool remove(const Bridge&, const BridgeEntry& entry) override {
     ++fake_.requests;
+    if (fake_.missingVlans.contains(entry.vlan)) return false;
     fake_.entries.erase(entry);
+    return true;
   }
 
  private:
@@ -176,16 +178,23 @@ TEST_F(BridgeFdbTest, TriesAgainWhatWasRefusedAndSaysWhyOnce) {
   EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
 }
 
-TEST_F(BridgeFdbTest, HasItsPlaceAgainWhenAVlanThatWasTakenAwayIsBack) {
+TEST_F(BridgeFdbTest, KeepsAsItsOwnWhatABridgeHasOfAVlanThatWasTakenAway) {
   kernel.bridge->filtersVlans = true;
   status->fdbIs("100/52:54:00:00:00:01");
   start();
   kernel.missingVlans = {100};  // the kernel keeps the entry
   advance(BridgeFdb::interval);
-  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "");
+  EXPECT_THAT(traces.take(1), ElementsAre(HasSubstr("no such VLAN")));
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0") << "for the next daemon";
+  status->fdbDel("100/52:54:00:00:00:01");
+  fdb->pass();
+  advance(BridgeFdb::interval);
+  EXPECT_EQ(kernel.entries.size(), 1U);
   kernel.missingVlans.clear();
   advance(BridgeFdb::interval);
-  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "br0");
+  EXPECT_THAT(kernel.entries, IsEmpty()) << "nobody wants it any more";
+  advance(BridgeFdb::interval);
+  EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
 }
 
 TEST_F(BridgeFdbTest, AppliesAllAnewToABridgeThatFiltersVlansFromNowOn) {

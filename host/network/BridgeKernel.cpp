@@ -42,13 +42,14 @@ class NetlinkBridges final : public BridgeKernel {
     return {Added::failed, failure("cannot be added", entry, result)};
   }
 
-  void remove(const Bridge& bridge, const BridgeEntry& entry) override {
+  bool remove(const Bridge& bridge, const BridgeEntry& entry) override {
     const int result = send(bridge, entry, [](nl_sock* socket, rtnl_neigh* neighbour) {
       return rtnl_neigh_delete(socket, neighbour, 0);
     });
-    // A bridge without that VLAN has no such entry either.
-    const bool isGone = result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL;
-    if (result < 0 && !isGone) report(failure("cannot be removed", entry, result));
+    if (result >= 0 || result == -NLE_OBJ_NOTFOUND) return true;
+    if (result == -NLE_INVAL) return false;  // without that VLAN
+    report(failure("cannot be removed", entry, result));
+    return true;
   }
 
  private:
