@@ -142,6 +142,7 @@ class Daemon::Parts {
   void startFeeds();
   void endOrphans();
   void handleTakeUp(const rt::String& vm);
+  void handleEnd(const rt::String& vm) const;
   std::set<rt::EthAddr> ourAddresses() const;
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
@@ -260,6 +261,7 @@ void Daemon::Parts::startFeeds() {
                       [this](const rt::String& vm) {
                         return firstLine(vmsDirectory() + "/" + vm + "/last-error");
                       },
+                  .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
                   .prepareStart = prepareStart_,
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
@@ -293,7 +295,10 @@ void Daemon::Parts::endOrphans() {
   survivors_ = rt::make<Survivors>(
       std::vector<GuestProcess>{}, [this](const rt::String& vm) { return askToStop(vm); },
       stopPatience(),
-      [this](const rt::String& vm, size_t left) { supervisor_->survivorsIs(vm, left); },
+      [this](const rt::String& vm, size_t left) {
+        if (left == 0) handleEnd(vm);
+        supervisor_->survivorsIs(vm, left);
+      },
       manager_.clock());
   earlierGuests_->decide();
 }
@@ -313,6 +318,10 @@ std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
 void Daemon::Parts::handleTakeUp(const rt::String& vm) {
   earlierGuests_->tookUp(vm);
   janitor_->sweep();
+}
+
+void Daemon::Parts::handleEnd(const rt::String& vm) const {
+  if (hasShim()) removeDeadSockets(options_.runDir, vm);
 }
 
 bool Daemon::Parts::askToStop(const rt::String& vm) const {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "runtime/base/Format.h"
+#include "runtime/base/Trace.h"
 
 namespace host::fakes {
 
@@ -25,6 +26,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                         return rt::Problem{"diskImage", path, "must be a file that is there"};
                       },
                       .lastError = [this](const rt::String& vm) { return lastErrors[vm]; },
+                      .ended = [this](const rt::String& vm) { ended.push_back(vm); },
                       .askToStop =
                           [this](const rt::String& vm) {
                             fortune.effects.push_back("ask " + vm.str());
@@ -34,6 +36,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .tookUp =
                           [this](const rt::String& vm) {
                             fortune.effects.push_back("took up " + vm.str());
+                            VM_TRACE(1) << "a device is left over and is deleted";
                           },
                       .stopPatience = stopPatience,
                       .note = {}},

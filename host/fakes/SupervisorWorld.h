@@ -44,6 +44,7 @@ class SupervisorWorld {
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{edge::MachineLimits{.memory = 8192}};
   std::function<void()> prepareStart = [] {};
+  std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;
 
   // What the configuration says now. A put of a row that is there keeps it the same VM.

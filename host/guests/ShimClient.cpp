@@ -1,6 +1,7 @@
 #include "host/guests/ShimClient.h"
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -10,9 +11,12 @@ namespace host {
 
 namespace {
 
+rt::String socketOf(const rt::String& runDir, const rt::String& vm) {
+  return runDir + "/vm/" + vm + "/shim.sock";
+}
+
 // Connects without waiting; 0, or why it cannot be.
-int connectTo(int shim, const rt::String& runDir, const rt::String& vm) {
-  const rt::String path = runDir + "/vm/" + vm + "/shim.sock";
+int connectTo(int shim, const rt::String& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
@@ -30,7 +34,7 @@ bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::Str
   const int shim = unconnected();
   // It fits into any buffer, and stays there when we have gone.
   const rt::String request = R"({"stop":{"timeout":)" + timeout + "}}\n";
-  const bool asked = connectTo(shim, runDir, vm) == 0 &&
+  const bool asked = connectTo(shim, socketOf(runDir, vm)) == 0 &&
                      send(shim, request.charPtr(), request.size(), MSG_NOSIGNAL) ==
                          static_cast<ssize_t>(request.size());
   close(shim);
@@ -39,9 +43,21 @@ bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::Str
 
 bool shimIsThere(const rt::String& runDir, const rt::String& vm) {
   const int shim = unconnected();
-  const int error = connectTo(shim, runDir, vm);
+  const int error = connectTo(shim, socketOf(runDir, vm));
   close(shim);
   return error == 0 || error == EAGAIN;  // so many wait already
+}
+
+void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
+  const rt::String paths[] = {socketOf(runDir, vm), runDir + "/vm/" + vm + "/console.sock",
+                              "/var/run/" + vm + ".monitor"};
+  for (const rt::String& path : paths) {
+    struct stat facts {};
+    if (lstat(path.charPtr(), &facts) != 0 || !S_ISSOCK(facts.st_mode)) continue;
+    const int client = unconnected();
+    if (connectTo(client, path) == ECONNREFUSED) (void)unlink(path.charPtr());
+    close(client);
+  }
 }
 
 }  // namespace host

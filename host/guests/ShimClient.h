@@ -13,4 +13,8 @@ bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::Str
 // Whether somebody listens where the shim of that VM should; one that stands still does.
 bool shimIsThere(const rt::String& runDir, const rt::String& vm);
 
+// Of a VM without a process: removes the sockets that a shim left which was killed. One that
+// somebody listens at, or that is no socket, stays.
+void removeDeadSockets(const rt::String& runDir, const rt::String& vm);
+
 }  // namespace host

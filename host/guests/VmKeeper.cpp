@@ -90,6 +90,7 @@ bool VmKeeper::act(rt::Seconds now) {
   if (process_.notifier() && !isAlive(*process_.notifier())) {
     tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
     process_.notifierIs(nullptr);
+    if (!hasProcess()) tools_.ended(name_);
   }
   bool acted = false;
   rt::FirstException failure;
@@ -177,6 +178,8 @@ bool VmKeeper::apply(Step step) {
   // The agent would fail as before; it is asked again when the next try is due.
   if (starts && !imageIsUsable() && step == Step::pulse) return true;
   if (step == Step::none && !changed_) return false;
+  // A VM that is switched on and was not started yet is, too, when it has another disk image.
+  if (starts || (facts().switchedOn && !facts().statusEnabled)) tools_.prepareStart();
   write(step);
   return step != Step::none;
 }
@@ -184,18 +187,18 @@ bool VmKeeper::apply(Step step) {
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
   if (step != Step::none) startedWith_ = nullptr;
-  const bool takesUp = step == Step::switchOn && std::exchange(adoptable_, false);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
-  if (step == Step::switchOn || step == Step::pulse) thrown.run(tools_.prepareStart);
   thrown.run([&] { writeRecord(step); });
-  if (takesUp) thrown.run([&] { tools_.tookUp(name_); });
   // A new disk image has the agent start what it could not start before, whatever the step.
   const bool goesOn = !wasOn && facts().statusEnabled;
   if (goesOn) startedWith_ = wanted_;
   // A VM that is off is as it should be, whatever the agent did not find on the way.
   const bool isOff = step == Step::switchOff && !facts().statusEnabled;
   const rt::String failure = isOff ? rt::String() : change.failure();
+  // What is reported from here on is no failure of the agent's.
+  if (step == Step::switchOn && std::exchange(adoptable_, false))
+    thrown.run([&] { tools_.tookUp(name_); });
   // What failed stays to be seen until a change went well; the rest of one that threw is none.
   const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
   if (step != Step::none || goesOn || wentWell || !failure.empty())

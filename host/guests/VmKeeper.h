@@ -26,9 +26,11 @@ struct KeeperTools {
   std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
   std::function<rt::String(const rt::String& vm)> lastError;
+  // The VM has no process any more.
+  std::function<void(const rt::String& vm)> ended;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
-  // The VM is about to be started. What this throws goes to who has the VM started, afterwards.
+  // The VM is about to be started. Throws when it cannot be: it is tried again then.
   std::function<void()> prepareStart;
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.

@@ -49,11 +49,28 @@ TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   EXPECT_THAT(before, ElementsAre("{}", R"({ "start web1", "kill web1" })"));
 }
 
-TEST(VmStart, IsTriedEvenIfItCannotBePrepared) {
+TEST(VmStart, WaitsUntilItCanBePrepared) {
   SupervisorWorld world;
+  world.supervisor->adoptableIs("web1", true);
   world.prepareStart = [] { throw rt::Exception("no mount"); };
   world.rowIs("web1", on);
-  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  world.advance(10);
+  EXPECT_THAT(world.fortune.take(), IsEmpty());
+  world.prepareStart = [] {};
+  world.advance(10);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
+}
+
+TEST(VmEnd, IsToldOnceWhateverItCameOf) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.ended, IsEmpty());
+  world.end("web1");
+  EXPECT_THAT(world.ended, ElementsAre("web1"));
+  world.restartIs("web1", 1);
+  world.rowIs("web1", off);
+  world.end("web1");
+  EXPECT_THAT(world.ended, ElementsAre("web1", "web1"));
 }
 
 TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
@@ -61,6 +78,7 @@ TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
   world.supervisor->adoptableIs("web1", true);
   world.rowIs("web1", on);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
+  EXPECT_EQ(world.problem("web1"), "") << "what is said of it is no failure of the start";
   world.end("web1");
   world.restartIs("web1", 1);
   EXPECT_THAT(world.fortune.take(), testing::Not(testing::Contains("took up web1")));

@@ -27,6 +27,12 @@ void require(bool done, const char* what) {
                         "; run the daemon as root, or with --shim off");
 }
 
+bool isMountPoint(const char* path) {
+  struct statx facts {};
+  return statx(AT_FDCWD, path, 0, STATX_BASIC_STATS, &facts) == 0 &&
+         (facts.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 void bind(const fs::path& what, const fs::path& where) {
   require(mount(what.c_str(), where.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0,
           "mount a file or directory");
@@ -87,7 +93,10 @@ ShimMount::ShimMount(const rt::String& shim) : shim_(shim) {
   if (access(qemuPath, X_OK) != 0)
     throw rt::Exception(rt::String("there is no QEMU at ") + qemuPath +
                         ": install the package qemu-system-x86");
-  if (stands()) return;
+  if (stands()) {
+    isMount_ = isMountPoint(qemuPath);
+    return;
+  }
   require(unshare(CLONE_NEWNS) == 0, "make a mount namespace");
   require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "keep mounts private");
   makePlace(realQemuPath);
@@ -97,10 +106,13 @@ ShimMount::ShimMount(const rt::String& shim) : shim_(shim) {
 void ShimMount::restore() {
   // Where there is no QEMU now, its start says so.
   if (stands() || access(qemuPath, X_OK) != 0) return;
-  report(rt::String(qemuPath) + " was replaced: guests that are started from now on run the new");
+  if (!isMount_)
+    throw rt::Exception(rt::String("the shim was a file at ") + qemuPath +
+                        " and is not any more; put it there again, or restart the daemon");
   // What stands in the shim's place is the new QEMU, and in QEMU's the old one.
   (void)umount2(realQemuPath, MNT_DETACH);
   mountBoth();
+  report(rt::String(qemuPath) + " was replaced: guests that are started from now on run the new");
 }
 
 bool ShimMount::stands() const {

@@ -25,7 +25,8 @@ class ShimMount {
 
   // Before a start: mounts again what is not there any more. When QEMU's file is replaced by
   // another, as by an upgrade of its package, the kernel takes away what is mounted on it, in all
-  // namespaces, and the agent would run QEMU itself. Throws Exception.
+  // namespaces, and the agent would run QEMU itself. Throws Exception when it cannot; it may be
+  // tried again.
   void restore();
 
  private:
@@ -34,6 +35,8 @@ class ShimMount {
   void remember(const struct stat& shim);
 
   const rt::String shim_;
+  // Mounts are in a namespace of ours, or in one that a service manager made for us.
+  bool isMount_ = true;
   // The file that is mounted; another may have its path by now.
   dev_t device_ = 0;
   ino_t inode_ = 0;
