@@ -5,11 +5,12 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install test coverage bench fuzz check format clean
+.PHONY: help setup build run install test soak coverage bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build with sanitizers, run all tests'
+	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make build    build for daily work, into build/dev'
 	@echo 'make bench    build with optimization and run all benchmarks, results in build/release/bench'
@@ -49,6 +50,13 @@ test: build/$(PRESET)/build.ninja
 	@cmake --build --preset $(PRESET)
 	@tools/run_tests.py --preset $(PRESET) -j $$((2 * $(JOBS)))
 	@echo 'make test: all tests passed ($(PRESET))'
+
+# With the sanitizers' build. Each run prints its seed, and what it does.
+SEED ?= 1
+soak: build/asan/build.ninja
+	@cmake --build --preset asan --target fault_test
+	@VMAGENT_SOAK_SECONDS=$(SECONDS) VMAGENT_SOAK_SEED=$(SEED) VMAGENT_REQUIRE_ALL=1 \
+	  build/asan/tests/system/fault_test --gtest_filter='Soak.*'
 
 # Fails below 95 % of the lines or 85 % of the branches; "Missing" lists the lines that were not run.
 # Why those that stay are not: docs/testing.md. Branches that only an exception takes do not count.

@@ -114,9 +114,9 @@ TEST_F(GuestInTrouble, AreFiveStartedAtOnceAndAllRun) {
   for (const char* name : names) expectNothingLeftOf(name);
 }
 
-// It stands still until its shim gives up on an answer, 4 s after it was asked, and then through six
-// polls of another VM, 5 s apart: longer than anybody's patience, the 30 s among them that a QEMU may
-// take to greet.
+// It stands still until its shim gives up on an answer, 4 s after it was asked, and then through
+// six polls of another VM, 5 s apart: longer than anybody's patience, the 30 s among them that a
+// QEMU may take to greet.
 TEST_F(GuestInTrouble, WhoseQemuHangsForHalfAMinuteKeepsItsStateAndGoesOnAndDisturbsNoOther) {
   start({"--trace", "1,8"});
   runVm("web1");
