@@ -52,10 +52,9 @@ test: build/$(PRESET)/build.ninja
 	@echo 'make test: all tests passed ($(PRESET))'
 
 # With the sanitizers' build. Each run prints its seed, and what it does.
-SEED ?= 1
 soak: build/asan/build.ninja
 	@cmake --build --preset asan --target fault_test
-	@VMAGENT_SOAK_SECONDS=$(SECONDS) VMAGENT_SOAK_SEED=$(SEED) VMAGENT_REQUIRE_ALL=1 \
+	@VMAGENT_SOAK_SECONDS=$(SECONDS) VMAGENT_SOAK_SEED=$(or $(SEED),1) VMAGENT_REQUIRE_ALL=1 \
 	  build/asan/tests/system/fault_test --gtest_filter='Soak.*'
 
 # Fails below 95 % of the lines or 85 % of the branches; "Missing" lists the lines that were not run.
