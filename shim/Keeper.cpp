@@ -125,8 +125,7 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
 int Keeper::run() {
   while (!status_) {
     std::vector<pollfd> waiting = polled();
-    if (poll(waiting.data(), waiting.size(), timeout()) < 0 && errno != EINTR)
-      throw failureOf("poll");
+    if (poller_.wait(waiting, timeout()) < 0 && errno != EINTR) throw failureOf("poll");
     handle(waiting);
     passTime();
   }
@@ -155,7 +154,6 @@ std::vector<pollfd> Keeper::polled() {
   constexpr size_t usual = 16;
   std::vector<pollfd> waiting;
   waiting.reserve(usual);
-  waiting.push_back(entry(signals_.number(), POLLIN));
   // One agent at a time: another waits until the one before has closed.
   waiting.push_back(entry(agent_ ? -1 : socket_->number(), POLLIN));
   waiting.push_back(agent_ ? entry(agent_->number(), (agent_->unsent() < mostUnsent ? POLLIN : 0) |
@@ -163,6 +161,7 @@ std::vector<pollfd> Keeper::polled() {
                            : entry(-1, 0));
   waiting.push_back(
       entry(qemu_->isClosed() ? -1 : qemu_->number(), POLLIN | (qemu_->isBlocked() ? POLLOUT : 0)));
+  waiting.push_back(entry(signals_.number(), POLLIN));
   waiting.push_back(entry(output_.number(), POLLIN));
   waiting.push_back(entry(succession_.mayBeTakenOver() ? -1 : daemon_.number(), POLLIN));
   console_->addTo(waiting);

@@ -16,6 +16,7 @@
 #include "shim/ListeningSocket.h"
 #include "shim/OutputLines.h"
 #include "shim/Parent.h"
+#include "shim/Poller.h"
 #include "shim/Relay.h"
 #include "shim/StopPlan.h"
 #include "shim/Succession.h"
@@ -45,8 +46,8 @@ class Keeper {
   int run();
 
  private:
-  // Places in what is polled.
-  enum Place : size_t { signals, listener, agent, qemu, output, daemon, console };
+  // Places in what is polled: first the busy ones.
+  enum Place : size_t { listener, agent, qemu, signals, output, daemon, console };
 
   void awaitAgent();
   void start(const Environment& environment, const CommandLine& line, const std::string& argv0);
@@ -92,6 +93,7 @@ class Keeper {
   std::unique_ptr<Relay> relay_;
   std::unique_ptr<ControlServer> control_;
   size_t controlPlace_ = 0;  // in what is polled
+  Poller poller_{Place::signals};
   StopPlan stop_;
   pid_t daemonPid_;
   Descriptor daemon_;  // its process; none when it was gone before we looked
