@@ -50,6 +50,8 @@ struct RelaySetup {
 //   stalled      | card commands get a return at once and wait; queries get an error after 4 s
 //   answers again| what waits is carried out, in order; what fails then is a problem
 //
+// A "cont" gets an error like a query, but waits on: a guest is let run however late.
+//
 // Owned by the keeper. One agent at a time; QEMU's stream is the same from start to end.
 class Relay {
  public:

@@ -47,7 +47,8 @@ class NetlinkBridges final : public BridgeKernel {
       return rtnl_neigh_delete(socket, neighbour, 0);
     });
     if (result >= 0 || result == -NLE_OBJ_NOTFOUND) return true;
-    if (result == -NLE_INVAL) return false;  // without that VLAN
+    // Without that VLAN: one that knows of VLANs may have the entry all the same.
+    if (result == -NLE_INVAL) return !bridge.filtersVlans;
     report(failure("cannot be removed", entry, result));
     return true;
   }
