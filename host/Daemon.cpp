@@ -132,7 +132,7 @@ std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
 
 class Daemon::Parts {
  public:
-  Parts(const Options& options, TraceLog& traces, std::function<void()> prepareStart);
+  Parts(const Options& options, TraceLog& traces, PrepareStart prepareStart);
   ~Parts();
   void run();
 
@@ -152,7 +152,7 @@ class Daemon::Parts {
   void turn(bool wait);
 
   const Options options_;
-  const std::function<void()> prepareStart_;
+  const PrepareStart prepareStart_;
   const Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -182,7 +182,7 @@ class Daemon::Parts {
   ConfigFeed::Ptr configFeed_;
 };
 
-Daemon::Parts::Parts(const Options& options, TraceLog& traces, std::function<void()> prepareStart)
+Daemon::Parts::Parts(const Options& options, TraceLog& traces, PrepareStart prepareStart)
     : options_(options),
       prepareStart_(std::move(prepareStart)),
       locks_(options.runDir),
@@ -388,7 +388,7 @@ void Daemon::Parts::run() {
   statusFeed_->pass();
 }
 
-Daemon::Daemon(const Options& options, TraceLog& traces, std::function<void()> prepareStart) {
+Daemon::Daemon(const Options& options, TraceLog& traces, PrepareStart prepareStart) {
   const auto operators = groupOf("vmagent");
   makeDirectory(options.stateDir, operators);
   makeDirectory(options.runDir, operators);

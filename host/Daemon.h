@@ -1,11 +1,11 @@
 // The daemon's parts, put together.
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "host/Options.h"
 #include "host/base/TraceLog.h"
+#include "host/guests/VmStart.h"
 
 namespace host {
 
@@ -15,7 +15,7 @@ class Daemon {
  public:
   // Takes the locks, opens the database and starts the agent on an empty configuration.
   // `prepareStart` is called before a VM is started.
-  Daemon(const Options& options, TraceLog& traces, std::function<void()> prepareStart);
+  Daemon(const Options& options, TraceLog& traces, PrepareStart prepareStart);
   Daemon(const Daemon&) = delete;
   ~Daemon();
 

@@ -7,10 +7,12 @@
 #include <vector>
 
 #include "host/Daemon.h"
+#include "host/service/ChildEnvironment.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/ShimMount.h"
 #include "host/service/Signals.h"
 #include "host/service/Supervision.h"
+#include "runtime/base/Text.h"
 #include "statedb/Error.h"
 
 namespace {
@@ -25,16 +27,16 @@ host::Environment environment() {
   // NOLINTEND(concurrency-mt-unsafe)
 }
 
-// Its own, for the shims that the agent starts.
-void setEnvironment(const host::Options& options) {
-  const std::pair<const char*, rt::String> values[] = {
-      {"VMAGENT_QEMU", host::realQemuPath},
-      {"VMAGENT_RUN_DIR", options.runDir},
-      {"VMAGENT_ACCEL", options.accel},
-      {"VMAGENT_VNC_LISTEN", options.vncListen},
-      {"VMAGENT_STOP_TIMEOUT", options.stopTimeout}};
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): there are no threads yet
-  for (const auto& [name, value] : values) setenv(name, value.charPtr(), 1);
+// What the shims that the agent starts are told.
+host::ChildEnvironment::Values childEnvironment(const host::Options& options) {
+  auto values = host::keptEnvironment();
+  if (options.shim == "off") return values;
+  values.insert(values.end(), {{"VMAGENT_QEMU", host::realQemuPath},
+                               {"VMAGENT_RUN_DIR", options.runDir},
+                               {"VMAGENT_ACCEL", options.accel},
+                               {"VMAGENT_VNC_LISTEN", options.vncListen},
+                               {"VMAGENT_STOP_TIMEOUT", options.stopTimeout}});
+  return values;
 }
 
 // Null where none is wanted.
@@ -47,7 +49,6 @@ std::unique_ptr<host::ShimMount> enterNamespaces(const host::Options& options) {
           "there is no vmagent-shim beside this program; install it, or name one "
           "with --shim");
     mount = std::make_unique<host::ShimMount>(shim);
-    setEnvironment(options);
   }
   if (host::needsPrivateDev()) host::enterPrivateDev();
   return mount;
@@ -59,8 +60,10 @@ int run(const host::Options& options) {
                         host::logsToJournal() ? host::writeJournal : host::writeTraceLine);
   try {
     const auto shim = enterNamespaces(options);
-    host::Daemon daemon(options, traces, [&] {
+    host::ChildEnvironment environment(childEnvironment(options));
+    host::Daemon daemon(options, traces, [&](const host::VmStart& start) {
       if (shim) shim->restore();
+      environment.extraIs({{"VMAGENT_ROW", rt::toText(start.row)}});
     });
     daemon.run();
     return endedBySignal;

@@ -32,7 +32,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             fortune.effects.push_back("ask " + vm.str());
                             return !deaf.contains(vm);
                           },
-                      .prepareStart = [this] { prepareStart(); },
+                      .prepareStart = [this](const VmStart& start) { prepareStart(start); },
                       .tookUp =
                           [this](const rt::String& vm) {
                             fortune.effects.push_back("took up " + vm.str());

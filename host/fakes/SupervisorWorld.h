@@ -43,7 +43,7 @@ class SupervisorWorld {
   Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{edge::MachineLimits{.memory = 8192}};
-  std::function<void()> prepareStart = [] {};
+  PrepareStart prepareStart = [](const VmStart& /*start*/) {};
   std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;
 

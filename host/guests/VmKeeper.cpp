@@ -179,7 +179,8 @@ bool VmKeeper::apply(Step step) {
   if (starts && !imageIsUsable() && step == Step::pulse) return true;
   if (step == Step::none && !changed_) return false;
   // A VM that is switched on and was not started yet is, too, when it has another disk image.
-  if (starts || (facts().switchedOn && !facts().statusEnabled)) tools_.prepareStart();
+  if (starts || (facts().switchedOn && !facts().statusEnabled))
+    tools_.prepareStart({.vm = name_, .row = created_});
   write(step);
   return step != Step::none;
 }

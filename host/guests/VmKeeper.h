@@ -9,6 +9,7 @@
 #include "host/base/TraceLog.h"
 #include "host/database/VmRows.h"
 #include "host/guests/Pacing.h"
+#include "host/guests/VmStart.h"
 #include "runtime/entity/Reactor.h"
 #include "runtime/records/VmStatus.h"
 
@@ -30,8 +31,7 @@ struct KeeperTools {
   std::function<void(const rt::String& vm)> ended;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
-  // The VM is about to be started. Throws when it cannot be: it is tried again then.
-  std::function<void()> prepareStart;
+  PrepareStart prepareStart;
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.
   std::function<void(const rt::String& vm)> tookUp;

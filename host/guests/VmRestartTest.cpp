@@ -41,7 +41,9 @@ TEST(VmRestart, IsOffWaitOn) {
 TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   SupervisorWorld world;
   std::vector<std::string> before;  // what had been done when a start was prepared
-  world.prepareStart = [&] { before.push_back(testing::PrintToString(world.fortune.effects)); };
+  world.prepareStart = [&](const VmStart& /*start*/) {
+    before.push_back(testing::PrintToString(world.fortune.effects));
+  };
   world.rowIs("web1", on);
   world.restartIs("web1", 1);
   world.end("web1");
@@ -49,14 +51,23 @@ TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   EXPECT_THAT(before, ElementsAre("{}", R"({ "start web1", "kill web1" })"));
 }
 
+TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
+  SupervisorWorld world;
+  VmStart told;
+  world.prepareStart = [&](const VmStart& start) { told = start; };
+  world.rowIs("web1", on);
+  EXPECT_EQ(told.vm, "web1");
+  EXPECT_EQ(told.row, world.rows.row("web1")->created);
+}
+
 TEST(VmStart, WaitsUntilItCanBePrepared) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
-  world.prepareStart = [] { throw rt::Exception("no mount"); };
+  world.prepareStart = [](const VmStart& /*start*/) { throw rt::Exception("no mount"); };
   world.rowIs("web1", on);
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), IsEmpty());
-  world.prepareStart = [] {};
+  world.prepareStart = [](const VmStart& /*start*/) {};
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
 }

@@ -279,6 +279,20 @@ TEST_F(Daemon, NeedsAQemuPathAndNothingElseOfTheMachine) {
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "agent"); }, 30));
 }
 
+TEST_F(Daemon, GivesAGuestNothingOfItsOwnEnvironment) {
+  setenv("TOKEN_OF_AN_OPERATOR", "secret", 1);
+  world.start();
+  unsetenv("TOKEN_OF_AN_OPERATOR");
+  runVm("web1");
+  const auto guests = world.guests("web1");
+  ASSERT_THAT(guests, SizeIs(1));
+  const std::string own = contentOf("/proc/" + std::to_string(world.daemon()) + "/environ");
+  const std::string its = contentOf("/proc/" + std::to_string(guests.front()) + "/environ");
+  EXPECT_THAT(own, HasSubstr("TOKEN_OF_AN_OPERATOR"));
+  EXPECT_THAT(its, Not(HasSubstr("TOKEN_OF_AN_OPERATOR")));
+  EXPECT_THAT(its, HasSubstr("VMAGENT_ROW="));
+}
+
 TEST_F(Daemon, TellsItsServiceManagerThatItIsReadyAndAlive) {
   const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
