@@ -17,7 +17,7 @@ help:
 	@echo 'make fuzz     run each fuzzer for SECONDS=$(SECONDS)'
 	@echo 'make check    format, include directions, headers, clang build, clang-tidy'
 	@echo 'make format   format the sources in place'
-	@echo 'make setup    install the packages needed (Debian 12)'
+	@echo 'make setup    install the packages needed (Debian 12 and 13)'
 	@echo 'make clean    remove build/'
 
 setup:

@@ -1,4 +1,5 @@
 // Locked, full, read-only: what is said, and that nothing is half written.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
