@@ -61,7 +61,8 @@ class Guest : public GuestFixture {
            std::filesystem::directory_iterator("/proc/" + std::to_string(qemu) + "/fd")) {
         struct stat device {};
         std::error_code gone;
-        if (read_symlink(file.path(), gone).string().starts_with("/dev/tap") &&
+        // Of another mount namespace's file the path may begin anywhere.
+        if (read_symlink(file.path(), gone).string().find("/dev/tap") != std::string::npos &&
             stat(file.path().c_str(), &device) == 0)
           found.push_back(std::to_string(major(device.st_rdev)) + ":" +
                           std::to_string(minor(device.st_rdev)));
