@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "runtime/base/Text.h"
-#include "statedb/OwnerLock.h"
+#include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace ctl {
@@ -131,7 +131,7 @@ TEST_F(Vmctl, ShowsConfigurationWhileNoDaemonRunsAndThereIsNoStatus) {
 
 TEST_F(Vmctl, SeesThatADaemonRuns) {
   setUpDb();
-  const statedb::OwnerLock lock(statedb::ownerLockFile(directory_ + "/run"));
+  const statedb::OwnerSign sign(directory_ + "/run");
   const Result result = run({"list", "-o", "json"});
   EXPECT_EQ(result.out, "{\n  \"version\": 1,\n  \"vms\": []\n}\n");
   EXPECT_EQ(result.err, "");
@@ -139,7 +139,7 @@ TEST_F(Vmctl, SeesThatADaemonRuns) {
 
 TEST_F(Vmctl, WakesWhenTheStatusChanges) {
   statedb::StateDb db = setUpDb();
-  const statedb::OwnerLock lock(statedb::ownerLockFile(directory_ + "/run"));
+  const statedb::OwnerSign sign(directory_ + "/run");
   db.commit(statedb::Transaction().put("vmConfig", "web1", "{}"));
   // The daemon's part: another process that answers once vmctl has written.
   const pid_t daemon = fork();
@@ -169,7 +169,7 @@ TEST_F(Vmctl, WakesWhenTheStatusChanges) {
 
 TEST_F(Vmctl, TimesOut) {
   statedb::StateDb db = setUpDb();
-  const statedb::OwnerLock lock(statedb::ownerLockFile(directory_ + "/run"));
+  const statedb::OwnerSign sign(directory_ + "/run");
   db.commit(statedb::Transaction().put("vmConfig", "web1", "{}"));
   const Result result = run({"wait", "web1", "--for", "state=Running", "--timeout", "0.05"});
   EXPECT_EQ(result.exit, 7);

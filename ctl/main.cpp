@@ -19,7 +19,7 @@
 #include "ctl/OutputBuffer.h"
 #include "ctl/Program.h"
 #include "ctl/TemporaryFile.h"
-#include "statedb/OwnerLock.h"
+#include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace {

@@ -36,6 +36,7 @@
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/EntityDocument.h"
 #include "statedb/OwnerLock.h"
+#include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace host {
@@ -78,14 +79,16 @@ std::optional<gid_t> ownerGroupOf(const rt::String& path) {
   return stat(path.charPtr(), &facts) == 0 ? std::optional(facts.st_gid) : std::nullopt;
 }
 
-// The locks of one daemon a run directory, and one agent a directory of monitors.
+// The locks of one daemon a run directory, and one agent a directory of monitors; and what shows
+// others that it lives.
 class Locks {
  public:
   explicit Locks(const rt::String& runDir)
       : status_(statedb::ownerLockFile(runDir)),
         monitors_(sameDirectory(runDir) ? nullptr
                                         : std::make_unique<statedb::OwnerLock>(
-                                              statedb::ownerLockFile(agentsDirectory))) {}
+                                              statedb::ownerLockFile(agentsDirectory))),
+        sign_(runDir) {}
 
  private:
   static bool sameDirectory(const rt::String& runDir) {
@@ -97,6 +100,7 @@ class Locks {
 
   const statedb::OwnerLock status_;
   const std::unique_ptr<statedb::OwnerLock> monitors_;
+  const statedb::OwnerSign sign_;
 };
 
 // The seven records that the agent works on.

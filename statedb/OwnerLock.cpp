@@ -1,6 +1,7 @@
 #include "statedb/OwnerLock.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,8 @@
 namespace statedb {
 
 namespace {
+
+constexpr mode_t ownersMode = 0600;
 
 // Locks of the process, not of the open file: that a forked child would share until its exec, and
 // so outlive us with it.
@@ -42,11 +45,33 @@ pid_t holderOf(int descriptor) {
   return fcntl(descriptor, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK ? lock.l_pid : 0;
 }
 
+// A file that nobody else made, and that has no other name: by that another could be meant, and
+// what we write would go there.
+bool isOurs(int descriptor) {
+  struct stat facts {};
+  return fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
+         facts.st_nlink == 1;
+}
+
+// Throws.
+int openOurs(const rt::String& file) {
+  for (int left = 3;; --left) {
+    const int found =
+        open(file.charPtr(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, ownersMode);
+    const bool isStrange = found >= 0 ? !isOurs(found) : errno == ELOOP;
+    const int error = found >= 0 ? EPERM : errno;
+    if (found >= 0 && !isStrange) {
+      (void)fchmod(found, ownersMode);  // one of an earlier version could be read by all
+      return found;
+    }
+    if (found >= 0) close(found);
+    if (left == 0 || !isStrange || unlink(file.charPtr()) != 0) throw trouble(file, error);
+  }
+}
+
 }  // namespace
 
-OwnerLock::OwnerLock(const rt::String& file)
-    : descriptor_(open(file.charPtr(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {
-  if (descriptor_ < 0) throw trouble(file, errno);
+OwnerLock::OwnerLock(const rt::String& file) : descriptor_(openOurs(file)) {
   auto lock = wholeFile();
   if (fcntl(descriptor_, F_SETLK, &lock) != 0) {
     const int error = errno;
@@ -65,13 +90,5 @@ OwnerLock::OwnerLock(const rt::String& file)
 OwnerLock::~OwnerLock() { close(descriptor_); }
 
 rt::String ownerLockFile(const rt::String& runDir) { return runDir + "/vmagentd.lock"; }
-
-bool ownerIsAlive(const rt::String& runDir) {
-  const int file = open(ownerLockFile(runDir).charPtr(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  const bool held = holderOf(file) != 0;
-  close(file);
-  return held;
-}
 
 }  // namespace statedb

@@ -9,10 +9,14 @@ namespace statedb {
 // Held by this process for as long as this lives. The kernel releases it the moment the process
 // ends, however it does: no child inherits it, not even before its exec. One a file and process:
 // the second to end would release the first's.
+//
+// Whoever can open a file, if only to read it, can hold it locked. So the file is its owner's alone
+// (mode 0600), and what shows others that we live is OwnerSign.
 class OwnerLock {
  public:
-  // Makes the file if need be and writes our process id into it, for people. Throws Error:
-  // `locked`, naming the holder, when another process has it; the file's trouble otherwise.
+  // Makes the file if need be and writes our process id into it, for people. What is no file of
+  // ours alone, such as a link, makes room for one. Throws Error: `locked`, naming the holder, when
+  // another process has it; the file's trouble otherwise.
   explicit OwnerLock(const rt::String& file);
   OwnerLock(const OwnerLock&) = delete;
   ~OwnerLock();
@@ -23,8 +27,5 @@ class OwnerLock {
 
 // The lock file of the daemon that owns the status in `runDir`.
 rt::String ownerLockFile(const rt::String& runDir);
-// Whether that daemon, another process than this, runs now, ready or not. Touches nothing. A lock
-// file that cannot be read counts as nobody's.
-bool ownerIsAlive(const rt::String& runDir);
 
 }  // namespace statedb

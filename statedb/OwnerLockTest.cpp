@@ -1,12 +1,16 @@
-// One owner a run directory, and everybody can see whether there is one.
+// One owner a run directory, whatever others do to its lock.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "statedb/OwnerLock.h"
 
@@ -33,6 +37,11 @@ class OwnerLockTest : public testing::Test {
       return error.what();
     }
     return "it was locked";
+  }
+  static mode_t modeOf(const rt::String& file) {
+    struct stat facts {};
+    EXPECT_EQ(lstat(file.charPtr(), &facts), 0) << file.str();
+    return facts.st_mode & 07777U;
   }
   // Another process that holds the lock, and its own child if asked for, until end().
   void start(bool withChild = false) {
@@ -69,15 +78,6 @@ class OwnerLockTest : public testing::Test {
   }
 };
 
-TEST_F(OwnerLockTest, IsSeenFromOutsideForAsLongAsItIsHeld) {
-  EXPECT_FALSE(ownerIsAlive(dir));
-  start();
-  EXPECT_TRUE(ownerIsAlive(dir));
-  EXPECT_TRUE(ownerIsAlive(dir)) << "a look takes nothing away";
-  end();
-  EXPECT_FALSE(ownerIsAlive(dir));
-}
-
 TEST_F(OwnerLockTest, IsHeldByOneAndNamesTheHolder) {
   start();
   EXPECT_THAT(sentenceOf(ownerLockFile(dir), Trouble::locked),
@@ -93,14 +93,59 @@ TEST_F(OwnerLockTest, CanBeHadAtOnceWhenItsProcessWasKilled) {
 TEST_F(OwnerLockTest, IsNotAChildsThatOutlivesItsProcess) {
   start(/*withChild=*/true);
   end();
-  EXPECT_FALSE(ownerIsAlive(dir));
   EXPECT_EQ(sentenceOf(ownerLockFile(dir), Trouble::locked), "it was locked");
+}
+
+TEST_F(OwnerLockTest, CanBeOpenedByNobodyElseWhateverItsModeWas) {
+  const mode_t before = umask(0);
+  { const OwnerLock lock(ownerLockFile(dir)); }
+  umask(before);
+  EXPECT_EQ(modeOf(ownerLockFile(dir)), 0600U);
+  ASSERT_EQ(chmod(ownerLockFile(dir).charPtr(), 0644), 0);
+  const OwnerLock lock(ownerLockFile(dir));
+  EXPECT_EQ(modeOf(ownerLockFile(dir)), 0600U);
+}
+
+TEST_F(OwnerLockTest, IsNeverInAFileThatALinkLeadsTo) {
+  const rt::String precious = dir + "/precious";
+  std::ofstream(precious.str()) << "all my work";
+  ASSERT_EQ(chmod(precious.charPtr(), 0644), 0);
+  const auto expectUntouched = [&] {
+    EXPECT_EQ(modeOf(precious), 0644U);
+    std::ifstream file(precious.str());
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "all my work");
+  };
+  for (const bool isSymbolic : {true, false}) {
+    std::filesystem::remove(ownerLockFile(dir).str());
+    if (isSymbolic)
+      std::filesystem::create_symlink(precious.str(), ownerLockFile(dir).str());
+    else
+      std::filesystem::create_hard_link(precious.str(), ownerLockFile(dir).str());
+    start();
+    EXPECT_THAT(sentenceOf(ownerLockFile(dir), Trouble::locked), HasSubstr("another daemon"));
+    end();
+    expectUntouched();
+  }
+}
+
+TEST_F(OwnerLockTest, IsNeverInWhatAnotherHasPutThere) {
+  ASSERT_EQ(mkfifo(ownerLockFile(dir).charPtr(), 0660), 0);
+  start();
+  EXPECT_THAT(sentenceOf(ownerLockFile(dir), Trouble::locked), HasSubstr("another daemon"));
+  end();
+  constexpr uid_t somebody = 65534;
+  const uid_t user = geteuid() == 0 ? somebody : geteuid();
+  ASSERT_EQ(chown(ownerLockFile(dir).charPtr(), user, static_cast<gid_t>(-1)), 0);
+  const OwnerLock lock(ownerLockFile(dir));
+  struct stat facts {};
+  ASSERT_EQ(stat(ownerLockFile(dir).charPtr(), &facts), 0);
+  EXPECT_TRUE(S_ISREG(facts.st_mode));
+  EXPECT_EQ(facts.st_uid, geteuid());
 }
 
 TEST_F(OwnerLockTest, SaysThatItsDirectoryIsMissing) {
   EXPECT_THAT(sentenceOf(dir + "/none/lock", Trouble::missing),
               HasSubstr(dir.str() + "/none/lock: its directory is missing"));
-  EXPECT_FALSE(ownerIsAlive(dir + "/none"));
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr gid_t operators = 4242;
 constexpr gid_t someGroup = 4343;
@@ -57,6 +60,16 @@ int statusOf(pid_t child) {
   int wait = 0;
   waitpid(child, &wait, 0);
   return WIFEXITED(wait) ? WEXITSTATUS(wait) : -WTERMSIG(wait);
+}
+
+// The error that somebody gets who opens the file to read it; 0 for none.
+int openedAs(Membership membership, const std::string& file) {
+  const pid_t child = fork();
+  if (child == 0) {
+    dropPrivileges(membership);
+    _exit(open(file.c_str(), O_RDONLY | O_NONBLOCK) < 0 ? errno : 0);
+  }
+  return statusOf(child);
 }
 
 // A person at a terminal.
@@ -219,6 +232,18 @@ TEST_F(OperatorsGroup, KeepsOthersOutOfAllThereIs) {
   EXPECT_EQ(person.exit(), 6);
 }
 
+// Nor may a stranger: who can read a file can hold it locked.
+TEST_F(OperatorsGroup, CannotHoldTheDaemonsLocksAndSeesThatItRuns) {
+  for (const Membership each : {Membership::member, Membership::outsider})
+    for (const std::string& lock :
+         {world.runDir + "/vmagentd.lock", std::string("/var/run/vmagentd.lock")})
+      EXPECT_EQ(openedAs(each, lock), EACCES) << lock;
+  const std::string absence = "vmagentd is not running";
+  EXPECT_THAT(vmctl(Membership::member, {"list"}).err, Not(HasSubstr(absence)));
+  world.end(SIGTERM);
+  EXPECT_THAT(vmctl(Membership::member, {"list"}).err, HasSubstr(absence));
+}
+
 TEST_F(OperatorsGroup, HasAllFilesAndNobodyElseHasAny) {
   runGuest();
   ASSERT_EQ(vmctl(Membership::member, {"set", "web1", "memory=33"}).status, 0);
@@ -231,8 +256,8 @@ TEST_F(OperatorsGroup, HasAllFilesAndNobodyElseHasAny) {
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
     EXPECT_EQ(status.st_gid, operators) << path;
-    if (fs::path(path).filename() == "vmagentd.lock") continue;  // only read
-    const mode_t mode = S_ISDIR(status.st_mode) ? 02770 : 0660;
+    const bool isLock = fs::path(path).filename() == "vmagentd.lock";
+    const mode_t mode = S_ISDIR(status.st_mode) ? 02770 : isLock ? 0600 : 0660;
     EXPECT_EQ(status.st_mode & 07777U, mode) << path;
   }
 }
