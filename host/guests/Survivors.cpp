@@ -24,9 +24,10 @@ constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
 constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
 constexpr std::string_view monitorEnd = ".monitor,server,nowait";
 
-// Empty when the process has gone, as it may between any two steps. (A stream would throw then.)
-std::string commandLineOf(const std::string& process) {
-  const int file = open((process + "/cmdline").c_str(), O_RDONLY | O_CLOEXEC);
+// A file of a process's directory; empty when the process has gone, as it may between any two
+// steps. (A stream would throw then.)
+std::string textOf(const std::string& process, const char* name) {
+  const int file = open((process + name).c_str(), O_RDONLY | O_CLOEXEC);
   std::string text;
   char part[4096];
   for (ssize_t count = 0; file >= 0 && (count = read(file, part, sizeof part)) > 0;)
@@ -58,6 +59,28 @@ bool sharesRunDirectory(const std::string& process) {
   return own && own == runDirectoryOf(process);
 }
 
+// "Uid:\t0\t0\t0\t0\n": the real, effective and saved user, and that of its files.
+bool hasOnlyOurUser(const std::string& status) {
+  const std::string own = "\t" + rt::toText(geteuid()).str();
+  return status.find("\nUid:" + own + own + own + own + "\n") != std::string::npos;
+}
+
+bool takesOtherUsersWhenStarted(const std::string& process) {
+  struct stat program {};
+  return stat((process + "/exe").c_str(), &program) != 0 ||
+         (program.st_mode & (S_ISUID | S_ISGID)) != 0;
+}
+
+// The VM that the process runs; empty when it is no guest of ours. Another user's process is asked
+// for nothing that lies in its memory: that could keep us waiting for as long as he likes.
+rt::String guestOf(const std::string& process) {
+  if (!hasOnlyOurUser(textOf(process, "/status"))) return {};
+  const rt::String vm = vmOnCommandLine(textOf(process, "/cmdline"));
+  const bool isGuest =
+      !vm.empty() && !takesOtherUsersWhenStarted(process) && sharesRunDirectory(process);
+  return isGuest ? vm : rt::String();
+}
+
 std::string directoryOf(int32_t pid) { return "/proc/" + rt::toText(pid).str(); }
 
 }  // namespace
@@ -81,8 +104,8 @@ std::vector<GuestProcess> guestProcesses() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
     const auto pid = rt::fromText<int32_t>(entry.path().filename().string());
     if (!pid) continue;
-    const rt::String vm = vmOnCommandLine(commandLineOf(entry.path().string()));
-    if (!vm.empty() && sharesRunDirectory(entry.path().string())) guests.push_back({vm, *pid});
+    if (const rt::String vm = guestOf(entry.path().string()); !vm.empty())
+      guests.push_back({vm, *pid});
   }
   return guests;
 }
@@ -148,7 +171,7 @@ void Survivors::add(const std::vector<GuestProcess>& guests) {
     const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
     if (pidfd < 0) continue;
     // Another process may have its number by now.
-    if (vmOnCommandLine(commandLineOf(directoryOf(guest.pid))) == guest.vm)
+    if (guestOf(directoryOf(guest.pid)) == guest.vm)
       guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd, killAt);
     else
       close(pidfd);

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "host/guests/Survivors.h"
@@ -71,7 +73,8 @@ class FakeGuest {
  public:
   enum class Manner { yielding, stubborn };  // stubborn: SIGTERM does not end it
 
-  FakeGuest(std::string vm, Manner manner) : vm_(std::move(vm)) {
+  FakeGuest(std::string vm, Manner manner, const std::string& program = "/bin/sh")
+      : vm_(std::move(vm)) {
     const std::string word = monitorOf(vm_);
     const char* const script =
         manner == Manner::stubborn ? "trap '' TERM; echo; read never" : "echo; read never";
@@ -84,7 +87,7 @@ class FakeGuest {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
       dup2(in[0], STDIN_FILENO);
       dup2(out[1], STDOUT_FILENO);
-      execv("/bin/sh", const_cast<char* const*>(words));
+      execv(program.c_str(), const_cast<char* const*>(words));
       _exit(127);
     }
     close(in[0]);
@@ -231,6 +234,29 @@ TEST_F(SurvivorsTest, AreNotAProcessThatHasTheNumberOfOneByNow) {
   EXPECT_EQ(all->left(), 0U);
   EXPECT_EQ(kill(guest.process().pid, 0), 0) << "it was not signalled";
   EXPECT_THAT(guestProcesses(), Contains(Field(&GuestProcess::vm, own("web1"))));
+}
+
+// Anybody may start it, with words of his choice, and it is ours then.
+TEST_F(SurvivorsTest, AreNoProgramThatChangesItsUserWhenItIsStarted) {
+  const std::string program = testing::TempDir() + own("program");
+  std::filesystem::copy("/bin/sh", program);
+  for (const mode_t mode : {04755U, 02755U}) {
+    ASSERT_EQ(chmod(program.c_str(), mode), 0);
+    const FakeGuest guest(own("web1"), FakeGuest::Manner::yielding, program);
+    EXPECT_THAT(guestProcesses(), testing::Not(Contains(Field(&GuestProcess::vm, own("web1")))));
+    const auto all = survivors({guest.process()});
+    EXPECT_EQ(all->left(), 0U);
+    EXPECT_EQ(kill(guest.process().pid, 0), 0) << "it was not signalled";
+  }
+  std::filesystem::remove(program);
+}
+
+TEST_F(SurvivorsTest, MayRunAProgramThatIsNotThereAnyMore) {
+  const std::string program = testing::TempDir() + own("program");
+  std::filesystem::copy("/bin/sh", program);
+  const FakeGuest guest(own("web1"), FakeGuest::Manner::yielding, program);
+  std::filesystem::remove(program);
+  EXPECT_THAT(guestProcesses(), Contains(Field(&GuestProcess::pid, guest.process().pid)));
 }
 
 TEST_F(SurvivorsTest, AreNotOneThatHasGoneMeanwhile) {
