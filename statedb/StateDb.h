@@ -1,74 +1,16 @@
 // The state database: what an operator asked for and what is so, as JSON documents in tables.
 #pragma once
 
-#include <compare>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include "runtime/base/String.h"
 #include "statedb/Error.h"
+#include "statedb/Record.h"
 
 namespace statedb {
-
-// A JSON text of any kind, 1 MiB at least, under a key in a table. Names are not empty and hold no
-// NUL byte; the database gives them no meaning.
-struct Record {
-  rt::String table;
-  rt::String key;
-  rt::String doc;
-  // Grows with every change of the record and is never used again, also not after the record was
-  // removed and made anew. Comparable for equality only; 0 stands for "no such record".
-  uint64_t revision = 0;
-  // The revision that it had when it was made: so a record that was removed and made anew is known
-  // for another one, though nobody looked in between.
-  uint64_t created = 0;
-
-  friend bool operator==(const Record&, const Record&) = default;
-};
-
-// A moment in a store's history. A store that was made anew, or replaced by a copy, has another id.
-struct Cursor {
-  rt::String storeId;
-  uint64_t sequence = 0;  // grows with every change, not always by one
-
-  friend bool operator==(const Cursor&, const Cursor&) = default;
-};
-
-// Some tables as they were at the cursor, in order of table and key.
-struct Snapshot {
-  std::vector<Record> records;
-  Cursor cursor;
-};
-
-enum class Op : uint8_t { put, del };
-
-// What became of a record. Of a removed one, only table and key are set.
-struct Change {
-  Op op = Op::put;
-  Record record;
-
-  friend bool operator==(const Change&, const Change&) = default;
-};
-
-enum class Resume : uint8_t {
-  resumed,     // `changes` is all there was
-  trimmed,     // the log no longer reaches back to the cursor: take a snapshot and compare
-  otherStore,  // the cursor is of another store, or of its future: likewise
-};
-
-// What happened between two moments, in all tables of a store. Coalesced: each record is named
-// once, as it is at `cursor`, in order of its last change; so one that came and went is a `del` of
-// a record never heard of, and one changed and changed back is a `put` of what was known. Never
-// part of a transaction. A snapshot with the changes since applied is the snapshot at `cursor`.
-struct Changes {
-  Resume resume = Resume::resumed;
-  std::vector<Change> changes;
-  Cursor cursor;  // to go on from; the one asked with unless `resumed`
-};
 
 // Puts and dels that happen together or not at all, if all guards hold.
 class Transaction {
