@@ -25,10 +25,20 @@ struct Record {
   friend bool operator==(const Record&, const Record&) = default;
 };
 
+// Which record of its name one is, for good: where it was made.
+struct Origin {
+  // A store has one from its making on, and so do its copies, which go on by themselves.
+  rt::String history;
+  uint64_t created = 0;  // the record's
+
+  friend bool operator==(const Origin&, const Origin&) = default;
+};
+
 // A moment in a store's history. A store that was made anew, or replaced by a copy, has another id.
 struct Cursor {
   rt::String storeId;
   uint64_t sequence = 0;  // grows with every change, not always by one
+  rt::String history;     // as in Origin
 
   friend bool operator==(const Cursor&, const Cursor&) = default;
 };

@@ -24,6 +24,9 @@ class ShakyStore final : public Store {
   std::optional<Record> record(const rt::String& table, const rt::String& key) override {
     return store_.record(table, key);
   }
+  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override {
+    return store_.hasRemoved(table, key, origin);
+  }
   Changes changes(const Cursor& since) override { return store_.changes(since); }
   void commit(const Transaction& transaction) override {
     if (fails_) throw Error(Trouble::full, "there is no space left");

@@ -45,6 +45,10 @@ class Store {
 
   virtual Snapshot snapshot(const std::vector<rt::String>& tables) = 0;
   virtual std::optional<Record> record(const rt::String& table, const rt::String& key) = 0;
+  // Whether the store's log shows that the record of that name and origin was removed since. False
+  // also when nobody knows: of another history, of a part of it that this copy does not have, or
+  // when the log was trimmed.
+  virtual bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) = 0;
   // Silences the wake-up first, so that no commit is missed in between.
   virtual Changes changes(const Cursor& since) = 0;
   // ConflictError when a guard does not hold. A document put as it already stands is no change: its

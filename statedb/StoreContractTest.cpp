@@ -65,6 +65,43 @@ TEST_P(StoreContract, ARecordCanBeReplacedAndRemoved) {
   EXPECT_THAT(all().records, IsEmpty());
 }
 
+TEST_P(StoreContract, ARemovalIsKnownToTheHistoryThatItHappenedIn) {
+  put("a", "1");
+  const Origin origin = originOf("a");
+  EXPECT_FALSE(store->hasRemoved(table, "a", origin));
+  put("a", "2");
+  EXPECT_FALSE(store->hasRemoved(table, "a", origin)) << "it was changed only";
+  del("a");
+  EXPECT_TRUE(store->hasRemoved(table, "a", origin));
+  EXPECT_FALSE(store->hasRemoved(other, "a", origin));
+  EXPECT_FALSE(store->hasRemoved(table, "b", origin));
+}
+
+TEST_P(StoreContract, ARemovalIsOfTheRecordThatWasThereAndNotOfItsSuccessor) {
+  put("a", "1");
+  const Origin first = originOf("a");
+  del("a");
+  put("a", "1");
+  EXPECT_TRUE(store->hasRemoved(table, "a", first));
+  EXPECT_FALSE(store->hasRemoved(table, "a", originOf("a")));
+}
+
+TEST_P(StoreContract, NoRemovalIsKnownOfAnotherHistory) {
+  put("a", "1");
+  Origin origin = originOf("a");
+  del("a");
+  origin.history = GetParam().make()->open()->snapshot({table}).cursor.history;
+  EXPECT_FALSE(store->hasRemoved(table, "a", origin));
+}
+
+TEST_P(StoreContract, ARemovalIsForgottenWithTheLog) {
+  put("a", "1");
+  const Origin origin = originOf("a");
+  del("a");
+  backend->trim(*store);
+  EXPECT_FALSE(store->hasRemoved(table, "a", origin));
+}
+
 TEST_P(StoreContract, ARevisionIsOfOneChangeAndNeverComesAgain) {
   put("a", "1");
   const uint64_t first = revision("a");

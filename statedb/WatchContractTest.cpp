@@ -163,7 +163,7 @@ TEST_P(StoreContract, ACommitOfAnybodyWakesAndLookingSilences) {
 TEST_P(StoreContract, LookingSilencesAlsoWhenTheCursorIsRefused) {
   const Closing wakeUp(store->wakeUp());
   put("a", "1");
-  EXPECT_EQ(store->changes({"nobody's", 0}).resume, Resume::otherStore);
+  EXPECT_EQ(store->changes({"nobody's", 0, {}}).resume, Resume::otherStore);
   EXPECT_FALSE(wakeUp.isReadable());
 }
 

@@ -25,6 +25,10 @@ class InterferedStore final : public statedb::Store {
   std::optional<statedb::Record> record(const rt::String& table, const rt::String& key) override {
     return store_->record(table, key);
   }
+  bool hasRemoved(const rt::String& table, const rt::String& key,
+                  const statedb::Origin& origin) override {
+    return store_->hasRemoved(table, key, origin);
+  }
   statedb::Changes changes(const statedb::Cursor& since) override { return store_->changes(since); }
   void commit(const statedb::Transaction& transaction) override {
     beforeCommit_();

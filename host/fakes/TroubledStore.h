@@ -44,6 +44,11 @@ class TroubledStore final : public statedb::Store {
     require();
     return store_.record(table, key);
   }
+  bool hasRemoved(const rt::String& table, const rt::String& key,
+                  const statedb::Origin& origin) override {
+    require();
+    return store_.hasRemoved(table, key, origin);
+  }
   statedb::Changes changes(const statedb::Cursor& since) override {
     require();
     auto changes = store_.changes(since);

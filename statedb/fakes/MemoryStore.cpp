@@ -29,7 +29,17 @@ bool isJson(const rt::String& doc) {
 
 }  // namespace
 
-MemoryData::MemoryData() : id(nextId()) {}
+MemoryData::MemoryData() : id(nextId()), history(id) {}
+
+MemoryData::MemoryData(MemoryData& original) : id(nextId()), history(original.history) {
+  const std::lock_guard held(original.mutex);
+  records = original.records;
+  log = original.log;
+  lastChange = original.lastChange;
+  removals = original.removals;
+  sequence = original.sequence;
+  trimmedTo = original.trimmedTo;
+}
 
 MemoryStore::MemoryStore(std::shared_ptr<MemoryData> data, Half half)
     : data_(std::move(data)), half_(half) {}
@@ -58,6 +68,15 @@ std::optional<Record> MemoryStore::record(const rt::String& table, const rt::Str
   const auto found = data_->records.find({table, key});
   if (found == data_->records.end()) return std::nullopt;
   return found->second;
+}
+
+bool MemoryStore::hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) {
+  requireSoundName(table, key);
+  requireTables({table}, half_);
+  const std::lock_guard held(data_->mutex);
+  const auto last = data_->removals.find({table, key});
+  return origin.history == data_->history && last != data_->removals.end() &&
+         last->second > origin.created;
 }
 
 Changes MemoryStore::changes(const Cursor& since) {
@@ -109,11 +128,13 @@ bool MemoryStore::write(const Change& change) {
   const uint64_t sequence = ++data_->sequence;
   data_->log.erase(std::exchange(data_->lastChange[name], sequence));
   data_->log[sequence] = name;
-  if (change.op == Op::del)
+  if (change.op == Op::del) {
     data_->records.erase(found);
-  else
+    data_->removals[name] = sequence;
+  } else {
     data_->records[name] = {name.first, name.second, change.record.doc, sequence,
                             exists ? found->second.created : sequence};
+  }
   return true;
 }
 
@@ -129,6 +150,7 @@ void MemoryStore::trim() {
   ++data_->sequence;  // as if that had been a change: no cursor until now is at its end
   data_->trimmedTo = data_->sequence;
   data_->log.clear();
+  data_->removals.clear();
 }
 
 }  // namespace statedb::fakes

@@ -15,13 +15,17 @@ namespace statedb::fakes {
 // What all users of a store share.
 struct MemoryData {
   MemoryData();
+  // A copy, as a backup is.
+  explicit MemoryData(MemoryData& original);
 
   const rt::String id;  // of this one and no other
+  const rt::String history;
   std::mutex mutex;
   std::map<std::pair<rt::String, rt::String>, Record> records;
   // Sequence -> record, of its last change only: older ones would never be told.
   std::map<uint64_t, std::pair<rt::String, rt::String>> log;
   std::map<std::pair<rt::String, rt::String>, uint64_t> lastChange;  // the other way about
+  std::map<std::pair<rt::String, rt::String>, uint64_t> removals;    // the last of each
   uint64_t sequence = 0;
   uint64_t trimmedTo = 0;
   std::set<int> bells;  // the users' eventfds
@@ -34,6 +38,7 @@ class MemoryStore final : public Store {
 
   Snapshot snapshot(const std::vector<rt::String>& tables) override;
   std::optional<Record> record(const rt::String& table, const rt::String& key) override;
+  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override;
   Changes changes(const Cursor& since) override;
   void commit(const Transaction& transaction) override;
   int wakeUp() override;
@@ -42,7 +47,7 @@ class MemoryStore final : public Store {
   void trim();
 
  private:
-  Cursor cursor() const { return {data_->id, data_->sequence}; }
+  Cursor cursor() const { return {data_->id, data_->sequence, data_->history}; }
   void require(const Transaction& transaction) const;
   bool write(const Change& change);
 

@@ -119,6 +119,9 @@ class StoreContract : public testing::TestWithParam<BackendCase> {
   }
   void del(const rt::String& key) { store->commit(Transaction().del(table, key)); }
   uint64_t revision(const rt::String& key) { return store->record(table, key)->revision; }
+  Origin originOf(const rt::String& key) {
+    return {all().cursor.history, store->record(table, key)->created};
+  }
 
   const std::unique_ptr<Backend> backend = GetParam().make();
   const std::unique_ptr<Store> store = backend->open();

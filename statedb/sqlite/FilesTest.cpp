@@ -149,6 +149,28 @@ TEST_F(FilesTest, ABackupPutBackIsAnotherStore) {
   EXPECT_EQ(open()->changes(before).resume, Resume::otherStore);
 }
 
+TEST_F(FilesTest, ABackupGoesOnWithTheHistoryByItself) {
+  auto store = open();
+  put(*store, "a", "1");
+  const Origin origin{store->snapshot({}).cursor.history, store->record("vmConfig", "a")->created};
+  store.reset();
+  const auto backup = dir.path() / "backup.db";
+  std::filesystem::copy(file, backup);
+  store = open();
+  store->commit(Transaction().del("vmConfig", "a"));
+  EXPECT_TRUE(store->hasRemoved("vmConfig", "a", origin));
+  store.reset();
+  std::filesystem::rename(backup, file);
+  store = open();
+  EXPECT_EQ(store->snapshot({}).cursor.history, origin.history);
+  EXPECT_FALSE(store->hasRemoved("vmConfig", "a", origin)) << "not here";
+  // However far it comes by other changes.
+  for (int i = 0; i < 10; ++i) put(*store, "b", rt::String(std::to_string(i)));
+  EXPECT_FALSE(store->hasRemoved("vmConfig", "a", origin));
+  store->commit(Transaction().del("vmConfig", "a"));
+  EXPECT_TRUE(store->hasRemoved("vmConfig", "a", origin));
+}
+
 TEST_F(FilesTest, AStoreOpenedAgainIsTheSame) {
   auto store = open();
   const Cursor before = store->snapshot({}).cursor;

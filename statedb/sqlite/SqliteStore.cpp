@@ -59,14 +59,18 @@ void SqliteStore::prepare() {
   if (finding != "ok") throw corrupt(options_.file, finding);
 }
 
+rt::String SqliteStore::history() {
+  return connection_.text("SELECT v FROM meta WHERE k = 'store_id'");
+}
+
 // Its sequence counts also what was trimmed.
 Cursor SqliteStore::cursor() {
-  const rt::String id = connection_.text("SELECT v FROM meta WHERE k = 'store_id'");
+  const rt::String id = history();
   const int64_t sequence =
       connection_.number("SELECT coalesce(max(seq), 0) FROM sqlite_sequence WHERE name = 'change'");
   // With the inode, because a backup that was put back has the id of the file it is of.
   return {id + rt::format("-%ju", static_cast<uintmax_t>(id_.inode)),
-          static_cast<uint64_t>(sequence)};
+          static_cast<uint64_t>(sequence), id};
 }
 
 Snapshot SqliteStore::snapshot(const std::vector<rt::String>& tables) {
@@ -94,6 +98,18 @@ std::optional<Record> SqliteStore::record(const rt::String& table, const rt::Str
   row.with(table).with(key);
   if (!row.step()) return std::nullopt;
   return recordOf(row);
+}
+
+bool SqliteStore::hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) {
+  requireSoundName(table, key);
+  requireTables({table}, options_.half);
+  requireSame(options_.file, id_);
+  const Transactional moment(connection_, Kind::read);
+  if (origin.history != history()) return false;
+  Query last = connection_.query(
+      "SELECT coalesce(max(seq), 0) FROM change WHERE tbl = ? AND key = ? AND op = 'del'");
+  last.with(table).with(key);
+  return last.step() && static_cast<uint64_t>(last.number(0)) > origin.created;
 }
 
 Changes SqliteStore::changes(const Cursor& since) {

@@ -15,12 +15,14 @@ class SqliteStore final : public Store {
 
   Snapshot snapshot(const std::vector<rt::String>& tables) override;
   std::optional<Record> record(const rt::String& table, const rt::String& key) override;
+  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override;
   Changes changes(const Cursor& since) override;
   void commit(const Transaction& transaction) override;
   int wakeUp() override;
 
  private:
   void prepare();
+  rt::String history();
   Cursor cursor();
   uint64_t revision(const rt::String& table, const rt::String& key);
   Resume resumeFrom(const Cursor& since, const Cursor& now);
