@@ -15,11 +15,36 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// A store that can be told to fail when it is asked for a removal.
+class ShakyStore final : public Store {
+ public:
+  ShakyStore(std::shared_ptr<fakes::MemoryData> data, Half half, const bool& fails)
+      : store_(std::move(data), half), fails_(fails) {}
+  Snapshot snapshot(const std::vector<rt::String>& tables) override {
+    return store_.snapshot(tables);
+  }
+  std::optional<Record> record(const rt::String& table, const rt::String& key) override {
+    return store_.record(table, key);
+  }
+  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override {
+    if (fails_) throw Error(Trouble::locked, "somebody has it");
+    return store_.hasRemoved(table, key, origin);
+  }
+  Changes changes(const Cursor& since) override { return store_.changes(since); }
+  void commit(const Transaction& transaction) override { store_.commit(transaction); }
+  int wakeUp() override { return store_.wakeUp(); }
+  void trim() { store_.trim(); }
+
+ private:
+  fakes::MemoryStore store_;
+  const bool& fails_;
+};
+
 class FollowerTest : public testing::Test {
  protected:
   StateDb::Opener opener(std::shared_ptr<fakes::MemoryData>& data, Half half) {
     return [this, &data, half] {
-      auto store = std::make_unique<fakes::MemoryStore>(data, half);
+      auto store = std::make_unique<ShakyStore>(data, half, fails);
       if (half == Half::config) open_ = store.get();
       return store;
     };
@@ -28,17 +53,29 @@ class FollowerTest : public testing::Test {
     db.commit(Transaction().put(table, key, doc));
   }
   void del(const char* key) { db.commit(Transaction().del("vmConfig", key)); }
+  // "put a 1", "del a"; what is known by comparison has a question mark.
   std::vector<std::string> news() {
     std::vector<std::string> texts;
     for (const Change& change : follower.catchUp())
-      texts.push_back((change.op == Op::put ? "put " : "del ") + change.record.key.str() +
+      texts.push_back((change.op == Op::put ? "put" : "del") +
+                      std::string(change.proof == Proof::comparison ? "? " : " ") +
+                      change.record.key.str() +
                       (change.op == Op::put ? " " + change.record.doc.str() : ""));
     return texts;
+  }
+  // The file is replaced, by a new one or by a copy.
+  void replace(std::shared_ptr<fakes::MemoryData> data) {
+    config_ = std::move(data);
+    follower.reopen();
+  }
+  std::shared_ptr<fakes::MemoryData> backup() {
+    return std::make_shared<fakes::MemoryData>(*config_);
   }
 
   std::shared_ptr<fakes::MemoryData> config_ = std::make_shared<fakes::MemoryData>();
   std::shared_ptr<fakes::MemoryData> status_ = std::make_shared<fakes::MemoryData>();
-  fakes::MemoryStore* open_ = nullptr;
+  ShakyStore* open_ = nullptr;
+  bool fails = false;
   StateDb db{opener(config_, Half::config), opener(status_, Half::status)};
   Follower follower{db, {"vmConfig", "vmIntent"}};
 };
@@ -47,7 +84,7 @@ TEST_F(FollowerTest, TellsAtFirstAllThereIsInOrderOfItsLastChange) {
   put("b", "1");
   put("a", "1");
   put("b", "2");
-  EXPECT_THAT(news(), ElementsAre("put a 1", "put b 2"));
+  EXPECT_THAT(news(), ElementsAre("put? a 1", "put? b 2"));
   EXPECT_THAT(news(), IsEmpty());
 }
 
@@ -99,14 +136,109 @@ TEST_F(FollowerTest, MissesNothingWhenTheLogWasTrimmed) {
   EXPECT_THAT(news(), IsEmpty());
 }
 
+TEST_F(FollowerTest, TellsByHistoryThatARecordWasMadeAnewThoughTheLogWasTrimmed) {
+  put("a", "1");
+  news();
+  del("a");
+  put("a", "1");
+  open_->trim();
+  EXPECT_THAT(news(), ElementsAre("del a", "put a 1"));
+}
+
 TEST_F(FollowerTest, TellsAllOfAnotherStoreAndWhatItDoesNotHave) {
   put("a", "1");
   put("b", "1");
   news();
-  config_ = std::make_shared<fakes::MemoryData>();
-  follower.reopen();
+  replace(std::make_shared<fakes::MemoryData>());
   put("b", "1");
-  EXPECT_THAT(news(), ElementsAre("del a", "put b 1"));
+  EXPECT_THAT(news(), ElementsAre("del? a", "put? b 1"));
+  EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(FollowerTest, TakesNoRecordForRemovedThatAnOlderCopyDoesNotHave) {
+  put("old", "1");
+  const auto older = backup();
+  put("a", "1");
+  news();
+  replace(older);
+  EXPECT_THAT(news(), ElementsAre("del? a", "put? old 1"));
+  // However far the copy comes by other changes.
+  for (const char* doc : {"2", "3", "4"}) put("old", doc);
+  EXPECT_THAT(news(), ElementsAre("put old 4"));
+  replace(backup());
+  EXPECT_THAT(news(), ElementsAre("put? old 4"));
+}
+
+TEST_F(FollowerTest, TellsByHistoryWhatACopyOfTheStoreRemovedWhileNobodyLooked) {
+  put("a", "1");
+  put("b", "1");
+  news();
+  replace(backup());
+  del("a");
+  del("b");
+  put("b", "1");
+  EXPECT_THAT(news(), ElementsAre("del a", "del b", "put? b 1"));
+}
+
+TEST_F(FollowerTest, TellsByHistoryThatALostRecordIsChangedOrRemoved) {
+  put("a", "1");
+  put("b", "1");
+  put("c", "1");
+  news();
+  replace(std::make_shared<fakes::MemoryData>());
+  EXPECT_THAT(news(), ElementsAre("del? a", "del? b", "del? c"));
+  put("a", "2");
+  EXPECT_THAT(news(), ElementsAre("put a 2"));
+  put("b", "2");
+  del("b");
+  EXPECT_THAT(news(), ElementsAre("del b"));
+  del("a");
+  EXPECT_THAT(news(), ElementsAre("del a"));
+}
+
+TEST_F(FollowerTest, TellsOfALostRecordThatItWasRemovedOnceItsStoreIsBackWithoutIt) {
+  put("a", "1");
+  put("b", "1");
+  news();
+  const auto before = config_;
+  replace(std::make_shared<fakes::MemoryData>());
+  news();
+  replace(before);
+  del("a");
+  EXPECT_THAT(news(), ElementsAre("del a", "put? b 1"));
+}
+
+TEST_F(FollowerTest, TellsOfALostRecordThatItIsAnotherOnceItsHistoryMadeItAnew) {
+  put("old", "1");
+  const auto older = backup();
+  put("a", "1");
+  news();
+  replace(older);
+  news();
+  for (const char* doc : {"2", "3"}) put("old", doc);
+  put("a", "2");
+  del("a");
+  put("a", "3");
+  EXPECT_THAT(news(), ElementsAre("put old 3", "del a", "put a 3"));
+}
+
+TEST_F(FollowerTest, TellsTheSameAgainWhenALookFailed) {
+  put("a", "1");
+  put("b", "1");
+  news();
+  replace(backup());
+  del("a");
+  fails = true;
+  EXPECT_THROW(follower.catchUp(), Error);
+  fails = false;
+  EXPECT_THAT(news(), ElementsAre("del a", "put? b 1"));
+  replace(std::make_shared<fakes::MemoryData>());
+  news();
+  put("b", "2");
+  fails = true;
+  EXPECT_THROW(follower.catchUp(), Error);
+  fails = false;
+  EXPECT_THAT(news(), ElementsAre("put b 2"));
 }
 
 TEST_F(FollowerTest, WakesItsOwnerWhenThereIsNews) {

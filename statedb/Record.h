@@ -51,10 +51,17 @@ struct Snapshot {
 
 enum class Op : uint8_t { put, del };
 
+// How a change is known.
+enum class Proof : uint8_t {
+  history,     // it happened in the store's history
+  comparison,  // two stores differ: nobody need have removed what only the first has
+};
+
 // What became of a record. Of a removed one, only table and key are set.
 struct Change {
   Op op = Op::put;
   Record record;
+  Proof proof = Proof::history;  // a store tells no other
 
   friend bool operator==(const Change&, const Change&) = default;
 };

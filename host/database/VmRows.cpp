@@ -8,12 +8,12 @@ namespace host {
 
 std::set<rt::String> VmRows::apply(const std::vector<statedb::Change>& changes) {
   std::set<rt::String> changed;
-  for (const auto& [op, record] : changes) {
-    changed.insert(record.key);
-    if (op == statedb::Op::del)
-      remove(record.key);
+  for (const auto& change : changes) {
+    changed.insert(change.record.key);
+    if (change.op == statedb::Op::del)
+      remove(change.record.key);
     else
-      judge(record);
+      judge(change.record);
   }
   if (!changed.empty()) judgeRefused(changed);
   return changed;
