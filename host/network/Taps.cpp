@@ -1,25 +1,48 @@
 #include "host/network/Taps.h"
 
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
 #include <netlink/addr.h>
 #include <netlink/cache.h>
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "runtime/base/Exception.h"
+#include "runtime/base/Release.h"
 
 namespace host {
 
 namespace {
 
+using Socket = std::unique_ptr<nl_sock, rt::Release<nl_socket_free>>;
+using Message = std::unique_ptr<nl_msg, rt::Release<nlmsg_free>>;
+
+constexpr char macvtap[] = "macvtap";
+// A list during which devices came or went has gaps.
+constexpr int attempts = 10;
+
 void require(int result) {
   if (result < 0)
-    throw rt::Exception(rt::String("the kernel's network devices cannot be listed: ") +
+    throw rt::Exception(rt::String("the kernel's macvtap devices cannot be listed: ") +
                         nl_geterror(result));
+}
+
+// Asks for devices of that kind only: a switch has thousands of others.
+void ask(nl_sock* socket) {
+  const Message message(nlmsg_alloc_simple(RTM_GETLINK, NLM_F_DUMP));
+  const ifinfomsg all{};
+  nlattr* info = nullptr;
+  if (!message || nlmsg_append(message.get(), const_cast<ifinfomsg*>(&all), sizeof all, 0) < 0 ||
+      !(info = nla_nest_start(message.get(), IFLA_LINKINFO)) ||
+      nla_put_string(message.get(), IFLA_INFO_KIND, macvtap) < 0)
+    throw rt::Exception("there is no memory for a netlink message");
+  nla_nest_end(message.get(), info);
+  require(nl_send_auto(socket, message.get()));
 }
 
 std::optional<rt::EthAddr> addressOf(rtnl_link* link) {
@@ -28,22 +51,32 @@ std::optional<rt::EthAddr> addressOf(rtnl_link* link) {
   return address ? rt::EthAddr::fromText(nl_addr2str(address, text, sizeof text)) : std::nullopt;
 }
 
+// A kernel that has no macvtap device yet may list all there are.
+void take(nl_object* object, void* taps) {
+  auto* const link = reinterpret_cast<rtnl_link*>(object);
+  const char* const kind = rtnl_link_get_type(link);
+  if (!kind || std::string_view(kind) != macvtap) return;
+  if (const auto mac = addressOf(link))
+    static_cast<std::vector<Tap>*>(taps)->push_back({rtnl_link_get_name(link), *mac});
+}
+
+int parse(nl_msg* message, void* taps) { return nl_msg_parse(message, take, taps); }
+
 }  // namespace
 
 std::vector<Tap> taps() {
-  const std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket(nl_socket_alloc(), nl_socket_free);
+  const Socket socket(nl_socket_alloc());
   if (!socket) throw rt::Exception("there is no memory for a netlink socket");
   require(nl_connect(socket.get(), NETLINK_ROUTE));
-  nl_cache* found = nullptr;
-  require(rtnl_link_alloc_cache(socket.get(), AF_UNSPEC, &found));
-  const std::unique_ptr<nl_cache, void (*)(nl_cache*)> cache(found, nl_cache_free);
   std::vector<Tap> result;
-  for (nl_object* at = nl_cache_get_first(found); at; at = nl_cache_get_next(at)) {
-    auto* const link = reinterpret_cast<rtnl_link*>(at);
-    const char* const kind = rtnl_link_get_type(link);
-    if (!kind || std::string_view(kind) != "macvtap") continue;
-    if (const auto mac = addressOf(link)) result.push_back({rtnl_link_get_name(link), *mac});
+  nl_socket_modify_cb(socket.get(), NL_CB_VALID, NL_CB_CUSTOM, parse, &result);
+  int outcome = -NLE_DUMP_INTR;
+  for (int i = 0; i < attempts && outcome == -NLE_DUMP_INTR; ++i) {
+    result.clear();
+    ask(socket.get());
+    outcome = nl_recvmsgs_default(socket.get());
   }
+  require(outcome);
   return result;
 }
 
