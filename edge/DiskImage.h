@@ -9,6 +9,7 @@
 #include <optional>
 #include <string_view>
 
+#include "guest/ImageHeader.h"
 #include "runtime/base/Problem.h"
 
 namespace edge {
@@ -22,8 +23,8 @@ struct ImageFacts {
 
   int error = 0;  // the errno when the file is missing or cannot be read; the rest is 0 then
   Kind kind = Kind::other;
-  uint64_t size = 0;                // bytes
-  std::array<uint8_t, 104> head{};  // its first bytes; zeros behind its end
+  uint64_t size = 0;                              // bytes
+  std::array<char, guest::imageHeadSize> head{};  // its first bytes; zeros behind its end
 };
 
 // The one function of this folder that looks at a file. It waits for nothing and changes nothing,

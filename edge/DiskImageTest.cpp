@@ -31,12 +31,12 @@ void write(ImageFacts& facts, size_t at, std::string_view bytes) {
 ImageFacts qcow2(int version) {
   ImageFacts facts = file(196'616);
   write(facts, 0, "QFI\xfb");
-  facts.head[7] = static_cast<uint8_t>(version);
+  facts.head[7] = static_cast<char>(version);
   return facts;
 }
 
 ImageFacts with(ImageFacts facts, size_t at, int byte) {
-  facts.head[at] = static_cast<uint8_t>(byte);
+  facts.head[at] = static_cast<char>(byte);
   return facts;
 }
 
