@@ -19,6 +19,7 @@
 #include "ctl/OutputBuffer.h"
 #include "ctl/Program.h"
 #include "ctl/TemporaryFile.h"
+#include "edge/ImageLook.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -60,6 +61,11 @@ bool isReadWhileWaiting(std::span<const int> descriptors) {
   looks.reserve(descriptors.size() + 1);
   for (const int descriptor : descriptors) looks.push_back({descriptor, POLLIN, 0});
   return poll(looks.data(), looks.size(), -1) < 0 || looks[0].revents == 0;
+}
+
+// An image may lie on a file system that does not answer.
+edge::ImageFacts imageFacts(const rt::String& path) {
+  return edge::imageFactsWithin([&] { return edge::imageFacts(path); }, edge::imagePatience);
 }
 
 std::unique_ptr<ctl::EditedFile> makeEditedFile(const rt::String& name) {
@@ -114,7 +120,7 @@ int main(int argc, char** argv) {
                    .now = now,
                    .waitReadable = waitReadable,
                    .waitWhileRead = waitWhileRead,
-                   .imageFacts = edge::imageFacts,
+                   .imageFacts = imageFacts,
                    .readFile = readFile,
                    .makeEditedFile = makeEditedFile,
                    .holdConsole = holdConsole,

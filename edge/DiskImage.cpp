@@ -29,6 +29,9 @@ Right formatRight(std::string_view head) {
 }
 
 Right imageRight(const ImageFacts& facts) {
+  if (facts.error == ETIMEDOUT)
+    return "must answer within " + rt::toText(static_cast<int>(imagePatience.value())) +
+           " s: its file system does not";
   if (facts.error != 0)
     return "must be a file that can be read: " + std::generic_category().message(facts.error);
   if (facts.kind == ImageFacts::Kind::other) return "must be a regular file or a block device";
@@ -36,12 +39,6 @@ Right imageRight(const ImageFacts& facts) {
     return "must have at least " + rt::toText(smallestImage) + " bytes; it has " +
            rt::toText(facts.size);
   return formatRight(headOf(facts));
-}
-
-ImageFacts failed(int error) {
-  ImageFacts facts;
-  facts.error = error;
-  return facts;
 }
 
 // Reads the facts of an open file; an errno when that fails.
@@ -54,10 +51,16 @@ int readFacts(int fd, ImageFacts& facts) {
 
 }  // namespace
 
+ImageFacts unreadable(int error) {
+  ImageFacts facts;
+  facts.error = error;
+  return facts;
+}
+
 ImageFacts imageFacts(const rt::String& path) {
   // Looked at before it is opened: to open a FIFO or a watchdog device would do something.
   struct stat status {};
-  if (stat(path.charPtr(), &status) != 0) return failed(errno);
+  if (stat(path.charPtr(), &status) != 0) return unreadable(errno);
   ImageFacts facts;
   if (S_ISREG(status.st_mode))
     facts.kind = ImageFacts::Kind::regular;
@@ -66,10 +69,10 @@ ImageFacts imageFacts(const rt::String& path) {
   else
     return facts;
   const int fd = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return failed(errno);
+  if (fd < 0) return unreadable(errno);
   const int error = readFacts(fd, facts);
   close(fd);
-  return error == 0 ? facts : failed(error);
+  return error == 0 ? facts : unreadable(error);
 }
 
 std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts) {

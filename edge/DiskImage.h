@@ -11,6 +11,7 @@
 
 #include "guest/ImageHeader.h"
 #include "runtime/base/Problem.h"
+#include "runtime/base/Seconds.h"
 
 namespace edge {
 
@@ -27,9 +28,15 @@ struct ImageFacts {
   std::array<char, guest::imageHeadSize> head{};  // its first bytes; zeros behind its end
 };
 
-// The one function of this folder that looks at a file. It waits for nothing and changes nothing,
-// but for the disk: a file system that does not answer holds it up.
+// The facts of a file that could not be looked at: an errno.
+ImageFacts unreadable(int error);
+
+// The one function of this folder that looks at a file. It changes nothing, and a file system that
+// does not answer holds it up for ever: see ImageLook.h.
 ImageFacts imageFacts(const rt::String& path);
+
+// How long an image may take to answer a look at it.
+constexpr rt::Seconds imagePatience{5};
 
 // Pure: raw disks and CDs, and qcow2 of version 2 or 3 that needs no second file, will do.
 std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts);

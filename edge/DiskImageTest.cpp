@@ -78,6 +78,12 @@ TEST(DiskImage, ThatIsMissingIsToldWithItsCause) {
             "file or directory");
 }
 
+TEST(DiskImage, OnAFileSystemThatDoesNotAnswerIsToldSo) {
+  EXPECT_EQ(wrong(unreadable(ETIMEDOUT)),
+            "diskImage: '/images/web.iso' is refused: must answer within 5 s: its file system does "
+            "not");
+}
+
 TEST(DiskImage, MayBePlainQcow2OfVersionTwoOrThree) {
   EXPECT_THAT(wrong(qcow2(1)), HasSubstr("this is version 1"));
   EXPECT_EQ(wrong(qcow2(2)), "");
