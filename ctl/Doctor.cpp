@@ -173,6 +173,25 @@ Finding examineShim(const Machine& machine) {
                 "install VmAgent anew: vmagentd does not start without it");
 }
 
+// Asks the daemon that was installed with us: the agent is looked for in its library path, not in
+// ours.
+Finding examineAgent(const Machine& machine) {
+  constexpr const char* what = "agent";
+  const rt::String mend = "install VmAgent anew: vmagentd does not start without it";
+  const rt::String own = machine.ownDirectory();
+  for (const char* place : {"/", "/../host/"}) {  // installed, in the build's
+    const rt::String daemon = own + place + "vmagentd";
+    if (machine.accessError(daemon, Access::execute) != 0) continue;
+    const ProgramEnd end = machine.run({daemon, "--check", "--shim", "off"});
+    if (end.status == 0) return ok(what, "vmagentd can load it");
+    std::string_view output = end.output;
+    const rt::String line = lineOf(output);
+    return failed(what, daemon + " does not find all it needs" + (line.empty() ? "" : ": " + line),
+                  mend);
+  }
+  return failed(what, "there is no program vmagentd in " + own, mend);
+}
+
 Finding examinePermissions(const Machine& machine, const Directories& directories) {
   constexpr const char* what = "permissions";
   bool isThere = true;

@@ -24,6 +24,7 @@ Finding examineMacvtap(const Machine& machine);
 Finding examineDevices(const Machine& machine);
 Finding examineClock(const Machine& machine);
 Finding examineShim(const Machine& machine);
+Finding examineAgent(const Machine& machine);
 Finding examinePermissions(const Machine& machine, const Directories& directories);
 Finding examineRunDirectory(const Machine& machine, const rt::String& directory);
 Finding examineStateDirectory(const Machine& machine, const rt::String& directory);

@@ -62,6 +62,7 @@ std::vector<Finding> findingsOf(Context& context) {
           examineMacvtap(machine),
           examineDevices(machine),
           examineShim(machine),
+          examineAgent(machine),
           examineStateDirectory(machine, directories.state),
           examineRunDirectory(machine, directories.run),
           examinePermissions(machine, directories),

@@ -31,6 +31,7 @@ TEST_F(DoctorVerb, OfAMachineThatIsWellIsDone) {
                     "ok       macvtap: the kernel has it\n"
                     "ok       tap nodes: the kernel makes them in /dev\n"
                     "ok       vmagent-shim: it is installed\n"
+                    "ok       agent: vmagentd can load it\n"
                     "ok       state directory: /var/lib/vmagent, 12.0 GiB free\n"
                     "ok       run directory: /run/vmagent\n"
                     "ok       permissions: you can read and write both databases\n"
@@ -154,6 +155,25 @@ TEST_F(DoctorVerb, LooksForTheShimWhereItMayLie) {
   EXPECT_EQ(of("vmagent-shim"),
             "FAILED   vmagent-shim: it is not in /usr/bin/../lib/vmagent\n"
             "         install VmAgent anew: vmagentd does not start without it\n");
+}
+
+TEST_F(DoctorVerb, AsksTheDaemonBesideItWhetherTheAgentLoads) {
+  const std::string check = "vmagentd --check --shim off";
+  machine_.programs["/usr/bin/" + check] = {1,
+                                            "vmagentd: the agent cannot be loaded: no such file\n"};
+  EXPECT_EQ(of("agent"),
+            "FAILED   agent: /usr/bin/vmagentd does not find all it needs: vmagentd: the agent "
+            "cannot be loaded: no such file\n"
+            "         install VmAgent anew: vmagentd does not start without it\n");
+  machine_.programs.erase("/usr/bin/" + check);
+  EXPECT_THAT(of("agent"), testing::StartsWith(
+                               "FAILED   agent: /usr/bin/vmagentd does not find all it needs\n"));
+  machine_.accessErrors["/usr/bin/vmagentd"] = ENOENT;
+  machine_.programs["/usr/bin/../host/" + check] = {0, ""};
+  EXPECT_EQ(of("agent"), "ok       agent: vmagentd can load it\n");
+  machine_.accessErrors["/usr/bin/../host/vmagentd"] = ENOENT;
+  EXPECT_THAT(of("agent"),
+              testing::StartsWith("FAILED   agent: there is no program vmagentd in /usr/bin\n"));
 }
 
 TEST_F(DoctorVerb, FindsADiskThatIsFull) {

@@ -27,6 +27,7 @@ constexpr const char* help =
     "  --vnc-listen ADDR    the address of the guests' screens (127.0.0.1)\n"
     "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
+    "  --check              tell whether the agent loads and the shim is there, and end\n"
     "  --version            print the version\n"
     "  --help               print this\n"
     "\n"
@@ -119,6 +120,7 @@ class Reader {
     take("--run-dir", environment.runDir, "VMAGENT_RUN_DIR");
     take("--trace", environment.trace, "VMAGENT_TRACE");
     while (at_ < words_.size() && result_.wish == CommandLine::Wish::run) readWord();
+    if (isCheck_ && result_.wish == CommandLine::Wish::run) result_.wish = CommandLine::Wish::check;
     return std::move(result_);
   }
 
@@ -134,6 +136,7 @@ class Reader {
     const std::string_view word = words_[at_++];
     if (word == "--help" || word == "-h") return print(help);
     if (word == "--version") return print("vmagentd " VMAGENT_VERSION "\n");
+    if (word == "--check") return void(isCheck_ = true);
     const size_t equals = word.find('=');
     const std::string_view name = word.substr(0, equals);
     if (!settingOf(name)) return unknown(word);
@@ -145,7 +148,7 @@ class Reader {
   void unknown(std::string_view word) {
     if (!word.starts_with("-"))
       return refuse("'" + rt::String(word) + "' is refused: there are no arguments, only options");
-    std::vector<std::string_view> known = {"--version", "--help"};
+    std::vector<std::string_view> known = {"--check", "--version", "--help"};
     for (const Setting& each : settings) known.push_back(each.name);
     refuse("there is no option '" + rt::String(word) + "'" + rt::didYouMean(word, known));
   }
@@ -161,6 +164,7 @@ class Reader {
 
   const std::span<const char* const> words_;
   size_t at_ = 0;
+  bool isCheck_ = false;
   CommandLine result_;
 };
 

@@ -23,9 +23,9 @@ struct Options {
   rt::String bridge;              // that static MAC entries are applied to; empty: to none
 };
 
-// What the command line asks for: to run, or to print a text and end.
+// What the command line asks for: to run, to look whether it could, or to print a text and end.
 struct CommandLine {
-  enum class Wish : uint8_t { run, print, usageError };
+  enum class Wish : uint8_t { run, check, print, usageError };
   Wish wish = Wish::run;
   Options options;
   rt::String text;  // to print: on standard output, or on standard error for an error

@@ -138,6 +138,16 @@ TEST(Options, ThatAreNotKnownAreRefusedWithTheOneMeantPerhaps) {
   EXPECT_EQ(refusal({"-x"}), "there is no option '-x'");
 }
 
+TEST(Options, MayAskForACheckOfWhatTheOthersSay) {
+  for (const Words& words : {Words{"--check", "--shim", "off"}, Words{"--shim=off", "--check"}}) {
+    const CommandLine line = readLine(words);
+    EXPECT_EQ(line.wish, Wish::check);
+    EXPECT_EQ(line.options.shim, "off");
+  }
+  EXPECT_THAT(refusal({"--check", "--shim=shim"}), StartsWith("--shim: 'shim' is refused"));
+  EXPECT_EQ(readLine({"--check", "--version"}).wish, Wish::print);
+}
+
 TEST(Options, AreAllThereIsOnTheCommandLine) {
   EXPECT_EQ(refusal({"start"}), "'start' is refused: there are no arguments, only options");
 }
@@ -150,10 +160,10 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
   for (const char* word : {"--help", "-h"}) {
     const CommandLine line = readLine({word});
     EXPECT_EQ(line.wish, Wish::print);
-    for (const char* name :
-         {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
-          "--stop-timeout", "--version", "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR",
-          "VMAGENT_TRACE", "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage"})
+    for (const char* name : {"--state-dir", "--run-dir", "--trace", "--shim", "--accel",
+                             "--vnc-listen", "--stop-timeout", "--check", "--version", "--help",
+                             "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
+                             "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage"})
       EXPECT_THAT(line.text.str(), HasSubstr(name));
   }
 }

@@ -1,12 +1,14 @@
 // vmagentd: runs the agent on the state database of one machine.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
 #include <vector>
 
 #include "host/Daemon.h"
+#include "host/Plugin.h"
 #include "host/service/ChildEnvironment.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/ShimMount.h"
@@ -39,17 +41,22 @@ host::ChildEnvironment::Values childEnvironment(const host::Options& options) {
   return values;
 }
 
+// The program to put in QEMU's place; empty where none is wanted.
+rt::String shimOf(const host::Options& options) {
+  if (options.shim == "off") return {};
+  if (options.shim != "auto") return options.shim;
+  rt::String shim = host::installedShim();
+  if (shim.empty())
+    throw rt::Exception(
+        "there is no vmagent-shim beside this program; install it, or name one with --shim");
+  return shim;
+}
+
 // Null where none is wanted.
 std::unique_ptr<host::ShimMount> enterNamespaces(const host::Options& options) {
   std::unique_ptr<host::ShimMount> mount;
-  if (options.shim != "off") {
-    const rt::String shim = options.shim == "auto" ? host::installedShim() : options.shim;
-    if (shim.empty())
-      throw rt::Exception(
-          "there is no vmagent-shim beside this program; install it, or name one "
-          "with --shim");
-    mount = std::make_unique<host::ShimMount>(shim);
-  }
+  const rt::String shim = shimOf(options);
+  if (!shim.empty()) mount = std::make_unique<host::ShimMount>(shim);
   if (host::needsPrivateDev()) host::enterPrivateDev();
   return mount;
 }
@@ -76,6 +83,22 @@ int run(const host::Options& options) {
   }
 }
 
+// Finds and loads what a start needs of ours, just as a start does, and does nothing with it.
+int check(const host::Options& options) {
+  try {
+    const rt::String shim = shimOf(options);
+    if (!shim.empty() && access(shim.charPtr(), X_OK) != 0)
+      throw rt::ErrnoException(errno, "the shim " + shim + " cannot be executed");
+    (void)host::loadAgent(host::agentModule);
+    std::puts(shim.empty() ? "vmagentd: the agent loads"
+                           : "vmagentd: the agent loads, and the shim is there");
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "vmagentd: %s\n", error.what());
+    return failed;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -87,6 +110,8 @@ int main(int argc, char** argv) {
   switch (line.wish) {
     case host::CommandLine::Wish::run:
       return run(line.options);
+    case host::CommandLine::Wish::check:
+      return check(line.options);
     case host::CommandLine::Wish::print:
       std::fputs(line.text.charPtr(), stdout);
       return 0;

@@ -41,7 +41,8 @@ class FakeMachine final : public Machine {
       {"/proc/mounts", "/dev/sda1 / ext4 rw 0 0\nudev /dev devtmpfs rw 0 0\n"}};
   std::map<std::string, ProgramEnd> programs{
       {"/usr/bin/qemu-system-x86_64 --version",
-       {0, "QEMU emulator version 7.2.22 (Debian 1:7.2)\nCopyright\n"}}};
+       {0, "QEMU emulator version 7.2.22 (Debian 1:7.2)\nCopyright\n"}},
+      {"/usr/bin/vmagentd --check --shim off", {0, ""}}};
   uint64_t free = 12ULL << 30U;
   int64_t time = 1732186123;
 };
