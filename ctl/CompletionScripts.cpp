@@ -29,7 +29,12 @@ _vmctl() {
   compadd -S '' -- ${(M)found:#*=}
   compadd -- ${found:#*=}
 }
-compdef _vmctl vmctl
+# Run as the function itself where it was found as a file, or else read by a person's shell.
+if [[ $funcstack[1] == _vmctl ]]; then
+  _vmctl "$@"
+else
+  compdef _vmctl vmctl
+fi
 )SH";
 
 constexpr const char* fish = R"SH(complete -c vmctl -e
