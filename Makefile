@@ -5,11 +5,12 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install test soak coverage bench fuzz check format clean
+.PHONY: help setup build run install uninstall test soak coverage bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build with sanitizers, run all tests'
+	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make build    build for daily work, into build/dev'
@@ -37,11 +38,15 @@ run: build/release/build.ninja
 # PREFIX, and DESTDIR for a package's root.
 PREFIX ?= /usr/local
 install: build/release/build.ninja
-	@cmake --preset release -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
-	@cmake --build --preset release --target vmagentd vmctl vmagent_shim man
-	@cmake --install build/release >/dev/null
+	@cmake --build --preset release --target vmagentd vmctl vmagent_shim man completion
+	@cmake --install build/release --strip --prefix $(PREFIX) >/dev/null
 	@[ -n "$(DESTDIR)" ] || ! command -v systemd-sysusers >/dev/null || systemd-sysusers
 	@echo 'make install: installed below $(DESTDIR)$(PREFIX)'
+
+# What the last "make install" here put below PREFIX, and nothing else.
+uninstall:
+	@packaging/uninstall build/release $(PREFIX)
+	@echo 'make uninstall: nothing of it is left below $(DESTDIR)$(PREFIX)'
 
 # More at once than there are processors: most of the time the long ones wait for guests. What is
 # shipped, without sanitizers, does its job in "make run". PRESET=dev: in half of the time.
