@@ -208,9 +208,9 @@ TEST_F(SetVerb, ChangesNothingWhenOneValueIsRefused) {
 
 TEST_F(SetVerb, SaysThatWhatARunningGuestHasChangesAtItsNextStart) {
   putVm("web1", true);
-  EXPECT_EQ(vmctl("set web1 memory=512").err,
-            "web1: changed; takes effect at the next start ('vmctl restart web1')\n");
-  EXPECT_EQ(vmctl("set web1 diskImage=/b.iso").err, "web1: changed\n");
+  for (const char* change : {"memory=512", "diskImage=/b.iso", "vncPort=5905"})
+    EXPECT_EQ(vmctl(std::string("set web1 ") + change).err,
+              "web1: changed; takes effect at the next start ('vmctl restart web1')\n");
   EXPECT_EQ(vmctl("set web1 enabled=false memory=256").err, "web1: changed\n");
 }
 

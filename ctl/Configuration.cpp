@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "edge/RestartNeeded.h"
 #include "edge/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
 
@@ -35,10 +36,7 @@ Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
 }  // namespace
 
 bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
-  if (!before.enabled() || !after.enabled()) return false;
-  const Vm::VmConfig::Ptr asRunning = copyOf(after);
-  asRunning->diskImageIs(before.diskImage());  // the agent acts on a new one at once
-  return statedb::documentOf(*asRunning) != statedb::documentOf(before);
+  return before.enabled() && after.enabled() && !edge::fieldsForNextStart(before, after).empty();
 }
 
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {

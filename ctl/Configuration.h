@@ -16,7 +16,7 @@ struct Changed {
   Vm::VmConfig::Ptr after;
 };
 
-// Whether a running guest goes on with what it was started with.
+// Whether anything of the change waits for the start of a guest that may run.
 bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after);
 
 // Whether the problem is of a field that could not be read: that has its default now, which says

@@ -37,14 +37,14 @@ constexpr Verb table[] = {
      "Changes all the fields at once or, when one is refused, none:\n"
      "\n"
      "  enabled                  true or false\n"
-     "  diskImage                an absolute path; a running guest is started anew with it\n"
+     "  diskImage                an absolute path\n"
      "  memory                   in MiB, or with K, M or G behind it\n"
      "  vncPort                  5900 to 5910, or 0 for no display\n"
      "  vnicConfig.KEY.model     a network card of QEMU's\n"
      "  vnicConfig.KEY.macAddr   a unicast MAC address\n"
      "  vnicConfig.KEY.intfName  the switch interface it is bridged to\n"
      "\n"
-     "Memory, port and cards take effect at the next start.\n",
+     "All but the first take effect at the guest's next start: 'vmctl restart NAME'.\n",
      setVm},
     {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
      "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"

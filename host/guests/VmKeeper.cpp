@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "edge/RestartNeeded.h"
 #include "host/guests/AgentView.h"
-#include "host/guests/RestartNeeded.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -248,9 +248,13 @@ void VmKeeper::showGuestProblem() {
 }
 
 void VmKeeper::showRestartNeeded() {
-  const bool runs = startedWith_ && wanted_ && hasProcess();
-  tools_.problems.problemIs(name_, ProblemSource::restart,
-                            runs ? restartNeeded(*startedWith_, *wanted_) : rt::String());
+  rt::String fields;
+  if (startedWith_ && wanted_ && hasProcess())
+    for (const std::string_view field : edge::fieldsForNextStart(*startedWith_, *wanted_))
+      (fields += fields.empty() ? "" : ", ") += field;
+  if (!fields.empty())
+    fields += ": changed since the guest was started; 'vmctl restart " + name_ + "' applies it";
+  tools_.problems.problemIs(name_, ProblemSource::restart, fields);
 }
 
 }  // namespace host

@@ -245,6 +245,18 @@ TEST(VmRestart, OfTheVmOfThatNameBeforeIsNothingToTheNewOne) {
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
 }
 
+TEST(VmRestart, IsNeededWhereFieldsDifferFromWhatTheGuestWasStartedWith) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.problem("web1"), "");
+  world.rowIs("web1", {.diskImage = "/images/other.iso", .memory = 512});
+  EXPECT_EQ(world.problem("web1"),
+            "restart: diskImage, memory: changed since the guest was started; 'vmctl restart web1' "
+            "applies it");
+  world.rowIs("web1", on);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 // Starts that fail.
 
 class VmFailureTest : public testing::Test {

@@ -39,8 +39,8 @@ class VnicConfig final : public rt::EntityOf<VnicConfig> {
   rt::String intfName_;
 };
 
-// One configured VM. The agent watches `enabled` and `diskImage`; the rest takes effect at the next
-// start.
+// One configured VM. The agent watches `enabled` and `diskImage`; all but `enabled` takes effect at
+// the next start.
 class VmConfig final : public rt::EntityOf<VmConfig> {
  public:
   using VnicConfigs = rt::Collection<rt::String, VnicConfig::Ptr>;

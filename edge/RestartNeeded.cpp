@@ -1,0 +1,39 @@
+#include "edge/RestartNeeded.h"
+
+#include <algorithm>
+
+#include "runtime/entity/Entity.h"
+
+namespace edge {
+
+namespace {
+
+bool isSame(const rt::Entity& a, const rt::Entity& b);
+
+bool isSame(const rt::AttributeInfo& attribute, const rt::Entity& a, const rt::Entity& b) {
+  if (attribute.kind == rt::AttributeKind::scalar) return attribute.text(a) == attribute.text(b);
+  const std::vector<rt::String> keys = attribute.keys(a);
+  return keys == attribute.keys(b) && std::all_of(keys.begin(), keys.end(), [&](const auto& key) {
+           return isSame(*attribute.member(a, key), *attribute.member(b, key));
+         });
+}
+
+bool isSame(const rt::Entity& a, const rt::Entity& b) {
+  const auto attributes = a.type().attributes;
+  return std::all_of(attributes.begin(), attributes.end(),
+                     [&](const auto& attribute) { return isSame(attribute, a, b); });
+}
+
+}  // namespace
+
+std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
+                                                 const Vm::VmConfig& after) {
+  std::vector<std::string_view> fields;
+  if (&before == &after) return fields;
+  for (const rt::AttributeInfo& attribute : before.type().attributes)
+    if (attribute.name != "enabled" && !isSame(attribute, before, after))
+      fields.push_back(attribute.name);
+  return fields;
+}
+
+}  // namespace edge

@@ -1,0 +1,18 @@
+// What of a VM's configuration takes effect at its guest's next start only: all but the switch.
+//
+// The daemon and the command line ask here, so both say the same.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "runtime/records/VmConfig.h"
+
+namespace edge {
+
+// The fields that differ and that a guest, which was started with `before`, goes on without, in the
+// order of the record: "diskImage", "vnicConfig" for anything about a card. Pure.
+std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
+                                                 const Vm::VmConfig& after);
+
+}  // namespace edge
