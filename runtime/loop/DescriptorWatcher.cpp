@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <limits>
 
 #include "runtime/base/Exception.h"
 #include "runtime/loop/FileDescriptor.h"
@@ -26,15 +27,20 @@ bool isPipe(int number) {
   return fstat(number, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-int waitFor(int epoll, epoll_event* events, Seconds atMost) {
-  if (!(atMost < forEver)) return epoll_wait(epoll, events, maxReady, -1);
+// Rounded up, else a wait that ends a little too early would be followed by an empty turn.
+timespec exactly(Seconds atMost) {
   timespec timeout{};
   const double seconds = std::floor(atMost.value());
   timeout.tv_sec = static_cast<time_t>(seconds);
-  // Rounded up, else a wait that ends a little too early would be followed by an empty turn.
   timeout.tv_nsec =
       std::min(999'999'999L, std::lround(std::ceil((atMost.value() - seconds) * 1e9)));
-  return epoll_pwait2(epoll, events, maxReady, &timeout, nullptr);
+  return timeout;
+}
+
+// Likewise. What is too long is waited for in parts.
+int inMilliseconds(Seconds atMost) {
+  constexpr double most = std::numeric_limits<int>::max();
+  return static_cast<int>(std::min(most, std::ceil(atMost.value() * 1e3)));
 }
 
 }  // namespace
@@ -78,9 +84,20 @@ bool DescriptorWatcher::isPipeEnd(const Ready& ready) const {
   return watched && watched->pipe;
 }
 
+int DescriptorWatcher::waitFor(epoll_event* events, Seconds atMost) {
+  if (!(atMost < forEver)) return epoll_wait(epoll_, events, maxReady, -1);
+  if (waitsExactly_) {
+    const timespec timeout = exactly(atMost);
+    const int count = epoll_pwait2(epoll_, events, maxReady, &timeout, nullptr);
+    waitsExactly_ = count >= 0 || errno != ENOSYS;
+    if (waitsExactly_) return count;
+  }
+  return epoll_wait(epoll_, events, maxReady, inMilliseconds(atMost));
+}
+
 bool DescriptorWatcher::wait(Seconds atMost) {
   epoll_event events[maxReady];
-  const int count = waitFor(epoll_, events, atMost);
+  const int count = waitFor(events, atMost);
   if (count < 0 && errno != EINTR) throw ErrnoException(errno, "epoll_wait");
   ready_.clear();
   found_ = std::max(count, 0);

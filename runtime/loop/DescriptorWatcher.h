@@ -9,6 +9,8 @@
 #include "runtime/base/Seconds.h"
 #include "runtime/entity/Ptr.h"
 
+struct epoll_event;
+
 namespace rt {
 
 class FileDescriptor;
@@ -51,6 +53,7 @@ class DescriptorWatcher {
     uint32_t events;
   };
 
+  int waitFor(epoll_event* events, Seconds atMost);
   void pipeEndsFirst();
   void awaitPipeEnds(size_t missing);
   bool hasEnded(uint64_t pipe) const;
@@ -59,7 +62,8 @@ class DescriptorWatcher {
   const Watched* find(uint64_t id) const;
 
   int epoll_;
-  uint64_t nextId_ = 1;  // events carry ids, because descriptor numbers are used again
+  bool waitsExactly_ = true;  // until the kernel, older than 5.11, knows milliseconds only
+  uint64_t nextId_ = 1;       // events carry ids, because descriptor numbers are used again
   std::unordered_map<uint64_t, Watched> watched_;
   std::vector<Ready> ready_;
   int found_ = 0;  // by the last wait()
