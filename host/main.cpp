@@ -10,6 +10,7 @@
 #include "host/Daemon.h"
 #include "host/Plugin.h"
 #include "host/service/ChildEnvironment.h"
+#include "host/service/InheritedDescriptors.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/ShimMount.h"
 #include "host/service/Signals.h"
@@ -104,7 +105,7 @@ int check(const host::Options& options) {
 int main(int argc, char** argv) {
   // What our starter left open is not meant for guests: a pipe of his that breaks would look to
   // their shims as if we had ended.
-  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  host::keepInheritedDescriptors();
   const std::vector<const char*> words(argv + 1, argv + argc);
   const host::CommandLine line = host::readCommandLine(words, environment());
   switch (line.wish) {
