@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "runtime/base/Text.h"
 
@@ -11,9 +12,11 @@ namespace ctl {
 namespace {
 
 using Access = Machine::Access;
+using KernelVersion = std::pair<uint32_t, uint32_t>;
 
 constexpr const char* qemu = "/usr/bin/qemu-system-x86_64";
 constexpr uint32_t oldestQemu = 7;
+constexpr KernelVersion oldestKernel{5, 9};  // for close_range()
 constexpr uint64_t mebibyte = 1024 * 1024;
 constexpr int64_t year2020 = 1577836800;  // seconds since 1970
 
@@ -70,6 +73,17 @@ rt::String versionOf(std::string_view text) {
   if (at == std::string_view::npos) return {};
   text.remove_prefix(at + mark.size());
   return text.substr(0, text.find_first_not_of("0123456789."));
+}
+
+// {6, 1} of "6.1.0-44-amd64".
+std::optional<KernelVersion> kernelVersionOf(std::string_view release) {
+  const size_t dot = release.find('.');
+  if (dot == std::string_view::npos) return std::nullopt;
+  const std::string_view rest = release.substr(dot + 1);
+  const auto major = rt::fromText<uint32_t>(release.substr(0, dot));
+  const auto minor = rt::fromText<uint32_t>(rest.substr(0, rest.find_first_not_of("0123456789")));
+  if (!major || !minor) return std::nullopt;
+  return KernelVersion{*major, *minor};
 }
 
 // Of the file system that is mounted there last.
@@ -132,6 +146,22 @@ Finding examineQemu(const Machine& machine) {
     return failed(what, rt::String(qemu) + " is too old: version " + version,
                   "install version " + rt::toText(oldestQemu) + " or newer");
   return ok(what, rt::String(qemu) + ", version " + version);
+}
+
+Finding examineKernel(const Machine& machine) {
+  constexpr const char* what = "kernel";
+  const rt::String text = machine.text("/proc/sys/kernel/osrelease").value_or("");
+  std::string_view rest = text;
+  const rt::String release = lineOf(rest);
+  const rt::String oldest = rt::format("%u.%u", oldestKernel.first, oldestKernel.second);
+  const auto version = kernelVersionOf(release);
+  if (!version)
+    return warning(what, "it tells no version" + (release.empty() ? release : ": " + release),
+                   "make sure that it is Linux " + oldest + " or newer");
+  if (*version < oldestKernel)
+    return failed(what, "Linux " + release + " is too old: no guest can start",
+                  "run Linux " + oldest + " or newer");
+  return ok(what, "Linux " + release);
 }
 
 Finding examineMacvtap(const Machine& machine) {

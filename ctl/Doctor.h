@@ -20,6 +20,7 @@ struct Finding {
 // Ask nothing but `machine`.
 Finding examineKvm(const Machine& machine);
 Finding examineQemu(const Machine& machine);
+Finding examineKernel(const Machine& machine);
 Finding examineMacvtap(const Machine& machine);
 Finding examineDevices(const Machine& machine);
 Finding examineClock(const Machine& machine);

@@ -59,6 +59,7 @@ std::vector<Finding> findingsOf(Context& context) {
   const Directories& directories = context.directories();
   return {examineKvm(machine),
           examineQemu(machine),
+          examineKernel(machine),
           examineMacvtap(machine),
           examineDevices(machine),
           examineShim(machine),

@@ -28,6 +28,7 @@ TEST_F(DoctorVerb, OfAMachineThatIsWellIsDone) {
             (Answer{0,
                     "ok       KVM: /dev/kvm opens, and the processor has vmx\n"
                     "ok       QEMU: /usr/bin/qemu-system-x86_64, version 7.2.22\n"
+                    "ok       kernel: Linux 6.1.0-44-amd64\n"
                     "ok       macvtap: the kernel has it\n"
                     "ok       tap nodes: the kernel makes them in /dev\n"
                     "ok       vmagent-shim: it is installed\n"
@@ -124,6 +125,26 @@ TEST_F(DoctorVerb, FindsQemuThatIsMissingBrokenOrOld) {
   EXPECT_EQ(of("QEMU"),
             "FAILED   QEMU: there is no program /usr/bin/qemu-system-x86_64\n"
             "         install the package qemu-system-x86\n");
+}
+
+TEST_F(DoctorVerb, FindsAKernelThatIsTooOld) {
+  const std::string release = "/proc/sys/kernel/osrelease";
+  machine_.texts[release] = "5.4.0-216-generic\n";
+  EXPECT_EQ(of("kernel"),
+            "FAILED   kernel: Linux 5.4.0-216-generic is too old: no guest can start\n"
+            "         run Linux 5.9 or newer\n");
+  for (const char* const fit : {"5.9.0", "5.10.0-32-amd64", "6.0-rc1", "10.0.1"}) {
+    machine_.texts[release] = std::string(fit) + "\n";
+    EXPECT_EQ(of("kernel"), std::string("ok       kernel: Linux ") + fit + "\n");
+  }
+  for (const char* const odd : {"", "six", "6", "6.x", "a.1"}) {
+    machine_.texts[release] = std::string(odd) + "\n";
+    EXPECT_THAT(of("kernel"), testing::StartsWith("warning  kernel: it tells no version")) << odd;
+  }
+  machine_.texts.erase(release);
+  EXPECT_EQ(of("kernel"),
+            "warning  kernel: it tells no version\n"
+            "         make sure that it is Linux 5.9 or newer\n");
 }
 
 TEST_F(DoctorVerb, FindsMacvtapAsAModuleOrNotAtAll) {

@@ -38,6 +38,7 @@ class FakeMachine final : public Machine {
   std::map<std::string, std::string> texts{
       {"/proc/cpuinfo", "processor\t: 0\nflags\t\t: fpu vme vmx smx\n"},
       {"/proc/devices", "Character devices:\n  1 mem\n246 macvtap\n\nBlock devices:\n"},
+      {"/proc/sys/kernel/osrelease", "6.1.0-44-amd64\n"},
       {"/proc/mounts", "/dev/sda1 / ext4 rw 0 0\nudev /dev devtmpfs rw 0 0\n"}};
   std::map<std::string, ProgramEnd> programs{
       {"/usr/bin/qemu-system-x86_64 --version",
