@@ -43,6 +43,8 @@ namespace host {
 
 namespace {
 
+// Until those are tried again who did not read what they are told.
+constexpr rt::Seconds readersPause{0.1};
 constexpr const char* agentsDirectory = "/var/run";  // where the monitors' sockets are
 
 uint64_t timeOfDay() {
@@ -138,7 +140,7 @@ class Daemon::Parts {
  public:
   Parts(const Options& options, TraceLog& traces, PrepareStart prepareStart);
   ~Parts();
-  void run();
+  void run(const std::function<bool()>& tellReady);
 
  private:
   void readStatusOfBefore();
@@ -153,7 +155,7 @@ class Daemon::Parts {
   bool askToStop(const rt::String& vm) const;
   rt::Seconds stopPatience() const;
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
-  void turn(bool wait);
+  void turn(rt::Seconds atMost);
 
   const Options options_;
   const PrepareStart prepareStart_;
@@ -364,28 +366,29 @@ void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
   failures.rethrow();
 }
 
-void Daemon::Parts::turn(bool wait) {
-  const rt::String failure =
-      failureOf([&] { manager_.turn(wait ? rt::Seconds::infinity() : rt::Seconds(0)); });
+void Daemon::Parts::turn(rt::Seconds atMost) {
+  const rt::String failure = failureOf([&] { manager_.turn(atMost); });
   if (!failure.empty()) report("a handler failed: " + failure);
 }
 
-void Daemon::Parts::run() {
+void Daemon::Parts::run(const std::function<bool()>& tellReady) {
   {
     const std::lock_guard held(manager_.lock());
     statusFeed_->pass();
   }
-  notifyReady();
-  (void)!write(STDERR_FILENO, "vmagentd: ready\n", 16);
+  bool isHeard = tellReady();
   while (!stopped_) {
     bool more = false;
+    bool allIsTold = false;
     {
       const std::lock_guard held(manager_.lock());
       more = supervisor_->pass();
       if (bridgeFdb_) bridgeFdb_->pass();
       statusFeed_->pass();
+      isHeard = isHeard || tellReady();
+      allIsTold = traces_.pass() && isHeard;
     }
-    turn(!more);
+    turn(more ? rt::Seconds(0) : allIsTold ? rt::Seconds::infinity() : readersPause);
   }
   notifyStopping();
   const std::lock_guard held(manager_.lock());
@@ -401,6 +404,6 @@ Daemon::Daemon(const Options& options, TraceLog& traces, PrepareStart prepareSta
 
 Daemon::~Daemon() = default;
 
-void Daemon::run() { parts_->run(); }
+void Daemon::run(const std::function<bool()>& tellReady) { parts_->run(tellReady); }
 
 }  // namespace host

@@ -19,8 +19,9 @@ class Daemon {
   Daemon(const Daemon&) = delete;
   ~Daemon();
 
-  // Hands the configuration over and keeps to it, until SIGTERM or SIGINT. Guests stay.
-  void run();
+  // Hands the configuration over and keeps to it, until SIGTERM or SIGINT. Guests stay. `tellReady`
+  // is called when it begins, and says whether all have heard it; else it is called again.
+  void run(const std::function<bool()>& tellReady);
 
  private:
   class Parts;

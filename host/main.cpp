@@ -9,6 +9,7 @@
 
 #include "host/Daemon.h"
 #include "host/Plugin.h"
+#include "host/base/LineOutput.h"
 #include "host/service/ChildEnvironment.h"
 #include "host/service/InheritedDescriptors.h"
 #include "host/service/PrivateDev.h"
@@ -62,10 +63,23 @@ std::unique_ptr<host::ShimMount> enterNamespaces(const host::Options& options) {
   return mount;
 }
 
+// Tells those who started us; each once it can be told.
+std::function<bool()> tellReady(host::LineOutput& standardError) {
+  return [&standardError, line = false, manager = false]() mutable {
+    line = line || standardError.write("vmagentd: ready\n");
+    manager = manager || host::notifyReady();
+    return line && manager;
+  };
+}
+
 int run(const host::Options& options) {
   host::prepareSignals();
+  host::LineOutput standardError(STDERR_FILENO);
+  const auto writeLine = [&](std::string_view line) { return standardError.write(line); };
   host::TraceLog traces(options.traceLevels,
-                        host::logsToJournal() ? host::writeJournal : host::writeTraceLine);
+                        host::logsToJournal()
+                            ? host::TraceRoad{host::journalEntry, host::sendToJournal}
+                            : host::TraceRoad{host::lineOf, writeLine});
   try {
     const auto shim = enterNamespaces(options);
     host::ChildEnvironment environment(childEnvironment(options));
@@ -73,7 +87,7 @@ int run(const host::Options& options) {
       if (shim) shim->restore();
       environment.extraIs({{"VMAGENT_ROW", rt::toText(start.row)}});
     });
-    daemon.run();
+    daemon.run(tellReady(standardError));
     return endedBySignal;
   } catch (const statedb::Error& error) {
     std::fprintf(stderr, "vmagentd: %s\n", error.what());

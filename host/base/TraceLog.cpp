@@ -1,15 +1,15 @@
 #include "host/base/TraceLog.h"
 
-#include <unistd.h>
-
+#include <cerrno>
 #include <chrono>
+#include <utility>
 
-#include "runtime/base/String.h"
+#include "runtime/base/Text.h"
 
 namespace host {
 
-TraceLog::TraceLog(rt::TraceLevels levels, Output output)
-    : levels_(levels), output_(std::move(output)) {
+TraceLog::TraceLog(rt::TraceLevels levels, TraceRoad road)
+    : levels_(levels), road_(std::move(road)) {
   rt::vmTrace().levelsIs(levels_ | 1U << 1);
   rt::traceSinkIs(this);
 }
@@ -20,10 +20,44 @@ TraceLog::~TraceLog() {
 }
 
 void TraceLog::write(const rt::TraceRecord& record) {
+  const int error = errno;  // a trace between a call and a look at its errno does no harm
   const std::lock_guard held(mutex_);
   const bool ofChange = !vm_.empty() && thread_ == std::this_thread::get_id();
   if (record.level == 1 && ofChange) failure_ = rt::String(record.message);
-  if ((levels_ >> record.level & 1U) != 0) output_(record, ofChange ? vm_ : rt::String());
+  if ((levels_ >> record.level & 1U) != 0) {
+    (void)sendWaiting();
+    send(road_.text(record, ofChange ? vm_ : rt::String()));
+  }
+  errno = error;
+}
+
+bool TraceLog::pass() {
+  const std::lock_guard held(mutex_);
+  return sendWaiting();
+}
+
+void TraceLog::send(std::string text) {
+  if (waiting_.empty() && road_.send(text)) return;
+  if (waitingSize_ + text.size() > mostWaiting) {
+    ++lost_;
+    return;
+  }
+  waitingSize_ += text.size();
+  waiting_.push_back(std::move(text));
+}
+
+// In their order, and the number of the lost where they are missing.
+bool TraceLog::sendWaiting() {
+  for (; !waiting_.empty(); waiting_.pop_front()) {
+    if (!road_.send(waiting_.front())) return false;
+    waitingSize_ -= waiting_.front().size();
+  }
+  if (const uint64_t lost = std::exchange(lost_, 0); lost > 0) {
+    const std::string text =
+        "vmagentd: " + rt::toText(lost).str() + " messages were lost here: nobody read them";
+    send(road_.text({rt::vmTrace(), 1, __FILE__, __LINE__, __func__, text}, {}));
+  }
+  return waiting_.empty();
 }
 
 TraceLog::Change::Change(TraceLog& log, const rt::String& vm) : log_(log) {
@@ -43,11 +77,10 @@ rt::String TraceLog::Change::failure() const {
   return log_.failure_;
 }
 
-void writeTraceLine(const rt::TraceRecord& record, const rt::String& /*vm*/) {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const rt::String line =
-      rt::traceLine(record, std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-  (void)!::write(STDERR_FILENO, line.charPtr(), line.size());
+std::string lineOf(const rt::TraceRecord& record, const rt::String& /*vm*/) {
+  using namespace std::chrono;
+  const auto now = system_clock::now().time_since_epoch();
+  return rt::traceLine(record, duration_cast<microseconds>(now).count()).str();
 }
 
 }  // namespace host

@@ -1,25 +1,38 @@
 // Where traces go, and what they say of a VM's change.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 
+#include "runtime/base/String.h"
 #include "runtime/base/Trace.h"
 
 namespace host {
+
+// The way that messages take.
+struct TraceRoad {
+  // A message of the VM as it is sent; an empty name: of none.
+  std::function<std::string(const rt::TraceRecord&, const rt::String& vm)> text;
+  // Must not wait; false: there was no room for it now.
+  std::function<bool(std::string_view)> send;
+};
 
 // The process's trace sink while it lives. Owned by main. Level 1, which is what failed, is always
 // heard; it is passed on if it is among the levels asked for.
 class TraceLog final : public rt::TraceSink {
  public:
-  // Passes one message of the VM on; an empty name: of none.
-  using Output = std::function<void(const rt::TraceRecord&, const rt::String& vm)>;
+  // So much waits for a road without room. What comes then is lost, and how many that were is told.
+  static constexpr size_t mostWaiting = 256 * 1024;
 
-  TraceLog(rt::TraceLevels levels, Output output);
+  TraceLog(rt::TraceLevels levels, TraceRoad road);
   ~TraceLog() override;
 
   void write(const rt::TraceRecord& record) override;
+  // Sends what waits. To be called now and then; returns whether all is sent.
+  bool pass();
 
   // For the time of its life, what is traced on this thread is of a change to that VM.
   class Change {
@@ -35,15 +48,21 @@ class TraceLog final : public rt::TraceSink {
   };
 
  private:
+  void send(std::string text);
+  bool sendWaiting();
+
   const rt::TraceLevels levels_;
-  const Output output_;
+  const TraceRoad road_;
   mutable std::mutex mutex_;  // other threads trace, too
-  rt::String vm_;             // whose change it is, if there is one
-  std::thread::id thread_;    // that makes the change
+  std::deque<std::string> waiting_;
+  size_t waitingSize_ = 0;
+  uint64_t lost_ = 0;       // for which there was no room
+  rt::String vm_;           // whose change it is, if there is one
+  std::thread::id thread_;  // that makes the change
   rt::String failure_;
 };
 
-// A line on standard error.
-void writeTraceLine(const rt::TraceRecord& record, const rt::String& vm);
+// As a line, with the time of day.
+std::string lineOf(const rt::TraceRecord& record, const rt::String& vm);
 
 }  // namespace host

@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/base/TraceLog.h"
@@ -15,21 +17,31 @@ using testing::IsEmpty;
 
 constexpr rt::TraceLevels level1 = 1U << 1;
 constexpr rt::TraceLevels level2 = 1U << 2;
+constexpr rt::TraceLevels level7 = 1U << 7;
 
 class TraceLogTest : public testing::Test {
  protected:
-  TraceLog::Output output() {
-    return [this](const rt::TraceRecord& record, const rt::String& vm) {
-      shown.push_back(std::to_string(record.level) + " " + std::string(record.message) +
-                      (vm.empty() ? "" : " of " + vm.str()));
-    };
+  TraceRoad road() {
+    return {.text =
+                [](const rt::TraceRecord& record, const rt::String& vm) {
+                  return std::to_string(record.level) + " " + std::string(record.message) +
+                         (vm.empty() ? "" : " of " + vm.str());
+                },
+            .send =
+                [this](std::string_view text) {
+                  errno = ENOSPC;
+                  if (hasRoom) shown.emplace_back(text);
+                  return hasRoom;
+                }};
   }
+  std::vector<std::string> take() { return std::exchange(shown, {}); }
 
   std::vector<std::string> shown;
+  bool hasRoom = true;
 };
 
 TEST_F(TraceLogTest, ShowsTheLevelsThatAreAskedFor) {
-  const TraceLog log(level1 | level2, output());
+  const TraceLog log(level1 | level2, road());
   VM_TRACE(1) << "one";
   VM_TRACE(2) << "two";
   VM_TRACE(3) << "three";
@@ -37,7 +49,7 @@ TEST_F(TraceLogTest, ShowsTheLevelsThatAreAskedFor) {
 }
 
 TEST_F(TraceLogTest, HearsWhatFailedAlsoWhenNobodyWantsToSeeIt) {
-  TraceLog log(level2, output());
+  TraceLog log(level2, road());
   const TraceLog::Change change(log, "web1");
   VM_TRACE(1) << "FAIL: no monitor";
   EXPECT_EQ(change.failure(), "FAIL: no monitor");
@@ -45,7 +57,7 @@ TEST_F(TraceLogTest, HearsWhatFailedAlsoWhenNobodyWantsToSeeIt) {
 }
 
 TEST_F(TraceLogTest, SaysWhoseChangeAMessageIsOf) {
-  TraceLog log(level1 | level2, output());
+  TraceLog log(level1 | level2, road());
   VM_TRACE(2) << "before";
   {
     const TraceLog::Change change(log, "web1");
@@ -56,7 +68,7 @@ TEST_F(TraceLogTest, SaysWhoseChangeAMessageIsOf) {
 }
 
 TEST_F(TraceLogTest, RemembersTheLastFailureOfAChange) {
-  TraceLog log(level1, output());
+  TraceLog log(level1, road());
   VM_TRACE(1) << "before";
   const TraceLog::Change change(log, "web1");
   EXPECT_EQ(change.failure(), "");
@@ -67,7 +79,7 @@ TEST_F(TraceLogTest, RemembersTheLastFailureOfAChange) {
 }
 
 TEST_F(TraceLogTest, KeepsTheFailuresOfTwoChangesApart) {
-  TraceLog log(level1, output());
+  TraceLog log(level1, road());
   {
     const TraceLog::Change first(log, "web1");
     VM_TRACE(1) << "of the first";
@@ -78,7 +90,7 @@ TEST_F(TraceLogTest, KeepsTheFailuresOfTwoChangesApart) {
 }
 
 TEST_F(TraceLogTest, TakesNothingOfAnotherThreadForAFailureOfTheChange) {
-  TraceLog log(level1, output());
+  TraceLog log(level1, road());
   const TraceLog::Change change(log, "web1");
   std::thread([] { VM_TRACE(1) << "of another"; }).join();
   EXPECT_EQ(change.failure(), "");
@@ -86,21 +98,55 @@ TEST_F(TraceLogTest, TakesNothingOfAnotherThreadForAFailureOfTheChange) {
 }
 
 TEST_F(TraceLogTest, TakesMessagesOfManyThreadsAtATime) {
-  const TraceLog log(level2, output());
+  const TraceLog log(level2 | level7, road());
   std::vector<std::thread> threads;
   threads.reserve(4);
   for (int i = 0; i < 4; ++i)
     threads.emplace_back([] {
-      for (int n = 0; n < 100; ++n) VM_TRACE(2) << "hello";
+      for (int n = 0; n < 100; ++n) VM_TRACE(7) << "hello";
     });
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(shown.size(), 400U);
 }
 
+TEST_F(TraceLogTest, KeepsForAWhileWhatFindsNoRoom) {
+  TraceLog log(level1, road());
+  hasRoom = false;
+  VM_TRACE(1) << "a";
+  VM_TRACE(1) << "b";
+  EXPECT_FALSE(log.pass());
+  hasRoom = true;
+  VM_TRACE(1) << "c";
+  EXPECT_THAT(take(), ElementsAre("1 a", "1 b", "1 c"));
+  EXPECT_TRUE(log.pass());
+}
+
+TEST_F(TraceLogTest, SaysHowManyWereLostForWhichThereWasNoRoomAtAll) {
+  TraceLog log(level1, road());
+  const std::string half(TraceLog::mostWaiting / 2 - 2, 'x');
+  hasRoom = false;
+  for (int i = 0; i < 5; ++i) VM_TRACE(1) << half;
+  EXPECT_FALSE(log.pass());
+  hasRoom = true;
+  EXPECT_TRUE(log.pass());
+  EXPECT_THAT(take(), ElementsAre("1 " + half, "1 " + half,
+                                  "1 vmagentd: 3 messages were lost here: nobody read them"));
+  VM_TRACE(1) << "after";
+  EXPECT_TRUE(log.pass());
+  EXPECT_THAT(take(), ElementsAre("1 after"));
+}
+
+TEST_F(TraceLogTest, LeavesTheErrorOfACallAsItWas) {
+  const TraceLog log(level1, road());
+  errno = EAGAIN;
+  VM_TRACE(1) << "a";
+  EXPECT_EQ(errno, EAGAIN);
+}
+
 TEST_F(TraceLogTest, IsTheSinkWhileItLives) {
   EXPECT_EQ(rt::traceSink(), nullptr);
   {
-    const TraceLog log(level1, output());
+    const TraceLog log(level1, road());
     EXPECT_EQ(rt::traceSink(), &log);
   }
   EXPECT_EQ(rt::traceSink(), nullptr);

@@ -40,10 +40,6 @@ class HeartbeatTest : public testing::Test {
     unset("WATCHDOG_USEC");
     close(manager_);
   }
-  void SetUp() override {
-    ASSERT_TRUE(aliveInterval()) << "the service manager's library, libsystemd0, is missing";
-  }
-
   // NOLINTBEGIN(concurrency-mt-unsafe): one thread
   static void set(const char* name, const std::string& value) { setenv(name, value.c_str(), 1); }
   static void unset(const char* name) { unsetenv(name); }
@@ -87,6 +83,35 @@ TEST_F(HeartbeatTest, IsSilentWhenTheManagerDoesNotAskForIt) {
   loop.turn(rt::Seconds(0));
   EXPECT_THAT(heard(), IsEmpty());
   EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
+}
+
+TEST_F(HeartbeatTest, IsSilentWhenAnotherProcessIsToBeHeard) {
+  set("WATCHDOG_PID", std::to_string(getpid()));
+  EXPECT_EQ(aliveInterval(), rt::Seconds(5));
+  set("WATCHDOG_PID", "1");
+  EXPECT_EQ(aliveInterval(), std::nullopt);
+  unset("WATCHDOG_PID");
+  set("WATCHDOG_USEC", "soon");
+  EXPECT_EQ(aliveInterval(), std::nullopt);
+}
+
+// Without a cure this would never end.
+TEST_F(HeartbeatTest, DoesNotWaitForAManagerThatStandsStill) {
+  size_t count = 0;
+  while (notifyAlive()) ++count;
+  EXPECT_FALSE(notifyReady());
+  EXPECT_EQ(heard().size(), count);
+  EXPECT_TRUE(notifyReady());
+  EXPECT_THAT(heard(), ElementsAre(HasSubstr("READY=1")));
+}
+
+TEST_F(HeartbeatTest, IsForNobodyWhereThereIsNoManager) {
+  unset("NOTIFY_SOCKET");
+  EXPECT_TRUE(notifyAlive());
+  set("NOTIFY_SOCKET", "@vmagent-nobody-" + std::to_string(getpid()));
+  EXPECT_TRUE(notifyAlive());
+  set("NOTIFY_SOCKET", std::string(300, 'x'));
+  EXPECT_TRUE(notifyAlive());
 }
 
 TEST_F(HeartbeatTest, ComesBesideTheNewsThatTheDaemonIsReadyAndThatItEnds) {

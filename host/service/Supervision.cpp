@@ -1,94 +1,107 @@
+// Both protocols are stable and small. The manager's own library waits for who reads, and brings a
+// megabyte of others.
 #include "host/service/Supervision.h"
 
-#include <dlfcn.h>
+#include <endian.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syslog.h>
+#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 
 #include "runtime/base/Format.h"
+#include "runtime/base/Text.h"
 
 namespace host {
 
 namespace {
 
-// The manager's library, loaded only where there is a manager: it brings a megabyte of others.
-class SystemdLibrary {
- public:
-  SystemdLibrary()
-      : handle_(isWanted() ? dlopen("libsystemd.so.0", RTLD_NOW | RTLD_LOCAL) : nullptr) {
-    load(notify, "sd_notify");
-    load(watchdogEnabled, "sd_watchdog_enabled");
-    load(journalSend, "sd_journal_send_with_location");
-  }
+constexpr std::string_view journal = "/run/systemd/journal/socket";
+// Well below what a datagram may have.
+constexpr size_t longestMessage = 64 * 1024;
 
-  // As the library declares them; null: there is none.
-  int (*notify)(int unsetEnvironment, const char* state) = nullptr;
-  int (*watchdogEnabled)(int unsetEnvironment, uint64_t* microseconds) = nullptr;
-  int (*journalSend)(const char* file, const char* line, const char* function, const char* format,
-                     ...) = nullptr;
-
- private:
-  static bool isWanted() {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody sets any while threads run
-    return std::getenv("NOTIFY_SOCKET") || std::getenv("JOURNAL_STREAM");
-  }
-  template <class Function>
-  void load(Function& function, const char* name) {
-    if (handle_) function = reinterpret_cast<Function>(dlsym(handle_, name));
-  }
-
-  void* const handle_;
-};
-
-const SystemdLibrary& systemd() {
-  static const SystemdLibrary library;
-  return library;
+// Empty when it is not set.
+std::string_view variable(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): no thread sets any
+  return value ? value : "";
 }
 
-void notify(const char* state) {
-  if (systemd().notify) systemd().notify(0, state);
+// At once or not at all: 0, or why not. A path that begins with @ is no file's.
+int sendDatagram(std::string_view path, std::string_view text) {
+  sockaddr_un address{};
+  if (path.empty() || path.size() >= sizeof address.sun_path) return EINVAL;
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (path.front() == '@') address.sun_path[0] = '\0';
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+  const int own = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const ssize_t sent = sendto(own, text.data(), text.size(), MSG_NOSIGNAL,
+                              reinterpret_cast<const sockaddr*>(&address), size);
+  const int error = sent < 0 ? errno : 0;
+  close(own);
+  return error;
 }
+
+// A manager that is not there has heard all that it can.
+bool notify(const char* state) { return sendDatagram(variable("NOTIFY_SOCKET"), state) != EAGAIN; }
 
 int priorityOf(unsigned level) {
   if (level <= 1) return LOG_WARNING;
   return level <= 2 ? LOG_INFO : LOG_DEBUG;
 }
 
+// "NAME=value", or with its size where it has more than one line.
+void addField(std::string& entry, std::string_view name, std::string_view value) {
+  entry += name;
+  if (value.find('\n') == std::string_view::npos) {
+    entry += '=';
+  } else {
+    const uint64_t size = htole64(value.size());
+    entry += '\n';
+    entry.append(reinterpret_cast<const char*>(&size), sizeof size);
+  }
+  entry += value;
+  entry += '\n';
+}
+
 }  // namespace
 
-void notifyReady() { notify("READY=1\nSTATUS=running"); }
-void notifyStopping() { notify("STOPPING=1"); }
-void notifyAlive() { notify("WATCHDOG=1"); }
+bool notifyReady() { return notify("READY=1\nSTATUS=running"); }
+bool notifyStopping() { return notify("STOPPING=1"); }
+bool notifyAlive() { return notify("WATCHDOG=1"); }
 
 std::optional<rt::Seconds> aliveInterval() {
-  uint64_t microseconds = 0;
-  if (!systemd().watchdogEnabled || systemd().watchdogEnabled(0, &microseconds) <= 0)
-    return std::nullopt;
-  return rt::Seconds(static_cast<double>(microseconds) / 2e6);
+  const auto microseconds = rt::fromText<uint64_t>(variable("WATCHDOG_USEC"));
+  const std::string_view whose = variable("WATCHDOG_PID");
+  if (microseconds.value_or(0) == 0) return std::nullopt;
+  if (!whose.empty() && rt::fromText<int32_t>(whose) != getpid()) return std::nullopt;
+  return rt::Seconds(static_cast<double>(*microseconds) / 2e6);
 }
 
 bool logsToJournal() {
-  const char* const stream = std::getenv("JOURNAL_STREAM");  // NOLINT(concurrency-mt-unsafe)
-  if (!stream || !systemd().journalSend) return false;
   struct stat own {};
   return fstat(STDERR_FILENO, &own) == 0 &&
          rt::format("%ju:%ju", static_cast<uintmax_t>(own.st_dev),
-                    static_cast<uintmax_t>(own.st_ino)) == stream;
+                    static_cast<uintmax_t>(own.st_ino)) == variable("JOURNAL_STREAM");
 }
 
-void writeJournal(const rt::TraceRecord& record, const rt::String& vm) {
-  const rt::String message(record.message);
-  const rt::String file = rt::String("CODE_FILE=") + record.file;
-  const rt::String line = rt::format("CODE_LINE=%u", record.line);
-  const rt::String field = "VMAGENT_VM=" + vm;
-  // A null ends the fields: without a VM the last one is left out.
-  systemd().journalSend(file.charPtr(), line.charPtr(), record.function, "MESSAGE=%s",
-                        message.charPtr(), "PRIORITY=%d", priorityOf(record.level),
-                        "VMAGENT_LEVEL=%u", record.level, vm.empty() ? nullptr : "%s",
-                        field.charPtr(), nullptr);
+std::string journalEntry(const rt::TraceRecord& record, const rt::String& vm) {
+  std::string entry;
+  addField(entry, "MESSAGE", record.message.substr(0, longestMessage));
+  addField(entry, "PRIORITY", rt::toText(priorityOf(record.level)));
+  addField(entry, "SYSLOG_IDENTIFIER", "vmagentd");
+  addField(entry, "CODE_FILE", record.file);
+  addField(entry, "CODE_LINE", rt::toText(record.line));
+  addField(entry, "CODE_FUNC", record.function);
+  addField(entry, "VMAGENT_LEVEL", rt::toText(record.level));
+  if (!vm.empty()) addField(entry, "VMAGENT_VM", vm);
+  return entry;
 }
+
+bool sendToJournal(std::string_view entry) { return sendDatagram(journal, entry) == 0; }
 
 }  // namespace host

@@ -27,8 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* logFile = "/var/run/vmagentd.log";
-
 int statusOf(int wait) { return WIFEXITED(wait) ? WEXITSTATUS(wait) : -WTERMSIG(wait); }
 
 // Starts a program with its output in files.
@@ -112,11 +110,11 @@ DaemonWorld::~DaemonWorld() {
   waitUntil([this] { return guests().empty(); });
 }
 
-void DaemonWorld::launch(std::vector<std::string> options) {
+void DaemonWorld::launch(std::vector<std::string> options, const std::string& standardError) {
   std::vector<std::string> words = {VMAGENTD, "--state-dir", stateDir, "--run-dir", runDir};
   words.insert(words.end(), options.begin(), options.end());
   fs::remove(logFile);
-  daemon_ = spawn(words, "/dev/null", logFile);
+  daemon_ = spawn(words, "/dev/null", standardError);
 }
 
 void DaemonWorld::start(std::vector<std::string> options) {

@@ -35,8 +35,9 @@ class DaemonWorld {
 
   // Starts the daemon and waits until it says that it is ready.
   void start(std::vector<std::string> options = {"--shim", "off"});
-  // Starts it and does not wait.
-  void launch(std::vector<std::string> options = {"--shim", "off"});
+  // Starts it and does not wait. What it says goes to that file.
+  void launch(std::vector<std::string> options = {"--shim", "off"},
+              const std::string& standardError = logFile);
   // Sends it a signal and returns its exit status (-N: signal N).
   int end(int signal);
   pid_t daemon() const { return daemon_; }
@@ -63,6 +64,8 @@ class DaemonWorld {
   const std::string image = "/var/run/disk.img";
 
  private:
+  static constexpr const char* logFile = "/var/run/vmagentd.log";
+
   pid_t daemon_ = 0;
 };
 

@@ -37,9 +37,11 @@ class Process {
   }
   Process(const Process&) = delete;
   ~Process() {
-    Vm::fakes::signalProcess(pid_, SIGTERM);
+    for (const int number : {SIGTERM, SIGCONT}) signal(number);
     waitpid(pid_, nullptr, 0);
   }
+
+  void signal(int number) const { Vm::fakes::signalProcess(pid_, number); }
 
  private:
   const pid_t pid_;
@@ -74,7 +76,6 @@ class Journal : public testing::Test {
     return run({"/usr/bin/journalctl", "-D", "/run/log/journal", "-o", "json", field}).out;
   }
 
- private:
   std::optional<Process> journal_;
 };
 
@@ -91,6 +92,29 @@ TEST_F(Journal, KnowsWhichVmALineIsAboutAndHowGraveItIs) {
                     HasSubstr("Vm/VmAgent/"), HasSubstr(R"("MESSAGE":)"), Not(HasSubstr("web2"))));
   EXPECT_THAT(lines("VMAGENT_VM=web2"), Not(HasSubstr(R"("VMAGENT_VM":"web1")")));
   EXPECT_THAT(lines("VMAGENT_VM=web3"), IsEmpty());
+}
+
+TEST_F(Journal, HasMessagesOfSeveralLinesWhole) {
+  DaemonWorld world;
+  const Process daemon(service(world));
+  ASSERT_TRUE(waitUntil([&] { return world.vmctl({"list"}).status == 0; }));
+  world.addVm("web1", {"--enabled"});
+  const std::string part = R"({ \"execute\": \"cont\",\"id\": \"cont\" }\n with fd -1")";
+  EXPECT_TRUE(waitUntil(
+      [&] { return lines("CODE_FUNC=doIssueQmpRequest").find(part) != std::string::npos; }));
+}
+
+TEST_F(Journal, ThatStandsStillStopsNothingAndMissesNothing) {
+  DaemonWorld world;
+  const Process daemon(service(world));
+  ASSERT_TRUE(waitUntil([&] { return world.vmctl({"list"}).status == 0; }));
+  journal_->signal(SIGSTOP);
+  for (const char* const vm : {"web1", "web2", "web3", "web4", "web5", "web6"}) {
+    world.addVm(vm, {"--enabled"});
+    EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", vm, R"("enabled":true)"); })) << vm;
+  }
+  journal_->signal(SIGCONT);
+  EXPECT_TRUE(waitUntil([] { return !lines("VMAGENT_VM=web6").empty(); }));
 }
 
 TEST_F(Journal, HasWhatTheDaemonSaysBesideItsTraces) {
