@@ -8,8 +8,14 @@
 
 namespace host {
 
-TraceLog::TraceLog(rt::TraceLevels levels, TraceRoad road)
-    : levels_(levels), road_(std::move(road)) {
+namespace {
+
+constexpr rt::TraceLevels alwaysOn = 1U << 1 | 1U << 2;
+
+}  // namespace
+
+TraceLog::TraceLog(rt::TraceLevels levels, TraceRoad road, Now now)
+    : levels_(levels), road_(std::move(road)), now_(std::move(now)) {
   rt::vmTrace().levelsIs(levels_ | 1U << 1);
   rt::traceSinkIs(this);
 }
@@ -19,21 +25,40 @@ TraceLog::~TraceLog() {
   rt::vmTrace().levelsIs(levels_);
 }
 
+rt::Seconds TraceLog::steadyTime() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return rt::Seconds(std::chrono::duration<double>(now).count());
+}
+
 void TraceLog::write(const rt::TraceRecord& record) {
   const int error = errno;  // a trace between a call and a look at its errno does no harm
   const std::lock_guard held(mutex_);
   const bool ofChange = !vm_.empty() && thread_ == std::this_thread::get_id();
   if (record.level == 1 && ofChange) failure_ = rt::String(record.message);
   if ((levels_ >> record.level & 1U) != 0) {
-    (void)sendWaiting();
-    send(road_.text(record, ofChange ? vm_ : rt::String()));
+    const rt::String vm = ofChange ? vm_ : rt::String();
+    const bool counts = (levels_ & ~alwaysOn) == 0;
+    put(record, vm, counts ? repeats_.heard(record, vm, now_()) : Repeats::Count());
   }
   errno = error;
 }
 
 bool TraceLog::pass() {
   const std::lock_guard held(mutex_);
+  for (const auto& each : repeats_.due(now_())) {
+    rt::TraceRecord record = each.record;
+    record.message = each.text;
+    put(record, each.vm, each.count);
+  }
   return sendWaiting();
+}
+
+void TraceLog::put(rt::TraceRecord record, const rt::String& vm, const Repeats::Count& count) {
+  if (count.times == 0) return;
+  const std::string text = counted(record.message, count);
+  record.message = text;
+  (void)sendWaiting();
+  send(road_.text(record, vm));
 }
 
 void TraceLog::send(std::string text) {

@@ -7,8 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "runtime/base/String.h"
-#include "runtime/base/Trace.h"
+#include "host/base/Repeats.h"
 
 namespace host {
 
@@ -22,16 +21,21 @@ struct TraceRoad {
 
 // The process's trace sink while it lives. Owned by main. Level 1, which is what failed, is always
 // heard; it is passed on if it is among the levels asked for.
+//
+// Of levels 1 and 2, which are on for as long as a daemon runs, what comes again is counted, as
+// Repeats says; who asks for more gets every message.
 class TraceLog final : public rt::TraceSink {
  public:
+  using Now = std::function<rt::Seconds()>;  // on any clock that goes forward only
   // So much waits for a road without room. What comes then is lost, and how many that were is told.
   static constexpr size_t mostWaiting = 256 * 1024;
 
-  TraceLog(rt::TraceLevels levels, TraceRoad road);
+  TraceLog(rt::TraceLevels levels, TraceRoad road, Now now = steadyTime);
   ~TraceLog() override;
 
   void write(const rt::TraceRecord& record) override;
-  // Sends what waits. To be called now and then; returns whether all is sent.
+  // Sends what waits, or was held back and is due. To be called now and then; returns whether all
+  // is sent. (What is not due yet may stay.)
   bool pass();
 
   // For the time of its life, what is traced on this thread is of a change to that VM.
@@ -48,12 +52,16 @@ class TraceLog final : public rt::TraceSink {
   };
 
  private:
+  static rt::Seconds steadyTime();
+  void put(rt::TraceRecord record, const rt::String& vm, const Repeats::Count& count);
   void send(std::string text);
   bool sendWaiting();
 
   const rt::TraceLevels levels_;
   const TraceRoad road_;
+  const Now now_;
   mutable std::mutex mutex_;  // other threads trace, too
+  Repeats repeats_;
   std::deque<std::string> waiting_;
   size_t waitingSize_ = 0;
   uint64_t lost_ = 0;       // for which there was no room

@@ -34,10 +34,14 @@ class TraceLogTest : public testing::Test {
                   return hasRoom;
                 }};
   }
+  TraceLog::Now clock() {
+    return [this] { return rt::Seconds(now); };
+  }
   std::vector<std::string> take() { return std::exchange(shown, {}); }
 
   std::vector<std::string> shown;
   bool hasRoom = true;
+  double now = 1000;
 };
 
 TEST_F(TraceLogTest, ShowsTheLevelsThatAreAskedFor) {
@@ -109,8 +113,37 @@ TEST_F(TraceLogTest, TakesMessagesOfManyThreadsAtATime) {
   EXPECT_EQ(shown.size(), 400U);
 }
 
+TEST_F(TraceLogTest, CountsWhatComesAgainAndSaysSoOnceAMinute) {
+  const TraceLog log(level1 | level2, road(), clock());
+  for (; now < 1121; now += 5) {
+    VM_TRACE(2) << "read error";
+    if (now == 1050) VM_TRACE(1) << "FAIL";
+  }
+  EXPECT_THAT(take(), ElementsAre("2 read error", "1 FAIL", "2 read error (12 times in 60 s)",
+                                  "2 read error (12 times in 60 s)"));
+}
+
+TEST_F(TraceLogTest, SaysInAPassHowOftenItWasWhatComesNoMore) {
+  TraceLog log(level2, road(), clock());
+  {
+    const TraceLog::Change change(log, "web1");
+    for (int i = 0; i < 3; ++i) VM_TRACE(2) << "read error";
+  }
+  log.pass();
+  EXPECT_THAT(take(), ElementsAre("2 read error of web1"));
+  now += 60;
+  log.pass();
+  EXPECT_THAT(take(), ElementsAre("2 read error (2 times in 60 s) of web1"));
+}
+
+TEST_F(TraceLogTest, ShowsEveryMessageToWhoAsksForMoreLevels) {
+  const TraceLog log(level2 | level7, road(), clock());
+  for (int i = 0; i < 2; ++i) VM_TRACE(2) << "read error";
+  EXPECT_THAT(take(), ElementsAre("2 read error", "2 read error"));
+}
+
 TEST_F(TraceLogTest, KeepsForAWhileWhatFindsNoRoom) {
-  TraceLog log(level1, road());
+  TraceLog log(level1, road(), clock());
   hasRoom = false;
   VM_TRACE(1) << "a";
   VM_TRACE(1) << "b";
@@ -122,7 +155,7 @@ TEST_F(TraceLogTest, KeepsForAWhileWhatFindsNoRoom) {
 }
 
 TEST_F(TraceLogTest, SaysHowManyWereLostForWhichThereWasNoRoomAtAll) {
-  TraceLog log(level1, road());
+  TraceLog log(level1, road(), clock());
   const std::string half(TraceLog::mostWaiting / 2 - 2, 'x');
   hasRoom = false;
   for (int i = 0; i < 5; ++i) VM_TRACE(1) << half;
@@ -137,7 +170,7 @@ TEST_F(TraceLogTest, SaysHowManyWereLostForWhichThereWasNoRoomAtAll) {
 }
 
 TEST_F(TraceLogTest, LeavesTheErrorOfACallAsItWas) {
-  const TraceLog log(level1, road());
+  const TraceLog log(level1, road(), clock());
   errno = EAGAIN;
   VM_TRACE(1) << "a";
   EXPECT_EQ(errno, EAGAIN);

@@ -95,5 +95,16 @@ TEST_F(StalledReader, OfATerminalStopsNothing) {
   expectThatItStopsNothing(name);
 }
 
+TEST_F(StalledReader, OfAnIdleDaemonGetsNoLineForEachPoll) {
+  world.start();
+  world.addVm("web1", {"--enabled"});
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("state":"Running")"); }));
+  const std::string mark = "read error returns -1 with errno 11";
+  const std::string log = world.log();
+  const size_t first = log.find(mark);
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(log.find(mark, first + 1), std::string::npos) << log;
+}
+
 }  // namespace
 }  // namespace host::fakes
