@@ -22,10 +22,6 @@ Transaction& Transaction::guard(rt::String table, rt::String key, uint64_t revis
   return *this;
 }
 
-Transaction& Transaction::guardAbsent(rt::String table, rt::String key) {
-  return guard(std::move(table), std::move(key), 0);
-}
-
 Half halfOf(std::string_view table) {
   constexpr std::array<std::string_view, 6> status = {"daemon",    "vmStatus",        "vmProcess",
                                                       "vmProblem", "interfaceStatus", "fdb"};

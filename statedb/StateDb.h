@@ -24,8 +24,8 @@ class Transaction {
   Transaction& put(rt::String table, rt::String key, rt::String doc);
   // Of a record that does not exist: nothing happens.
   Transaction& del(rt::String table, rt::String key);
+  // Of revision 0: that there is no such record.
   Transaction& guard(rt::String table, rt::String key, uint64_t revision);
-  Transaction& guardAbsent(rt::String table, rt::String key);
 
   const std::vector<Change>& writes() const { return writes_; }
   const std::vector<Guard>& guards() const { return guards_; }

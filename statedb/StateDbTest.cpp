@@ -58,7 +58,7 @@ TEST_F(StateDbTest, NoRequestSpansBothHalves) {
             Trouble::invalid);
   EXPECT_THAT(sentence, HasSubstr("'vmConfig' and 'vmStatus' are of different stores"));
   EXPECT_EQ(troubleOf([&] {
-              db.commit(Transaction().guardAbsent("vmConfig", "a").put("vmStatus", "a", "1"));
+              db.commit(Transaction().guard("vmConfig", "a", 0).put("vmStatus", "a", "1"));
             }),
             Trouble::invalid);
   EXPECT_THAT(data[1]->records, IsEmpty());

@@ -141,7 +141,7 @@ TEST_P(StoreContract, AGuardThatHoldsLetsTheTransactionThrough) {
   put("a", "1");
   store->commit(Transaction().guard(table, "a", revision("a")).put(table, "a", "2"));
   EXPECT_EQ(store->record(table, "a")->doc, "2");
-  store->commit(Transaction().guardAbsent(table, "b").put(table, "b", "1"));
+  store->commit(Transaction().guard(table, "b", 0).put(table, "b", "1"));
   EXPECT_EQ(store->record(table, "b")->doc, "1");
 }
 
@@ -172,7 +172,7 @@ TEST_P(StoreContract, AConflictNamesTheRecordAndWritesNothing) {
 TEST_P(StoreContract, AStoreGoesOnAfterAConflict) {
   put("a", "1");
   EXPECT_EQ(
-      troubleOf([&] { store->commit(Transaction().guardAbsent(table, "a").put(table, "a", "2")); }),
+      troubleOf([&] { store->commit(Transaction().guard(table, "a", 0).put(table, "a", "2")); }),
       Trouble::conflict);
   put("a", "3");
   EXPECT_EQ(store->record(table, "a")->doc, "3");
@@ -218,8 +218,7 @@ TEST_P(StoreContract, NulBytesAreRefused) {
 TEST_P(StoreContract, EmptyNamesAreRefused) {
   EXPECT_EQ(troubleOf([&] { put("", "{}"); }), Trouble::invalid);
   EXPECT_EQ(troubleOf([&] { store->commit(Transaction().put("", "a", "{}")); }), Trouble::invalid);
-  EXPECT_EQ(troubleOf([&] { store->commit(Transaction().guardAbsent(table, "")); }),
-            Trouble::invalid);
+  EXPECT_EQ(troubleOf([&] { store->commit(Transaction().guard(table, "", 0)); }), Trouble::invalid);
 }
 
 TEST_P(StoreContract, ARecordWrittenTwiceInOneTransactionIsRefused) {

@@ -16,7 +16,6 @@ class TypeRegistry {
   void typeIs(const TypeInfo& type);
   // Null when no such type was registered.
   const TypeInfo* type(std::string_view name) const;
-  const std::map<std::string_view, const TypeInfo*>& types() const { return types_; }
 
  private:
   std::map<std::string_view, const TypeInfo*> types_;
