@@ -16,7 +16,7 @@ help:
 	@echo 'make build    build for daily work, into build/dev'
 	@echo 'make bench    build with optimization and run all benchmarks, results in build/release/bench'
 	@echo 'make fuzz     run each fuzzer for SECONDS=$(SECONDS)'
-	@echo 'make check    format, include directions, headers, clang build, clang-tidy'
+	@echo 'make check    format, include directions, what nobody calls, headers, clang build, clang-tidy'
 	@echo 'make format   format the sources in place'
 	@echo 'make setup    install the packages needed (Debian 12 and 13)'
 	@echo 'make clean    remove build/'
