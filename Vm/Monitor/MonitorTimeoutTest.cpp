@@ -255,14 +255,14 @@ using MonitorTimeoutDeathTest = MonitorTimeout;
 TEST_F(MonitorTimeoutDeathTest, WithTheRestOfTheCommandMissingEndsTheProcess) {
   add();
   session->qmpRequestDelAll();
-  EXPECT_DEATH(advance(5), "qmpRequests\\(\\) != 0");
+  EXPECT_DEATH(advance(5), "assertion failed: qmpRequests\\(\\) != 0\n");
 }
 
 TEST_F(MonitorTimeoutDeathTest, WithTheEndOfTheCommandMissingEndsTheProcess) {
   add();
   const auto last = session->qmpRequestQueue().nextIndex() - 1;
   session->qmpRequestDel(last);
-  EXPECT_DEATH(advance(5), "qmpRequests\\(\\) != 0");
+  EXPECT_DEATH(advance(5), "assertion failed: qmpRequests\\(\\) != 0\n");
 }
 
 }  // namespace

@@ -147,11 +147,13 @@ TEST_F(QmpMessage, IdMayBeWrittenWithEscapes) {
 using QmpMessageDeathTest = QmpMessage;
 
 TEST_F(QmpMessageDeathTest, ReturnWithoutIdEndsTheProcess) {
-  EXPECT_DEATH(feed(R"({"return": {}})"), "idObj != __null && returnObj != __null");
+  EXPECT_DEATH(feed(R"({"return": {}})"),
+               "assertion failed: idObj != __null && returnObj != __null\n");
 }
 
 TEST_F(QmpMessageDeathTest, ReturnWithAnIdOnlyInsideItEndsTheProcess) {
-  EXPECT_DEATH(feed(R"({"return": {"id": "cont"}})"), "idObj != __null && returnObj != __null");
+  EXPECT_DEATH(feed(R"({"return": {"id": "cont"}})"),
+               "assertion failed: idObj != __null && returnObj != __null\n");
 }
 
 struct QmpStatusReply : fakes::ParserTest {

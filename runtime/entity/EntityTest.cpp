@@ -186,7 +186,8 @@ TEST(EntityTree, ParentOwnsNoReferenceToItsChild) {
 
 TEST(EntityTreeDeathTest, RefusesAnEntityUnderItself) {
   const auto lamp = make<Lamp>();
-  EXPECT_DEATH(lamp->parentIs(lamp.get()), "attached under itself");
+  EXPECT_DEATH(lamp->parentIs(lamp.get()),
+               "assertion failed: an entity is attached under itself or its own child\n");
 }
 
 TEST(EntityTreeDeathTest, RefusesAnEntityUnderItsGrandchild) {
@@ -195,7 +196,8 @@ TEST(EntityTreeDeathTest, RefusesAnEntityUnderItsGrandchild) {
   const auto grandchild = make<Lamp>("grandchild");
   child->parentIs(house.get());
   grandchild->parentIs(child.get());
-  EXPECT_DEATH(house->parentIs(grandchild.get()), "attached under itself or its own child");
+  EXPECT_DEATH(house->parentIs(grandchild.get()),
+               "assertion failed: an entity is attached under itself or its own child\n");
 }
 
 #ifndef NDEBUG  // misuse that only debug builds look for
@@ -215,7 +217,9 @@ int nestNotifications(int depth) {
 TEST(Entity, NestsNotificationsSixtyFourDeep) { EXPECT_EQ(nestNotifications(64), 64); }
 
 TEST(EntityDeathTest, NotificationsNestedDeeperThanSixtyFourDieNamingTheAttribute) {
-  EXPECT_DEATH(nestNotifications(65), "nested more than 64 deep; the last is of Test::Lamp.lit");
+  EXPECT_DEATH(nestNotifications(65),
+               "assertion failed: notifications are nested more than 64 deep; the last is of "
+               "Test::Lamp.lit\n");
 }
 
 TEST(EntityDeathTest, DestructionWithAReactorAttachedDiesNamingTheType) {
@@ -226,7 +230,7 @@ TEST(EntityDeathTest, DestructionWithAReactorAttachedDiesNamingTheType) {
         lamp->reactorIs(link);
         lamp = nullptr;
       },
-      "a Test::Lamp is destroyed while reactors are attached to it");
+      "assertion failed: a Test::Lamp is destroyed while reactors are attached to it\n");
 }
 
 // Changes a watched lamp on a thread of its own.
@@ -242,7 +246,7 @@ TEST(EntityDeathTest, ChangeOnAThreadOtherThanTheOneNamedDies) {
         notificationThreadIs(true);
         changeElsewhere(lamp);
       },
-      "Test::Lamp.lit changed on a thread other than the activity thread");
+      "assertion failed: Test::Lamp.lit changed on a thread other than the activity thread\n");
 }
 
 #endif

@@ -185,7 +185,7 @@ using ActivityLockDeathTest = ActivityLockTest;
 
 TEST_F(ActivityLockDeathTest, AnAnchorNeedsTheLock) {
   EXPECT_DEATH({ const UnlockAnchor anchor(activityLock()); },
-               "UnlockAnchor: this thread does not hold the activity lock");
+               "assertion failed: UnlockAnchor: this thread does not hold the activity lock\n");
 }
 
 TEST_F(ActivityLockDeathTest, AnAnchorNeedsTheLockOnItsOwnThread) {
@@ -194,7 +194,7 @@ TEST_F(ActivityLockDeathTest, AnAnchorNeedsTheLockOnItsOwnThread) {
         const std::lock_guard held(activityLock());
         const Thread other([] { const UnlockAnchor anchor(activityLock()); });
       },
-      "UnlockAnchor: this thread does not hold the activity lock");
+      "assertion failed: UnlockAnchor: this thread does not hold the activity lock\n");
 }
 
 }  // namespace

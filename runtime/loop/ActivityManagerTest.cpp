@@ -278,11 +278,11 @@ TEST(ActivityManagersDeathTest, ThereIsOneAtATime) {
         const ActivityManager first;
         const ActivityManager second;
       },
-      "there is an activity manager already");
+      ": assertion failed: there is an activity manager already\n");
 }
 
 TEST(ActivityManagersDeathTest, ThereMustBeOne) {
-  EXPECT_DEATH(activityManager(), "there is no activity manager");
+  EXPECT_DEATH(activityManager(), ": assertion failed: there is no activity manager\n");
 }
 
 using ActivityManagerDeathTest = ActivityManagerTest;
@@ -290,7 +290,7 @@ using ActivityManagerDeathTest = ActivityManagerTest;
 TEST_F(ActivityManagerDeathTest, AHandlerMustNotTurnTheLoop) {
   const auto a = sleeper("a", 1000);
   a->onClock = [&] { turn(); };
-  EXPECT_DEATH(turn(), "a handler runs the loop that called it");
+  EXPECT_DEATH(turn(), "assertion failed: a handler runs the loop that called it\n");
 }
 
 }  // namespace

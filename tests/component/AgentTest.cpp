@@ -30,6 +30,15 @@ Lines before(Lines lines, std::string_view text) {
   return lines;
 }
 
+std::string refusalOf(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const rt::Exception& e) {
+    return e.what();
+  }
+  return "nothing";
+}
+
 std::string listing(const rt::Entity& entity) {
   std::string text;
   for (const auto& attribute : entity.type().attributes) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <set>
 
 #include "tests/fakes/AgentWorld.h"
@@ -19,6 +20,8 @@ Lines normalised(Lines lines, const std::string& path);
 Lines withText(const Lines& lines, std::string_view text);
 // Those before the first that contains `text`.
 Lines before(Lines lines, std::string_view text);
+// What the runtime refuses `work` with, or "nothing".
+std::string refusalOf(const std::function<void()>& work);
 // The names of an entity's attributes in order, read-only ones in brackets.
 std::string listing(const rt::Entity& entity);
 

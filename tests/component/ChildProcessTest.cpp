@@ -200,7 +200,8 @@ TEST_F(Child, ReturnsItsPipeWhenAskedForTheSameNameOnly) {
   const auto child = rt::make<ChildProcess>("ChildProcess-7", 7);
   const auto pipe = child->pipeFdIs("Child7Pipe");
   EXPECT_EQ(child->pipeFdIs("Child7Pipe"), pipe);
-  EXPECT_THROW(child->pipeFdIs("another"), rt::ReinstantiationException);
+  EXPECT_EQ(refusalOf([&] { child->pipeFdIs("another"); }),
+            "Vm::ChildProcess::pipeFd: it exists already with a different value");
   child->pipeFdDel();
   EXPECT_EQ(child->pipeFd(), nullptr);
   EXPECT_EQ(pipe->parent(), nullptr);
@@ -212,8 +213,10 @@ TEST_F(Child, ReturnsItsMachineWhenAskedForTheSameInputsOnly) {
   const auto pipe = child->pipeFdIs("Child7Pipe");
   const auto machine = child->childSmIs(child, pipe);
   EXPECT_EQ(child->childSmIs(child, pipe), machine);
-  EXPECT_THROW(child->childSmIs(child, rt::make<rt::FileDescriptor>("another")),
-               rt::ReinstantiationException);
+  for (const auto& refusal :
+       {refusalOf([&] { child->childSmIs(child, rt::make<rt::FileDescriptor>("another")); }),
+        refusalOf([&] { child->childSmIs(rt::make<ChildProcess>("another", 8), pipe); })})
+    EXPECT_EQ(refusal, "Vm::ChildProcess::childSm: it exists already with a different value");
   child->childSmDel();
   EXPECT_EQ(child->childSm(), nullptr);
   child->childSmDel();

@@ -188,7 +188,7 @@ TEST_F(MonitorStateDeathTest, AReconnectWhileStartingFindsACardAttached) {
         world.turn();
         world.connectMonitor();
       },
-      "\\( int \\)vnic->macvtapFd\\(\\) == -1");
+      "assertion failed: \\( int \\)vnic->macvtapFd\\(\\) == -1\n");
 }
 
 }  // namespace

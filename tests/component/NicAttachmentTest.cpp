@@ -354,7 +354,7 @@ TEST_F(NicAttachmentDeathTest, OfACardWhoseTapIsOpen) {
         world.card()->statusIs(Vnic::linkDown);
         world.locked([&] { world.vm()->doDeviceConnected("Vlan100"); });
       },
-      "\\( int \\)vnic->macvtapFd\\(\\) == -1");
+      "assertion failed: \\( int \\)vnic->macvtapFd\\(\\) == -1\n");
 }
 
 }  // namespace

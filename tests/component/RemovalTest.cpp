@@ -165,7 +165,8 @@ void removeWithoutRecord() {
 }
 
 TEST(RemovalDeathTest, WithoutARecordEndsTheProcess) {
-  EXPECT_DEATH(removeWithoutRecord(), "!!status\\(\\)->vmStatusHas\\( name \\)");
+  EXPECT_DEATH(removeWithoutRecord(),
+               "assertion failed: !!status\\(\\)->vmStatusHas\\( name \\)\n");
 }
 
 }  // namespace

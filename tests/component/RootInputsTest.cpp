@@ -35,17 +35,29 @@ TEST_F(RootInputs, TheAgentsOwnInputsMayBeHandedBackWithAnotherOne) {
 }
 
 // One of the seven is missing.
-class NoInput : public AgentTest, public testing::WithParamInterface<int> {};
+class NoInput : public AgentTest, public testing::WithParamInterface<int> {
+ protected:
+  static constexpr const char* names[] = {"config",
+                                          "status",
+                                          "allIntfStatusDir",
+                                          "allIntfStatusLocalDir",
+                                          "deviceIntfStatusDir",
+                                          "kniStatus",
+                                          "bridgingInputConfig"};
+};
 
-TEST_P(NoInput, IsRefusedAndTheAgentStaysAsItWas) {
+TEST_P(NoInput, IsRefusedByItsNameAndTheAgentStaysAsItWas) {
   const auto agent = start();
   const int none = GetParam();
-  EXPECT_THROW(root->agentIs(none == 0 ? nullptr : config, none == 1 ? nullptr : status,
-                             none == 2 ? nullptr : allIntfStatusDir,
-                             none == 3 ? nullptr : allIntfStatusLocalDir,
-                             none == 4 ? nullptr : deviceIntfStatusDir,
-                             none == 5 ? nullptr : kniStatus, none == 6 ? nullptr : bridging),
-               rt::NullArgumentException);
+  const std::string refusal = refusalOf([&] {
+    root->agentIs(none == 0 ? nullptr : config, none == 1 ? nullptr : status,
+                  none == 2 ? nullptr : allIntfStatusDir,
+                  none == 3 ? nullptr : allIntfStatusLocalDir,
+                  none == 4 ? nullptr : deviceIntfStatusDir, none == 5 ? nullptr : kniStatus,
+                  none == 6 ? nullptr : bridging);
+  });
+  EXPECT_EQ(refusal,
+            std::string("Vm::AgentCreator::") + names[none] + ": a null pointer is not allowed");
   EXPECT_EQ(root->agent(), agent);
 }
 

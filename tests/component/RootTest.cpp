@@ -150,23 +150,25 @@ TEST_F(Creator, ReturnsTheVmSetWhenAskedForTheSameAgain) {
 
 TEST_F(Creator, RefusesAVmSetOfOtherInputsAndNamesTheFirst) {
   const auto agent = start();
-  const rt::Clock::Ptr otherClock = rt::make<rt::fakes::ManualClock>();
-  const auto refused = [&](const auto&... inputs) -> std::string {
-    try {
-      agent->vmSmIs(inputs...);
-    } catch (const rt::ReinstantiationException& e) {
-      return e.attribute().str();
-    }
-    return "nothing";
+  // With others from the input `first` on.
+  const auto refused = [&](int first) {
+    return refusalOf([&] {
+      agent->vmSmIs(first <= 0 ? rt::make<Config>() : config,
+                    first <= 1 ? rt::make<Status>() : status,
+                    first <= 2 ? rt::make<Interface::DeviceIntfStatusDir>() : deviceIntfStatusDir,
+                    first <= 3 ? rt::make<Bridging::Input::Config>() : bridging,
+                    first <= 4 ? rt::make<Interface::AllIntfStatusDir>() : allIntfStatusDir,
+                    first <= 5 ? rt::make<rt::fakes::ManualClock>() : clock);
+    });
   };
-  EXPECT_EQ(refused(rt::make<Config>(), status, deviceIntfStatusDir, bridging, allIntfStatusDir,
-                    otherClock),
-            "config");
-  EXPECT_EQ(
-      refused(config, rt::make<Status>(), deviceIntfStatusDir, bridging, allIntfStatusDir, clock),
-      "status");
-  EXPECT_EQ(refused(config, status, deviceIntfStatusDir, bridging, allIntfStatusDir, otherClock),
-            "clock");
+  const std::string why = ": it exists already with a different value";
+  EXPECT_EQ(refused(0), "Vm::VmSm::config" + why);
+  EXPECT_EQ(refused(1), "Vm::VmSm::status" + why);
+  EXPECT_EQ(refused(2), "Vm::VmSm::kisd" + why);
+  EXPECT_EQ(refused(3), "Vm::VmSm::bridgingInputConfig" + why);
+  EXPECT_EQ(refused(4), "Vm::VmSm::allIntfStatusDir" + why);
+  EXPECT_EQ(refused(5), "Vm::VmSm::clock" + why);
+  EXPECT_EQ(refused(6), "nothing");
 }
 
 TEST_F(Creator, DeletesTheVmSetWithItsNotificationsOff) {

@@ -136,17 +136,31 @@ TEST_F(VmSet, ReturnsAMachineThatIsThereOfTheSameInputs) {
             vm("web1"));
 }
 
-TEST_F(VmSet, RefusesAMachineOfOtherInputs) {
+TEST_F(VmSet, RefusesAMachineOfOtherInputsAndNamesTheFirst) {
   const auto web1 = addVm("web1");
   start();
   const auto machine = vm("web1");
-  try {
-    vmSm()->vmConfigSmIs(web1, rt::make<VmStatus>("web1"), bridging, allIntfStatusDir, vmSm(),
-                         clock);
-    ADD_FAILURE() << "was not refused";
-  } catch (const rt::ReinstantiationException& e) {
-    EXPECT_EQ(e.attribute(), "vmStatus");
-  }
+  const auto otherSet = rt::make<VmSm>(rt::make<Config>(), rt::make<Status>(), deviceIntfStatusDir,
+                                       bridging, allIntfStatusDir, clock);
+  // With others from the input `first` on.
+  const auto refused = [&](int first) {
+    return refusalOf([&] {
+      vmSm()->vmConfigSmIs(first <= 0 ? rt::make<VmConfig>("web1") : web1,
+                           first <= 1 ? rt::make<VmStatus>("web1") : vmStatus("web1"),
+                           first <= 2 ? rt::make<Bridging::Input::Config>() : bridging,
+                           first <= 3 ? rt::make<Interface::AllIntfStatusDir>() : allIntfStatusDir,
+                           first <= 4 ? otherSet : vmSm(),
+                           first <= 5 ? rt::make<rt::fakes::ManualClock>() : clock);
+    });
+  };
+  const std::string why = ": it exists already with a different value";
+  EXPECT_EQ(refused(0), "Vm::VmConfigSm::vmConfig" + why);
+  EXPECT_EQ(refused(1), "Vm::VmConfigSm::vmStatus" + why);
+  EXPECT_EQ(refused(2), "Vm::VmConfigSm::bridgingInputConfig" + why);
+  EXPECT_EQ(refused(3), "Vm::VmConfigSm::allIntfStatusDir" + why);
+  EXPECT_EQ(refused(4), "Vm::VmConfigSm::vmSm" + why);
+  EXPECT_EQ(refused(5), "Vm::VmConfigSm::clock" + why);
+  EXPECT_EQ(refused(6), "nothing");
   EXPECT_EQ(vm("web1"), machine);
 }
 
