@@ -96,6 +96,14 @@ TEST_F(MonitorHandshake, AlwaysAsksForRunStateAndConsole) {
   EXPECT_EQ(session->qmpRequests(), 0U);
 }
 
+TEST_F(MonitorHandshake, OwnQuestionsLeaveTheArgumentsOfTheCommandBefore) {
+  const auto args = fakes::backendArgs(0, "tap1", "net1");
+  issue(MonitorCommand::backendDel, args);
+  hear(fakes::greeting());
+  EXPECT_EQ(input->cmd(), MonitorCommand::queryChardev);
+  EXPECT_EQ(input->cmdArgs(), args);
+}
+
 TEST_F(MonitorHandshake, IsNotConnectedBeforeTheCapabilitiesReply) {
   hear(fakes::greeting());
   EXPECT_EQ(status->state(), MonitorState::uninitialized);
@@ -109,6 +117,17 @@ TEST_F(MonitorHandshake, CapabilitiesReplyPublishesNoResult) {
   changes->watch(output);
   hear(fakes::returnOf("enter"));
   EXPECT_THAT(changes->take(), IsEmpty());
+}
+
+TEST_F(MonitorHandshake, CapabilitiesReplyPublishesNoResultWhenConnectedEither) {
+  connect();
+  const auto changes = rt::make<rt::fakes::ChangeRecorder>();
+  changes->watch(output);
+  changes->watch(status);
+  issue(MonitorCommand::enterCmdMode);
+  EXPECT_THAT(converse(), ElementsAre(capabilities));
+  EXPECT_THAT(changes->take(), IsEmpty());
+  EXPECT_FALSE(session->isPendingRequest());
 }
 
 TEST_F(MonitorHandshake, ErrorReplyToTheCapabilitiesConnectsNothingAndGoesOn) {
@@ -187,6 +206,18 @@ TEST_F(MonitorHandshake, ReaderThatIssuesACommandWhenConnectedComesAfterTheOwnQu
   EXPECT_THAT(converse(), ElementsAre(capabilities, queryStatus, queryChardev,
                                       "{ \"execute\": \"cont\",\"id\": \"cont\" }\n"));
   EXPECT_EQ(reader->take().back(), "startVm 4 success cont");
+}
+
+TEST_F(MonitorHandshake, GreetingSendsTheCapabilitiesBeforeItQueuesTheOwnQuestions) {
+  rt::fakes::TraceRecorder traces;
+  hear(fakes::greeting());
+  const Lines lines = traces.take(8);
+  const auto at = std::find(lines.begin(), lines.end(), "helloMessage: false");
+  ASSERT_GE(lines.end() - at, 3);
+  EXPECT_EQ(at[1],
+            "void Vm::MonitorSm::checkAndSendRequest() isPendingRequest: false number of queued "
+            "requests: 1");
+  EXPECT_THAT(at[2], testing::StartsWith("void Vm::MonitorSm::doIssueQmpRequest("));
 }
 
 TEST_F(MonitorHandshake, IsTraced) {

@@ -105,10 +105,14 @@ TEST_F(MonitorReceive, JsonThatIsNoMessageIsIgnored) {
   EXPECT_TRUE(works());
 }
 
-TEST_F(MonitorReceive, ReadableWithoutDataHandsNothingToTheParser) {
-  const uint32_t before = texts();
-  turn();
-  EXPECT_EQ(texts(), before);
+TEST_F(MonitorReceive, ReadsAtMost4096BytesAtATime) {
+  rt::fakes::TraceRecorder traces;
+  hear(fakes::eventOf(std::string(5000, 'e')));
+  Lines reads = traces.take(8);
+  std::erase_if(reads, [](const auto& line) { return line.find("bytesRead:") == line.npos; });
+  const size_t rest = fakes::eventOf("").size() + 5000 - 4096;
+  EXPECT_THAT(reads, ElementsAre(testing::EndsWith("bytesRead:4096"),
+                                 testing::EndsWith("bytesRead:" + std::to_string(rest))));
 }
 
 TEST_F(MonitorReceive, PassIsTraced) {
@@ -159,6 +163,13 @@ TEST_F(MonitorReceive, DisconnectionIsToldOnce) {
   peer.close();
   for (int i = 0; i < 3; ++i) turn();
   EXPECT_THAT(changes->take(), ElementsAre("Vm::MonitorStatus.state = disconnected"));
+}
+
+TEST_F(MonitorReceive, DisconnectionIsTracedOnEveryPass) {
+  rt::fakes::TraceRecorder traces;
+  peer.close();
+  for (int i = 0; i < 3; ++i) turn();
+  EXPECT_EQ(traces.take(2), Lines(3, "handleMonFdReadable qemu monitor has forcibly closed conn "));
 }
 
 TEST_F(MonitorReceive, DisconnectionBeforeTheGreetingIsTold) {

@@ -26,6 +26,7 @@ using Lines = std::vector<std::string>;
 struct Answer {
   ssize_t result;
   int error = 0;
+  std::string data = {};  // what is read
 };
 
 // What one sendmsg was asked.
@@ -90,7 +91,9 @@ ssize_t __wrap_sendmsg(int descriptor, const msghdr* message, int flags) {
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
   if (readAnswers.empty()) return __real_read(descriptor, buffer, size);
-  return takeAnswer(readAnswers).result;
+  const Answer answer = takeAnswer(readAnswers);
+  answer.data.copy(static_cast<char*>(buffer), size);
+  return answer.result;
 }
 }
 
@@ -273,8 +276,10 @@ TEST_F(MonitorSyscall, OtherWriteErrorsThrowAtOnce) {
 
 TEST_F(MonitorSyscall, FailedWriteArmsNoTimeoutAndLeavesNothingInFlight) {
   answerSends(1, {-1, EPIPE});
+  advance(60);
   EXPECT_NE(failureOfStart(), "");
   EXPECT_FALSE(session->isPendingRequest());
+  EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
   advance(60);
   EXPECT_THAT(reader->take(), IsEmpty());
 }
@@ -341,6 +346,26 @@ TEST_P(MonitorReadError, LosesNothingThatWasNotRead) {
 // An interrupted read is an error as well: no signal has a handler here.
 INSTANTIATE_TEST_SUITE_P(Errors, MonitorReadError,
                          testing::Values(EINTR, EIO, ENOTCONN, ETIMEDOUT));
+
+TEST_F(MonitorSyscall, ReadableWithoutDataHandsNothingToTheParser) {
+  const uint32_t before = session->qmpParserRequest()->counter();
+  peer.send(fakes::eventOf("STOP"));
+  readAnswers = {{-1, EAGAIN}};
+  turn();
+  EXPECT_THAT(readAnswers, IsEmpty());
+  EXPECT_EQ(session->qmpParserRequest()->counter(), before);
+}
+
+TEST_F(MonitorSyscall, DataBeforeAResetInTheSamePassIsDropped) {
+  start();
+  const uint32_t before = session->qmpParserRequest()->counter();
+  const std::string reply = fakes::returnOf("cont");
+  peer.send("x");
+  readAnswers = {{static_cast<ssize_t>(reply.size()), 0, reply}, {-1, ECONNRESET}};
+  turn();
+  EXPECT_EQ(session->qmpParserRequest()->counter(), before);
+  EXPECT_EQ(reader->take(), Lines{"disconnected"});
+}
 
 TEST_F(MonitorSyscall, ResetReadDisconnects) {
   peer.send(fakes::eventOf("STOP"));

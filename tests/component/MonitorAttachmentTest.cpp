@@ -171,6 +171,20 @@ TEST_F(MonitorAttachment, StartsWithFreshRecordsAndTheManagersClock) {
   EXPECT_EQ(vm()->monSm()->monFd(), vm()->monFd());
 }
 
+TEST_F(MonitorAttachment, HasTheManagersClockWhateverItsMachineHas) {
+  start();
+  const rt::Clock::Ptr other = rt::make<rt::fakes::ManualClock>();
+  const auto db1 = addVm("db1");
+  vmSm()->vmConfigSmDel("db1");
+  db1->enabledIs(true);
+  locked([&] {
+    vmSm()->vmConfigSmIs(db1, vmStatus("db1"), bridging, allIntfStatusDir, vmSm(), other);
+  });
+  const auto machine = AgentWorld::vm("db1");
+  ASSERT_EQ(machine->clock(), other);
+  EXPECT_EQ(machine->monSm()->timeoutClock(), clock);
+}
+
 TEST_F(MonitorAttachment, DestroyedWithoutASessionDoesNothing) {
   processes.refusalsAre("web1", -1);
   enable();
@@ -260,7 +274,7 @@ TEST_F(MonitorAttachmentDeathTest, CommandWithoutASessionEver) {
         world.card()->statusIs(Vnic::linkDown);
         world.connectVlan100();
       },
-      "monitorInput\\(\\)");
+      "assertion failed: monitorInput\\(\\)\n");
 }
 
 TEST_F(MonitorAttachmentDeathTest, SetUpBesideAnotherSession) {
@@ -274,7 +288,7 @@ TEST_F(MonitorAttachmentDeathTest, SetUpBesideAnotherSession) {
         world.web1->diskImageIs("");
         world.web1->diskImageIs(world.disk.path());
       },
-      "monSm\\(\\) == 0");
+      "assertion failed: monSm\\(\\) == 0\n");
 }
 
 }  // namespace

@@ -40,6 +40,11 @@ class MonitorResponse : public NicTest {
     converse();
   }
   uint32_t firstPending() const { return pendingIds().front(); }
+  static Texts withPending(Texts effects) {
+    std::erase_if(effects,
+                  [](const auto& effect) { return effect.find("pendingVnic") == effect.npos; });
+    return effects;
+  }
 };
 
 class MonitorResponseDeathTest : public testing::Test {};
@@ -178,6 +183,31 @@ TEST_F(MonitorResponse, OfAnAttachDetachesACardWhoseDeviceWent) {
   EXPECT_EQ(vm()->monitorInput()->cmd(), backendDel);
 }
 
+TEST_F(MonitorResponse, OfAnAttachForgetsItsRequestOnceTheCardHasBeenSeenTo) {
+  runWithCardGoingUp();
+  disconnectVlan100();
+  const std::string added = std::to_string(firstPending());
+  recorder->watch(vm());
+  effects.take();
+  publish(backendAdd, firstPending());
+  EXPECT_THAT(withPending(effects.take()),
+              ElementsAre("VmConfigSm.pendingVnic[" + std::to_string(firstPending()) + "]",
+                          "VmConfigSm.pendingVnic[" + added + "]"));
+}
+
+TEST_F(MonitorResponse, OfADetachForgetsItsRequestOnceTheCardHasBeenSeenTo) {
+  runWithCard();
+  disconnectVlan100();
+  connectVlan100();
+  const std::string deleted = std::to_string(firstPending());
+  recorder->watch(vm());
+  effects.take();
+  publish(backendDel, firstPending());
+  EXPECT_THAT(withPending(effects.take()),
+              ElementsAre("VmConfigSm.pendingVnic[" + std::to_string(firstPending()) + "]",
+                          "VmConfigSm.pendingVnic[" + deleted + "]"));
+}
+
 TEST_F(MonitorResponse, OfADetachBringsTheLinkDown) {
   runWithCard();
   disconnectVlan100();
@@ -228,7 +258,7 @@ TEST_F(MonitorResponseDeathTest, OfAnAttachForALinkThatIsNotGoingUp) {
         world.vm()->pendingVnicIs(50, world.card());
         world.publish(backendAdd, 50);
       },
-      "vnic->status\\(\\) == Vnic::linkGoingUp\\(\\)");
+      "assertion failed: vnic->status\\(\\) == Vnic::linkGoingUp\\(\\)\n");
 }
 
 TEST_F(MonitorResponseDeathTest, OfADetachForALinkThatIsNotGoingDown) {
@@ -241,7 +271,7 @@ TEST_F(MonitorResponseDeathTest, OfADetachForALinkThatIsNotGoingDown) {
         world.vm()->pendingVnicIs(50, world.card());
         world.publish(backendDel, 50);
       },
-      "vnic->status\\(\\) == Vnic::linkGoingDown\\(\\)");
+      "assertion failed: vnic->status\\(\\) == Vnic::linkGoingDown\\(\\)\n");
 }
 
 }  // namespace

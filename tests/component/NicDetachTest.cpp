@@ -142,6 +142,28 @@ TEST_F(NicDetach, IsUndoneWhenTheDeviceReturnedMeanwhile) {
   EXPECT_EQ(card()->status(), Vnic::linkUp);
 }
 
+TEST_F(NicDetach, LeavesCardsOfOtherInterfacesAlone) {
+  addCard("nic00", "Vlan200");
+  locked([&] { interfaceIs("Vlan200", 8); });
+  connectVlan100();
+  run();
+  ASSERT_EQ(card()->status(), Vnic::linkUp);
+  disconnectVlan100();
+  EXPECT_EQ(card()->status(), Vnic::linkUp);
+  EXPECT_THAT(effects.take(), IsEmpty());
+  EXPECT_THAT(qemu().takeTexts(), IsEmpty());
+}
+
+TEST_F(NicDetach, LeavesLinksToOtherInterfacesThatAreGoingUpAlone) {
+  addCard("nic00", "Vlan200");
+  connectVlan100();
+  run();
+  locked([&] { interfaceIs("Vlan200", 8); });
+  ASSERT_EQ(card()->status(), Vnic::linkGoingUp);
+  disconnectVlan100();
+  EXPECT_FALSE(card()->linkDownPending());
+}
+
 TEST_F(NicDetach, OfALinkThatIsDownDoesNothing) {
   addCard();
   run();
@@ -159,7 +181,7 @@ TEST_F(NicDetachDeathTest, OfACardWithoutATap) {
         world.card()->statusIs(Vnic::linkUp);
         world.locked([&] { world.vm()->doDeviceDisconnected("Vlan100"); });
       },
-      "\\( int \\)vnic->macvtapFd\\(\\) != -1");
+      "assertion failed: \\( int \\)vnic->macvtapFd\\(\\) != -1\n");
 }
 
 }  // namespace

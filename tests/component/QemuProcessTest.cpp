@@ -97,6 +97,13 @@ TEST_F(QemuProcess, ThatIsNotThereIsNotKilledAndTheConsoleStays) {
   EXPECT_EQ(record->consolePtyPath(), "pty:/dev/pts/3");
 }
 
+TEST_F(QemuProcess, OfNumberZeroIsNotKilledForThatWouldBeAllOfUs) {
+  vm("web1")->qemuChildProcessIs(rt::make<ChildProcess>("ChildProcess-0", 0));
+  forget();
+  web1->enabledIs(false);
+  EXPECT_THAT(withText(effects.take(), "kill"), IsEmpty());
+}
+
 TEST_F(QemuProcess, MayEndWhileTheMonitorIsAwaited) {
   const auto web2 = addVm("web2");
   forget();

@@ -253,6 +253,17 @@ TEST_F(Start, WhileTheOldProcessEndsIsRefused) {
                   "1 doTryEnable FAIL: starting qemu failed "));
 }
 
+TEST_F(Start, WithoutADiskIsRefusedBeforeTheOldProcessIsLookedFor) {
+  web1->enabledIs(true);
+  converse("web1");
+  web1->enabledIs(false);
+  web1->diskImageIs("");
+  forget();
+  web1->enabledIs(true);
+  EXPECT_THAT(withText(said(), "startQemu"),
+              ElementsAre("8 int Vm::VmConfigSm::startQemu() for web1"));
+}
+
 TEST_F(Start, OnceTheOldProcessHasEndedSucceeds) {
   web1->enabledIs(true);
   web1->enabledIs(false);

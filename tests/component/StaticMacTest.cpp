@@ -111,6 +111,27 @@ TEST_F(StaticMac, OfAGroupAddressIsRefused) {
   EXPECT_EQ(card()->status(), Vnic::linkGoingUp);  // attached all the same
 }
 
+TEST_F(StaticMac, OfAGroupAddressIsRefusedOffAVlanToo) {
+  addCard("nic00", "Ethernet1", "53:54:00:12:34:56");
+  run();
+  interfaceComes("Ethernet1");
+  EXPECT_THAT(failures(),
+              ElementsAre("populateStaticMacAddress FAIL: Invalid mac address: 53:54:00:12:34:56"));
+}
+
+TEST_F(StaticMac, OfAnInterfaceWithoutAVlanIsTracedWithWhatWasScanned) {
+  addCard("nic00", "Ethernet1");
+  addCard("nic01", "Vlan", secondMac);
+  run();
+  interfaceComes("Ethernet1");
+  locked([&] { interfaceIs("Vlan", 8); });
+  const std::string signature =
+      "void Vm::VmConfigSm::populateStaticMacAddress(const String&, const String&)";
+  EXPECT_THAT(traces.take(8),
+              testing::IsSupersetOf({signature + " kernelDev Ethernet1 vlanId 0 ret 0",
+                                     signature + " kernelDev Vlan vlanId 0 ret -1"}));
+}
+
 struct Name {
   const char* interface;
   const char* vlan;  // whose hosts then are configured; null: none
@@ -129,11 +150,11 @@ TEST_P(StaticMacName, DecidesWhetherThereIsAnEntryAndWhere) {
 
 INSTANTIATE_TEST_SUITE_P(Interfaces, StaticMacName,
                          testing::Values(Name{"Vlan1", "1"}, Name{"Vlan4094", "4094"},
-                                         Name{"Vlan0100", "100"}, Name{"Vlan+7", "7"},
-                                         Name{"Vlan100x", "100"}, Name{"Vlan 100", "100"},
-                                         Name{"Vlan", nullptr}, Name{"Vlanx", nullptr},
-                                         Name{"vlan100", nullptr}, Name{"Ethernet1", nullptr},
-                                         Name{"et1.Vlan100", nullptr}),
+                                         Name{"Vlan0100", "100"}, Name{"Vlan000100", "100"},
+                                         Name{"Vlan+7", "7"}, Name{"Vlan100x", "100"},
+                                         Name{"Vlan 100", "100"}, Name{"Vlan", nullptr},
+                                         Name{"Vlanx", nullptr}, Name{"vlan100", nullptr},
+                                         Name{"Ethernet1", nullptr}, Name{"et1.Vlan100", nullptr}),
                          [](const auto& test) { return "N" + std::to_string(test.index); });
 
 class StaticMacOutOfRange : public StaticMac, public testing::WithParamInterface<const char*> {

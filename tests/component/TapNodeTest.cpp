@@ -51,6 +51,11 @@ TEST_F(TapNode, ThatIsThereIsOpenedWithoutAPause) {
   EXPECT_EQ(pauses, 0);
 }
 
+TEST_F(TapNode, IsOpenedForReadingAndWriting) {
+  kernel.nodeIs(7);
+  EXPECT_EQ(fcntl(open("macvtap0"), F_GETFL) & O_ACCMODE, O_RDWR);
+}
+
 TEST_F(TapNode, IsClosedInAGuestThatIsStartedLater) {
   kernel.nodeIs(7);
   EXPECT_EQ(fcntl(open("macvtap0"), F_GETFD), FD_CLOEXEC);

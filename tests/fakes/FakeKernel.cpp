@@ -151,7 +151,8 @@ struct KernelCalls {
     return false;
   }
 
-  static int openTap(FakeKernel& fake, const std::string& path) {
+  // For reading, writing or both, as `flags` say.
+  static int openTap(FakeKernel& fake, const std::string& path, int flags) {
     if (const int error = fake.failureOf(KernelCall::openTap)) return failWith(error);
     const auto index = static_cast<uint32_t>(std::stoul(path.substr(tapPath.size())));
     const auto node = fake.nodes_.find(index);
@@ -160,7 +161,9 @@ struct KernelCalls {
       --node->second;
       return failWith(ENOENT);
     }
-    const int descriptor = memfd_create(path.c_str(), 0);
+    const int file = memfd_create(path.c_str(), 0);
+    const int descriptor = __real_open(("/proc/self/fd/" + std::to_string(file)).c_str(), flags);
+    __real_close(file);
     fake.openTaps_[descriptor] = index;
     fake.log_.add("open " + path);
     return descriptor;
@@ -282,7 +285,7 @@ int __wrap_open(const char* path, int flags, ...) {
   auto* const fake = FakeKernel::current();
   if (!fake || !std::string_view(path).starts_with(Vm::fakes::tapPath))
     return __real_open(path, flags, mode);
-  return KernelCalls::openTap(*fake, path);
+  return KernelCalls::openTap(*fake, path, flags);
 }
 
 int __wrap_close(int descriptor) {

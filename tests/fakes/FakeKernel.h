@@ -79,7 +79,7 @@ class FakeKernel {
   int badCloses() const { return badCloses_; }
 
   static FakeKernel* current();
-  // For whoever stands behind socket(): one of the family AF_PACKET.
+  // For whoever stands behind socket(): one of AF_PACKET, SOCK_DGRAM that hears nothing.
   int packetSocket();
 
  private:

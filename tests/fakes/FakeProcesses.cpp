@@ -190,7 +190,8 @@ void* __wrap_calloc(size_t count, size_t size) {
 
 int __wrap_socket(int domain, int type, int protocol) {
   auto* const kernel = Vm::fakes::FakeKernel::current();
-  if (kernel && domain == AF_PACKET) return kernel->packetSocket();
+  if (kernel && domain == AF_PACKET && type == SOCK_DGRAM && protocol == 0)
+    return kernel->packetSocket();
   auto* const fake = FakeProcesses::current();
   if (fake && domain == AF_UNIX && fake->failSocket) {
     errno = std::exchange(fake->failSocket, 0);
