@@ -55,6 +55,24 @@ TEST_F(EntityDocumentWrite, SetsWhatTheDocumentSays) {
   EXPECT_EQ(card->intfName(), "Vlan1");
 }
 
+TEST_F(EntityDocumentWrite, CopiesARecordToAnotherOfItsTypeTellingWhatDiffers) {
+  const auto from = rt::make<Vm::VmConfig>("web2");
+  from->memoryIs(256);
+  from->enabledIs(true);
+  from->vnicConfigIs("nic00")->modelIs("e1000");
+  vm_->vncPortIs(5900);
+  watch(vm_);
+  copy(*from, *vm_, "enabled");
+  EXPECT_EQ(documentOf(*vm_), documentOf(*from));
+  EXPECT_THAT(told(), ElementsAre("Vm::VmConfig.memory = 256", "Vm::VmConfig.vncPort = 0",
+                                  "Vm::VmConfig.vnicConfig[nic00]", "Vm::VmConfig.enabled = true"));
+}
+
+TEST_F(EntityDocumentWrite, CopiesNoRecordToOneOfAnotherType) {
+  EXPECT_DEATH(copy(*vm_, *rt::make<HallLight>()),
+               "assertion failed: a record is copied to one of its type\n");
+}
+
 TEST_F(EntityDocumentWrite, SetsTheSwitchLastWhenItBecomesTrue) {
   watch(vm_);
   fillVm(R"({"enabled":true,"diskImage":"/a","memory":1,"vnicConfig":{"nic00":{}}})");

@@ -66,6 +66,13 @@ TEST_F(EntityRowsTest, AreNotWrittenForChangesThatCameBack) {
   EXPECT_EQ(data->sequence, before);
 }
 
+TEST_F(EntityRowsTest, AreOfACollectionOfRecordsOnly) {
+  const auto vm = status->vmStatusIs("web1");
+  for (const char* name : {"state", "vmStatus"})
+    EXPECT_DEATH(rt::make<EntityRows>(vm, name, "vmStatus"),
+                 "assertion failed: a collection of records\n");
+}
+
 TEST_F(EntityRowsTest, GoWithTheirRecord) {
   const auto vm = status->vmStatusIs("web1");
   status->vmStatusIs("web2");

@@ -241,6 +241,11 @@ TEST_F(FollowerTest, TellsTheSameAgainWhenALookFailed) {
   EXPECT_THAT(news(), ElementsAre("put b 2"));
 }
 
+TEST_F(FollowerTest, FollowsOneHalfOfTheDatabaseOnly) {
+  EXPECT_DEATH(Follower(db, {"vmConfig", "vmStatus"}),
+               "assertion failed: one half of the database is followed\n");
+}
+
 TEST_F(FollowerTest, WakesItsOwnerWhenThereIsNews) {
   const int wakeUp = follower.wakeUp();
   news();

@@ -117,6 +117,15 @@ TEST_F(RowWriterTest, KeepsWhatCouldNotBeWrittenForTheNextTime) {
   EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "1"), Pair("vmStatus/web2", "1")));
 }
 
+TEST_F(RowWriterTest, WritesOneHalfOfTheDatabaseOnly) {
+  EXPECT_DEATH(RowWriter(db, {"vmStatus", "vmConfig"}),
+               "assertion failed: one half of the database is written\n");
+}
+
+TEST_F(RowWriterTest, WritesItsOwnTablesOnly) {
+  EXPECT_DEATH(writer.rowIs("vmProblem", "web1", "{}"), "assertion failed: a table of ours\n");
+}
+
 TEST_F(RowWriterTest, FillsAStoreThatTookThePlaceOfTheFirst) {
   writer.rowIs("vmStatus", "web1", "1");
   writer.flush();

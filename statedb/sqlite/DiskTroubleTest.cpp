@@ -11,6 +11,7 @@
 #include "runtime/fakes/LoopFixture.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/Connection.h"
+#include "statedb/sqlite/Sentences.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
 #include "statedb/sqlite/fakes/Writer.h"
 
@@ -104,6 +105,16 @@ TEST_F(DeniedTest, AFileThatMayBeReadButNotWrittenNeedsTheDaemonToBeRunning) {
     EXPECT_EQ(troubleOf([&] { openClient()->snapshot({"vmConfig"}); }), Trouble::denied);
   }
   modeIs(dir.path(), 0755);
+}
+
+TEST_F(DeniedTest, AWriteByOneWhoMayOnlyReadIsDenied) {
+  const auto store = open();
+  put(*store, "a", "1");
+  for (const char* ending : {"", "-wal", "-shm"}) modeIs(companion(ending), 0444);
+  const Unprivileged somebody;
+  const auto reader = openClient();
+  EXPECT_EQ(reader->record("vmConfig", "a")->doc, "1");
+  EXPECT_EQ(troubleOf([&] { put(*reader, "a", "2"); }), Trouble::denied);
 }
 
 TEST_F(DeniedTest, AFileThatMayNotBeReadIsDenied) {
@@ -215,6 +226,14 @@ TEST_F(MountTest, AReadOnlyDiskIsNamedWithTheWayOut) {
   }
   remount(0);
   EXPECT_EQ(open()->record("vmConfig", "a")->doc, "1");
+}
+
+TEST_F(MountTest, WhatIsNotWritableOnAReadOnlyDiskIsToldAsThatAndElseAsDenied) {
+  if (!mounted) return;
+  open();
+  EXPECT_EQ(notWritable(fileName()).trouble(), Trouble::denied);
+  remount(MS_RDONLY);
+  EXPECT_EQ(notWritable(fileName()).trouble(), Trouble::readOnly);
 }
 
 TEST_F(MountTest, AnEmptyReadOnlyDiskIsNamedToo) {
