@@ -61,9 +61,9 @@ class BridgeFdbTest : public testing::Test {
     clock->pass([] { return false; });
     fdb->pass();
   }
-  // The kernel has another device of that name.
-  void recreate(bool filtersVlans) {
-    kernel.entries.clear();
+  // The kernel has another device of that name, and somebody's entries are in it.
+  void recreate(bool filtersVlans, std::set<BridgeEntry> entries = {}) {
+    kernel.entries = std::move(entries);
     kernel.bridge = Bridge{kernel.bridge->ifIndex + 1, filtersVlans};
     devices->interfaceIs({{}, kernel.bridge->ifIndex}, "br0");
     fdb->pass();
@@ -129,6 +129,26 @@ TEST_F(BridgeFdbTest, AppliesAllAnewToABridgeThatWasMadeAnew) {
   start();
   recreate(/*filtersVlans=*/true);
   EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 100}));
+}
+
+TEST_F(BridgeFdbTest, NeverTouchesAnothersEntryInABridgeThatWasMadeAnew) {
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  recreate(/*filtersVlans=*/false, {{mac(1), 0}});
+  EXPECT_EQ(status->fdb("100/52:54:00:00:00:01")->bridge(), "") << "ours went with the old one";
+  status->fdbDel("100/52:54:00:00:00:01");
+  fdb->pass();
+  EXPECT_THAT(kernel.entries, UnorderedElementsAre(BridgeEntry{mac(1), 0}));
+}
+
+TEST_F(BridgeFdbTest, SaysAnewWhyABridgeThatWasMadeAnewRefuses) {
+  kernel.bridge->filtersVlans = true;
+  kernel.missingVlans = {100};
+  status->fdbIs("100/52:54:00:00:00:01");
+  start();
+  traces.take();
+  recreate(/*filtersVlans=*/true);
+  EXPECT_THAT(traces.take(1), ElementsAre(HasSubstr("no such VLAN")));
 }
 
 TEST_F(BridgeFdbTest, WaitsForABridgeThatIsNotThere) {

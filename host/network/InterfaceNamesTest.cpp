@@ -54,6 +54,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 // The rows and devices as the daemon tells of them, and the agent's manager that joins them.
 class InterfaceNamesTest : public testing::Test {
@@ -207,9 +208,28 @@ TEST_F(InterfaceNamesTest, LeaveADeviceItsNameWhenTheRowOfThatNameIsRefused) {
   EXPECT_THAT(problem("eth0"), HasSubstr("'a/b' is refused"));
 }
 
+TEST_F(InterfaceNamesTest, RefuseADeviceThatTheKernelCannotName) {
+  for (const char* name :
+       {"a/b", "a:b", "a b", R"(a\tb)", R"(a\nb)", R"(a\u0000b)", ".", "..", "sixteen-letters-"}) {
+    row("Vlan100", (std::string(R"({"deviceName":")") + name + "\"}").c_str());
+    EXPECT_EQ(device("Vlan100"), "") << name;
+    EXPECT_THAT(problem("Vlan100"),
+                HasSubstr(" is refused: must be a kernel device's name, 1 to 15 bytes"))
+        << name;
+  }
+}
+
+TEST_F(InterfaceNamesTest, TakeADeviceOfAnyNameThatTheKernelKnows) {
+  for (const char* name : {"a", "fifteen-letters", "~a~", "...", "\xc3\xa9th0", "a@b"}) {
+    row("Vlan100", (std::string(R"({"deviceName":")") + name + "\"}").c_str());
+    EXPECT_EQ(device("Vlan100"), name);
+    EXPECT_EQ(problem("Vlan100"), "") << name;
+  }
+}
+
 TEST_F(InterfaceNamesTest, SayAllThatIsWrongWithARow) {
   row("Vlan0", R"({"deviceName":".."})");
-  EXPECT_THAT(problem("Vlan0"), HasSubstr("interface: 'Vlan0' is refused: must be Vlan1 to"));
+  EXPECT_THAT(problem("Vlan0"), StartsWith("interface: 'Vlan0' is refused: must be Vlan1 to"));
   EXPECT_THAT(problem("Vlan0"), HasSubstr("; deviceName: '..' is refused"));
   EXPECT_EQ(device("Vlan0"), "");
 }
