@@ -9,6 +9,7 @@
 
 #include "runtime/base/Release.h"
 #include "shim/ControlServer.h"
+#include "shim/Failure.h"
 #include "shim/fakes/TestFolder.h"
 
 namespace shim {
@@ -133,6 +134,17 @@ TEST_F(Control, AnswersWhoHasSentItsLastRequest) {
   shutdown(client->number(), SHUT_WR);
   EXPECT_THAT(heard(*client), ElementsAre(StartsWith("{\"return\"")));
   EXPECT_TRUE(client->isClosed());
+}
+
+TEST_F(Control, SaysOfItsSocketThatItIsTheControlSocket) {
+  const std::string path = folder / "taken";
+  std::ofstream(path) << "mine";
+  try {
+    const ControlServer other(path, {});
+    FAIL() << "nothing was thrown";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.what(), "control path " + path + " is taken by what is no socket: remove it");
+  }
 }
 
 TEST_F(Control, HeedsWhoAsksAndLeavesAtOnce) {

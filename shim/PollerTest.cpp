@@ -6,6 +6,23 @@
 
 #include "shim/Poller.h"
 
+namespace {
+
+// How many descriptors poll() was told to look at the last time.
+nfds_t lookedAt = 0;
+
+}  // namespace
+
+extern "C" {
+int __real_poll(pollfd* polled, nfds_t count, int timeout);
+int __wrap_poll(pollfd* polled, nfds_t count, int timeout);
+
+int __wrap_poll(pollfd* polled, nfds_t count, int timeout) {
+  lookedAt = count;
+  return __real_poll(polled, count, timeout);
+}
+}
+
 namespace shim {
 namespace {
 
@@ -61,6 +78,19 @@ TEST_F(PollerTest, HearsTheBusyOnesAgainAndAgain) {
     busy.hear();
     EXPECT_EQ(come(), nothing);
   }
+}
+
+TEST_F(PollerTest, LooksAtTheBusyOnesAndOneMoreWhileTheOthersAreQuiet) {
+  come();
+  EXPECT_EQ(lookedAt, 4U);
+  for (int i = 0; i < 3; ++i) {
+    busy.say();
+    come();
+    EXPECT_EQ(lookedAt, 3U);
+  }
+  first.say();
+  come();
+  EXPECT_EQ(lookedAt, 4U);
 }
 
 TEST_F(PollerTest, HearsTheOthersHoweverLongTheyWereQuiet) {

@@ -23,6 +23,7 @@ class DaemonProcess {
   DaemonProcess(const DaemonProcess&) = delete;
   ~DaemonProcess() { kill(); }
 
+  pid_t pid() const { return pid_; }
   // The shim that it started.
   pid_t shim() const { return shim_; }
   // How that shim ended, as its parent sees it: a wait status; -1 when that takes too long.

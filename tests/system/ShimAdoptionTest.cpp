@@ -57,6 +57,10 @@ TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
   EXPECT_EQ(keeper(), first.shim());
   EXPECT_NE(second.shim(), first.shim());
   EXPECT_EQ(modeOf(monitor()), 0660);
+  EXPECT_THAT(contentOf(file("shim.log")),
+              HasSubstr(" shim: keeps the guest for process " + std::to_string(second.pid()) +
+                        " from now on, at which process " + std::to_string(second.shim()) +
+                        " stands in for it\n"));
 }
 
 TEST_F(ShimAdoption, CanComeAgainAndAgain) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
@@ -65,6 +66,14 @@ TEST_F(Shim, OffersTheConsoleAtAPtyAndKeepsItsLog) {
   EXPECT_THAT(readUntil(terminal, "hello"), HasSubstr("hello"));
   EXPECT_TRUE(comesToHold(file("console.log"), "hello"));
   EXPECT_THAT(contentOf(file("console.log")), HasSubstr("BOOTSECTOR READY\r\n"));
+}
+
+TEST_F(Shim, NamesTheMonitorAsTheSocketThatTheAgentAskedFor) {
+  const auto shim = start();
+  AgentClient agent(monitor());
+  agent.bringUp();
+  EXPECT_THAT(agent.ask(R"({ "execute": "query-chardev","id": "chardev" })"),
+              HasSubstr(R"("filename": "unix:)" + monitor() + R"(,server=on")"));
 }
 
 TEST_F(Shim, KeepsItsFilesFromOthers) {
@@ -163,6 +172,19 @@ TEST_F(Shim, EndsByTheSignalThatEndedItsQemu) {
   EXPECT_EQ(signaled(shim->wait()), SIGKILL);
   EXPECT_EQ(contentOf(file("last-error")), "QEMU was ended by signal 9\n");
   EXPECT_EQ(modeOf(monitor()), -1);
+}
+
+TEST_F(Shim, ThatCanWaitForNothingSaysSoAndEndsItsQemu) {
+  const auto shim = start();
+  AgentClient agent(monitor());
+  agent.bringUp();
+  const pid_t qemu = shim->qemu();
+  const rlimit one{1, 1};  // the kernel refuses to look at more descriptors than there may be
+  ASSERT_EQ(prlimit(shim->pid(), RLIMIT_NOFILE, &one, nullptr), 0);
+  agent.ask(queryStatus);
+  EXPECT_EQ(exited(shim->wait()), EXIT_FAILURE);
+  EXPECT_EQ(shim->errors(), "vmagent-shim: poll: Invalid argument\n");
+  EXPECT_TRUE(fakes::ends(qemu));
 }
 
 TEST_F(Shim, EndsByAFaultWithoutACore) {
