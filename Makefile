@@ -5,7 +5,7 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall test soak coverage bench fuzz check format clean
+.PHONY: help setup build run install uninstall test soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
@@ -13,6 +13,7 @@ help:
 	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
+	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
 	@echo 'make build    build for daily work, into build/dev'
 	@echo 'make bench    build with optimization and run all benchmarks, results in build/release/bench'
 	@echo 'make fuzz     run each fuzzer for SECONDS=$(SECONDS)'
@@ -75,6 +76,11 @@ coverage: build/coverage/build.ninja
 	@gcovr --root . --filter Vm/ --filter netlink/ --exclude '.*(Test|Bench|Fuzz)[.]cpp' \
 	  --exclude '.*/fakes/' --exclude-throw-branches --exclude-unreachable-branches \
 	  --txt - --print-summary --fail-under-line 95 --fail-under-branch 85 build/coverage
+
+# As root; it gives way to all else. ONLY="netlink Vm/Monitor": into these folders.
+mutants: | setup
+	@nice -n 19 tools/mutants.py --seed $(or $(SEED),1) --count $(or $(COUNT),20) \
+	  $(if $(ONLY),--only $(ONLY))
 
 # Built before the first is run, so that no compiler runs beside a measurement. What cannot be
 # installed is left out, and said so.
