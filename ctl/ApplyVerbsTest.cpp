@@ -71,6 +71,13 @@ TEST_F(ApplyVerb, OfWhatIsSoChangesNothing) {
   EXPECT_EQ(apply(document(vm("web1", plain))), (Answer{0, "", "nothing to change\n"}));
 }
 
+TEST_F(ApplyVerb, PassesOverWhatAListSaysIsRemoved) {
+  putVm("web1", false);
+  putRunning("old");
+  EXPECT_EQ(apply(vmctl("list -o json").out, "--prune").err, "nothing to change\n");
+  EXPECT_EQ(doc("vmConfig", "old"), "none");
+}
+
 TEST_F(ApplyVerb, TakesWhatShowAndListAndExportWrite) {
   putVm("web1", false);
   putRunning("web1");

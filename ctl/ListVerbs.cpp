@@ -11,7 +11,7 @@ void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
   rt::String json = jsonHead(isStale) + R"("vms":[)";
   for (const VmRow& row : rows) {
     if (&row != &rows.front()) json += ',';
-    json += vmJson(row);
+    json += "{" + vmJson(row) + "}";
   }
   context.printJson(json + "]}");
 }
@@ -37,11 +37,11 @@ Exit listVms(Context& context, const Arguments&) {
 }
 
 Exit showVm(Context& context, const Arguments& arguments) {
-  const VmRow row = requiredVm(context, arguments.words().front());
+  const VmRow row = presentVm(context, arguments.words().front());
   const bool isStale = complainOfStaleness(context);
   complainOfUnreadable(context, row);
   if (context.format() == Format::json)
-    context.printJson(vmJson(row, isStale));
+    context.printJson(jsonHead(isStale) + vmJson(row) + "}");
   else if (context.format() == Format::name)
     context.world().out << visible(row.name) << '\n';
   else

@@ -78,6 +78,11 @@ TEST_F(ListVerb, GivesJson) {
         "vnicConfig": {}
       },
       "status": null,
+      "process": {
+        "process": "none",
+        "pid": 0,
+        "restarts": 0
+      },
       "problem": null
     },
     {
@@ -94,6 +99,11 @@ TEST_F(ListVerb, GivesJson) {
         "state": "Running",
         "consolePtyPath": "/dev/pts/4",
         "cmdStatusStr": ""
+      },
+      "process": {
+        "process": "running",
+        "pid": 4711,
+        "restarts": 0
       },
       "problem": {
         "problem": "restart needed",
@@ -155,8 +165,26 @@ TEST_F(ListVerb, TellsOfARowThatCannotBeReadAndShowsTheOthers) {
   EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"web1\",\n      \"config\": null,"));
 }
 
-TEST_F(ListVerb, IgnoresStatusOfAVmThatIsNotConfigured) {
+TEST_F(ListVerb, ShowsOneThatWasRemovedUntilItsProcessIsGone) {
+  putVm("web1", false);
+  for (const char* name : {"a", "old", "z"}) putRunning(name);
+  put("vmProcess", "old", R"({"process":"ending","pid":12,"restarts":0})");
+  put("vmProblem", "old", R"({"problem":"still here","since":1,"source":"guest"})");
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  ENABLED  STATE    PROCESS  PROBLEM\n"
+            "a     removed  Running  4711     -\n"
+            "old   removed  Running  ending   still here\n"
+            "web1  no       -        -        -\n"
+            "z     removed  Running  4711     -\n");
+  EXPECT_THAT(vmctl("list -o json").out,
+              HasSubstr("\"name\": \"old\",\n      \"removed\": true,\n      \"config\": null,"));
+  for (const char* name : {"a", "old", "z"}) del("vmProcess", name);
+  EXPECT_EQ(vmctl("list -o name").out, "web1\n");
+}
+
+TEST_F(ListVerb, IgnoresStatusOfAVmThatIsNotConfiguredAndHasNoProcess) {
   putRunning("old");
+  put("vmProcess", "old", R"({"process":"none","pid":0,"restarts":3})");
   putVm("web1", false);
   EXPECT_EQ(vmctl("list -o name").out, "web1\n");
 }
@@ -250,6 +278,7 @@ TEST_F(ShowVerb, TellsTheMonitorsLastWord) {
 
 TEST_F(ShowVerb, GivesOneVmInJson) {
   putVm("db", false);
+  const std::string head = "{\n  \"version\": 1,\n";
   const std::string vm = R"(  "name": "db",
   "config": {
     "enabled": false,
@@ -259,12 +288,34 @@ TEST_F(ShowVerb, GivesOneVmInJson) {
     "vnicConfig": {}
   },
   "status": null,
+  "process": {
+    "process": "none",
+    "pid": 0,
+    "restarts": 0
+  },
   "problem": null
 }
 )";
-  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, "{\n" + vm, ""}));
+  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, head + vm, ""}));
   daemonRuns_ = false;
-  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, "{\n  \"stale\": true,\n" + vm, staleLine}));
+  EXPECT_EQ(vmctl("show db -o json"), (Answer{0, head + "  \"stale\": true,\n" + vm, staleLine}));
+}
+
+TEST_F(ShowVerb, TellsOfOneThatWasRemovedUntilItsProcessIsGone) {
+  putRunning("old");
+  put("vmProcess", "old", R"({"process":"ending","pid":12,"restarts":0})");
+  EXPECT_EQ(vmctl("show old"), (Answer{0,
+                                       "Name:     old\n"
+                                       "Enabled:  removed\n"
+                                       "State:    Running\n"
+                                       "Process:  ending, pid 12\n"
+                                       "Console:  /dev/pts/4\n"
+                                       "Problem:  -\n",
+                                       ""}));
+  EXPECT_THAT(vmctl("show old -o json").out,
+              HasSubstr("\"name\": \"old\",\n  \"removed\": true,\n  \"config\": null,"));
+  del("vmProcess", "old");
+  EXPECT_EQ(vmctl("show old").exit, 3);
 }
 
 TEST_F(ShowVerb, SuggestsTheVmThatWasMeant) {

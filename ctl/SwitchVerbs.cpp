@@ -96,9 +96,11 @@ int64_t askForRestart(Context& context, const rt::String& name) {
   return number;
 }
 
-void remove(Context& context, const rt::String& name, bool isForced) {
+// Returns its row as it was.
+VmRow remove(Context& context, const rt::String& name, bool isForced) {
+  VmRow row;
   retried([&] {
-    const VmRow row = requiredVm(context, name);
+    row = requiredVm(context, name);
     if (!isForced && !row.config)
       throw Refusal(Exit::conflict,
                     name +
@@ -112,6 +114,7 @@ void remove(Context& context, const rt::String& name, bool isForced) {
     transaction.del("vmConfig", name).del("vmIntent", name);
     context.db().commit(transaction);
   });
+  return row;
 }
 
 }  // namespace
@@ -163,8 +166,8 @@ Exit removeVms(Context& context, const Arguments& arguments) {
   const bool isForced = arguments.has("force");
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
-    remove(context, name, isForced);
-    return "removed";
+    const VmRow row = remove(context, name, isForced);
+    return row.process.process == "none" ? "removed" : "removed; its guest is being ended";
   };
   deed.goal = [](const rt::String&) {
     return Goal{[](const VmRow& row) { return !row.status && row.process.process == "none"; }, true,

@@ -74,12 +74,13 @@ constexpr Verb table[] = {
      restartVms},
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
      "Removes virtual machines; their disk images stay. One that is enabled is removed with\n"
-     "--force only, which ends its guest. Done is: no process and no status is left.\n",
+     "--force only, which ends its guest; until that has ended, 'vmctl list' has it as removed.\n"
+     "Done is: no process and no status is left.\n",
      removeVms},
     {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
-     "Shows all virtual machines: whether the configuration has them enabled, the state that\n"
-     "the agent reports, the process id of QEMU (or 'ending'), and the one problem to look at\n"
-     "first.\n",
+     "Shows all virtual machines: whether the configuration has them enabled (or removed), the\n"
+     "state that the agent reports, the process id of the guest's keeper (or 'ending'), and the\n"
+     "one problem to look at first.\n",
      listVms},
     {"show", "", "NAME", 1, 1, "", allFormats, "show all about a VM",
      "Shows the configuration, the status and the problem of a virtual machine, and of each card\n"
@@ -95,8 +96,8 @@ constexpr Verb table[] = {
      waitForVm},
     {"watch", "", "", 0, 0, "", "table json", "show changes of VMs as they happen",
      "Shows all virtual machines, then each again whenever anything about it changes, until it\n"
-     "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line\n"
-     "{\"op\":\"synced\"} ends what there was at the beginning.\n",
+     "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line with\n"
+     "\"op\" synced ends what there was at the beginning.\n",
      watchVms},
     {"console", "", "NAME", 1, 1, "view", "", "use a guest's console",
      "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"

@@ -41,6 +41,30 @@ void add(VmRow& row, const statedb::Record& record) {
   }
 }
 
+bool isBefore(const VmRow& row, const rt::String& name) { return row.name < name; }
+
+// Null: there is none.
+VmRow* rowNamed(std::vector<VmRow>& rows, const rt::String& name) {
+  const auto row = std::lower_bound(rows.begin(), rows.end(), name, isBefore);
+  return row != rows.end() && row->name == name ? &*row : nullptr;
+}
+
+// Adds those that are configured no more, and have a process.
+void addLeaving(std::vector<VmRow>& rows, const std::vector<statedb::Record>& statuses) {
+  std::vector<VmRow> leaving;
+  for (const statedb::Record& record : statuses) {
+    if (record.table != "vmProcess" || rowNamed(rows, record.key)) continue;
+    VmRow row;
+    row.name = record.key;
+    add(row, record);
+    if (row.isLeaving()) leaving.push_back(std::move(row));
+  }
+  for (VmRow& row : leaving) {
+    const auto place = std::lower_bound(rows.begin(), rows.end(), row.name, isBefore);
+    rows.insert(place, std::move(row));
+  }
+}
+
 }  // namespace
 
 void configIs(VmRow& row, const statedb::Record& record) {
@@ -58,12 +82,9 @@ std::vector<VmRow> allVms(Context& context) {
     rows[i].name = configs.records[i].key;
     add(rows[i], configs.records[i]);
   }
-  for (const statedb::Record& record : statuses.records) {
-    const auto row =
-        std::lower_bound(rows.begin(), rows.end(), record.key,
-                         [](const VmRow& each, const rt::String& key) { return each.name < key; });
-    if (row != rows.end() && row->name == record.key) add(*row, record);
-  }
+  addLeaving(rows, statuses.records);
+  for (const statedb::Record& record : statuses.records)
+    if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
   return rows;
 }
 
@@ -85,6 +106,11 @@ VmRow requiredVm(Context& context, const rt::String& name) {
   names.reserve(configs.records.size());
   for (const auto& record : configs.records) names.push_back(record.key);
   throw noSuchVm(name, names);
+}
+
+VmRow presentVm(Context& context, const rt::String& name) {
+  VmRow row = vmNamed(context, name);
+  return row.isLeaving() ? row : requiredVm(context, name);
 }
 
 Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names) {

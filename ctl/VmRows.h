@@ -34,6 +34,8 @@ struct VmRow {
   std::optional<VmProblem> problem;
 
   bool exists() const { return revision != 0; }
+  // It was removed, and its guest has not ended yet.
+  bool isLeaving() const { return !exists() && process.process != "none"; }
   bool isEnabled() const { return config && config->enabled(); }
   // As it is when it was told to start and nothing is left to do.
   bool runs() const { return status && status->enabled() && status->state() == "Running"; }
@@ -43,12 +45,14 @@ struct VmRow {
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
 
-// All that are configured, by name. Reads each table once.
+// All that are configured, and those that are leaving, by name. Reads each table once.
 std::vector<VmRow> allVms(Context& context);
 // One of any name.
 VmRow vmNamed(Context& context, const rt::String& name);
 // Refuses a name that is not configured.
 VmRow requiredVm(Context& context, const rt::String& name);
+// Likewise, but takes one that is leaving.
+VmRow presentVm(Context& context, const rt::String& name);
 
 // "web9: there is no such VM; did you mean 'web1'?"
 Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names);

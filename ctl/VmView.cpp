@@ -12,6 +12,12 @@ namespace {
 
 rt::String yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
+// Whether it is to run, as the configuration says.
+rt::String wantedOf(const VmRow& row) {
+  if (row.isLeaving()) return "removed";
+  return row.config ? yesOrNo(row.isEnabled()) : "?";
+}
+
 Ink inkOf(const VmRow& row) {
   if (row.runs()) return Ink::good;
   return row.isOff() ? Ink::plain : Ink::busy;
@@ -81,16 +87,20 @@ void addConfig(Facts& facts, const Vm::VmConfig& vm,
 
 }  // namespace
 
-rt::String vmJson(const VmRow& row, bool isStale) {
-  rt::String json = isStale ? R"({"stale":true,"name":)" : R"({"name":)";
-  json += quoted(row.name);
+rt::String vmJson(const VmRow& row) {
+  rt::String json = R"("name":)" + quoted(row.name);
+  if (row.isLeaving()) json += R"(,"removed":true)";
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
+  const VmProcess& process = row.process;
+  (json += R"(,"process":{"process":)") += quoted(process.process);
+  (json += R"(,"pid":)") += rt::toText(process.pid);
+  ((json += R"(,"restarts":)") += rt::toText(process.restarts)) += '}';
   json += R"(,"problem":)";
-  if (!row.problem) return json += "null}";
+  if (!row.problem) return json += "null";
   (json += R"({"problem":)") += quoted(row.problem->problem);
   (json += R"(,"since":)") += rt::toText(row.problem->since);
-  return ((json += R"(,"source":)") += quoted(row.problem->source)) += "}}";
+  return ((json += R"(,"source":)") += quoted(row.problem->source)) += '}';
 }
 
 Table vmTable(Format format) {
@@ -102,10 +112,7 @@ Table vmTable(Format format) {
 }
 
 std::vector<Cell> vmCells(const VmRow& row, Format format) {
-  std::vector<Cell> cells{row.name,
-                          row.config ? yesOrNo(row.isEnabled()) : "?",
-                          {stateOf(row), inkOf(row)},
-                          processOf(row)};
+  std::vector<Cell> cells{row.name, wantedOf(row), {stateOf(row), inkOf(row)}, processOf(row)};
   if (format == Format::wide) {
     const bool isRead = row.config != nullptr;
     cells.emplace_back(isRead ? rt::toText(row.config->memory()) + "M" : "");
@@ -121,7 +128,7 @@ std::vector<Cell> vmCells(const VmRow& row, Format format) {
 rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present) {
   Facts facts;
   facts.add("Name:", row.name);
-  facts.add("Enabled:", row.config ? yesOrNo(row.isEnabled()) : "?");
+  facts.add("Enabled:", wantedOf(row));
   facts.add("State:", stateOf(row));
   const VmProcess& process = row.process;
   facts.add("Process:", process.pid == 0 ? process.process

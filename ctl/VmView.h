@@ -7,8 +7,8 @@
 
 namespace ctl {
 
-// {"name":...,"config":...,"status":...,"problem":...}; `isStale` puts "stale":true in front.
-rt::String vmJson(const VmRow& row, bool isStale = false);
+// The members of its object: "name":...,"config":...,"status":...,"process":...,"problem":...
+rt::String vmJson(const VmRow& row);
 
 // The headers only, and a row for it.
 Table vmTable(Format format);

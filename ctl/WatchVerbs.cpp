@@ -72,7 +72,7 @@ class Watch {
   void some(const std::set<rt::String>& names) {
     for (const rt::String& name : names) {
       const VmRow row = vmNamed(context_, name);
-      if (row.exists())
+      if (row.exists() || row.isLeaving())
         put(row);
       else
         del(name);
@@ -80,14 +80,15 @@ class Watch {
     flush();
   }
   void synced() {
-    if (isJson_) context_.world().out << R"({"op":"synced"})" << '\n';
+    if (isJson_)
+      context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":"synced"})" << '\n';
     flush();
   }
 
  private:
   void put(const VmRow& row) {
     const std::vector<Cell> cells = vmCells(row, context_.format());
-    const rt::String text = isJson_ ? vmJson(row) : textOf(cells);
+    const rt::String text = isJson_ ? "{" + vmJson(row) + "}" : textOf(cells);
     rt::String& last = printed_[row.name];
     if (last == text) return;
     last = text;

@@ -9,7 +9,10 @@ constexpr const char* config =
     R"("config":{"enabled":false,"diskImage":"/images/web.iso","memory":256,"vncPort":0,)"
     R"("vnicConfig":{}})";
 constexpr const char* running =
-    R"("status":{"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""})";
+    R"("status":{"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""},)"
+    R"("process":{"process":"running","pid":4711,"restarts":0})";
+constexpr const char* nothing =
+    R"("status":null,"process":{"process":"none","pid":0,"restarts":0})";
 
 class WatchVerb : public fakes::VmctlFixture {
  protected:
@@ -17,7 +20,7 @@ class WatchVerb : public fakes::VmctlFixture {
     return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + config + "," + status +
            ",\"problem\":null}}\n";
   }
-  static std::string synced() { return "{\"op\":\"synced\"}\n"; }
+  static std::string synced() { return "{\"version\":1,\"op\":\"synced\"}\n"; }
   void endAfterwards() {
     onWait([this] { closeOutput(); });
   }
@@ -28,13 +31,16 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
   onWait([&] { putRunning("web1"); });
   onWait([&] { putVm("web2", false); });
   onWait([&] { del("vmConfig", "web1"); });
+  onWait([&] { del("vmProcess", "web1"); });
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json"),
-            (Answer{1,
-                    put("web1", R"("status":null)") + synced() + put("web1", running) +
-                        put("web2", R"("status":null)") +
-                        "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
-                    ""}));
+  EXPECT_EQ(
+      vmctl("watch -o json"),
+      (Answer{1,
+              put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
+                  R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,"config":null,)" +
+                  running + ",\"problem\":null}}\n" +
+                  "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
+              ""}));
 }
 
 TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
@@ -50,7 +56,7 @@ TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
   });
   onWait([&] { fakes::VmctlFixture::put("fdb", "1/52:54:00:00:00:01", R"({"intf":"Cpu"})"); });
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json").out, put("web1", R"("status":null)") + synced());
+  EXPECT_EQ(vmctl("watch -o json").out, put("web1", nothing) + synced());
 }
 
 TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {
@@ -63,8 +69,7 @@ TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {
   });
   endAfterwards();
   EXPECT_EQ(vmctl("watch -o json").out,
-            put("web1", R"("status":null)") + put("web2", R"("status":null)") + synced() +
-                put("web1", running) +
+            put("web1", nothing) + put("web2", nothing) + synced() + put("web1", running) +
                 "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web2\"}}\n");
 }
 
@@ -72,11 +77,13 @@ TEST_F(WatchVerb, OfATableKeepsItsColumns) {
   putVm("web1", false);
   onWait([&] { putRunning("web1"); });
   onWait([&] { del("vmConfig", "web1"); });
+  onWait([&] { del("vmProcess", "web1"); });
   endAfterwards();
   EXPECT_EQ(vmctl("watch").out,
             "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
             "web1  no       -      -        -\n"
             "web1  no       Running  4711     -\n"
+            "web1  removed  Running  4711     -\n"
             "web1  removed  -        -        -\n");
 }
 

@@ -45,7 +45,9 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   const rt::String& process() const { return process_; }
   void processIs(const rt::String& process) { assign<&VmProcess::process>(process_, process); }
 
-  int32_t pid() const { return pid_; }  // 0: none
+  // The one that the agent has: the shim's that keeps the guest, or stands in where another keeps
+  // it; without shims, QEMU's. 0: none.
+  int32_t pid() const { return pid_; }
   void pidIs(int32_t pid) { assign<&VmProcess::pid>(pid_, pid); }
 
   // The number of the restart that was carried out last.

@@ -58,6 +58,8 @@ class Pacing {
   Step leave(const VmFacts& facts, rt::Seconds now);
   // There was nobody to ask: it will not end by itself.
   void askFailed() { giveUpAt_ = rt::Seconds(0); }
+  // Its guest was told to end, and is waited for.
+  bool isLeaving() const { return giveUpAt_.has_value(); }
   // When to ask again; infinity: when told.
   rt::Seconds wakeUp() const { return std::min(retryAt_, giveUpAt_.value_or(never)); }
   // The configuration changed: what failed before may do now.

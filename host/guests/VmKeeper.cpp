@@ -235,7 +235,7 @@ void VmKeeper::showProcess() {
   const uint64_t restarts = pacing_.restartsDone();
   if (!there && restarts == 0) return tools_.hostStatus->vmProcessDel(name_);
   const auto record = tools_.hostStatus->vmProcessIs(name_);
-  const bool ending = !facts().switchedOn || !facts().statusEnabled;
+  const bool ending = !facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving();
   record->processIs(!there ? "none" : ending ? "ending" : "running");
   record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : 0);
   record->restartsIs(restarts);

@@ -113,6 +113,7 @@ TEST(VmStop, AsksTheGuestFirstAndTakesItsCardsWhenItHasGone) {
   world.fortune.take();
   world.rowIs("web1", off);
   EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  EXPECT_EQ(world.process("web1"), "ending 100");
   EXPECT_TRUE(world.config->vmConfig("web1")->enabled()) << "the agent is not told yet";
   world.end("web1");
   EXPECT_FALSE(world.config->vmConfig("web1")->enabled());
@@ -142,6 +143,7 @@ TEST(VmStop, IsOrderlyForAVmThatIsRemoved) {
   world.fortune.take();
   world.rowDel("web1");
   EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+  EXPECT_EQ(world.process("web1"), "ending 100") << "shown until it is gone";
   world.end("web1");
   EXPECT_FALSE(world.config->vmConfig("web1"));
   EXPECT_EQ(world.process("web1"), "");

@@ -164,6 +164,21 @@ TEST_F(Guest, ThatWasDisabledWhileNoDaemonRanIsEndedByTheNext) {
   EXPECT_TRUE(waitUntil([&] { return qemus().empty(); }));
 }
 
+TEST_F(Guest, ThatIsRemovedIsShownUntilItHasEnded) {
+  start({"--stop-timeout", "60"});
+  runVm("web1");
+  EXPECT_EQ(world.vmctl({"remove", "web1", "--force"}).err,
+            "web1: removed; its guest is being ended\n");
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", "ending"); }));
+  EXPECT_THAT(world.ctl({"list"}), HasSubstr("web1  removed  Running  ending   -\n"));
+  EXPECT_THAT(world.ctl({"show", "web1"}), HasSubstr("Process:  ending, pid "));
+  EXPECT_THAT(qemus(), SizeIs(1));
+  world.type("web1", powerOff);
+  EXPECT_TRUE(waitUntil([&] { return world.ctl({"list"}).empty(); }));
+  EXPECT_THAT(qemus(), IsEmpty());
+  EXPECT_EQ(world.vmctl({"show", "web1"}).status, 3);
+}
+
 TEST_F(Guest, ThatWasRemovedWhileNoDaemonRanIsEndedByTheNext) {
   start();
   bootVm("web1");
