@@ -34,6 +34,12 @@ Exit runArguments(Arguments arguments, World& world) {
     (wantsHelp ? world.out : world.err) << generalHelp();
     return wantsHelp ? Exit::done : Exit::usage;
   }
+  const bool isHalf = arguments.words().size() == 1 && !verbNamed(arguments.words().front());
+  if (const rt::String help = helpOf(arguments.words().front());
+      wantsHelp && isHalf && !help.empty()) {
+    world.out << help;
+    return Exit::done;
+  }
   const Verb& verb = takeVerb(arguments);
   if (!wantsHelp) return runVerb(verb, arguments, world);
   world.out << helpOf(verb);

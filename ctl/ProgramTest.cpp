@@ -29,11 +29,18 @@ TEST_F(Usage, SuggestsTheVerbThatWasMeant) {
             usageError("there is no verb 'frobnicate'; 'vmctl --help' lists them"));
   EXPECT_EQ(vmctl("nic web1"),
             usageError("there is no verb 'nic web1'; there are nic add and nic remove"));
-  EXPECT_EQ(vmctl("status web1"), usageError("there is no verb 'status'; did you mean 'show'?"));
-  EXPECT_EQ(vmctl("delete web1"), usageError("there is no verb 'delete'; did you mean 'remove'?"));
+  EXPECT_EQ(vmctl("status web1"),
+            usageError("there is no verb 'status': 'vmctl show NAME' tells all about a VM"));
   EXPECT_EQ(vmctl("nic ad web1"), usageError("there is no verb 'nic ad'; did you mean 'nic add'?"));
   EXPECT_EQ(vmctl("interface"), usageError("'interface' is half a verb; there are interface list, "
                                            "interface set, interface unset"));
+}
+
+TEST_F(Help, OfHalfAVerbTellsOfAllThatBeginSo) {
+  const std::string both = vmctl("help nic add").out + "\n" + vmctl("help nic remove").out;
+  EXPECT_EQ(vmctl("help nic"), (Answer{0, both, ""}));
+  EXPECT_EQ(vmctl("nic --help"), (Answer{0, both, ""}));
+  EXPECT_EQ(vmctl("help nic ad").exit, 2);
 }
 
 TEST_F(Usage, SuggestsTheOptionThatWasMeant) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "ctl/SwitchVerbs.h"
+#include "ctl/Synonyms.h"
 #include "runtime/base/NearName.h"
 
 namespace ctl {
@@ -37,32 +39,27 @@ std::vector<std::string_view> verbsOf(std::string_view first) {
 
 Refusal unknown(const rt::String& name, const std::vector<std::string_view>& names,
                 const rt::String& others) {
-  const rt::String near = rt::didYouMean(name, names);
-  return {Exit::usage, "there is no verb '" + name + "'" + (near.empty() ? "; " + others : near)};
+  rt::String hint = rt::didYouMean(name, names);
+  if (const std::string_view ours = insteadOf(name); !ours.empty()) (hint = ": ") += ours;
+  if (hint.empty()) (hint = "; ") += others;
+  return {Exit::usage, "there is no verb '" + name + "'" + hint};
 }
 
-// What others call our verbs.
-struct Synonym {
-  std::string_view theirs;
-  std::string_view ours;
-};
-constexpr Synonym synonyms[] = {
-    {"boot", "enable"},    {"create", "add"},       {"define", "add"},  {"del", "remove"},
-    {"delete", "remove"},  {"destroy", "remove"},   {"info", "show"},   {"ps", "list"},
-    {"reboot", "restart"}, {"shutdown", "disable"}, {"status", "show"}, {"undefine", "remove"}};
+// Whether it ends guests or deletes something.
+bool isHarmful(const Verb& verb) {
+  return verb.run == disableVms || verb.run == restartVms || verb.run == removeVms;
+}
 
-Refusal unknownVerb(const rt::String& name) {
-  for (const Synonym& synonym : synonyms)
-    if (name == synonym.theirs)
-      return {Exit::usage,
-              "there is no verb '" + name + "'; did you mean '" + rt::String(synonym.ours) + "'?"};
+// What an unknown verb may have been a slip of the fingers for. The harmful ones are last, and
+// meant only where no other is as near; a word of two letters is near to too many.
+std::vector<std::string_view> guessedVerbs() {
   std::vector<std::string_view> names;
-  for (const Verb& verb : verbs()) {
-    if (verb.summary.empty()) continue;
-    names.push_back(wordsOf(verb.name)[0]);
-    if (!verb.alias.empty()) names.push_back(wordsOf(verb.alias)[0]);
-  }
-  return unknown(name, names, "'vmctl --help' lists them");
+  for (const bool harmful : {false, true})
+    for (const Verb& verb : verbs())
+      for (const std::string_view name : {verb.name, verb.alias})
+        if (name.size() > 2 && !verb.summary.empty() && isHarmful(verb) == harmful)
+          names.push_back(wordsOf(name)[0]);
+  return names;
 }
 
 rt::String optionHelp(const Option& option, std::string_view formats) {
@@ -107,7 +104,7 @@ const Verb& takeVerb(Arguments& arguments) {
     return *verb;
   }
   const std::vector<std::string_view> names = verbsOf(words[0]);
-  if (names.empty()) throw unknownVerb(words[0]);
+  if (names.empty()) throw unknown(words[0], guessedVerbs(), "'vmctl --help' lists them");
   if (words.size() == 1)
     throw Refusal(Exit::usage, "'" + words[0] + "' is half a verb; there are " + listed(names));
   const rt::String name = words[0] + " " + words[1];
@@ -171,6 +168,13 @@ rt::String helpOf(const Verb& verb) {
   text += "\noptions:\n";
   for (const Option& option : allOptions())
     if (takes(verb, option)) text += optionHelp(option, verb.formats);
+  return text;
+}
+
+rt::String helpOf(std::string_view first) {
+  rt::String text;
+  for (const std::string_view name : verbsOf(first))
+    (text += text.empty() ? "" : "\n") += helpOf(*verbNamed(name));
   return text;
 }
 

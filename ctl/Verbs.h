@@ -42,6 +42,8 @@ void requireFit(const Verb& verb, const Arguments& arguments);
 Format formatOf(const Verb& verb, const Arguments& arguments);
 
 rt::String helpOf(const Verb& verb);
+// Of all verbs of two words that begin with that; empty: there are none.
+rt::String helpOf(std::string_view first);
 rt::String generalHelp();
 // "vmctl wait NAME --for FIELD=VALUE [--timeout S]"
 rt::String synopsisOf(const Verb& verb);

@@ -1,0 +1,21 @@
+// What who comes from virsh, docker, kubectl or incus types, and what to type here.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+namespace ctl {
+
+struct Synonym {
+  std::string_view theirs;  // verbs of one word or two: "create,define,new"
+  std::string_view ours;    // a sentence: "'vmctl add NAME --disk FILE' makes a VM"
+};
+
+// Where one of theirs does several things, or what nothing here does, the sentence says so. None
+// leads from a word that is harmless to a verb that is not.
+std::span<const Synonym> synonyms();
+
+// What to type instead of a verb of theirs; empty: it is none.
+std::string_view insteadOf(std::string_view verb);
+
+}  // namespace ctl
