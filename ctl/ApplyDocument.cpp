@@ -6,9 +6,9 @@
 #include <span>
 
 #include "ctl/Json.h"
+#include "ctl/VmRows.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
-#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -76,11 +76,11 @@ class Reader {
     const auto config = json.member("config");
     if (!config) return refuse(*name, "must have a config");
     const auto vm = rt::make<Vm::VmConfig>(*name);
-    Problems unread = statedb::fill(*vm, config->dump());
+    Problems unread = fillVm(*vm, config->dump());
     for (const rt::Problem& problem : unread)
       document_.problems.push_back(*name + ": " + problem.text());
     // A document is taken as a whole or not at all; the rest of it may have mistakes, too.
-    if (unread.empty() || statedb::fill(*vm, textWithout(*config, "", unread)).empty())
+    if (unread.empty() || fillVm(*vm, textWithout(*config, "", unread)).empty())
       document_.vms.push_back(vm);
     if (!unread.empty()) document_.unread[*name] = std::move(unread);
   }

@@ -71,6 +71,14 @@ TEST_F(ApplyVerb, OfWhatIsSoChangesNothing) {
   EXPECT_EQ(apply(document(vm("web1", plain))), (Answer{0, "", "nothing to change\n"}));
 }
 
+TEST_F(ApplyVerb, GivesWhatADocumentLeavesOutTheDefaultsOfAdd) {
+  EXPECT_EQ(apply(document(vm("web1", R"("diskImage":"/images/web.iso")"))),
+            (Answer{0, "", "web1: added\n"}));
+  vmctl("add web2 --disk /images/web.iso");
+  EXPECT_EQ(doc("vmConfig", "web1"), doc("vmConfig", "web2"));
+  EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr(R"("memory":256)"));
+}
+
 TEST_F(ApplyVerb, PassesOverWhatAListSaysIsRemoved) {
   putVm("web1", false);
   putRunning("old");

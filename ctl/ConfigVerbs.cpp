@@ -3,14 +3,14 @@
 #include "ctl/CardInterfaces.h"
 #include "ctl/Configuration.h"
 #include "ctl/Fields.h"
+#include "edge/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
+#include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
 
 namespace {
-
-constexpr const char* defaultMemory = "256";
 
 std::vector<Card> cardsOf(const std::vector<rt::String>& texts) {
   std::vector<Card> cards;
@@ -41,10 +41,11 @@ Exit addVm(Context& context, const Arguments& arguments) {
   const auto disk = arguments.value("disk");
   if (!disk) throw Refusal(Exit::usage, "'add' needs --disk FILE");
   const std::vector<Card> cards = cardsOf(arguments.values("nic"));
-  const std::vector<Assignment> fields{{"enabled", arguments.has("enabled") ? "true" : "false"},
-                                       {"diskImage", *disk},
-                                       {"memory", arguments.value("memory", defaultMemory)},
-                                       {"vncPort", arguments.value("vnc-port", "0")}};
+  const std::vector<Assignment> fields{
+      {"enabled", arguments.has("enabled") ? "true" : "false"},
+      {"diskImage", *disk},
+      {"memory", arguments.value("memory", rt::toText(edge::defaultMemory))},
+      {"vncPort", arguments.value("vnc-port", "0")}};
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
     assign(vm, fields, problems);
     for (const Card& card : cards) addCard(vm, card, problems);

@@ -182,6 +182,11 @@ TEST_F(ListVerb, ShowsOneThatWasRemovedUntilItsProcessIsGone) {
   EXPECT_EQ(vmctl("list -o name").out, "web1\n");
 }
 
+TEST_F(ListVerb, ShowsWhatTheDaemonTakesARowForThatLeavesMemoryOut) {
+  put("vmConfig", "web1", R"({"diskImage":"/images/web.iso"})");
+  EXPECT_THAT(vmctl("list -o wide").out, HasSubstr("  256M  "));
+}
+
 TEST_F(ListVerb, IgnoresStatusOfAVmThatIsNotConfiguredAndHasNoProcess) {
   putRunning("old");
   put("vmProcess", "old", R"({"process":"none","pid":0,"restarts":3})");

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ctl/Json.h"
+#include "edge/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "statedb/EntityDocument.h"
 
@@ -67,10 +68,15 @@ void addLeaving(std::vector<VmRow>& rows, const std::vector<statedb::Record>& st
 
 }  // namespace
 
+std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json) {
+  return statedb::fill(vm, json,
+                       {.switchAttribute = {}, .check = {}, .defaults = edge::vmDefaults});
+}
+
 void configIs(VmRow& row, const statedb::Record& record) {
   row.revision = record.revision;
   row.config = rt::make<Vm::VmConfig>(row.name);
-  row.unreadable = statedb::fill(*row.config, record.doc);
+  row.unreadable = fillVm(*row.config, record.doc);
   if (!row.unreadable.empty()) row.config = nullptr;
 }
 

@@ -42,6 +42,8 @@ struct VmRow {
   bool isOff() const { return !(status && status->enabled()) && process.process == "none"; }
 };
 
+// Makes the VM what a document says, or returns all that keeps it from being read.
+std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
 

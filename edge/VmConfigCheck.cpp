@@ -141,6 +141,8 @@ std::vector<rt::Problem> problemsOf(const Vm::VmConfig& vm, const Vm::Config& ot
   return problemsOf(vm, ConfigIndex(others), limits);
 }
 
+void vmDefaults(rt::Entity& vm) { static_cast<Vm::VmConfig&>(vm).memoryIs(defaultMemory); }
+
 Right nameRight(std::string_view value) {
   const bool good = !value.empty() && value.size() <= longestName && isAlphanumeric(value[0]) &&
                     std::all_of(value.begin(), value.end(), isNameCharacter);

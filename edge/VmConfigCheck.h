@@ -44,6 +44,11 @@ Right macAddrRight(const rt::EthAddr& value);
 Right modelRight(std::string_view value);
 Right intfNameRight(std::string_view value);
 
+// Gives a fresh VM's record what its fields have when a document leaves them out: of memory, which
+// every guest needs, the defaultMemory.
+void vmDefaults(rt::Entity& vm);
+
+constexpr uint32_t defaultMemory = 256;  // mebibytes
 constexpr size_t longestName = 64;
 constexpr size_t longestIntfName = 15;  // what the kernel takes for a device
 constexpr uint32_t firstVncPort = 5900;

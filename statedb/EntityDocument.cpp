@@ -158,6 +158,7 @@ std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
   rt::check(entity.type().fresh != nullptr, "a document is read into a record");
   const rt::Ptr<rt::Entity> alive(&entity);  // handlers may drop it
   const rt::Ptr<rt::Entity> scratch = entity.type().fresh(entity);
+  if (options.defaults) options.defaults(*scratch);
   std::vector<rt::Problem> problems;
   if (readDocument(json, *scratch, problems) && options.check)
     add(problems, options.check(*scratch));

@@ -29,6 +29,9 @@ struct FillOptions {
   // Further rules, over a record that has the document's values and that nobody watches. What it
   // finds refuses the document too; what it says of a field that could not be read is left out.
   std::function<std::vector<rt::Problem>(const rt::Entity&)> check;
+  // Gives a fresh record what its fields have when the document leaves them out, where the defaults
+  // of its type will not do.
+  std::function<void(rt::Entity&)> defaults{};
 };
 
 // Makes `entity`, which is a record (its type has `fresh`), what the document says, or returns all

@@ -73,6 +73,18 @@ TEST_F(EntityDocumentWrite, CopiesNoRecordToOneOfAnotherType) {
                "assertion failed: a record is copied to one of its type\n");
 }
 
+TEST_F(EntityDocumentWrite, GivesFieldsThatAreLeftOutTheDefaultsThatAreAskedFor) {
+  FillOptions options;
+  options.defaults = [](rt::Entity& fresh) {
+    rt::attributeTextIs(fresh, "memory", "256");
+    rt::attributeTextIs(fresh, "vncPort", "5900");
+  };
+  vm_->memoryIs(512);
+  EXPECT_THAT(fill(*vm_, R"({"vncPort":0})", options), IsEmpty());
+  EXPECT_EQ(vm_->memory(), 256U);
+  EXPECT_EQ(vm_->vncPort(), 0U);
+}
+
 TEST_F(EntityDocumentWrite, SetsTheSwitchLastWhenItBecomesTrue) {
   watch(vm_);
   fillVm(R"({"enabled":true,"diskImage":"/a","memory":1,"vnicConfig":{"nic00":{}}})");

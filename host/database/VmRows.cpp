@@ -31,7 +31,8 @@ VmRows::Judged VmRows::read(const statedb::Record& record) const {
     return problemsOf(static_cast<const Vm::VmConfig&>(read), index_, limits_);
   };
   judged.problems =
-      statedb::fill(*judged.vm, record.doc, {.switchAttribute = "enabled", .check = check});
+      statedb::fill(*judged.vm, record.doc,
+                    {.switchAttribute = "enabled", .check = check, .defaults = edge::vmDefaults});
   return judged;
 }
 

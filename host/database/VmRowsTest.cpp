@@ -72,6 +72,14 @@ TEST_F(VmRowsTest, TakeAValidRowAsItIs) {
   EXPECT_EQ(row.valid->vnicConfig("nic00")->intfName(), "Vlan1");
 }
 
+TEST_F(VmRowsTest, GiveARowThatLeavesMemoryOutTheDefault) {
+  is("web1", R"({"diskImage":"/a"})");
+  ASSERT_THAT(problems("web1"), IsEmpty());
+  EXPECT_EQ(rows.row("web1")->valid->memory(), edge::defaultMemory);
+  is("web1", R"({"diskImage":"/a","memory":0})");
+  EXPECT_THAT(problems("web1"), HasSubstr("memory: '0' is refused"));
+}
+
 TEST_F(VmRowsTest, RefuseARowWithAllThatIsWrong) {
   EXPECT_THAT(is("web1", R"({"diskImage":"a b","memory":0,"vncPort":80})"), ElementsAre("web1"));
   const VmRow& row = *rows.row("web1");
