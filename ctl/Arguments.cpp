@@ -14,7 +14,7 @@ namespace {
 constexpr double defaultTimeout = 60;  // seconds
 
 constexpr Option options[] = {
-    {"disk", 0, "FILE", "the disk image to boot, an absolute path"},
+    {"disk", 0, "FILE", "the disk image to boot"},
     {"memory", 0, "SIZE", "in MiB, or with K, M or G behind it; 256 by default"},
     {"vnc-port", 0, "PORT", "5900 to 5910, or 0 for no display, the default"},
     {"nic", 0, "CARD", "a network card: [key=K,]model=M,mac=A,intf=I; may be repeated"},
@@ -45,6 +45,9 @@ const Option& longOption(std::string_view name) {
   names.reserve(std::size(options));
   for (const Option& option : options) names.push_back(option.name);
   const auto near = rt::nearName(name, names);
+  if (name == "json" || name == "wide")
+    throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) +
+                                   "'; did you mean '-o " + rt::String(name) + "'?");
   throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) + "'" +
                                  (near ? "; did you mean '--" + rt::String(*near) + "'?"
                                        : "; 'vmctl VERB --help' lists those of a verb"));

@@ -19,6 +19,13 @@ std::vector<Card> cardsOf(const std::vector<rt::String>& texts) {
   return cards;
 }
 
+// A relative path of a file is meant from where the operator is.
+rt::String fromHere(Context& context, const rt::String& path) {
+  const rt::String here = context.world().workingDirectory();
+  if (path.empty() || path.str().front() == '/' || here.empty()) return path;
+  return (here == "/" ? here : here + "/") + path;
+}
+
 void tellChanged(Context& context, const Changed& changed) {
   const rt::String& name = changed.after->name();
   if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after))
@@ -43,7 +50,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
   const std::vector<Card> cards = cardsOf(arguments.values("nic"));
   const std::vector<Assignment> fields{
       {"enabled", arguments.has("enabled") ? "true" : "false"},
-      {"diskImage", *disk},
+      {"diskImage", fromHere(context, *disk)},
       {"memory", arguments.value("memory", rt::toText(edge::defaultMemory))},
       {"vncPort", arguments.value("vnc-port", "0")}};
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
@@ -65,7 +72,8 @@ Exit setVm(Context& context, const Arguments& arguments) {
   bool isCardTouched = false;
   for (size_t i = 1; i < arguments.words().size(); ++i) {
     assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
-    const rt::String& field = assignments.back().field;
+    auto& [field, value] = assignments.back();
+    if (field == "diskImage") value = fromHere(context, value);
     isImageTouched = isImageTouched || field == "diskImage" || field == "enabled";
     isCardTouched = isCardTouched || field.str().ends_with(".intfName");
   }

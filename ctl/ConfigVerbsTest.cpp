@@ -44,13 +44,13 @@ TEST_F(AddVerb, WritesAllThatIsGiven) {
 TEST_F(AddVerb, TellsAllThatIsWrongAndWritesNothing) {
   EXPECT_EQ(vmctl("add -- -web").err, "vmctl: 'add' needs --disk FILE\n");
   EXPECT_EQ(
-      vmctl("add we,b --disk web.iso --memory 9000 --vnc-port 80"
+      vmctl("add we,b --disk /web,iso --memory 9000 --vnc-port 80"
             " --nic model=e100,mac=01:00:00:00:00:01,intf=Vlan0"),
       (Answer{
           5, "",
           "vmctl: we,b: name: 'we,b' is refused: must be 1 to 64 of A-Z a-z 0-9 . _ -, the first a "
           "letter or a digit\n"
-          "vmctl: we,b: diskImage: 'web.iso' is refused: must be an absolute path without blanks, "
+          "vmctl: we,b: diskImage: '/web,iso' is refused: must be an absolute path without blanks, "
           "commas and control characters\n"
           "vmctl: we,b: memory: '9000' is refused: must be 1 to 8192 (mebibytes; this machine has "
           "no more)\n"
@@ -101,6 +101,14 @@ TEST_F(AddVerb, RefusesWhatAnotherVmHas) {
 TEST_F(AddVerb, LeavesRowsThatCannotBeReadOutOfTheCheck) {
   put("vmConfig", "web1", R"({"vncPort":5901,"enabled":true,"colour":"red"})");
   EXPECT_EQ(vmctl("add web2 --disk /images/web.iso --vnc-port 5901 --enabled").exit, 0);
+}
+
+TEST_F(AddVerb, MeansARelativePathFromWhereTheOperatorIs) {
+  EXPECT_EQ(vmctl("add web1 --disk images/web.iso"), (Answer{0, "", "web1: added\n"}));
+  EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr(R"("diskImage":"/here/images/web.iso")"));
+  vmctl("set web1 diskImage=../b.iso");
+  EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr(R"("diskImage":"/here/../b.iso")"));
+  EXPECT_EQ(vmctl("set web1 diskImage=").exit, 5);
 }
 
 TEST_F(AddVerb, WarnsOfADiskImageThatIsMissing) {
@@ -221,14 +229,19 @@ TEST_F(SetVerb, SaysThatNothingIsNew) {
 TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
   EXPECT_EQ(vmctl("set web1 memroy=1"),
             (Answer{2, "", "vmctl: there is no field 'memroy'; did you mean 'memory'?\n"}));
+  EXPECT_EQ(vmctl("set web1 mem=1").err,
+            "vmctl: there is no field 'mem'; did you mean 'memory'?\n");
+  EXPECT_EQ(vmctl("set web1 nic00.intfName=Vlan1").err,
+            "vmctl: there is no field 'nic00.intfName'; did you mean "
+            "'vnicConfig.nic00.intfName'?\n");
   EXPECT_EQ(vmctl("set web1 colour=1"),
             (Answer{2, "",
                     "vmctl: there is no field 'colour'; there are enabled, diskImage, memory, "
                     "vncPort, vnicConfig.KEY.FIELD\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.mac=1"),
-            (Answer{2, "",
-                    "vmctl: there is no field of a card 'mac'; there are model, macAddr, "
-                    "intfName\n"}));
+            (Answer{2, "", "vmctl: there is no field of a card 'mac'; did you mean 'macAddr'?\n"}));
+  EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.vlan=1").err,
+            "vmctl: there is no field of a card 'vlan'; there are model, macAddr, intfName\n");
   EXPECT_EQ(vmctl("set web1 vnicConfig.model=e1000"),
             (Answer{2, "",
                     "vmctl: 'vnicConfig.model' names no card's field: write "
@@ -241,9 +254,10 @@ TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
 TEST_F(SetVerb, RefusesACardThatIsNotThereUnlessAllOfItIsGiven) {
   vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:01,intf=Vlan1");
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic0.model=rtl8139"),
-            (Answer{5, "",
-                    "vmctl: web1: vnicConfig.nic0: 'nic0' is refused: there is no such card; did "
-                    "you mean 'nic00'?; a new one needs model, macAddr and intfName\n"}));
+            (Answer{3, "",
+                    "vmctl: web1: there is no card 'nic0'; did you mean 'nic00'?; a new one needs "
+                    "model, macAddr and intfName\n"}));
+  EXPECT_THAT(doc("vmConfig", "web1"), testing::Not(HasSubstr("nic0\"")));
 }
 
 TEST_F(SetVerb, SuggestsTheVmThatWasMeant) {

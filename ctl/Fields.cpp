@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <map>
 #include <set>
@@ -82,6 +83,13 @@ bool cardIs(Vm::VnicConfig& card, std::string_view field, const rt::String& valu
   return true;
 }
 
+Refusal unknownField(const rt::String& field) {
+  const rt::String last = std::string_view(field).substr(field.str().rfind('.') + 1);
+  if (last == field || !has(cardFields, last)) return unknown("field", field, vmFields);
+  return {Exit::usage,
+          "there is no field '" + field + "'; did you mean '" + cardsPrefix + field + "'?"};
+}
+
 // Sets a field of the VM itself; returns what would do when the value does not.
 const char* scalarIs(Vm::VmConfig& vm, const Assignment& assignment) {
   const rt::String& value = assignment.value;
@@ -100,7 +108,7 @@ const char* scalarIs(Vm::VmConfig& vm, const Assignment& assignment) {
   } else if (assignment.field == "diskImage") {
     vm.diskImageIs(value);
   } else {
-    throw unknown("field", assignment.field, vmFields);
+    throw unknownField(assignment.field);
   }
   return nullptr;
 }
@@ -138,17 +146,14 @@ Assignment assignmentOf(const rt::String& word, const char* example) {
 void assign(Vm::VmConfig& vm, const std::vector<Assignment>& assignments,
             std::vector<rt::Problem>& problems) {
   const std::vector<std::string_view> keys = keysOf(vm);
-  const NewCards newCards = newCardsOf(vm, assignments);
-  for (const auto& [key, fields] : newCards)
+  for (const auto& [key, fields] : newCardsOf(vm, assignments))
     if (fields.size() < cardFields.size())
-      problems.push_back({cardsPrefix + key, key,
-                          "there is no such card" + rt::didYouMean(key, keys) +
-                              "; a new one needs model, macAddr and intfName"});
+      throw Refusal(Exit::noSuch, vm.name() + ": there is no card '" + key + "'" +
+                                      rt::didYouMean(key, keys) +
+                                      "; a new one needs model, macAddr and intfName");
   for (const Assignment& assignment : assignments) {
     if (isCardField(assignment.field)) {
       const CardField field = cardFieldOf(assignment.field);
-      const auto made = newCards.find(field.key);
-      if (made != newCards.end() && made->second.size() < cardFields.size()) continue;
       if (!cardIs(*vm.vnicConfigIs(field.key), field.field, assignment.value))
         problems.push_back({assignment.field, assignment.value, macRight});
     } else if (const char* const right = scalarIs(vm, assignment)) {
@@ -158,20 +163,19 @@ void assign(Vm::VmConfig& vm, const std::vector<Assignment>& assignments,
 }
 
 std::optional<uint32_t> mebibytesOf(std::string_view text) {
-  constexpr uint64_t kibi = 1024;
-  uint64_t unit = kibi * kibi;
+  constexpr double kibi = 1024;
   const std::string_view letters = "KkMmGg";
   const size_t letter = text.empty() ? std::string_view::npos : letters.find(text.back());
-  if (letter != std::string_view::npos) {
-    unit = letter < 2 ? kibi : letter < 4 ? kibi * kibi : kibi * kibi * kibi;
-    text.remove_suffix(1);
-  }
-  const auto number = rt::fromText<uint64_t>(text);
-  if (!number || *number > std::numeric_limits<uint64_t>::max() / unit) return std::nullopt;
-  const uint64_t bytes = *number * unit;
-  const uint64_t mebibytes = bytes / (kibi * kibi);
-  const bool isWhole = bytes % (kibi * kibi) == 0;
-  if (!isWhole || mebibytes > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  if (letter != std::string_view::npos) text.remove_suffix(1);
+  const double unit = letter < 2 ? 1 / kibi : letter == 4 || letter == 5 ? kibi : 1;  // mebibytes
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (text.empty() || !isDigit(text.front()) || !isDigit(text.back())) return std::nullopt;
+  if (text.find_first_not_of("0123456789.") != std::string_view::npos) return std::nullopt;
+  const auto number = rt::numberFromText<double>(text);
+  if (!number) return std::nullopt;
+  const double mebibytes = *number * unit;  // exact, where it is whole
+  if (mebibytes != std::floor(mebibytes) || mebibytes > std::numeric_limits<uint32_t>::max())
+    return std::nullopt;
   return static_cast<uint32_t>(mebibytes);
 }
 

@@ -1,7 +1,7 @@
 // What a person writes about a VM, read into its record.
 //
-// What is no field is refused with Exit::usage; what is no value of its field is added to the
-// problems, with what would do.
+// What is no field is refused with Exit::usage, a card that is not there with Exit::noSuch; what is
+// no value of its field is added to the problems, with what would do.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ Assignment assignmentOf(const rt::String& word, const char* example);
 void assign(Vm::VmConfig& vm, const std::vector<Assignment>& assignments,
             std::vector<rt::Problem>& problems);
 
-// "256", "512M", "2G" or "1048576K"; nothing when that is no whole number of mebibytes.
+// "256", "512M", "1.5G" or "1048576K"; nothing when that is no whole number of mebibytes.
 std::optional<uint32_t> mebibytesOf(std::string_view text);
 
 // "[key=K,]model=M,mac=A,intf=I".

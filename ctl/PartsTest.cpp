@@ -117,13 +117,35 @@ TEST(Memory, IsReadInMebibytesWithAnyUnit) {
   EXPECT_EQ(mebibytesOf("256M"), 256U);
   EXPECT_EQ(mebibytesOf("2g"), 2048U);
   EXPECT_EQ(mebibytesOf("2048K"), 2U);
+  EXPECT_EQ(mebibytesOf("1.5G"), 1536U);
+  EXPECT_EQ(mebibytesOf("0.25g"), 256U);
+  EXPECT_EQ(mebibytesOf("512.0"), 512U);
+  EXPECT_EQ(mebibytesOf("4294967296K"), 4194304U);
   EXPECT_EQ(mebibytesOf("0"), 0U);
   EXPECT_EQ(mebibytesOf("4294967295"), 4294967295U);
 }
 
 TEST(Memory, ThatIsNoNumberOfMebibytesIsRefused) {
-  for (const char* text : {"", "M", "-1", "+1", " 1", "1 M", "1.5G", "1000K", "1T", "4294967296",
-                           "17592186044416M", "18446744073709551615G", "99999999999999999999"})
+  for (const char* text : {"",
+                           "M",
+                           "-1",
+                           "+1",
+                           " 1",
+                           "1 M",
+                           "1.5",
+                           "1.1G",
+                           "1.",
+                           ".5G",
+                           "1.5.5G",
+                           "1e3",
+                           "inf",
+                           "0x10",
+                           "1000K",
+                           "1T",
+                           "4294967296",
+                           "17592186044416M",
+                           "18446744073709551615G",
+                           "99999999999999999999"})
     EXPECT_EQ(mebibytesOf(text), std::nullopt) << text;
 }
 

@@ -44,6 +44,8 @@ TEST_F(Help, OfHalfAVerbTellsOfAllThatBeginSo) {
 }
 
 TEST_F(Usage, SuggestsTheOptionThatWasMeant) {
+  EXPECT_EQ(vmctl("list --json"),
+            usageError("there is no option '--json'; did you mean '-o json'?"));
   EXPECT_EQ(vmctl("enable web1 --wiat"),
             usageError("there is no option '--wiat'; did you mean '--wait'?"));
   EXPECT_EQ(vmctl("list --frobnicate=7"),

@@ -37,7 +37,7 @@ constexpr Verb table[] = {
      "Changes all the fields at once or, when one is refused, none:\n"
      "\n"
      "  enabled                  true or false\n"
-     "  diskImage                an absolute path\n"
+     "  diskImage                a path, of which an absolute one is made\n"
      "  memory                   in MiB, or with K, M or G behind it\n"
      "  vncPort                  5900 to 5910, or 0 for no display\n"
      "  vnicConfig.KEY.model     a network card of QEMU's\n"

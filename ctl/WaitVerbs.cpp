@@ -55,17 +55,14 @@ Refusal noSuchValue(const Assignment& wanted, const rt::String& right) {
           "--for: " + rt::Problem{wanted.field, wanted.value, "must be " + right}.text()};
 }
 
-// Nobody waits for a spelling that no state has.
-void requireSpelling(const Assignment& wanted) {
+// A state of ours is meant in whatever case it is written.
+rt::String spelledAsOurs(std::string_view value) {
   const auto isSame = [](unsigned char a, unsigned char b) {
     return std::tolower(a) == std::tolower(b);
   };
-  for (const std::string_view state : ownStates) {
-    const std::string_view value(wanted.value);
-    if (value != state &&
-        std::equal(value.begin(), value.end(), state.begin(), state.end(), isSame))
-      throw noSuchValue(wanted, state);
-  }
+  for (const std::string_view state : ownStates)
+    if (std::equal(value.begin(), value.end(), state.begin(), state.end(), isSame)) return state;
+  return value;
 }
 
 Condition conditionOf(const rt::String& text) {
@@ -80,8 +77,7 @@ Condition conditionOf(const rt::String& text) {
       ((right += right.empty() ? "" : value == values.back() ? " or " : ", ")) += value;
     throw noSuchValue(wanted, right);
   }
-  if (field->value == stateOf) requireSpelling(wanted);
-  return {&*field, wanted.value};
+  return {&*field, field->value == stateOf ? spelledAsOurs(wanted.value) : wanted.value};
 }
 
 bool isOf(const Condition& condition, std::string_view field) {

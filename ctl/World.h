@@ -35,6 +35,8 @@ struct World {
   // bad then.
   std::function<void(std::span<const int> descriptors)> waitWhileRead;
   std::function<edge::ImageFacts(const rt::String& path)> imageFacts;
+  // Absolute, or empty when it is not known.
+  std::function<rt::String()> workingDirectory;
   // A whole file, or with "-" all of standard input; throws rt::ErrnoException.
   std::function<rt::String(const rt::String& path)> readFile;
   std::function<std::unique_ptr<EditedFile>(const rt::String& name)> makeEditedFile;

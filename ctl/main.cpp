@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -73,6 +74,11 @@ std::unique_ptr<ctl::EditedFile> makeEditedFile(const rt::String& name) {
   return std::make_unique<ctl::TemporaryFile>(directory.empty() ? "/tmp" : directory, name);
 }
 
+rt::String workingDirectory() {
+  char path[PATH_MAX];
+  return getcwd(path, sizeof path) && path[0] == '/' ? path : "";
+}
+
 rt::String readFile(const rt::String& path) {
   const bool isInput = path == "-";
   const int descriptor = isInput ? STDIN_FILENO : open(path.charPtr(), O_RDONLY | O_CLOEXEC);
@@ -121,6 +127,7 @@ int main(int argc, char** argv) {
                    .waitReadable = waitReadable,
                    .waitWhileRead = waitWhileRead,
                    .imageFacts = imageFacts,
+                   .workingDirectory = workingDirectory,
                    .readFile = readFile,
                    .makeEditedFile = makeEditedFile,
                    .holdConsole = holdConsole,

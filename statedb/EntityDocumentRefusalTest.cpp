@@ -68,8 +68,8 @@ TEST_F(EntityDocumentRefusal, AFieldWithoutANameIsShownAsAPairOfQuotes) {
 }
 
 TEST_F(EntityDocumentRefusal, AnUnknownFieldOfAMemberIsGivenWithItsPath) {
-  EXPECT_THAT(problemsOf(R"({"vnicConfig":{"nic00":{"mac":"x","modle":"x"}}})"),
-              ElementsAre("vnicConfig.nic00.mac: 'x' is refused: there is no such field; there "
+  EXPECT_THAT(problemsOf(R"({"vnicConfig":{"nic00":{"vlan":"x","modle":"x"}}})"),
+              ElementsAre("vnicConfig.nic00.vlan: 'x' is refused: there is no such field; there "
                           "are model, macAddr, intfName",
                           "vnicConfig.nic00.modle: 'x' is refused: there is no such field; did "
                           "you mean 'model'?"));

@@ -130,6 +130,7 @@ World VmctlFixture::world() {
                                  rt::Seconds time) { waitReadable(descriptors, time); },
           .waitWhileRead = waitWhileRead,
           .imageFacts = imageFacts,
+          .workingDirectory = [] { return rt::String("/here"); },
           .readFile = readFile,
           .makeEditedFile =
               [this](const rt::String& name) { return std::make_unique<PlayedFile>(*this, name); },

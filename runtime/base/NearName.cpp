@@ -7,7 +7,8 @@ namespace rt {
 
 namespace {
 
-constexpr size_t longestName = 64;  // what is longer is no slip of the fingers
+constexpr size_t longestName = 64;   // what is longer is no slip of the fingers
+constexpr size_t fewestLetters = 3;  // of what is taken for a name's beginning
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 bool same(char a, char b) { return lower(a) == lower(b); }
@@ -32,6 +33,11 @@ size_t distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
+bool begins(std::string_view text, std::string_view name) {
+  return text.size() >= fewestLetters && text.size() <= name.size() &&
+         std::equal(text.begin(), text.end(), name.begin(), same);
+}
+
 }  // namespace
 
 std::optional<std::string_view> nearName(std::string_view text,
@@ -45,6 +51,8 @@ std::optional<std::string_view> nearName(std::string_view text,
     nearest = name;
     limit = away;
   }
+  for (const std::string_view name : names)
+    if (!nearest && begins(text, name)) nearest = name;
   return nearest;
 }
 

@@ -46,6 +46,16 @@ TEST(NearName, PrefersTheNearestAndThenTheFirst) {
   EXPECT_EQ(near("e1000x"), "e1000");
 }
 
+TEST(NearName, TakesThreeLettersForABeginningWhenNothingIsNear) {
+  EXPECT_EQ(near("mem"), "memory");
+  EXPECT_EQ(near("VNC"), "vncPort");
+  EXPECT_EQ(near("e10"), "e1000") << "the first";
+  EXPECT_EQ(near("me"), "none");
+  EXPECT_EQ(near("memory-size"), "none");
+  constexpr std::array<std::string_view, 2> both{"startle", "stars"};
+  EXPECT_EQ(nearName("start", both), "stars") << "the near one goes first";
+}
+
 TEST(NearName, FindsNothingNearToNothingNorToALongText) {
   EXPECT_EQ(near(""), "none");
   constexpr std::array<std::string_view, 0> noNames{};
