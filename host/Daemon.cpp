@@ -250,6 +250,11 @@ void Daemon::Parts::startFeeds() {
   janitor_ = std::make_unique<Janitor>(Janitor::Tools{
       .agent = root_,
       .ourAddresses = [this] { return ourAddresses(); },
+      .deviceOf =
+          [this](const rt::String& interface) {
+            const auto device = records_.present->intfStatusAndDeviceName(rt::IntfId(interface));
+            return device ? device->ifIndex : 0;
+          },
       .taps = taps,
       .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }});
   interfaces_ =
@@ -262,6 +267,7 @@ void Daemon::Parts::startFeeds() {
                   .hostStatus = hostStatus_,
                   .problems = problems_,
                   .traces = traces_,
+                  .cards = *janitor_,
                   .imageProblem = imageProblemOf,
                   .lastError =
                       [this](const rt::String& vm) {

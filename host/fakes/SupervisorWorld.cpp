@@ -12,6 +12,14 @@ rt::String Row::doc() const {
                     enabled ? "true" : "false", diskImage.charPtr(), memory, vncPort);
 }
 
+void FakeCards::tell(const char* what, const rt::String& vm) {
+  const auto record = status_->vmStatus(vm);
+  told_.push_back(what + vm.str() +
+                  (!record             ? " is gone"
+                   : record->enabled() ? " is on"
+                                       : " is off"));
+}
+
 SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                                  rt::Seconds stopPatience)
     : supervisor(rt::make<VmSupervisor>(
@@ -21,6 +29,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .hostStatus = hostStatus,
                       .problems = problems,
                       .traces = traceLog,
+                      .cards = cards,
                       .imageProblem = [this](const rt::String& path) -> std::optional<rt::Problem> {
                         if (!missingImages.contains(path)) return std::nullopt;
                         return rt::Problem{"diskImage", path, "must be a file that is there"};

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/fakes/FakeAgent.h"
@@ -21,6 +22,23 @@ struct Row {
   int vncPort = 0;
 
   rt::String doc() const;
+};
+
+// Remembers what it was told of VMs' cards, and what the agent had made of the VM by then:
+// "before off: web1 is on", "off: web1 is off", "off: web1 is gone".
+class FakeCards final : public VmCards {
+ public:
+  explicit FakeCards(Vm::Status::PtrConst status) : status_(std::move(status)) {}
+
+  void switchingOff(const rt::String& vm) override { tell("before off: ", vm); }
+  void switchedOff(const rt::String& vm) override { tell("off: ", vm); }
+  std::vector<std::string> take() { return std::exchange(told_, {}); }
+
+ private:
+  void tell(const char* what, const rt::String& vm);
+
+  const Vm::Status::PtrConst status_;
+  std::vector<std::string> told_;
 };
 
 // A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands
@@ -43,6 +61,7 @@ class SupervisorWorld {
   Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{edge::MachineLimits{.memory = 8192}};
+  FakeCards cards{status};
   PrepareStart prepareStart = [](const VmStart& /*start*/) {};
   std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;

@@ -59,12 +59,17 @@ std::vector<Card> cards(const rt::Entity& root) {
   if (!machines) return all;
   const auto& set = attributeOf(*machines, "vmConfigSm");
   for (const rt::String& vm : set.keys(*machines)) {
-    const auto machine = set.member(*machines, vm);
-    const auto& vnics = attributeOf(*machine, "vnic");
-    for (const rt::String& id : vnics.keys(*machine))
-      all.push_back(cardOf(vnics.member(*machine, id)));
+    const auto own = cardsOf(*set.member(*machines, vm));
+    all.insert(all.end(), own.begin(), own.end());
   }
   return all;
+}
+
+std::vector<Card> cardsOf(const rt::Entity& machine) {
+  std::vector<Card> own;
+  const auto& vnics = attributeOf(machine, "vnic");
+  for (const rt::String& id : vnics.keys(machine)) own.push_back(cardOf(vnics.member(machine, id)));
+  return own;
 }
 
 void forgetTap(const Card& card) { attributeTextIs(*card.record, "macvtapDev", ""); }

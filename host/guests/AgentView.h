@@ -19,7 +19,7 @@ int32_t pidOf(const rt::Entity& process);
 // The signal that ended it; 0 for none.
 int32_t endSignalOf(const rt::Entity& process);
 
-// A card of a running guest.
+// A card of a guest that was started.
 struct Card {
   rt::Ptr<rt::Entity> record;
   rt::String interface;
@@ -28,6 +28,8 @@ struct Card {
 };
 // All cards of all VMs.
 std::vector<Card> cards(const rt::Entity& root);
+// Those of one machine.
+std::vector<Card> cardsOf(const rt::Entity& machine);
 // Has the card forget its device, which is not the agent's to delete any more.
 void forgetTap(const Card& card);
 

@@ -160,9 +160,15 @@ void VmKeeper::dismount() {
   pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
   for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
+  tools_.cards.switchingOff(name_);
   const TraceLog::Change change(tools_.traces, name_);
-  tools_.config->vmConfigDel(name_);
-  tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+  rt::FirstException thrown;
+  thrown.run([&] {
+    tools_.config->vmConfigDel(name_);
+    tools_.problems.problemIs(name_, ProblemSource::agent, change.failure());
+  });
+  tools_.cards.switchedOff(name_);
+  thrown.rethrow();
 }
 
 void VmKeeper::ask() {
@@ -188,6 +194,7 @@ bool VmKeeper::apply(Step step) {
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
   if (step != Step::none) startedWith_ = nullptr;
+  if (step == Step::switchOff) tools_.cards.switchingOff(name_);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
   thrown.run([&] { writeRecord(step); });
@@ -198,6 +205,7 @@ void VmKeeper::write(Step step) {
   const bool isOff = step == Step::switchOff && !facts().statusEnabled;
   const rt::String failure = isOff ? rt::String() : change.failure();
   // What is reported from here on is no failure of the agent's.
+  if (step == Step::switchOff) tools_.cards.switchedOff(name_);
   if (step == Step::switchOn && std::exchange(adoptable_, false))
     thrown.run([&] { tools_.tookUp(name_); });
   // What failed stays to be seen until a change went well; the rest of one that threw is none.

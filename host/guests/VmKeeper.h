@@ -9,6 +9,7 @@
 #include "host/base/TraceLog.h"
 #include "host/database/VmRows.h"
 #include "host/guests/Pacing.h"
+#include "host/guests/VmCards.h"
 #include "host/guests/VmStart.h"
 #include "runtime/entity/Reactor.h"
 #include "runtime/records/VmStatus.h"
@@ -23,6 +24,7 @@ struct KeeperTools {
   HostStatus::Ptr hostStatus;
   Problems& problems;
   TraceLog& traces;
+  VmCards& cards;
   // Why a file cannot be a disk image; it may look at the file.
   std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.

@@ -290,6 +290,43 @@ TEST_F(VmSupervisorTest, ForgetsTheProblemOfARefusedRowThatIsGone) {
   EXPECT_EQ(world.problem("web1"), "");
 }
 
+// Cards.
+
+TEST_F(VmSupervisorTest, TellsOfItsCardsBeforeAVmIsSwitchedOffAndAfter) {
+  start("web1");
+  EXPECT_THAT(world.cards.take(), IsEmpty());
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is off"));
+}
+
+TEST_F(VmSupervisorTest, TellsOfItsCardsBeforeAVmIsRemovedAndAfter) {
+  start("web1");
+  world.rowDel("web1");
+  EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is gone"));
+}
+
+TEST_F(VmSupervisorTest, TellsOfItsCardsBeforeAVmIsRestarted) {
+  start("web1");
+  world.restartIs("web1", 1);
+  world.end("web1");
+  EXPECT_THAT(effects(), ElementsAre("kill web1", "start web1"));
+  EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is off"));
+}
+
+TEST_F(VmSupervisorTest, TellsOfItsCardsAfterASwitchOffThatThrew) {
+  start("web1");
+  world.fortune.throws = {"web1"};
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is off"));
+}
+
+TEST_F(VmSupervisorTest, TellsOfItsCardsAfterARemovalThatThrew) {
+  start("web1");
+  world.fortune.throws = {"web1"};
+  world.rowDel("web1");
+  EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is gone"));
+}
+
 // Guests that an earlier daemon left.
 
 TEST_F(VmSupervisorTest, StartsOnlyWhenTheGuestsOfAnEarlierDaemonAreGone) {

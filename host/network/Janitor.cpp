@@ -1,10 +1,21 @@
 #include "host/network/Janitor.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "host/base/Report.h"
 
 namespace host {
+
+namespace {
+
+bool isAgentsName(std::string_view name) {
+  constexpr std::string_view prefix = "macvtap";
+  return name.size() > prefix.size() && name.starts_with(prefix) &&
+         name.find_first_not_of("0123456789", prefix.size()) == std::string_view::npos;
+}
+
+}  // namespace
 
 std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours,
                                   const std::vector<TapUse>& uses) {
@@ -13,42 +24,69 @@ std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<r
     const bool isNamed = std::any_of(uses.begin(), uses.end(), [&](const TapUse& use) {
       return use.device == tap.name && use.mac == tap.mac;
     });
-    if (ours.contains(tap.mac) && !isNamed) strays.push_back(tap.name);
+    if (ours.contains(tap.mac) && isAgentsName(tap.name.str()) && !isNamed)
+      strays.push_back(tap.name);
   }
   return strays;
 }
 
-bool isThere(const TapUse& use, const std::vector<Tap>& taps) {
-  return std::find(taps.begin(), taps.end(), Tap{use.device, use.mac}) != taps.end();
+const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps) {
+  const auto found = std::find_if(taps.begin(), taps.end(), [&](const Tap& tap) {
+    return tap.name == use.device && tap.mac == use.mac && tap.lower == use.lower;
+  });
+  return found == taps.end() ? nullptr : &*found;
+}
+
+TapUse Janitor::useOf(const Card& card) const {
+  return {.device = card.tap, .mac = card.mac, .lower = tools_.deviceOf(card.interface)};
 }
 
 void Janitor::sweep() {
   const auto taps = tools_.taps();
-  if (taps.empty()) return;
+  if (!taps.empty()) sweep(taps, tools_.ourAddresses());
+}
+
+// Most often none is ours, and then not every VM has to be asked for its cards.
+void Janitor::sweep(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours) {
+  if (strayTaps(taps, ours, {}).empty()) return;
   std::vector<TapUse> uses;
-  for (const Card& card : cards(*tools_.agent)) uses.push_back({card.tap, card.mac});
-  for (const rt::String& stray : strayTaps(taps, tools_.ourAddresses(), uses)) {
+  for (const Card& card : cards(*tools_.agent)) uses.push_back(useOf(card));
+  for (const rt::String& stray : strayTaps(taps, ours, uses)) {
     report("the macvtap device " + stray + " is left over and is deleted");
     tools_.remove(stray);
   }
 }
 
-void Janitor::handleWithdrawal(const rt::String& interface) {
-  for (const Card& card : cards(*tools_.agent)) {
-    if (card.interface != interface || card.tap.empty()) continue;
-    tools_.remove(card.tap);
-    forgetTap(card);
-  }
+void Janitor::switchingOff(const rt::String& vm) {
+  const auto machine = vmMachine(*tools_.agent, vm);
+  if (!machine) return;
+  const auto all = cardsOf(*machine);
+  if (all.empty()) return;
+  for (const Card& card : all) switchingOff_[vm].insert(card.mac);
+  std::vector<Tap> taps;
+  const rt::String failure = failureOf([&] { taps = tools_.taps(); });
+  if (!failure.empty()) report("VM " + vm + " leaves its cards' devices for later: " + failure);
+  for (const Card& card : all)
+    if (!card.tap.empty() && !tapOf(useOf(card), taps)) forgetTap(card);
 }
 
-void Janitor::handleDevices() {
-  const auto all = cards(*tools_.agent);
-  const bool anyTap =
-      std::any_of(all.begin(), all.end(), [](const Card& card) { return !card.tap.empty(); });
-  if (!anyTap) return;
+void Janitor::switchedOff(const rt::String& vm) {
+  const auto known = switchingOff_.extract(vm);
+  if (known.empty()) return;
+  const rt::String failure = failureOf([&] { sweep(tools_.taps(), known.mapped()); });
+  if (!failure.empty()) report("VM " + vm + ": what it left is not looked for: " + failure);
+}
+
+void Janitor::handleWithdrawal(const rt::String& interface) {
+  std::vector<Card> there;
+  for (const Card& card : cards(*tools_.agent))
+    if (card.interface == interface && !card.tap.empty()) there.push_back(card);
+  if (there.empty()) return;
   const auto taps = tools_.taps();
-  for (const Card& card : all)
-    if (!card.tap.empty() && !isThere({card.tap, card.mac}, taps)) forgetTap(card);
+  for (const Card& card : there) {
+    if (const Tap* const tap = tapOf(useOf(card), taps)) tools_.remove(tap->name);
+    forgetTap(card);
+  }
 }
 
 }  // namespace host

@@ -2,49 +2,65 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
 #include "host/guests/AgentView.h"
+#include "host/guests/VmCards.h"
 #include "host/network/Taps.h"
 
 namespace host {
 
-// Whose device a card names, and whether it is the card's still.
+// The device that a card names, and what proves that it is the card's: the address it has, and the
+// device of the card's interface, which it stands on.
 struct TapUse {
   rt::String device;
-  rt::EthAddr mac;  // the card's
+  rt::EthAddr mac;     // the card's
+  uint32_t lower = 0;  // 0: the interface is not there
 };
 
-// Pure: the devices that carry an address of one of our cards and that no card names. A device of
-// anybody else is never among them.
+// Returns those that carry an address of one of our cards, have a name as the agent gives it, and
+// are named by no card. Pure. A device of anybody else is never among them.
 std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours,
                                   const std::vector<TapUse>& uses);
-// Pure: whether the kernel has the device that the card names, and it is the card's.
-bool isThere(const TapUse& use, const std::vector<Tap>& taps);
+// Finds the device that the card names, if it is the card's; else null. Pure.
+const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps);
 
-// The agent deletes a card's device when its VM is disabled, by its name. What it leaves behind
-// would keep the card from its interface, for a second device of that address cannot go up; and a
-// name it remembers may be another VM's device by then. Owned by the daemon.
-class Janitor {
+// The agent deletes a card's device when its VM is switched off, by the name that it remembers.
+// That may be another VM's device by then, and what the agent does not remember would keep the card
+// from its interface, for a second device of that address cannot go up. So cards forget what is not
+// theirs, and what is left over is deleted: only what is ours now, by its address. Owned by the
+// daemon.
+class Janitor final : public VmCards {
  public:
   struct Tools {
     rt::Ptr<const rt::Entity> agent;  // the root
+    // The addresses of the cards that are configured.
     std::function<std::set<rt::EthAddr>()> ourAddresses;
-    std::function<std::vector<Tap>()> taps;
+    // The index of the interface's device; 0 when the interface is not there.
+    std::function<uint32_t(const rt::String& interface)> deviceOf;
+    std::function<std::vector<Tap>()> taps;  // one look at the kernel's
     std::function<void(const rt::String& device)> remove;
   };
   explicit Janitor(Tools tools) : tools_(std::move(tools)) {}
 
-  // Deletes what is stray: at the start, and when a VM was switched off.
+  // Deletes all that is stray. To be called at the start, and when a guest was taken up.
   void sweep();
-  // Before an interface is withdrawn whose device stays: deletes what cards have on it.
+  // Has the VM's cards forget devices that are not theirs: all, where the kernel does not answer.
+  // Looks at the kernel each time, for what that has to tell may be unread.
+  void switchingOff(const rt::String& vm) override;
+  // Deletes what is left of the cards that the VM had then.
+  void switchedOff(const rt::String& vm) override;
+  // Deletes what cards have on an interface that is about to be withdrawn while its device stays.
   void handleWithdrawal(const rt::String& interface);
-  // The kernel's devices changed: has cards forget the devices that are gone.
-  void handleDevices();
 
  private:
+  TapUse useOf(const Card& card) const;
+  void sweep(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours);
+
   const Tools tools_;
+  std::map<rt::String, std::set<rt::EthAddr>> switchingOff_;  // by VM: its cards' addresses
 };
 
 }  // namespace host

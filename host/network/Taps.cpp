@@ -2,6 +2,7 @@
 
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
 #include <netlink/addr.h>
 #include <netlink/cache.h>
 #include <netlink/netlink.h>
@@ -57,7 +58,11 @@ void take(nl_object* object, void* taps) {
   const char* const kind = rtnl_link_get_type(link);
   if (!kind || std::string_view(kind) != macvtap) return;
   if (const auto mac = addressOf(link))
-    static_cast<std::vector<Tap>*>(taps)->push_back({rtnl_link_get_name(link), *mac});
+    static_cast<std::vector<Tap>*>(taps)->push_back(
+        {.name = rtnl_link_get_name(link),
+         .mac = *mac,
+         .lower = static_cast<uint32_t>(rtnl_link_get_link(link)),
+         .isUp = (rtnl_link_get_flags(link) & IFF_UP) != 0});
 }
 
 int parse(nl_msg* message, void* taps) { return nl_msg_parse(message, take, taps); }

@@ -1,6 +1,7 @@
 // The macvtap devices that the kernel has.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "runtime/base/String.h"
@@ -11,6 +12,8 @@ namespace host {
 struct Tap {
   rt::String name;
   rt::EthAddr mac;
+  uint32_t lower = 0;  // the index of the device that it stands on
+  bool isUp = false;   // switched on, whether its lower device has a carrier or not
 
   friend bool operator==(const Tap&, const Tap&) = default;
 };
