@@ -5,6 +5,7 @@
 #include <netlink/route/link.h>
 #include <sys/socket.h>
 
+#include <map>
 #include <string_view>
 
 #include "host/network/KernelLinks.h"
@@ -47,8 +48,23 @@ bool isDevice(rtnl_link* link) {
 struct KernelLinkSource::State {
   Socket requests{nl_socket_alloc()};  // for asking anew
   Manager manager;
-  nl_cache* cache = nullptr;  // the manager's
+  nl_cache* cache = nullptr;               // the manager's
+  std::map<uint32_t, uint32_t> deletions;  // by index, since a table was without it
 };
+
+namespace {
+
+uint32_t indexOf(rtnl_link* link) { return static_cast<uint32_t>(rtnl_link_get_ifindex(link)); }
+
+// Counts the devices that go. In the table that is read then, another may have the index, and the
+// name.
+void heed(nl_cache* /*cache*/, nl_object* object, int action, void* deletions) {
+  auto* const link = reinterpret_cast<rtnl_link*>(object);
+  if (action == NL_ACT_DEL && isDevice(link))
+    ++(*static_cast<std::map<uint32_t, uint32_t>*>(deletions))[indexOf(link)];
+}
+
+}  // namespace
 
 KernelLinkSource::KernelLinkSource() : state_(std::make_unique<State>()) {
   if (!state_->requests) throw rt::Exception("there is no memory for a netlink socket");
@@ -56,7 +72,8 @@ KernelLinkSource::KernelLinkSource() : state_(std::make_unique<State>()) {
   nl_cache_mngr* manager = nullptr;
   require(nl_cache_mngr_alloc(nullptr, NETLINK_ROUTE, 0, &manager), "listen");
   state_->manager.reset(manager);
-  require(nl_cache_mngr_add(manager, "route/link", nullptr, nullptr, &state_->cache), "list");
+  require(nl_cache_mngr_add(manager, "route/link", heed, &state_->deletions, &state_->cache),
+          "list");
   const int own = nl_cache_mngr_get_fd(manager);
   setsockopt(own, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer);
 }
@@ -74,8 +91,12 @@ KernelLinkTable KernelLinkSource::read() {
   for (nl_object* at = nl_cache_get_first(state_->cache); at; at = nl_cache_get_next(at)) {
     auto* const link = reinterpret_cast<rtnl_link*>(at);
     if (!isDevice(link)) continue;
-    links[static_cast<uint32_t>(rtnl_link_get_ifindex(link))] = linkOf(link);
+    const uint32_t index = indexOf(link);
+    links[index] = linkOf(link);
+    if (const auto gone = state_->deletions.find(index); gone != state_->deletions.end())
+      links[index].before = gone->second;
   }
+  std::erase_if(state_->deletions, [&](const auto& gone) { return !links.contains(gone.first); });
   return links;
 }
 

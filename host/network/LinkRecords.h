@@ -12,6 +12,9 @@ namespace host {
 struct KernelLink {
   rt::String name;
   bool canBeInterface = false;  // of the switch: neither the loopback nor a macvtap
+  // How many devices had its index before it, since nothing had. So one that was made anew between
+  // two looks, with the old one's name and index, is another.
+  uint32_t before = 0;
 
   friend bool operator==(const KernelLink&, const KernelLink&) = default;
 };

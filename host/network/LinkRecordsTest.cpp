@@ -116,6 +116,18 @@ TEST_F(LinkRecordsTest, FollowTwoDevicesThatChangeNames) {
   EXPECT_THAT(interfaces(), ElementsAre("eth0", "eth1"));
 }
 
+TEST_F(LinkRecordsTest, TellOfADeviceThatWasMadeAnewAsOneThatWentAndOneThatCame) {
+  records.linksAre({{2, {"eth0", true}}});
+  const auto recorder = rt::make<rt::fakes::ChangeRecorder>();
+  recorder->watch(kernel);
+  recorder->watch(localDir);
+  records.linksAre({{2, {"eth0", true, 1}}});
+  EXPECT_THAT(recorder->take(),
+              ElementsAre(StartsWith("KernelNetInfo::"), StartsWith("Interface::"),
+                          StartsWith("Interface::"), StartsWith("KernelNetInfo::")));
+  EXPECT_THAT(devices(), ElementsAre("2 eth0"));
+}
+
 TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
   const auto thrower = rt::make<DeviceThrower>(kernel, 2U);
   EXPECT_THROW(records.linksAre({{2, {"eth0", true}}, {3, {"eth1", true}}}), rt::Exception);

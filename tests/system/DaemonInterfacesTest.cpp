@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "host/network/KernelLinks.h"
 #include "tests/system/DaemonFixture.h"
 #include "tests/system/PrivateMounts.h"
 
@@ -16,6 +17,43 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
+
+// A port of that name and index.
+void addPort(const std::string& name, const std::string& index = {}) {
+  ip("link add " + name + index + " type veth peer name peer-" + name);
+  ip("link set " + name + " up");
+}
+
+void makeAnew(const std::string& name) {
+  const std::string index = " index " + std::to_string(if_nametoindex(name.c_str()));
+  ip("link del " + name);
+  addPort(name, index);
+}
+
+// The kernel's table.
+
+TEST(KernelsLinks, AreOthersWhenTheyWereMadeAnewBetweenTwoLooks) {
+  addPort("Ethernet1");
+  KernelLinkSource source;
+  const KernelLinkTable before = source.read();
+  EXPECT_EQ(source.read(), before);
+  const uint32_t index = if_nametoindex("Ethernet1");
+  makeAnew("Ethernet1");
+  const KernelLinkTable after = source.read();
+  EXPECT_EQ(after.at(index).name, before.at(index).name);
+  EXPECT_NE(after.at(index), before.at(index));
+  EXPECT_EQ(source.read(), after);
+}
+
+TEST(KernelsLinks, AreTheSameWhenABridgeTookThemAndLetThemGo) {
+  addPort("Ethernet1");
+  ip("link add br0 type bridge");
+  KernelLinkSource source;
+  const KernelLinkTable before = source.read();
+  ip("link set Ethernet1 master br0");
+  ip("link set Ethernet1 nomaster");
+  EXPECT_EQ(source.read(), before);
+}
 
 class DaemonInterfaces : public DaemonFixture {
  protected:
@@ -33,10 +71,6 @@ class DaemonInterfaces : public DaemonFixture {
     return count;
   }
   static bool hasTap() { return if_nametoindex("macvtap0") != 0; }
-  static void addPort(const std::string& name) {
-    ip("link add " + name + " type veth peer name peer-" + name);
-    ip("link set " + name + " up");
-  }
 };
 
 TEST_F(DaemonInterfaces, AttachACardWhereItsInterfaceIs) {
@@ -57,6 +91,18 @@ TEST_F(DaemonInterfaces, LoseAndRegainTheirCard) {
   ASSERT_TRUE(waitUntil([&] { return asked("netdev_del") == 1; }));
   addPort("Ethernet1");
   EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 2 && hasTap(); }));
+}
+
+TEST_F(DaemonInterfaces, MadeAnewUnderTheirNameAndIndexUnheardRegainTheirCard) {
+  addPort("Ethernet1");
+  world.start();
+  runVmOn("Ethernet1");
+  ASSERT_TRUE(waitUntil([&] { return asked("netdev_add") == 1; }));
+  Vm::fakes::signalProcess(world.daemon(), SIGSTOP);
+  makeAnew("Ethernet1");
+  ASSERT_FALSE(hasTap());
+  Vm::fakes::signalProcess(world.daemon(), SIGCONT);
+  EXPECT_TRUE(waitUntil([&] { return asked("netdev_add") == 2 && hasTap(); }, 5)) << world.log();
 }
 
 TEST_F(DaemonInterfaces, ThatCameLaterGetTheirCardThen) {
