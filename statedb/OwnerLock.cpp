@@ -1,13 +1,13 @@
 #include "statedb/OwnerLock.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "runtime/base/Format.h"
+#include "runtime/base/OwnFile.h"
 #include "runtime/base/Text.h"
 
 namespace statedb {
@@ -45,33 +45,11 @@ pid_t holderOf(int descriptor) {
   return fcntl(descriptor, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK ? lock.l_pid : 0;
 }
 
-// A file that nobody else made, and that has no other name: by that another could be meant, and
-// what we write would go there.
-bool isOurs(int descriptor) {
-  struct stat facts {};
-  return fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
-         facts.st_nlink == 1;
-}
-
-// Throws.
-int openOurs(const rt::String& file) {
-  for (int left = 3;; --left) {
-    const int found =
-        open(file.charPtr(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, ownersMode);
-    const bool isStrange = found >= 0 ? !isOurs(found) : errno == ELOOP;
-    const int error = found >= 0 ? EPERM : errno;
-    if (found >= 0 && !isStrange) {
-      (void)fchmod(found, ownersMode);  // one of an earlier version could be read by all
-      return found;
-    }
-    if (found >= 0) close(found);
-    if (left == 0 || !isStrange || unlink(file.charPtr()) != 0) throw trouble(file, error);
-  }
-}
-
 }  // namespace
 
-OwnerLock::OwnerLock(const rt::String& file) : descriptor_(openOurs(file)) {
+OwnerLock::OwnerLock(const rt::String& file)
+    : descriptor_(rt::openOwnFile(AT_FDCWD, file.charPtr(), O_RDWR, ownersMode)) {
+  if (descriptor_ < 0) throw trouble(file, errno);
   auto lock = wholeFile();
   if (fcntl(descriptor_, F_SETLK, &lock) != 0) {
     const int error = errno;

@@ -1,0 +1,66 @@
+#include "runtime/base/OwnFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace rt {
+
+namespace {
+
+// Somebody may put a thing of his there as often as we remove it.
+constexpr int mostTries = 3;
+
+// The directory, with that mode and group; -1 when it is another's.
+int shared(int directory, mode_t mode, gid_t group) {
+  struct stat facts {};
+  if (fstat(directory, &facts) == 0 && facts.st_uid == geteuid()) {
+    if (facts.st_gid != group) (void)!fchown(directory, static_cast<uid_t>(-1), group);
+    (void)fchmod(directory, mode);
+    return directory;
+  }
+  close(directory);
+  errno = EPERM;
+  return -1;
+}
+
+}  // namespace
+
+bool isOwnFile(int descriptor) {
+  struct stat facts {};
+  return fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
+         facts.st_nlink == 1;
+}
+
+int openOwnFile(int directory, const char* name, int flags, mode_t mode) {
+  flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  for (int tries = 0; tries < mostTries; ++tries) {
+    const int file = openat(directory, name, flags, mode);
+    // A link, or a pipe or socket that nobody reads.
+    if (file < 0 && errno != ELOOP && errno != ENXIO) return -1;
+    if (file >= 0 && isOwnFile(file)) {
+      (void)fchmod(file, mode);
+      return file;
+    }
+    if (file >= 0) close(file);
+    if (unlinkat(directory, name, 0) != 0 && errno != ENOENT) return -1;
+  }
+  errno = EBUSY;
+  return -1;
+}
+
+int openOwnDirectory(int directory, const char* name, mode_t mode, gid_t group) {
+  for (int tries = 0; tries < mostTries; ++tries) {
+    if (mkdirat(directory, name, S_IRWXU) != 0 && errno != EEXIST) return -1;
+    const int opened = openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (opened >= 0) return shared(opened, mode, group);
+    if (errno != ELOOP && errno != ENOTDIR && errno != ENOENT) return -1;
+    if (unlinkat(directory, name, 0) != 0 && errno != ENOENT) return -1;
+  }
+  errno = EBUSY;
+  return -1;
+}
+
+}  // namespace rt
