@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "statedb/sqlite/Sentences.h"
 
@@ -14,6 +15,7 @@ namespace statedb::sqlite {
 namespace {
 
 constexpr mode_t readAndWrite = 0666;
+constexpr int notABell = EEXIST;
 
 }  // namespace
 
@@ -33,13 +35,24 @@ void Doorbell::make() const {
   close(bell);
 }
 
+// 0, or why not.
+int Doorbell::ringOnce() const noexcept {
+  const int bell = open(bell_.charPtr(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (bell < 0) return errno;
+  struct stat facts {};
+  const bool isBell = fstat(bell, &facts) == 0 && S_ISREG(facts.st_mode);
+  close(bell);
+  return isBell ? 0 : notABell;
+}
+
 void Doorbell::ring() const noexcept {
-  int bell = open(bell_.charPtr(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (bell < 0 && errno == ENOENT) {
-    make();
-    bell = open(bell_.charPtr(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC);
-  }
-  if (bell >= 0) close(bell);
+  const int error = ringOnce();
+  // A pipe, a socket, a link, a directory.
+  const bool isStrange = error == notABell || error == ENXIO || error == ELOOP || error == EISDIR;
+  if (!isStrange && error != ENOENT) return;
+  if (isStrange) (void)std::remove(bell_.charPtr());
+  make();
+  (void)ringOnce();
 }
 
 int Doorbell::listen() {

@@ -11,6 +11,9 @@ namespace statedb::sqlite {
 // watchers, and nothing is written to the disk. The closing of the -wal file counts too: that is
 // what happens when a writer is killed before it rang, or never rings. A change of the -wal itself
 // would not do, because it is told before the commit can be seen.
+//
+// All who write may also put something else there, such as a pipe that nobody reads: ringing never
+// waits, and makes room for a bell where none is.
 class Doorbell {
  public:
   explicit Doorbell(const rt::String& file);
@@ -28,6 +31,7 @@ class Doorbell {
 
  private:
   void watch();
+  int ringOnce() const noexcept;
 
   rt::String file_;
   rt::String bell_;

@@ -1,5 +1,10 @@
 // The files of the database: who makes them, their modes, and what happens when they go.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
 
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/Connection.h"
@@ -201,6 +206,52 @@ TEST_F(FilesTest, ALostBellIsMadeAnewByWhoRings) {
   put(*store, "a", "1");
   EXPECT_TRUE(wakeUp.isReadable());
   EXPECT_EQ(modeOf(companion("-bell")), 0660U);
+}
+
+TEST_F(FilesTest, WhatIsNoBellMakesRoomForOneAndKeepsNobodyWaiting) {
+  const auto store = open();
+  const Closing wakeUp(store->wakeUp());
+  const auto bell = companion("-bell");
+  const std::vector<std::function<void()>> strange = {
+      [&] { ASSERT_EQ(mkfifo(bell.c_str(), 0660), 0); },
+      [&] { std::filesystem::create_symlink(dir.path() / "elsewhere", bell); },
+      [&] { std::filesystem::create_directory(bell); }};
+  for (size_t i = 0; i < strange.size(); ++i) {
+    std::filesystem::remove(bell);
+    strange[i]();
+    store->changes({});
+    alarm(10);
+    put(*store, "a", rt::String(std::to_string(i)));
+    alarm(0);
+    EXPECT_TRUE(wakeUp.isReadable());
+    EXPECT_EQ(modeOf(bell), 0660U);
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(bell)));
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.path() / "elsewhere"));
+}
+
+TEST_F(FilesTest, ABellThatCannotBeOpenedNowStays) {
+  const auto store = open();
+  put(*store, "a", "1");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{3, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  put(*store, "a", "2");
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_TRUE(std::filesystem::exists(companion("-bell")));
+}
+
+TEST_F(FilesTest, ALinkInPlaceOfTheDatabaseIsRefused) {
+  const auto others = dir.path() / "others";
+  contentIs(others, "");
+  std::filesystem::create_symlink(others, file);
+  for (const Role role : {Role::owner, Role::client}) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::failed);
+    EXPECT_THAT(sentence, HasSubstr(file.string()));
+  }
+  EXPECT_EQ(contentOf(others), "");
 }
 
 TEST_F(FilesTest, ADamagedPageIsFoundWhenTheOwnerOpens) {

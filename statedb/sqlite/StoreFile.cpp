@@ -31,7 +31,11 @@ void requireFile(const rt::String& file, Role role) {
   struct stat found {};
   const rt::String directory = directoryOf(file);
   if (stat(directory.charPtr(), &found) != 0 && errno == ENOENT) throw missingDirectory(directory);
-  if (stat(file.charPtr(), &found) == 0) return;
+  if (lstat(file.charPtr(), &found) == 0) {
+    // By a link the owner would set up, or write into, whatever file it leads to.
+    if (S_ISLNK(found.st_mode)) throw failed(file, "it is a link: put the file itself there");
+    return;
+  }
   if (errno != ENOENT) throw fromErrno(file, errno, "it could not be found");
   if (role == Role::client) throw missingFile(file);
   create(file);
