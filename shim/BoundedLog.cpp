@@ -2,29 +2,30 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <ctime>
+
+#include "runtime/base/OwnFile.h"
 
 namespace shim {
 
 namespace {
 
-constexpr mode_t sharedMode = 0660;
+constexpr mode_t fileMode = 0640;
 
 }  // namespace
 
-BoundedLog::BoundedLog(std::string path, size_t limit) : path_(std::move(path)), limit_(limit) {
+BoundedLog::BoundedLog(Place place, size_t limit) : place_(std::move(place)), limit_(limit) {
   open();
 }
 
 void BoundedLog::open() {
-  file_.reset(::open(path_.c_str(),
-                     O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                     sharedMode));
+  file_.reset(
+      rt::openOwnFile(place_.directory, place_.name.c_str(), O_WRONLY | O_APPEND, fileMode));
   size_ = 0;
   if (!file_) return;
-  (void)fchmod(file_.number(), sharedMode);  // whatever the umask
   struct stat status {};
   if (fstat(file_.number(), &status) == 0) size_ = static_cast<size_t>(status.st_size);
 }
@@ -38,12 +39,19 @@ void BoundedLog::write(std::string_view bytes) {
 
 void BoundedLog::writePart(std::string_view bytes) {
   if (size_ + bytes.size() > limit_) {
-    (void)rename(path_.c_str(), (path_ + ".1").c_str());
+    setAside();
     open();
   }
   if (!file_) return;
   const ssize_t written = ::write(file_.number(), bytes.data(), bytes.size());
   if (written > 0) size_ += static_cast<size_t>(written);
+}
+
+// What cannot be kept is lost: the bound holds.
+void BoundedLog::setAside() const {
+  const char* const name = place_.name.c_str();
+  if (renameat(place_.directory, name, place_.directory, (place_.name + ".1").c_str()) != 0)
+    (void)unlinkat(place_.directory, name, 0);
 }
 
 std::string logLine(std::string_view who, std::string_view text) {

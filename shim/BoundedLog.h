@@ -5,22 +5,25 @@
 #include <string_view>
 
 #include "shim/Descriptor.h"
+#include "shim/Place.h"
 
 namespace shim {
 
-// Appends to `path`; before that would grow beyond `limit` bytes, it becomes `path`.1, of which one
-// is kept. On a full disk what is written is lost: the guest goes on.
+// Appends to the file; before that would grow beyond `limit` bytes, it gets ".1" behind its name,
+// of which one is kept. On a full disk what is written is lost: the guest goes on.
 class BoundedLog {
  public:
-  BoundedLog(std::string path, size_t limit);
+  // The group of the directory may read it.
+  BoundedLog(Place place, size_t limit);
 
   void write(std::string_view bytes);
 
  private:
   void open();
   void writePart(std::string_view bytes);
+  void setAside() const;
 
-  const std::string path_;
+  const Place place_;
   const size_t limit_;
   Descriptor file_;
   size_t size_ = 0;

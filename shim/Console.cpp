@@ -50,10 +50,10 @@ Descriptor openSlave(const std::string& path) {
 
 // Who may use a file's directory may use the terminal. A terminal belongs to a group of its own at
 // first, whose members may write to it only.
-void shareWithUsersOf(const std::string& file, const Descriptor& terminal) {
+void shareWithUsersOf(const Place& file, const Descriptor& terminal) {
   struct stat directory {};
-  const std::string path = file.substr(0, file.rfind('/') + 1);
-  if (stat(path.c_str(), &directory) != 0) return;
+  const std::string way = file.name.substr(0, file.name.rfind('/') + 1);
+  if (fstatat(file.directory, way.c_str(), &directory, AT_EMPTY_PATH) != 0) return;
   (void)!fchown(terminal.number(), static_cast<uid_t>(-1), directory.st_gid);
   (void)fchmod(terminal.number(), sharedMode);
 }
@@ -67,14 +67,14 @@ void empty(const Descriptor& terminal) {
 
 }  // namespace
 
-Console::Console(Descriptor line, std::string logPath, const std::string& socketPath)
+Console::Console(Descriptor line, Place log, const Place& socket)
     : line_(std::move(line)),
-      log_(std::move(logPath), logSize),
+      log_(std::move(log), logSize),
       master_(openMaster()),
       slave_(openSlave(nameOf(master_))),
       terminal_(nameOf(master_)),
-      viewers_(socketPath) {
-  shareWithUsersOf(socketPath, slave_);
+      viewers_(socket) {
+  shareWithUsersOf(socket, slave_);
 }
 
 void Console::addTo(std::vector<pollfd>& polled) {

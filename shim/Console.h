@@ -20,7 +20,7 @@ class Console {
  public:
   // `line` must not block. The pty gets the group of the socket's directory, and mode 0660. Throws
   // Failure when there can be no pty, or no socket.
-  Console(Descriptor line, std::string logPath, const std::string& socketPath);
+  Console(Descriptor line, Place log, const Place& socket);
 
   // The pty's path.
   const std::string& terminal() const { return terminal_; }

@@ -4,8 +4,8 @@
 
 namespace shim {
 
-ControlServer::ControlServer(const std::string& path, Answers answers)
-    : socket_(path, "control"), answers_(std::move(answers)) {}
+ControlServer::ControlServer(Place socket, Answers answers)
+    : socket_(std::move(socket), "control"), answers_(std::move(answers)) {}
 
 void ControlServer::addTo(std::vector<pollfd>& polled) {
   std::erase_if(peers_, [](const Peer& peer) { return !peer.wire; });

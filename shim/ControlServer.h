@@ -33,7 +33,7 @@ class ControlServer {
   static constexpr int mostMistakes = 8;
 
   // Throws Failure.
-  ControlServer(const std::string& path, Answers answers);
+  ControlServer(Place socket, Answers answers);
 
   // Adds what to wait for. The same entries in ready(), before anything else is asked of this.
   void addTo(std::vector<pollfd>& polled);

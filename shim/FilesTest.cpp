@@ -60,14 +60,75 @@ class Holder {
 
 // The VM's directory.
 
-TEST(VmDirectory, IsMadeForItsGroup) {
+TEST(VmDirectory, IsReadByItsGroupAndWrittenByNobodyElse) {
   const TestFolder run;
   const mode_t before = umask(077);
   const VmDirectory directory(run.path(), "guest0");
   umask(before);
-  EXPECT_EQ(modeOf(run / "vm"), 02770);
-  EXPECT_EQ(modeOf(run / "vm/guest0"), 02770);
+  EXPECT_EQ(modeOf(run / "vm"), 02750);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 02750);
   EXPECT_EQ(directory.file("lock"), run / "vm/guest0/lock");
+}
+
+TEST(VmDirectory, OfAnEarlierVersionIsSetRight) {
+  const TestFolder run;
+  for (const char* made : {"vm", "vm/guest0"}) {
+    std::filesystem::create_directory(run / made);
+    ASSERT_EQ(chmod((run / made).c_str(), 02770), 0);
+  }
+  const VmDirectory directory(run.path(), "guest0");
+  EXPECT_EQ(modeOf(run / "vm"), 02750);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 02750);
+}
+
+TEST(VmDirectory, IsNeverWhereALinkLeads) {
+  const TestFolder run;
+  const TestFolder others;
+  for (const char* link : {"vm", "vm/guest0"}) {
+    std::filesystem::remove_all(run / "vm");
+    if (link == std::string("vm/guest0")) std::filesystem::create_directory(run / "vm");
+    std::filesystem::create_directory_symlink(others.path(), run / link);
+    const VmDirectory directory(run.path(), "guest0");
+    directory.lastErrorIs("no disk");
+    EXPECT_EQ(contentOf(run / "vm/guest0/last-error"), "no disk\n");
+    EXPECT_TRUE(std::filesystem::is_empty(others.path()));
+  }
+}
+
+TEST(VmDirectory, OfAnotherUserIsRefusedAndNamed) {
+  if (geteuid() != 0) return;  // there is no other
+  const TestFolder run;
+  std::filesystem::create_directories(run / "vm/guest0");
+  constexpr uid_t somebody = 65534;
+  ASSERT_EQ(chown((run / "vm/guest0").c_str(), somebody, somebody), 0);
+  try {
+    const VmDirectory directory(run.path(), "guest0");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "directory " + (run / "vm/guest0") + " is another user's: remove it");
+  }
+}
+
+TEST(VmDirectory, IsTheSameWhateverBecomesOfItsName) {
+  const TestFolder run;
+  const VmDirectory directory(run.path(), "guest0");
+  std::filesystem::rename(run / "vm", run / "moved");
+  std::filesystem::create_directories(run / "vm/guest0");
+  directory.lastErrorIs("no disk");
+  directory.problemIs("no answer");
+  BoundedLog(directory.place("log"), 10).write("12345678");
+  BoundedLog(directory.place("log"), 10).write("9012");
+  const VmLock lock(directory.place("lock"));
+  const ListeningSocket socket(directory.place("s"), "control");
+  EXPECT_TRUE(std::filesystem::is_empty(run / "vm/guest0"));
+  for (const char* name : {"last-error", "problem", "log", "log.1", "lock", "s"})
+    EXPECT_NE(modeOf(run / (std::string("moved/guest0/") + name)), -1) << name;
+  directory.lastErrorDel();
+  directory.problemIs("");
+  socket.remove();
+  for (const char* name : {"last-error", "problem", "s"})
+    EXPECT_EQ(modeOf(run / (std::string("moved/guest0/") + name)), -1) << name;
 }
 
 TEST(VmDirectory, IsOfTheRunDirectorysGroup) {
@@ -102,7 +163,7 @@ TEST(VmDirectory, KeepsTheLastErrorOfARun) {
   directory.lastErrorIs("no disk");
   directory.lastErrorIs("no memory");
   EXPECT_EQ(contentOf(run / "vm/guest0/last-error"), "no memory\n");
-  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), 0660);
+  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), 0640);
   directory.lastErrorDel();
   EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), -1);
 }
@@ -120,6 +181,14 @@ TEST(VmLock, HasOneKeeper) {
   EXPECT_FALSE(lock.takeKeeping());
   EXPECT_EQ(lock.keeper(), other.pid());
   EXPECT_FALSE(lock.takeVm());
+}
+
+TEST(VmLock, CanBeOpenedByNobodyElseWhateverItsModeWas) {
+  const TestFolder run;
+  std::ofstream(run / "lock") << "";
+  ASSERT_EQ(chmod((run / "lock").c_str(), 0660), 0);
+  const VmLock lock(run / "lock");
+  EXPECT_EQ(modeOf(run / "lock"), 0600);
 }
 
 TEST(VmLock, IsFreeOnceItsHolderIsKilled) {
@@ -186,10 +255,18 @@ TEST(BoundedLog, NeverGrowsBeyondItsBound) {
   EXPECT_EQ(contentOf(folder / "log.1").size(), 10U);
 }
 
+TEST(BoundedLog, NeverGrowsBeyondItsBoundThoughTheOlderCannotBeReplaced) {
+  const TestFolder folder;
+  std::filesystem::create_directories(folder / "log.1/full");
+  BoundedLog log(folder / "log", 10);
+  log.write(std::string(95, 'x'));
+  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
+}
+
 TEST(BoundedLog, GoesOnWhereTheRunBeforeEnded) {
   const TestFolder folder;
   BoundedLog(folder / "log", 10).write("123456");
-  EXPECT_EQ(modeOf(folder / "log"), 0660);
+  EXPECT_EQ(modeOf(folder / "log"), 0640);
   BoundedLog log(folder / "log", 10);
   log.write("7");
   EXPECT_EQ(contentOf(folder / "log"), "1234567");

@@ -78,7 +78,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
       directory_(directory),
       lock_(lock),
       socket_(std::move(socket)),
-      log_(directory.file("shim.log"), logSize),
+      log_(directory.place("shim.log"), logSize),
       daemonPid_(parent.pid()),
       daemon_(parent.process()),
       succession_(static_cast<bool>(daemon_)) {
@@ -87,7 +87,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
   if (!signals_) throw failureOf("signals cannot be read");
   directory_.problemIs("");
   control_ = std::make_unique<ControlServer>(
-      directory_.file("shim.sock"),
+      directory_.place("shim.sock"),
       ControlServer::Answers{
           [this] {
             return control::greetingLine({control::protocol, name_, getpid(), pid_, state()});
@@ -106,8 +106,8 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   auto [reading, writing] = outputPipe();
   output_ = std::move(reading);
   qemu_ = std::make_unique<Wire>(std::move(monitor), longestSaying);
-  console_ = std::make_unique<Console>(std::move(serial), directory_.file("console.log"),
-                                       directory_.file("console.sock"));
+  console_ = std::make_unique<Console>(std::move(serial), directory_.place("console.log"),
+                                       directory_.place("console.sock"));
   RelaySetup setup;
   for (const Card& card : line.cards) setup.cards.push_back(card.id);
   setup.fileNames = {{"serial0", "pty:" + console_->terminal()},

@@ -17,16 +17,26 @@ namespace {
 constexpr mode_t outsidersMask = 0117;
 constexpr int mostWaiting = 16;
 
-void removeStale(const std::string& path, const std::string& what) {
+bool isThere(const Place& place, struct stat& found) {
+  return fstatat(place.directory, place.name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+void removeStale(const Place& place, const std::string& what) {
   struct stat found {};
-  if (lstat(path.c_str(), &found) != 0) return;
+  if (!isThere(place, found)) return;
   if (!S_ISSOCK(found.st_mode))
-    throw Failure(what + " path " + path + " is taken by what is no socket: remove it");
-  (void)unlink(path.c_str());
+    throw Failure(what + " path " + place.path + " is taken by what is no socket: remove it");
+  (void)unlinkat(place.directory, place.name.c_str(), 0);
+}
+
+// A socket's address is a path. This one leads through the open directory.
+std::string addressOf(const Place& place) {
+  if (place.directory == AT_FDCWD) return place.name;
+  return "/proc/self/fd/" + std::to_string(place.directory) + "/" + place.name;
 }
 
 // The path must fit.
-sockaddr_un addressOf(const std::string& path) {
+sockaddr_un addressFrom(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
@@ -37,20 +47,21 @@ bool fits(const std::string& path) { return path.size() < sizeof sockaddr_un{}.s
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(std::string path, const std::string& what)
-    : path_(std::move(path)),
+ListeningSocket::ListeningSocket(Place place, const std::string& what)
+    : place_(std::move(place)),
       socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-  if (!fits(path_))
-    throw Failure(what + " path " + path_ + " is too long: it must have at most " +
+  // By which others connect.
+  if (!fits(place_.path))
+    throw Failure(what + " path " + place_.path + " is too long: it must have at most " +
                   std::to_string(sizeof sockaddr_un{}.sun_path - 1) + " characters");
-  const sockaddr_un address = addressOf(path_);
-  removeStale(path_, what);
+  const sockaddr_un address = addressFrom(addressOf(place_));
+  removeStale(place_, what);
   const mode_t before = umask(outsidersMask);
   const bool bound = socket_ && bind(socket_.number(), reinterpret_cast<const sockaddr*>(&address),
                                      sizeof address) == 0;
   umask(before);
-  if (!bound || listen(socket_.number(), mostWaiting) != 0 || lstat(path_.c_str(), &own_) != 0)
-    throw failureOf(what + " socket " + path_ + " could not be made");
+  if (!bound || listen(socket_.number(), mostWaiting) != 0 || !isThere(place_, own_))
+    throw failureOf(what + " socket " + place_.path + " could not be made");
 }
 
 Descriptor ListeningSocket::accept() const {
@@ -59,15 +70,14 @@ Descriptor ListeningSocket::accept() const {
 
 void ListeningSocket::remove() const {
   struct stat found {};
-  if (lstat(path_.c_str(), &found) == 0 && found.st_dev == own_.st_dev &&
-      found.st_ino == own_.st_ino)
-    (void)unlink(path_.c_str());
+  if (isThere(place_, found) && found.st_dev == own_.st_dev && found.st_ino == own_.st_ino)
+    (void)unlinkat(place_.directory, place_.name.c_str(), 0);
 }
 
 Descriptor connectionTo(const std::string& path) {
   Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!connection || !fits(path)) return Descriptor();
-  const sockaddr_un address = addressOf(path);
+  const sockaddr_un address = addressFrom(path);
   if (connect(connection.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
       0)
     return Descriptor();

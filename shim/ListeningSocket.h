@@ -6,26 +6,27 @@
 #include <string>
 
 #include "shim/Descriptor.h"
+#include "shim/Place.h"
 
 namespace shim {
 
 // Listens from its construction on; throws Failure, which names the path as that of `what`. What an
-// earlier run left at the path goes. Users of our group may connect, and nobody else.
+// earlier run left there goes. Users of our group may connect, and nobody else.
 class ListeningSocket {
  public:
-  ListeningSocket(std::string path, const std::string& what);
+  ListeningSocket(Place place, const std::string& what);
   ListeningSocket(const ListeningSocket&) = delete;
   ~ListeningSocket() { remove(); }
 
-  const std::string& path() const { return path_; }
+  const std::string& path() const { return place_.path; }
   int number() const { return socket_.number(); }
   // A connection that does not block; none when nobody waits any more.
   Descriptor accept() const;
-  // Removes the path, unless it is another's by now.
+  // Removes it from there, unless another's stands there by now.
   void remove() const;
 
  private:
-  const std::string path_;
+  const Place place_;
   Descriptor socket_;
   struct stat own_ {};
 };

@@ -113,7 +113,7 @@ void meetAgent(const std::string& path) {
 int keepGuest(const Environment& environment, const CommandLine& line, const std::string& argv0,
               const VmDirectory& directory, const std::vector<int>& inherited) {
   const Parent parent(inherited);
-  VmLock lock(directory.file("lock"));
+  VmLock lock(directory.place("lock"));
   try {
     if (takeKeeping(line, directory, lock, inherited, parent) == Keeping::toldToEnd)
       return EXIT_SUCCESS;

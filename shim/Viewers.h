@@ -29,7 +29,7 @@ class Viewers {
   static constexpr size_t mostBehind = 256 * 1024;
 
   // Throws Failure.
-  explicit Viewers(const std::string& path) : socket_(path, "console") {}
+  explicit Viewers(Place socket) : socket_(std::move(socket), "console") {}
 
   // The guest wrote that.
   void show(std::string_view bytes);

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 
+#include "runtime/base/OwnFile.h"
 #include "shim/Failure.h"
 
 namespace shim {
@@ -14,16 +15,16 @@ namespace shim {
 namespace {
 
 // Setgid: what is made in it is its group's, whatever group we have.
-constexpr mode_t directoryMode = 02770;
-constexpr mode_t fileMode = 0660;
+constexpr mode_t directoryMode = 02750;
+constexpr mode_t fileMode = 0640;
+constexpr mode_t lockMode = 0600;
 
-void makeDirectory(const std::string& path, gid_t group) {
-  if (mkdir(path.c_str(), directoryMode) == 0) {
-    (void)!chown(path.c_str(), static_cast<uid_t>(-1), group);
-    (void)chmod(path.c_str(), directoryMode);  // whatever the umask
-  } else if (errno != EEXIST) {
-    throw failureOf("directory " + path + " could not be made");
-  }
+Descriptor ownDirectory(const Descriptor& in, const char* name, const std::string& path,
+                        gid_t group) {
+  Descriptor made(rt::openOwnDirectory(in.number(), name, directoryMode, group));
+  if (!made && errno == EPERM) throw Failure("directory " + path + " is another user's: remove it");
+  if (!made) throw failureOf("directory " + path + " could not be made");
+  return made;
 }
 
 struct flock keeperRecord(short type) {
@@ -38,39 +39,37 @@ struct flock keeperRecord(short type) {
 
 VmDirectory::VmDirectory(const std::string& runDir, const std::string& name)
     : path_(runDir + "/vm/" + name) {
-  struct stat run {};
-  if (stat(runDir.c_str(), &run) != 0)
+  const Descriptor run(open(runDir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat facts {};
+  if (!run || fstat(run.number(), &facts) != 0)
     throw failureOf("directory " + runDir + " cannot be used: make it, or set VMAGENT_RUN_DIR");
-  makeDirectory(runDir + "/vm", run.st_gid);
-  makeDirectory(path_, run.st_gid);
+  const Descriptor all = ownDirectory(run, "vm", runDir + "/vm", facts.st_gid);
+  directory_ = ownDirectory(all, name.c_str(), path_, facts.st_gid);
 }
 
 void VmDirectory::lineIs(const char* name, const std::string& text) const {
   // A reader finds the whole of it or none.
-  const std::string made = file(name) + ".new";
-  (void)unlink(made.c_str());
-  const Descriptor out(
-      open(made.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, fileMode));
-  if (!out) return;
-  (void)fchmod(out.number(), fileMode);
+  const std::string made = std::string(name) + ".new";
+  const int directory = directory_.number();
+  (void)unlinkat(directory, made.c_str(), 0);
+  const Descriptor out(rt::openOwnFile(directory, made.c_str(), O_WRONLY | O_EXCL, fileMode));
   const std::string line = text + "\n";
-  if (write(out.number(), line.data(), line.size()) == static_cast<ssize_t>(line.size()))
-    (void)rename(made.c_str(), file(name).c_str());
+  if (out && write(out.number(), line.data(), line.size()) == static_cast<ssize_t>(line.size()))
+    (void)renameat(directory, made.c_str(), directory, name);
 }
 
 void VmDirectory::problemIs(const std::string& text) const {
   if (text.empty())
-    (void)unlink(file("problem").c_str());
+    (void)unlinkat(directory_.number(), "problem", 0);
   else
     lineIs("problem", text);
 }
 
-void VmDirectory::lastErrorDel() const { (void)unlink(file("last-error").c_str()); }
+void VmDirectory::lastErrorDel() const { (void)unlinkat(directory_.number(), "last-error", 0); }
 
-VmLock::VmLock(const std::string& path)
-    : file_(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, fileMode)) {
-  if (!file_) throw failureOf("lock file " + path + " could not be opened");
-  (void)fchmod(file_.number(), fileMode);
+VmLock::VmLock(const Place& place)
+    : file_(rt::openOwnFile(place.directory, place.name.c_str(), O_RDWR, lockMode)) {
+  if (!file_) throw failureOf("lock file " + place.path + " could not be opened");
 }
 
 bool VmLock::takeKeeping() {

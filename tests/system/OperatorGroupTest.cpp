@@ -13,9 +13,11 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 #include "tests/system/GuestWorld.h"
@@ -62,14 +64,18 @@ int statusOf(pid_t child) {
   return WIFEXITED(wait) ? WEXITSTATUS(wait) : -WTERMSIG(wait);
 }
 
-// The error that somebody gets who opens the file to read it; 0 for none.
-int openedAs(Membership membership, const std::string& file) {
+// The error that somebody gets who does that, whose result is below 0 then; else 0.
+int errorOf(Membership membership, const std::function<int()>& act) {
   const pid_t child = fork();
   if (child == 0) {
     dropPrivileges(membership);
-    _exit(open(file.c_str(), O_RDONLY | O_NONBLOCK) < 0 ? errno : 0);
+    _exit(act() < 0 ? errno : 0);
   }
   return statusOf(child);
+}
+
+int errorOfOpening(Membership membership, const std::string& file, int flags = O_RDONLY) {
+  return errorOf(membership, [&] { return open(file.c_str(), flags | O_NONBLOCK); });
 }
 
 // A person at a terminal.
@@ -163,6 +169,13 @@ class OperatorsGroup : public testing::Test {
     ASSERT_TRUE(world.saysOnConsole("web1", "READY")) << world.log();
     ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", "pty:"); })) << world.log();
   }
+  // What a file's mode should be: a guest's are only read, and its sockets connected to.
+  mode_t modeOf(const std::string& path, mode_t kind) const {
+    const bool isGuests = path == world.runDir + "/vm" || path.starts_with(world.runDir + "/vm/");
+    if (S_ISDIR(kind)) return isGuests ? 02750 : 02770;
+    if (path.ends_with("/vmagentd.lock") || path.ends_with("/web1/lock")) return 0600;
+    return isGuests && S_ISREG(kind) ? 0640 : 0660;
+  }
   std::string ptyOfGuest() const {
     const std::string row = world.row("vmStatus", "web1");
     const size_t at = row.find("/dev/pts/");
@@ -237,11 +250,44 @@ TEST_F(OperatorsGroup, CannotHoldTheDaemonsLocksAndSeesThatItRuns) {
   for (const Membership each : {Membership::member, Membership::outsider})
     for (const std::string& lock :
          {world.runDir + "/vmagentd.lock", std::string("/var/run/vmagentd.lock")})
-      EXPECT_EQ(openedAs(each, lock), EACCES) << lock;
+      EXPECT_EQ(errorOfOpening(each, lock), EACCES) << lock;
   const std::string absence = "vmagentd is not running";
   EXPECT_THAT(vmctl(Membership::member, {"list"}).err, Not(HasSubstr(absence)));
   world.end(SIGTERM);
   EXPECT_THAT(vmctl(Membership::member, {"list"}).err, HasSubstr(absence));
+}
+
+TEST_F(OperatorsGroup, MayReadTheGuestsFilesAndChangeNothingThere) {
+  runGuest();
+  const std::string guests = world.runDir + "/vm";
+  const std::string guest = guests + "/web1";
+  for (const char* name : {"console.log", "shim.log"}) {
+    EXPECT_EQ(errorOfOpening(Membership::member, guest + "/" + name), 0) << name;
+    EXPECT_EQ(errorOfOpening(Membership::member, guest + "/" + name, O_WRONLY), EACCES) << name;
+  }
+  EXPECT_EQ(errorOfOpening(Membership::member, guest + "/lock"), EACCES);
+  for (const std::string& directory : {guests, guest}) {
+    const std::string made = directory + "/made";
+    EXPECT_EQ(errorOf(Membership::member, [&] { return mkfifo(made.c_str(), 0666); }), EACCES);
+    EXPECT_EQ(errorOf(Membership::member, [&] { return symlink("/", made.c_str()); }), EACCES);
+  }
+  const std::string elsewhere = world.runDir + "/elsewhere";
+  const std::string log = guest + "/shim.log";
+  EXPECT_EQ(errorOf(Membership::member, [&] { return rename(guest.c_str(), elsewhere.c_str()); }),
+            EACCES);
+  EXPECT_EQ(errorOf(Membership::member, [&] { return unlink(log.c_str()); }), EACCES);
+}
+
+// By the group's own doing, or a slip of one of its members.
+TEST_F(OperatorsGroup, HasTheDaemonServeItWhateverStandsBesideTheDatabases) {
+  runGuest();
+  for (const std::string& bell :
+       {world.stateDir + "/config.db-bell", world.runDir + "/status.db-bell"})
+    EXPECT_EQ(errorOf(Membership::member,
+                      [&] { return unlink(bell.c_str()) | mkfifo(bell.c_str(), 0660); }),
+              0);
+  const Ended ended = vmctl(Membership::member, {"disable", "web1", "--wait", "--timeout", "20"});
+  EXPECT_EQ(ended.status, 0) << ended.err << world.log();
 }
 
 TEST_F(OperatorsGroup, HasAllFilesAndNobodyElseHasAny) {
@@ -256,9 +302,7 @@ TEST_F(OperatorsGroup, HasAllFilesAndNobodyElseHasAny) {
     struct stat status {};
     ASSERT_EQ(lstat(path.c_str(), &status), 0) << path;
     EXPECT_EQ(status.st_gid, operators) << path;
-    const bool isLock = fs::path(path).filename() == "vmagentd.lock";
-    const mode_t mode = S_ISDIR(status.st_mode) ? 02770 : isLock ? 0600 : 0660;
-    EXPECT_EQ(status.st_mode & 07777U, mode) << path;
+    EXPECT_EQ(status.st_mode & 07777U, modeOf(path, status.st_mode)) << path;
   }
 }
 

@@ -154,7 +154,7 @@ TEST_F(ShimStop, LeavesProblemsInAFileUntilTheyAreSolved) {
   EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGSTOP));
   agent.ask(fakes::queryStatus);
   EXPECT_TRUE(comesToHold(file("problem"), "QEMU does not answer\n"));
-  EXPECT_EQ(modeOf(file("problem")), 0660);
+  EXPECT_EQ(modeOf(file("problem")), 0640);
   EXPECT_TRUE(fakes::signalProcess(shim->qemu(), SIGCONT));
   agent.ask(fakes::queryStatus);
   LineClient host(file("shim.sock"));

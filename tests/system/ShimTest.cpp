@@ -80,9 +80,12 @@ TEST_F(Shim, KeepsItsFilesFromOthers) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  for (const char* const name : {"lock", "console.log", "shim.log"})
+  EXPECT_EQ(modeOf(file("lock")), 0600);
+  for (const char* const name : {"console.log", "shim.log"})
+    EXPECT_EQ(modeOf(file(name)), 0640) << name;
+  for (const char* const name : {"console.sock", "shim.sock"})
     EXPECT_EQ(modeOf(file(name)), 0660) << name;
-  EXPECT_EQ(modeOf(folder / "vm/guest0"), 02770);
+  EXPECT_EQ(modeOf(folder / "vm/guest0"), 02750);
   EXPECT_EQ(modeOf(monitor()), 0660);
 }
 
