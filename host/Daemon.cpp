@@ -1,6 +1,5 @@
 #include "host/Daemon.h"
 
-#include <grp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +26,7 @@
 #include "host/network/FdbStatus.h"
 #include "host/network/Janitor.h"
 #include "host/network/KernelLinks.h"
+#include "host/service/Directories.h"
 #include "host/service/Heartbeat.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/Signals.h"
@@ -52,33 +52,6 @@ uint64_t timeOfDay() {
   return static_cast<uint64_t>(
       std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
           .count());
-}
-
-// A group of this machine. From its file: the C library's look-up would load libraries for the
-// groups of networks, and keep them.
-std::optional<gid_t> groupOf(std::string_view name) {
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/group", "re"), std::fclose);
-  while (file) {
-    const group* const entry = fgetgrent(file.get());  // NOLINT(concurrency-mt-unsafe): no threads
-    if (!entry) break;
-    if (name == entry->gr_name) return entry->gr_gid;
-  }
-  return std::nullopt;
-}
-
-// Makes the directory unless it is there, for the group if there is one.
-void makeDirectory(const rt::String& path, std::optional<gid_t> group) {
-  if (mkdir(path.charPtr(), 02770) != 0) {
-    if (errno == EEXIST) return;
-    throw rt::Exception("the directory " + path + " cannot be made: " + std::strerror(errno));
-  }
-  if (group) (void)!chown(path.charPtr(), static_cast<uid_t>(-1), *group);
-  chmod(path.charPtr(), 02770);
-}
-
-std::optional<gid_t> ownerGroupOf(const rt::String& path) {
-  struct stat facts {};
-  return stat(path.charPtr(), &facts) == 0 ? std::optional(facts.st_gid) : std::nullopt;
 }
 
 // The locks of one daemon a run directory, and one agent a directory of monitors; and what shows
@@ -271,7 +244,7 @@ void Daemon::Parts::startFeeds() {
                   .imageProblem = imageProblemOf,
                   .lastError =
                       [this](const rt::String& vm) {
-                        return firstLine(vmsDirectory() + "/" + vm + "/last-error");
+                        return firstLine(vmsDirectory() + "/" + vm, "last-error");
                       },
                   .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
@@ -292,7 +265,6 @@ void Daemon::Parts::startFeeds() {
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
   endOrphans();
   if (hasShim()) {
-    makeDirectory(vmsDirectory(), ownerGroupOf(options_.runDir));
     guestProblems_ = rt::make<GuestProblems>(
         vmsDirectory(), [this](const rt::String& vm, const rt::String& problem) {
           supervisor_->guestProblemIs(vm, problem);
@@ -403,8 +375,9 @@ void Daemon::Parts::run(const std::function<bool()>& tellReady) {
 
 Daemon::Daemon(const Options& options, TraceLog& traces, PrepareStart prepareStart) {
   const auto operators = groupOf("vmagent");
-  makeDirectory(options.stateDir, operators);
-  makeDirectory(options.runDir, operators);
+  makeSharedDirectory(options.stateDir, operators);
+  makeSharedDirectory(options.runDir, operators);
+  if (options.shim != "off") makeGuestsDirectory(options.runDir);
   parts_ = std::make_unique<Parts>(options, traces, std::move(prepareStart));
 }
 

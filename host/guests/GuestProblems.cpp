@@ -48,7 +48,7 @@ void GuestProblems::lookAtAll() {
 void GuestProblems::follow(const rt::String& vm) {
   const rt::String path = directory_ + "/" + vm;
   const int watch = inotify_add_watch(events_->descriptor(), path.charPtr(),
-                                      IN_MOVED_TO | IN_DELETE | IN_ONLYDIR);
+                                      IN_MOVED_TO | IN_DELETE | IN_ONLYDIR | IN_DONT_FOLLOW);
   if (watch >= 0) {
     vms_[watch] = vm;
   } else if (errno != ENOTDIR && errno != ENOENT && !complained_) {
@@ -60,7 +60,7 @@ void GuestProblems::follow(const rt::String& vm) {
 }
 
 void GuestProblems::tell(const rt::String& vm) {
-  sink_(vm, firstLine(directory_ + "/" + vm + "/" + fileName));
+  sink_(vm, firstLine(directory_ + "/" + vm, fileName));
 }
 
 void GuestProblems::handleEvents() {
