@@ -16,6 +16,14 @@ void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
   context.printJson(json + "]}");
 }
 
+// The socket that the guest's screen is on now; empty for none.
+rt::String screenOf(Context& context, const VmRow& row) {
+  const rt::String path = context.directories().run + "/vm/" + row.name + "/vnc.sock";
+  const bool isThere = row.process.pid != 0 &&
+                       context.world().machine.accessError(path, Machine::Access::exists) == 0;
+  return isThere ? path : rt::String();
+}
+
 }  // namespace
 
 Exit listVms(Context& context, const Arguments&) {
@@ -45,7 +53,7 @@ Exit showVm(Context& context, const Arguments& arguments) {
   else if (context.format() == Format::name)
     context.world().out << visible(row.name) << '\n';
   else
-    context.world().out << vmText(row, presentInterfaces(context));
+    context.world().out << vmText(row, presentInterfaces(context), screenOf(context, row));
   return Exit::done;
 }
 

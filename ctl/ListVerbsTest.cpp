@@ -237,7 +237,7 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
                     "Process:  running, pid 4711\n"
                     "Console:  /dev/pts/4\n"
                     "Memory:   256 MiB\n"
-                    "Display:  VNC, port 5901\n"
+                    "Display:  VNC, /run/vmagent/vm/web1/vnc.sock\n"
                     "Disk:     /images/web.iso\n"
                     "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT\n"
                     "        nic00  e1000  52:54:00:12:34:56  Vlan100    no\n"
@@ -257,6 +257,17 @@ TEST_F(ShowVerb, TellsOfEachCardWhetherItsInterfaceIsThere) {
                         "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"));
   daemonRuns_ = false;
   EXPECT_THAT(vmctl("show web1").out, HasSubstr("Vlan100    -\n"));
+}
+
+TEST_F(ShowVerb, TellsWhereTheGuestsScreenIs) {
+  putThree();
+  machine_.accessErrors["/run/vmagent/vm/web1/vnc.sock"] = ENOENT;
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Display:  VNC, port 5901\n"));
+  put("vmProcess", "web1", R"({"process":"none","pid":0})");
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Display:  VNC, vncPort 5901\n"));
+  machine_.accessErrors.clear();
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Display:  VNC, vncPort 5901\n"))
+      << "a socket that was left";
 }
 
 TEST_F(ShowVerb, TellsWhatIsNotSo) {

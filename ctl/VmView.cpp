@@ -71,10 +71,19 @@ class Facts {
   rt::String text_;
 };
 
-void addConfig(Facts& facts, const Vm::VmConfig& vm,
-               const std::optional<std::set<rt::String>>& present) {
+// Where to look at the guest's screen; the port counts only where the guest has no socket.
+rt::String displayOf(const VmRow& row, const rt::String& screen) {
+  const uint32_t port = row.config->vncPort();
+  if (!screen.empty()) return "VNC, " + screen;
+  if (port == 0) return {};
+  return (row.process.pid == 0 ? "VNC, vncPort " : "VNC, port ") + rt::toText(port);
+}
+
+void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::String>>& present,
+               const rt::String& screen) {
+  const Vm::VmConfig& vm = *row.config;
   facts.add("Memory:", rt::toText(vm.memory()) + " MiB");
-  facts.add("Display:", vm.vncPort() == 0 ? "" : "VNC, port " + rt::toText(vm.vncPort()));
+  facts.add("Display:", displayOf(row, screen));
   facts.add("Disk:", vm.diskImage());
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
   Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
@@ -125,7 +134,8 @@ std::vector<Cell> vmCells(const VmRow& row, Format format) {
   return cells;
 }
 
-rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present) {
+rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
+                  const rt::String& screen) {
   Facts facts;
   facts.add("Name:", row.name);
   facts.add("Enabled:", wantedOf(row));
@@ -134,7 +144,7 @@ rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& p
   facts.add("Process:", process.pid == 0 ? process.process
                                          : process.process + ", pid " + rt::toText(process.pid));
   facts.add("Console:", row.status ? row.status->consolePtyPath() : "");
-  if (row.config) addConfig(facts, *row.config, present);
+  if (row.config) addConfig(facts, row, present, screen);
   if (row.status && !row.status->cmdStatusStr().empty())
     facts.add("Monitor:", row.status->cmdStatusStr());
   if (row.problem) {

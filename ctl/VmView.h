@@ -13,7 +13,9 @@ rt::String vmJson(const VmRow& row);
 // The headers only, and a row for it.
 Table vmTable(Format format);
 std::vector<Cell> vmCells(const VmRow& row, Format format);
-// One VM, a fact a line. `present`: the interfaces that are there, if that is known.
-rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present);
+// One VM, a fact a line. `present`: the interfaces that are there, if that is known; `screen`: the
+// socket that the guest's screen is on, empty for none.
+rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
+                  const rt::String& screen);
 
 }  // namespace ctl

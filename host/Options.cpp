@@ -24,7 +24,7 @@ constexpr const char* help =
     "  --trace LEVELS       none, all, or levels such as 1,2,7 (1,2; VMAGENT_TRACE)\n"
     "  --shim auto|off|PATH what stands between the agent and QEMU (auto: the one installed)\n"
     "  --accel auto|kvm|tcg how guests are run (auto: kvm where it works)\n"
-    "  --vnc-listen ADDR    the address of the guests' screens (127.0.0.1)\n"
+    "  --vnc-listen ADDR    serve the guests' screens at an address (on sockets in DIR/vm/NAME)\n"
     "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"

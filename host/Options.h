@@ -18,7 +18,7 @@ struct Options {
   rt::String shim = "auto";
   // For the shims.
   rt::String accel = "auto";
-  rt::String vncListen = "127.0.0.1";
+  rt::String vncListen;           // empty: screens are on sockets of the group's
   rt::String stopTimeout = "15";  // seconds
   rt::String bridge;              // that static MAC entries are applied to; empty: to none
 };

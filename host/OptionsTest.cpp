@@ -43,7 +43,7 @@ TEST(Options, HaveDefaults) {
   EXPECT_EQ(options.traceLevels, 1U << 1 | 1U << 2);
   EXPECT_EQ(options.shim, "auto");
   EXPECT_EQ(options.accel, "auto");
-  EXPECT_EQ(options.vncListen, "127.0.0.1");
+  EXPECT_EQ(options.vncListen, "");
   EXPECT_EQ(options.stopTimeout, "15");
 }
 

@@ -93,11 +93,20 @@ std::string bracketed(const std::string& address) {
   return bare ? "[" + address + "]" : address;
 }
 
-// "HOST:DISPLAY…" with another host; what is no such thing ("none", "unix:PATH") stays.
+// Where in "HOST:DISPLAY…" the colon is; npos for what is no such thing ("none", "unix:PATH").
+size_t colonOf(std::string_view display) {
+  return display.starts_with("unix:") ? std::string_view::npos
+                                      : display.substr(0, display.find(',')).rfind(':');
+}
+
+// "HOST:DISPLAY…" with another host, or without any, when there is a screen that nobody is served
+// but who is brought; what is no such thing stays.
 std::string listeningOn(const std::string& address, std::string_view value) {
-  const size_t colon = value.substr(0, value.find(',')).rfind(':');
-  if (colon == std::string_view::npos || value.starts_with("unix:")) return std::string(value);
-  return bracketed(address) + std::string(value.substr(colon));
+  const size_t colon = colonOf(value);
+  if (colon == std::string_view::npos) return std::string(value);
+  if (!address.empty()) return bracketed(address) + std::string(value.substr(colon));
+  const size_t comma = value.find(',');
+  return "none" + std::string(comma == std::string_view::npos ? "" : value.substr(comma));
 }
 
 std::string nameRight(std::string_view name) {
@@ -208,6 +217,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
     if (option.name == "-drive" && isDriveWithoutFormat(value))
       line.images.push_back(*property(value, "file"));
     if (isCard) line.cards.push_back(cardFrom(value));
+    if (option.name == "-vnc") line.hasScreen = colonOf(value) != std::string_view::npos;
   }
   requireSound(line);
   return line;

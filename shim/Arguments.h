@@ -22,8 +22,9 @@ enum class Acceleration { automatic, kvm, tcg };
 
 struct Policy {
   Acceleration acceleration = Acceleration::automatic;
-  // Where the guest's screen is served: an address, of IPv6 with or without its brackets.
-  std::string vncListen = "127.0.0.1";
+  // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
+  // at none, and whoever is to see it is given to QEMU.
+  std::string vncListen;
 };
 
 struct Facts {
@@ -57,6 +58,7 @@ struct CommandLine {
   std::string monitorPath;
   std::vector<std::string> images;  // the paths of the disk images without a format
   std::vector<Card> cards;          // those without a backend; the index is their hub
+  bool hasScreen = false;           // one that is served at an address
   // All the rest, by what an operator knows it as.
   std::map<std::string, std::string> settings;
 };

@@ -157,12 +157,32 @@ TEST(Arguments, OfACardWithABackendStay) {
 
 TEST(Arguments, WithoutAScreenStay) { EXPECT_EQ(rewrittenTail("-nographic"), "-nographic"); }
 
+TEST(Arguments, ServeEachScreenNowhere) {
+  for (int display = 0; display <= 10; ++display)
+    EXPECT_THAT(rewritten(agentLine("-vnc 0.0.0.0:" + std::to_string(display))),
+                HasSubstr(" -vnc none -device cirrus-vga "));
+  EXPECT_EQ(rewrittenTail("-vnc 0.0.0.0:3,lossy=on"), "-vnc none,lossy=on");
+}
+
 TEST(Arguments, ServeEachScreenWhereThePolicySays) {
+  Policy policy;
+  policy.vncListen = "127.0.0.1";
   for (int display = 0; display <= 10; ++display) {
     const std::string number = std::to_string(display);
-    EXPECT_THAT(rewritten(agentLine("-vnc 0.0.0.0:" + number)),
+    EXPECT_THAT(rewritten(agentLine("-vnc 0.0.0.0:" + number), {}, policy),
                 HasSubstr(" -vnc 127.0.0.1:" + number + " -device cirrus-vga "));
   }
+}
+
+TEST(Arguments, TellOfAScreen) {
+  const auto hasScreen = [](const std::string& display) {
+    return readCommandLine(words(agentLine(display))).hasScreen;
+  };
+  EXPECT_TRUE(hasScreen("-vnc 0.0.0.0:3"));
+  EXPECT_TRUE(hasScreen("-vnc [::1]:3,lossy=on"));
+  EXPECT_FALSE(hasScreen("-nographic"));
+  EXPECT_FALSE(hasScreen("-vnc none"));
+  EXPECT_FALSE(hasScreen("-vnc unix:/tmp/v"));
 }
 
 TEST(Arguments, ServeTheScreenAtAnAddressOfIpv6InBrackets) {

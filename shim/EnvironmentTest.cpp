@@ -38,7 +38,7 @@ TEST(Environment, HasDefaults) {
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
     EXPECT_EQ(found.runDir, "/run/vmagent");
     EXPECT_EQ(found.policy.acceleration, Acceleration::automatic);
-    EXPECT_EQ(found.policy.vncListen, "127.0.0.1");
+    EXPECT_EQ(found.policy.vncListen, "");
     EXPECT_EQ(found.stopTimeout, seconds(15));
   }
 }

@@ -108,6 +108,10 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   qemu_ = std::make_unique<Wire>(std::move(monitor), longestSaying);
   console_ = std::make_unique<Console>(std::move(serial), directory_.place("console.log"),
                                        directory_.place("console.sock"));
+  // One of an earlier run would show a screen that is served elsewhere.
+  directory_.fileDel("vnc.sock");
+  if (line.hasScreen && environment.policy.vncListen.empty())
+    screen_ = std::make_unique<ListeningSocket>(directory_.place("vnc.sock"), "screen");
   RelaySetup setup;
   for (const Card& card : line.cards) setup.cards.push_back(card.id);
   setup.fileNames = {{"serial0", "pty:" + console_->terminal()},
@@ -164,6 +168,7 @@ std::vector<pollfd> Keeper::polled() {
   waiting.push_back(entry(signals_.number(), POLLIN));
   waiting.push_back(entry(output_.number(), POLLIN));
   waiting.push_back(entry(succession_.mayBeTakenOver() ? -1 : daemon_.number(), POLLIN));
+  waiting.push_back(entry(screen_ && relay_->takesViewer() ? screen_->number() : -1, POLLIN));
   console_->addTo(waiting);
   controlPlace_ = waiting.size();
   control_->addTo(waiting);
@@ -179,7 +184,7 @@ int Keeper::timeout() const {
 }
 
 void Keeper::handle(const std::vector<pollfd>& polled) {
-  const auto came = [&](Place place) { return polled[place].revents != 0; };
+  const auto came = [&](Entry entry) { return polled[entry].revents != 0; };
   if (came(output)) receiveOutput();
   if (came(qemu)) {
     qemu_->flush();
@@ -190,6 +195,7 @@ void Keeper::handle(const std::vector<pollfd>& polled) {
     receiveFromAgent();
   }
   if (came(listener)) acceptAgent();
+  if (came(screen)) acceptViewer();
   console_->ready(&polled[console]);
   if (came(daemon)) handleDaemonsEnd();
   control_->ready(&polled[controlPlace_]);
@@ -248,6 +254,11 @@ void Keeper::acceptAgent() {
   if (!connection) return;
   agent_ = std::make_unique<Wire>(std::move(connection), longestRequest);
   perform(relay_->agentConnected());
+}
+
+// Whoever may connect to the socket sees the guest's screen and has its keyboard.
+void Keeper::acceptViewer() {
+  if (Descriptor viewer = screen_->accept()) perform(relay_->addViewer(now(), std::move(viewer)));
 }
 
 void Keeper::receiveFromAgent() {

@@ -46,8 +46,8 @@ class Keeper {
   int run();
 
  private:
-  // Places in what is polled: first the busy ones.
-  enum Place : size_t { listener, agent, qemu, signals, output, daemon, console };
+  // Entries in what is polled: first the busy ones.
+  enum Entry : size_t { listener, agent, qemu, signals, output, daemon, screen, console };
 
   void awaitAgent();
   void start(const Environment& environment, const CommandLine& line, const std::string& argv0);
@@ -56,6 +56,7 @@ class Keeper {
   void handle(const std::vector<pollfd>& polled);
   void handleSignals();
   void acceptAgent();
+  void acceptViewer();
   void receiveFromAgent();
   void receiveFromQemu();
   bool receiveOutput();
@@ -88,12 +89,13 @@ class Keeper {
   Descriptor signals_;
   Descriptor output_;
   std::unique_ptr<Console> console_;
+  std::unique_ptr<ListeningSocket> screen_;  // null: there is none, or QEMU serves it itself
   std::unique_ptr<Wire> qemu_;
   std::unique_ptr<Wire> agent_;
   std::unique_ptr<Relay> relay_;
   std::unique_ptr<ControlServer> control_;
   size_t controlPlace_ = 0;  // in what is polled
-  Poller poller_{Place::signals};
+  Poller poller_{Entry::signals};
   StopPlan stop_;
   pid_t daemonPid_;
   Descriptor daemon_;  // its process; none when it was gone before we looked

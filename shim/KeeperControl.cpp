@@ -111,6 +111,7 @@ void Keeper::lookForSuccessor() {
 void Keeper::tellOfEnd() {
   control_->removePath();
   console_->removePath();
+  if (screen_) screen_->remove();
   control_->tellAll(control::endLine(*status_));
   if (!successor_) return;
   pollfd polled{control_->number(*successor_), POLLRDHUP, 0};

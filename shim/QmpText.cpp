@@ -147,6 +147,14 @@ std::string quoted(std::string_view text) {
   return value ? asQemuWrites(value.get()) : "\"\"";
 }
 
+size_t screenViewers(const std::string& servers) {
+  const JsonPtr root(json_loadb(servers.data(), servers.size(), 0, nullptr));
+  size_t viewers = 0;
+  for (size_t i = 0; i < json_array_size(root.get()); ++i)
+    viewers += json_array_size(json_object_get(json_array_get(root.get(), i), "clients"));
+  return viewers;
+}
+
 std::string withFileNames(const std::string& chardevs,
                           const std::map<std::string, std::string>& namesByLabel) {
   const JsonPtr root(json_loadb(chardevs.data(), chardevs.size(), 0, nullptr));

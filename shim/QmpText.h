@@ -45,6 +45,9 @@ std::string returnLine(std::string_view id, std::string_view value = "{}");
 std::string refusalLine(std::string_view id, std::string_view value);
 std::string errorLine(std::string_view id, std::string_view description);
 
+// How many viewers the value of an answer to query-vnc-servers has.
+size_t screenViewers(const std::string& servers);
+
 // `text` as a JSON string. Bytes that are no UTF-8 make it empty.
 std::string quoted(std::string_view text);
 

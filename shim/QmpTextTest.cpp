@@ -103,5 +103,13 @@ TEST(FileNames, ReplaceThoseOfTheirLabels) {
   EXPECT_EQ(withFileNames("{}", {{"a", "x"}}), "{}");
 }
 
+TEST(ScreenViewers, AreCountedOfAllServers) {
+  EXPECT_EQ(screenViewers(R"([{"clients": [{"family": "unix"}, {"family": "ipv4"}], "id": "a"},)"
+                          R"( {"clients": [{"family": "unix"}], "id": "b"}])"),
+            3U);
+  for (const char* none : {"[]", "{}", "x", R"([{"id": "a"}])", R"([{"clients": 7}, 8])"})
+    EXPECT_EQ(screenViewers(none), 0U) << none;
+}
+
 }  // namespace
 }  // namespace shim::qmp

@@ -175,6 +175,8 @@ Actions Relay::qemuSays(Time now, const std::string& text) {
   } else if (saying->kind == Kind::result || saying->kind == Kind::refusal) {
     if (phase_ == Phase::negotiating && saying->id == negotiationId) {
       becomeReady(now);
+    } else if (screen_.isAbout(*saying)) {
+      takeAboutViewer(*saying);
     } else if (isAnswer(*saying)) {
       takeAnswer(now, *saying);
     } else if (!saying->id) {
@@ -290,6 +292,8 @@ Actions Relay::timePassed(Time now) {
     answerInsteadOfQemu(flight_->command);
   }
   expireQueue(now);
+  if (screen_.timePassed(now))
+    out_.log.push_back("QEMU does not answer for one who wants to see the guest's screen");
   return taken();
 }
 
@@ -314,6 +318,7 @@ std::optional<Time> Relay::deadline() const {
   if (flight_ && !flight_->late) consider(flightDeadline());
   for (const Command& command : queue_.commands())
     if (command.awaited) consider(command.deadline);
+  if (const auto screen = screen_.deadline()) consider(*screen);
   return first;
 }
 
@@ -325,6 +330,18 @@ Actions Relay::powerDown() { return tellQemu("system_powerdown"); }
 Actions Relay::tellQemu(const char* execute) {
   out_.toQemu.push_back({qmp::requestLine(execute, "", nextId_++), {}});
   return taken();
+}
+
+Actions Relay::addViewer(Time now, Descriptor viewer) {
+  out_.toQemu.push_back(screen_.begin(now, std::move(viewer), nextId_));
+  return taken();
+}
+
+void Relay::takeAboutViewer(const qmp::Saying& saying) {
+  std::string log;
+  for (Message& request : screen_.take(saying, nextId_, log))
+    out_.toQemu.push_back(std::move(request));
+  if (!log.empty()) out_.log.push_back(std::move(log));
 }
 
 void Relay::toAgent(const std::string& line) {

@@ -13,6 +13,7 @@
 #include "shim/Cards.h"
 #include "shim/CommandQueue.h"
 #include "shim/QmpStream.h"
+#include "shim/ScreenDoor.h"
 #include "shim/Time.h"
 
 namespace shim {
@@ -79,6 +80,10 @@ class Relay {
   Actions quit();
   // Presses the guest's power button, whatever else waits.
   Actions powerDown();
+  // Whether one more who wants to see the guest's screen can be taken now. He is given to QEMU, or
+  // goes.
+  bool takesViewer() const { return isReady() && !screen_.isBusy(); }
+  Actions addViewer(Time now, Descriptor viewer);
   // Whether QEMU was told to let the guest run.
   bool guestHasRun() const { return guestHasRun_; }
   bool hasAgent() const { return connected_; }
@@ -117,6 +122,7 @@ class Relay {
   Actions tellQemu(const char* execute);
   void toAgent(const std::string& line);
   void noteRubbish(const std::string& what);
+  void takeAboutViewer(const qmp::Saying& saying);
   Actions taken() { return std::exchange(out_, {}); }
 
   const Time start_;
@@ -128,6 +134,7 @@ class Relay {
   std::string greeting_;
   std::optional<Time> closedAt_;
   uint64_t nextId_ = 1;
+  ScreenDoor screen_;
   Cards cards_;
   CommandQueue queue_;
   std::optional<Flight> flight_;

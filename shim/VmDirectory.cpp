@@ -60,12 +60,12 @@ void VmDirectory::lineIs(const char* name, const std::string& text) const {
 
 void VmDirectory::problemIs(const std::string& text) const {
   if (text.empty())
-    (void)unlinkat(directory_.number(), "problem", 0);
+    fileDel("problem");
   else
     lineIs("problem", text);
 }
 
-void VmDirectory::lastErrorDel() const { (void)unlinkat(directory_.number(), "last-error", 0); }
+void VmDirectory::fileDel(const char* name) const { (void)unlinkat(directory_.number(), name, 0); }
 
 VmLock::VmLock(const Place& place)
     : file_(rt::openOwnFile(place.directory, place.name.c_str(), O_RDWR, lockMode)) {

@@ -24,9 +24,10 @@ class VmDirectory {
 
   // The last word of a run that went wrong. A new run begins without.
   void lastErrorIs(const std::string& text) const { lineIs("last-error", text); }
-  void lastErrorDel() const;
+  void lastErrorDel() const { fileDel("last-error"); }
   // What is wrong with a guest that runs, on one line; without text: nothing is.
   void problemIs(const std::string& text) const;
+  void fileDel(const char* name) const;
 
  private:
   void lineIs(const char* name, const std::string& text) const;

@@ -49,8 +49,9 @@ bool shimIsThere(const rt::String& runDir, const rt::String& vm) {
 }
 
 void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
-  const rt::String paths[] = {socketOf(runDir, vm), runDir + "/vm/" + vm + "/console.sock",
-                              "/var/run/" + vm + ".monitor"};
+  const rt::String directory = runDir + "/vm/" + vm;
+  const rt::String paths[] = {socketOf(runDir, vm), directory + "/console.sock",
+                              directory + "/vnc.sock", "/var/run/" + vm + ".monitor"};
   for (const rt::String& path : paths) {
     struct stat facts {};
     if (lstat(path.charPtr(), &facts) != 0 || !S_ISSOCK(facts.st_mode)) continue;

@@ -59,6 +59,7 @@ void FakeQemu::answer(Message message) {
   if (request->execute == "query-chardev")
     value = R"([{"frontend-open": true, "filename": "unix:", "label": "monitor"}, )"
             R"({"frontend-open": true, "filename": "unix:", "label": "serial0"}])";
+  if (request->execute == "query-vnc-servers") value = servers();
   const std::string id = request->id.empty() ? "" : ", \"id\": " + request->id;
   said_.push_back((refusal.empty() ? "{\"return\": " + value : "{\"error\": " + refusal) + id +
                   "}");
@@ -73,6 +74,7 @@ std::string FakeQemu::answerTo(const qmp::Request& request, Message& message) {
   if (request.execute == "netdev_add") return netdevAdd(request);
   if (request.execute == "netdev_del") return netdevDel(request);
   if (request.execute == "getfd") return getfd(request, message);
+  if (request.execute == "add_client") return addClient(request);
   if (request.execute == "closefd" && descriptors_.erase(textOf(request, "fdname")) == 0)
     return error("GenericError",
                  "File descriptor named '" + textOf(request, "fdname") + "' not found");
@@ -127,6 +129,24 @@ void FakeQemu::letGuestSend() {
                                      [&](const auto& port) { return port.second == card.second; });
     if (hasLink(card.first) && !isTaken) stuck_.insert(card.first);
   }
+}
+
+std::string FakeQemu::servers() const {
+  std::string clients;
+  for (size_t i = 0; i < viewers_.size(); ++i)
+    clients += std::string(i == 0 ? "" : ", ") +
+               R"({"family": "unix", "service": "", "host": "", "websocket": false})";
+  return R"([{"auth": "none", "clients": [)" + clients + R"(], "server": [], "id": "default"}])";
+}
+
+std::string FakeQemu::addClient(const qmp::Request& request) {
+  const auto found = descriptors_.find(textOf(request, "fdname"));
+  if (found == descriptors_.end())
+    return error("GenericError",
+                 "File descriptor named '" + textOf(request, "fdname") + "' has not been found");
+  viewers_.push_back(std::move(found->second.front()));
+  descriptors_.erase(found);
+  return {};
 }
 
 std::string FakeQemu::getfd(const qmp::Request& request, Message& message) {

@@ -42,6 +42,8 @@ class FakeQemu {
   bool hasAborted() const { return aborted_; }
   bool hasQuit() const { return quit_; }
   size_t descriptorsHeld() const { return descriptors_.size(); }
+  // Who looks at the guest's screen.
+  Descriptors& viewers() { return viewers_; }
 
   // The next request of that name is refused with these words.
   void refusalIs(const std::string& execute, const std::string& words) {
@@ -55,6 +57,8 @@ class FakeQemu {
   std::string netdevDel(const qmp::Request& request);
   void letGuestSend();
   std::string getfd(const qmp::Request& request, Message& message);
+  std::string addClient(const qmp::Request& request);
+  std::string servers() const;
 
   bool stopped_ = false;
   bool aborted_ = false;
@@ -66,6 +70,7 @@ class FakeQemu {
   std::set<std::string> stuck_;
   std::set<std::string> down_;
   std::map<std::string, Descriptors> descriptors_;
+  Descriptors viewers_;
   std::map<std::string, std::string> refusals_;
   std::deque<Message> waiting_;
   std::vector<std::string> asked_;

@@ -26,6 +26,10 @@ class RelayWorld {
   // The literal requests of a card's attachment and detachment; what the agent hears.
   std::vector<std::string> attach(const std::string& card, const std::string& netdev);
   std::vector<std::string> detach(const std::string& netdev);
+  // Somebody wants to see the guest's screen, if the relay takes one now.
+  void addViewer(Descriptor viewer) {
+    if (relay.takesViewer()) perform(relay.addViewer(now, std::move(viewer)));
+  }
   // QEMU says what nobody asked for.
   void qemuSays(const std::string& text) { perform(relay.qemuSays(now, text)); }
   // The clock moves on, from one of the relay's deadlines to the next.

@@ -68,7 +68,7 @@ TEST_F(QemuThatFails, ForAScreenPortInUseIsShownStoppedWithTheCauseAndLeavesNoth
   ASSERT_EQ(bind(holder.number(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ASSERT_EQ(listen(holder.number(), 1), 0);
   addPort("Ethernet1");
-  start();
+  start({"--vnc-listen", "127.0.0.1"});
   std::vector<std::string> more = withCard();
   more.insert(more.end(), {"--vnc-port", "5901"});
   ASSERT_EQ(addVm("web1", more).status, 0);

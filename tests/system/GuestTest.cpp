@@ -198,5 +198,33 @@ TEST_F(Guest, WhoseRestartWasAskedForWhileNoDaemonRanIsRestarted) {
   EXPECT_TRUE(waitUntil([&] { return qemus().size() == 1 && qemus() != before; }));
 }
 
+TEST_F(Guest, HasItsScreenOnASocketForAsLongAsItRuns) {
+  start();
+  bootVm("web1", {"--vnc-port", "5901"});
+  bootVm("web2");
+  const std::string guests = world.runDir + "/vm/";
+  EXPECT_TRUE(std::filesystem::is_socket(guests + "web1/vnc.sock"));
+  EXPECT_FALSE(std::filesystem::exists(guests + "web2/vnc.sock"));
+  world.ctl({"disable", "web1", "--wait"});
+  expectNothingLeftOf("web1");
+}
+
+TEST_F(Guest, ThatIsKilledLeavesNoScreen) {
+  start();
+  bootVm("web1", {"--vnc-port", "5901"});
+  Vm::fakes::signalProcess(world.guests("web1").at(0), SIGKILL);
+  ASSERT_TRUE(becomes("web1", "Stopped")) << world.log();
+  EXPECT_TRUE(
+      waitUntil([&] { return !std::filesystem::exists(world.runDir + "/vm/web1/vnc.sock"); }));
+}
+
+TEST_F(Guest, HasItsScreenAtTheAddressThatIsNamed) {
+  start({"--vnc-listen", "127.0.0.1"});
+  bootVm("web1", {"--vnc-port", "5901"});
+  EXPECT_FALSE(std::filesystem::exists(world.runDir + "/vm/web1/vnc.sock"));
+  EXPECT_THAT(contentOf("/proc/net/tcp"), HasSubstr("0100007F:170D 00000000:0000 0A"));
+  EXPECT_THAT(world.ctl({"show", "web1"}), HasSubstr("Display:  VNC, port 5901\n"));
+}
+
 }  // namespace
 }  // namespace host::fakes

@@ -6,7 +6,9 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +21,8 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <sstream>
+#include <string_view>
 
 #include "tests/system/GuestWorld.h"
 
@@ -76,6 +80,58 @@ int errorOf(Membership membership, const std::function<int()>& act) {
 
 int errorOfOpening(Membership membership, const std::string& file, int flags = O_RDONLY) {
   return errorOf(membership, [&] { return open(file.c_str(), flags | O_NONBLOCK); });
+}
+
+// A connection to that socket, below 0 for none.
+int connectedTo(const std::string& path) {
+  const int viewer = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const bool isConnected =
+      connect(viewer, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return isConnected ? viewer : -1;
+}
+
+std::string readExactly(int from, size_t size) {
+  constexpr int patience = 20'000;  // milliseconds
+  std::string got;
+  pollfd look{from, POLLIN, 0};
+  while (got.size() < size && poll(&look, 1, patience) == 1) {
+    std::string part(size - got.size(), '\0');
+    const ssize_t count = read(from, part.data(), part.size());
+    if (count <= 0) break;
+    got.append(part, 0, static_cast<size_t>(count));
+  }
+  return got;
+}
+
+// Shakes hands as a viewer does, and asks for the picture's first line.
+bool seesTheScreenAt(const std::string& path) {
+  using namespace std::string_literals;
+  const int viewer = connectedTo(path);
+  const auto say = [&](const std::string& words) {
+    return write(viewer, words.data(), words.size()) == static_cast<ssize_t>(words.size());
+  };
+  const bool isWelcome = readExactly(viewer, 12) == "RFB 003.008\n" && say("RFB 003.008\n") &&
+                         readExactly(viewer, 2) == "\1\1"s && say("\1") &&
+                         readExactly(viewer, 4) == "\0\0\0\0"s && say("\1");
+  const std::string screen = readExactly(viewer, 24);  // its width, its height, ...
+  if (!isWelcome || screen.size() != 24 || readExactly(viewer, 11) != "QEMU (web1)") return false;
+  const std::string firstLine = screen.substr(0, 2) + "\0\1"s;
+  const bool isAsked = say("\3\0\0\0\0\0"s + firstLine);
+  return isAsked && readExactly(viewer, 4).starts_with('\0');  // a picture
+}
+
+// The machine's listening TCP sockets, as the kernel shows them.
+std::vector<std::string> listenersOnTheNetwork() {
+  std::vector<std::string> found;
+  for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+    std::istringstream lines(contentOf(table));
+    for (std::string line; std::getline(lines, line);)
+      if (line.find(" 0A ") != std::string::npos) found.push_back(line);
+  }
+  return found;
 }
 
 // A person at a terminal.
@@ -163,8 +219,8 @@ class OperatorsGroup : public testing::Test {
     return {status, contentOf(out), contentOf(err)};
   }
   void runGuest() const {
-    const std::vector<std::string> add{"add",      "web1", "--disk",   disk,
-                                       "--memory", "32",   "--enabled"};
+    const std::vector<std::string> add{"add", "web1",       "--disk", disk,       "--memory",
+                                       "32",  "--vnc-port", "5901",   "--enabled"};
     world.ctl(add);
     ASSERT_TRUE(world.saysOnConsole("web1", "READY")) << world.log();
     ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", "pty:"); })) << world.log();
@@ -255,6 +311,17 @@ TEST_F(OperatorsGroup, CannotHoldTheDaemonsLocksAndSeesThatItRuns) {
   EXPECT_THAT(vmctl(Membership::member, {"list"}).err, Not(HasSubstr(absence)));
   world.end(SIGTERM);
   EXPECT_THAT(vmctl(Membership::member, {"list"}).err, HasSubstr(absence));
+}
+
+TEST_F(OperatorsGroup, HasTheScreensAndNobodyElseReachesThem) {
+  runGuest();
+  const std::string screen = world.runDir + "/vm/web1/vnc.sock";
+  EXPECT_THAT(vmctl(Membership::member, {"show", "web1"}).out,
+              HasSubstr("Display:  VNC, " + screen + "\n"));
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(errorOf(Membership::member, [&] { return seesTheScreenAt(screen) ? 0 : -1; }), 0);
+  EXPECT_EQ(errorOf(Membership::outsider, [&] { return connectedTo(screen); }), EACCES);
+  EXPECT_THAT(listenersOnTheNetwork(), testing::IsEmpty());
 }
 
 TEST_F(OperatorsGroup, MayReadTheGuestsFilesAndChangeNothingThere) {

@@ -9,10 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 
+#include "shim/ListeningSocket.h"
 #include "shim/fakes/ShimProcess.h"
 #include "shim/fakes/ShimWorld.h"
 #include "shim/fakes/TestFolder.h"
@@ -74,6 +76,32 @@ TEST_F(Shim, NamesTheMonitorAsTheSocketThatTheAgentAskedFor) {
   agent.bringUp();
   EXPECT_THAT(agent.ask(R"({ "execute": "query-chardev","id": "chardev" })"),
               HasSubstr(R"("filename": "unix:)" + monitor() + R"(,server=on")"));
+}
+
+TEST_F(Shim, ShowsTheScreenOnASocketOnceQemuCanAndAsLongAsItRuns) {
+  const std::string late = script("sleep 0.5\nexec " + std::string(realQemu) + " \"$@\"");
+  std::vector<std::string> words = arguments();
+  std::replace(words.begin(), words.end(), std::string("-nographic"), std::string("-vnc"));
+  words.insert(std::find(words.begin(), words.end(), "-vnc") + 1, "0.0.0.0:3");
+  ShimProcess shim(VMAGENT_SHIM, words, environment(late));
+  const AgentClient agent(monitor());
+  ASSERT_TRUE(comesToHold(file("shim.log"), "-vnc none"));
+  const Descriptor early = connectionTo(file("vnc.sock"));
+  const Descriptor second = connectionTo(file("vnc.sock"));
+  EXPECT_EQ(readUntil(early, "\n"), "RFB 003.008\n");
+  EXPECT_EQ(readUntil(second, "\n"), "RFB 003.008\n");
+  shim.signal(SIGTERM);
+  EXPECT_EQ(exited(shim.wait()), 0) << shim.errors();
+  EXPECT_EQ(modeOf(file("vnc.sock")), -1);
+}
+
+TEST_F(Shim, WithoutAScreenLeavesNoneOfAnEarlierRun) {
+  std::filesystem::create_directories(folder / "vm/guest0");
+  std::ofstream(file("vnc.sock")) << "";
+  const auto shim = start();
+  const AgentClient agent(monitor());
+  ASSERT_TRUE(comesToHold(file("shim.log"), "started as"));
+  EXPECT_EQ(modeOf(file("vnc.sock")), -1);
 }
 
 TEST_F(Shim, KeepsItsFilesFromOthers) {
