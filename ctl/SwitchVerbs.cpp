@@ -67,7 +67,7 @@ rt::String enable(Context& context, Configuration& configuration, const rt::Stri
   warnOfImage(context, *changed.after);
   if (!changed.before->enabled()) return "enabled";
   const VmRow row = vmNamed(context, name);
-  // Not by its state: that is "Stopped" until the first poll after a start, too.
+  // Not by its state: that is "Stopped" for a moment of each start, too.
   const bool hasEnded = row.status && row.status->enabled() && row.process.process == "none";
   if (hasEnded && context.daemonRuns())
     throw Refusal(Exit::conflict, name + ": is enabled and its guest has ended: 'vmctl restart " +

@@ -19,6 +19,7 @@
 #include "host/database/StatusFeed.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/GuestProblems.h"
+#include "host/guests/Prompter.h"
 #include "host/guests/ShimClient.h"
 #include "host/guests/Survivors.h"
 #include "host/guests/VmSupervisor.h"
@@ -155,6 +156,7 @@ class Daemon::Parts {
   InterfaceNames::Ptr interfaces_;
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
+  Prompter::Ptr prompter_;
   Survivors::Ptr survivors_;
   std::unique_ptr<EarlierGuests> earlierGuests_;
   GuestProblems::Ptr guestProblems_;  // null: no shim
@@ -184,6 +186,7 @@ Daemon::Parts::~Parts() {
   configFeed_ = nullptr;
   guestProblems_ = nullptr;
   survivors_ = nullptr;
+  prompter_ = nullptr;
   supervisor_ = nullptr;
   kernelLinks_ = nullptr;
   root_->agentDel();
@@ -253,6 +256,7 @@ void Daemon::Parts::startFeeds() {
                   .stopPatience = stopPatience(),
                   .note = {}},
       restartsDone_, clock);
+  prompter_ = rt::make<Prompter>(root_, records_.status, clock);
   earlierGuests_ = std::make_unique<EarlierGuests>(EarlierGuests::Tools{
       .guests = guestProcesses,
       .canBeDriven =

@@ -53,6 +53,28 @@ int32_t endSignalOf(const rt::Entity& process) {
   return rt::fromText<int32_t>(attributeText(process, "exitSignal")).value_or(0);
 }
 
+Session sessionOf(const rt::Entity& machine) {
+  return {.input = entityOf(machine, "monitorInput"), .status = entityOf(machine, "monitorStatus")};
+}
+
+bool isConnected(const Session& session) {
+  return session.input && session.status && attributeText(*session.status, "state") == "connected";
+}
+
+uint32_t commandsOf(const Session& session) {
+  return rt::fromText<uint32_t>(attributeText(*session.input, "counter")).value_or(0);
+}
+
+void askForState(const Session& session) {
+  attributeTextIs(*session.input, "cmd", "queryStatus");
+  attributeTextIs(*session.input, "counter", rt::toText(commandsOf(session) + 1));
+}
+
+void connectAgain(const Session& session) {
+  for (const char* const state : {"uninitialized", "connected"})
+    attributeTextIs(*session.status, "state", state);
+}
+
 std::vector<Card> cards(const rt::Entity& root) {
   std::vector<Card> all;
   const auto machines = vmSet(root);

@@ -19,6 +19,20 @@ int32_t pidOf(const rt::Entity& process);
 // The signal that ended it; 0 for none.
 int32_t endSignalOf(const rt::Entity& process);
 
+// A machine's session with its guest's monitor: the records that it is driven by.
+struct Session {
+  rt::Ptr<rt::Entity> input;   // what it is told to ask; null: there is no session
+  rt::Ptr<rt::Entity> status;  // how it is; likewise
+};
+Session sessionOf(const rt::Entity& machine);
+bool isConnected(const Session& session);
+// How often it was told to ask something, round 2^32. Of a session that is there; likewise below.
+uint32_t commandsOf(const Session& session);
+// Has it ask for the guest's state, behind all that it was told to ask before.
+void askForState(const Session& session);
+// Has the agent hear once more that it is connected.
+void connectAgain(const Session& session);
+
 // A card of a guest that was started.
 struct Card {
   rt::Ptr<rt::Entity> record;

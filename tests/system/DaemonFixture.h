@@ -11,7 +11,7 @@ namespace host::fakes {
 
 class DaemonFixture : public testing::Test {
  protected:
-  // A VM that is switched on. (It is told to be running after its first poll, 5 s later.)
+  // A VM that is switched on. (It is told to be running once its QEMU has said so.)
   void runVm(const std::string& name) {
     world.addVm(name, {"--enabled"});
     ASSERT_TRUE(waitUntil([&] { return isOn(name); }));

@@ -69,5 +69,32 @@ TEST_F(GuestsTime, AKillDelaysOthersByLessThan50Ms) {
             mayTake);
 }
 
+// Of several starts one is enough, as of the ends.
+TEST_F(GuestsTime, AStartIsShownRunningInHalfASecondAndWaitedForNoLonger) {
+  using Clock = std::chrono::steady_clock;
+  const auto since = [](Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+  };
+  start();
+  ASSERT_EQ(addVm("web1").status, 0);
+  world.ctl({"disable", "web1", "--wait"});
+  double shown = pollInterval;
+  double waited = pollInterval;
+  for (int i = 0; i < 5 && (shown > 0.5 || waited > 1); ++i) {
+    world.ctl({"enable", "web1"});
+    ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "web1", R"("enabled":true)"); }));
+    const auto started = Clock::now();
+    world.ctl({"wait", "web1", "--for", "state=Running"});
+    shown = std::min(shown, since(started));
+    world.ctl({"disable", "web1", "--wait"});
+    const auto asked = Clock::now();
+    world.ctl({"enable", "web1", "--wait"});
+    waited = std::min(waited, since(asked));
+    world.ctl({"disable", "web1", "--wait"});
+  }
+  EXPECT_LT(shown, 0.5);
+  EXPECT_LT(waited, 1);
+}
+
 }  // namespace
 }  // namespace host::fakes

@@ -119,9 +119,7 @@ TEST_F(OperatorSession, AddsAGuestAndSeesItStart) {
                      " --memory 32 --nic model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1",
                  "add");
   enterAndExpect("vmctl list", "list-added");
-  enter("vmctl enable web1 --wait");
-  expectScreen("enable-progress");
-  expectScreen("enable-done");
+  enterAndExpect("vmctl enable web1 --wait", "enable-done");
   enterAndExpect("vmctl list", "list-running");
   enterAndExpect("vmctl show web1", "show");
   ip("link del Ethernet1");
