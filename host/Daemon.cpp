@@ -121,6 +121,7 @@ class Daemon::Parts {
   void startAgent();
   void startFeeds();
   void endOrphans();
+  void handleStart(const VmStart& start) const;
   void handleTakeUp(const rt::String& vm);
   void handleEnd(const rt::String& vm) const;
   std::set<rt::EthAddr> ourAddresses() const;
@@ -251,7 +252,7 @@ void Daemon::Parts::startFeeds() {
                       },
                   .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
-                  .prepareStart = prepareStart_,
+                  .prepareStart = [this](const VmStart& start) { handleStart(start); },
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(),
                   .note = {}},
@@ -299,6 +300,11 @@ std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
     for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
   return addresses;
+}
+
+void Daemon::Parts::handleStart(const VmStart& start) const {
+  if (hasShim()) removeLastError(options_.runDir, start.vm);
+  prepareStart_(start);
 }
 
 // A second device of a card's address could not go up beside the first. The agent makes it as soon

@@ -23,6 +23,8 @@ class FakeProcess final : public rt::EntityOf<FakeProcess> {
   void statusIs(const rt::String& status) { assign<&FakeProcess::status>(status_, status); }
   int32_t exitSignal() const { return exitSignal_; }
   void exitSignalIs(int32_t number) { assign<&FakeProcess::exitSignal>(exitSignal_, number); }
+  int32_t exitStatus() const { return exitStatus_; }
+  void exitStatusIs(int32_t code) { assign<&FakeProcess::exitStatus>(exitStatus_, code); }
 
   // It was told to end, which takes it a while.
   bool isKilled() const { return isKilled_; }
@@ -32,6 +34,7 @@ class FakeProcess final : public rt::EntityOf<FakeProcess> {
   using Attributes = rt::AttributeTable<rt::Attribute<"vm", &FakeProcess::vm>,
                                         rt::Attribute<"pid", &FakeProcess::pid>,
                                         rt::Attribute<"exitSignal", &FakeProcess::exitSignal>,
+                                        rt::Attribute<"exitStatus", &FakeProcess::exitStatus>,
                                         rt::Attribute<"status", &FakeProcess::status>>;
 
  private:
@@ -39,6 +42,7 @@ class FakeProcess final : public rt::EntityOf<FakeProcess> {
   const int32_t pid_;
   rt::String status_ = "none";
   int32_t exitSignal_ = 0;
+  int32_t exitStatus_ = 0;
   bool isKilled_ = false;
 };
 

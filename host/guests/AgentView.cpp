@@ -53,6 +53,10 @@ int32_t endSignalOf(const rt::Entity& process) {
   return rt::fromText<int32_t>(attributeText(process, "exitSignal")).value_or(0);
 }
 
+int32_t exitStatusOf(const rt::Entity& process) {
+  return rt::fromText<int32_t>(attributeText(process, "exitStatus")).value_or(0);
+}
+
 Session sessionOf(const rt::Entity& machine) {
   return {.input = entityOf(machine, "monitorInput"), .status = entityOf(machine, "monitorStatus")};
 }

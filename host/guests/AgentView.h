@@ -16,8 +16,9 @@ rt::Ptr<rt::Entity> processOf(const rt::Entity& machine);
 // Of a process: whether its end was not seen yet.
 bool isAlive(const rt::Entity& process);
 int32_t pidOf(const rt::Entity& process);
-// The signal that ended it; 0 for none.
+// The signal that ended it, and else its exit status; 0 for none.
 int32_t endSignalOf(const rt::Entity& process);
+int32_t exitStatusOf(const rt::Entity& process);
 
 // A machine's session with its guest's monitor: the records that it is driven by.
 struct Session {

@@ -1,5 +1,6 @@
 #include "host/guests/ShimClient.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -59,6 +60,14 @@ void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
     if (connectTo(client, path) == ECONNREFUSED) (void)unlink(path.charPtr());
     close(client);
   }
+}
+
+void removeLastError(const rt::String& runDir, const rt::String& vm) {
+  const rt::String path = runDir + "/vm/" + vm;
+  const int directory = open(path.charPtr(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (directory < 0) return;
+  (void)unlinkat(directory, "last-error", 0);
+  close(directory);
 }
 
 }  // namespace host

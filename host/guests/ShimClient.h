@@ -17,4 +17,8 @@ bool shimIsThere(const rt::String& runDir, const rt::String& vm);
 // somebody listens at, or that is no socket, stays.
 void removeDeadSockets(const rt::String& runDir, const rt::String& vm);
 
+// Before a start of the VM: removes the last word of the run before, which would else be taken for
+// that of a shim that cannot be executed.
+void removeLastError(const rt::String& runDir, const rt::String& vm);
+
 }  // namespace host

@@ -4,6 +4,7 @@
 
 #include "edge/RestartNeeded.h"
 #include "host/guests/AgentView.h"
+#include "host/guests/Ending.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -102,14 +103,13 @@ bool VmKeeper::act(rt::Seconds now) {
   return acted;
 }
 
-// Why the process has ended; empty when nothing is wrong with that. One that was killed has left no
-// word.
+// Why the process has ended; empty when nothing is wrong with that. One that was killed, or could
+// not be run, has left no word.
 rt::String VmKeeper::causeOfEnd() const {
   rt::String lastError = tools_.lastError(name_);
-  const int32_t signal = endSignalOf(*process_.notifier());
-  if (!lastError.empty() || signal == 0 || !facts().switchedOn) return lastError;
-  return "ended by signal " + rt::toText(signal) + ", by whom is not known; 'vmctl restart " +
-         name_ + "' starts it anew";
+  if (!lastError.empty() || !facts().switchedOn) return lastError;
+  const rt::Entity& process = *process_.notifier();
+  return textOf(Ending{.signal = endSignalOf(process), .status = exitStatusOf(process)}, name_);
 }
 
 bool VmKeeper::step(rt::Seconds now) {

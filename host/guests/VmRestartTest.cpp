@@ -168,6 +168,33 @@ TEST(VmEnd, ByASignalIsExplainedByTheSignalWhenThereAreNoLastWords) {
             "qemu: ended by signal 9, by whom is not known; 'vmctl restart web1' starts it anew");
 }
 
+// What the program that was to be its QEMU left, in words and by its exit status.
+std::string problemOf(int exitStatus, const char* lastError, bool isOn = true) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.fortune.processes.back()->exitStatusIs(exitStatus);
+  world.lastErrors["web1"] = lastError;
+  if (!isOn) world.rowIs("web1", off);
+  world.end("web1");
+  return world.problem("web1");
+}
+
+TEST(VmEnd, OfAProgramThatCannotBeExecutedSaysWhatIsToBeDone) {
+  EXPECT_EQ(problemOf(127, ""),
+            "qemu: QEMU or its shim could not be executed (exit status 127): 'vmctl doctor' tells "
+            "what is missing, and then 'vmctl restart web1' starts it anew");
+  EXPECT_EQ(problemOf(127, "QEMU /usr/bin/qemu cannot be run: Permission denied"),
+            "qemu: QEMU /usr/bin/qemu cannot be run: Permission denied");
+}
+
+TEST(VmEnd, WithoutAWordIsExplainedByItsExitStatusUnlessThatIsAsItShouldBe) {
+  EXPECT_EQ(
+      problemOf(1, ""),
+      "qemu: ended with exit status 1, and said nothing; 'vmctl restart web1' starts it anew");
+  EXPECT_EQ(problemOf(0, ""), "");
+  EXPECT_EQ(problemOf(1, "", false), "");
+}
+
 TEST(VmEnd, BySignalOfAVmThatWasSwitchedOffIsNoProblem) {
   SupervisorWorld world;
   world.rowIs("web1", on);

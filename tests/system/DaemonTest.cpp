@@ -224,7 +224,8 @@ TEST_F(Daemon, TellsOfAGuestThatEndsAtOnceAndOfNoOther) {
   world.start();
   runVm("good");
   world.addVm("bad", {"--enabled"});
-  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "bad", "agent"); }, 30));
+  ASSERT_TRUE(
+      waitUntil([&] { return world.hasRow("vmProblem", "bad", "ended with exit status 1"); }, 30));
   EXPECT_TRUE(isOn("good"));
 }
 
@@ -276,7 +277,8 @@ TEST_F(Daemon, NeedsAQemuPathAndNothingElseOfTheMachine) {
   std::filesystem::remove("/usr/bin/qemu-system-x86_64");
   world.start();
   world.addVm("web1", {"--enabled"});
-  EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProblem", "web1", "agent"); }, 30));
+  EXPECT_TRUE(
+      waitUntil([&] { return world.hasRow("vmProblem", "web1", "could not be executed"); }, 30));
 }
 
 TEST_F(Daemon, GivesAGuestNothingOfItsOwnEnvironment) {

@@ -51,6 +51,22 @@ class OtherQemu {
   static constexpr const char* aside = "/usr/bin/qemu-aside";
 };
 
+TEST_F(QemuThatFails, ToBeExecutedIsShownStoppedWithTheCauseAndSoIsItsShim) {
+  namespace fs = std::filesystem;
+  const std::string shim = "/var/run/own-shim";
+  fs::copy_file(VMAGENT_SHIM, shim);
+  world.start({"--shim", shim, "--accel", "tcg", "--stop-timeout", "1"});
+  {
+    const OtherQemu ofNoInterpreter("");
+    std::ofstream(Vm::fakes::qemuPath) << "#!/no/interpreter\n";
+    ASSERT_EQ(addVm("web1").status, 0);
+    expectStoppedFor("web1", "cannot be run: No such file or directory");
+  }
+  fs::permissions(shim, fs::perms(0644));
+  world.ctl({"enable", "web1"});
+  expectStoppedFor("web1", "QEMU or its shim could not be executed (exit status 127)");
+}
+
 TEST_F(QemuThatFails, ForACardThatItHasNotIsShownStoppedWithTheCauseAndLeavesNothing) {
   const OtherQemu lessThanOurs(R"(exec "$qemu" "${@/#tulip,/no-such-card,}")");
   addPort("Ethernet1");
