@@ -12,6 +12,7 @@
 
 #include "shim/Failure.h"
 #include "shim/QemuProcess.h"
+#include "shim/Sender.h"
 
 namespace shim {
 
@@ -207,10 +208,7 @@ void Keeper::handleSignals() {
   signalfd_siginfo told{};
   while (read(signals_.number(), &told, sizeof told) == sizeof told) {
     if (told.ssi_signo != SIGCHLD) {
-      log_.write(logLine("shim", "told to end the guest, by signal " +
-                                     std::to_string(told.ssi_signo) + " of process " +
-                                     std::to_string(told.ssi_pid)));
-      stop(stop_.atOnce(now(), guest()));
+      handleEndingSignal(told.ssi_signo, static_cast<pid_t>(told.ssi_pid));
       continue;
     }
     int status = 0;
@@ -220,6 +218,14 @@ void Keeper::handleSignals() {
       return;  // the process id is nobody's now
     }
   }
+}
+
+// The daemon knows why it wants the guest to end; of anybody else it must be told.
+void Keeper::handleEndingSignal(unsigned signal, pid_t sender) {
+  const std::string text = signalText(signal, sender);
+  log_.write(logLine("shim", "told to end the guest, by " + text));
+  if (sender != daemonPid_ && !stop_.hasBegun()) endedBy_ = endedByText(text, name_);
+  stop(stop_.atOnce(now(), guest()));
 }
 
 StopPlan::Guest Keeper::guest() const { return {relay_->isReady(), relay_->guestHasRun()}; }
@@ -322,6 +328,7 @@ void Keeper::collectRest() {
 }
 
 void Keeper::writeLastError() const {
+  if (!endedBy_.empty()) return directory_.lastErrorIs(endedBy_);
   // A guest that ended as it should has nothing to say, whatever was warned of meanwhile.
   const bool ended = WIFEXITED(*status_) && WEXITSTATUS(*status_) == 0;
   if (ended || stop_.hasBegun()) return;

@@ -55,6 +55,7 @@ class Keeper {
   int timeout() const;
   void handle(const std::vector<pollfd>& polled);
   void handleSignals();
+  void handleEndingSignal(unsigned signal, pid_t sender);
   void acceptAgent();
   void acceptViewer();
   void receiveFromAgent();
@@ -106,6 +107,7 @@ class Keeper {
   pid_t pid_ = -1;
   std::optional<int> status_;
   std::string killedFor_;
+  std::string endedBy_;  // a stranger's signal
   std::string shownProblem_;
   size_t qemuDropped_ = 0;
 };

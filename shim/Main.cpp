@@ -90,7 +90,7 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
   const Time last = now() + takeOverPatience;
   while (!lock.takeKeeping() || isKeptWithoutLock(lock, socket)) {
     const pid_t keeper = lock.keeper();
-    const std::string refusal = standIn(socket, line.arguments, parent, inherited);
+    const std::string refusal = standIn(directory, line, parent, inherited);
     if (now() > last) throw runsAlready(line.name, keeper, refusal, directory);
     const std::timespec pause{0, tryAgainAfter};
     const int signal = sigtimedwait(&signals, nullptr, &pause);

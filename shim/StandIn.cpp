@@ -14,6 +14,7 @@
 #include "shim/Keeper.h"
 #include "shim/ListeningSocket.h"
 #include "shim/QemuProcess.h"
+#include "shim/Sender.h"
 #include "shim/Wire.h"
 
 namespace shim {
@@ -59,6 +60,9 @@ class Successor {
     return *outcome_;
   }
 
+  // The signal of a stranger, for which the guest was ended; empty: none.
+  const std::string& endedBy() const { return endedBy_; }
+
  private:
   void receive() {
     for (const Message& message : wire_.receive())
@@ -94,14 +98,20 @@ class Successor {
 
   void takeSignals() {
     signalfd_siginfo told{};
-    while (read(signals_.number(), &told, sizeof told) == sizeof told)
-      if (told.ssi_signo != SIGCHLD) wire_.send({control::stopLine(Duration::zero()), {}});
+    while (read(signals_.number(), &told, sizeof told) == sizeof told) {
+      if (told.ssi_signo == SIGCHLD) continue;
+      const auto sender = static_cast<pid_t>(told.ssi_pid);
+      if (sender != parent_.pid() && endedBy_.empty())
+        endedBy_ = signalText(told.ssi_signo, sender);
+      wire_.send({control::stopLine(Duration::zero()), {}});
+    }
   }
 
   Wire wire_;
   const std::vector<std::string>& arguments_;
   const Parent& parent_;
   Descriptor signals_;
+  std::string endedBy_;  // a stranger's signal
   bool isAsked_ = false;
   bool isTaken_ = false;
   std::optional<Outcome> outcome_;
@@ -109,13 +119,16 @@ class Successor {
 
 }  // namespace
 
-std::string standIn(const std::string& path, const std::vector<std::string>& arguments,
-                    const Parent& parent, const std::vector<int>& parting) {
+std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
+                    const std::vector<int>& parting) {
+  const std::string path = directory.file("shim.sock");
   Descriptor connection = connectionTo(path);
   if (!connection) return "its shim cannot be reached at " + path;
   if (!parent.takesUsAlong()) throw Failure("the daemon has ended");
-  Successor successor(std::move(connection), arguments, parent);
+  Successor successor(std::move(connection), line.arguments, parent);
   const Outcome outcome = successor.run();
+  if (outcome.waitStatus && !successor.endedBy().empty())
+    directory.lastErrorIs(endedByText(successor.endedBy(), line.name));
   // The connection lasts to the last moment, by which the shim knows when we have ended.
   if (outcome.waitStatus) endAs(*outcome.waitStatus, parting);
   Parent::leavesUs();

@@ -4,18 +4,20 @@
 #include <string>
 #include <vector>
 
+#include "shim/Arguments.h"
 #include "shim/Parent.h"
+#include "shim/VmDirectory.h"
 
 namespace shim {
 
-// Asks the shim at that socket to serve the daemon `parent`, whose command line is `arguments`. If
+// Asks the shim that keeps the guest to serve the daemon `parent`, whose command line is `line`. If
 // it does, stands in for it until the guest has ended, and then ends this process as the guest
 // ended, `parting` first (see endAs); until then it asks for that end when told to end by a signal.
 // Takes the signals of keeperSignals(), which must be blocked. Ends with the daemon, by SIGKILL,
 // and the guest goes on.
 //
 // Returns only when the guest cannot be taken over now: why. Throws Failure when it never can.
-std::string standIn(const std::string& path, const std::vector<std::string>& arguments,
-                    const Parent& parent, const std::vector<int>& parting);
+std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
+                    const std::vector<int>& parting);
 
 }  // namespace shim

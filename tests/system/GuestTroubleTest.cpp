@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 
 #include "shim/Descriptor.h"
 #include "tests/system/GuestFixture.h"
@@ -31,6 +33,14 @@ class GuestInTrouble : public GuestFixture {
     return longest;
   }
 };
+
+pid_t parentOf(pid_t process) {
+  const std::string stat = contentOf("/proc/" + std::to_string(process) + "/stat");
+  std::istringstream rest(stat.substr(stat.rfind(')') + 3));  // past the state
+  pid_t parent = 0;
+  rest >> parent;
+  return parent;
+}
 
 // What the agent would be late by, at least, if it waited for a QEMU that is silent: the shim gives
 // up after so many seconds, the agent itself later.
@@ -96,6 +106,36 @@ TEST_F(GuestInTrouble, WhoseShimIsKilledLosesItsQemuAndCanBeRestarted) {
   world.ctl({"wait", "web1", "--for", "state=Running", "--timeout", "40"});
   EXPECT_THAT(world.qemus("web1"), SizeIs(1));
   world.ctl({"disable", "web1", "--wait"});
+  expectNothingLeftOf("web1");
+}
+
+TEST_F(GuestInTrouble, WhoseShimIsToldToEndByAStrangerNamesHim) {
+  start();
+  runVm("web1");
+  const auto expectNamed = [&](pid_t shim, int signal) {
+    Vm::fakes::signalProcess(shim, signal);
+    ASSERT_TRUE(becomes("web1", "Stopped"));
+    EXPECT_THAT(world.row("vmProblem", "web1"),
+                HasSubstr("ended by signal " + std::to_string(signal) +
+                          " to its shim, from process " + std::to_string(getpid()) + " (" +
+                          program_invocation_short_name + "); 'vmctl restart web1'"));
+    world.ctl({"restart", "web1", "--wait"});
+    EXPECT_EQ(world.row("vmProblem", "web1"), "");
+  };
+  expectNamed(world.guests("web1").at(0), SIGHUP);
+  // Of a guest that was taken up, the one that stands in, and the one that has it.
+  for (const bool standsIn : {true, false}) {
+    world.end(SIGKILL);
+    start();
+    expectShownRunning("web1");
+    const pid_t keeper = parentOf(world.qemus("web1").at(0));
+    auto shims = world.guests("web1");
+    ASSERT_THAT(shims, SizeIs(2));
+    ASSERT_EQ(std::erase(shims, keeper), 1U);
+    expectNamed(standsIn ? shims.at(0) : keeper, SIGTERM);
+  }
+  world.ctl({"disable", "web1", "--wait"});
+  EXPECT_EQ(world.row("vmProblem", "web1"), "");
   expectNothingLeftOf("web1");
 }
 

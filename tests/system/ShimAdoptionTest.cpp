@@ -110,6 +110,9 @@ TEST_F(ShimAdoption, PassesTheSignalToEndOn) {
   EXPECT_TRUE(fakes::signalProcess(second.shim(), SIGTERM));
   EXPECT_EQ(exited(second.shimStatus()), 0);
   EXPECT_THAT(contentOf(file("shim.log")), Not(HasSubstr("power button")));
+  EXPECT_THAT(
+      contentOf(file("last-error")),
+      HasSubstr("ended by signal 15 to its shim, from process " + std::to_string(getpid())));
   expectNothingLeft();
 }
 
