@@ -39,15 +39,15 @@ void ControlServer::serve(Peer& peer) {
 }
 
 void ControlServer::answer(Peer& peer, Message message) {
-  std::string line;
+  Message answer;
   try {
-    line = answers_.answer(peer.id, control::requestFrom(message.text),
-                           std::move(message.descriptors));
+    answer = answers_.answer(peer.id, control::requestFrom(message.text),
+                             std::move(message.descriptors));
   } catch (const control::RequestError& error) {
     ++peer.mistakes;
-    line = control::errorLine(error.what());
+    answer.text = control::errorLine(error.what());
   }
-  peer.wire->send({std::move(line), {}});
+  peer.wire->send(std::move(answer));
 }
 
 void ControlServer::acceptAll() {

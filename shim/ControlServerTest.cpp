@@ -35,7 +35,9 @@ class Control : public testing::Test {
                       {control::protocol, "guest0", 100, 101, control::State::running});
                 },
                 [this](ControlServer::Client, const control::Request& request,
-                       const Descriptors& descriptors) { return answer(request, descriptors); }}) {}
+                       const Descriptors& descriptors) {
+                  return Message{answer(request, descriptors), {}};
+                }}) {}
 
   std::string answer(const control::Request& request, const Descriptors& descriptors) {
     using Kind = control::Request::Kind;

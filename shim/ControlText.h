@@ -4,7 +4,9 @@
 //   {"status":{}}                   {"return":{"state":STATE,"qemu":N,"agent":BOOL,
 //                                     "console":PATH,"problems":[TEXT…]}}
 //   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: the next step is taken at once
-//   {"adopt":{…}}, see Adoption     {"return":{}}, or an error as long as the guest is not free
+//   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket along with
+//   it;
+//                                   or an error as long as the guest is not free
 //   anything else                   {"error":TEXT}, and nothing changes
 //   the guest's end, to all         {"end":{"exit":N}} or {"end":{"signal":N}}
 //

@@ -67,8 +67,8 @@ class Keeper {
   void stop(StopStep step);
   control::State state() const;
   control::Status status() const;
-  std::string answer(ControlServer::Client client, const control::Request& request,
-                     Descriptors descriptors);
+  Message answer(ControlServer::Client client, const control::Request& request,
+                 Descriptors descriptors);
   void orderlyStop(Duration timeout);
   void adopt(ControlServer::Client client, const control::Adoption& adoption,
              Descriptors descriptors);

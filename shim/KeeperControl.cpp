@@ -32,19 +32,22 @@ control::Status Keeper::status() const {
   return status;
 }
 
-std::string Keeper::answer(ControlServer::Client client, const control::Request& request,
-                           Descriptors descriptors) {
+Message Keeper::answer(ControlServer::Client client, const control::Request& request,
+                       Descriptors descriptors) {
+  Message done{control::doneLine(), {}};
   switch (request.kind) {
     case control::Request::Kind::status:
-      return control::statusLine(status());
+      return {control::statusLine(status()), {}};
     case control::Request::Kind::stop:
       orderlyStop(request.timeout.value_or(stopTimeout_));
       break;
     case control::Request::Kind::adopt:
       adopt(client, request.adoption, std::move(descriptors));
+      // An agent that loses us is to find the successor, and not to look for ten seconds.
+      if (Descriptor copy = socket_->duplicate()) done.descriptors.push_back(std::move(copy));
       break;
   }
-  return control::doneLine();
+  return done;
 }
 
 void Keeper::orderlyStop(Duration timeout) {

@@ -68,6 +68,10 @@ Descriptor ListeningSocket::accept() const {
   return Descriptor(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
 }
 
+Descriptor ListeningSocket::duplicate() const {
+  return Descriptor(fcntl(socket_.number(), F_DUPFD_CLOEXEC, 0));
+}
+
 void ListeningSocket::remove() const {
   struct stat found {};
   if (isThere(place_, found) && found.st_dev == own_.st_dev && found.st_ino == own_.st_ino)

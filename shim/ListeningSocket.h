@@ -22,6 +22,8 @@ class ListeningSocket {
   int number() const { return socket_.number(); }
   // A connection that does not block; none when nobody waits any more.
   Descriptor accept() const;
+  // The same socket, which listens as long as either is open; none when there can be no more.
+  Descriptor duplicate() const;
   // Removes it from there, unless another's stands there by now.
   void remove() const;
 

@@ -65,17 +65,19 @@ class Successor {
 
  private:
   void receive() {
-    for (const Message& message : wire_.receive())
-      if (const auto saying = control::sayingFrom(message.text)) hear(*saying);
+    for (Message& message : wire_.receive())
+      if (const auto saying = control::sayingFrom(message.text))
+        hear(*saying, std::move(message.descriptors));
     if (outcome_ || !wire_.isClosed()) return;
     // Killed, and its QEMU with it.
     outcome_ = isTaken_ ? Outcome{W_EXITCODE(0, SIGKILL), {}}
                         : Outcome{std::nullopt, "its shim has ended"};
   }
 
-  void hear(const control::Saying& saying) {
+  void hear(const control::Saying& saying, Descriptors descriptors) {
     if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
     if (saying.kind == Kind::done) isTaken_ = isAsked_;
+    if (isTaken_ && !descriptors.empty()) monitor_ = std::move(descriptors.front());
     if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
     if (saying.kind == Kind::end)
       outcome_ =
@@ -112,6 +114,9 @@ class Successor {
   const Parent& parent_;
   Descriptor signals_;
   std::string endedBy_;  // a stranger's signal
+  // The agent's, who comes back when it has lost the guest's shim before it learns of our end. It
+  // must find somebody: it would go on looking for ten seconds, and keep all other guests waiting.
+  Descriptor monitor_;
   bool isAsked_ = false;
   bool isTaken_ = false;
   std::optional<Outcome> outcome_;

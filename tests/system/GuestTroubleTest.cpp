@@ -21,6 +21,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 class GuestInTrouble : public GuestFixture {
@@ -226,6 +227,33 @@ TEST_F(GuestInTrouble, IsTakenUpByTheNextDaemonThoughAStrangerHoldsItsMonitor) {
   expectEcho("web1", "unharmed");
   world.ctl({"disable", "web1", "--wait"});
   expectNothingLeftOf("web1");
+}
+
+// A daemon that finds nobody at a monitor goes on looking for ten seconds.
+TEST_F(GuestInTrouble, WhoseKeeperIsKilledWhileItsStandInStandsStillDisturbsNoOther) {
+  start();
+  for (const char* const name : {"web1", "web2"}) runVm(name);
+  world.end(SIGKILL);
+  start();
+  for (const char* const name : {"web1", "web2"}) expectShownRunning(name);
+  const pid_t keeper = parentOf(world.qemus("web1").at(0));
+  auto shims = world.guests("web1");
+  ASSERT_EQ(std::erase(shims, keeper), 1U);
+  ASSERT_THAT(shims, SizeIs(1));
+  Vm::fakes::signalProcess(shims.at(0), SIGSTOP);
+  Vm::fakes::signalProcess(keeper, SIGKILL);
+  ASSERT_TRUE(waitUntil([&] { return world.qemus("web1").empty(); }));
+  for (int i = 0; i < 20; ++i) {
+    const std::string device = "probe" + std::to_string(i);
+    world.write("interface", "Probe", R"({"deviceName":")" + device + R"("})");
+    ASSERT_TRUE(waitUntil([&] { return world.hasRow("interfaceStatus", "Probe", device); }, 1));
+  }
+  Vm::fakes::signalProcess(shims.at(0), SIGCONT);
+  EXPECT_TRUE(becomes("web1", "Stopped"));
+  EXPECT_THAT(world.row("vmProblem", "web1"), HasSubstr("ended by signal 9"));
+  EXPECT_THAT(world.log(), Not(HasSubstr("cannot reconnect")));
+  world.ctl({"restart", "web1", "--wait"});
+  expectEcho("web2", "unharmed");
 }
 
 // Is refused.
