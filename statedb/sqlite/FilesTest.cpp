@@ -69,8 +69,8 @@ TEST_F(FilesTest, AMissingDirectoryIsNamed) {
     options.role = role;
     std::string sentence;
     EXPECT_EQ(troubleOf([&] { openStore(options); }, &sentence), Trouble::missing);
-    EXPECT_EQ(sentence,
-              "directory " + missing.string() + " does not exist: create it, or name another");
+    EXPECT_EQ(sentence, "directory " + missing.string() +
+                            " does not exist: start vmagentd, which makes it, or name another");
   }
 }
 

@@ -11,8 +11,8 @@
 namespace statedb::sqlite {
 
 Error missingDirectory(const rt::String& directory) {
-  return {Trouble::missing,
-          "directory " + directory + " does not exist: create it, or name another"};
+  return {Trouble::missing, "directory " + directory +
+                                " does not exist: start vmagentd, which makes it, or name another"};
 }
 
 Error missingFile(const rt::String& file) {
