@@ -30,7 +30,7 @@ constexpr Synonym table[] = {
     {"exec,ssh,shell", "'vmctl console NAME' is a guest's serial console"},
     {"attach", "'vmctl console NAME' is a guest's console, 'vmctl nic add' gives it a card"},
     {"vnc,display,vncdisplay,screenshot",
-     "'vmctl show NAME' has the port of a guest's screen, for a VNC viewer"},
+     "'vmctl show NAME' tells where a guest's screen is, for a VNC viewer"},
     {"attach-interface,attach-device", "'vmctl nic add NAME ...' gives a VM a card"},
     {"detach,detach-interface,detach-device", "'vmctl nic remove NAME KEY' takes a card away"},
     {"attach-disk", "a VM has one disk: 'vmctl set NAME diskImage=FILE'"},
