@@ -24,6 +24,7 @@
 #include "host/guests/Survivors.h"
 #include "host/guests/VmSupervisor.h"
 #include "host/network/BridgeFdb.h"
+#include "host/network/CardHealer.h"
 #include "host/network/FdbStatus.h"
 #include "host/network/Janitor.h"
 #include "host/network/KernelLinks.h"
@@ -155,6 +156,7 @@ class Daemon::Parts {
   BridgeFdb::Ptr bridgeFdb_;  // null: no bridge was named
   std::unique_ptr<Janitor> janitor_;
   InterfaceNames::Ptr interfaces_;
+  CardHealer::Ptr cardHealer_;
   KernelLinks::Ptr kernelLinks_;
   VmSupervisor::Ptr supervisor_;
   Prompter::Ptr prompter_;
@@ -237,6 +239,14 @@ void Daemon::Parts::startFeeds() {
   interfaces_ =
       rt::make<InterfaceNames>(records_.localDir, hostStatus_, records_.present,
                                [this](const rt::String& id) { janitor_->handleWithdrawal(id); });
+  cardHealer_ = rt::make<CardHealer>(CardHealer::Tools{.agent = root_,
+                                                       .present = records_.present,
+                                                       .interfaces = interfaces_,
+                                                       .janitor = *janitor_,
+                                                       .problems = problems_,
+                                                       .traces = traces_,
+                                                       .taps = taps},
+                                     clock);
   supervisor_ = rt::make<VmSupervisor>(
       KeeperTools{.agent = root_,
                   .config = records_.config,
@@ -244,7 +254,7 @@ void Daemon::Parts::startFeeds() {
                   .hostStatus = hostStatus_,
                   .problems = problems_,
                   .traces = traces_,
-                  .cards = *janitor_,
+                  .cards = *cardHealer_,
                   .imageProblem = imageProblemOf,
                   .lastError =
                       [this](const rt::String& vm) {
@@ -276,7 +286,8 @@ void Daemon::Parts::startFeeds() {
         });
   }
   // After the interfaces' names: so a device is heard of under its interface at once.
-  kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_);
+  kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_,
+                                       [this] { cardHealer_->devicesChanged(); });
   janitor_->sweep();
 }
 
@@ -371,6 +382,7 @@ void Daemon::Parts::run(const std::function<bool()>& tellReady) {
     {
       const std::lock_guard held(manager_.lock());
       more = supervisor_->pass();
+      more = cardHealer_->pass() || more;
       if (bridgeFdb_) bridgeFdb_->pass();
       statusFeed_->pass();
       isHeard = isHeard || tellReady();

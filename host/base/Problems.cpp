@@ -5,8 +5,8 @@
 namespace host {
 
 rt::String toText(ProblemSource source) {
-  constexpr std::array<const char*, problemSources> names = {"config", "image", "qemu",
-                                                             "agent",  "guest", "restart"};
+  constexpr std::array<const char*, problemSources> names = {"config", "image", "qemu",   "agent",
+                                                             "guest",  "card",  "restart"};
   return names[static_cast<size_t>(source)];
 }
 

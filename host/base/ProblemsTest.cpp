@@ -30,9 +30,10 @@ TEST_F(ProblemsTest, AreShownWithTheirSourceAndTime) {
 
 TEST_F(ProblemsTest, AreShownByWeight) {
   const std::pair<ProblemSource, const char*> byWeight[] = {
-      {ProblemSource::restart, "restart"}, {ProblemSource::guest, "guest"},
-      {ProblemSource::agent, "agent"},     {ProblemSource::qemu, "qemu"},
-      {ProblemSource::image, "image"},     {ProblemSource::config, "config"}};
+      {ProblemSource::restart, "restart"}, {ProblemSource::card, "card"},
+      {ProblemSource::guest, "guest"},     {ProblemSource::agent, "agent"},
+      {ProblemSource::qemu, "qemu"},       {ProblemSource::image, "image"},
+      {ProblemSource::config, "config"}};
   for (const auto& [source, name] : byWeight) {
     is(source, "x");
     EXPECT_EQ(shown(), std::string(name) + ": x (since 5)");

@@ -67,6 +67,8 @@ class FakeMachine final : public rt::StateMachineOf<FakeMachine> {
   const FakeProcess::Ptr& qemuChildProcess() const { return process_.notifier(); }
   void doSwitch();
   void switchOff();
+  // Tells of itself, as of a card.
+  void stir() { tell<&FakeMachine::initialized>(); }
 
   static constexpr std::string_view typeName = "host::fakes::FakeMachine";
   using Attributes =

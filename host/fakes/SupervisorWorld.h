@@ -32,6 +32,9 @@ class FakeCards final : public VmCards {
 
   void switchingOff(const rt::String& vm) override { tell("before off: ", vm); }
   void switchedOff(const rt::String& vm) override { tell("off: ", vm); }
+  void changed(const rt::String& vm) override { changed_.insert(vm); }
+  // Those that changed since the last call.
+  std::set<rt::String> takeChanged() { return std::exchange(changed_, {}); }
   std::vector<std::string> take() { return std::exchange(told_, {}); }
 
  private:
@@ -39,6 +42,7 @@ class FakeCards final : public VmCards {
 
   const Vm::Status::PtrConst status_;
   std::vector<std::string> told_;
+  std::set<rt::String> changed_;
 };
 
 // A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands

@@ -1,11 +1,18 @@
 #include "host/guests/AgentView.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
+
 #include "runtime/base/Check.h"
+#include "runtime/base/Exception.h"
 #include "runtime/base/Text.h"
 
 namespace host {
 
 namespace {
+
+constexpr const char* noDescriptor = "4294967295";
 
 const rt::AttributeInfo& attributeOf(const rt::Entity& entity, std::string_view name) {
   const rt::AttributeInfo* const found = entity.type().find(name);
@@ -27,7 +34,9 @@ Card cardOf(const rt::Ptr<rt::Entity>& record) {
       .record = record,
       .interface = attributeText(*record, "backendDev"),
       .mac = rt::EthAddr::fromText(attributeText(*record, "macAddr").str()).value_or(rt::EthAddr()),
-      .tap = attributeText(*record, "macvtapDev")};
+      .tap = attributeText(*record, "macvtapDev"),
+      .status = attributeText(*record, "status"),
+      .hasDescriptor = attributeText(*record, "macvtapFd") != noDescriptor};
 }
 
 }  // namespace
@@ -99,5 +108,27 @@ std::vector<Card> cardsOf(const rt::Entity& machine) {
 }
 
 void forgetTap(const Card& card) { attributeTextIs(*card.record, "macvtapDev", ""); }
+
+void statusIs(const Card& card, std::string_view status) {
+  attributeTextIs(*card.record, "status", status);
+}
+
+// The agent closes the descriptor of a card that it gives up, so it must have one.
+void makeAttached(const Card& card) {
+  if (!card.hasDescriptor) {
+    const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nothing < 0) throw rt::ErrnoException(errno, "/dev/null cannot be opened");
+    attributeTextIs(*card.record, "macvtapFd", rt::toText(nothing).str());
+  }
+  attributeTextIs(*card.record, "linkDownPending", "false");
+  statusIs(card, "linkUp");
+}
+
+bool isSettled(const rt::Entity& machine) {
+  const auto monitor = entityOf(machine, "monSm");
+  return monitor && isConnected(sessionOf(machine)) &&
+         attributeText(*monitor, "isPendingRequest") == "false" &&
+         attributeOf(*monitor, "qmpRequest").keys(*monitor).empty();
+}
 
 }  // namespace host

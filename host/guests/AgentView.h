@@ -34,12 +34,14 @@ void askForState(const Session& session);
 // Has the agent hear once more that it is connected.
 void connectAgain(const Session& session);
 
-// A card of a guest that was started.
+// A card of a guest that was started, as it was when it was looked at.
 struct Card {
   rt::Ptr<rt::Entity> record;
   rt::String interface;
   rt::EthAddr mac;
-  rt::String tap;  // its macvtap device; empty when it has none
+  rt::String tap;     // its macvtap device; empty when it has none
+  rt::String status;  // "linkUninitialized", "linkDown", "linkGoingDown", "linkGoingUp", "linkUp"
+  bool hasDescriptor = false;  // of its device
 };
 // All cards of all VMs.
 std::vector<Card> cards(const rt::Entity& root);
@@ -47,5 +49,13 @@ std::vector<Card> cards(const rt::Entity& root);
 std::vector<Card> cardsOf(const rt::Entity& machine);
 // Has the card forget its device, which is not the agent's to delete any more.
 void forgetTap(const Card& card);
+// Has the agent take the card for one of that status.
+void statusIs(const Card& card, std::string_view status);
+// Has the agent take the card for one that is attached, so that it gives it up when its interface
+// goes, and attaches it anew. For a card of a machine that is settled: an answer that came later
+// would find it as it cannot be. ErrnoException when no descriptor is left.
+void makeAttached(const Card& card);
+// Whether the machine's monitor is connected and nothing is waited for that it was asked.
+bool isSettled(const rt::Entity& machine);
 
 }  // namespace host

@@ -13,6 +13,8 @@ class VmCards {
   virtual void switchingOff(const rt::String& vm) = 0;
   // Clears up what that step has left, whether it went well or not.
   virtual void switchedOff(const rt::String& vm) = 0;
+  // Takes note that the VM's cards may have changed, or what the VM's machine waits for.
+  virtual void changed(const rt::String& vm) = 0;
 };
 
 }  // namespace host

@@ -59,9 +59,13 @@ void VmKeeper::adoptableIs(bool adoptable) {
   tools_.note(name_);
 }
 
-void VmKeeper::handleStatus() { tools_.note(name_); }
+void VmKeeper::handleStatus() {
+  tools_.cards.changed(name_);
+  tools_.note(name_);
+}
 
 void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*change*/) {
+  tools_.cards.changed(name_);
   const auto process = processOf(machine);
   if (!process || process_.notifier() == process) return;
   process_.notifierIs(process);

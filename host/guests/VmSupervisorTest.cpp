@@ -327,6 +327,24 @@ TEST_F(VmSupervisorTest, TellsOfItsCardsAfterARemovalThatThrew) {
   EXPECT_THAT(world.cards.take(), ElementsAre("before off: web1 is on", "off: web1 is gone"));
 }
 
+TEST_F(VmSupervisorTest, TellsThatCardsMayHaveChangedWhenTheVmsMachineDid) {
+  start("web1");
+  start("web2");
+  world.cards.takeChanged();
+  world.agent->agent()->vmSm()->vmConfigSm("web1")->stir();
+  EXPECT_THAT(world.cards.takeChanged(), ElementsAre("web1"));
+  world.settle();
+  world.advance(3600);
+  EXPECT_THAT(world.cards.takeChanged(), IsEmpty());
+}
+
+TEST_F(VmSupervisorTest, TellsThatCardsMayHaveChangedWhenTheVmsStateDid) {
+  start("web1");
+  world.cards.takeChanged();
+  world.status->vmStatus("web1")->stateIs("Running");
+  EXPECT_THAT(world.cards.takeChanged(), ElementsAre("web1"));
+}
+
 // Guests that an earlier daemon left.
 
 TEST_F(VmSupervisorTest, StartsOnlyWhenTheGuestsOfAnEarlierDaemonAreGone) {

@@ -70,6 +70,16 @@ void InterfaceNames::deviceLeaves(const rt::String& device) {
     if (present.deviceName == device) withdrawing_(id.name());
 }
 
+void InterfaceNames::flap(const rt::String& id) {
+  const rt::IntfId intfId(id);
+  const auto local = localDir_->intfStatusLocal(intfId);
+  if (!local) return;
+  rt::FirstException failures;
+  failures.run([&] { localDir_->intfStatusLocalDel(intfId); });
+  failures.run([&] { localDir_->intfStatusLocalIs(intfId, *local); });
+  failures.rethrow();
+}
+
 void InterfaceNames::update(const rt::String& id) {
   const rt::IntfId intfId(id);
   const auto row = configured_.find(id);

@@ -36,6 +36,8 @@ class InterfaceNames final : public rt::StateMachineOf<InterfaceNames> {
   void deviceDel(const rt::String& device);
   // A device that goes on under another name; called before anything is told.
   void deviceLeaves(const rt::String& device);
+  // Tells the agent that the interface went and came, as it would of a device that did.
+  void flap(const rt::String& id);
 
   static constexpr std::string_view typeName = "host::InterfaceNames";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &InterfaceNames::initialized>>;

@@ -239,6 +239,22 @@ TEST_F(InterfaceNamesTest, RefuseARowWithAFieldThatIsNotKnown) {
   EXPECT_THAT(problem("Vlan1"), HasSubstr("device: 'eth0' is refused"));
 }
 
+TEST_F(InterfaceNamesTest, TellOfAFlapAsIfTheDeviceHadGoneAndCome) {
+  comes("eth0", 2);
+  const auto observer = rt::make<OrderObserver>(localDir, present);
+  names->flap("eth0");
+  EXPECT_THAT(observer->heard, ElementsAre("eth0 goes, unknown", "eth0 comes, known"));
+  names->flap("eth9");
+  EXPECT_EQ(observer->heard.size(), 2U) << "there is none";
+}
+
+TEST_F(InterfaceNamesTest, TellThatAFlapIsOverAlsoWhenSomebodyThrows) {
+  comes("eth0", 2);
+  const auto thrower = rt::make<Thrower>(localDir);
+  EXPECT_THROW(names->flap("eth0"), rt::Exception);
+  EXPECT_TRUE(present->intfStatusAndDeviceNameHas(rt::IntfId("eth0")));
+}
+
 TEST_F(InterfaceNamesTest, AreKnownToWhoeverHearsOfADevice) {
   const auto observer = rt::make<OrderObserver>(localDir, present);
   comes("eth0", 2);

@@ -89,4 +89,9 @@ void Janitor::handleWithdrawal(const rt::String& interface) {
   }
 }
 
+void Janitor::takeDevice(const Card& card) {
+  forgetTap(card);
+  sweep(tools_.taps(), {card.mac});
+}
+
 }  // namespace host

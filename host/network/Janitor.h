@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "host/guests/AgentView.h"
-#include "host/guests/VmCards.h"
 #include "host/network/Taps.h"
 
 namespace host {
@@ -32,7 +31,7 @@ const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps);
 // from its interface, for a second device of that address cannot go up. So cards forget what is not
 // theirs, and what is left over is deleted: only what is ours now, by its address. Owned by the
 // daemon.
-class Janitor final : public VmCards {
+class Janitor {
  public:
   struct Tools {
     rt::Ptr<const rt::Entity> agent;  // the root
@@ -48,12 +47,15 @@ class Janitor final : public VmCards {
   // Deletes all that is stray. To be called at the start, and when a guest was taken up.
   void sweep();
   // Has the VM's cards forget devices that are not theirs: all, where the kernel does not answer.
-  // Looks at the kernel each time, for what that has to tell may be unread.
-  void switchingOff(const rt::String& vm) override;
-  // Deletes what is left of the cards that the VM had then.
-  void switchedOff(const rt::String& vm) override;
+  // To be called before the agent switches the VM off or lets it go. Looks at the kernel each time,
+  // for what that has to tell may be unread. Throws nothing.
+  void switchingOff(const rt::String& vm);
+  // Deletes what is left of the cards that the VM had then. Throws nothing.
+  void switchedOff(const rt::String& vm);
   // Deletes what cards have on an interface that is about to be withdrawn while its device stays.
   void handleWithdrawal(const rt::String& interface);
+  // Deletes the card's device, and every other of its address that no card names.
+  void takeDevice(const Card& card);
 
  private:
   TapUse useOf(const Card& card) const;

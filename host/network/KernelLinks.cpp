@@ -1,9 +1,13 @@
 #include "host/network/KernelLinks.h"
 
+#include "runtime/base/FirstException.h"
+
 namespace host {
 
-KernelLinks::KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names)
+KernelLinks::KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names,
+                         std::function<void()> heard)
     : records_(std::move(status), std::move(names)),
+      heard_(std::move(heard)),
       descriptor_(*this, rt::make<rt::FileDescriptor>("kernel links")) {
   handleInitialized();
 }
@@ -16,6 +20,11 @@ void KernelLinks::handleInitialized() {
   handleReadable();
 }
 
-void KernelLinks::handleReadable() { records_.linksAre(source_.read()); }
+void KernelLinks::handleReadable() {
+  rt::FirstException failures;
+  failures.run([&] { records_.linksAre(source_.read()); });
+  heard_();
+  failures.rethrow();
+}
 
 }  // namespace host

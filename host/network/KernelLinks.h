@@ -1,6 +1,7 @@
 // The kernel's network devices, followed.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "host/network/LinkRecords.h"
@@ -29,7 +30,9 @@ class KernelLinkSource {
 // Keeps the records of the kernel's devices up to date.
 class KernelLinks final : public rt::StateMachineOf<KernelLinks> {
  public:
-  KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names);
+  // `heard` is called after the kernel told of any device, also of one that is no interface.
+  KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names,
+              std::function<void()> heard);
 
   static constexpr std::string_view typeName = "host::KernelLinks";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &KernelLinks::initialized>>;
@@ -40,6 +43,7 @@ class KernelLinks final : public rt::StateMachineOf<KernelLinks> {
 
   KernelLinkSource source_;
   LinkRecords records_;
+  const std::function<void()> heard_;
 
   rt::Reactor<KernelLinks, rt::FileDescriptor,
               rt::On<&rt::FileDescriptor::readable, &KernelLinks::handleReadable>>

@@ -139,7 +139,7 @@ TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
 
 TEST_F(LinkRecordsTest, AreTheKernelsFromTheBeginning) {
   const rt::ActivityManager manager;
-  const auto links = rt::make<KernelLinks>(kernel, names);
+  const auto links = rt::make<KernelLinks>(kernel, names, [] {});
   EXPECT_THAT(devices(), Contains("1 lo"));
   EXPECT_THAT(interfaces(), testing::Not(Contains("lo")));
 }

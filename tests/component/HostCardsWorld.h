@@ -1,21 +1,43 @@
-// Two VMs with a card each, run by the agent, and the host's janitor beside it.
+// Two VMs with a card each, run by the agent, and beside it what the host has for cards.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "host/network/Janitor.h"
+#include "host/network/CardHealer.h"
 #include "tests/fakes/AgentWorld.h"
 
 namespace Vm::fakes {
 
 inline constexpr const char* firstMac = "52:54:00:12:34:01";
 inline constexpr const char* secondMac = "52:54:00:12:34:02";
+
+// Tells of a VM's changes as its keeper does.
+class CardTeller final : public rt::StateMachineOf<CardTeller> {
+ public:
+  CardTeller(rt::String vm, const rt::Ptr<const rt::Entity>& machine, host::VmCards& cards)
+      : vm_(std::move(vm)), cards_(cards), machine_(*this) {
+    machine_.notifierIs(machine);
+  }
+
+  static constexpr std::string_view typeName = "Vm::fakes::CardTeller";
+  using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &CardTeller::initialized>>;
+
+ private:
+  void handleMachine(const rt::Entity& /*machine*/, const rt::Change& /*change*/) {
+    cards_.changed(vm_);
+  }
+
+  const rt::String vm_;
+  host::VmCards& cards_;
+  rt::AnyReactor<CardTeller, &CardTeller::handleMachine> machine_;
+};
 
 // "web1" has a card on Ethernet1 (index 11), "web2" one on Ethernet2 (index 12). The kernel has
 // both interfaces; no VM is switched on. What the janitor deletes is in the log as "janitor del
@@ -25,46 +47,20 @@ class HostCardsWorld : public AgentWorld {
   static constexpr uint32_t firstPort = 11;
   static constexpr uint32_t secondPort = 12;
 
-  explicit HostCardsWorld(const char* macOfSecond = secondMac)
-      : web1(vmWithCard("web1", firstMac, "Ethernet1")),
-        web2(vmWithCard("web2", macOfSecond, "Ethernet2")) {
-    AgentWorld::start();
-    interfaceIs("Ethernet1", firstPort);
-    interfaceIs("Ethernet2", secondPort);
-    turn();
-  }
+  explicit HostCardsWorld(const char* macOfSecond = secondMac,
+                          const char* interfaceOfSecond = "Ethernet2");
 
   const VmConfig::Ptr web1;
   const VmConfig::Ptr web2;
   bool kernelAnswers = true;
   int looks = 0;  // at the kernel's macvtap devices
 
-  // Those of the fake kernel.
-  std::vector<host::Tap> taps() {
-    ++looks;
-    if (!kernelAnswers) throw rt::Exception("no descriptor is left");
-    std::vector<host::Tap> all;
-    for (const std::string& name : kernel.macvtaps()) {
-      const FakeKernel::Device& device = *kernel.device(name);
-      all.push_back({name, rt::EthAddr(rt::String(device.mac)), device.lower, device.up()});
-    }
-    return all;
-  }
-
-  host::Janitor janitor{host::Janitor::Tools{
-      .agent = root,
-      .ourAddresses = [this] { return configuredAddresses(); },
-      .deviceOf =
-          [this](const rt::String& interface) {
-            const auto device = deviceIntfStatusDir->intfStatusAndDeviceName(rt::IntfId(interface));
-            return device ? device->ifIndex : 0;
-          },
-      .taps = [this] { return taps(); },
-      .remove =
-          [this](const rt::String& device) {
-            effects.add("janitor del " + device.str());
-            kernel.deviceDel(device.str());
-          }}};
+  host::TraceLog traceLog{0, {}};
+  const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();
+  host::Problems problems{hostStatus,
+                          [this] { return static_cast<uint64_t>(clock->now().value()); }};
+  host::Janitor janitor;
+  const host::CardHealer::Ptr healer;
 
   Vnic::Ptr card(const std::string& vmName) const { return vm(vmName)->vnic("net0"); }
   // The address of the kernel's device of that name; empty when there is none.
@@ -91,26 +87,27 @@ class HostCardsWorld : public AgentWorld {
       janitor.switchedOff(vm->name());
     });
   }
+  // Time passes, QEMUs answer, and the loop makes its passes, one a `step`.
+  void pass(double seconds, double step = 0.1);
+  // What the VM's QEMU was asked since the last call, its polls left out.
+  std::vector<std::string> asked(const std::string& vmName);
+  // The VM's problem; empty when there is none.
+  std::string problem(const char* vmName) const;
+  // Whether the VM's card is on its interface: by a device of its own that is up, whose descriptor
+  // the agent has.
+  bool isAttached(const std::string& vmName) const;
   // What was deleted since the last call, by whom.
-  std::vector<std::string> deletions() {
-    auto all = effects.take();
-    std::erase_if(
-        all, [](const std::string& effect) { return effect.find("del ") == std::string::npos; });
-    return all;
-  }
+  std::vector<std::string> deletions();
 
  private:
-  VmConfig::Ptr vmWithCard(const std::string& name, const char* mac, const char* interface) {
-    const auto vm = addVm(name);
-    addCard(vm, "nic00", mac, interface);
-    return vm;
-  }
-  std::set<rt::EthAddr> configuredAddresses() const {
-    std::set<rt::EthAddr> addresses;
-    for (const auto& [name, vm] : config->vmConfigs())
-      for (const auto& [key, card] : vm->vnicConfigs()) addresses.insert(card->macAddr());
-    return addresses;
-  }
+  VmConfig::Ptr vmWithCard(const std::string& name, const char* mac, const char* interface);
+  host::Janitor::Tools janitorsTools();
+  std::vector<host::Tap> taps();
+  std::set<rt::EthAddr> configuredAddresses() const;
+  void answer();
+
+  std::vector<rt::Ptr<CardTeller>> tellers_;
+  std::map<std::string, std::vector<std::string>> asked_;
 };
 
 }  // namespace Vm::fakes

@@ -128,6 +128,17 @@ TEST_F(HostJanitor, LeavesAVmItsDeviceWhenTheInterfaceOfAnotherThatHadTheNameIsW
   EXPECT_EQ(card("web1")->macvtapDev(), "");
 }
 
+TEST_F(HostJanitor, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
+  run(web1);
+  run(web2);
+  card("web1")->macvtapDevIs("macvtap1");
+  effects.take();
+  janitor.takeDevice(host::cardsOf(*vm("web1")).front());
+  EXPECT_THAT(deletions(), ElementsAre("janitor del macvtap0"));
+  EXPECT_EQ(card("web1")->macvtapDev(), "");
+  EXPECT_EQ(macOf("macvtap1"), secondMac);
+}
+
 // Two VMs of one address: the one is to go, and the other was made in its stead.
 class HostJanitorOfOneAddress : public HostJanitor {
  protected:

@@ -1,5 +1,5 @@
-// Which macvtap devices there are, which the daemon deletes and which it leaves to others, with
-// scripted QEMUs.
+// Which macvtap devices there are, which the daemon deletes, which it leaves to others and which it
+// makes anew, with scripted QEMUs.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <linux/if_packet.h>
@@ -61,6 +61,12 @@ class DaemonCards : public DaemonFixture {
     world.start();
     runVmOn("first", firstMac, "Ethernet1");
     ASSERT_EQ(macOf("macvtap0"), firstMac);
+  }
+  // Waits until all is as it stays: the guest is seen to run, and was polled again since.
+  void settle(const std::string& vm) {
+    ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", vm, R"("state":"Running")"); }));
+    const int polls = asked(vm, "query-status");
+    ASSERT_TRUE(waitUntil([&] { return asked(vm, "query-status") > polls; }));
   }
   // The first VM's interface goes with its device, and the second's gets a device of that name.
   void passTheNameOn() {
@@ -186,6 +192,58 @@ TEST_F(DaemonCards, LeaveAStrangersDeviceAloneWhenTheInterfaceOfTheNameIsRenamed
   EXPECT_EQ(macOf("macvtap0"), "52:54:00:99:99:99");
   world.ctl({"disable", "first", "--wait"});
   EXPECT_EQ(macOf("macvtap0"), "52:54:00:99:99:99");
+}
+
+// Cards that are cut off.
+
+TEST_F(DaemonCards, AreAttachedAnewWhenSomebodyDeletesTheirDevice) {
+  startWithFirst();
+  runVmOn("second", secondMac, "Ethernet2");
+  settle("first");
+  ip("link del macvtap0");
+  EXPECT_TRUE(waitUntil([] { return asked("first", "netdev_add") == 2; }, 5)) << world.log();
+  EXPECT_TRUE(waitUntil([] { return asked("first", "set_link") == 3; }));
+  EXPECT_EQ(macOf("macvtap0"), firstMac);
+  EXPECT_THAT(taps(), HasSubstr("macvtap0@Ethernet1"));
+  EXPECT_EQ(asked("second", "netdev_del"), 0);
+}
+
+TEST_F(DaemonCards, AreAttachedAnewWhenSomebodySwitchesTheirDeviceOff) {
+  startWithFirst();
+  ip("link set macvtap0 down");
+  EXPECT_TRUE(waitUntil([] { return asked("first", "netdev_add") == 2; }, 5)) << world.log();
+  EXPECT_THAT(taps(), HasSubstr("macvtap0@Ethernet1: <BROADCAST,MULTICAST,UP"));
+}
+
+TEST_F(DaemonCards, ThatCannotBeAttachedAreTheirVmsProblemUntilTheyAre) {
+  startWithFirst();
+  unheard([] {
+    ip("link del macvtap0");
+    ip("link add link Ethernet1 name lan0 address 52:54:00:12:34:01 type macvtap mode bridge");
+    ip("link set lan0 up");
+  });
+  EXPECT_TRUE(waitUntil([&] { return !world.row("vmProblem", "first").empty(); }, 10));
+  EXPECT_THAT(world.ctl({"show", "first"}),
+              HasSubstr("card 52:54:00:12:34:01 cannot be attached to Ethernet1: the device lan0 "
+                        "there has its address"));
+  ip("link del lan0");
+  EXPECT_TRUE(waitUntil([] { return macOf("macvtap0") == firstMac; })) << world.log();
+  EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "first").empty(); }));
+}
+
+// What a bad moment has left: the first device could not be made.
+TEST_F(DaemonCards, AreAttachedOnceTheyCanBe) {
+  addPort("Ethernet1");
+  ip("link add link Ethernet1 name lan0 address 52:54:00:12:34:01 type macvtap mode bridge");
+  ip("link set lan0 up");
+  world.start();
+  world.addVm("first",
+              {"--nic", std::string("model=e1000,intf=Ethernet1,mac=") + firstMac, "--enabled"});
+  ASSERT_TRUE(waitUntil([] { return asked("first", "cont") == 1; }));
+  EXPECT_EQ(asked("first", "netdev_add"), 0);
+  EXPECT_TRUE(waitUntil([&] { return !world.row("vmProblem", "first").empty(); }, 10));
+  ip("link del lan0");
+  EXPECT_TRUE(waitUntil([] { return asked("first", "netdev_add") == 1; })) << world.log();
 }
 
 }  // namespace

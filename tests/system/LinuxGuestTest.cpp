@@ -190,6 +190,20 @@ TEST_F(LinuxGuest, HasEachOfItsCardsOnItsInterfaceAndTwoOnOne) {
   EXPECT_TRUE(answersPing("10.77.2.48")) << "its own interface is still there";
 }
 
+TEST_F(LinuxGuest, AnswersAgainWhenSomebodyDeletedTheDeviceOfItsCardAndNoOtherIsDisturbed) {
+  addPort("Ethernet1", "wire1", {"10.77.0.1/24"});
+  addPort("Ethernet2", "wire2", {"10.77.1.1/24"});
+  runGuest({card("virtio-net-pci", "10", "Ethernet1"), card("virtio-net-pci", "20", "Ethernet2")});
+  ASSERT_TRUE(answersPing("10.77.0.16")) << whatIsSo();
+  ASSERT_TRUE(answersPing("10.77.1.32")) << whatIsSo();
+  Pinging other({"-i", "0.2", "10.77.1.32"});
+  EXPECT_TRUE(other.hasAnswers(1));
+  ip("link del macvtap0");
+  EXPECT_TRUE(answersPing("10.77.0.16", 10)) << whatIsSo();
+  EXPECT_TRUE(other.hasAnswers(5));
+  EXPECT_EQ(other.lost(), 0);
+}
+
 // The daemon's end.
 
 TEST_F(LinuxGuest, AnswersWhileItsDaemonIsGoneAndWithTheNextAndItsLineStaysUp) {
