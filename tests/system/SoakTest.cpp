@@ -16,6 +16,7 @@
 #include <random>
 #include <regex>
 
+#include "host/network/Taps.h"
 #include "tests/system/FaultWorld.h"
 
 namespace host::fakes {
@@ -132,6 +133,17 @@ class Soak : public testing::Test {
     pause(6'000);
     FaultWorld::signal(qemu, SIGCONT);
   }
+  void holdShim(Guest& guest) {
+    const pid_t shim = world.keeper(guest.vm);
+    if (!shim) return;
+    FaultWorld::signal(shim, SIGSTOP);
+    pause(8'000);
+    FaultWorld::signal(shim, SIGCONT);
+  }
+  void deleteDevice(Guest& guest) {
+    for (const Tap& tap : taps())
+      if (tap.mac.text() == guest.mac) ip("link del " + tap.name.str());
+  }
   void powerOff(Guest& guest) {
     std::smatch path;
     const std::string status = world.row("vmStatus", guest.vm);
@@ -165,6 +177,8 @@ class Soak : public testing::Test {
                                                              {"kill QEMU", &Soak::killQemu},
                                                              {"kill the shim", &Soak::killShim},
                                                              {"hold QEMU", &Soak::holdQemu},
+                                                             {"hold the shim", &Soak::holdShim},
+                                                             {"no device", &Soak::deleteDevice},
                                                              {"power off", &Soak::powerOff},
                                                              {"add anew", &Soak::addAnew},
                                                              {"spoil", &Soak::spoil}};
