@@ -343,5 +343,14 @@ TEST_F(NicVerb, RefusesToRemoveACardThatIsNotThere) {
             (Answer{3, "", "vmctl: web1: there is no card 'nic01'; did you mean 'nic00'?\n"}));
 }
 
+TEST_F(SetVerb, SaysThatTheConfigurationWouldBeTooLong) {
+  const std::string path = "/" + std::string(1024 * 1024, 'x');
+  const Answer answer =
+      vmctl(std::vector<rt::String>{"set", "web1", rt::String("diskImage=" + path)});
+  EXPECT_EQ(answer.exit, 5);
+  EXPECT_THAT(answer.err, testing::StartsWith("vmctl: "));
+  EXPECT_THAT(answer.err, testing::EndsWith(" bytes: it must have at most 1048576\n"));
+}
+
 }  // namespace
 }  // namespace ctl

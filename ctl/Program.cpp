@@ -59,7 +59,7 @@ Exit run(std::span<const rt::String> arguments, World& world) {
     return refusal.exit();
   } catch (const statedb::Error& error) {
     complain(error.what());
-    return Exit::unreachable;
+    return error.trouble() == statedb::Trouble::invalid ? Exit::invalid : Exit::unreachable;
   } catch (const rt::Exception& exception) {
     complain(exception.what());
     return Exit::failed;

@@ -9,8 +9,12 @@
 
 namespace statedb {
 
-// A JSON text of any kind, 1 MiB at least, under a key in a table. Names are not empty and hold no
-// NUL byte; the database gives them no meaning.
+// In bytes. Whoever reads a record holds it in memory, and shows its name in a line.
+inline constexpr size_t longestName = 255;
+inline constexpr size_t longestDocument = 1024 * 1024;
+
+// A JSON text of any kind under a key in a table. Names, of tables and keys, are not empty and hold
+// no NUL byte; the database gives them no meaning.
 struct Record {
   rt::String table;
   rt::String key;

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <tuple>
 
+#include "runtime/base/Text.h"
+
 namespace statedb {
 
 namespace {
@@ -30,7 +32,26 @@ std::vector<rt::String> tablesOf(const Transaction& transaction) {
   return tables;
 }
 
+rt::String sizeOf(std::string_view text, size_t most) {
+  return " has " + rt::toText(text.size()) + " bytes: it must have at most " + rt::toText(most);
+}
+
+// What is longer was not written by us, or can be removed.
+Error tooLong(const Record& record) {
+  for (const rt::String* const name : {&record.table, &record.key})
+    if (name->size() > longestName)
+      return {Trouble::invalid,
+              "the name '" + name->substr(0, 32) + "...'" + sizeOf(*name, longestName)};
+  return {Trouble::invalid, "the document for " + nameOf(record.table, record.key) +
+                                sizeOf(record.doc, longestDocument)};
+}
+
 }  // namespace
+
+bool fits(const Record& record) {
+  return record.table.size() <= longestName && record.key.size() <= longestName &&
+         record.doc.size() <= longestDocument;
+}
 
 void requireSoundName(const rt::String& table, const rt::String& key) {
   requireTableName(table);
@@ -54,6 +75,7 @@ void requireSound(const Transaction& transaction, Half half) {
   for (const Change& write : transaction.writes()) {
     const Record& record = write.record;
     requireSoundName(record.table, record.key);
+    if (write.op == Op::put && !fits(record)) throw tooLong(record);
     if (!written.emplace(record.table, record.key).second)
       throw Error(Trouble::invalid, nameOf(record.table, record.key) +
                                         " is written twice in one transaction: write it once");

@@ -11,6 +11,8 @@ namespace statedb {
 void requireSoundName(const rt::String& table, const rt::String& key);
 void requireTables(const std::vector<rt::String>& tables, Half half);
 void requireSound(const Transaction& transaction, Half half);
+// Whether names and document are as short as all are.
+bool fits(const Record& record);
 
 // The half that all tables of a request are of; `invalid` when they are of both, or none is named.
 Half halfOf(const std::vector<rt::String>& tables);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "runtime/base/Check.h"
+#include "statedb/Requests.h"
 
 namespace statedb {
 
@@ -14,6 +15,7 @@ RowWriter::RowWriter(StateDb& db, std::vector<rt::String> tables)
 
 void RowWriter::rowIs(const rt::String& table, const rt::String& key, const rt::String& doc) {
   rt::check(std::find(tables_.begin(), tables_.end(), table) != tables_.end(), "a table of ours");
+  if (!fits({table, key, doc})) return rowDel(table, key);
   const Name name(table, key);
   const auto [row, isNew] = rows_.try_emplace(name, doc);
   if (!isNew && row->second == doc) return;

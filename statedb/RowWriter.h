@@ -17,7 +17,8 @@ class RowWriter {
   // Of one half.
   RowWriter(StateDb& db, std::vector<rt::String> tables);
 
-  // To be written by the next flush, unless it is as it was.
+  // To be written by the next flush, unless it is as it was. A row that is too long for the store
+  // is none: one that cannot be written must not keep all others from being.
   void rowIs(const rt::String& table, const rt::String& key, const rt::String& doc);
   void rowDel(const rt::String& table, const rt::String& key);
 

@@ -52,6 +52,18 @@ class RowWriterTest : public testing::Test {
   RowWriter writer{db, {"vmStatus", "fdb"}};
 };
 
+TEST_F(RowWriterTest, LosesARowThatIsTooLongAndNoOther) {
+  const rt::String tooLong = "\"" + rt::String(std::string(longestDocument, 'x')) + "\"";
+  writer.rowIs("vmStatus", "web1", "{}");
+  writer.rowIs("vmStatus", "web2", "{}");
+  writer.flush();
+  writer.rowIs("vmStatus", "web1", tooLong);
+  writer.rowIs("vmStatus", rt::String(std::string(longestName + 1, 'n')), "{}");
+  writer.rowIs("vmStatus", "web2", "[]");
+  writer.flush();
+  EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web2", "[]")));
+}
+
 TEST_F(RowWriterTest, WritesNothingBeforeTheFlush) {
   writer.rowIs("vmStatus", "web1", "{}");
   EXPECT_THAT(rows(), IsEmpty());

@@ -57,6 +57,24 @@ TEST_P(StoreContract, AllUsersSeeWhatOneCommitted) {
   EXPECT_EQ(reader->snapshot({table}).records, all().records);
 }
 
+TEST_P(StoreContract, WhatIsTooLongIsRefusedByNameAndNothingIsWritten) {
+  const rt::String longest(std::string(longestName, 'n'));
+  const rt::String text = "\"" + rt::String(std::string(longestDocument - 2, 'x')) + "\"";
+  put(longest, text);
+  EXPECT_EQ(all().records.size(), 1U);
+  const auto sentenceOf = [&](const rt::String& key, const rt::String& doc) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { put(key, doc); }, &sentence), Trouble::invalid);
+    return sentence;
+  };
+  EXPECT_EQ(sentenceOf(longest + "n", "1"),
+            "the name '" + std::string(32, 'n') + "...' has 256 bytes: it must have at most 255");
+  EXPECT_EQ(sentenceOf("a", text + " "), "the document for record 'a' of table '" + table.str() +
+                                             "' has 1048577 bytes: it must have at most 1048576");
+  EXPECT_EQ(all().records.size(), 1U);
+  del(longest + "n");
+}
+
 TEST_P(StoreContract, ARecordCanBeReplacedAndRemoved) {
   put("a", "1");
   put("a", "2");
@@ -245,7 +263,7 @@ TEST_P(StoreContract, KeepsAnyNameAndDocumentByteForByte) {
                                          "a\nb\tc",
                                          "\xff\xfe",
                                          "Z\xc3\xbcrich \xf0\x9f\x90\xa7",
-                                         rt::String(std::string(4000, 'k')),
+                                         rt::String(std::string(longestName, 'k')),
                                          " ",
                                          "A",
                                          "a"};

@@ -2,7 +2,16 @@
 
 #include <algorithm>
 
+#include "runtime/base/Text.h"
+
 namespace host {
+
+namespace {
+
+// In bytes, but for the last problem that is told: whoever reads that has enough to do.
+constexpr size_t longestText = 1024;
+
+}  // namespace
 
 rt::String toText(ProblemSource source) {
   constexpr std::array<const char*, problemSources> names = {"config", "image", "qemu",   "agent",
@@ -12,9 +21,11 @@ rt::String toText(ProblemSource source) {
 
 rt::String textOf(const std::vector<rt::Problem>& problems) {
   rt::String text;
-  for (const rt::Problem& problem : problems) {
-    if (!text.empty()) text += "; ";
-    text += problem.text();
+  for (size_t i = 0; i < problems.size(); ++i) {
+    if (text.size() >= longestText)
+      return text + "; and " + rt::toText(problems.size() - i) + " more";
+    if (i > 0) text += "; ";
+    text += problems[i].text();
   }
   return text;
 }

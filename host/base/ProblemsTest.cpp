@@ -23,6 +23,16 @@ class ProblemsTest : public testing::Test {
   Problems problems{status, [this] { return now; }};
 };
 
+TEST(TextOfProblems, HasAllOfAFewAndCountsTheRestOfMany) {
+  const rt::Problem one{"memory", "0", "must be 1"};
+  const std::string each = "memory: '0' is refused: must be 1";
+  EXPECT_EQ(textOf({}), "");
+  EXPECT_EQ(textOf({one, one}), each + "; " + each);
+  const rt::String many = textOf(std::vector<rt::Problem>(100'000, one));
+  EXPECT_LT(many.size(), 1200U);
+  EXPECT_THAT(many.str(), testing::EndsWith(each + "; and 99970 more"));
+}
+
 TEST_F(ProblemsTest, AreShownWithTheirSourceAndTime) {
   is(ProblemSource::agent, "no monitor");
   EXPECT_EQ(shown(), "agent: no monitor (since 5)");

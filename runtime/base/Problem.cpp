@@ -31,7 +31,8 @@ String shortened(std::string_view text) {
 }  // namespace
 
 String Problem::text() const {
-  return visible(field) + ": '" + visible(shortened(value)) + "' is refused: " + visible(right);
+  return visible(shortened(field)) + ": '" + visible(shortened(value)) +
+         "' is refused: " + visible(right);
 }
 
 }  // namespace rt

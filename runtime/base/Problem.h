@@ -8,7 +8,7 @@ namespace rt {
 // One finding about a configuration. Whoever checks finds all there are; they are thrown nowhere.
 struct Problem {
   String field;  // its path, such as "memory" or "vnicConfig.nic00.macAddr"
-  String value;  // what stands there, as it is; text() shortens it
+  String value;  // what stands there, as it is; text() shortens it, and the path as well
   String right;  // what would do: "must be 1 to 7940 (mebibytes)"
 
   // "memory: '0' is refused: must be 1 to 7940 (mebibytes)". One line, fit for a terminal: bytes

@@ -29,6 +29,11 @@ TEST(Problem, ShowsTheFirst64BytesOfALongValueAndKeepsItAll) {
   EXPECT_EQ((Problem{"f", std::string(65, 'a'), "r"}.value.size()), 65U);
 }
 
+TEST(Problem, ShowsTheBeginOfALongPath) {
+  EXPECT_EQ((Problem{String(std::string(65, 'a')), "x", "must not be"}.text()),
+            std::string(64, 'a') + "...: 'x' is refused: must not be");
+}
+
 TEST(Problem, CutsNoCharacterApart) {
   EXPECT_EQ(shown(std::string(63, 'a') + "\u00e9x"),
             "memory: '" + std::string(63, 'a') + "...' is refused: must be 1 to 10");

@@ -55,7 +55,22 @@ END;
 INSERT INTO meta(k, v) VALUES('store_id', lower(hex(randomblob(16)))), ('trimmed_to', 0);
 )";
 
-constexpr std::array<const char*, 1> steps1 = {format1};
+// Lengths in bytes: that of a text is in characters. Triggers, for the checks of a table cannot be
+// added to. What is too long already stays until it is removed.
+constexpr const char* format2 = R"(
+CREATE TRIGGER record_inserted_fits BEFORE INSERT ON record
+WHEN max(length(CAST(NEW.tbl AS BLOB)), length(CAST(NEW.key AS BLOB))) > 255
+  OR length(CAST(NEW.doc AS BLOB)) > 1048576 BEGIN
+  SELECT RAISE(ABORT, 'a table''s name or key has at most 255 bytes, a document 1048576');
+END;
+CREATE TRIGGER record_updated_fits BEFORE UPDATE OF tbl, key, doc ON record
+WHEN max(length(CAST(NEW.tbl AS BLOB)), length(CAST(NEW.key AS BLOB))) > 255
+  OR length(CAST(NEW.doc AS BLOB)) > 1048576 BEGIN
+  SELECT RAISE(ABORT, 'a table''s name or key has at most 255 bytes, a document 1048576');
+END;
+)";
+
+constexpr std::array<const char*, 2> allSteps = {format1, format2};
 
 bool isEmpty(Connection& connection) {
   return connection.number("SELECT count(*) FROM sqlite_schema") == 0;
@@ -86,7 +101,7 @@ void convert(Connection& connection, std::span<const char* const> steps) {
 
 }  // namespace
 
-std::span<const char* const> formatSteps() { return steps1; }
+std::span<const char* const> formatSteps() { return allSteps; }
 
 void requireFormat(Connection& connection, Role role, std::span<const char* const> steps) {
   const size_t format = formatOf(connection, steps.size());

@@ -36,6 +36,54 @@ TEST_F(SchemaTest, AnOlderFileIsConvertedWithWhatIsInIt) {
   EXPECT_EQ(connection.number("SELECT count(*) FROM extra"), 0);
 }
 
+// As any other program may write it.
+std::string insertion(size_t table, size_t key, size_t doc) {
+  const auto text = [](const char* with, size_t size) {
+    return "replace(hex(zeroblob(" + std::to_string(size) + ")), '00', '" + with + "')";
+  };
+  return "INSERT INTO record(tbl, key, doc) VALUES(" + text("t", table) + ", " + text("k", key) +
+         ", '\"' || " + text("d", doc - 2) + " || '\"')";
+}
+
+TEST_F(SchemaTest, WhatIsTooLongIsRefusedWhateverProgramWritesIt) {
+  open();
+  const auto refusalOf = [&](const std::string& sql) {
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { run(sql.c_str()); }, &sentence), Trouble::invalid) << sql;
+    return sentence;
+  };
+  const std::string words = "a table's name or key has at most 255 bytes, a document 1048576";
+  run(insertion(255, 255, 1048576).c_str());
+  EXPECT_THAT(refusalOf(insertion(256, 1, 2)), testing::HasSubstr(words));
+  EXPECT_THAT(refusalOf(insertion(1, 256, 2)), testing::HasSubstr(words));
+  EXPECT_THAT(refusalOf(insertion(1, 1, 1048577)), testing::HasSubstr(words));
+  EXPECT_THAT(refusalOf("UPDATE record SET doc = doc || ' '"), testing::HasSubstr(words));
+  EXPECT_THAT(refusalOf("UPDATE record SET key = key || 'k'"), testing::HasSubstr(words));
+  EXPECT_THAT(refusalOf("UPDATE record SET tbl = tbl || 't'"), testing::HasSubstr(words));
+  // Two bytes each.
+  EXPECT_THAT(refusalOf("UPDATE record SET key = replace(hex(zeroblob(128)), '00', char(233))"),
+              testing::HasSubstr(words));
+  run("UPDATE record SET doc = '1'");
+}
+
+TEST_F(SchemaTest, WhatIsTooLongInAnOlderFileStaysUntilItIsRemoved) {
+  const std::vector<const char*> before(formatSteps().begin(), formatSteps().begin() + 1);
+  contentIs(file, "");
+  {
+    Connection older(fileName(), rt::Seconds(1));
+    requireFormat(older, Role::owner, before);
+    older.run(insertion(8, 5000, 2'000'000).c_str());
+  }
+  const auto store = open();
+  const rt::String table(std::string(8, 't'));
+  const rt::String key(std::string(5000, 'k'));
+  const auto record = store->record(table, key);
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->doc.size(), 2'000'000U);
+  store->commit(Transaction().del(table, key));
+  EXPECT_FALSE(store->record(table, key));
+}
+
 TEST_F(SchemaTest, AConversionThatFailsLeavesTheOlderFile) {
   put(*open(), "a", "1");
   const int64_t before = format();
@@ -68,7 +116,7 @@ TEST_F(SchemaTest, AClientDoesNotConvert) {
       Trouble::older);
   EXPECT_EQ(
       sentence,
-      file.string() + " is of format 1, this program's is 2: restart vmagentd, which converts it");
+      file.string() + " is of format 2, this program's is 3: restart vmagentd, which converts it");
   EXPECT_EQ(format(), before);
 }
 
@@ -80,7 +128,7 @@ TEST_F(SchemaTest, ANewerFileIsRefusedAndLeftAlone) {
     EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::newer);
     EXPECT_EQ(sentence,
               file.string() +
-                  " is of format 7, but this program knows none above 1: install the newer"
+                  " is of format 7, but this program knows none above 2: install the newer"
                   " version again, or restore a backup");
   }
   EXPECT_EQ(format(), 7);
