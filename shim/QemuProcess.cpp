@@ -74,7 +74,8 @@ void giveUpProtection() {
   words.reserve(argv.size() + 1);
   for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
-  execv(program.c_str(), words.data());
+  char* none[] = {nullptr};
+  execve(program.c_str(), words.data(), none);
   giveUp("QEMU " + program + " cannot be run");
 }
 

@@ -19,8 +19,9 @@ struct Inheritance {
 };
 
 // Starts `program`, which dies with the thread that calls this: with SIGKILL, when that ends. With
-// no signal blocked, ignored or handled. A program that cannot be run ends with status 127 and says
-// so on its standard error. Throws Failure when there can be no process.
+// no signal blocked, ignored or handled, and without an environment: QEMU needs none. A program
+// that cannot be run ends with status 127 and says so on its standard error. Throws Failure when
+// there can be no process.
 pid_t startQemu(const std::string& program, const std::vector<std::string>& argv,
                 const Inheritance& inheritance);
 

@@ -117,6 +117,17 @@ TEST_F(Shim, KeepsItsFilesFromOthers) {
   EXPECT_EQ(modeOf(monitor()), 0660);
 }
 
+TEST_F(Shim, GivesItsQemuNothingOfItsEnvironment) {
+  auto told = environment();
+  told["TOKEN"] = "secret";
+  const ShimProcess shim(VMAGENT_SHIM, arguments(), told);
+  AgentClient agent(monitor());
+  agent.bringUp();
+  const std::string process = "/proc/" + std::to_string(shim.qemu());
+  EXPECT_THAT(contentOf(process + "/cmdline"), HasSubstr("guest0"));
+  EXPECT_EQ(contentOf(process + "/environ"), "");
+}
+
 TEST_F(Shim, HandsItsQemuTheLockAndNoPipeOfTheAgents) {
   const auto shim = start();
   AgentClient agent(monitor());
