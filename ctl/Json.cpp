@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "runtime/base/Format.h"
+#include "runtime/base/VisibleText.h"
 
 namespace ctl {
 
@@ -86,23 +87,45 @@ rt::String quoted(std::string_view text) {
   // Nearly all text needs no escapes, and passes at once.
   const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
   if (std::all_of(text.begin(), text.end(), isPlain)) return "\"" + rt::String(text) + "\"";
-  const bool isText = isUtf8(text);
   rt::String out = "\"";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\')
-      (out += '\\') += c;
-    else if (byte < 0x20)
-      out += rt::format("\\u%04x", byte);
-    else if (byte >= 0x80 && !isText)
+  while (!text.empty()) {
+    const size_t length = rt::characterLength(text);
+    const char c = text[0];
+    if (length == 0)
       out += "\xef\xbf\xbd";
+    else if (c == '"' || c == '\\')
+      (out += '\\') += c;
+    else if (static_cast<unsigned char>(c) < 0x20)
+      out += rt::format("\\u%04x", c);
     else
-      out += c;
+      out += text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
   }
   return out += '"';
 }
 
-rt::String indented(std::string_view compact) {
+rt::String onTerminal(std::string_view json) {
+  if (std::all_of(json.begin(), json.end(), [](char c) { return c >= 0x20 && c < 0x7f; }))
+    return json;
+  rt::String out;
+  while (!json.empty()) {
+    const size_t length = rt::characterLength(json);
+    const std::string_view character = json.substr(0, std::max<size_t>(length, 1));
+    const auto last = static_cast<unsigned char>(character.back());
+    const bool isLongControl = length == 2 && character[0] == '\xc2' && last < 0xa0;
+    if (length == 0)
+      out += "\\ufffd";
+    else if (isLongControl || last == 0x7f)
+      out += rt::format("\\u%04x", last);
+    else
+      out += rt::visibleText(character, "\n");
+    json.remove_prefix(character.size());
+  }
+  return out;
+}
+
+rt::String indented(std::string_view document) {
+  const rt::String compact = onTerminal(document);
   rt::String out;
   size_t depth = 0;
   bool inText = false;

@@ -43,7 +43,10 @@ class JsonValue {
 // The text as a JSON string. Bytes that are no UTF-8 become U+FFFD.
 rt::String quoted(std::string_view text);
 bool isUtf8(std::string_view text);
-// A compact document over several lines, for people, with a line feed at the end.
+// A compact document over several lines, for people, with a line feed at the end. As onTerminal().
 rt::String indented(std::string_view compact);
+// The same document, in which all is UTF-8 and is shown as it is: control characters and marks of
+// direction are escaped.
+rt::String onTerminal(std::string_view json);
 
 }  // namespace ctl

@@ -200,6 +200,19 @@ TEST_F(ListVerb, WritesNoControlCharactersOfOthersToATerminal) {
   EXPECT_THAT(vmctl("list").out, HasSubstr("bad\\x1b[2J\\x0aline"));
 }
 
+TEST_F(ListVerb, ShowsNamesOfOthersAsTheyAre) {
+  const std::string name = "\u202egnp\xff" + std::string(200, 'x');
+  put("vmConfig", rt::String(name), "[]");
+  putVm("web1", false);
+  const std::string shown = "\\u202egnp\\xff" + std::string(200, 'x');
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\n" + shown + "  "));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\nweb1  no       -      -        -\n"));
+  EXPECT_THAT(vmctl("list").err, HasSubstr(shown));
+  EXPECT_EQ(vmctl("list -o name").out, "web1\n" + shown + "\n");
+  EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"\\u202egnp\xef\xbf\xbd"
+                                                   "x"));
+}
+
 TEST_F(ListVerb, CutsLinesOnATerminalOnly) {
   putThree();
   columns_ = 50;

@@ -5,10 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <utility>
 
 #include "runtime/base/Exception.h"
-#include "runtime/base/Format.h"
+#include "runtime/base/VisibleText.h"
 
 namespace ctl {
 
@@ -102,25 +105,12 @@ bool LogFile::takeNews() {
 }
 
 rt::String TerminalText::of(std::string_view chunk) {
-  rt::String text;
-  for (const char c : chunk) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (isPending_) {
-      isPending_ = false;
-      if (byte >= 0x80 && byte < 0xa0) {  // U+0080 to U+009F
-        text += rt::format("\\xc2\\x%02x", byte);
-        continue;
-      }
-      text += '\xc2';
-    }
-    if (byte == 0xc2)
-      isPending_ = true;
-    else if (c == '\n' || c == '\t' || (byte >= 0x20 && byte != 0x7f))
-      text += c;
-    else if (c != '\r')
-      text += rt::format("\\x%02x", byte);
-  }
-  return text;
+  std::string text = std::exchange(pending_, {});
+  std::copy_if(chunk.begin(), chunk.end(), std::back_inserter(text),
+               [](char c) { return c != '\r'; });
+  const size_t whole = text.size() - rt::unfinishedLength(text);
+  pending_ = text.substr(whole);
+  return rt::visibleText(std::string_view(text).substr(0, whole), "\n\t");
 }
 
 }  // namespace ctl

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "runtime/base/String.h"
@@ -40,14 +41,14 @@ class LogFile {
   int inotify_ = -1;
 };
 
-// Makes guests' output fit for a terminal, chunk by chunk: control characters but tabs and ends of
-// lines are written \xNN, for they could do anything to it; carriage returns are left out.
+// Makes guests' output fit for a terminal, chunk by chunk: as rt::visibleText(), with tabs and ends
+// of lines; carriage returns are left out.
 class TerminalText {
  public:
   rt::String of(std::string_view chunk);
 
  private:
-  bool isPending_ = false;  // the first byte of what may be a control character
+  std::string pending_;  // the first bytes of a character
 };
 
 }  // namespace ctl

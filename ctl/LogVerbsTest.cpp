@@ -133,6 +133,8 @@ TEST(TerminalText, RemembersHalfACharacterBetweenChunks) {
   EXPECT_EQ(text.of("\x9b"), "\\xc2\\x9b");
   EXPECT_EQ(text.of("\xc2"), "");
   EXPECT_EQ(text.of("\xa9\x07"), "\xc2\xa9\\x07");
+  EXPECT_EQ(text.of("\xe2\x80"), "");
+  EXPECT_EQ(text.of("\xae|\xff"), "\\u202e|\\xff");
 }
 
 }  // namespace

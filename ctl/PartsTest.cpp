@@ -75,6 +75,17 @@ TEST(TableTest, AlignsByCharactersAndLeavesNoBlanksAtTheEnd) {
   EXPECT_EQ(table.text({}), "A    B\n\xc3\xa4\xc3\xb6\xc3\xbc  -\nx    yy\n");
 }
 
+TEST(TableTest, HasOneLongLineForALongCell) {
+  const std::string longName(5000, 'x');
+  Table table({"NAME", "STATE"});
+  table.row({rt::String(longName), "on"});
+  table.row({"web1", "off"});
+  EXPECT_EQ(table.text({}), "NAME  STATE\n" + longName + "  on\nweb1  off\n");
+  (void)table.takeText({});
+  table.row({"db", "on"});
+  EXPECT_EQ(table.text({}), "db    on\n") << "nor is what comes later";
+}
+
 TEST(TableTest, CutsTheLastCellWhereTheTerminalEnds) {
   Table table({"NAME", "TEXT"});
   table.row({"web1", "\xc3\xa4\xc3\xb6 is a long story"});
@@ -104,12 +115,20 @@ TEST(TableTest, ColoursCountForNoWidth) {
             "A    B\n\x1b[32mon\x1b[0m   x\noff  \x1b[33my\x1b[0m\n");
 }
 
+TEST(JsonOnATerminal, IsTheSameDocumentAndShownAsItIs) {
+  EXPECT_EQ(onTerminal("{\"a\":\"\xc3\xa4 \\\"\u202e\u200f\u009b\x7f\xff\"}"),
+            "{\"a\":\"\xc3\xa4 \\\"\\u202e\\u200f\\u009b\\u007f\\ufffd\"}");
+  const auto back = JsonValue::parse(onTerminal("{\"a\":\"\u202e\u009b\x7f\"}"));
+  EXPECT_EQ(back->text("a"), "\u202e\u009b\x7f");
+  EXPECT_EQ(indented("[\"\u202e\"]"), "[\n  \"\\u202e\"\n]\n");
+}
+
 TEST(Visible, IsTextWithoutControlCharactersOfAnyLength) {
   EXPECT_EQ(visible("a\x1b\x7f\n"), "a\\x1b\\x7f\\x0a");
   EXPECT_EQ(visible("\xc2\x9b"
                     "2J"),
             "\\xc2\\x9b2J");
-  EXPECT_EQ(visible("\xc2\xa0\xc3\xa4\xc2"), "\xc2\xa0\xc3\xa4\xc2");
+  EXPECT_EQ(visible("\xc2\xa0\xc3\xa4\xc2\u202e"), "\xc2\xa0\xc3\xa4\\xc2\\u202e");
 }
 
 TEST(Memory, IsReadInMebibytesWithAnyUnit) {

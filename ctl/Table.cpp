@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "runtime/base/Format.h"
+#include "runtime/base/VisibleText.h"
 
 namespace ctl {
 
@@ -11,6 +11,8 @@ namespace {
 constexpr std::string_view gap = "  ";
 constexpr std::string_view ellipsis = "...";
 constexpr size_t leastRoom = 12;  // characters; less of a sentence says nothing
+// In characters. A longer cell makes its own line longer, and no other.
+constexpr size_t widestColumn = 64;
 
 bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U; }
 
@@ -56,7 +58,8 @@ std::vector<size_t> Table::widths() const {
     widths.resize(row.size());
     // None for the last column: nothing stands behind it.
     for (size_t i = 0; i + 1 < row.size(); ++i)
-      widths[i] = std::max(widths[i], width(shown(row[i])));
+      if (const size_t own = width(shown(row[i])); own <= widestColumn)
+        widths[i] = std::max(widths[i], own);
   }
   return widths;
 }
@@ -75,7 +78,8 @@ rt::String Table::text(const TableStyle& style) const {
   for (const auto& row : rows_) {
     for (size_t i = 0; i + 1 < row.size(); ++i) {
       const rt::String text = shown(row[i]);
-      (out += coloured(row[i], text, style)) += std::string(widths[i] - width(text), ' ');
+      const size_t missing = widths[i] - std::min(widths[i], width(text));
+      (out += coloured(row[i], text, style)) += std::string(missing, ' ');
       out += gap;
     }
     (out += coloured(row.back(), cut(shown(row.back()), room), style)) += '\n';
@@ -83,26 +87,7 @@ rt::String Table::text(const TableStyle& style) const {
   return out;
 }
 
-rt::String visible(std::string_view text) {
-  // Nearly all text is printable, and passes at once.
-  if (std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7f; }))
-    return text;
-  rt::String result;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-    // U+0080 to U+009F are control characters too.
-    const bool isLongControl = byte == 0xc2 && next >= 0x80 && next < 0xa0;
-    if (byte < 0x20 || byte == 0x7f)
-      result += rt::format("\\x%02x", byte);
-    else if (isLongControl)
-      result += rt::format("\\x%02x\\x%02x", byte, next);
-    else
-      result += text[i];
-    if (isLongControl) ++i;
-  }
-  return result;
-}
+rt::String visible(std::string_view text) { return rt::visibleText(text); }
 
 rt::String cut(const rt::String& text, size_t columns) {
   if (width(text) <= columns) return text;

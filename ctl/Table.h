@@ -44,7 +44,7 @@ class Table {
 
 // In colour, where the style has colours.
 rt::String inked(const rt::String& text, Ink ink, const TableStyle& style);
-// Without control characters, which could do anything to a terminal: they are written \xNN.
+// As rt::visibleText().
 rt::String visible(std::string_view text);
 // How many characters the UTF-8 text has.
 size_t width(std::string_view text);

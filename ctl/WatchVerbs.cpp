@@ -106,7 +106,7 @@ class Watch {
   }
   void line(const char* op, const rt::String& vm) {
     context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":")" << op << R"(","vm":)"
-                         << vm << "}\n";
+                         << onTerminal(vm) << "}\n";
   }
   void flush() {
     if (!isJson_) context_.world().out << table_.takeText(context_.style());

@@ -43,6 +43,12 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
               ""}));
 }
 
+TEST_F(WatchVerb, ShowsNamesOfOthersAsTheyAre) {
+  putVm("\u202egnp", false);
+  endAfterwards();
+  EXPECT_EQ(vmctl("watch -o json").out, put("\\u202egnp", R"("status":null)") + synced());
+}
+
 TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
   putVm("web1", false);
   onWait([&] {

@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <ctime>
 
 #include "runtime/base/OwnFile.h"
+#include "runtime/base/VisibleText.h"
 
 namespace shim {
 
@@ -61,16 +61,7 @@ std::string logLine(std::string_view who, std::string_view text) {
   char stamp[32];
   std::string line(stamp, std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ ", &utc));
   line.append(who).append(": ");
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      line += c;
-    } else {
-      char hex[8];
-      std::snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned>(byte));
-      line += hex;
-    }
-  }
+  line += rt::visibleText(text);
   return line + "\n";
 }
 

@@ -29,8 +29,7 @@ class BoundedLog {
   size_t size_ = 0;
 };
 
-// A line of a log: "2026-11-21T13:05:09Z WHO: TEXT\n", the bytes of TEXT that are no visible text
-// written \xNN.
+// A line of a log: "2026-11-21T13:05:09Z WHO: TEXT\n", TEXT as rt::visibleText().
 std::string logLine(std::string_view who, std::string_view text);
 
 }  // namespace shim

@@ -282,8 +282,9 @@ TEST(BoundedLog, LosesWhatCannotBeWrittenAndGoesOn) {
 }
 
 TEST(LogLine, HasItsTimeAndNothingButVisibleText) {
-  EXPECT_THAT(logLine("qemu", "a\x1b[2J\nb c\x7f~\x1f\xc3\xa9"),
-              MatchesRegex("....-..-..T..:..:..Z qemu: a.x1b.2J.x0ab c.x7f~.x1f\xc3\xa9\n"));
+  EXPECT_THAT(
+      logLine("qemu", "a\x1b[2J\nb c\x7f~\x1f\xc3\xa9\u202e\xff"),
+      MatchesRegex("....-..-..T..:..:..Z qemu: a.x1b.2J.x0ab c.x7f~.x1f\xc3\xa9.u202e.xff\n"));
 }
 
 // The agent's socket.

@@ -5,32 +5,17 @@
 
 #include "runtime/base/Check.h"
 #include "runtime/base/Format.h"
+#include "runtime/base/VisibleText.h"
 #include "statedb/DocumentReader.h"
 
 namespace statedb {
 
 namespace {
 
-// How many bytes at the start of `text` are one UTF-8 character; 0 when they are none.
-size_t characterLength(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned lead = byte(0);
-  if (lead < 0x80) return 1;
-  const size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return 0;
-  for (size_t i = 1; i < length; ++i)
-    if ((byte(i) & 0xc0U) != 0x80) return 0;
-  // Forms that are longer than need be, halves of surrogate pairs, and what is past U+10FFFF.
-  const unsigned second = byte(1);
-  const bool bad = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second >= 0xa0) ||
-                   (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second >= 0x90);
-  return bad ? 0 : length;
-}
-
 void appendQuoted(rt::String& out, std::string_view text) {
   out += '"';
   while (!text.empty()) {
-    const size_t length = characterLength(text);
+    const size_t length = rt::characterLength(text);
     const char c = text[0];
     if (length == 0)
       out += "\xef\xbf\xbd";

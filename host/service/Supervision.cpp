@@ -15,6 +15,7 @@
 
 #include "runtime/base/Format.h"
 #include "runtime/base/Text.h"
+#include "runtime/base/VisibleText.h"
 
 namespace host {
 
@@ -91,7 +92,8 @@ bool logsToJournal() {
 
 std::string journalEntry(const rt::TraceRecord& record, const rt::String& vm) {
   std::string entry;
-  addField(entry, "MESSAGE", record.message.substr(0, longestMessage));
+  const std::string message = rt::visibleText(record.message.substr(0, longestMessage), "\n");
+  addField(entry, "MESSAGE", std::string_view(message).substr(0, longestMessage));
   addField(entry, "PRIORITY", rt::toText(priorityOf(record.level)));
   addField(entry, "SYSLOG_IDENTIFIER", "vmagentd");
   addField(entry, "CODE_FILE", record.file);

@@ -43,8 +43,14 @@ TEST(JournalEntry, HasTheSizeOfATextOfSeveralLinesBeforeIt) {
               testing::StartsWith("MESSAGE\n\x0b\0\0\0\0\0\0\0a\nMESSAGE=b\nPRIORITY="s));
 }
 
+TEST(JournalEntry, ShowsOthersTextAsItIs) {
+  EXPECT_THAT(journalEntry(record(1, "VM \u202egnp\xff\x1b[2J"), ""),
+              HasSubstr("MESSAGE=VM \\u202egnp\\xff\\x1b[2J\n"));
+}
+
 TEST(JournalEntry, FitsIntoOneDatagram) {
-  EXPECT_LT(journalEntry(record(1, std::string(1'000'000, 'x')), "").size(), 100'000U);
+  for (const char byte : {'x', '\xff'})
+    EXPECT_LT(journalEntry(record(1, std::string(1'000'000, byte)), "").size(), 100'000U);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "runtime/base/Problem.h"
 
-#include "runtime/base/Format.h"
+#include "runtime/base/VisibleText.h"
 
 namespace rt {
 
@@ -8,17 +8,7 @@ namespace {
 
 constexpr size_t longestValue = 64;  // bytes; more of it would hide the rest of the line
 
-String visible(std::string_view text) {
-  String result;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f)
-      result += format("\\x%02x", byte);
-    else
-      result += c;
-  }
-  return result;
-}
+String visible(std::string_view text) { return visibleText(text); }
 
 // At most `longestValue` bytes of it, with "..." for the rest; no UTF-8 character is cut apart.
 String shortened(std::string_view text) {

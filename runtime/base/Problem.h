@@ -11,8 +11,8 @@ struct Problem {
   String value;  // what stands there, as it is; text() shortens it, and the path as well
   String right;  // what would do: "must be 1 to 7940 (mebibytes)"
 
-  // "memory: '0' is refused: must be 1 to 7940 (mebibytes)". One line, fit for a terminal: bytes
-  // that are no visible text are written \xNN.
+  // "memory: '0' is refused: must be 1 to 7940 (mebibytes)". One line, fit for a terminal (see
+  // visibleText()).
   String text() const;
 
   friend bool operator==(const Problem&, const Problem&) = default;

@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+
+#include "runtime/base/VisibleText.h"
 
 namespace rt {
 
@@ -55,16 +58,11 @@ String traceLine(const TraceRecord& record, int64_t microseconds) {
              static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
              static_cast<int>(time.seconds().count()), static_cast<int>(time.subseconds().count()),
              record.level, record.file, record.line);
-  for (const char c : record.message) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n')
-      line += "\\n";
-    else if (c == '\r')
-      line += "\\r";
-    else if (byte < 0x20 || byte == 0x7f)
-      line += format("\\x%02x", byte);
-    else
-      line += c;
+  for (std::string_view rest = record.message; !rest.empty();) {
+    const size_t end = std::min(rest.find_first_of("\r\n"), rest.size());
+    line += visibleText(rest.substr(0, end));
+    if (end < rest.size()) line += rest[end] == '\n' ? "\\n" : "\\r";
+    rest.remove_prefix(std::min(end + 1, rest.size()));
   }
   return line += '\n';
 }

@@ -59,7 +59,7 @@ class TraceSink {
 };
 
 // The process's sink. Null (the default) writes a line "TIME LEVEL FILE:LINE MESSAGE" to standard
-// error, unbuffered, with control characters in the message escaped. The caller keeps ownership.
+// error, unbuffered, the message as visibleText(). The caller keeps ownership.
 TraceSink* traceSink();
 void traceSinkIs(TraceSink* sink);
 // That line, with its line feed; `microseconds` since 1970, UTC.

@@ -124,6 +124,11 @@ TEST(Trace, LineEscapesControlCharactersAndNothingElse) {
             "a\\nb\\rc\\x09d\\x1b[0m\\x7f\\x00e \"\\%s \xc3\xa9\n");
 }
 
+TEST(Trace, LineShowsOthersTextAsItIs) {
+  EXPECT_EQ(traceLine(record("VM \u202egnp\xff"), 0),
+            "1970-01-01T00:00:00.000000Z 7 Some.cpp:42 VM \\u202egnp\\xff\n");
+}
+
 // What a sink is told of one message.
 struct Told {
   std::string handle;
