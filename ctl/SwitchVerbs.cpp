@@ -67,12 +67,19 @@ rt::String enable(Context& context, Configuration& configuration, const rt::Stri
   warnOfImage(context, *changed.after);
   if (!changed.before->enabled()) return "enabled";
   const VmRow row = vmNamed(context, name);
-  // Not by its state: that is "Stopped" for a moment of each start, too.
-  const bool hasEnded = row.status && row.status->enabled() && row.process.process == "none";
-  if (hasEnded && context.daemonRuns())
+  if (row.hasEnded() && context.daemonRuns())
     throw Refusal(Exit::conflict, name + ": is enabled and its guest has ended: 'vmctl restart " +
                                       name + "' starts it again");
   return "was enabled already";
+}
+
+// Once a start that was asked for has failed, it stays so. Of a VM that was switched off just
+// before, its guest's end may be what is seen at first: `hadEnded`.
+std::function<bool(const VmRow& row)> isLostSince(bool hadEnded) {
+  return [isNew = !hadEnded](const VmRow& row) mutable {
+    isNew = isNew || !row.hasEnded();
+    return isNew && row.hasEnded();
+  };
 }
 
 // The number that asks once more.
@@ -121,9 +128,17 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
 
 Exit enableVms(Context& context, const Arguments& arguments) {
   Configuration configuration(context);
+  std::map<rt::String, bool> hadEnded;
   Deed deed;
-  deed.ask = [&](const rt::String& name) { return enable(context, configuration, name); };
-  deed.goal = [](const rt::String&) { return Goal{[](const VmRow& row) { return row.runs(); }}; };
+  deed.ask = [&](const rt::String& name) {
+    hadEnded[name] = vmNamed(context, name).hasEnded();
+    return enable(context, configuration, name);
+  };
+  deed.goal = [&](const rt::String& name) {
+    Goal goal{[](const VmRow& row) { return row.runs(); }};
+    goal.isLost = isLostSince(hadEnded[name]);
+    return goal;
+  };
   deed.done = "enabled and running";
   return carryOut(context, arguments, arguments.words(), deed);
 }
@@ -154,9 +169,12 @@ Exit restartVms(Context& context, const Arguments& arguments) {
     return "restart asked for";
   };
   deed.goal = [&](const rt::String& name) {
-    return Goal{[number = numbers[name]](const VmRow& row) {
-      return row.process.restarts >= number && row.runs();
-    }};
+    const auto isCarriedOut = [number = numbers[name]](const VmRow& row) {
+      return row.process.restarts >= number;
+    };
+    Goal goal{[=](const VmRow& row) { return isCarriedOut(row) && row.runs(); }};
+    goal.isLost = [=](const VmRow& row) { return isCarriedOut(row) && row.hasEnded(); };
+    return goal;
   };
   deed.done = "restarted and running";
   return carryOut(context, arguments, arguments.words(), deed);

@@ -14,6 +14,12 @@ class SwitchVerb : public fakes::VmctlFixture {
   bool isEnabled(const rt::String& name) {
     return doc("vmConfig", name).find(R"("enabled":true)") != std::string::npos;
   }
+  // As the daemon writes of one whose guest has ended by itself.
+  void putEnded(const rt::String& name, int restarts = 0) {
+    put("vmStatus", name,
+        R"({"enabled":true,"state":"Stopped","consolePtyPath":"","cmdStatusStr":""})");
+    put("vmProcess", name, R"({"process":"none","pid":0,"restarts":)" + rt::toText(restarts) + "}");
+  }
   void putProblem(const rt::String& name, const char* problem) {
     put("vmProblem", name,
         R"({"problem":")" + rt::String(problem) + R"(","since":1,"source":"image"})");
@@ -54,6 +60,72 @@ TEST_F(EnableVerb, TimesOutAndSaysWhatWasSo) {
                     "vmctl: web1: timed out after 2.5 s: enabled is false, state is 'Stopped', "
                     "process is none\n"}));
   EXPECT_DOUBLE_EQ(time_, 1002.5);
+}
+
+TEST_F(EnableVerb, EndsAtOnceWhenTheStartHasFailedForGood) {
+  putVm("web1", false);
+  putOff("web1");
+  onWait([&] {
+    putEnded("web1");
+    putProblem("web1", "no such program");
+  });
+  EXPECT_EQ(vmctl("enable web1 --wait"),
+            (Answer{1, "", "vmctl: web1: its guest has ended: no such program\n"}));
+  EXPECT_LT(time_, 1001);
+}
+
+TEST_F(EnableVerb, TellsNoProblemTwiceWhenTheStartHasFailedForGood) {
+  putVm("web1", false);
+  onWait([&] { putProblem("web1", "no such program"); });
+  onWait([&] { putEnded("web1"); });
+  EXPECT_EQ(vmctl("enable web1 --wait"), (Answer{1, "",
+                                                 "vmctl: web1: no such program\n"
+                                                 "vmctl: web1: its guest has ended\n"}));
+}
+
+TEST_F(EnableVerb, GoesOnWaitingWhileTheDaemonTriesAFailedStartAgain) {
+  putVm("web1", false);
+  onWait([&] {
+    putOff("web1");
+    putProblem("web1", "FAIL: starting qemu failed");
+  });
+  onWait([&] { putRunning("web1"); });
+  EXPECT_EQ(vmctl("enable web1 --wait").exit, 0);
+}
+
+TEST_F(EnableVerb, DoesNotTakeTheEndOfTheGuestBeforeForAFailedStart) {
+  putVm("web1", false);  // just now, and the daemon has not come to it yet
+  putEnded("web1");
+  onWait([] {});
+  onWait([&] { putOff("web1"); });
+  onWait([&] { putRunning("web1"); });
+  EXPECT_EQ(vmctl("enable web1 --wait").exit, 0);
+  putVm("web1", false);
+  putEnded("web1");
+  onWait([&] { putOff("web1"); });
+  onWait([&] { putEnded("web1"); });
+  EXPECT_EQ(vmctl("enable web1 --wait").exit, 1) << "but the next one";
+}
+
+TEST_F(EnableVerb, DoesNotGoByAnEndThatTheDaemonToldBeforeItHeard) {
+  putVm("web1", false);
+  daemonListens_ = false;
+  onWait([&] { putEnded("web1"); });
+  onWait([&] {
+    putRunning("web1");
+    putHeard();
+  });
+  EXPECT_EQ(vmctl("enable web1 --wait").exit, 0);
+}
+
+TEST_F(EnableVerb, WaitsForTheOthersWhenOneHasFailedForGood) {
+  putVm("web1", false);
+  putVm("web2", false);
+  onWait([&] { putEnded("web1"); });
+  onWait([&] { putRunning("web2"); });
+  EXPECT_EQ(vmctl("enable web1 web2 --wait"), (Answer{1, "",
+                                                      "vmctl: web1: its guest has ended\n"
+                                                      "web2: enabled and running\n"}));
 }
 
 TEST_F(EnableVerb, TellsAProblemOnceAndGoesOnWaiting) {
@@ -320,6 +392,15 @@ TEST_F(RestartVerb, WaitsUntilItsOwnNumberWasCarriedOut) {
   });
   EXPECT_EQ(vmctl("restart web1 --wait"), (Answer{0, "", "web1: restarted and running\n"}));
   EXPECT_EQ(waits_, 3);
+}
+
+TEST_F(RestartVerb, EndsAtOnceWhenItsOwnStartHasFailedForGood) {
+  putVm("web1", true);
+  putEnded("web1");  // which is why it is restarted
+  onWait([] {});
+  onWait([&] { putEnded("web1", 1); });
+  EXPECT_EQ(vmctl("restart web1 --wait"), (Answer{1, "", "vmctl: web1: its guest has ended\n"}));
+  EXPECT_EQ(waits_, 2);
 }
 
 TEST_F(RestartVerb, CountsEachOfTwoThatAskAtTheSameMoment) {

@@ -39,6 +39,11 @@ struct VmRow {
   bool isEnabled() const { return config && config->enabled(); }
   // As it is when it was told to start and nothing is left to do.
   bool runs() const { return status && status->enabled() && status->state() == "Running"; }
+  // Its guest has ended by itself, or could not be started: nothing happens until it is asked for.
+  // (Its state alone says less: it is "Stopped" for a moment of each start, too.)
+  bool hasEnded() const {
+    return status && status->enabled() && status->state() == "Stopped" && process.process == "none";
+  }
   bool isOff() const { return !(status && status->enabled()) && process.process == "none"; }
 };
 

@@ -57,6 +57,10 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
       clearProgress();
       throw Refusal(Exit::noSuch, name + ": was removed while it was waited for");
     }
+    if (isSettled && goal.isLost && goal.isLost(row)) {
+      clearProgress();
+      throw lost(row);
+    }
     tellProblem(row);
     const rt::Seconds left = patience_ - passed();
     if (left <= rt::Seconds(0)) {
@@ -110,6 +114,12 @@ Refusal Waiter::timedOut(const VmRow& row) const {
       row.name + ": timed out after " + rt::toText(patience_) + " s: " + whatIsSo(row);
   if (row.problem) sentence += "; " + row.problem->problem;
   return {Exit::timedOut, sentence};
+}
+
+Refusal Waiter::lost(const VmRow& row) const {
+  const bool isTold = !row.problem || row.problem->problem == toldProblem_;
+  return {Exit::failed, row.name + ": its guest has ended" +
+                            (isTold ? rt::String() : ": " + row.problem->problem)};
 }
 
 rt::String whatIsSo(const VmRow& row) {

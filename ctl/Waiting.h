@@ -14,6 +14,8 @@ struct Goal {
   bool needsDaemon = true;
   // A VM that is gone from the configuration will not get there.
   bool needsConfiguration = true;
+  // When it will not get there by itself, whatever is waited for; none: that is not known.
+  std::function<bool(const VmRow& row)> isLost = {};
 };
 
 // Follows both halves of the database from its construction on, so that nothing is missed.
@@ -25,9 +27,9 @@ class Waiter {
   Waiter(const Waiter&) = delete;
   ~Waiter();
 
-  // Returns when it is so; refuses with Exit::timedOut, and says what was so at the end. What the
-  // daemon finds wrong meanwhile is told once, for it may yet be mended. On a terminal a line tells
-  // what is so.
+  // Returns when it is so; refuses with Exit::timedOut, and says what was so at the end, or with
+  // Exit::failed as soon as it is lost. What the daemon finds wrong meanwhile is told once, for it
+  // may yet be mended. On a terminal a line tells what is so.
   void until(const rt::String& name, const Goal& goal);
 
  private:
@@ -39,6 +41,7 @@ class Waiter {
   void clearProgress();
   void tellAbsence();
   Refusal timedOut(const VmRow& row) const;
+  Refusal lost(const VmRow& row) const;
 
   Context& context_;
   const rt::Seconds begin_;

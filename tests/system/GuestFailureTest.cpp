@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -65,6 +66,21 @@ TEST_F(QemuThatFails, ToBeExecutedIsShownStoppedWithTheCauseAndSoIsItsShim) {
   fs::permissions(shim, fs::perms(0644));
   world.ctl({"enable", "web1"});
   expectStoppedFor("web1", "QEMU or its shim could not be executed (exit status 127)");
+}
+
+TEST_F(QemuThatFails, IsWaitedForByNobody) {
+  const OtherQemu ofNoInterpreter("");
+  std::ofstream(Vm::fakes::qemuPath) << "#!/no/interpreter\n";
+  start();
+  ASSERT_EQ(addVm("web1").status, 0);
+  world.ctl({"disable", "web1", "--wait"});
+  for (const char* const verb : {"enable", "restart"}) {
+    const auto begin = std::chrono::steady_clock::now();
+    const Ended ended = world.vmctl({verb, "web1", "--wait", "--timeout", "60"});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << verb;
+    EXPECT_EQ(ended.status, 1) << verb;
+    EXPECT_THAT(ended.err, HasSubstr("cannot be run: No such file or directory")) << verb;
+  }
 }
 
 TEST_F(QemuThatFails, ForACardThatItHasNotIsShownStoppedWithTheCauseAndLeavesNothing) {
