@@ -4,8 +4,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
@@ -155,6 +155,14 @@ int keep(int argc, char** argv, const std::vector<int>& inherited) {
   }
 }
 
+// On standard error, which is the daemon's: nobody may be reading it, and a shim that waited for
+// one would never end. What has any room takes so little without waiting.
+void say(const std::string& error) {
+  const std::string line = ("vmagent-shim: " + error).substr(0, PIPE_BUF - 1) + "\n";
+  pollfd room{STDERR_FILENO, POLLOUT, 0};
+  if (poll(&room, 1, 0) == 1) (void)!write(STDERR_FILENO, line.data(), line.size());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -166,7 +174,7 @@ int main(int argc, char** argv) {
   try {
     return keep(argc, argv, inherited);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vmagent-shim: %s\n", error.what());
+    say(error.what());
     return EXIT_FAILURE;
   }
 }

@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -204,6 +205,30 @@ TEST_F(Shim, TellsTheAgentOfTheEndBeforeItHangsUp) {
   EXPECT_NE(polled[0].revents, 0);
   EXPECT_EQ(signaled(shim->wait()), SIGKILL);
   EXPECT_EQ(agent.line(), "");
+}
+
+TEST_F(Shim, ThatFailsEndsThoughNobodyReadsItsStandardError) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const Descriptor reading(ends[0]);
+  const Descriptor writing(ends[1]);
+  fcntl(writing.number(), F_SETFL, O_NONBLOCK);
+  while (write(writing.number(), "xxxx", 4) > 0) {
+  }
+  fcntl(writing.number(), F_SETFL, 0);
+  const pid_t shim = fork();
+  if (shim == 0) {
+    dup2(writing.number(), STDERR_FILENO);
+    execl(VMAGENT_SHIM, "vmagent-shim", nullptr);
+    _exit(127);
+  }
+  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, shim, 0)));
+  const bool hasEnded = becomesReadable(process.number());
+  EXPECT_TRUE(hasEnded);
+  if (!hasEnded) fakes::signalProcess(shim, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(waitpid(shim, &status, 0), shim);
+  EXPECT_EQ(exited(status), 1);
 }
 
 TEST_F(Shim, EndsByTheSignalThatEndedItsQemu) {
