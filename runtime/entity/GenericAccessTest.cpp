@@ -130,6 +130,13 @@ const Case cases[] = {
 INSTANTIATE_TEST_SUITE_P(Of, GenericScalar, ::testing::ValuesIn(cases),
                          [](const auto& each) { return each.param.attribute; });
 
+TEST(AttributeKindTest, IsTextAsItIsNamed) {
+  EXPECT_EQ(toText(AttributeKind::scalar), "scalar");
+  EXPECT_EQ(toText(AttributeKind::entity), "entity");
+  EXPECT_EQ(toText(AttributeKind::entities), "entities");
+  EXPECT_EQ(toText(AttributeKind::values), "values");
+}
+
 TEST_P(GenericScalar, IsListedWithItsType) {
   const AttributeInfo* const info = panel_->type().find(GetParam().attribute);
   ASSERT_NE(info, nullptr);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "runtime/fakes/LoopFixture.h"
@@ -15,6 +16,7 @@ namespace {
 
 int exactWaits = 0;
 std::vector<int> waits;  // in milliseconds
+int failure = 0;         // what the next of these fails with
 
 }  // namespace
 
@@ -29,6 +31,10 @@ int epoll_pwait2(int /*epoll*/, epoll_event* /*events*/, int /*most*/, const tim
 
 int epoll_wait(int epoll, epoll_event* events, int most, int timeout) {
   waits.push_back(timeout);
+  if (failure != 0) {
+    errno = std::exchange(failure, 0);
+    return -1;
+  }
   return epoll_pwait(epoll, events, most, 0, nullptr);
 }
 }
@@ -72,6 +78,23 @@ TEST_F(OnAnOldKernel, TheNewCallIsTriedOnce) {
   for (int i = 0; i < 3; ++i) watcher.wait(Seconds(1));
   EXPECT_EQ(exactWaits, 1);
   EXPECT_THAT(waits, SizeIs(3));
+}
+
+TEST_F(OnAnOldKernel, AWaitThatASignalEndsFindsNothing) {
+  failure = EINTR;
+  EXPECT_FALSE(watcher.wait(Seconds(1)));
+  EXPECT_FALSE(watcher.moreMayBeReady());
+}
+
+TEST_F(OnAnOldKernel, AWaitThatFailsIsThrown) {
+  failure = EBADF;
+  try {
+    watcher.wait(Seconds(1));
+    FAIL() << "nothing was thrown";
+  } catch (const ErrnoException& e) {
+    EXPECT_EQ(e.error(), EBADF);
+    EXPECT_THAT(e.what(), testing::StartsWith("epoll_wait: "));
+  }
 }
 
 TEST_F(OnAnOldKernel, TheLoopTellsWhatIsReadyAndDue) {

@@ -21,6 +21,10 @@ TEST(ConfiguredHostTest, ItsTextHasTheFieldsInTheirOrder) {
   EXPECT_EQ(host.text(), "52:54:00:12:34:56 Cpu 4 1048576 false");
 }
 
+TEST(ConfiguredHostTest, OfNothingHasNothing) {
+  EXPECT_EQ(ConfiguredHost().text(), "00:00:00:00:00:00  0 0 false");
+}
+
 TEST(ConfiguredHostTest, ItsTextIsReadBack) {
   EXPECT_EQ(ConfiguredHost::fromText(host.text()), host);
   const ConfiguredHost largest{mac, rt::IntfId("Ethernet1"), 255, 4294967295, true};

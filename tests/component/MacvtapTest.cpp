@@ -87,15 +87,21 @@ TEST_F(Macvtap, CannotBeMadeOnAMissingDevice) {
   EXPECT_EQ(kernel.calls(KernelCall::socketAlloc), 0);
 }
 
+TEST_F(Macvtap, HasAnAddressOfNoFamily) {
+  add();
+  EXPECT_EQ(kernel.addressFamily, 0);
+}
+
 struct Fault {
   KernelCall call;
   const char* trace;
+  int successes = 0;  // before it
 };
 
 class MacvtapFault : public Macvtap, public testing::WithParamInterface<Fault> {};
 
 TEST_P(MacvtapFault, IsTracedAndMakesNoDevice) {
-  kernel.fail(GetParam().call, NLE_NOMEM);
+  kernel.fail(GetParam().call, NLE_NOMEM, GetParam().successes);
   EXPECT_LT(add(), 0);
   EXPECT_THAT(traces.take(1), ElementsAre(GetParam().trace));
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
@@ -106,6 +112,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Fault{KernelCall::socketAlloc, "deviceAdd FAIL: cannot alloc nl_sock"},
                     Fault{KernelCall::socketConnect, "deviceAdd Unable to connect socket"},
                     Fault{KernelCall::macvlanAlloc, "deviceAdd FAIL: cannot send to nl socket "},
+                    Fault{KernelCall::buildAddress, "deviceAdd FAIL: cannot send to nl socket "},
+                    Fault{KernelCall::startNest, "deviceAdd FAIL: cannot send to nl socket "},
+                    Fault{KernelCall::startNest, "deviceAdd FAIL: cannot send to nl socket ", 1},
+                    Fault{KernelCall::putAttribute, "deviceAdd FAIL: cannot send to nl socket "},
+                    Fault{KernelCall::putAttribute, "deviceAdd FAIL: cannot send to nl socket ", 1},
                     Fault{KernelCall::buildRequest, "deviceAdd FAIL: cannot send to nl socket "},
                     Fault{KernelCall::sendRequest, "deviceAdd FAIL: cannot send to nl socket "}));
 

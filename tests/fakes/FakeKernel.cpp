@@ -33,6 +33,10 @@ int __real_rtnl_link_build_add_request(rtnl_link* link, int flags, nl_msg** mess
 int __real_nl_send_sync(nl_sock* sock, nl_msg* message);
 rtnl_link* __real_rtnl_link_alloc();
 int __real_rtnl_link_delete(nl_sock* sock, const rtnl_link* link);
+nl_addr* __real_nl_addr_build(int family, const void* bytes, size_t size);
+nlattr* __real_nla_nest_start(nl_msg* message, int type);
+int __real_nla_put(nl_msg* message, int type, int size, const void* data);
+int __real_nla_put_string(nl_msg* message, int type, const char* text);
 
 }  // extern "C"
 
@@ -317,6 +321,33 @@ int __wrap_rtnl_link_build_add_request(rtnl_link* link, int flags, nl_msg** mess
   if (const int error = fake ? KernelCalls::failure(*fake, KernelCall::buildRequest) : 0)
     return -error;
   return __real_rtnl_link_build_add_request(link, flags, message);
+}
+
+nl_addr* __wrap_nl_addr_build(int family, const void* bytes, size_t size) {
+  auto* const fake = FakeKernel::current();
+  if (fake && KernelCalls::failure(*fake, KernelCall::buildAddress) != 0) return nullptr;
+  if (fake) fake->addressFamily = family;
+  return __real_nl_addr_build(family, bytes, size);
+}
+
+nlattr* __wrap_nla_nest_start(nl_msg* message, int type) {
+  auto* const fake = FakeKernel::current();
+  if (fake && KernelCalls::failure(*fake, KernelCall::startNest) != 0) return nullptr;
+  return __real_nla_nest_start(message, type);
+}
+
+int __wrap_nla_put(nl_msg* message, int type, int size, const void* data) {
+  auto* const fake = FakeKernel::current();
+  if (const int error = fake ? KernelCalls::failure(*fake, KernelCall::putAttribute) : 0)
+    return -error;
+  return __real_nla_put(message, type, size, data);
+}
+
+int __wrap_nla_put_string(nl_msg* message, int type, const char* text) {
+  auto* const fake = FakeKernel::current();
+  if (const int error = fake ? KernelCalls::failure(*fake, KernelCall::putAttribute) : 0)
+    return -error;
+  return __real_nla_put_string(message, type, text);
 }
 
 int __wrap_nl_send_sync(nl_sock* sock, nl_msg* message) {

@@ -24,6 +24,9 @@ enum class KernelCall {
   sendRequest,    // nl_send_sync
   linkAlloc,      // rtnl_link_alloc
   linkDelete,     // rtnl_link_delete
+  buildAddress,   // nl_addr_build
+  startNest,      // nla_nest_start
+  putAttribute,   // nla_put, nla_put_string
 };
 
 // Stands behind these calls, and close, of a program that is linked with VmFakeSystem, for as long
@@ -73,6 +76,8 @@ class FakeKernel {
 
   // The descriptor that the agent opened last for the device's tap, or -1.
   int tapOf(const std::string& deviceName) const;
+  // The address family that an address was built for last.
+  int addressFamily = -1;
   // Taps that the agent opened and did not close.
   size_t openTaps() const { return openTaps_.size(); }
   // How often a descriptor was closed that was not open.
