@@ -8,6 +8,7 @@
 
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/Connection.h"
+#include "statedb/sqlite/Doorbell.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
 
 namespace statedb::sqlite {
@@ -129,6 +130,18 @@ TEST_F(FilesTest, TheLogOfChangesIsTrimmedOnceItHoldsAQuarterMore) {
   }
   EXPECT_EQ(look.number("SELECT min(seq) - 1 FROM change"),
             look.number("SELECT v FROM meta WHERE k = 'trimmed_to'"));
+}
+
+TEST_F(FilesTest, WhatIsBelowNoDirectoryCannotBeWatched) {
+  contentIs(file, "");
+  try {
+    Doorbell(fileName() + "/config.db").listen();
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.what(), file.string() +
+                                "/config.db could not be used: its directory could not be watched "
+                                "(Not a directory)");
+  }
 }
 
 TEST_F(FilesTest, ARemovedFileIsToldAndNothingIsWrittenToWhatIsLeftOfIt) {
