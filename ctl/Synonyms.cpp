@@ -1,7 +1,5 @@
 #include "ctl/Synonyms.h"
 
-#include <algorithm>
-
 namespace ctl {
 
 namespace {
@@ -56,25 +54,8 @@ constexpr Synonym table[] = {
     {"check,validate,diagnose", "'vmctl doctor' tells what is wrong with the machine"},
 };
 
-// Whether a name is one of those between commas.
-bool lists(std::string_view names, std::string_view name) {
-  while (!names.empty()) {
-    const size_t end = std::min(names.find(','), names.size());
-    if (names.substr(0, end) == name) return true;
-    names.remove_prefix(std::min(end + 1, names.size()));
-  }
-  return false;
-}
-
 }  // namespace
 
 std::span<const Synonym> synonyms() { return table; }
-
-std::string_view insteadOf(std::string_view verb) {
-  const auto* const found =
-      std::find_if(std::begin(table), std::end(table),
-                   [&](const Synonym& synonym) { return lists(synonym.theirs, verb); });
-  return found == std::end(table) ? "" : found->ours;
-}
 
 }  // namespace ctl

@@ -15,7 +15,4 @@ struct Synonym {
 // leads from a word that is harmless to a verb that is not.
 std::span<const Synonym> synonyms();
 
-// What to type instead of a verb of theirs; empty: it is none.
-std::string_view insteadOf(std::string_view verb);
-
 }  // namespace ctl

@@ -37,6 +37,23 @@ std::vector<std::string_view> verbsOf(std::string_view first) {
   return names;
 }
 
+// Whether a name is one of those between commas.
+bool lists(std::string_view names, std::string_view name) {
+  while (!names.empty()) {
+    const size_t end = std::min(names.find(','), names.size());
+    if (names.substr(0, end) == name) return true;
+    names.remove_prefix(std::min(end + 1, names.size()));
+  }
+  return false;
+}
+
+// What to type instead of a verb of others; empty: it is none.
+std::string_view insteadOf(std::string_view verb) {
+  for (const Synonym& synonym : synonyms())
+    if (lists(synonym.theirs, verb)) return synonym.ours;
+  return {};
+}
+
 Refusal unknown(const rt::String& name, const std::vector<std::string_view>& names,
                 const rt::String& others) {
   rt::String hint = rt::didYouMean(name, names);
