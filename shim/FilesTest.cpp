@@ -1,5 +1,6 @@
 // The files of a VM: its directory, lock, logs and the agent's socket.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -300,7 +301,7 @@ bool canConnect(const std::string& path) {
 TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
   const TestFolder folder;
   {
-    const ListeningSocket socket(folder / "m", "monitor");
+    ListeningSocket socket(folder / "m", "monitor");
     EXPECT_TRUE(canConnect(folder / "m"));
     EXPECT_EQ(modeOf(folder / "m"), 0660);
     EXPECT_TRUE(socket.accept());
@@ -309,10 +310,28 @@ TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
   EXPECT_EQ(modeOf(folder / "m"), -1);
 }
 
+TEST(ListeningSocket, DoesNotSpeakOfWhomItCannotTakeAgainAndAgain) {
+  const TestFolder folder;
+  ListeningSocket socket(folder / "m", "monitor");
+  const int number = socket.number();
+  const Descriptor client = connectionTo(folder / "m");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_FALSE(socket.accept());
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(socket.number(), -1);
+  EXPECT_EQ(socket.number(), number);
+  EXPECT_TRUE(socket.accept());
+  EXPECT_FALSE(socket.accept());
+  EXPECT_EQ(socket.number(), number) << "nobody waits";
+}
+
 TEST(ListeningSocket, TakesThePlaceOfOneThatIsLeftOver) {
   const TestFolder folder;
   const ListeningSocket first(folder / "m", "monitor");
-  const ListeningSocket second(folder / "m", "monitor");
+  ListeningSocket second(folder / "m", "monitor");
   EXPECT_TRUE(canConnect(folder / "m"));
   EXPECT_TRUE(second.accept());
 }

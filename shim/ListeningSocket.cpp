@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "shim/Failure.h"
@@ -64,8 +65,11 @@ ListeningSocket::ListeningSocket(Place place, const std::string& what)
     throw failureOf(what + " socket " + place_.path + " could not be made");
 }
 
-Descriptor ListeningSocket::accept() const {
-  return Descriptor(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+Descriptor ListeningSocket::accept() {
+  Descriptor connection(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  isExhausted_ =
+      !connection && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
+  return connection;
 }
 
 Descriptor ListeningSocket::duplicate() const {

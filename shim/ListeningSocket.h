@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <utility>
 
 #include "shim/Descriptor.h"
 #include "shim/Place.h"
@@ -19,9 +20,11 @@ class ListeningSocket {
   ~ListeningSocket() { remove(); }
 
   const std::string& path() const { return place_.path; }
-  int number() const { return socket_.number(); }
+  // What to wait for; -1 once after there was no descriptor for who waits, who would be told of
+  // again and again: he waits until something else has happened.
+  int number() { return std::exchange(isExhausted_, false) ? -1 : socket_.number(); }
   // A connection that does not block; none when nobody waits any more.
-  Descriptor accept() const;
+  Descriptor accept();
   // The same socket, which listens as long as either is open; none when there can be no more.
   Descriptor duplicate() const;
   // Removes it from there, unless another's stands there by now.
@@ -31,6 +34,7 @@ class ListeningSocket {
   const Place place_;
   Descriptor socket_;
   struct stat own_ {};
+  bool isExhausted_ = false;
 };
 
 // A connection to whoever listens at that path, which does not block; none when nobody does.

@@ -103,7 +103,7 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
 // other guests waiting. One that has found us learns at once that there is no QEMU.
 void meetAgent(const std::string& path) {
   if (connectionTo(path)) return;  // another daemon's guest is there
-  const ListeningSocket socket(path, "monitor");
+  ListeningSocket socket(path, "monitor");
   pollfd waiting{socket.number(), POLLIN, 0};
   if (poll(&waiting, 1, agentsPatience) <= 0) return;
   static const Descriptor agent = socket.accept();  // until we end

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "shim/Poller.h"
@@ -119,6 +120,38 @@ TEST_F(PollerTest, HearsAnEnd) {
   EXPECT_EQ(come(), nothing);
   second.in.reset();
   EXPECT_EQ(come(), only(3, POLLHUP));
+}
+
+// A process's limit on descriptors, lowered while this lives.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t most) {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit lower{most, before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &lower), 0);
+  }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(PollerTest, HearsAllThoughItsProcessMayOpenFewerByNow) {
+  for (const bool wereQuiet : {false, true}) {
+    if (wereQuiet) EXPECT_EQ(come(), nothing);
+    const DescriptorLimit none(0);
+    busy.say();
+    EXPECT_EQ(come(-1), only(0));
+    first.say();
+    EXPECT_EQ(come(-1), (std::vector<short>{POLLIN, 0, POLLIN, 0}));
+    busy.hear();
+    first.hear();
+    EXPECT_EQ(come(5), nothing);
+  }
+  const DescriptorLimit none(0);
+  second.in.reset();
+  EXPECT_EQ(come(-1), only(3)) << "an end";
 }
 
 TEST_F(PollerTest, ListensForWhatItIsToldToFromNowOn) {

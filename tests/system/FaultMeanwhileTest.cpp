@@ -188,7 +188,7 @@ TEST_F(Files, HeldByStrangersAreToldOfAndNoStrangerIsHarmedAndNoOtherVm) {
     const Holder keeper(world.directory("web1"), Holder::Half::keepers);
     const Holder holder(world.directory("web2"), Holder::Half::vms);
     const Holder later(world.directory("web3"), Holder::Half::keepers);
-    const shim::ListeningSocket socket(world.directory("web3") + "/shim.sock", "control");
+    shim::ListeningSocket socket(world.directory("web3") + "/shim.sock", "control");
     std::ofstream(world.directory("web1") + "/problem") << getpid();
     for (const char* vm : {"web1", "web2", "web3"}) ASSERT_EQ(world.addGuest(vm).status, 0);
     std::vector<shim::Descriptor> clients;
@@ -236,7 +236,7 @@ TEST_F(Files, ThatAreAllGoneLetNoSecondGuestStart) {
 // What the daemon says to a shim, as it was shipped.
 TEST_F(Files, HearAStopInTheWordsOfVersion1) {
   fs::create_directories(world.directory("web1"));
-  const shim::ListeningSocket socket(world.directory("web1") + "/shim.sock", "control");
+  shim::ListeningSocket socket(world.directory("web1") + "/shim.sock", "control");
   ASSERT_TRUE(askShimToStop(rt::String(world.runDir), "web1", "1"));
   const shim::Descriptor daemon = socket.accept();
   char bytes[256];

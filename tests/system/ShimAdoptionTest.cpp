@@ -254,7 +254,7 @@ TEST_F(ShimAdoption, IsNotAskedOfAShimOfAnotherVersion) {
   std::filesystem::create_directories(folder / "vm/guest0");
   VmLock lock(file("lock"));
   ASSERT_TRUE(lock.takeKeeping());
-  const ListeningSocket socket(file("shim.sock"), "control");
+  ListeningSocket socket(file("shim.sock"), "control");
   fakes::ShimProcess shim(VMAGENT_SHIM, arguments(), environment());
   ASSERT_TRUE(fakes::becomesReadable(socket.number()));
   const Descriptor client = socket.accept();

@@ -108,7 +108,7 @@ class ShimProtocol1 : public fakes::AdoptionWorld {
     std::filesystem::create_directories(folder / "vm/guest0");
     VmLock lock(file("lock"));
     EXPECT_TRUE(lock.takeKeeping());
-    const ListeningSocket socket(file("shim.sock"), "control");
+    ListeningSocket socket(file("shim.sock"), "control");
     fakes::ShimProcess successor(VMAGENT_SHIM, arguments(), environment());
     EXPECT_TRUE(fakes::becomesReadable(socket.number()));
     Wire wire(socket.accept(), 1 << 20);
