@@ -1,5 +1,6 @@
 // What others than the agent ask of a keeper, and who takes its guest over.
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "shim/Differences.h"
@@ -16,6 +17,14 @@ constexpr int successorsPatience = 1'000;  // milliseconds
 bool has(int descriptor, short event) {
   pollfd polled{descriptor, event, 0};
   return poll(&polled, 1, 0) == 1;
+}
+
+// Whether the other end of a connection was our user's when it was made.
+bool isOurUser(int connection) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+         peer.uid == geteuid();
 }
 
 }  // namespace
@@ -58,6 +67,9 @@ void Keeper::orderlyStop(Duration timeout) {
 
 void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,
                    Descriptors descriptors) {
+  // Whoever takes the guest over says where we make a socket, and what is removed for it.
+  if (!isOurUser(control_->number(client)))
+    throw control::RequestError("adopt: only the user who keeps the guest may take it over");
   if (stop_.hasBegun()) throw control::RequestError("adopt: the guest is being stopped");
   if (!succession_.mayBeTakenOver() && has(daemon_.number(), POLLIN)) handleDaemonsEnd();
   if (!succession_.mayBeTakenOver())
@@ -78,7 +90,8 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
     wanted = readCommandLine(adoption.arguments);
     if (wanted.name != name_)
       throw Failure("the guest is VM '" + name_ + "' and not '" + wanted.name + "'");
-    socket = std::make_unique<ListeningSocket>(wanted.monitorPath, "monitor");
+    socket = std::make_unique<ListeningSocket>(wanted.monitorPath, "monitor",
+                                               ListeningSocket::Users::ours);
   } catch (const std::runtime_error& error) {
     throw control::RequestError("adopt: " + std::string(error.what()));
   }

@@ -16,6 +16,7 @@ namespace {
 
 // Each of our sockets is full control over a guest.
 constexpr mode_t outsidersMask = 0117;
+constexpr mode_t othersMask = 0177;
 constexpr int mostWaiting = 16;
 
 bool isThere(const Place& place, struct stat& found) {
@@ -48,7 +49,7 @@ bool fits(const std::string& path) { return path.size() < sizeof sockaddr_un{}.s
 
 }  // namespace
 
-ListeningSocket::ListeningSocket(Place place, const std::string& what)
+ListeningSocket::ListeningSocket(Place place, const std::string& what, Users users)
     : place_(std::move(place)),
       socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   // By which others connect.
@@ -57,7 +58,7 @@ ListeningSocket::ListeningSocket(Place place, const std::string& what)
                   std::to_string(sizeof sockaddr_un{}.sun_path - 1) + " characters");
   const sockaddr_un address = addressFrom(addressOf(place_));
   removeStale(place_, what);
-  const mode_t before = umask(outsidersMask);
+  const mode_t before = umask(users == Users::ours ? othersMask : outsidersMask);
   const bool bound = socket_ && bind(socket_.number(), reinterpret_cast<const sockaddr*>(&address),
                                      sizeof address) == 0;
   umask(before);

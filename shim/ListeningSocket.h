@@ -12,10 +12,13 @@
 namespace shim {
 
 // Listens from its construction on; throws Failure, which names the path as that of `what`. What an
-// earlier run left there goes. Users of our group may connect, and nobody else.
+// earlier run left there goes.
 class ListeningSocket {
  public:
-  ListeningSocket(Place place, const std::string& what);
+  // Who may connect: our own user, or all of our group.
+  enum class Users { ours, group };
+
+  ListeningSocket(Place place, const std::string& what, Users users = Users::group);
   ListeningSocket(const ListeningSocket&) = delete;
   ~ListeningSocket() { remove(); }
 

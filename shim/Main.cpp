@@ -103,7 +103,7 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
 // other guests waiting. One that has found us learns at once that there is no QEMU.
 void meetAgent(const std::string& path) {
   if (connectionTo(path)) return;  // another daemon's guest is there
-  ListeningSocket socket(path, "monitor");
+  ListeningSocket socket(path, "monitor", ListeningSocket::Users::ours);
   pollfd waiting{socket.number(), POLLIN, 0};
   if (poll(&waiting, 1, agentsPatience) <= 0) return;
   static const Descriptor agent = socket.accept();  // until we end
@@ -123,7 +123,8 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
     throw;
   }
   // Now, before anything that can take long: the agent waits for it.
-  auto socket = std::make_unique<ListeningSocket>(line.monitorPath, "monitor");
+  auto socket =
+      std::make_unique<ListeningSocket>(line.monitorPath, "monitor", ListeningSocket::Users::ours);
   // The guest before may be shutting itself down.
   const std::time_t patience =
       endPatience + std::chrono::ceil<std::chrono::seconds>(environment.stopTimeout).count();

@@ -324,6 +324,28 @@ TEST_F(OperatorsGroup, HasTheScreensAndNobodyElseReachesThem) {
   EXPECT_THAT(listenersOnTheNetwork(), testing::IsEmpty());
 }
 
+// What a daemon may: a shim makes the agent's socket wherever it is told to.
+TEST_F(OperatorsGroup, MayNotTakeAGuestOver) {
+  runGuest();
+  world.end(SIGKILL);
+  const std::string adoption = R"({"adopt":{"pid":2,"daemon":2,"arguments":["-name","web1"]}})"
+                               "\n";
+  const std::string shim = world.runDir + "/vm/web1/shim.sock";
+  const auto refusal = [&] {
+    const int own = connectedTo(shim);
+    std::string heard;
+    if (write(own, adoption.data(), adoption.size()) > 0)
+      while (heard.find("\"error\"") == std::string::npos) {
+        const std::string more = readExactly(own, 1);
+        if (more.empty()) return -1;
+        heard += more;
+      }
+    const std::string rest = readExactly(own, 60);
+    return rest.find("only the user who keeps the guest") != std::string::npos ? 0 : -1;
+  };
+  EXPECT_EQ(errorOf(Membership::member, refusal), 0);
+}
+
 TEST_F(OperatorsGroup, MayReadTheGuestsFilesAndChangeNothingThere) {
   runGuest();
   const std::string guests = world.runDir + "/vm";

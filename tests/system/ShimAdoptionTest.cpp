@@ -56,7 +56,7 @@ TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
   EXPECT_THAT(qemusOfOurs(), ElementsAre(qemu));
   EXPECT_EQ(keeper(), first.shim());
   EXPECT_NE(second.shim(), first.shim());
-  EXPECT_EQ(modeOf(monitor()), 0660);
+  EXPECT_EQ(modeOf(monitor()), 0600);
   EXPECT_THAT(contentOf(file("shim.log")),
               HasSubstr(" shim: keeps the guest for process " + std::to_string(second.pid()) +
                         " from now on, at which process " + std::to_string(second.shim()) +

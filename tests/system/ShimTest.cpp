@@ -115,7 +115,7 @@ TEST_F(Shim, KeepsItsFilesFromOthers) {
   for (const char* const name : {"console.sock", "shim.sock"})
     EXPECT_EQ(modeOf(file(name)), 0660) << name;
   EXPECT_EQ(modeOf(folder / "vm/guest0"), 02750);
-  EXPECT_EQ(modeOf(monitor()), 0660);
+  EXPECT_EQ(modeOf(monitor()), 0600);
 }
 
 TEST_F(Shim, GoesOnThoughItMayOpenFewerDescriptorsThanItHas) {
@@ -330,7 +330,7 @@ TEST_F(Shim, IsRefusedWhileAnotherKeepsTheGuest) {
                 std::to_string(getpid()) + ", which lives): end that process first, with 'kill " +
                 std::to_string(first->pid()) + "'\n");
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
-  EXPECT_EQ(modeOf(monitor()), 0660);
+  EXPECT_EQ(modeOf(monitor()), 0600);
 }
 
 // An agent removes the path before it starts its QEMU, and looks there for ten seconds.
