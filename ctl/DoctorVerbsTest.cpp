@@ -235,8 +235,8 @@ TEST_F(DoctorVerb, FindsFilesThatRefuse) {
 TEST_F(DoctorVerb, FindsADatabaseThatCannotBeUsed) {
   hasStatus_ = false;
   EXPECT_EQ(of("database"),
-            "FAILED   database: /run/vmagent/status.db does not exist yet\n"
-            "         start vmagentd, which sets it up\n");
+            "FAILED   database: /run/vmagent/status.db does not exist\n"
+            "         start or restart vmagentd, which makes it\n");
 }
 
 TEST_F(DoctorVerb, SeesAClockThatWasNeverSet) {

@@ -109,8 +109,8 @@ TEST_F(Vmctl, SaysWhatIsMissingBeforeTheDaemonRanForTheFirstTime) {
   EXPECT_EQ(result.exit, 6);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "vmctl: " + directory_ +
-                            "/state/config.db does not exist yet: start vmagentd, which sets it "
-                            "up\n");
+                            "/state/config.db does not exist: start or restart vmagentd, which "
+                            "makes it; if it was lost, put it back first\n");
 }
 
 TEST_F(Vmctl, OptionsGoBeforeTheEnvironment) {

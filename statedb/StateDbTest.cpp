@@ -98,6 +98,22 @@ TEST_F(SqliteDbTest, TheOwnerMakesBothFilesAtOnce) {
   EXPECT_TRUE(std::filesystem::exists(dir.path() / "run" / "status.db"));
 }
 
+TEST_F(SqliteDbTest, TheOwnerMakesNoConfigurationInThePlaceOfWhatItHadAndReadsWhatIsPutBack) {
+  StateDb db = open(sqlite::Role::owner);
+  db.commit(Transaction().put("vmConfig", "a", "1"));
+  const auto file = dir.path() / "state" / "config.db";
+  std::filesystem::rename(file, dir.path() / "away");
+  db.close(Half::config);
+  EXPECT_EQ(troubleOf([&] { db.store(Half::config); }), Trouble::missing);
+  EXPECT_FALSE(std::filesystem::exists(file));
+  std::filesystem::rename(dir.path() / "away", file);
+  EXPECT_EQ(db.record("vmConfig", "a")->doc, "1");
+  // Status is made anew: it holds nothing that cannot be found out again.
+  std::filesystem::remove(dir.path() / "run" / "status.db");
+  db.close(Half::status);
+  EXPECT_THAT(db.snapshot({"vmStatus"}).records, IsEmpty());
+}
+
 TEST_F(SqliteDbTest, ConfigurationCanBeWrittenWhileThereIsNoStatus) {
   open(sqlite::Role::owner);
   std::filesystem::remove(dir.path() / "run" / "status.db");

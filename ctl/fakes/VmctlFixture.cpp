@@ -160,7 +160,7 @@ statedb::StateDb VmctlFixture::open(const Directories& directories) {
     if (!hasStatus_)
       throw statedb::Error(
           statedb::Trouble::missing,
-          runDir + "/status.db does not exist yet: start vmagentd, which sets it up");
+          runDir + "/status.db does not exist: start or restart vmagentd, which makes it");
     return store(statedb::Half::status);
   };
   return {config, status};

@@ -58,13 +58,33 @@ TEST_F(FilesTest, AllTakeModeAndGroupOfTheDatabase) {
 TEST_F(FilesTest, AClientMakesNone) {
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { openClient(); }, &sentence), Trouble::missing);
-  EXPECT_EQ(sentence, file.string() + " does not exist yet: start vmagentd, which sets it up");
+  EXPECT_EQ(sentence, file.string() +
+                          " does not exist: start or restart vmagentd, which makes it; if it was "
+                          "lost, put it back first");
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST_F(FilesTest, AReopenerMakesNoneAndSetsUpNoneThatIsEmpty) {
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { open(Role::reopener); }, &sentence), Trouble::missing);
+  EXPECT_EQ(sentence, file.string() +
+                          " is gone: put it back, and it is read; or restart vmagentd, which makes "
+                          "an empty one");
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  contentIs(file, "");
+  EXPECT_EQ(troubleOf([&] { open(Role::reopener); }, &sentence), Trouble::missing);
+  EXPECT_EQ(sentence, file.string() +
+                          " is empty: put a backup in its place, and it is read; or restart "
+                          "vmagentd, which sets it up anew");
+  EXPECT_EQ(std::filesystem::file_size(file), 0U);
+  open();
+  put(*open(Role::reopener), "a", "1");
+  EXPECT_EQ(openClient()->record("vmConfig", "a")->doc, "1");
 }
 
 TEST_F(FilesTest, AMissingDirectoryIsNamed) {
   const auto missing = dir.path() / "no" / "such";
-  for (const Role role : {Role::owner, Role::client}) {
+  for (const Role role : {Role::owner, Role::reopener, Role::client}) {
     StoreOptions options;
     options.file = rt::String((missing / "config.db").string());
     options.role = role;
@@ -151,7 +171,7 @@ TEST_F(FilesTest, ARemovedFileIsToldAndNothingIsWrittenToWhatIsLeftOfIt) {
   EXPECT_TRUE(wakeUp.isReadable());
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { put(*store, "a", "1"); }, &sentence), Trouble::missing);
-  EXPECT_THAT(sentence, HasSubstr(file.string() + " was removed while in use"));
+  EXPECT_THAT(sentence, HasSubstr(file.string() + " is gone: put it back"));
   EXPECT_EQ(troubleOf([&] { (void)store->snapshot({"vmConfig"}); }), Trouble::missing);
   EXPECT_EQ(troubleOf([&] { (void)store->changes({}); }), Trouble::missing);
   EXPECT_FALSE(wakeUp.isReadable());

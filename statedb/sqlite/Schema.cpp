@@ -106,8 +106,9 @@ std::span<const char* const> formatSteps() { return allSteps; }
 void requireFormat(Connection& connection, Role role, std::span<const char* const> steps) {
   const size_t format = formatOf(connection, steps.size());
   if (format == steps.size()) return;
-  if (role == Role::owner) return convert(connection, steps);
-  if (format == 0) throw missingFile(connection.file());
+  if (format == 0 && role == Role::reopener) throw emptied(connection.file());
+  if (format == 0 && role == Role::client) throw missingFile(connection.file());
+  if (role != Role::client) return convert(connection, steps);
   throw older(connection.file(), static_cast<int64_t>(format), steps.size());
 }
 

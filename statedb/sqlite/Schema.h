@@ -13,8 +13,8 @@ namespace statedb::sqlite {
 std::span<const char* const> formatSteps();
 
 // Makes sure that the file is ours and of the last format. The owner does what steps are missing,
-// all or none; anyone else throws `older`, or `missing` when the file is still empty. Throws
-// `newer` and `foreign`.
+// all or none, and so does the reopener unless the file is empty; anyone else throws `older`, or
+// `missing` for an empty file. Throws `newer` and `foreign`.
 void requireFormat(Connection& connection, Role role,
                    std::span<const char* const> steps = formatSteps());
 

@@ -84,6 +84,14 @@ TEST_F(SchemaTest, WhatIsTooLongInAnOlderFileStaysUntilItIsRemoved) {
   EXPECT_FALSE(store->record(table, key));
 }
 
+TEST_F(SchemaTest, AnOlderFileThatIsPutBackIsConvertedToo) {
+  put(*open(), "a", "1");
+  const int64_t before = format();
+  Connection connection(fileName(), rt::Seconds(1));
+  requireFormat(connection, Role::reopener, later({addTable}));
+  EXPECT_EQ(format(), before + 1);
+}
+
 TEST_F(SchemaTest, AConversionThatFailsLeavesTheOlderFile) {
   put(*open(), "a", "1");
   const int64_t before = format();

@@ -16,16 +16,26 @@ Error missingDirectory(const rt::String& directory) {
 }
 
 Error missingFile(const rt::String& file) {
-  return {Trouble::missing, file + " does not exist yet: start vmagentd, which sets it up"};
+  return {Trouble::missing, file +
+                                " does not exist: start or restart vmagentd, which makes it; if it "
+                                "was lost, put it back first"};
 }
 
 Error removed(const rt::String& file) {
-  return {Trouble::missing,
-          file + " was removed while in use: put it back or let it be made anew, then restart"};
+  return {
+      Trouble::missing,
+      file +
+          " is gone: put it back, and it is read; or restart vmagentd, which makes an empty one"};
+}
+
+Error emptied(const rt::String& file) {
+  return {Trouble::missing, file +
+                                " is empty: put a backup in its place, and it is read; or restart "
+                                "vmagentd, which sets it up anew"};
 }
 
 Error replaced(const rt::String& file) {
-  return {Trouble::replaced, file + " was replaced while in use: restart to use the new one"};
+  return {Trouble::replaced, file + " was replaced by another file: open that anew"};
 }
 
 Error locked(const rt::String& file, rt::Seconds patience) {

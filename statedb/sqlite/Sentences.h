@@ -9,6 +9,7 @@ namespace statedb::sqlite {
 Error missingDirectory(const rt::String& directory);
 Error missingFile(const rt::String& file);
 Error removed(const rt::String& file);
+Error emptied(const rt::String& file);
 Error replaced(const rt::String& file);
 Error locked(const rt::String& file, rt::Seconds patience);
 Error corrupt(const rt::String& file, const rt::String& detail);

@@ -14,10 +14,21 @@ StateDb::Opener opener(const rt::String& file, Half half, Role role) {
   return [options] { return openStore(options); };
 }
 
+// Of configuration that was there before: nobody asked for an empty one in its place.
+StateDb::Opener configOpener(const rt::String& file, Role role) {
+  if (role != Role::owner) return opener(file, Half::config, role);
+  return [first = opener(file, Half::config, Role::owner),
+          later = opener(file, Half::config, Role::reopener), wasOpened = false]() mutable {
+    auto store = wasOpened ? later() : first();
+    wasOpened = true;
+    return store;
+  };
+}
+
 }  // namespace
 
 StateDb openDb(const DbOptions& options) {
-  StateDb db(opener(options.stateDir + "/config.db", Half::config, options.role),
+  StateDb db(configOpener(options.stateDir + "/config.db", options.role),
              opener(options.runDir + "/status.db", Half::status, options.role));
   if (options.role == Role::owner) {
     db.store(Half::config);

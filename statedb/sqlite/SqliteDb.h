@@ -18,8 +18,9 @@
 namespace statedb::sqlite {
 
 enum class Role : uint8_t {
-  owner,   // the daemon: makes the files if missing (mode 0660), converts those of an older format
-  client,  // all others: read and write what is there
+  owner,  // the daemon: makes the files if missing (mode 0660), converts those of an older format
+  reopener,  // the same while it runs: one that is missing or empty was lost, and is not made
+  client,    // all others: read and write what is there
 };
 
 struct DbOptions {
@@ -28,15 +29,16 @@ struct DbOptions {
   Role role = Role::client;
 };
 
-// The owner opens both halves at once, so that its trouble is told now; a client opens each when it
-// needs it: after a reboot there is configuration, but no status until the daemon has run.
+// The owner opens both halves at once, so that its trouble is told now, and makes no configuration
+// later; a client opens each when it needs it: after a reboot there is configuration, but no status
+// until the daemon has run.
 StateDb openDb(const DbOptions& options);
 
 struct StoreOptions {
   rt::String file;
   Half half = Half::config;
   Role role = Role::client;
-  // How long to wait for others' locks. By default a client waits 5 s; the owner 0.05 s, because
+  // How long to wait for others' locks. By default a client waits 5 s; the daemon 0.05 s, because
   // its handlers stand still meanwhile, and it can try again later.
   std::optional<rt::Seconds> patience;
   // Changes kept in the log when it is trimmed, which happens once it holds a quarter more.

@@ -13,11 +13,12 @@ namespace {
 
 using Kind = Transactional::Kind;
 
-constexpr rt::Seconds ownersPatience(0.05);
+constexpr rt::Seconds daemonsPatience(0.05);
 constexpr rt::Seconds clientsPatience(5);
 
 rt::Seconds patienceOf(const StoreOptions& options) {
-  return options.patience.value_or(options.role == Role::owner ? ownersPatience : clientsPatience);
+  return options.patience.value_or(options.role == Role::client ? clientsPatience
+                                                                : daemonsPatience);
 }
 
 const rt::String& existing(const StoreOptions& options) {
@@ -38,7 +39,7 @@ SqliteStore::SqliteStore(const StoreOptions& options)
       connection_(existing(options), patienceOf(options)) {
   prepare();
   id_ = idOf(options_.file);
-  if (options_.role == Role::owner) doorbell_.make();
+  if (options_.role != Role::client) doorbell_.make();
   shareCompanions(options_.file);
   connection_.committedHookIs([this] { doorbell_.ring(); });
 }
@@ -54,7 +55,7 @@ void SqliteStore::prepare() {
   requireFormat(connection_, options_.role);
   if (connection_.text("PRAGMA journal_mode = WAL") != "wal")
     throw failed(options_.file, "its file system cannot share memory between processes");
-  if (options_.role != Role::owner) return;
+  if (options_.role == Role::client) return;
   const rt::String finding = connection_.text("PRAGMA quick_check(1)");
   if (finding != "ok") throw corrupt(options_.file, finding);
 }

@@ -37,6 +37,7 @@ void requireFile(const rt::String& file, Role role) {
     return;
   }
   if (errno != ENOENT) throw fromErrno(file, errno, "it could not be found");
+  if (role == Role::reopener) throw removed(file);
   if (role == Role::client) throw missingFile(file);
   create(file);
 }
