@@ -3,6 +3,7 @@
 #include <jansson.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -17,6 +18,7 @@ namespace {
 using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
 constexpr double longestTimeout = 24 * 3600;
+constexpr size_t longestStoreName = 64;
 constexpr std::array<std::string_view, 3> stateNames{"starting", "running", "stopping"};
 
 JsonPtr jsonOf(std::string_view text) {
@@ -49,7 +51,7 @@ std::string stringOf(const json_t* value) {
 
 // The one member of a request that says what is asked for.
 const char* verbOf(const json_t* root) {
-  for (const char* const verb : {"status", "stop", "adopt"})
+  for (const char* const verb : {"status", "stop", "adopt", "row"})
     if (json_is_object(json_object_get(root, verb))) return verb;
   throw RequestError(
       "the request is not understood: it must be {\"status\":{}}, {\"stop\":{\"timeout\":SECONDS}} "
@@ -84,6 +86,27 @@ Adoption adoptionOf(const json_t* adopt) {
   for (size_t i = 0; i < json_array_size(words); ++i)
     adoption.arguments.push_back(stringOf(json_array_get(words, i)));
   return adoption;
+}
+
+// It is shown among a process's variables.
+bool isStoreName(std::string_view text) {
+  constexpr std::string_view others = "-_.";
+  return !text.empty() && text.size() <= longestStoreName &&
+         std::all_of(text.begin(), text.end(), [&](char c) {
+           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                  others.find(c) != std::string_view::npos;
+         });
+}
+
+Row rowOf(const json_t* value) {
+  Row row{stringOf(json_object_get(value, "store")), 0};
+  if (!isStoreName(row.store))
+    throw RequestError(
+        "row: 'store' is refused: it must be 1 to 64 letters, digits, '-', '_' or '.'");
+  const json_int_t sequence = json_integer_value(json_object_get(value, "sequence"));
+  if (sequence < 1) throw RequestError("row: 'sequence' is refused: it must be 1 or more");
+  row.sequence = static_cast<uint64_t>(sequence);
+  return row;
 }
 
 std::optional<State> stateFrom(const std::string& text) {
@@ -131,6 +154,9 @@ Request requestFrom(std::string_view text) {
   } else if (verb == "adopt") {
     request.kind = Request::Kind::adopt;
     request.adoption = adoptionOf(body);
+  } else if (verb == "row") {
+    request.kind = Request::Kind::row;
+    request.row = rowOf(body);
   }
   return request;
 }

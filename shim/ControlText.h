@@ -7,6 +7,8 @@
 //   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket along with
 //   it;
 //                                   or an error as long as the guest is not free
+//   {"row":{"store":TEXT,           {"return":{}}, see RowMark.h
+//     "sequence":N}}
 //   anything else                   {"error":TEXT}, and nothing changes
 //   the guest's end, to all         {"end":{"exit":N}} or {"end":{"signal":N}}
 //
@@ -16,6 +18,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -55,11 +58,18 @@ struct Adoption {
   std::vector<std::string> arguments;  // its command line, without the program's name
 };
 
+// The row of the configuration that made the guest's VM.
+struct Row {
+  std::string store;
+  uint64_t sequence = 0;
+};
+
 struct Request {
-  enum class Kind { status, stop, adopt };
+  enum class Kind { status, stop, adopt, row };
   Kind kind = Kind::status;
   std::optional<Duration> timeout;  // of a stop: as configured, when there is none
   Adoption adoption;
+  Row row;
 };
 
 // What is wrong with a request.

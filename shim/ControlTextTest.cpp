@@ -49,6 +49,26 @@ TEST(ControlText, UnderstandsTheStopItSends) {
   EXPECT_EQ(requestFrom(stopLine(seconds(3))).timeout, seconds(3));
 }
 
+TEST(ControlText, UnderstandsWhichRowTheGuestIsOf) {
+  const Request request = requestFrom(R"({"row":{"store":"6f1c-a_.Z","sequence":42}})");
+  EXPECT_EQ(request.kind, Kind::row);
+  EXPECT_EQ(request.row.store, "6f1c-a_.Z");
+  EXPECT_EQ(request.row.sequence, 42U);
+}
+
+TEST(ControlText, RefusesARowThatIsNone) {
+  for (const char* const store : {"\"\"", "7", "\"a b\"", "\"a=b\"", "\"a\\nb\"", "null"})
+    EXPECT_THAT(refusalOf("{\"row\":{\"sequence\":1,\"store\":" + std::string(store) + "}}"),
+                HasSubstr("'store' is refused: it must be 1 to 64 letters"))
+        << store;
+  EXPECT_THAT(refusalOf(R"({"row":{"sequence":1,"store":")" + std::string(65, 'a') + "\"}}"),
+              HasSubstr("'store'"));
+  for (const char* const sequence : {"0", "-1", "\"1\"", "1.5", "null"})
+    EXPECT_EQ(refusalOf("{\"row\":{\"store\":\"a\",\"sequence\":" + std::string(sequence) + "}}"),
+              "row: 'sequence' is refused: it must be 1 or more")
+        << sequence;
+}
+
 TEST(ControlText, RefusesWhatIsNoRequestAndSaysWhatIs) {
   for (const char* const text : {"", "stop", "[]", "7", "{", "{\"stop\":{},\"stop\":{}}"})
     EXPECT_THAT(refusalOf(text), HasSubstr("no JSON object")) << text;

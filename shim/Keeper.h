@@ -18,6 +18,7 @@
 #include "shim/Parent.h"
 #include "shim/Poller.h"
 #include "shim/Relay.h"
+#include "shim/RowMark.h"
 #include "shim/StopPlan.h"
 #include "shim/Succession.h"
 #include "shim/VmDirectory.h"
@@ -72,6 +73,7 @@ class Keeper {
   void orderlyStop(Duration timeout);
   void adopt(ControlServer::Client client, const control::Adoption& adoption,
              Descriptors descriptors);
+  void takeRow(ControlServer::Client client, const control::Row& row);
   void handleDaemonsEnd();
   void lookForSuccessor();
   void tellOfEnd();
@@ -85,6 +87,7 @@ class Keeper {
   const Duration stopTimeout_;
   const VmDirectory& directory_;
   VmLock& lock_;
+  const RowMark rowMark_;
   std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;
   Descriptor signals_;

@@ -55,6 +55,9 @@ Message Keeper::answer(ControlServer::Client client, const control::Request& req
       // An agent that loses us is to find the successor, and not to look for ten seconds.
       if (Descriptor copy = socket_->duplicate()) done.descriptors.push_back(std::move(copy));
       break;
+    case control::Request::Kind::row:
+      takeRow(client, request.row);
+      break;
   }
   return done;
 }
@@ -108,6 +111,16 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
                                  " from now on, at which process " + std::to_string(adoption.pid) +
                                  " stands in for it"));
   perform(relay_->adopt(now(), cardNames(line_, wanted)));
+}
+
+// By what it is of, the next daemon may end it.
+void Keeper::takeRow(ControlServer::Client client, const control::Row& row) {
+  if (!isOurUser(control_->number(client)))
+    throw control::RequestError("row: only the user who keeps the guest may say it");
+  if (!rowMark_.rowIs(row))
+    throw control::RequestError("row: there is no room for it: the guest was started without one");
+  log_.write(logLine("shim", "the guest is of row " + std::to_string(row.sequence) + " of store " +
+                                 row.store + " from now on"));
 }
 
 void Keeper::handleDaemonsEnd() {

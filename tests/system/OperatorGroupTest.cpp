@@ -324,26 +324,28 @@ TEST_F(OperatorsGroup, HasTheScreensAndNobodyElseReachesThem) {
   EXPECT_THAT(listenersOnTheNetwork(), testing::IsEmpty());
 }
 
-// What a daemon may: a shim makes the agent's socket wherever it is told to.
-TEST_F(OperatorsGroup, MayNotTakeAGuestOver) {
+// What a daemon may: a shim makes the agent's socket wherever it is told to, and a guest ends by
+// the row that it is of.
+TEST_F(OperatorsGroup, MayNotTakeAGuestOverNorSayWhichRowItIsOf) {
   runGuest();
   world.end(SIGKILL);
-  const std::string adoption = R"({"adopt":{"pid":2,"daemon":2,"arguments":["-name","web1"]}})"
-                               "\n";
   const std::string shim = world.runDir + "/vm/web1/shim.sock";
-  const auto refusal = [&] {
+  const auto refusal = [&](const std::string& request) {
     const int own = connectedTo(shim);
     std::string heard;
-    if (write(own, adoption.data(), adoption.size()) > 0)
+    if (write(own, request.data(), request.size()) > 0)
       while (heard.find("\"error\"") == std::string::npos) {
         const std::string more = readExactly(own, 1);
         if (more.empty()) return -1;
         heard += more;
       }
-    const std::string rest = readExactly(own, 60);
+    const std::string rest = readExactly(own, 45);
     return rest.find("only the user who keeps the guest") != std::string::npos ? 0 : -1;
   };
-  EXPECT_EQ(errorOf(Membership::member, refusal), 0);
+  for (const char* request : {R"({"adopt":{"pid":2,"daemon":2,"arguments":["-name","web1"]}})",
+                              R"({"row":{"store":"a","sequence":1}})"})
+    EXPECT_EQ(errorOf(Membership::member, [&] { return refusal(std::string(request) + "\n"); }), 0)
+        << request;
 }
 
 TEST_F(OperatorsGroup, MayReadTheGuestsFilesAndChangeNothingThere) {

@@ -21,6 +21,7 @@ using fakes::LineClient;
 using fakes::modeOf;
 using fakes::queryStatus;
 using fakes::readUntil;
+using fakes::ShimProcess;
 using fakes::signaled;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -61,6 +62,26 @@ TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
               HasSubstr(" shim: keeps the guest for process " + std::to_string(second.pid()) +
                         " from now on, at which process " + std::to_string(second.shim()) +
                         " stands in for it\n"));
+}
+
+// For a daemon that comes later, and knows nothing of this.
+TEST_F(ShimAdoption, LeavesTheGuestOfTheRowThatItsShimWasToldLast) {
+  auto told = environment();
+  told["VMAGENT_STORE"] = "aaaa1111";
+  told["VMAGENT_ROW"] = "00000000000000000007";
+  const ShimProcess shim(VMAGENT_SHIM, arguments(), told);
+  AgentClient(monitor()).bringUp();
+  const std::string environ = "/proc/" + std::to_string(shim.pid()) + "/environ";
+  const std::string nul(1, '\0');
+  EXPECT_THAT(contentOf(environ), HasSubstr("VMAGENT_ROW=00000000000000000007" + nul));
+  LineClient host(file("shim.sock"));
+  host.line();
+  EXPECT_EQ(host.ask(R"({"row":{"store":"bbbb2222","sequence":42}})"), R"({"return":{}})");
+  EXPECT_THAT(contentOf(environ), HasSubstr("VMAGENT_STORE=bbbb2222" + nul));
+  EXPECT_THAT(contentOf(environ), HasSubstr("VMAGENT_ROW=42" + nul));
+  EXPECT_THAT(host.ask(R"({"row":{"store":"ccccc3333","sequence":42}})"),
+              HasSubstr("row: there is no room for it"));
+  EXPECT_THAT(contentOf(environ), HasSubstr("VMAGENT_STORE=bbbb2222" + nul));
 }
 
 TEST_F(ShimAdoption, CanComeAgainAndAgain) {
