@@ -287,6 +287,19 @@ TEST_F(FilesTest, ALinkInPlaceOfTheDatabaseIsRefused) {
   EXPECT_EQ(contentOf(others), "");
 }
 
+TEST_F(FilesTest, AnIdThatIsNoneIsRefused) {
+  const auto store = open();
+  for (const char* id : {"''", "'a\"b'", "'a b'", "7.5", "hex(randomblob(33))"}) {
+    Connection(fileName(), rt::Seconds(1))
+        .run(("UPDATE meta SET v = " + std::string(id) + " WHERE k = 'store_id'").c_str());
+    EXPECT_EQ(troubleOf([&] { (void)store->snapshot({"vmConfig"}); }), Trouble::corrupt) << id;
+    EXPECT_EQ(troubleOf([&] {
+                (void)store->hasRemoved("vmConfig", "a", {"", 0});
+              }),
+              Trouble::corrupt);
+  }
+}
+
 TEST_F(FilesTest, ADamagedPageIsFoundWhenTheOwnerOpens) {
   open()->commit(
       Transaction().put("vmConfig", "a", "\"" + rt::String(std::string(50'000, 'x')) + "\""));

@@ -26,6 +26,15 @@ const rt::String& existing(const StoreOptions& options) {
   return options.file;
 }
 
+// It is told to others, in their words: nothing of it is to mean anything there.
+bool isId(std::string_view text) {
+  constexpr size_t longest = 64;
+  constexpr std::string_view letters =
+      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  return !text.empty() && text.size() <= longest &&
+         text.find_first_not_of(letters) == std::string_view::npos;
+}
+
 Record recordOf(const Query& row) {
   return {row.text(0), row.text(1), row.text(2), static_cast<uint64_t>(row.number(3)),
           static_cast<uint64_t>(row.number(4))};
@@ -61,7 +70,9 @@ void SqliteStore::prepare() {
 }
 
 rt::String SqliteStore::history() {
-  return connection_.text("SELECT v FROM meta WHERE k = 'store_id'");
+  rt::String id = connection_.text("SELECT v FROM meta WHERE k = 'store_id'");
+  if (!isId(id)) throw corrupt(options_.file, "its id is none");
+  return id;
 }
 
 // Its sequence counts also what was trimmed.
