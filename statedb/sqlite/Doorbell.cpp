@@ -63,12 +63,12 @@ int Doorbell::listen() {
 }
 
 // The directory and not the files: they may be made anew, and the end of one would end its watch.
-// That the database itself is replaced or removed is told as well.
+// That the database itself is replaced or removed is told as well, and that the directory is.
 void Doorbell::watch() {
   const int inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (inotify < 0) throw fromErrno(file_, errno, "it could not be watched");
-  constexpr uint32_t events =
-      IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_ONLYDIR;
+  constexpr uint32_t events = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE |
+                              IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
   if (inotify_add_watch(inotify, directoryOf(file_).charPtr(), events) < 0) {
     const int error = errno;
     close(inotify);

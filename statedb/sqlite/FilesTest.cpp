@@ -177,6 +177,19 @@ TEST_F(FilesTest, ARemovedFileIsToldAndNothingIsWrittenToWhatIsLeftOfIt) {
   EXPECT_FALSE(wakeUp.isReadable());
 }
 
+TEST_F(FilesTest, ADirectoryThatIsMovedAwayIsTold) {
+  const auto inner = dir.path() / "inner";
+  std::filesystem::create_directory(inner);
+  StoreOptions options;
+  options.file = rt::String((inner / "config.db").string());
+  options.role = Role::owner;
+  const auto store = openStore(options);
+  const Closing wakeUp(store->wakeUp());
+  std::filesystem::rename(inner, dir.path() / "away");
+  EXPECT_TRUE(wakeUp.isReadable());
+  EXPECT_EQ(troubleOf([&] { (void)store->changes({}); }), Trouble::missing);
+}
+
 TEST_F(FilesTest, AReplacedFileIsTold) {
   open();
   const auto backup = dir.path() / "backup.db";
