@@ -30,6 +30,7 @@
 #include "host/network/KernelLinks.h"
 #include "host/service/Directories.h"
 #include "host/service/Heartbeat.h"
+#include "host/service/Locks.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/Signals.h"
 #include "host/service/Supervision.h"
@@ -37,8 +38,6 @@
 #include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/EntityDocument.h"
-#include "statedb/OwnerLock.h"
-#include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace host {
@@ -47,7 +46,6 @@ namespace {
 
 // Until those are tried again who did not read what they are told.
 constexpr rt::Seconds readersPause{0.1};
-constexpr const char* agentsDirectory = "/var/run";  // where the monitors' sockets are
 
 uint64_t timeOfDay() {
   using std::chrono::system_clock;
@@ -55,30 +53,6 @@ uint64_t timeOfDay() {
       std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
           .count());
 }
-
-// The locks of one daemon a run directory, and one agent a directory of monitors; and what shows
-// others that it lives.
-class Locks {
- public:
-  explicit Locks(const rt::String& runDir)
-      : status_(statedb::ownerLockFile(runDir)),
-        monitors_(sameDirectory(runDir) ? nullptr
-                                        : std::make_unique<statedb::OwnerLock>(
-                                              statedb::ownerLockFile(agentsDirectory))),
-        sign_(runDir) {}
-
- private:
-  static bool sameDirectory(const rt::String& runDir) {
-    struct stat run {};
-    struct stat agents {};
-    return stat(runDir.charPtr(), &run) == 0 && stat(agentsDirectory, &agents) == 0 &&
-           run.st_dev == agents.st_dev && run.st_ino == agents.st_ino;
-  }
-
-  const statedb::OwnerLock status_;
-  const std::unique_ptr<statedb::OwnerLock> monitors_;
-  const statedb::OwnerSign sign_;
-};
 
 // The seven records that the agent works on.
 struct AgentRecords {
@@ -135,7 +109,7 @@ class Daemon::Parts {
 
   const Options options_;
   const PrepareStart prepareStart_;
-  const Locks locks_;
+  Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
   statedb::StateDb db_;
@@ -176,6 +150,8 @@ Daemon::Parts::Parts(const Options& options, TraceLog& traces, PrepareStart prep
                                    .runDir = options.runDir,
                                    .role = statedb::sqlite::Role::owner})),
       root_(loadAgent(agentModule)) {
+  // After the database, which says better what is wrong with its directory.
+  locks_.take(options.stateDir);
   const std::lock_guard held(manager_.lock());
   signals_ = rt::make<Signals>([this] { stopped_ = true; });
   readStatusOfBefore();

@@ -56,8 +56,9 @@ OwnerLock::OwnerLock(const rt::String& file)
     const pid_t holder = holderOf(descriptor_);
     close(descriptor_);
     if (error != EAGAIN && error != EACCES) throw trouble(file, error);
-    throw Error(Trouble::locked, "another daemon runs already (process " + rt::toText(holder) +
-                                     "): it holds " + file);
+    // Whose processes are not ours to see is nobody.
+    const rt::String who = holder > 0 ? "process " + rt::toText(holder) : "in another container";
+    throw Error(Trouble::locked, "another daemon runs already (" + who + "): it holds " + file);
   }
   const rt::String pid = rt::toText(getpid()) + "\n";
   // Only for people to read: without it the lock holds as well.

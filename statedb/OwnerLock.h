@@ -25,7 +25,7 @@ class OwnerLock {
   int descriptor_;
 };
 
-// The lock file of the daemon that owns the status in `runDir`.
-rt::String ownerLockFile(const rt::String& runDir);
+// The lock file of the daemon that owns what is in a directory.
+rt::String ownerLockFile(const rt::String& directory);
 
 }  // namespace statedb

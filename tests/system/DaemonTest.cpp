@@ -241,6 +241,24 @@ TEST_F(Daemon, RefusesToRunBesideAnother) {
   EXPECT_EQ(elsewhere.status, 4) << "they would use the same monitors";
 }
 
+// As in a container, or in another place that has a /run of its own.
+TEST_F(Daemon, RefusesToRunBesideAnotherThatHasItsStateAndARunOfItsOwn) {
+  const std::string elsewhere = "mount -t tmpfs none /mnt && mkdir /mnt/state && mount --bind " +
+                                world.stateDir +
+                                " /mnt/state && mount -t tmpfs none /var/run && exec " VMAGENTD
+                                " --state-dir /mnt/state --run-dir /var/run/vmagent --shim off";
+  world.start();
+  const Ended second = run({"/usr/bin/unshare", "--mount", "/bin/sh", "-c", elsewhere});
+  EXPECT_EQ(second.status, 4);
+  EXPECT_THAT(second.err,
+              HasSubstr("another daemon runs already (process " + std::to_string(world.daemon()) +
+                        "): it holds /mnt/state/vmagentd.lock"));
+  const Ended third =
+      run({"/usr/bin/unshare", "--mount", "--pid", "--fork", "/bin/sh", "-c", elsewhere});
+  EXPECT_EQ(third.status, 4);
+  EXPECT_THAT(third.err, HasSubstr("another daemon runs already (in another container)"));
+}
+
 TEST_F(Daemon, EndsWithoutItsGuestsAndTheNextOneEndsThemAndStartsThemAnew) {
   world.start();
   runVm("web1");
