@@ -15,9 +15,10 @@
 #include "host/base/FirstLine.h"
 #include "host/base/Report.h"
 #include "host/database/ConfigFeed.h"
-#include "host/database/Intents.h"
+#include "host/database/Configuration.h"
 #include "host/database/StatusFeed.h"
 #include "host/guests/EarlierGuests.h"
+#include "host/guests/GuestMark.h"
 #include "host/guests/GuestProblems.h"
 #include "host/guests/Prompter.h"
 #include "host/guests/ShimClient.h"
@@ -35,7 +36,6 @@
 #include "host/service/Signals.h"
 #include "host/service/Supervision.h"
 #include "netlink/Macvtap.h"
-#include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/EntityDocument.h"
 #include "statedb/sqlite/SqliteDb.h"
@@ -104,6 +104,8 @@ class Daemon::Parts {
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
   rt::Seconds stopPatience() const;
+  bool isRemoved(const GuestProcess& guest);
+  void handleUnknown(const rt::String& vm, const std::vector<GuestProcess>& guests);
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
   void turn(rt::Seconds atMost);
 
@@ -119,7 +121,7 @@ class Daemon::Parts {
   const DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs("vmagentd");
   Problems problems_{hostStatus_, timeOfDay};
   std::map<rt::String, uint64_t> restartsDone_;
-  VmRows rows_{edge::machineLimits()};
+  statedb::Cursor before_;  // how far the daemon before had come with the configuration
   bool stopped_ = false;
 
   const Vm::Root::Ptr root_;
@@ -136,6 +138,7 @@ class Daemon::Parts {
   Prompter::Ptr prompter_;
   Survivors::Ptr survivors_;
   std::unique_ptr<EarlierGuests> earlierGuests_;
+  std::unique_ptr<Configuration> configuration_;
   GuestProblems::Ptr guestProblems_;  // null: no shim
   ConfigFeed::Ptr configFeed_;
 };
@@ -171,8 +174,13 @@ Daemon::Parts::~Parts() {
   root_->agentDel();
 }
 
-// Which restarts were carried out is the one thing of an earlier daemon's status that counts.
+// Which restarts were carried out, and of which configuration, is all of an earlier daemon's status
+// that counts.
 void Daemon::Parts::readStatusOfBefore() {
+  const auto before = rt::make<DaemonStatus>("vmagentd");
+  if (const auto record = db_.record("daemon", before->name()))
+    if (statedb::fill(*before, record->doc).empty())
+      before_ = {before->configStore(), before->configSequence(), before->configHistory()};
   for (const auto& record : db_.snapshot({"vmProcess"}).records) {
     const auto process = rt::make<VmProcess>(record.key);
     if (statedb::fill(*process, record.doc).empty())
@@ -239,18 +247,51 @@ void Daemon::Parts::startFeeds() {
                   .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
                   .prepareStart = [this](const VmStart& start) { handleStart(start); },
+                  .tellGuest =
+                      [this](const VmStart& start) {
+                        if (hasShim()) tellShimOfRow(options_.runDir, start.vm, start.row);
+                      },
+                  .guestName = guestName,
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(),
                   .note = {}},
       restartsDone_, clock);
   prompter_ = rt::make<Prompter>(root_, records_.status, clock);
   earlierGuests_ = std::make_unique<EarlierGuests>(EarlierGuests::Tools{
-      .guests = guestProcesses,
+      .guests =
+          [] {
+            auto guests = guestProcesses();
+            sortByAge(guests);
+            return guests;
+          },
       .canBeDriven =
           [this](const rt::String& vm) { return hasShim() && shimIsThere(options_.runDir, vm); },
-      .row = [this](const rt::String& vm) { return rows_.row(vm); },
+      .row = [this](const rt::String& vm) { return configuration_->rows().row(vm); },
+      .isRemoved = [this](const GuestProcess& guest) { return isRemoved(guest); },
+      .isGivenUp =
+          [this](const GuestProcess& guest) {
+            return configuration_->isGivenUp(guest.vm, guestName(guest.pid));
+          },
       .adoptableIs = [this](const rt::String& vm, bool is) { supervisor_->adoptableIs(vm, is); },
+      .unknownIs = [this](const auto& vm, const auto& guests) { handleUnknown(vm, guests); },
       .end = [this](const auto& guests) { survivors_->add(guests); }});
+  configuration_ = std::make_unique<Configuration>(
+      Configuration::Takers{
+          .interfaceIs = [this](const auto& id, const auto& doc) { interfaces_->rowIs(id, doc); },
+          .restartIs = [this](const auto& vm, auto number) { supervisor_->restartIs(vm, number); },
+          .restartIsPast = [this](const auto& vm,
+                                  auto number) { supervisor_->restartIsPast(vm, number); },
+          .rowIs =
+              [this](const rt::String& vm, const VmRow* row) {
+                earlierGuests_->handleRow(vm);
+                supervisor_->rowIs(vm, row);
+              },
+          .givenUpIs =
+              [this](const rt::String& vm, const rt::String& guest) {
+                if (!guest.empty()) earlierGuests_->handleRow(vm);
+                supervisor_->givenUpIs(vm, guest);
+              }},
+      edge::machineLimits(), before_);
   configFeed_ = rt::make<ConfigFeed>(
       db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
@@ -282,7 +323,7 @@ void Daemon::Parts::endOrphans() {
 // Of the cards that are configured. A guest that is to be taken up keeps its cards' devices.
 std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
   std::set<rt::EthAddr> addresses;
-  for (const auto& [name, row] : rows_.rows()) {
+  for (const auto& [name, row] : configuration_->rows().rows()) {
     if (!row.valid || earlierGuests_->isWaiting(name)) continue;
     for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
@@ -316,29 +357,36 @@ rt::Seconds Daemon::Parts::stopPatience() const {
   return rt::Seconds(rt::fromText<uint32_t>(options_.stopTimeout.str()).value_or(0) + shimsOwn);
 }
 
+// A store that cannot be asked proves nothing.
+bool Daemon::Parts::isRemoved(const GuestProcess& guest) {
+  const auto row = rowOf(guest);
+  const VmRow* const now = configuration_->rows().row(guest.vm);
+  if (!row || (now && !now->isLost && now->origin == *row)) return false;
+  bool removed = false;
+  const rt::String failure = failureOf(
+      [&] { removed = db_.store(statedb::Half::config).hasRemoved("vmConfig", guest.vm, *row); });
+  if (!failure.empty()) report("VM " + guest.vm + ": whether it was removed: " + failure);
+  return removed;
+}
+
+void Daemon::Parts::handleUnknown(const rt::String& vm, const std::vector<GuestProcess>& guests) {
+  survivors_->forget(vm);
+  supervisor_->survivorsIs(vm, 0);
+  if (guests.empty()) return;
+  const int32_t pid = guests.front().pid;
+  const UnknownGuest guest{pid, guestName(pid),
+                           doubtOf(rowOf(guests.front()), configuration_->reached().history)};
+  survivors_->watch(guests);
+  supervisor_->unknownIs(vm, guest);
+  report("VM " + vm + ": " + problemOf(vm, guest));
+}
+
 void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,
                                  const statedb::Cursor& reached) {
-  std::vector<statedb::Change> vms;
-  rt::FirstException failures;  // of the agent's handlers; all changes are taken
-  for (const auto& change : changes) {
-    const rt::String& key = change.record.key;
-    const bool there = change.op == statedb::Op::put;
-    if (change.record.table == "interface")
-      failures.run([&] {
-        interfaces_->rowIs(key, there ? std::optional(change.record.doc) : std::nullopt);
-      });
-    else if (change.record.table == "vmIntent")
-      supervisor_->restartIs(key, there ? restartOf(change.record) : 0);
-    else
-      vms.push_back(change);
-  }
-  for (const rt::String& vm : rows_.apply(vms)) {
-    earlierGuests_->handleRow(vm);
-    supervisor_->rowIs(vm, rows_.row(vm));
-  }
   daemonStatus_->configStoreIs(reached.storeId);
   daemonStatus_->configSequenceIs(reached.sequence);
-  failures.rethrow();
+  daemonStatus_->configHistoryIs(reached.history);
+  configuration_->take(changes, reached);
 }
 
 void Daemon::Parts::turn(rt::Seconds atMost) {

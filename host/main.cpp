@@ -10,6 +10,7 @@
 #include "host/Daemon.h"
 #include "host/Plugin.h"
 #include "host/base/LineOutput.h"
+#include "host/guests/GuestMark.h"
 #include "host/service/ChildEnvironment.h"
 #include "host/service/InheritedDescriptors.h"
 #include "host/service/PrivateDev.h"
@@ -85,7 +86,7 @@ int run(const host::Options& options) {
     host::ChildEnvironment environment(childEnvironment(options));
     host::Daemon daemon(options, traces, [&](const host::VmStart& start) {
       if (shim) shim->restore();
-      environment.extraIs({{"VMAGENT_ROW", rt::toText(start.row)}});
+      environment.extraIs(host::variablesOf(start.row));
     });
     daemon.run(tellReady(standardError));
     return endedBySignal;

@@ -79,6 +79,7 @@ std::vector<Change> Follower::compare(Resume resume) {
 // Those that were told and that the history has removed since, whether another of the name is there
 // or not.
 Follower::Names Follower::removed(const Snapshot& now, Resume resume) {
+  if (known_.empty() && lost_.empty()) return {};
   std::map<Name, uint64_t> there;  // when it was made
   for (const Record& record : now.records) there[nameOf(record)] = record.created;
   Store& store = db_.store(half_);

@@ -20,18 +20,24 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   void configSequenceIs(uint64_t sequence) {
     assign<&DaemonStatus::configSequence>(configSequence_, sequence);
   }
+  const rt::String& configHistory() const { return configHistory_; }
+  void configHistoryIs(const rt::String& history) {
+    assign<&DaemonStatus::configHistory>(configHistory_, history);
+  }
 
   static constexpr std::string_view typeName = "host::DaemonStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &DaemonStatus::name>,
       rt::Attribute<"configStore", &DaemonStatus::configStore, &DaemonStatus::configStoreIs>,
       rt::Attribute<"configSequence", &DaemonStatus::configSequence,
-                    &DaemonStatus::configSequenceIs>>;
+                    &DaemonStatus::configSequenceIs>,
+      rt::Attribute<"configHistory", &DaemonStatus::configHistory, &DaemonStatus::configHistoryIs>>;
 
  private:
   const rt::String name_;
   rt::String configStore_;
   uint64_t configSequence_ = 0;
+  rt::String configHistory_;
 };
 
 // A VM's process, as far as the host knows of one. Written by the VM's keeper.
@@ -54,18 +60,25 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   uint64_t restarts() const { return restarts_; }
   void restartsIs(uint64_t number) { assign<&VmProcess::restarts>(restarts_, number); }
 
+  // Of a guest whose VM is in no configuration: its name, by which an operator gives it up. Empty
+  // for all others.
+  const rt::String& unknown() const { return unknown_; }
+  void unknownIs(const rt::String& guest) { assign<&VmProcess::unknown>(unknown_, guest); }
+
   static constexpr std::string_view typeName = "host::VmProcess";
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmProcess::name>,
                          rt::Attribute<"process", &VmProcess::process, &VmProcess::processIs>,
                          rt::Attribute<"pid", &VmProcess::pid, &VmProcess::pidIs>,
-                         rt::Attribute<"restarts", &VmProcess::restarts, &VmProcess::restartsIs>>;
+                         rt::Attribute<"restarts", &VmProcess::restarts, &VmProcess::restartsIs>,
+                         rt::Attribute<"unknown", &VmProcess::unknown, &VmProcess::unknownIs>>;
 
  private:
   const rt::String name_;
   rt::String process_ = "none";
   int32_t pid_ = 0;
   uint64_t restarts_ = 0;
+  rt::String unknown_;
 };
 
 // The one thing to look at first when a VM is not as it was asked to be. Written by Problems.

@@ -5,8 +5,13 @@
 
 namespace host {
 
-// The number of restarts that a row of vmIntent asks for; 0, after a report, when it cannot be
-// read.
-uint64_t restartOf(const statedb::Record& row);
+// A row of vmIntent.
+struct Intent {
+  uint64_t restart = 0;  // how many restarts were asked for
+  rt::String remove;     // the name of a guest of an unknown VM that is to end
+};
+
+// Nothing of it, after a report, when it cannot be read.
+Intent intentOf(const statedb::Record& row);
 
 }  // namespace host

@@ -15,7 +15,7 @@ using testing::IsEmpty;
 class IntentsTest : public testing::Test {
  protected:
   static uint64_t restart(const char* doc) {
-    return restartOf({.table = "vmIntent", .key = "web1", .doc = doc});
+    return intentOf({.table = "vmIntent", .key = "web1", .doc = doc}).restart;
   }
   rt::fakes::TraceRecorder traces;
 };
@@ -25,6 +25,13 @@ TEST_F(IntentsTest, AreTheNumberOfTheRestart) {
   EXPECT_EQ(restart(R"({"restart":9223372036854775807})"), 9223372036854775807U);
   EXPECT_EQ(restart("{}"), 0U);
   EXPECT_THAT(traces.take(), IsEmpty());
+}
+
+TEST_F(IntentsTest, AreTheGuestThatIsGivenUp) {
+  const Intent intent =
+      intentOf({.table = "vmIntent", .key = "web1", .doc = R"({"restart":3,"remove":"4711.88"})"});
+  EXPECT_EQ(intent.restart, 3U);
+  EXPECT_EQ(intent.remove, "4711.88");
 }
 
 TEST_F(IntentsTest, AreNoneWithAReportWhenTheyCannotBeRead) {

@@ -50,7 +50,8 @@ TEST_F(StatusFeedTest, WritesTheRecordsOfAllItsTables) {
   host->vmProcessIs("web1")->pidIs(4711);
   feed->pass();
   EXPECT_THAT(written(),
-              ElementsAre(Pair("vmProcess/web1", R"({"process":"none","pid":4711,"restarts":0})"),
+              ElementsAre(Pair("vmProcess/web1",
+                               R"({"process":"none","pid":4711,"restarts":0,"unknown":""})"),
                           Pair("vmStatus/web1", HasSubstr(R"("state":"Running")"))));
 }
 

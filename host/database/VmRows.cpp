@@ -6,14 +6,17 @@
 
 namespace host {
 
-std::set<rt::String> VmRows::apply(const std::vector<statedb::Change>& changes) {
+std::set<rt::String> VmRows::apply(const std::vector<statedb::Change>& changes,
+                                   const rt::String& history) {
   std::set<rt::String> changed;
   for (const auto& change : changes) {
     changed.insert(change.record.key);
-    if (change.op == statedb::Op::del)
+    if (change.op == statedb::Op::put)
+      take(change, history);
+    else if (change.proof == statedb::Proof::history)
       remove(change.record.key);
     else
-      judge(change.record);
+      lose(change.record.key);
   }
   if (!changed.empty()) judgeRefused(changed);
   return changed;
@@ -23,6 +26,31 @@ void VmRows::remove(const rt::String& name) {
   rows_.erase(name);
   refused_.erase(name);
   index_.vmDel(name);
+}
+
+void VmRows::lose(const rt::String& name) {
+  const auto known = rows_.find(name);
+  if (known == rows_.end()) return;
+  known->second = {.valid = nullptr,
+                   .problems = {},
+                   .origin = known->second.origin,
+                   .vm = known->second.vm,
+                   .isLost = true};
+  refused_.erase(name);
+  index_.vmDel(name);
+}
+
+void VmRows::take(const statedb::Change& change, const rt::String& history) {
+  const rt::String& name = change.record.key;
+  const auto known = rows_.find(name);
+  if (known != rows_.end() && !known->second.isLost && change.proof == statedb::Proof::history &&
+      known->second.origin.created != change.record.created)
+    remove(name);  // that was another VM
+  VmRow& row = rows_[name];
+  if (row.vm == 0) row.vm = ++lastVm_;
+  row.origin = {history, change.record.created};
+  row.isLost = false;
+  judge(change.record);
 }
 
 VmRows::Judged VmRows::read(const statedb::Record& record) const {
@@ -38,11 +66,7 @@ VmRows::Judged VmRows::read(const statedb::Record& record) const {
 
 // Whether the row may be handed over.
 bool VmRows::judge(const statedb::Record& record) {
-  if (const auto known = rows_.find(record.key);
-      known != rows_.end() && known->second.created != record.created)
-    remove(record.key);  // that was another VM
-  VmRow& row = rows_[record.key];
-  row.created = record.created;
+  VmRow& row = rows_.at(record.key);
   Judged judged = read(record);
   row.problems = std::move(judged.problems);
   if (!row.problems.empty()) {

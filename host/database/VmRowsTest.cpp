@@ -46,6 +46,12 @@ class VmRowsTest : public testing::Test {
   }
   static Change del(const rt::String& vm) { return {Op::del, {"vmConfig", vm, {}, 0, 0}}; }
 
+  // The same, as a comparison of two stores tells it.
+  static Change found(Change change) {
+    change.proof = statedb::Proof::comparison;
+    return change;
+  }
+
   std::set<rt::String> apply(const std::vector<Change>& changes) { return rows.apply(changes); }
   std::set<rt::String> is(const rt::String& vm, const rt::String& document) {
     return apply({put(vm, document)});
@@ -185,10 +191,73 @@ TEST_F(VmRowsTest, TakeTheNextGoodChangeOfARefusedRow) {
 
 TEST_F(VmRowsTest, TakeARowMadeAnewForAnotherVm) {
   is("web1", doc(5901));
-  const uint64_t before = rows.row("web1")->created;
+  const uint64_t before = rows.row("web1")->vm;
   apply({putNew("web1", doc(5901))});
   EXPECT_EQ(port("web1"), 5901) << "it is not in its own way";
-  EXPECT_NE(rows.row("web1")->created, before);
+  EXPECT_NE(rows.row("web1")->vm, before);
+}
+
+TEST_F(VmRowsTest, TakeAChangedRowForTheSameVms) {
+  is("web1", doc(5901));
+  const uint64_t before = rows.row("web1")->vm;
+  is("web1", doc(5902));
+  EXPECT_EQ(rows.row("web1")->vm, before);
+  is("web2", doc(5903));
+  EXPECT_NE(rows.row("web2")->vm, before);
+}
+
+TEST_F(VmRowsTest, TellWhereARowWasMade) {
+  const Change change = put("web1", doc(5901));
+  rows.apply({change}, "6f1c");
+  EXPECT_EQ(rows.row("web1")->origin, (statedb::Origin{"6f1c", change.record.created}));
+}
+
+// Rows of a store that took the place of another.
+
+TEST_F(VmRowsTest, TakeARowOfAnotherStoreForTheSameVms) {
+  is("web1", doc(5901));
+  const uint64_t before = rows.row("web1")->vm;
+  rows.apply({found(putNew("web1", doc(5902)))}, "other");
+  EXPECT_EQ(port("web1"), 5902);
+  EXPECT_EQ(rows.row("web1")->vm, before);
+  EXPECT_EQ(rows.row("web1")->origin, (statedb::Origin{"other", revision}));
+}
+
+TEST_F(VmRowsTest, ForgetNoVmWhoseRowIsLost) {
+  is("web1", doc(5901));
+  is("web2", doc(5901));
+  const uint64_t before = rows.row("web1")->vm;
+  EXPECT_THAT(apply({found(del("web1"))}), ElementsAre("web1", "web2"));
+  ASSERT_NE(rows.row("web1"), nullptr);
+  EXPECT_TRUE(rows.row("web1")->isLost);
+  EXPECT_EQ(port("web1"), -1);
+  EXPECT_EQ(port("web2"), 5901) << "what it held is free";
+  // However it comes back.
+  apply({putNew("web1", doc(5902))});
+  EXPECT_FALSE(rows.row("web1")->isLost);
+  EXPECT_EQ(port("web1"), 5902);
+  EXPECT_EQ(rows.row("web1")->vm, before);
+}
+
+TEST_F(VmRowsTest, ForgetALostRowThatIsRemovedAfterAll) {
+  is("web1", doc(5901));
+  const uint64_t before = rows.row("web1")->vm;
+  apply({found(del("web1"))});
+  apply({del("web1")});
+  EXPECT_EQ(rows.row("web1"), nullptr);
+  apply({putNew("web1", doc(5901))});
+  EXPECT_NE(rows.row("web1")->vm, before);
+}
+
+TEST_F(VmRowsTest, LoseARefusedRowToo) {
+  is("web1", doc(5901));
+  is("web2", doc(5901));
+  apply({found(del("web2"))});
+  EXPECT_TRUE(rows.row("web2")->isLost);
+  EXPECT_EQ(problems("web2"), "");
+  EXPECT_THAT(apply({del("web1")}), ElementsAre("web1")) << "nobody waits for its port";
+  EXPECT_THAT(apply({found(del("web9"))}), ElementsAre("web9"));
+  EXPECT_EQ(rows.row("web9"), nullptr) << "it never was";
 }
 
 TEST_F(VmRowsTest, LeaveNothingOfTheOldVmInForceWhenTheNewOneIsRefused) {

@@ -42,6 +42,8 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             return !deaf.contains(vm);
                           },
                       .prepareStart = [this](const VmStart& start) { prepareStart(start); },
+                      .tellGuest = [this](const VmStart& start) { told.push_back(start); },
+                      .guestName = [](int32_t pid) { return "guest" + rt::toText(pid); },
                       .tookUp =
                           [this](const rt::String& vm) {
                             fortune.effects.push_back("took up " + vm.str());
@@ -66,8 +68,14 @@ statedb::Change SupervisorWorld::del(const rt::String& vm) {
   return {statedb::Op::del, {"vmConfig", vm, {}, 0, 0}};
 }
 
-void SupervisorWorld::apply(const std::vector<statedb::Change>& changes) {
-  for (const rt::String& vm : rows.apply(changes)) supervisor->rowIs(vm, rows.row(vm));
+statedb::Change SupervisorWorld::found(statedb::Change change) {
+  change.proof = statedb::Proof::comparison;
+  return change;
+}
+
+void SupervisorWorld::apply(const std::vector<statedb::Change>& changes,
+                            const rt::String& history) {
+  for (const rt::String& vm : rows.apply(changes, history)) supervisor->rowIs(vm, rows.row(vm));
 }
 
 void SupervisorWorld::rowIs(const rt::String& vm, const Row& row) {

@@ -67,6 +67,7 @@ class SupervisorWorld {
   VmRows rows{edge::MachineLimits{.memory = 8192}};
   FakeCards cards{status};
   PrepareStart prepareStart = [](const VmStart& /*start*/) {};
+  std::vector<VmStart> told;  // guests that run already
   std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;
 
@@ -74,7 +75,9 @@ class SupervisorWorld {
   statedb::Change put(const rt::String& vm, const rt::String& doc);
   statedb::Change putNew(const rt::String& vm, const rt::String& doc);  // another VM
   static statedb::Change del(const rt::String& vm);
-  void apply(const std::vector<statedb::Change>& changes);
+  // What a comparison with a store finds that took the place of the one before.
+  static statedb::Change found(statedb::Change change);
+  void apply(const std::vector<statedb::Change>& changes, const rt::String& history = "h1");
 
   // A change, and all that comes of it at once.
   void rowIs(const rt::String& vm, const Row& row);

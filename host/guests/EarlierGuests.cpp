@@ -1,39 +1,51 @@
 #include "host/guests/EarlierGuests.h"
 
-#include <algorithm>
-
 namespace host {
 
-void EarlierGuests::decide() { decideOn(tools_.guests()); }
+void EarlierGuests::decide() {
+  std::map<rt::String, std::vector<GuestProcess>> all;
+  for (const GuestProcess& guest : tools_.guests()) all[guest.vm].push_back(guest);
+  for (const auto& [vm, guests] : all) decideOn(vm, guests);
+}
 
 void EarlierGuests::handleRow(const rt::String& vm) {
   const auto waiting = waiting_.find(vm);
   if (waiting == waiting_.end()) return;
-  const uint64_t created = waiting->second;
+  const uint64_t before = waiting->second;
   waiting_.erase(waiting);
   tools_.adoptableIs(vm, false);
+  tools_.unknownIs(vm, {});
   std::vector<GuestProcess> guests = tools_.guests();
   std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
   const VmRow* const row = tools_.row(vm);
-  if (row && row->created != created)
+  // Seen to be removed; that is forgotten with the row, and the guest may have been told nothing.
+  if (before != 0 && (!row || row->vm != before))
     tools_.end(guests);
   else
-    decideOn(guests);
+    decideOn(vm, guests);
 }
 
-void EarlierGuests::decideOn(const std::vector<GuestProcess>& guests) {
-  std::vector<GuestProcess> orphans;
-  for (const GuestProcess& guest : guests) {
-    const VmRow* const row = tools_.row(guest.vm);
-    const bool isUnderstood = row && row->valid;
-    if (!row || !tools_.canBeDriven(guest.vm) || (isUnderstood && !row->valid->enabled())) {
-      orphans.push_back(guest);
-      continue;
-    }
-    waiting_[guest.vm] = row->created;
-    if (isUnderstood) tools_.adoptableIs(guest.vm, true);
-  }
-  tools_.end(orphans);
+GuestFacts EarlierGuests::factsOf(const GuestProcess& keeper) const {
+  GuestFacts facts;
+  const VmRow* const row = tools_.row(keeper.vm);
+  if (row && row->valid)
+    facts.row = row->valid->enabled() ? RowWord::on : RowWord::off;
+  else if (row && !row->isLost)
+    facts.row = RowWord::unclear;
+  facts.isRemoved = tools_.isRemoved(keeper);
+  facts.isGivenUp = tools_.isGivenUp(keeper);
+  facts.canBeDriven = tools_.canBeDriven(keeper.vm);
+  return facts;
+}
+
+void EarlierGuests::decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests) {
+  if (guests.empty()) return;
+  const GuestFate fate = fateOf(factsOf(guests.front()));
+  if (fate == GuestFate::ends) return tools_.end(guests);
+  const VmRow* const row = tools_.row(vm);
+  waiting_[vm] = row ? row->vm : 0;
+  if (fate == GuestFate::takenUp) tools_.adoptableIs(vm, true);
+  if (fate == GuestFate::unknown) tools_.unknownIs(vm, guests);
 }
 
 }  // namespace host

@@ -6,36 +6,37 @@
 #include <vector>
 
 #include "host/database/VmRows.h"
+#include "host/guests/GuestFate.h"
 #include "host/guests/Survivors.h"
 
 namespace host {
 
-//   its VM's row             | a guest that can be driven
-//   -------------------------+--------------------------------------------------------
-//   wants it on              | goes on, and is taken up by the VM's start
-//   cannot be understood     | goes on, until the row can be
-//   wants it off, or is gone | ends
-//   is made anew meanwhile   | ends: it was another VM's
-//
-// What cannot be driven ends. Owned by the daemon.
+// Asks what is so of them, decides, and has it carried out: see GuestFate.h. A guest that waits, or
+// is unknown, is decided on anew whenever its VM's row is another. Owned by the daemon.
 class EarlierGuests {
  public:
   struct Tools {
-    // One look at all processes.
+    // One look at all processes; of a VM's the first is who keeps its guest.
     std::function<std::vector<GuestProcess>()> guests;
     // Whether a guest's shim is there to be asked.
     std::function<bool(const rt::String& vm)> canBeDriven;
     // Null when there is none.
     std::function<const VmRow*(const rt::String& vm)> row;
+    // As in GuestFacts.
+    std::function<bool(const GuestProcess&)> isRemoved;
+    std::function<bool(const GuestProcess&)> isGivenUp;
     // Whether the VM's next start takes its guest up.
     std::function<void(const rt::String& vm, bool)> adoptableIs;
+    // The VM's guest goes on though its VM is unknown; none: that is so no more.
+    std::function<void(const rt::String& vm, const std::vector<GuestProcess>&)> unknownIs;
     std::function<void(const std::vector<GuestProcess>&)> end;
   };
   explicit EarlierGuests(Tools tools) : tools_(std::move(tools)) {}
 
   // At the daemon's start, once the rows are known.
   void decide();
-  // The VM is to be something else than it was. To be called before anything is made of that.
+  // The VM is to be something else than it was, or its guest is given up. To be called before
+  // anything is made of that.
   void handleRow(const rt::String& vm);
   // The VM's start has taken its guest up.
   void tookUp(const rt::String& vm) { waiting_.erase(vm); }
@@ -43,10 +44,11 @@ class EarlierGuests {
   bool isWaiting(const rt::String& vm) const { return waiting_.contains(vm); }
 
  private:
-  void decideOn(const std::vector<GuestProcess>& guests);
+  void decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests);
+  GuestFacts factsOf(const GuestProcess& keeper) const;
 
   const Tools tools_;
-  std::map<rt::String, uint64_t> waiting_;  // by VM: when its row was made
+  std::map<rt::String, uint64_t> waiting_;  // by name: VmRow::vm, 0 without a row
 };
 
 }  // namespace host

@@ -65,6 +65,8 @@ class Pacing {
   // The configuration changed: what failed before may do now.
   void hurry();
   uint64_t restartsDone() const { return restartsDone_; }
+  // Nothing is to be done for the restarts up to that number.
+  void restartsDoneIs(uint64_t number) { restartsDone_ = number; }
 
  private:
   static constexpr rt::Seconds never = rt::Seconds::infinity();

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 
+#include "runtime/base/Text.h"
+
 namespace host {
 
 namespace {
@@ -29,17 +31,26 @@ int connectTo(int shim, const rt::String& path) {
 // It must not keep the loop waiting, whatever the shim does.
 int unconnected() { return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
 
+// What is said fits into any buffer, and stays there when we have gone.
+bool say(const rt::String& runDir, const rt::String& vm, const rt::String& request) {
+  const int shim = unconnected();
+  const bool said = connectTo(shim, socketOf(runDir, vm)) == 0 &&
+                    send(shim, request.charPtr(), request.size(), MSG_NOSIGNAL) ==
+                        static_cast<ssize_t>(request.size());
+  close(shim);
+  return said;
+}
+
 }  // namespace
 
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout) {
-  const int shim = unconnected();
-  // It fits into any buffer, and stays there when we have gone.
-  const rt::String request = R"({"stop":{"timeout":)" + timeout + "}}\n";
-  const bool asked = connectTo(shim, socketOf(runDir, vm)) == 0 &&
-                     send(shim, request.charPtr(), request.size(), MSG_NOSIGNAL) ==
-                         static_cast<ssize_t>(request.size());
-  close(shim);
-  return asked;
+  return say(runDir, vm, R"({"stop":{"timeout":)" + timeout + "}}\n");
+}
+
+bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row) {
+  return say(
+      runDir, vm,
+      R"({"row":{"store":")" + row.history + R"(","sequence":)" + rt::toText(row.created) + "}}\n");
 }
 
 bool shimIsThere(const rt::String& runDir, const rt::String& vm) {

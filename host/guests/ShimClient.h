@@ -1,7 +1,7 @@
 // What the daemon says to a guest's shim.
 #pragma once
 
-#include "runtime/base/String.h"
+#include "statedb/Record.h"
 
 namespace host {
 
@@ -9,6 +9,10 @@ namespace host {
 // within `timeout` (text of whole seconds), and then to end it. Does not wait for anything; false
 // when there is no shim to ask.
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout);
+
+// Tells the shim of that VM of which row its guest is now. Likewise; a shim of before takes no
+// notice.
+bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row);
 
 // Whether somebody listens where the shim of that VM should; one that stands still does.
 bool shimIsThere(const rt::String& runDir, const rt::String& vm);

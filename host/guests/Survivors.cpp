@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "host/base/Report.h"
+#include "host/guests/ProcessText.h"
 #include "runtime/base/Text.h"
 
 namespace host {
@@ -23,18 +24,6 @@ namespace {
 constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
 constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
 constexpr std::string_view monitorEnd = ".monitor,server,nowait";
-
-// A file of a process's directory; empty when the process has gone, as it may between any two
-// steps. (A stream would throw then.)
-std::string textOf(const std::string& process, const char* name) {
-  const int file = open((process + name).c_str(), O_RDONLY | O_CLOEXEC);
-  std::string text;
-  char part[4096];
-  for (ssize_t count = 0; file >= 0 && (count = read(file, part, sizeof part)) > 0;)
-    text.append(part, static_cast<size_t>(count));
-  if (file >= 0) close(file);
-  return text;
-}
 
 // What /var/run is to a process: its links are to be followed from its root and not from ours.
 std::optional<std::pair<dev_t, ino_t>> runDirectoryOf(const std::string& process) {
@@ -81,8 +70,6 @@ rt::String guestOf(const std::string& process) {
   return isGuest ? vm : rt::String();
 }
 
-std::string directoryOf(int32_t pid) { return "/proc/" + rt::toText(pid).str(); }
-
 }  // namespace
 
 rt::String vmOnCommandLine(std::string_view commandLine) {
@@ -116,6 +103,7 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
   Guest(Survivors& owner, GuestProcess process, int pidfd, rt::Seconds killAt)
       : owner_(owner),
         process_(std::move(process)),
+        isWatchedOnly_(killAt == rt::Seconds::infinity()),
         killAt_(killAt),
         pidfd_(*this, rt::make<rt::FileDescriptor>("guest " + process_.vm)) {
     pidfd_->descriptorIs(pidfd);
@@ -127,6 +115,7 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
   void signal(int number) const {
     syscall(SYS_pidfd_send_signal, pidfd_->descriptor(), number, nullptr, 0);
   }
+  bool isWatchedOnly() const { return isWatchedOnly_; }
   rt::Seconds killAt() const { return killAt_; }
   void killIfDue(rt::Seconds now) {
     if (now < killAt_) return;
@@ -143,6 +132,7 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
 
   Survivors& owner_;
   const GuestProcess process_;
+  const bool isWatchedOnly_;
   rt::Seconds killAt_;
 
   rt::Reactor<Guest, rt::FileDescriptor,
@@ -165,8 +155,7 @@ void Survivors::handleInitialized() {
   initializedIs(true);
 }
 
-void Survivors::add(const std::vector<GuestProcess>& guests) {
-  const rt::Seconds killAt = clock_.notifier()->now() + patience_;
+void Survivors::hold(const std::vector<GuestProcess>& guests, rt::Seconds killAt) {
   for (const auto& guest : guests) {
     const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
     if (pidfd < 0) continue;
@@ -176,6 +165,10 @@ void Survivors::add(const std::vector<GuestProcess>& guests) {
     else
       close(pidfd);
   }
+}
+
+void Survivors::add(const std::vector<GuestProcess>& guests) {
+  hold(guests, clock_.notifier()->now() + patience_);
   for (const auto& guest : guests) {
     if (!guests_.contains(guest.pid)) continue;
     report("VM " + guest.vm + ": ending the guest that an earlier daemon left (process " +
@@ -184,6 +177,17 @@ void Survivors::add(const std::vector<GuestProcess>& guests) {
     tell(guest.vm);
   }
   handleClock();
+}
+
+void Survivors::watch(const std::vector<GuestProcess>& guests) {
+  hold(guests, rt::Seconds::infinity());
+  for (const auto& guest : guests) tell(guest.vm);
+}
+
+void Survivors::forget(const rt::String& vm) {
+  std::erase_if(guests_, [&](const auto& each) {
+    return each.second->vm() == vm && each.second->isWatchedOnly();
+  });
 }
 
 void Survivors::handleClock() {

@@ -28,7 +28,7 @@ std::vector<GuestProcess> guestProcesses();
 rt::String vmOnCommandLine(std::string_view commandLine);
 
 // Guests that nobody wants any more, or that nobody can drive: a VM may run once only. Each is
-// asked to end, killed after a while, and told of when it has gone.
+// asked to end, killed after a while, and told of when it has gone. Others are only watched.
 class Survivors final : public rt::StateMachineOf<Survivors> {
  public:
   static constexpr rt::Seconds leastPatience{5};
@@ -42,8 +42,12 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
   Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience, Sink sink,
             rt::Clock::Ptr clock);
 
-  // Further ones.
+  // Further ones, watched until now perhaps.
   void add(const std::vector<GuestProcess>& guests);
+  // Guests that go on.
+  void watch(const std::vector<GuestProcess>& guests);
+  // Watches those of that VM no more. Nothing is told.
+  void forget(const rt::String& vm);
   size_t left() const { return guests_.size(); }
 
   static constexpr std::string_view typeName = "host::Survivors";
@@ -55,6 +59,7 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
   void handleInitialized();
   void handleClock();
   void handleGone(int32_t pid);
+  void hold(const std::vector<GuestProcess>& guests, rt::Seconds killAt);
   void tell(const rt::String& vm);
 
   const Ask ask_;

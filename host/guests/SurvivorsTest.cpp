@@ -270,6 +270,37 @@ TEST_F(SurvivorsTest, AreNotOneThatHasGoneMeanwhile) {
   EXPECT_THAT(told, IsEmpty());
 }
 
+TEST_F(SurvivorsTest, ThatAreOnlyWatchedAreLeftAloneAndToldOfWhenTheyAreGone) {
+  FakeGuest guest(own("web1"), FakeGuest::Manner::yielding);
+  const auto all = survivors({});
+  all->watch({guest.process()});
+  EXPECT_THAT(told, ElementsAre(own("web1") + " 1"));
+  EXPECT_THAT(asked, IsEmpty());
+  clock->advance(rt::Seconds(3600));
+  EXPECT_EQ(all->left(), 1U);
+  EXPECT_EQ(clock->nextWakeUpTime(), rt::Seconds::infinity());
+  ASSERT_EQ(kill(guest.process().pid, SIGKILL), 0);
+  turnUntilLeft(*all, 0);
+  EXPECT_THAT(told, ElementsAre(own("web1") + " 1", own("web1") + " 0"));
+}
+
+TEST_F(SurvivorsTest, ThatWereOnlyWatchedCanBeEndedLaterAndForgottenBefore) {
+  FakeGuest first(own("web1"), FakeGuest::Manner::yielding);
+  FakeGuest second(own("web2"), FakeGuest::Manner::yielding);
+  const auto all = survivors({});
+  all->watch({first.process(), second.process()});
+  told.clear();
+  all->forget(own("web2"));
+  EXPECT_EQ(all->left(), 1U);
+  EXPECT_THAT(told, IsEmpty());
+  all->add({first.process()});
+  all->forget(own("web1"));
+  EXPECT_EQ(all->left(), 1U) << "it is to end";
+  turnUntilLeft(*all, 0);
+  EXPECT_EQ(first.wait(), SIGTERM);
+  EXPECT_EQ(kill(second.process().pid, 0), 0);
+}
+
 TEST_F(SurvivorsTest, NeverWakeTheLoopWhenThereAreNone) {
   const auto all = survivors({});
   manager.turn(rt::Seconds(0));

@@ -29,18 +29,31 @@ void VmKeeper::handleInitialized() {
 }
 
 void VmKeeper::rowIs(const VmRow* row) {
-  hasRow_ = row != nullptr;
-  wanted_ = row ? row->valid : nullptr;
-  created_ = row ? row->created : 0;
+  isLost_ = row && row->isLost;
+  hasRow_ = row && !isLost_;
+  rowProblem_ = row ? textOf(row->problems) : rt::String();
+  vm_ = row ? row->vm : 0;
+  if (hasRow_) row_ = row->origin;
+  // What is in force stays until there is something else of that VM's.
+  if (!row || row->valid || mountedVm_ != vm_) wanted_ = row ? row->valid : nullptr;
   changed_ = true;
-  tools_.problems.problemIs(name_, ProblemSource::config,
-                            row ? textOf(row->problems) : rt::String());
   pacing_.hurry();
   tools_.note(name_);
 }
 
 void VmKeeper::restartIs(uint64_t number) {
   restart_ = number;
+  tools_.note(name_);
+}
+
+void VmKeeper::restartIsPast(uint64_t number) {
+  restart_ = number;
+  pacing_.restartsDoneIs(number);
+  tools_.note(name_);
+}
+
+void VmKeeper::givenUpIs(const rt::String& guest) {
+  givenUp_ = guest;
   tools_.note(name_);
 }
 
@@ -51,11 +64,17 @@ void VmKeeper::guestProblemIs(const rt::String& problem) {
 
 void VmKeeper::survivorsIs(size_t count) {
   survivors_ = count;
+  if (count == 0) unknown_.reset();
   tools_.note(name_);
 }
 
 void VmKeeper::adoptableIs(bool adoptable) {
   adoptable_ = adoptable;
+  tools_.note(name_);
+}
+
+void VmKeeper::unknownIs(std::optional<UnknownGuest> guest) {
+  unknown_ = std::move(guest);
   tools_.note(name_);
 }
 
@@ -100,7 +119,9 @@ bool VmKeeper::act(rt::Seconds now) {
   bool acted = false;
   rt::FirstException failure;
   failure.run([&] { acted = step(now); });
+  tellGuest();
   showProcess();
+  showRowProblem();
   showGuestProblem();
   showRestartNeeded();
   failure.rethrow();
@@ -117,7 +138,8 @@ rt::String VmKeeper::causeOfEnd() const {
 }
 
 bool VmKeeper::step(rt::Seconds now) {
-  if (isOfAnotherRow()) {
+  if (isLost_ && !givenUp_.empty()) giveUp();
+  if (mustGo()) {
     const Step leaving = mounted_->enabled() ? pacing_.leave(facts(), now) : Step::switchOff;
     if (leaving == Step::ask) ask();
     if (leaving == Step::switchOff) dismount();
@@ -136,7 +158,7 @@ void VmKeeper::mount() {
   statedb::copy(*wanted_, *record);
   record->enabledIs(false);
   mounted_ = record;
-  mountedCreated_ = created_;
+  mountedVm_ = vm_;
   changed_ = false;
   const TraceLog::Change change(tools_.traces, name_);
   try {
@@ -160,7 +182,9 @@ void VmKeeper::dismount() {
   machine_.notifierIs(nullptr);
   status_.notifierIs(nullptr);
   mounted_ = nullptr;
+  mountedVm_ = 0;
   startedWith_ = nullptr;
+  told_.reset();
   pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
   for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
@@ -189,8 +213,10 @@ bool VmKeeper::apply(Step step) {
   if (starts && !imageIsUsable() && step == Step::pulse) return true;
   if (step == Step::none && !changed_) return false;
   // A VM that is switched on and was not started yet is, too, when it has another disk image.
-  if (starts || (facts().switchedOn && !facts().statusEnabled))
-    tools_.prepareStart({.vm = name_, .row = created_});
+  if (starts || (facts().switchedOn && !facts().statusEnabled)) {
+    tools_.prepareStart({.vm = name_, .row = row_});
+    told_ = row_;
+  }
   write(step);
   return step != Step::none;
 }
@@ -211,7 +237,10 @@ void VmKeeper::write(Step step) {
   // What is reported from here on is no failure of the agent's.
   if (step == Step::switchOff) tools_.cards.switchedOff(name_);
   if (step == Step::switchOn && std::exchange(adoptable_, false))
-    thrown.run([&] { tools_.tookUp(name_); });
+    thrown.run([&] {
+      told_ = statedb::Origin();  // that of its own start
+      tools_.tookUp(name_);
+    });
   // What failed stays to be seen until a change went well; the rest of one that threw is none.
   const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
   if (step != Step::none || goesOn || wentWell || !failure.empty())
@@ -242,15 +271,46 @@ bool VmKeeper::imageIsUsable() {
   return !problem;
 }
 
+// An operator's word ends it, where its row's cannot.
+void VmKeeper::giveUp() {
+  const auto guest = unknownGuest();
+  if (guest && guest->name == givenUp_) wanted_ = nullptr;
+}
+
+// The store of its row is another than when it was started: a daemon that comes later must find it
+// to be of the row that is there now.
+void VmKeeper::tellGuest() {
+  const bool isItsOwn = hasRow_ && mounted_ && !mustGo() && facts().switchedOn && hasProcess();
+  if (!isItsOwn || !told_ || *told_ == row_) return;
+  tools_.tellGuest({.vm = name_, .row = row_});
+  told_ = row_;
+}
+
+std::optional<UnknownGuest> VmKeeper::unknownGuest() const {
+  if (unknown_ || !isLost_ || !process_.notifier() || !wanted_) return unknown_;
+  const int32_t pid = pidOf(*process_.notifier());
+  return UnknownGuest{pid, tools_.guestName(pid),
+                      "config.db was replaced by one that does not have it"};
+}
+
 void VmKeeper::showProcess() {
   const bool there = hasProcess();
   const uint64_t restarts = pacing_.restartsDone();
   if (!there && restarts == 0) return tools_.hostStatus->vmProcessDel(name_);
   const auto record = tools_.hostStatus->vmProcessIs(name_);
-  const bool ending = !facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving();
+  const bool ending =
+      !unknown_ && (!facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving());
   record->processIs(!there ? "none" : ending ? "ending" : "running");
-  record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : 0);
+  record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : unknown_ ? unknown_->pid : 0);
   record->restartsIs(restarts);
+  const auto unknown = unknownGuest();
+  record->unknownIs(there && unknown ? unknown->name : rt::String());
+}
+
+void VmKeeper::showRowProblem() {
+  const auto unknown = hasProcess() ? unknownGuest() : std::nullopt;
+  tools_.problems.problemIs(name_, ProblemSource::config,
+                            unknown ? problemOf(name_, *unknown) : rowProblem_);
 }
 
 // A shim that was killed takes nothing back.

@@ -9,6 +9,7 @@
 #include "host/base/TraceLog.h"
 #include "host/database/VmRows.h"
 #include "host/guests/Pacing.h"
+#include "host/guests/UnknownGuest.h"
 #include "host/guests/VmCards.h"
 #include "host/guests/VmStart.h"
 #include "runtime/entity/Reactor.h"
@@ -34,6 +35,9 @@ struct KeeperTools {
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
   PrepareStart prepareStart;
+  // Tells the VM's guest of which row it is now.
+  std::function<void(const VmStart&)> tellGuest;
+  std::function<rt::String(int32_t pid)> guestName;  // see UnknownGuest
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.
   std::function<void(const rt::String& vm)> tookUp;
@@ -51,6 +55,8 @@ struct KeeperTools {
 //     of that name  |                |
 //   valid           | none           | mounts it
 //   valid           | there          | makes it equal, its switch as Pacing says
+//   lost            | there          | leaves it as it is while there is a process, which is
+//                   |                |   shown to be unknown; then removes it
 //
 // Created by the supervisor with the VM's row, and dropped once row and process are gone.
 class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
@@ -62,12 +68,18 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
+  // The same, and nothing is to be done for it.
+  void restartIsPast(uint64_t number);
+  // The name of a guest that an operator gave up.
+  void givenUpIs(const rt::String& guest);
   // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
   void guestProblemIs(const rt::String& problem);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(size_t count);
   // Whether an earlier daemon left a guest that the VM's start will take up.
   void adoptableIs(bool adoptable);
+  // A guest of an earlier daemon's goes on that is in no configuration; nothing: none does.
+  void unknownIs(std::optional<UnknownGuest> guest);
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
   // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
@@ -87,7 +99,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void handleMachine(const rt::Entity& machine, const rt::Change& change);
   void handleProcess(const rt::Entity& process, const rt::Change& change);
 
-  bool isOfAnotherRow() const { return mounted_ && (!wanted_ || mountedCreated_ != created_); }
+  bool mustGo() const {
+    return mounted_ && (!wanted_ || mountedVm_ != vm_ || (isLost_ && !hasProcess()));
+  }
+  void giveUp();
   bool step(rt::Seconds now);
   void mount();
   void attend();
@@ -100,7 +115,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   bool hasProcess() const;
   rt::String causeOfEnd() const;
   VmFacts facts() const;
+  void tellGuest();
+  std::optional<UnknownGuest> unknownGuest() const;
   void showProcess();
+  void showRowProblem();
   void showGuestProblem();
   void showRestartNeeded();
 
@@ -108,17 +126,23 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   const rt::String name_;
   Pacing pacing_;
   uint64_t restart_ = 0;
+  rt::String rowProblem_;
   rt::String guestProblem_;
+  rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
-  Vm::VmConfig::Ptr wanted_;  // as the row has it, switch and all; null: none
-  uint64_t created_ = 0;
+  std::optional<UnknownGuest> unknown_;  // an earlier daemon's
+  Vm::VmConfig::Ptr wanted_;             // what is in force, switch and all; null: nothing
+  uint64_t vm_ = 0;                      // VmRow::vm
+  statedb::Origin row_;
   bool hasRow_ = false;      // a refused one, perhaps
+  bool isLost_ = false;      // a store has none that took the place of another
   bool changed_ = false;     // wanted_ was not written to the record yet, or not all of it
   bool isRepeated_ = false;  // the last write threw
   Vm::VmConfig::Ptr mounted_;
-  uint64_t mountedCreated_ = 0;
-  Vm::VmConfig::Ptr startedWith_;  // what the running process was started with
+  uint64_t mountedVm_ = 0;
+  Vm::VmConfig::Ptr startedWith_;        // what the running process was started with
+  std::optional<statedb::Origin> told_;  // of which row it was told that it is
 
   rt::Reactor<VmKeeper, const Vm::VmStatus, rt::On<&Vm::VmStatus::enabled, &VmKeeper::handleStatus>,
               rt::On<&Vm::VmStatus::state, &VmKeeper::handleStatus>>

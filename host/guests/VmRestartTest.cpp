@@ -57,7 +57,8 @@ TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
   world.prepareStart = [&](const VmStart& start) { told = start; };
   world.rowIs("web1", on);
   EXPECT_EQ(told.vm, "web1");
-  EXPECT_EQ(told.row, world.rows.row("web1")->created);
+  EXPECT_EQ(told.row, world.rows.row("web1")->origin);
+  EXPECT_GT(told.row.created, 0U);
 }
 
 TEST(VmStart, WaitsUntilItCanBePrepared) {

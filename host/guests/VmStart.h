@@ -1,17 +1,16 @@
 // A VM that is about to be started.
 #pragma once
 
-#include <cstdint>
 #include <functional>
 
-#include "runtime/base/String.h"
+#include "statedb/Record.h"
 
 namespace host {
 
 // What the start's processes are told of it.
 struct VmStart {
   rt::String vm;
-  uint64_t row = 0;  // the sequence in the configuration's store at which its row was made
+  statedb::Origin row;  // where its row was made
 };
 
 // Prepares a start. Throws when it cannot be: it is tried again then.

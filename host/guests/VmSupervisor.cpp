@@ -31,13 +31,26 @@ VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
 }
 
 void VmSupervisor::rowIs(const rt::String& vm, const VmRow* row) {
-  if (row || keepers_.contains(vm)) keeper(vm).rowIs(row);
+  const bool hasRow = row && !row->isLost;
+  if (hasRow || keepers_.contains(vm)) keeper(vm).rowIs(row);
 }
 
 void VmSupervisor::restartIs(const rt::String& vm, uint64_t number) {
   restarts_[vm] = number;
   if (const auto found = keepers_.find(vm); found != keepers_.end())
     found->second->restartIs(number);
+}
+
+void VmSupervisor::restartIsPast(const rt::String& vm, uint64_t number) {
+  restarts_[vm] = number;
+  restartsDone_[vm] = number;
+  if (const auto found = keepers_.find(vm); found != keepers_.end())
+    found->second->restartIsPast(number);
+}
+
+void VmSupervisor::givenUpIs(const rt::String& vm, const rt::String& guest) {
+  if (const auto found = keepers_.find(vm); found != keepers_.end())
+    found->second->givenUpIs(guest);
 }
 
 void VmSupervisor::guestProblemIs(const rt::String& vm, const rt::String& problem) {
@@ -51,6 +64,10 @@ void VmSupervisor::survivorsIs(const rt::String& vm, size_t count) {
 
 void VmSupervisor::adoptableIs(const rt::String& vm, bool adoptable) {
   if (adoptable || keepers_.contains(vm)) keeper(vm).adoptableIs(adoptable);
+}
+
+void VmSupervisor::unknownIs(const rt::String& vm, std::optional<UnknownGuest> guest) {
+  if (guest || keepers_.contains(vm)) keeper(vm).unknownIs(std::move(guest));
 }
 
 bool VmSupervisor::pass() {

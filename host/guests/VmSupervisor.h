@@ -22,12 +22,18 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   // What the rows of vmConfig and vmIntent say now; the row may be null.
   void rowIs(const rt::String& vm, const VmRow* row);
   void restartIs(const rt::String& vm, uint64_t number);
+  // A number that was asked for in another configuration than this daemon knows: all that is past.
+  void restartIsPast(const rt::String& vm, uint64_t number);
+  // The name of a guest of the VM's that an operator gave up; empty: of none.
+  void givenUpIs(const rt::String& vm, const rt::String& guest);
   // What the VM's shim finds wrong with its guest; empty: nothing.
   void guestProblemIs(const rt::String& vm, const rt::String& problem);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(const rt::String& vm, size_t count);
   // Whether an earlier daemon left a guest that the VM's start will take up.
   void adoptableIs(const rt::String& vm, bool adoptable);
+  // A guest of an earlier daemon's goes on that is in no configuration; nothing: none does.
+  void unknownIs(const rt::String& vm, std::optional<UnknownGuest> guest);
 
   // Once a pass of the loop: lets those act that have something to do, until one did what may take
   // long. Returns whether there is more to do at once. What a handler throws is reported, and the

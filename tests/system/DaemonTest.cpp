@@ -310,7 +310,8 @@ TEST_F(Daemon, GivesAGuestNothingOfItsOwnEnvironment) {
   const std::string its = contentOf("/proc/" + std::to_string(guests.front()) + "/environ");
   EXPECT_THAT(own, HasSubstr("TOKEN_OF_AN_OPERATOR"));
   EXPECT_THAT(its, Not(HasSubstr("TOKEN_OF_AN_OPERATOR")));
-  EXPECT_THAT(its, HasSubstr("VMAGENT_ROW="));
+  EXPECT_THAT(its, HasSubstr("VMAGENT_STORE="));
+  EXPECT_THAT(its, HasSubstr("VMAGENT_ROW=0000"));
 }
 
 TEST_F(Daemon, TellsItsServiceManagerThatItIsReadyAndAlive) {

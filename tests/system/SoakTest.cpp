@@ -197,7 +197,7 @@ class Soak : public testing::Test {
     std::smatch number;
     const std::string intent = world.row("vmIntent", guest.vm);
     if (!guest.on || !std::regex_search(intent, number, std::regex(R"("restart":(\d+))"))) return;
-    const std::string done = "\"restarts\":" + number[1].str() + "}";
+    const std::string done = "\"restarts\":" + number[1].str() + ",";
     ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", guest.vm, done); }, 60))
         << intent << world.row("vmProcess", guest.vm);
   }
