@@ -19,8 +19,8 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 8> vmFields{"name",    "config",  "status", "process",
-                                                   "problem", "removed", "stale",  "version"};
+constexpr std::array<std::string_view, 9> vmFields{
+    "name", "config", "status", "process", "problem", "removed", "unknown", "stale", "version"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {
@@ -73,6 +73,7 @@ class Reader {
     requireKnown(json, vmFields, *name);
     if (!names_.insert(*name).second) return refuse(*name, "must be there once");
     if (json.boolean("removed").value_or(false)) return;  // it was on its way out
+    if (json.boolean("unknown").value_or(false)) return;  // there is nothing to apply
     const auto config = json.member("config");
     if (!config) return refuse(*name, "must have a config");
     const auto vm = rt::make<Vm::VmConfig>(*name);

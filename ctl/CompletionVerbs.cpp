@@ -19,6 +19,15 @@ std::vector<rt::String> keysOf(Context& context, const rt::String& table) {
   return keys;
 }
 
+std::vector<rt::String> vmsOf(Context& context) {
+  std::vector<rt::String> names;
+  try {
+    for (const VmRow& row : allVms(context)) names.push_back(row.name);
+  } catch (const statedb::Error&) {
+  }
+  return names;
+}
+
 std::vector<rt::String> interfacesOf(Context& context) {
   std::vector<rt::String> keys = keysOf(context, "interface");
   const std::vector<rt::String> known = keysOf(context, "interfaceStatus");
@@ -50,8 +59,7 @@ Exit printCompletion(Context& context, const Arguments& arguments) {
 }
 
 Exit complete(Context& context, const Arguments& arguments) {
-  const Nameable nameable{[&] { return keysOf(context, "vmConfig"); },
-                          [&] { return interfacesOf(context); },
+  const Nameable nameable{[&] { return vmsOf(context); }, [&] { return interfacesOf(context); },
                           [&](const rt::String& vm) { return cardsOf(context, vm); }};
   for (const rt::String& word : completionsOf(arguments.words(), nameable))
     context.world().out << visible(word) << '\n';

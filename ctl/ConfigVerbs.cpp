@@ -37,6 +37,16 @@ void tellChanged(Context& context, const Changed& changed) {
   complainOfDelay(context);
 }
 
+// A guest that runs in no configuration is taken up by its VM, and ends if that is not enabled.
+void requireNoSurprise(Context& context, const rt::String& name, bool isEnabled) {
+  if (isEnabled || !vmNamed(context, name).isUnknown()) return;
+  throw Refusal(Exit::conflict,
+                name +
+                    ": its guest runs, though in no configuration, and would end: say --enabled "
+                    "to keep it, or 'vmctl remove " +
+                    name + " --force' first");
+}
+
 }  // namespace
 
 void complainOfDelay(Context& context) {
@@ -58,6 +68,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
     for (const Card& card : cards) addCard(vm, card, problems);
   };
   const rt::String& name = arguments.words().front();
+  requireNoSurprise(context, name, arguments.has("enabled"));
   const auto vm = Configuration(context).add(name, change);
   warnOfImage(context, *vm);
   warnOfInterfaces(context, *vm);

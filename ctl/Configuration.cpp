@@ -62,6 +62,7 @@ void Configuration::read() {
 VmRow Configuration::row(const rt::String& name) const {
   const auto found = rows_.find(name);
   if (found != rows_.end()) return found->second;
+  if (vmNamed(context_, name).isUnknown()) throw unknownVm(name);
   std::vector<std::string_view> names;
   names.reserve(rows_.size());
   for (const auto& [each, row] : rows_) names.push_back(each);

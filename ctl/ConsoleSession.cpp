@@ -194,6 +194,13 @@ ConsoleEnd viewConsole(int input, int output, const rt::String& socket) {
   return Session(input, output, guest.number(), Session::Typing::forNobody).run(signals);
 }
 
+ConsoleEnd joinConsole(int input, int output, const rt::String& socket) {
+  const Descriptor guest = connectTo(socket);
+  HeldSignals signals;
+  const RawTerminal terminal(input);
+  return Session(input, output, guest.number(), Session::Typing::forTheGuest).run(signals);
+}
+
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
   const Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (guest.number() < 0) throw rt::ErrnoException(errno, pty + " cannot be opened");

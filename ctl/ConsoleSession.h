@@ -19,8 +19,11 @@ enum class ConsoleEnd : uint8_t {
 // are held back meanwhile. Blocks; throws rt::ErrnoException when the pty cannot be opened.
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty);
 
-// The same from the socket that a guest's console is shown on, and only from there: nothing that is
-// typed reaches the guest, and Ctrl-C leaves, too. Begins with the newest of what the guest wrote.
+// The same with the socket that a guest's console is shown on, whose keeper lets one type at a time
+// and tells others so. Begins with the newest of what the guest wrote.
+ConsoleEnd joinConsole(int input, int output, const rt::String& socket);
+
+// The same, and only from there: nothing that is typed reaches the guest, and Ctrl-C leaves, too.
 ConsoleEnd viewConsole(int input, int output, const rt::String& socket);
 
 }  // namespace ctl

@@ -43,6 +43,18 @@ ConsoleEnd opened(const rt::String& name, const std::function<ConsoleEnd()>& ope
   }
 }
 
+rt::String socketOf(Context& context, const VmRow& row) {
+  return context.directories().run + "/vm/" + row.name + "/console.sock";
+}
+
+// The agent, who would know its pty, has nothing to do with it.
+ConsoleEnd join(Context& context, const VmRow& row) {
+  if (row.process.process == "none") throw noGuest(row);
+  context.tell(row.name + ": this is its console; Ctrl-] leaves it");
+  const rt::String socket = socketOf(context, row);
+  return opened(row.name, [&] { return context.world().joinConsole(socket); });
+}
+
 ConsoleEnd use(Context& context, const VmRow& row) {
   const rt::String pty = ptyOf(context, row);
   context.tell(row.name + ": this is its console; Ctrl-] leaves it");
@@ -57,7 +69,7 @@ ConsoleEnd use(Context& context, const VmRow& row) {
 
 ConsoleEnd view(Context& context, const VmRow& row) {
   if (row.process.process == "none") throw noGuest(row);
-  const rt::String socket = context.directories().run + "/vm/" + row.name + "/console.sock";
+  const rt::String socket = socketOf(context, row);
   context.tell(row.name + ": this is its console, to look at only; Ctrl-] leaves it");
   return opened(row.name, [&] { return context.world().viewConsole(socket); });
 }
@@ -69,8 +81,11 @@ Exit openConsole(Context& context, const Arguments& arguments) {
   if (!context.world().inIsTerminal)
     throw Refusal(Exit::usage, "'console' needs a terminal as standard input; 'vmctl logs -f " +
                                    name + "' shows what the guest writes without one");
-  const VmRow row = requiredVm(context, name);
-  const ConsoleEnd end = arguments.has("view") ? view(context, row) : use(context, row);
+  const VmRow row = presentVm(context, name);
+  const bool isAgents = row.status != nullptr || !row.isUnknown();
+  const ConsoleEnd end = arguments.has("view") ? view(context, row)
+                         : isAgents            ? use(context, row)
+                                               : join(context, row);
   // Whatever stood on the last line.
   context.world().err << '\n';
   context.tell(name + (end == ConsoleEnd::guestEnd ? ": its console has ended" : ": left"));

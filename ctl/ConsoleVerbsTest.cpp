@@ -267,6 +267,7 @@ class ConsoleView : public ConsoleSession {
     std::filesystem::remove_all(folder_);
   }
   std::string path() const { return folder_ + "/console.sock"; }
+  int listener() const { return socket_; }
   ConsoleEnd view(const std::function<void(int keeper)>& meanwhile) {
     std::thread other([&] {
       while (!person_.isRaw()) std::this_thread::yield();
@@ -295,6 +296,24 @@ TEST_F(ConsoleView, ShowsWhatTheGuestWritesAndTypesNothing) {
     type(person_.person, "\x1d");
     EXPECT_EQ(readSome(keeper, 1), "") << "until the viewer has gone";
   });
+  EXPECT_EQ(end, ConsoleEnd::left);
+  EXPECT_FALSE(person_.isRaw());
+}
+
+TEST_F(ConsoleView, IsJoinedByWhoTypesAndIsLeftByItsOwnKeyOnly) {
+  std::thread other([&] {
+    while (!person_.isRaw()) std::this_thread::yield();
+    const int keeper = accept(listener(), nullptr, nullptr);
+    type(person_.person, "ls\x03");
+    EXPECT_EQ(readSome(keeper, 3), "ls\x03");
+    type(keeper, "$ ");
+    EXPECT_EQ(readSome(person_.person, 2), "$ ");
+    type(person_.person, "\x1d");
+    EXPECT_EQ(readSome(keeper, 1), "") << "until the person has gone";
+    close(keeper);
+  });
+  const ConsoleEnd end = joinConsole(person_.terminal, person_.terminal, path());
+  other.join();
   EXPECT_EQ(end, ConsoleEnd::left);
   EXPECT_FALSE(person_.isRaw());
 }

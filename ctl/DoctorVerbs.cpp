@@ -48,7 +48,24 @@ Finding examineDatabase(Context& context) {
   return {Health::ok, "database", "both halves open, and have the newest format", {}};
 }
 
-Finding examineDaemon(const Context& context) {
+// Another file may have been mounted over the one that a daemon opened.
+bool isOfAnotherFile(Context& context) {
+  try {
+    const auto record = context.status("daemon", "vmagentd");
+    const auto json = record ? JsonValue::parse(record->doc) : std::nullopt;
+    const rt::String store = json ? json->text("configStore").value_or("") : "";
+    return !store.empty() &&
+           store != context.db().store(statedb::Half::config).snapshot({}).cursor.storeId;
+  } catch (const statedb::Error&) {
+    return false;  // told by examineDatabase
+  }
+}
+
+Finding examineDaemon(Context& context) {
+  if (context.daemonRuns() && isOfAnotherFile(context))
+    return {Health::failed, "vmagentd",
+            "it goes by another config.db than is in " + context.directories().state + " now",
+            "restart it: 'systemctl restart vmagentd'; guests go on meanwhile"};
   if (context.daemonRuns()) return {Health::ok, "vmagentd", "it runs", {}};
   return {Health::failed, "vmagentd", "it is not running",
           "start it: 'systemctl start vmagentd'; 'journalctl -u vmagentd' tells why it ended"};

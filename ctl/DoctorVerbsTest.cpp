@@ -239,6 +239,16 @@ TEST_F(DoctorVerb, FindsADatabaseThatCannotBeUsed) {
             "         start or restart vmagentd, which makes it\n");
 }
 
+TEST_F(DoctorVerb, SeesADaemonThatGoesByAnotherDatabaseThanItself) {
+  putHeard();
+  EXPECT_EQ(of("vmagentd"), "ok       vmagentd: it runs\n");
+  daemonListens_ = false;
+  put("daemon", "vmagentd", R"({"configStore":"another","configSequence":1})");
+  EXPECT_EQ(of("vmagentd"),
+            "FAILED   vmagentd: it goes by another config.db than is in /var/lib/vmagent now\n"
+            "         restart it: 'systemctl restart vmagentd'; guests go on meanwhile\n");
+}
+
 TEST_F(DoctorVerb, SeesAClockThatWasNeverSet) {
   machine_.time = 1000;
   EXPECT_EQ(of("clock"),

@@ -60,7 +60,7 @@ Exit showLogs(Context& context, const Arguments& arguments) {
   try {
     LogFile log(path);
     if (!log.exists()) {
-      (void)requiredVm(context, name);  // a removed one's may still be there
+      (void)presentVm(context, name);  // a removed one's may still be there
       throw nothingYet(name, path);
     }
     if (arguments.has("follow"))

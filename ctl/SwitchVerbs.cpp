@@ -61,6 +61,17 @@ std::vector<rt::String> namesOf(Configuration& configuration, const Arguments& a
   return configuration.enabledNames();
 }
 
+// Whoever stops all is not to believe that nothing runs.
+Exit complainOfUnknown(Context& context) {
+  Exit exit = Exit::done;
+  for (const VmRow& row : allVms(context)) {
+    if (!row.isUnknown()) continue;
+    context.complain(unknownVm(row.name));
+    exit = Exit::conflict;
+  }
+  return exit;
+}
+
 rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
   const auto changed = configuration.change(
       name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(true); });
@@ -82,6 +93,12 @@ std::function<bool(const VmRow& row)> isLostSince(bool hadEnded) {
   };
 }
 
+// The number that was asked for last.
+int64_t restartIn(const std::optional<statedb::Record>& intent) {
+  const auto json = intent ? JsonValue::parse(intent->doc) : std::nullopt;
+  return json ? json->number("restart").value_or(0) : 0;
+}
+
 // The number that asks once more.
 int64_t askForRestart(Context& context, const rt::String& name) {
   int64_t number = 0;
@@ -91,9 +108,7 @@ int64_t askForRestart(Context& context, const rt::String& name) {
       throw Refusal(Exit::conflict,
                     name + ": is not enabled: 'vmctl enable " + name + "' starts it");
     const auto intent = context.db().record("vmIntent", name);
-    const auto json = intent ? JsonValue::parse(intent->doc) : std::nullopt;
-    const int64_t last = json ? json->number("restart").value_or(0) : 0;
-    number = std::max(last, row.process.restarts) + 1;
+    number = std::max(restartIn(intent), row.process.restarts) + 1;
     statedb::Transaction transaction;
     transaction.guard("vmConfig", name, row.revision);
     transaction.guard("vmIntent", name, intent ? intent->revision : 0);
@@ -103,10 +118,27 @@ int64_t askForRestart(Context& context, const rt::String& name) {
   return number;
 }
 
+// There is no row to remove: the guest is named, and no other is meant.
+void giveUp(Context& context, const VmRow& row) {
+  const auto intent = context.db().record("vmIntent", row.name);
+  const rt::String restart = rt::toText(std::max(restartIn(intent), row.process.restarts));
+  statedb::Transaction transaction;
+  transaction.guard("vmConfig", row.name, 0);
+  transaction.guard("vmIntent", row.name, intent ? intent->revision : 0);
+  transaction.put("vmIntent", row.name,
+                  R"({"restart":)" + restart + R"(,"remove":)" + quoted(row.process.unknown) + "}");
+  context.db().commit(transaction);
+}
+
 // Returns its row as it was.
 VmRow remove(Context& context, const rt::String& name, bool isForced) {
   VmRow row;
   retried([&] {
+    row = vmNamed(context, name);
+    if (!isForced && row.isUnknown())
+      throw Refusal(Exit::conflict,
+                    name + ": is in no configuration, and its guest runs: --force ends it");
+    if (row.isUnknown()) return giveUp(context, row);
     row = requiredVm(context, name);
     if (!isForced && !row.config)
       throw Refusal(Exit::conflict,
@@ -157,7 +189,9 @@ Exit disableVms(Context& context, const Arguments& arguments) {
   deed.done = "disabled, and no process is left";
   const std::vector<rt::String> names = namesOf(configuration, arguments);
   if (names.empty()) context.tell("no VM is enabled");
-  return carryOut(context, arguments, names, deed);
+  const Exit exit = carryOut(context, arguments, names, deed);
+  const Exit unknown = arguments.has("all") ? complainOfUnknown(context) : Exit::done;
+  return exit == Exit::done ? unknown : exit;
 }
 
 Exit restartVms(Context& context, const Arguments& arguments) {

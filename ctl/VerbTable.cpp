@@ -73,9 +73,9 @@ constexpr Verb table[] = {
      "restart was carried out, and the status is enabled and Running.\n",
      restartVms},
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
-     "Removes virtual machines; their disk images stay. One that is enabled is removed with\n"
-     "--force only, which ends its guest; until that has ended, 'vmctl list' has it as removed.\n"
-     "Done is: no process and no status is left.\n",
+     "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"
+     "configuration, is removed with --force only, which ends its guest; until that has ended,\n"
+     "'vmctl list' has it as removed. Done is: no process and no status is left.\n",
      removeVms},
     {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
      "Shows all virtual machines: whether the configuration has them enabled (or removed), the\n"

@@ -18,6 +18,7 @@ VmProcess processOf(const rt::String& doc) {
   process.process = json->text("process").value_or(process.process);
   process.pid = json->number("pid").value_or(0);
   process.restarts = json->number("restarts").value_or(0);
+  process.unknown = json->text("unknown").value_or("");
   return process;
 }
 
@@ -50,17 +51,17 @@ VmRow* rowNamed(std::vector<VmRow>& rows, const rt::String& name) {
   return row != rows.end() && row->name == name ? &*row : nullptr;
 }
 
-// Adds those that are configured no more, and have a process.
-void addLeaving(std::vector<VmRow>& rows, const std::vector<statedb::Record>& statuses) {
-  std::vector<VmRow> leaving;
+// Adds those that are not configured, and have a process.
+void addUnconfigured(std::vector<VmRow>& rows, const std::vector<statedb::Record>& statuses) {
+  std::vector<VmRow> others;
   for (const statedb::Record& record : statuses) {
     if (record.table != "vmProcess" || rowNamed(rows, record.key)) continue;
     VmRow row;
     row.name = record.key;
     add(row, record);
-    if (row.isLeaving()) leaving.push_back(std::move(row));
+    if (row.isUnknown() || row.isLeaving()) others.push_back(std::move(row));
   }
-  for (VmRow& row : leaving) {
+  for (VmRow& row : others) {
     const auto place = std::lower_bound(rows.begin(), rows.end(), row.name, isBefore);
     rows.insert(place, std::move(row));
   }
@@ -88,7 +89,7 @@ std::vector<VmRow> allVms(Context& context) {
     rows[i].name = configs.records[i].key;
     add(rows[i], configs.records[i]);
   }
-  addLeaving(rows, statuses.records);
+  addUnconfigured(rows, statuses.records);
   for (const statedb::Record& record : statuses.records)
     if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
   return rows;
@@ -107,6 +108,7 @@ VmRow vmNamed(Context& context, const rt::String& name) {
 VmRow requiredVm(Context& context, const rt::String& name) {
   VmRow row = vmNamed(context, name);
   if (row.exists()) return row;
+  if (row.isUnknown()) throw unknownVm(name);
   const statedb::Snapshot configs = context.db().snapshot({"vmConfig"});
   std::vector<std::string_view> names;
   names.reserve(configs.records.size());
@@ -116,11 +118,19 @@ VmRow requiredVm(Context& context, const rt::String& name) {
 
 VmRow presentVm(Context& context, const rt::String& name) {
   VmRow row = vmNamed(context, name);
-  return row.isLeaving() ? row : requiredVm(context, name);
+  return row.isUnknown() || row.isLeaving() ? row : requiredVm(context, name);
 }
 
 Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names) {
   return {Exit::noSuch, name + ": there is no such VM" + rt::didYouMean(name, names)};
+}
+
+Refusal unknownVm(const rt::String& name) {
+  return {Exit::conflict,
+          name +
+              ": is in no configuration, though its guest runs: 'vmctl apply' what has it, or "
+              "end it with 'vmctl remove " +
+              name + " --force'"};
 }
 
 void complainOfUnreadable(Context& context, const VmRow& row) {

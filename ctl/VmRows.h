@@ -16,6 +16,7 @@ struct VmProcess {
   rt::String process = "none";  // none, running or ending
   int64_t pid = 0;
   int64_t restarts = 0;
+  rt::String unknown;  // the guest's name, when its VM is in no configuration; else empty
 };
 
 struct VmProblem {
@@ -34,8 +35,10 @@ struct VmRow {
   std::optional<VmProblem> problem;
 
   bool exists() const { return revision != 0; }
+  // In no configuration, and nobody is known to have removed it: its guest goes on.
+  bool isUnknown() const { return !exists() && !process.unknown.empty(); }
   // It was removed, and its guest has not ended yet.
-  bool isLeaving() const { return !exists() && process.process != "none"; }
+  bool isLeaving() const { return !exists() && !isUnknown() && process.process != "none"; }
   bool isEnabled() const { return config && config->enabled(); }
   // As it is when it was told to start and nothing is left to do.
   bool runs() const { return status && status->enabled() && status->state() == "Running"; }
@@ -52,17 +55,20 @@ std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
 
-// All that are configured, and those that are leaving, by name. Reads each table once.
+// All that are configured, that are unknown, and that are leaving, by name. Reads each table once.
 std::vector<VmRow> allVms(Context& context);
 // One of any name.
 VmRow vmNamed(Context& context, const rt::String& name);
 // Refuses a name that is not configured.
 VmRow requiredVm(Context& context, const rt::String& name);
-// Likewise, but takes one that is leaving.
+// Likewise, but takes one that is unknown or leaving.
 VmRow presentVm(Context& context, const rt::String& name);
 
 // "web9: there is no such VM; did you mean 'web1'?"
 Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names);
+
+// Of an unknown one, for what only a configured one can be told to do.
+Refusal unknownVm(const rt::String& name);
 
 // A line for each row that cannot be read.
 void complainOfUnreadable(Context& context, const VmRow& row);

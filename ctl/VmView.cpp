@@ -14,6 +14,7 @@ rt::String yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
 // Whether it is to run, as the configuration says.
 rt::String wantedOf(const VmRow& row) {
+  if (row.isUnknown()) return "unknown";
   if (row.isLeaving()) return "removed";
   return row.config ? yesOrNo(row.isEnabled()) : "?";
 }
@@ -98,6 +99,7 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
 
 rt::String vmJson(const VmRow& row) {
   rt::String json = R"("name":)" + quoted(row.name);
+  if (row.isUnknown()) json += R"(,"unknown":true)";
   if (row.isLeaving()) json += R"(,"removed":true)";
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";

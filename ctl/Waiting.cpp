@@ -53,7 +53,7 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
     const bool isSettled = !goal.needsDaemon || daemonHasHeard();
     const VmRow row = vmNamed(context_, name);
     if (isSettled && goal.isReached(row)) return clearProgress();
-    if (goal.needsConfiguration && !row.exists()) {
+    if (goal.needsConfiguration && !row.exists() && !row.isUnknown()) {
       clearProgress();
       throw Refusal(Exit::noSuch, name + ": was removed while it was waited for");
     }

@@ -72,7 +72,7 @@ class Watch {
   void some(const std::set<rt::String>& names) {
     for (const rt::String& name : names) {
       const VmRow row = vmNamed(context_, name);
-      if (row.exists() || row.isLeaving())
+      if (row.exists() || row.isUnknown() || row.isLeaving())
         put(row);
       else
         del(name);

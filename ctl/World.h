@@ -42,7 +42,9 @@ struct World {
   std::function<std::unique_ptr<EditedFile>(const rt::String& name)> makeEditedFile;
   // Gives a pty the terminal that standard input is.
   std::function<ConsoleEnd(const rt::String& pty)> holdConsole;
-  // Shows on it what comes from a socket.
+  // The same with the socket that a guest's console is shown on.
+  std::function<ConsoleEnd(const rt::String& socket)> joinConsole;
+  // Shows on it what comes from there.
   std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
   const Machine& machine;
   edge::MachineLimits limits;

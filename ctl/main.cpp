@@ -116,6 +116,9 @@ int main(int argc, char** argv) {
   const auto holdConsole = [](const rt::String& pty) {
     return ctl::holdConsole(STDIN_FILENO, STDOUT_FILENO, pty);
   };
+  const auto joinConsole = [](const rt::String& socket) {
+    return ctl::joinConsole(STDIN_FILENO, STDOUT_FILENO, socket);
+  };
   const auto viewConsole = [](const rt::String& socket) {
     return ctl::viewConsole(STDIN_FILENO, STDOUT_FILENO, socket);
   };
@@ -131,6 +134,7 @@ int main(int argc, char** argv) {
                    .readFile = readFile,
                    .makeEditedFile = makeEditedFile,
                    .holdConsole = holdConsole,
+                   .joinConsole = joinConsole,
                    .viewConsole = viewConsole,
                    .machine = machine,
                    .limits = edge::machineLimits(),

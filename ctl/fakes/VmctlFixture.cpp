@@ -118,6 +118,10 @@ World VmctlFixture::world() {
     heldPty_ = pty.str();
     return holdConsole_();
   };
+  const auto joinConsole = [this](const rt::String& socket) {
+    joinedSocket_ = socket.str();
+    return holdConsole_();
+  };
   const auto viewConsole = [this](const rt::String& socket) {
     viewedSocket_ = socket.str();
     return holdConsole_();
@@ -135,6 +139,7 @@ World VmctlFixture::world() {
           .makeEditedFile =
               [this](const rt::String& name) { return std::make_unique<PlayedFile>(*this, name); },
           .holdConsole = holdConsole,
+          .joinConsole = joinConsole,
           .viewConsole = viewConsole,
           .machine = machine_,
           .limits = {.memory = 8192},

@@ -72,6 +72,7 @@ class VmctlFixture : public testing::Test {
   bool inIsTerminal_ = false;
   FakeMachine machine_;
   std::string heldPty_;       // whose console was asked for last
+  std::string joinedSocket_;  // likewise, by the socket
   std::string viewedSocket_;  // likewise, to look at
   std::function<ConsoleEnd()> holdConsole_ = [] { return ConsoleEnd::left; };
   std::string editor_;               // that was run last
