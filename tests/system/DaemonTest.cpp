@@ -280,15 +280,30 @@ TEST_F(Daemon, KillsAGuestThatWillNotEndBeforeItStartsItAnew) {
   ASSERT_TRUE(waitUntil([&] { return isOn("web1") && world.guests("web1") != left; }));
 }
 
-TEST_F(Daemon, GoesOnWhileItsConfigurationIsReplaced) {
+TEST_F(Daemon, EndsNoGuestForALostConfigurationAndTheNextNeitherUntilItIsGivenUp) {
   world.start();
   runVm("web1");
-  const auto guests = world.guests("web1");
+  runVm("web2");
+  const auto guests = world.guests();
   for (const char* suffix : {"", "-wal", "-shm", "-bell"})
     std::filesystem::remove(world.stateDir + "/config.db" + suffix);
-  ASSERT_TRUE(waitUntil([&] { return world.log().find("config.db") != std::string::npos; }))
+  ASSERT_TRUE(waitUntil([&] { return world.log().find("config.db is gone") != std::string::npos; }))
       << world.log();
-  EXPECT_EQ(world.guests("web1"), guests);
+  EXPECT_EQ(world.guests(), guests);
+  EXPECT_EQ(world.end(SIGTERM), 0);
+  world.start();
+  ASSERT_TRUE(waitUntil([&] {
+    return world.hasRow("vmProblem", "web1", "not configured") &&
+           world.hasRow("vmProblem", "web2", "not configured");
+  }));
+  EXPECT_EQ(world.guests(), guests);
+  world.ctl({"remove", "web2", "--force", "--wait"});
+  EXPECT_THAT(world.guests("web2"), IsEmpty());
+  // Nobody can drive it without a shim.
+  const auto left = world.guests("web1");
+  world.addVm("web1", {"--enabled"});
+  EXPECT_TRUE(waitUntil([&] { return isOn("web1") && world.guests("web1") != left; }));
+  EXPECT_EQ(world.row("vmProblem", "web1"), "");
 }
 
 TEST_F(Daemon, NeedsAQemuPathAndNothingElseOfTheMachine) {
