@@ -209,6 +209,13 @@ TEST_F(EntityDocumentRefusal, MalformedJsonIsToldWithItsPlace) {
         << bad;
 }
 
+TEST_F(EntityDocumentRefusal, OfALongMalformedDocumentTheLast32BytesBeforeItsPlaceAreShown) {
+  const std::string json = R"({"diskImage": "/images/of/some/length.img", "memory" 256, "x": 1})";
+  const std::string shown = json.substr(json.find("256") + 3 - 32, 32);
+  EXPECT_THAT(problemsOf(json),
+              ElementsAre(StartsWith("document: '" + shown + "' is refused: must be")));
+}
+
 TEST_F(EntityDocumentRefusal, NoBytesAtAllAreMalformed) {
   EXPECT_THAT(problemsOf(std::string_view()), ElementsAre(StartsWith("document: ''")));
 }

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "statedb/Error.h"
 #include "statedb/OwnerSign.h"
 
 namespace statedb {
@@ -95,8 +96,26 @@ TEST_F(OwnerSignTest, WorksBelowAPathThatIsTooLongForASocketsAddress) {
   EXPECT_TRUE(ownerIsAlive(deep));
 }
 
-TEST_F(OwnerSignTest, OfADirectoryThatIsNotThereIsNone) {
+TEST_F(OwnerSignTest, IsSeenByOneWithoutAStandardInput) {
+  const OwnerSign sign(dir);
+  EXPECT_EXIT(
+      {
+        close(STDIN_FILENO);
+        _exit(ownerIsAlive(dir) ? EXIT_SUCCESS : EXIT_FAILURE);
+      },
+      testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(OwnerSignTest, OfADirectoryThatIsNotThereIsNoneAndCannotBeMade) {
   EXPECT_FALSE(ownerIsAlive(dir + "/none"));
+  try {
+    const OwnerSign sign(dir + "/none");
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.trouble(), Trouble::failed);
+    EXPECT_EQ(error.what(), "cannot make the socket " + dir.str() +
+                                "/none/vmagentd.alive: No such file or directory");
+  }
 }
 
 }  // namespace

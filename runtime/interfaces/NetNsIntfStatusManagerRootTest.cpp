@@ -89,12 +89,24 @@ TEST_F(NetNsIntfStatusManagerRootTest, IsReadByName) {
 }
 
 TEST_F(NetNsIntfStatusManagerRootTest, RefusesNullForADirectoryOrTheKernelsDevices) {
-  EXPECT_THROW(root->intfStatusManagerIs(nullptr, kernel, {}), rt::NullArgumentException);
-  EXPECT_THROW(root->intfStatusManagerIs(devices, nullptr, {}), rt::NullArgumentException);
-  EXPECT_THROW(rt::make<NetNsIntfStatusManagerRoot>(nullptr, locals, false),
-               rt::NullArgumentException);
-  EXPECT_THROW(rt::make<NetNsIntfStatusManagerRoot>(all, nullptr, false),
-               rt::NullArgumentException);
+  const auto refusalOf = [](const auto& work) -> std::string {
+    try {
+      work();
+    } catch (const rt::NullArgumentException& e) {
+      return e.what();
+    }
+    return "nothing";
+  };
+  const std::string what = "Interface::NetNsIntfStatusManagerRoot::";
+  const std::string why = ": a null pointer is not allowed";
+  EXPECT_EQ(refusalOf([&] { root->intfStatusManagerIs(nullptr, kernel, {}); }),
+            what + "intfStatusManager" + why);
+  EXPECT_EQ(refusalOf([&] { root->intfStatusManagerIs(devices, nullptr, {}); }),
+            what + "intfStatusManager" + why);
+  EXPECT_EQ(refusalOf([&] { rt::make<NetNsIntfStatusManagerRoot>(nullptr, locals, false); }),
+            what + "allIntfStatusDir" + why);
+  EXPECT_EQ(refusalOf([&] { rt::make<NetNsIntfStatusManagerRoot>(all, nullptr, false); }),
+            what + "allIntfStatusLocalDir" + why);
   EXPECT_TRUE(root->intfStatusManagers().empty());
 }
 

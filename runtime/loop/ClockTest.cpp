@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <optional>
 #include <random>
 
 #include "runtime/fakes/LoopFixture.h"
@@ -248,6 +249,28 @@ TEST_F(ClockTest, AMachineMayEndWithItsWakeUpSet) {
   EXPECT_EQ(clock->nextWakeUpTime(), Seconds::infinity());
   clock->advance(Seconds(10));
   EXPECT_THAT(take(), IsEmpty());
+}
+
+// A machine that drops its clock reactor.
+class Waker final : public StateMachineOf<Waker> {
+ public:
+  explicit Waker(rt::Ptr<Clock> clock) { wakeUp_.emplace(*this, std::move(clock)); }
+  void drop() { wakeUp_.reset(); }
+
+  static constexpr std::string_view typeName = "Test::Waker";
+  using Attributes = AttributeTable<Attribute<"initialized", &Waker::initialized>>;
+
+ private:
+  void handleClock() { ADD_FAILURE() << "it was dropped"; }
+
+  std::optional<ClockReactor<Waker, &Waker::handleClock>> wakeUp_;
+};
+
+TEST_F(ClockTest, AReactorMayEndBeforeItsMachine) {
+  const auto waker = make<Waker>(clock);
+  waker->drop();
+  EXPECT_EQ(clock->nextWakeUpTime(), Seconds::infinity());
+  turn();
 }
 
 TEST_F(ClockTest, AReactorKeepsItsClockAlive) {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "runtime/fakes/LoopFixture.h"
+#include "statedb/OwnerLock.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/Connection.h"
 #include "statedb/sqlite/Sentences.h"
@@ -115,6 +116,33 @@ TEST_F(DeniedTest, AWriteByOneWhoMayOnlyReadIsDenied) {
   const auto reader = openClient();
   EXPECT_EQ(reader->record("vmConfig", "a")->doc, "1");
   EXPECT_EQ(troubleOf([&] { put(*reader, "a", "2"); }), Trouble::denied);
+}
+
+// What it says of a lock there; "nothing" when it is had.
+std::string lockTrouble(const rt::String& lock, Trouble trouble) {
+  try {
+    const OwnerLock held(lock);
+    return "nothing";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.trouble(), trouble);
+    return error.what();
+  }
+}
+
+TEST_F(DeniedTest, ALockThatMayNotBeMadeIsNamedWithTheWayOut) {
+  modeIs(dir.path(), 0555);
+  {
+    const Unprivileged somebody;
+    EXPECT_EQ(lockTrouble(companion("-lock").string(), Trouble::denied),
+              "cannot make the lock file " + file.string() +
+                  "-lock: Permission denied; run as a user who may write there");
+  }
+  modeIs(dir.path(), 0755);
+}
+
+TEST_F(DeniedTest, ALockOfANameThatIsTooLongIsToldWithTheReason) {
+  const std::string lock = file.string() + std::string(300, 'x');
+  EXPECT_EQ(lockTrouble(lock, Trouble::failed), "cannot lock " + lock + ": File name too long");
 }
 
 TEST_F(DeniedTest, AFileThatMayNotBeReadIsDenied) {
@@ -226,6 +254,14 @@ TEST_F(MountTest, AReadOnlyDiskIsNamedWithTheWayOut) {
   }
   remount(0);
   EXPECT_EQ(open()->record("vmConfig", "a")->doc, "1");
+}
+
+TEST_F(MountTest, ALockOnAReadOnlyDiskIsNamedWithTheWayOut) {
+  if (!mounted) return;
+  remount(MS_RDONLY);
+  EXPECT_EQ(lockTrouble(fileName(), Trouble::readOnly),
+            "cannot make the lock file " + file.string() +
+                ": its file system is read-only; name another directory");
 }
 
 TEST_F(MountTest, WhatIsNotWritableOnAReadOnlyDiskIsToldAsThatAndElseAsDenied) {
