@@ -1,4 +1,4 @@
-#include "host/service/Locks.h"
+#include "host/database/Locks.h"
 
 #include <sys/stat.h>
 
