@@ -137,6 +137,10 @@ rt::String VmKeeper::causeOfEnd() const {
   return textOf(Ending{.signal = endSignalOf(process), .status = exitStatusOf(process)}, name_);
 }
 
+bool VmKeeper::mustGo() const {
+  return mounted_ && (!wanted_ || mountedVm_ != vm_ || (isLost_ && !hasProcess()));
+}
+
 bool VmKeeper::step(rt::Seconds now) {
   if (isLost_ && !givenUp_.empty()) giveUp();
   if (mustGo()) {

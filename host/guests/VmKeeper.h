@@ -55,8 +55,7 @@ struct KeeperTools {
 //     of that name  |                |
 //   valid           | none           | mounts it
 //   valid           | there          | makes it equal, its switch as Pacing says
-//   lost            | there          | leaves it as it is while there is a process, which is
-//                   |                |   shown to be unknown; then removes it
+//   lost            | there          | leaves it as long as there is a process; then removes it
 //
 // Created by the supervisor with the VM's row, and dropped once row and process are gone.
 class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
@@ -68,8 +67,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
-  // The same, and nothing is to be done for it.
-  void restartIsPast(uint64_t number);
+  void restartIsPast(uint64_t number);  // the same, and nothing is to be done for it
   // The name of a guest that an operator gave up.
   void givenUpIs(const rt::String& guest);
   // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
@@ -99,9 +97,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void handleMachine(const rt::Entity& machine, const rt::Change& change);
   void handleProcess(const rt::Entity& process, const rt::Change& change);
 
-  bool mustGo() const {
-    return mounted_ && (!wanted_ || mountedVm_ != vm_ || (isLost_ && !hasProcess()));
-  }
+  bool mustGo() const;
   void giveUp();
   bool step(rt::Seconds now);
   void mount();
