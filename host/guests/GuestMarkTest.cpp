@@ -12,8 +12,8 @@
 namespace host {
 namespace {
 
+using namespace std::string_literals;
 using statedb::Origin;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 std::string environment(const std::vector<std::string>& variables) {
@@ -39,7 +39,7 @@ TEST(GuestMark, IsUnderstoodAsItIsTold) {
 
 // As the shim leaves it that writes a shorter one, or is at it.
 TEST(GuestMark, IsFoundAmongWhatIsLeftOfALongerOne) {
-  const std::string text("VMAGENT_STORE=6f\0\0VMAGENT_ROW=7\0\0\0LANG=C\0", 43);
+  const std::string text = "VMAGENT_STORE=6f\0\0VMAGENT_ROW=7\0\0\0LANG=C\0"s;
   EXPECT_EQ(rowIn(text), (Origin{"6f", 7}));
   EXPECT_EQ(rowIn(environment({"VMAGENT_STORE=6f1c", "VMAGENT_ROW="})), std::nullopt);
 }
