@@ -79,8 +79,10 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
   return entries;
 }
 
-std::optional<rt::Problem> imageProblemOf(const rt::String& path) {
-  return edge::imageProblem(path, edge::imageFacts(path));
+ImageVerdict judge(const ImageQuestion& question) {
+  const auto problem = edge::imageProblem(question.path, edge::imageFacts(question.path));
+  if (problem) return {.kind = ImageVerdict::Kind::refused, .problem = problem->text()};
+  return {};
 }
 
 }  // namespace
@@ -239,7 +241,8 @@ void Daemon::Parts::startFeeds() {
                   .problems = problems_,
                   .traces = traces_,
                   .cards = *cardHealer_,
-                  .imageProblem = imageProblemOf,
+                  .judgeImage = judge,
+                  .imageReleased = [](const rt::String& /*vm*/) {},
                   .lastError =
                       [this](const rt::String& vm) {
                         return firstLine(vmsDirectory() + "/" + vm, "last-error");

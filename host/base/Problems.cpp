@@ -14,8 +14,8 @@ constexpr size_t longestText = 1024;
 }  // namespace
 
 rt::String toText(ProblemSource source) {
-  constexpr std::array<const char*, problemSources> names = {"config", "image", "qemu",   "agent",
-                                                             "guest",  "card",  "restart"};
+  constexpr std::array<const char*, problemSources> names = {
+      "config", "image", "qemu", "agent", "guest", "card", "restart", "format"};
   return names[static_cast<size_t>(source)];
 }
 

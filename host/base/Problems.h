@@ -12,8 +12,8 @@
 namespace host {
 
 // In the order of weight: of several problems, the first is shown.
-enum class ProblemSource : uint8_t { config, image, qemu, agent, guest, card, restart };
-constexpr size_t problemSources = 7;
+enum class ProblemSource : uint8_t { config, image, qemu, agent, guest, card, restart, format };
+constexpr size_t problemSources = 8;
 rt::String toText(ProblemSource source);
 
 // All of them, on one line.

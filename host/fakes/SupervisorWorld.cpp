@@ -30,10 +30,8 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .problems = problems,
                       .traces = traceLog,
                       .cards = cards,
-                      .imageProblem = [this](const rt::String& path) -> std::optional<rt::Problem> {
-                        if (!missingImages.contains(path)) return std::nullopt;
-                        return rt::Problem{"diskImage", path, "must be a file that is there"};
-                      },
+                      .judgeImage = [this](const auto& question) { return judge(question); },
+                      .imageReleased = [this](const rt::String& vm) { heldImages.erase(vm); },
                       .lastError = [this](const rt::String& vm) { return lastErrors[vm]; },
                       .ended = [this](const rt::String& vm) { ended.push_back(vm); },
                       .askToStop =
@@ -52,6 +50,17 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .stopPatience = stopPatience,
                       .note = {}},
           std::move(restartsDone), clock)) {}
+
+ImageVerdict SupervisorWorld::judge(const ImageQuestion& question) {
+  imageQuestions.push_back(question);
+  if (unseenImages.contains(question.path)) return {.kind = ImageVerdict::Kind::awaited};
+  if (missingImages.contains(question.path))
+    return {
+        .kind = ImageVerdict::Kind::refused,
+        .problem = rt::Problem{"diskImage", question.path, "must be a file that is there"}.text()};
+  heldImages[question.vm] = question.path;
+  return {.note = imageNote, .format = "qcow2"};
+}
 
 statedb::Change SupervisorWorld::put(const rt::String& vm, const rt::String& doc) {
   ++revision_;

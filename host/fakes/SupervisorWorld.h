@@ -57,6 +57,10 @@ class SupervisorWorld {
   TraceLog traceLog{0, {}};
   Fortune fortune;
   std::set<rt::String> missingImages;
+  std::set<rt::String> unseenImages;  // nobody can tell what is there yet
+  rt::String imageNote;               // on each that is fit
+  std::vector<ImageQuestion> imageQuestions;
+  std::map<rt::String, rt::String> heldImages;  // by VM
   std::set<rt::String> deaf;                    // VMs without a shim to ask
   std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
@@ -96,6 +100,8 @@ class SupervisorWorld {
   std::string problem(const rt::String& vm) const;
 
  private:
+  ImageVerdict judge(const ImageQuestion& question);
+
   std::map<rt::String, uint64_t> created_;
   uint64_t revision_ = 0;
 };

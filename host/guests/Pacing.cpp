@@ -8,10 +8,10 @@ Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
   const bool restart = facts.restart > restartsDone_;
   if (facts.switchedOn && (!facts.wanted || restart || giveUpAt_)) return leave(facts, now);
   if (!facts.switchedOn) {
-    settle();
+    if (restart) again();
     // Of a VM that is to stay off, too: nothing of it is left to be restarted.
     if (!facts.process && !facts.adoptable) restartsDone_ = std::max(restartsDone_, facts.restart);
-    return facts.wanted && !facts.process ? Step::switchOn : Step::none;
+    return start(facts, now);
   }
   if (facts.statusEnabled) settle();
   return facts.statusEnabled || facts.process ? Step::none : retry(now);
@@ -28,11 +28,21 @@ Step Pacing::leave(const VmFacts& facts, rt::Seconds now) {
   return Step::switchOff;
 }
 
+Step Pacing::start(const VmFacts& facts, rt::Seconds now) {
+  const bool wasRefused = retryAt_ != never;
+  if (!wasRefused || !facts.wanted || facts.process) settle();
+  if (!facts.wanted || facts.process || (wasRefused && now < retryAt_)) return Step::none;
+  retryAt_ = never;
+  return Step::switchOn;
+}
+
+void Pacing::schedule(rt::Seconds now) {
+  retryAt_ = now + delay_;
+  delay_ = std::min(delay_ + delay_, longestDelay);
+}
+
 Step Pacing::retry(rt::Seconds now) {
-  if (retryAt_ == never) {
-    retryAt_ = now + delay_;
-    delay_ = std::min(delay_ + delay_, longestDelay);
-  }
+  if (retryAt_ == never) schedule(now);
   if (now < retryAt_) return Step::none;
   retryAt_ = never;
   return Step::pulse;
@@ -40,6 +50,10 @@ Step Pacing::retry(rt::Seconds now) {
 
 void Pacing::hurry() {
   delay_ = firstDelay;
+  again();
+}
+
+void Pacing::again() {
   if (retryAt_ != never) retryAt_ = rt::Seconds(0);
 }
 

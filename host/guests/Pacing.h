@@ -39,7 +39,8 @@ enum class Step : uint8_t {
 //   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
 //          |             |         |         | was asked to end already
 //   yes    | no          | yes     |         | none, until the process is gone
-//   yes    | no          | no      |         | switchOn
+//   yes    | no          | no      |         | switchOn; one that was refused is tried again after
+//          |             |         |         | 1 s, 2 s, 4 s, ... 60 s
 //   yes    | yes         | no      | no      | pulse after 1 s, 2 s, 4 s, ... 60 s
 //   otherwise                                | none
 class Pacing {
@@ -60,6 +61,12 @@ class Pacing {
   void askFailed() { giveUpAt_ = rt::Seconds(0); }
   // Its guest was told to end, and is waited for.
   bool isLeaving() const { return giveUpAt_.has_value(); }
+  // The start that next() asked for has to wait for something that will be told of.
+  void deferred() { retryAt_ = rt::Seconds(0); }
+  // The start that next() asked for was not made.
+  void refused(rt::Seconds now) { schedule(now); }
+  // What is to be tried again is to be tried now.
+  void again();
   // When to ask again; infinity: when told.
   rt::Seconds wakeUp() const { return std::min(retryAt_, giveUpAt_.value_or(never)); }
   // The configuration changed: what failed before may do now.
@@ -71,7 +78,9 @@ class Pacing {
  private:
   static constexpr rt::Seconds never = rt::Seconds::infinity();
 
+  Step start(const VmFacts& facts, rt::Seconds now);
   Step retry(rt::Seconds now);
+  void schedule(rt::Seconds now);
   void settle();
 
   uint64_t restartsDone_;

@@ -113,6 +113,52 @@ TEST_F(PacingTest, TriesAtOnceWhenTheConfigurationChanged) {
   EXPECT_EQ(pacing.wakeUp(), now + Pacing::firstDelay);
 }
 
+TEST_F(PacingTest, TriesAStartThatWasRefusedAgainMoreAndMorePatiently) {
+  std::vector<double> times;
+  while (times.size() < 9) {
+    if (next(wanted) == Step::switchOn) {
+      times.push_back(now.value());
+      pacing.refused(now);
+    } else {
+      now = pacing.wakeUp();
+    }
+  }
+  EXPECT_THAT(times, ElementsAre(0, 1, 3, 7, 15, 31, 63, 123, 183));
+}
+
+TEST_F(PacingTest, TriesAStartThatWasRefusedAtOnceWhenARestartIsAskedFor) {
+  next(wanted);
+  pacing.refused(now);
+  EXPECT_EQ(next(wanted), Step::none);
+  EXPECT_EQ(next(with(wanted, 1)), Step::switchOn);
+}
+
+TEST_F(PacingTest, ForgetsThatAStartWasRefusedOnceTheVmIsNotWanted) {
+  for (int i = 0; i < 5; ++i) pacing.refused(now);
+  EXPECT_EQ(next(off), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+  EXPECT_EQ(next(wanted), Step::switchOn);
+  pacing.refused(now);
+  EXPECT_EQ(pacing.wakeUp(), now + Pacing::firstDelay);
+}
+
+TEST_F(PacingTest, AsksForADeferredStartUntilItIsMade) {
+  next(startFailed);
+  now = rt::Seconds(1);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(next(startFailed), Step::pulse);
+    pacing.deferred();
+  }
+  EXPECT_EQ(next(startFailed), Step::pulse);
+  EXPECT_EQ(next(startFailed), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds(3)) << "to be deferred is no failure";
+}
+
+TEST_F(PacingTest, HasNothingToDoAgainWhenNothingFailed) {
+  pacing.again();
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
 TEST_F(PacingTest, HasNothingToHurryWhenNothingFailed) {
   pacing.hurry();
   EXPECT_EQ(next(running), Step::none);

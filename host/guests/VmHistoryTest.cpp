@@ -43,7 +43,7 @@ class VmHistoryTest : public testing::TestWithParam<unsigned> {
     const auto toggle = [](std::set<rt::String>& set, const char* name) {
       if (set.erase(name) == 0) set.insert(name);
     };
-    switch (dice(6)) {
+    switch (dice(7)) {
       case 0:
         return toggle(world.fortune.startFails, anyVm());
       case 1:
@@ -53,6 +53,9 @@ class VmHistoryTest : public testing::TestWithParam<unsigned> {
       case 3:
         return toggle(world.missingImages, dice(2) == 0 ? "/images/a" : "/images/b");
       case 4:
+        toggle(world.unseenImages, dice(2) == 0 ? "/images/a" : "/images/b");
+        return world.supervisor->imageIsKnown(anyVm());
+      case 5:
         if (const auto& all = world.fortune.processes; !all.empty())
           world.exits(all[dice(all.size())]->vm());
         return;
@@ -78,6 +81,8 @@ class VmHistoryTest : public testing::TestWithParam<unsigned> {
     world.fortune.throws.clear();
     world.fortune.mountThrows.clear();
     world.missingImages.clear();
+    world.unseenImages.clear();
+    for (const char* const vm : names) world.supervisor->imageIsKnown(vm);
     world.advance(130);
     const auto isKilled = [](const auto& process) { return process->isKilled(); };
     auto& all = world.fortune.processes;

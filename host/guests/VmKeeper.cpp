@@ -78,6 +78,15 @@ void VmKeeper::unknownIs(std::optional<UnknownGuest> guest) {
   tools_.note(name_);
 }
 
+void VmKeeper::imageIsKnown() {
+  pacing_.again();
+  tools_.note(name_);
+}
+
+rt::Seconds VmKeeper::wakeUp() const {
+  return awaitsImage_ ? rt::Seconds::infinity() : pacing_.wakeUp();
+}
+
 void VmKeeper::handleStatus() {
   tools_.cards.changed(name_);
   tools_.note(name_);
@@ -117,11 +126,13 @@ bool VmKeeper::act(rt::Seconds now) {
     if (!hasProcess()) tools_.ended(name_);
   }
   bool acted = false;
+  awaitsImage_ = false;
   rt::FirstException failure;
   failure.run([&] { acted = step(now); });
   tellGuest();
   showProcess();
   showRowProblem();
+  showImage();
   showGuestProblem();
   showRestartNeeded();
   failure.rethrow();
@@ -150,7 +161,7 @@ bool VmKeeper::step(rt::Seconds now) {
     return leaving != Step::none;
   }
   if (!wanted_) return false;
-  if (mounted_) return apply(pacing_.next(facts(), now));
+  if (mounted_) return apply(pacing_.next(facts(), now), now);
   // All others are mounted before the first is switched on: that may take long.
   mount();
   tools_.note(name_);
@@ -190,7 +201,8 @@ void VmKeeper::dismount() {
   startedWith_ = nullptr;
   told_.reset();
   pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
-  for (const auto source : {ProblemSource::image, ProblemSource::qemu, ProblemSource::restart})
+  image_ = {};
+  for (const auto source : {ProblemSource::qemu, ProblemSource::restart})
     tools_.problems.problemIs(name_, source, {});
   tools_.cards.switchingOff(name_);
   const TraceLog::Change change(tools_.traces, name_);
@@ -207,22 +219,47 @@ void VmKeeper::ask() {
   if (!tools_.askToStop(name_)) pacing_.askFailed();
 }
 
-bool VmKeeper::apply(Step step) {
+bool VmKeeper::apply(Step step, rt::Seconds now) {
   if (step == Step::ask) {
     ask();
     return true;
   }
-  const bool starts = step == Step::switchOn || step == Step::pulse;
-  // The agent would fail as before; it is asked again when the next try is due.
-  if (starts && !imageIsUsable() && step == Step::pulse) return true;
-  if (step == Step::none && !changed_) return false;
-  // A VM that is switched on and was not started yet is, too, when it has another disk image.
-  if (starts || (facts().switchedOn && !facts().statusEnabled)) {
-    tools_.prepareStart({.vm = name_, .row = row_});
-    told_ = row_;
+  if (wouldStart(step)) {
+    switch (judgeImage()) {
+      case ImageVerdict::Kind::awaited:
+        awaitsImage_ = true;
+        pacing_.deferred();
+        return false;
+      case ImageVerdict::Kind::refused:
+        // A record that is off starts nothing, whatever else of it changes.
+        pacing_.refused(now);
+        step = mounted_->enabled() ? Step::switchOff : Step::none;
+        break;
+      case ImageVerdict::Kind::fit:
+        tools_.prepareStart({.vm = name_, .row = row_, .imageFormat = image_.format});
+        told_ = row_;
+        break;
+    }
   }
+  if (step == Step::none && !changed_) return false;
   write(step);
   return step != Step::none;
+}
+
+// A VM that is switched on and was not started yet is, too, when it has another disk image.
+bool VmKeeper::wouldStart(Step step) const {
+  if (step == Step::switchOn || step == Step::pulse) return true;
+  return step == Step::none && facts().switchedOn && !facts().statusEnabled &&
+         mounted_->diskImage() != wanted_->diskImage();
+}
+
+ImageVerdict::Kind VmKeeper::judgeImage() {
+  ImageVerdict verdict =
+      tools_.judgeImage({.vm = name_, .path = wanted_->diskImage(), .takesUp = adoptable_});
+  // What was found before holds until there is another answer.
+  if (verdict.kind == ImageVerdict::Kind::awaited) return verdict.kind;
+  image_ = std::move(verdict);
+  return image_.kind;
 }
 
 void VmKeeper::write(Step step) {
@@ -250,7 +287,6 @@ void VmKeeper::write(Step step) {
   if (step != Step::none || goesOn || wentWell || !failure.empty())
     tools_.problems.problemIs(name_, ProblemSource::agent, failure);
   if (step != Step::none) tools_.problems.problemIs(name_, ProblemSource::qemu, {});
-  if (step == Step::switchOff) tools_.problems.problemIs(name_, ProblemSource::image, {});
   isRepeated_ = true;
   thrown.rethrow();
   isRepeated_ = false;
@@ -267,12 +303,6 @@ void VmKeeper::writeRecord(Step step) {
   changed_ = true;
   statedb::copy(*desired, *mounted_, "enabled");
   changed_ = false;
-}
-
-bool VmKeeper::imageIsUsable() {
-  const auto problem = tools_.imageProblem(wanted_->diskImage());
-  tools_.problems.problemIs(name_, ProblemSource::image, problem ? problem->text() : rt::String());
-  return !problem;
 }
 
 // An operator's word ends it, where its row's cannot.
@@ -315,6 +345,15 @@ void VmKeeper::showRowProblem() {
   const auto unknown = hasProcess() ? unknownGuest() : std::nullopt;
   tools_.problems.problemIs(name_, ProblemSource::config,
                             unknown ? problemOf(name_, *unknown) : rowProblem_);
+}
+
+// Of a VM that is to be off, nothing is wrong with its image.
+void VmKeeper::showImage() {
+  const bool isWanted = wanted_ && wanted_->enabled() && !mustGo();
+  if (!isWanted) image_ = {};
+  tools_.problems.problemIs(name_, ProblemSource::image, image_.problem);
+  tools_.problems.problemIs(name_, ProblemSource::format, image_.note);
+  if (!isWanted && !hasProcess()) tools_.imageReleased(name_);
 }
 
 // A shim that was killed takes nothing back.

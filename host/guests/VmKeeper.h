@@ -8,6 +8,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/database/VmRows.h"
+#include "host/guests/ImageVerdict.h"
 #include "host/guests/Pacing.h"
 #include "host/guests/UnknownGuest.h"
 #include "host/guests/VmCards.h"
@@ -26,8 +27,10 @@ struct KeeperTools {
   Problems& problems;
   TraceLog& traces;
   VmCards& cards;
-  // Why a file cannot be a disk image; it may look at the file.
-  std::function<std::optional<rt::Problem>(const rt::String&)> imageProblem;
+  // Whether the VM may be started with that disk image.
+  std::function<ImageVerdict(const ImageQuestion&)> judgeImage;
+  // The VM is to be started with no image any more, and has no process.
+  std::function<void(const rt::String& vm)> imageReleased;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
   std::function<rt::String(const rt::String& vm)> lastError;
   // The VM has no process any more.
@@ -78,12 +81,14 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void adoptableIs(bool adoptable);
   // A guest of an earlier daemon's goes on that is in no configuration; nothing: none does.
   void unknownIs(std::optional<UnknownGuest> guest);
+  // What is known of its disk image is another thing now.
+  void imageIsKnown();
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
   // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
   // through; the next call goes on from there.
   bool act(rt::Seconds now);
-  rt::Seconds wakeUp() const { return pacing_.wakeUp(); }
+  rt::Seconds wakeUp() const;
   // Nothing is left of the VM.
   bool isDone() const;
 
@@ -103,11 +108,12 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void mount();
   void attend();
   void dismount();
-  bool apply(Step step);
+  bool apply(Step step, rt::Seconds now);
+  bool wouldStart(Step step) const;
+  ImageVerdict::Kind judgeImage();
   void ask();
   void write(Step step);
   void writeRecord(Step step);
-  bool imageIsUsable();
   bool hasProcess() const;
   rt::String causeOfEnd() const;
   VmFacts facts() const;
@@ -115,6 +121,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   std::optional<UnknownGuest> unknownGuest() const;
   void showProcess();
   void showRowProblem();
+  void showImage();
   void showGuestProblem();
   void showRestartNeeded();
 
@@ -139,6 +146,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   uint64_t mountedVm_ = 0;
   Vm::VmConfig::Ptr startedWith_;        // what the running process was started with
   std::optional<statedb::Origin> told_;  // of which row it was told that it is
+  ImageVerdict image_;                   // the last
+  bool awaitsImage_ = false;             // to be judged
 
   rt::Reactor<VmKeeper, const Vm::VmStatus, rt::On<&Vm::VmStatus::enabled, &VmKeeper::handleStatus>,
               rt::On<&Vm::VmStatus::state, &VmKeeper::handleStatus>>

@@ -70,6 +70,10 @@ void VmSupervisor::unknownIs(const rt::String& vm, std::optional<UnknownGuest> g
   if (guest || keepers_.contains(vm)) keeper(vm).unknownIs(std::move(guest));
 }
 
+void VmSupervisor::imageIsKnown(const rt::String& vm) {
+  if (const auto found = keepers_.find(vm); found != keepers_.end()) found->second->imageIsKnown();
+}
+
 bool VmSupervisor::pass() {
   // In turn, so that none starves that waits behind one with always more to do.
   for (size_t left = queue_.size(); left > 0; --left) {

@@ -1,0 +1,71 @@
+// Disk images that are none, or that nobody can look at.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "tests/system/DaemonFixture.h"
+
+namespace host::fakes {
+namespace {
+
+namespace fs = std::filesystem;
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr double mostDelay = 0.2;  // seconds, of other VMs
+constexpr double patience = 10;    // for a daemon that does not answer
+
+class DaemonImages : public DaemonFixture {
+ protected:
+  // As a foreign program asks for it, which looks at nothing.
+  void want(const std::string& name, const std::string& image) const {
+    world.write("vmConfig", name, R"({"enabled":true,"diskImage":")" + image + R"(","memory":64})");
+  }
+  bool hasProblem(const std::string& name, const std::string& text) const {
+    return world.hasRow("vmProblem", name, text);
+  }
+  // Until the daemon has taken up a change, in seconds; measured a few times, the longest.
+  double delay() const {
+    double longest = 0;
+    for (int i = 0; i < 10; ++i) {
+      const std::string device = "probe" + std::to_string(++probes_);
+      const auto begin = std::chrono::steady_clock::now();
+      world.write("interface", "Probe", R"({"deviceName":")" + device + "\"}");
+      const auto isTaken = [&] { return world.hasRow("interfaceStatus", "Probe", device); };
+      if (!waitUntil(isTaken, patience)) return patience;
+      const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+      longest = std::max(longest, taken.count());
+    }
+    return longest;
+  }
+
+ private:
+  mutable int probes_ = 0;
+};
+
+TEST_F(DaemonImages, ThatAreNoFilesAreRefusedAndNeverOpened) {
+  // To open it is to wait for who writes; of the other, to take part in its life.
+  ASSERT_EQ(mkfifo("/var/run/fifo", 0600), 0);
+  ASSERT_EQ(mknod("/var/run/device", S_IFCHR | 0600, makedev(1, 3)), 0);
+  fs::create_directory("/var/run/folder");
+  world.start();
+  for (const char* each : {"fifo", "device", "folder"}) want(each, std::string("/var/run/") + each);
+  EXPECT_LT(delay(), mostDelay);
+  for (const char* each : {"fifo", "device", "folder"}) {
+    EXPECT_TRUE(waitUntil([&] {
+      return hasProblem(each, "must be a regular file or a block device");
+    })) << each;
+    EXPECT_THAT(world.guests(each), IsEmpty());
+  }
+  runVm("web1");
+  EXPECT_THAT(world.log(), Not(HasSubstr("cannot open file"))) << "the agent was not asked";
+}
+
+}  // namespace
+}  // namespace host::fakes
