@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 
-#include "edge/DiskImage.h"
 #include "host/Plugin.h"
 #include "host/base/FirstLine.h"
 #include "host/base/Report.h"
@@ -21,6 +20,7 @@
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/GuestMark.h"
 #include "host/guests/GuestProblems.h"
+#include "host/guests/ImageLooks.h"
 #include "host/guests/Prompter.h"
 #include "host/guests/ShimClient.h"
 #include "host/guests/Survivors.h"
@@ -79,8 +79,9 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
   return entries;
 }
 
-ImageVerdict judge(const ImageQuestion& question) {
-  const auto problem = edge::imageProblem(question.path, edge::imageFacts(question.path));
+ImageVerdict judge(const rt::String& path, const std::optional<edge::ImageFacts>& facts) {
+  if (!facts) return {.kind = ImageVerdict::Kind::awaited};
+  const auto problem = edge::imageProblem(path, *facts);
   if (problem) return {.kind = ImageVerdict::Kind::refused, .problem = problem->text()};
   return {};
 }
@@ -136,6 +137,7 @@ class Daemon::Parts {
   InterfaceNames::Ptr interfaces_;
   CardHealer::Ptr cardHealer_;
   KernelLinks::Ptr kernelLinks_;
+  ImageLooks::Ptr imageLooks_;
   VmSupervisor::Ptr supervisor_;
   Prompter::Ptr prompter_;
   Survivors::Ptr survivors_;
@@ -172,6 +174,7 @@ Daemon::Parts::~Parts() {
   survivors_ = nullptr;
   prompter_ = nullptr;
   supervisor_ = nullptr;
+  imageLooks_ = nullptr;
   kernelLinks_ = nullptr;
   root_->agentDel();
 }
@@ -233,6 +236,11 @@ void Daemon::Parts::startFeeds() {
                                                        .traces = traces_,
                                                        .taps = taps},
                                      clock);
+  imageLooks_ = rt::make<ImageLooks>(
+      ImageLooks::Tools{
+          .look = edge::imageFacts,
+          .answered = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); }},
+      clock);
   supervisor_ = rt::make<VmSupervisor>(
       KeeperTools{.agent = root_,
                   .config = records_.config,
@@ -241,8 +249,11 @@ void Daemon::Parts::startFeeds() {
                   .problems = problems_,
                   .traces = traces_,
                   .cards = *cardHealer_,
-                  .judgeImage = judge,
-                  .imageReleased = [](const rt::String& /*vm*/) {},
+                  .judgeImage =
+                      [this](const ImageQuestion& question) {
+                        return judge(question.path, imageLooks_->facts(question.vm, question.path));
+                      },
+                  .imageReleased = [this](const rt::String& vm) { imageLooks_->forget(vm); },
                   .lastError =
                       [this](const rt::String& vm) {
                         return firstLine(vmsDirectory() + "/" + vm, "last-error");

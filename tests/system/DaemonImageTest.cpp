@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "tests/system/DaemonFixture.h"
+#include "tests/system/DeadFileSystem.h"
 
 namespace host::fakes {
 namespace {
@@ -17,6 +20,7 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
 
 constexpr double mostDelay = 0.2;  // seconds, of other VMs
 constexpr double patience = 10;    // for a daemon that does not answer
@@ -65,6 +69,56 @@ TEST_F(DaemonImages, ThatAreNoFilesAreRefusedAndNeverOpened) {
   }
   runVm("web1");
   EXPECT_THAT(world.log(), Not(HasSubstr("cannot open file"))) << "the agent was not asked";
+}
+
+TEST_F(DaemonImages, OnAFileSystemThatDoesNotAnswerDelayNoOtherVm) {
+  const DeadFileSystem far("/var/run/far");
+  world.start();
+  runVm("before");
+  want("far", "/var/run/far/disk.img");
+  far.takeQuestion();
+  EXPECT_LT(delay(), mostDelay);
+  runVm("after");
+  EXPECT_TRUE(waitUntil(
+      [&] { return hasProblem("far", "must answer within 5 s: its file system does not"); }));
+  EXPECT_LT(delay(), mostDelay);
+  EXPECT_THAT(world.guests("far"), IsEmpty());
+  EXPECT_TRUE(isOn("before"));
+}
+
+TEST_F(DaemonImages, AreUsedOnceTheirFileSystemIsThere) {
+  DeadFileSystem far("/var/run/far");
+  world.start();
+  fs::create_symlink("/var/run/far/disk.img", "/var/run/disk");
+  want("web1", "/var/run/disk");
+  far.takeQuestion();
+  ASSERT_TRUE(waitUntil([&] { return hasProblem("web1", "must answer within 5 s"); }));
+  fs::remove("/var/run/disk");
+  fs::create_symlink(world.image, "/var/run/disk");
+  far.go();
+  EXPECT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "web1").empty(); }));
+}
+
+TEST_F(DaemonImages, ThatNobodyAnswersForKeepNoDaemonFromEnding) {
+  const DeadFileSystem far("/var/run/far");
+  world.start();
+  want("far", "/var/run/far/disk.img");
+  far.takeQuestion();
+  EXPECT_EQ(world.end(SIGTERM), 0);
+  world.start();  // the locks are free
+  runVm("web1");
+}
+
+TEST_F(DaemonImages, ThatNobodyAnswersForHoldNoOperatorUpForLong) {
+  const DeadFileSystem far("/var/run/far");
+  world.start();
+  const auto begin = std::chrono::steady_clock::now();
+  const Ended added =
+      world.vmctl({"add", "far", "--disk", "/var/run/far/disk.img", "--memory", "64"});
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+  EXPECT_EQ(added.status, 0);
+  EXPECT_THAT(added.err, HasSubstr("must answer within 5 s: its file system does not"));
 }
 
 }  // namespace
