@@ -13,22 +13,19 @@ namespace edge {
 
 namespace {
 
+// Byte 1 of the volume descriptor in sector 16 of a CD.
+constexpr off_t cdMagicAt = 32769;
+constexpr std::string_view cdMagic = "CD001";
+
+// Another who looks at a device holds it for a moment, too.
+constexpr int claims = 4;
+constexpr useconds_t claimPause = 20'000;  // microseconds
+
 std::string_view headOf(const ImageFacts& facts) { return {facts.head.data(), facts.head.size()}; }
 
 using Right = std::optional<rt::String>;
 
-Right formatRight(std::string_view head) {
-  const std::string_view format = guest::formatOfHead(head);
-  if (format == "qcow2") {
-    const auto right = guest::qcow2Right(head);
-    return right ? Right(*right) : std::nullopt;
-  }
-  if (format == "raw") return std::nullopt;
-  return "must be raw, ISO or qcow2; this is " + rt::String(format) +
-         ": convert it (qemu-img convert)";
-}
-
-Right imageRight(const ImageFacts& facts) {
+Right accessRight(const ImageFacts& facts) {
   if (facts.error == ETIMEDOUT)
     return "must answer within " + rt::toText(static_cast<int>(imagePatience.value())) +
            " s: its file system does not";
@@ -38,7 +35,24 @@ Right imageRight(const ImageFacts& facts) {
   if (facts.size < smallestImage)
     return "must have at least " + rt::toText(smallestImage) + " bytes; it has " +
            rt::toText(facts.size);
-  return formatRight(headOf(facts));
+  return std::nullopt;
+}
+
+std::optional<rt::Problem> problem(const rt::String& path, const Right& right) {
+  return right ? std::optional(rt::Problem{"diskImage", path, *right}) : std::nullopt;
+}
+
+// A block device is claimed, as who mounts it does; -1 with EBUSY when somebody has.
+int openToRead(const rt::String& path, ImageFacts::Kind kind) {
+  constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  if (kind == ImageFacts::Kind::regular) return open(path.charPtr(), flags);
+  int fd = -1;
+  for (int i = 0; i < claims; ++i) {
+    if (i > 0) usleep(claimPause);
+    fd = open(path.charPtr(), flags | O_EXCL);
+    if (fd >= 0 || errno != EBUSY) break;
+  }
+  return fd;
 }
 
 // Reads the facts of an open file; an errno when that fails.
@@ -46,7 +60,12 @@ int readFacts(int fd, ImageFacts& facts) {
   const off_t size = lseek(fd, 0, SEEK_END);  // stat() knows no block device's
   if (size < 0) return errno;
   facts.size = static_cast<uint64_t>(size);
-  return pread(fd, facts.head.data(), facts.head.size(), 0) < 0 ? errno : 0;
+  if (pread(fd, facts.head.data(), facts.head.size(), 0) < 0) return errno;
+  char magic[cdMagic.size()];
+  const ssize_t count = pread(fd, magic, sizeof magic, cdMagicAt);
+  if (count < 0) return errno;
+  facts.isCd = std::string_view(magic, static_cast<size_t>(count)) == cdMagic;
+  return 0;
 }
 
 }  // namespace
@@ -62,22 +81,54 @@ ImageFacts imageFacts(const rt::String& path) {
   struct stat status {};
   if (stat(path.charPtr(), &status) != 0) return unreadable(errno);
   ImageFacts facts;
-  if (S_ISREG(status.st_mode))
+  if (S_ISREG(status.st_mode)) {
     facts.kind = ImageFacts::Kind::regular;
-  else if (S_ISBLK(status.st_mode))
+    facts.file = {status.st_dev, status.st_ino};
+  } else if (S_ISBLK(status.st_mode)) {
     facts.kind = ImageFacts::Kind::blockDevice;
-  else
+    facts.file = {status.st_rdev, 0};
+  } else {
     return facts;
-  const int fd = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  }
+  int fd = openToRead(path, facts.kind);
+  if (fd < 0 && errno == EBUSY) {
+    facts.isInUse = true;
+    fd = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  }
   if (fd < 0) return unreadable(errno);
   const int error = readFacts(fd, facts);
   close(fd);
   return error == 0 ? facts : unreadable(error);
 }
 
+std::optional<rt::Problem> accessProblem(const rt::String& path, const ImageFacts& facts) {
+  return problem(path, accessRight(facts));
+}
+
+std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts,
+                                        guest::ImageFormat format) {
+  if (auto found = accessProblem(path, facts)) return found;
+  if (format == guest::ImageFormat::raw) return std::nullopt;
+  const auto right = guest::qcow2Right(headOf(facts));
+  return problem(path, right ? Right(*right) : std::nullopt);
+}
+
 std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts) {
-  const Right right = imageRight(facts);
-  return right ? std::optional(rt::Problem{"diskImage", path, *right}) : std::nullopt;
+  if (auto found = accessProblem(path, facts)) return found;
+  const std::string_view name = guest::formatOfHead(headOf(facts));
+  if (const auto format = guest::imageFormatFrom(name)) return imageProblem(path, facts, *format);
+  return problem(path, "must be raw, ISO or qcow2; this is " + rt::String(name) +
+                           ": convert it (qemu-img convert)");
+}
+
+guest::ImageFormat detectedFormat(const ImageFacts& facts) {
+  return guest::imageFormatFrom(guest::formatOfHead(headOf(facts)))
+      .value_or(guest::ImageFormat::raw);
+}
+
+rt::String otherFormat(const ImageFacts& facts, guest::ImageFormat format) {
+  const std::string_view name = guest::formatOfHead(headOf(facts));
+  return name == guest::textOf(format) ? rt::String() : rt::String(name);
 }
 
 }  // namespace edge

@@ -132,6 +132,41 @@ TEST(DiskImage, IsOfNoOtherFormat) {
   EXPECT_EQ(starting(1, "KDMV"), "") << "anything else is a raw disk";
 }
 
+// What is opened as the format that it has by word.
+
+TEST(DiskImage, OpenedAsRawMayBeginAsAnything) {
+  for (const ImageFacts& facts : {with(qcow2(3), 15, 1), qcow2(1), file()})
+    EXPECT_EQ(imageProblem("/i", facts, guest::ImageFormat::raw), std::nullopt);
+}
+
+TEST(DiskImage, OpenedAsQcow2BeginsAsQcow2AndNeedsNoSecondFile) {
+  EXPECT_EQ(imageProblem("/i", qcow2(3), guest::ImageFormat::qcow2), std::nullopt);
+  EXPECT_EQ(imageProblem("/i", file(), guest::ImageFormat::qcow2)->right,
+            "must be qcow2, and does not begin as qcow2 does");
+  EXPECT_THAT(imageProblem("/i", with(qcow2(3), 15, 1), guest::ImageFormat::qcow2)->right.str(),
+              HasSubstr("has a backing file"));
+}
+
+TEST(DiskImage, OfWhateverFormatMustBeReadableFirst) {
+  for (const auto format : {guest::ImageFormat::raw, guest::ImageFormat::qcow2})
+    EXPECT_THAT(imageProblem("/i", unreadable(EACCES), format)->right.str(),
+                HasSubstr("Permission denied"));
+}
+
+TEST(DiskImage, IsDetectedByItsFirstBytes) {
+  EXPECT_EQ(detectedFormat(qcow2(2)), guest::ImageFormat::qcow2);
+  EXPECT_EQ(detectedFormat(file()), guest::ImageFormat::raw);
+}
+
+TEST(DiskImage, MayBeginAsAnotherFormatThanItHas) {
+  EXPECT_EQ(otherFormat(file(), guest::ImageFormat::raw), "");
+  EXPECT_EQ(otherFormat(qcow2(3), guest::ImageFormat::qcow2), "");
+  EXPECT_EQ(otherFormat(qcow2(3), guest::ImageFormat::raw), "qcow2");
+  ImageFacts vmdk = file();
+  write(vmdk, 0, "KDMV");
+  EXPECT_EQ(otherFormat(vmdk, guest::ImageFormat::raw), "VMDK");
+}
+
 // What is seen of files.
 
 class DiskImageFacts : public testing::Test {
@@ -178,6 +213,26 @@ TEST_F(DiskImageFacts, OfWhatIsNotThereAreTheReason) {
 TEST_F(DiskImageFacts, OfALinkAreThoseOfItsFile) {
   std::filesystem::create_symlink(fileOf("abc").str(), path("link").str());
   EXPECT_EQ(imageFacts(path("link")).size, 3U);
+}
+
+TEST_F(DiskImageFacts, AreThoseOfOneFileWhateverItsName) {
+  const rt::String image = fileOf("abc");
+  std::filesystem::create_symlink(image.str(), path("link").str());
+  std::filesystem::create_hard_link(image.str(), path("second").str());
+  const FileId file = imageFacts(image).file;
+  EXPECT_NE(file, FileId());
+  EXPECT_EQ(imageFacts(path("link")).file, file);
+  EXPECT_EQ(imageFacts(path("second")).file, file);
+  std::ofstream(path("other").str()) << "abc";
+  EXPECT_NE(imageFacts(path("other")).file, file);
+}
+
+TEST_F(DiskImageFacts, TellACdFromADisk) {
+  std::string bytes(smallestImage, '\0');
+  EXPECT_FALSE(imageFacts(fileOf(bytes)).isCd);
+  bytes.replace(32769, 5, "CD001");
+  EXPECT_TRUE(imageFacts(fileOf(bytes)).isCd);
+  EXPECT_FALSE(imageFacts(fileOf(bytes.substr(0, 32773))).isCd);
 }
 
 TEST_F(DiskImageFacts, OfAFolderAFifoOrACharacterDeviceAreThatItIsNone) {

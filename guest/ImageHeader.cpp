@@ -1,7 +1,5 @@
 #include "guest/ImageHeader.h"
 
-#include <cstdint>
-
 namespace guest {
 
 namespace {
@@ -42,6 +40,16 @@ uint64_t number(std::string_view head, size_t at, size_t bytes) {
 }
 
 }  // namespace
+
+std::string_view textOf(ImageFormat format) {
+  return format == ImageFormat::qcow2 ? "qcow2" : "raw";
+}
+
+std::optional<ImageFormat> imageFormatFrom(std::string_view text) {
+  if (text == "raw") return ImageFormat::raw;
+  if (text == "qcow2") return ImageFormat::qcow2;
+  return std::nullopt;
+}
 
 std::string_view formatOfHead(std::string_view head) {
   for (const Format& format : formats)

@@ -5,14 +5,22 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace guest {
 
+// What QEMU may be told that an image is.
+enum class ImageFormat : uint8_t { raw, qcow2 };
+
 // So many of an image's first bytes are looked at; zeros stand behind the end of a shorter one.
 constexpr size_t imageHeadSize = 104;
+
+// "raw" or "qcow2", and back; nothing for any other text.
+std::string_view textOf(ImageFormat format);
+std::optional<ImageFormat> imageFormatFrom(std::string_view text);
 
 // The name of the format that such a head belongs to: "raw" or "qcow2", or one that is not taken,
 // such as "VMDK". What is of no format that is known here is raw.

@@ -25,6 +25,13 @@ std::string with(std::string head, size_t offset, char byte) {
   return head;
 }
 
+TEST(ImageFormat, IsItsNameAndBack) {
+  for (const ImageFormat format : {ImageFormat::raw, ImageFormat::qcow2})
+    EXPECT_THAT(imageFormatFrom(textOf(format)), Optional(format));
+  for (const char* const text : {"", "RAW", "qcow", "vmdk", "raw "})
+    EXPECT_EQ(imageFormatFrom(text), std::nullopt) << text;
+}
+
 TEST(ImageHead, TellsItsFormat) {
   EXPECT_EQ(formatOfHead(qcow2(3)), "qcow2");
   EXPECT_EQ(formatOfHead(at(0, "KDMV")), "VMDK");
