@@ -21,6 +21,7 @@
 #include "host/guests/GuestMark.h"
 #include "host/guests/GuestProblems.h"
 #include "host/guests/ImageLooks.h"
+#include "host/guests/Images.h"
 #include "host/guests/Prompter.h"
 #include "host/guests/ShimClient.h"
 #include "host/guests/Survivors.h"
@@ -79,13 +80,6 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
   return entries;
 }
 
-ImageVerdict judge(const rt::String& path, const std::optional<edge::ImageFacts>& facts) {
-  if (!facts) return {.kind = ImageVerdict::Kind::awaited};
-  const auto problem = edge::imageProblem(path, *facts);
-  if (problem) return {.kind = ImageVerdict::Kind::refused, .problem = problem->text()};
-  return {};
-}
-
 }  // namespace
 
 class Daemon::Parts {
@@ -98,6 +92,7 @@ class Daemon::Parts {
   void readStatusOfBefore();
   void startAgent();
   void startFeeds();
+  void startImages();
   void endOrphans();
   void handleStart(const VmStart& start) const;
   void handleTakeUp(const rt::String& vm);
@@ -137,7 +132,9 @@ class Daemon::Parts {
   InterfaceNames::Ptr interfaces_;
   CardHealer::Ptr cardHealer_;
   KernelLinks::Ptr kernelLinks_;
+  ImageRows imageRows_{db_};
   ImageLooks::Ptr imageLooks_;
+  std::unique_ptr<Images> images_;
   VmSupervisor::Ptr supervisor_;
   Prompter::Ptr prompter_;
   Survivors::Ptr survivors_;
@@ -236,11 +233,7 @@ void Daemon::Parts::startFeeds() {
                                                        .traces = traces_,
                                                        .taps = taps},
                                      clock);
-  imageLooks_ = rt::make<ImageLooks>(
-      ImageLooks::Tools{
-          .look = edge::imageFacts,
-          .answered = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); }},
-      clock);
+  startImages();
   supervisor_ = rt::make<VmSupervisor>(
       KeeperTools{.agent = root_,
                   .config = records_.config,
@@ -249,11 +242,8 @@ void Daemon::Parts::startFeeds() {
                   .problems = problems_,
                   .traces = traces_,
                   .cards = *cardHealer_,
-                  .judgeImage =
-                      [this](const ImageQuestion& question) {
-                        return judge(question.path, imageLooks_->facts(question.vm, question.path));
-                      },
-                  .imageReleased = [this](const rt::String& vm) { imageLooks_->forget(vm); },
+                  .judgeImage = [this](const auto& question) { return images_->judge(question); },
+                  .imageReleased = [this](const rt::String& vm) { images_->release(vm); },
                   .lastError =
                       [this](const rt::String& vm) {
                         return firstLine(vmsDirectory() + "/" + vm, "last-error");
@@ -295,6 +285,8 @@ void Daemon::Parts::startFeeds() {
           .restartIs = [this](const auto& vm, auto number) { supervisor_->restartIs(vm, number); },
           .restartIsPast = [this](const auto& vm,
                                   auto number) { supervisor_->restartIsPast(vm, number); },
+          .imageIs = [this](const auto& vm, const auto& row) { images_->rowIs(vm, row); },
+          .imageIsLost = [this](const auto& vm) { images_->rowIsLost(vm); },
           .rowIs =
               [this](const rt::String& vm, const VmRow* row) {
                 earlierGuests_->handleRow(vm);
@@ -307,7 +299,7 @@ void Daemon::Parts::startFeeds() {
               }},
       edge::machineLimits(), before_);
   configFeed_ = rt::make<ConfigFeed>(
-      db_, std::vector<rt::String>{"interface", "vmIntent", "vmConfig"},
+      db_, std::vector<rt::String>{"interface", "vmImage", "vmIntent", "vmConfig"},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
   endOrphans();
   if (hasShim()) {
@@ -320,6 +312,19 @@ void Daemon::Parts::startFeeds() {
   kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_,
                                        [this] { cardHealer_->devicesChanged(); });
   janitor_->sweep();
+}
+
+void Daemon::Parts::startImages() {
+  const auto known = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); };
+  imageLooks_ = rt::make<ImageLooks>(ImageLooks::Tools{.look = edge::imageFacts, .answered = known},
+                                     manager_.clock());
+  images_ = std::make_unique<Images>(
+      Images::Tools{
+          .look = [this](const auto& vm, const auto& path) { return imageLooks_->facts(vm, path); },
+          .forget = [this](const rt::String& vm) { imageLooks_->forget(vm); },
+          .known = known,
+          .formats = hasShim() ? Images::Formats::told : Images::Formats::guessed},
+      imageRows_);
 }
 
 void Daemon::Parts::endOrphans() {

@@ -86,7 +86,9 @@ int run(const host::Options& options) {
     host::ChildEnvironment environment(childEnvironment(options));
     host::Daemon daemon(options, traces, [&](const host::VmStart& start) {
       if (shim) shim->restore();
-      environment.extraIs(host::variablesOf(start.row));
+      auto extra = host::variablesOf(start.row);
+      extra.emplace_back("VMAGENT_IMAGE_FORMAT", start.imageFormat);
+      environment.extraIs(extra);
     });
     daemon.run(tellReady(standardError));
     return endedBySignal;

@@ -20,6 +20,8 @@ void Configuration::take(const std::vector<statedb::Change>& changes,
   for (const auto& change : changes) {
     if (change.record.table == "interface") {
       failures.run([&] { takeInterface(change); });
+    } else if (change.record.table == "vmImage") {
+      takeImage(change);
     } else if (change.record.table == "vmIntent") {
       takeIntent(change, change.proof == Proof::comparison && !goesOn);
       intents.insert(change.record.key);
@@ -42,6 +44,13 @@ void Configuration::takeInterface(const statedb::Change& change) {
   report("interface " + id +
          ": its row is lost with the configuration before; it stays what it was until it is set or "
          "vmagentd is restarted");
+}
+
+void Configuration::takeImage(const statedb::Change& change) {
+  const rt::String& vm = change.record.key;
+  if (change.op == Op::put) return takers_.imageIs(vm, change.record);
+  if (change.proof == Proof::history) return takers_.imageIs(vm, std::nullopt);
+  takers_.imageIsLost(vm);
 }
 
 void Configuration::takeIntent(const statedb::Change& change, bool isPast) {

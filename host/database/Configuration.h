@@ -18,6 +18,7 @@ namespace host {
 //   vmConfig           | see VmRows
 //   interface          | what it was: guests are on it
 //   vmIntent           | what it was; the numbers of a store that took its place ask for nothing
+//   vmImage            | what it was: the guest may have written into its disk by now
 //
 // Owned by the daemon.
 class Configuration {
@@ -28,6 +29,9 @@ class Configuration {
     std::function<void(const rt::String& vm, uint64_t number)> restartIs;
     // All restarts up to that number were asked for before this daemon's time, or elsewhere.
     std::function<void(const rt::String& vm, uint64_t number)> restartIsPast;
+    // What the VM's disk image is opened as. Before the VM's own row.
+    std::function<void(const rt::String& vm, const std::optional<statedb::Record>& row)> imageIs;
+    std::function<void(const rt::String& vm)> imageIsLost;
     // The VM's row is another now.
     std::function<void(const rt::String& vm, const VmRow* row)> rowIs;
     // An operator gave that guest of the VM's up; empty: none. When all rows are known.
@@ -47,6 +51,7 @@ class Configuration {
 
  private:
   void takeInterface(const statedb::Change& change);
+  void takeImage(const statedb::Change& change);
   void takeIntent(const statedb::Change& change, bool isPast);
 
   const Takers takers_;

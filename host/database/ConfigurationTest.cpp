@@ -56,6 +56,12 @@ class ConfigurationTest : public testing::Test {
            [this](const rt::String& vm, uint64_t number) {
              effects.push_back("past " + vm.str() + text(number));
            },
+       .imageIs =
+           [this](const rt::String& vm, const std::optional<statedb::Record>& row) {
+             effects.push_back("image " + vm.str() + " " + (row ? row->doc.str() : "none"));
+           },
+       .imageIsLost =
+           [this](const rt::String& vm) { effects.push_back("image " + vm.str() + " lost"); },
        .rowIs =
            [this](const rt::String& vm, const VmRow* row) {
              effects.push_back("row " + vm.str() +
@@ -87,6 +93,13 @@ TEST_F(ConfigurationTest, IsHandedOnAndWhoIsGivenUpIsToldWhenAllRowsAreKnown) {
       take({del("vmIntent", "web1"), del("vmConfig", "web1"), del("interface", "Vlan1")}, next),
       ElementsAre("restart web1 0", "interface Vlan1 none", "row web1 none", "given up web1 "));
   EXPECT_FALSE(configuration.isGivenUp("web1", "4711.88"));
+}
+
+TEST_F(ConfigurationTest, SaysWhatADiskImageIsBeforeItsVmIsKnown) {
+  EXPECT_THAT(take({put("vmConfig", "web1", "{}"), put("vmImage", "web1", "{}")}, next),
+              ElementsAre("image web1 {}", "row web1 1"));
+  EXPECT_THAT(take({del("vmImage", "web1")}, next), ElementsAre("image web1 none"));
+  EXPECT_THAT(take({lost("vmImage", "web1")}, {"s2", 1, "h2"}), ElementsAre("image web1 lost"));
 }
 
 TEST_F(ConfigurationTest, KeepsWhatIsLost) {

@@ -34,6 +34,10 @@ class DaemonImages : public DaemonFixture {
   bool hasProblem(const std::string& name, const std::string& text) const {
     return world.hasRow("vmProblem", name, text);
   }
+  static void makeDisk(const std::string& path) {
+    std::ofstream(path) << "";
+    fs::resize_file(path, 40000);
+  }
   // Until the daemon has taken up a change, in seconds; measured a few times, the longest.
   double delay() const {
     double longest = 0;
@@ -119,6 +123,46 @@ TEST_F(DaemonImages, ThatNobodyAnswersForHoldNoOperatorUpForLong) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
   EXPECT_EQ(added.status, 0);
   EXPECT_THAT(added.err, HasSubstr("must answer within 5 s: its file system does not"));
+}
+
+// What images are opened as, and by whom.
+
+TEST_F(DaemonImages, AreWhatTheyBeganAsWhenTheyWereFirstStartedFrom) {
+  makeDisk("/var/run/disk");
+  world.start();
+  want("web1", "/var/run/disk");
+  ASSERT_TRUE(waitUntil([&] { return isOn("web1"); }));
+  EXPECT_EQ(world.row("vmImage", "web1"), R"({"diskImage":"/var/run/disk","format":"raw"})");
+  const std::string told =
+      contentOf("/proc/" + std::to_string(world.guests("web1").at(0)) + "/environ");
+  EXPECT_THAT(told, HasSubstr("VMAGENT_IMAGE_FORMAT=raw"));
+}
+
+TEST_F(DaemonImages, WhoseRowIsNotValidAreNotStartedFromUntilItIs) {
+  makeDisk("/var/run/disk");
+  world.start();
+  world.write("vmImage", "web1", R"({"diskImage":"/var/run/disk","format":"vmdk"})");
+  want("web1", "/var/run/disk");
+  EXPECT_TRUE(waitUntil([&] { return hasProblem("web1", "must be raw or qcow2"); }));
+  EXPECT_THAT(world.guests("web1"), IsEmpty());
+  world.write("vmImage", "web1", R"({"diskImage":"/var/run/disk","format":"raw"})");
+  EXPECT_TRUE(waitUntil([&] { return isOn("web1"); }));
+}
+
+TEST_F(DaemonImages, OfAVmAreNoOtherVmsUntilItIsOff) {
+  makeDisk("/var/run/disk");
+  fs::create_symlink("/var/run/disk", "/var/run/other-name");
+  world.start();
+  want("first", "/var/run/disk");
+  ASSERT_TRUE(waitUntil([&] { return isOn("first"); }));
+  want("second", "/var/run/other-name");
+  EXPECT_TRUE(waitUntil([&] { return hasProblem("second", "VM 'first' has it"); }));
+  EXPECT_THAT(world.guests("second"), IsEmpty());
+  world.ctl({"restart", "first", "--wait"});
+  EXPECT_THAT(world.guests("second"), IsEmpty()) << "who has it keeps it";
+  world.ctl({"disable", "first", "--wait"});
+  EXPECT_TRUE(waitUntil([&] { return isOn("second"); }));
+  EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "second").empty(); }));
 }
 
 }  // namespace

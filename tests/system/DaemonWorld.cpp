@@ -100,8 +100,10 @@ bool waitUntil(const std::function<bool()>& holds, double seconds) {
 
 DaemonWorld::DaemonWorld() {
   fs::create_directories(stateDir);
-  std::ofstream(image) << "";
-  fs::resize_file(image, 40000);
+  // A CD, which any number of VMs may have.
+  std::ofstream file(image, std::ios::binary);
+  file.seekp(32769);
+  file << "CD001" << std::string(8000, '\0');
 }
 
 DaemonWorld::~DaemonWorld() {
