@@ -9,23 +9,39 @@ namespace {
 constexpr std::string_view sandbox =
     "on,obsolete=deny,elevateprivileges=deny,spawn=deny,resourcecontrol=deny";
 
-// The value of `key` in "a,key=value,b=…", where a doubled comma stands for one.
-std::optional<std::string> property(std::string_view text, std::string_view key) {
-  size_t at = 0;
-  while (at < text.size()) {
-    std::string part;
-    for (; at < text.size(); ++at) {
-      if (text[at] == ',') {
-        if (at + 1 == text.size() || text[at + 1] != ',') break;
-        ++at;
-      }
-      part += text[at];
-    }
-    ++at;
-    if (part.size() > key.size() && part.starts_with(key) && part[key.size()] == '=')
-      return part.substr(key.size() + 1);
+// Where in "a,key=value,b=…" the part of that key stands, as it is written.
+std::string_view partOf(std::string_view text, std::string_view key) {
+  size_t begin = 0;
+  while (begin < text.size()) {
+    size_t end = text.find(',', begin);
+    // A doubled comma stands for one.
+    while (end != std::string_view::npos && text.substr(end + 1).starts_with(','))
+      end = text.find(',', end + 2);
+    const std::string_view part = text.substr(begin, end - begin);
+    if (part.size() > key.size() && part.starts_with(key) && part[key.size()] == '=') return part;
+    if (end == std::string_view::npos) break;
+    begin = end + 1;
   }
-  return std::nullopt;
+  return {};
+}
+
+// The value of the key.
+std::optional<std::string> property(std::string_view text, std::string_view key) {
+  const std::string_view part = partOf(text, key);
+  if (part.empty()) return std::nullopt;
+  std::string value;
+  for (size_t at = key.size() + 1; at < part.size(); ++at) {
+    value += part[at];
+    if (part[at] == ',') ++at;
+  }
+  return value;
+}
+
+// The text with another part in the place of the key's.
+std::string with(std::string_view text, std::string_view key, const std::string& part) {
+  const std::string_view old = partOf(text, key);
+  const auto at = static_cast<size_t>(old.data() - text.data());
+  return std::string(text.substr(0, at)) + part + std::string(text.substr(at + old.size()));
 }
 
 // One option as it is written, with its value where it is one of those that are looked at.
@@ -63,6 +79,16 @@ bool isSerialLine(std::string_view chardev) {
 
 bool isDriveWithoutFormat(std::string_view value) {
   return property(value, "file") && !property(value, "format");
+}
+
+// Whether the drive is a CD's.
+bool isOfCd(const std::vector<Option>& options, std::string_view drive) {
+  const auto id = property(drive, "id");
+  return id && std::any_of(options.begin(), options.end(), [&](const Option& option) {
+           const std::string_view value = option.value.value_or("");
+           return option.name == "-device" && value.starts_with("ide-cd,") &&
+                  property(value, "drive") == id;
+         });
 }
 
 bool isCardWithoutBackend(std::string_view value) {
@@ -149,13 +175,13 @@ class Rewriter {
       return;
     }
     if (option.name == "-device" && isCardWithoutBackend(*option.value)) return addCard(option);
+    if (option.name == "-drive" && isDriveWithoutFormat(*option.value)) return addDrive(option);
     if (option.name == "-sandbox") sandboxed_ = true;
     add(option.written, valueOf(option));
   }
 
   std::string valueOf(const Option& option) const {
     const std::string_view value = *option.value;
-    if (option.name == "-drive") return drive(value);
     if (option.name == "-vnc") return listeningOn(policy_.vncListen, value);
     if (option.name == "-chardev" && isMonitor(value))
       return "socket,id=monitor,fd=" + std::to_string(monitorDescriptor);
@@ -174,11 +200,17 @@ class Rewriter {
     new_.push_back(std::move(value));
   }
 
-  std::string drive(std::string_view value) const {
-    if (!isDriveWithoutFormat(value)) return std::string(value);
-    const auto format = facts_.formats.find(*property(value, "file"));
-    return std::string(value) +
-           ",format=" + (format == facts_.formats.end() ? "raw" : format->second);
+  void addDrive(const Option& option) {
+    const std::string_view value = *option.value;
+    const auto file = facts_.images.find(*property(value, "file"));
+    if (file == facts_.images.end()) return add(option.written, std::string(value) + ",format=raw");
+    const auto& [set, descriptors, format, isBlockDevice] = file->second;
+    for (const int number : descriptors)
+      add("-add-fd", "fd=" + std::to_string(number) + ",set=" + std::to_string(set));
+    // QEMU tells a block device by its path, which this is not.
+    const std::string name =
+        (isBlockDevice ? "file.driver=host_device,file.filename=" : "file=") + fdSetName(set);
+    add(option.written, with(value, "file", name) + ",format=" + format);
   }
 
   // Without a backend, a card can be given one later only by way of a hub.
@@ -198,12 +230,15 @@ class Rewriter {
 
 }  // namespace
 
+std::string fdSetName(int set) { return "/dev/fdset/" + std::to_string(set); }
+
 std::string hubPortId(std::string_view peerId) { return "hub-" + std::string(peerId); }
 
 CommandLine readCommandLine(std::vector<std::string> arguments) {
   CommandLine line;
   line.arguments = std::move(arguments);
-  for (const Option& option : optionsOf(line.arguments)) {
+  const std::vector<Option> options = optionsOf(line.arguments);
+  for (const Option& option : options) {
     const bool isCard =
         option.value && option.name == "-device" && isCardWithoutBackend(*option.value);
     if (const std::string setting = isCard ? "" : settingOf(option); !setting.empty())
@@ -215,7 +250,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
     if (option.name == "-chardev" && isMonitor(value))
       line.monitorPath = property(value, "path").value_or("");
     if (option.name == "-drive" && isDriveWithoutFormat(value))
-      line.images.push_back(*property(value, "file"));
+      line.drives.push_back({*property(value, "file"), isOfCd(options, value)});
     if (isCard) line.cards.push_back(cardFrom(value));
     if (option.name == "-vnc") line.hasScreen = colonOf(value) != std::string_view::npos;
   }

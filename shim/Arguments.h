@@ -27,20 +27,32 @@ struct Policy {
   std::string vncListen;
 };
 
+// A disk image as QEMU finds it: open.
+struct DriveFile {
+  int set = 0;                   // of descriptors
+  std::vector<int> descriptors;  // of that set; their numbers in QEMU
+  // "raw" or "qcow2". QEMU, told none, would guess, and a guest could write a header that makes it
+  // guess wrong.
+  std::string format = "raw";
+  bool isBlockDevice = false;
+};
+
 struct Facts {
   // Whether /dev/kvm opens and the CPU can run guests. Both, for a /dev/kvm that opens may still
   // run no guest, and QEMU does not fall back by itself.
   bool kvmUsable = false;
-  // The format of each disk image, "raw" or "qcow2", by its path. QEMU, told none, would guess, and
-  // a guest could write a header that makes it guess wrong.
-  std::map<std::string, std::string> formats;
+  // The disk images by their paths. One that is not among them keeps its path, and is raw.
+  std::map<std::string, DriveFile> images;
 };
 
 // Where QEMU finds what it inherits.
 inline constexpr int monitorDescriptor = 3;
 inline constexpr int serialDescriptor = 4;
 inline constexpr int lockDescriptor = 5;
-inline constexpr int firstUnusedDescriptor = 6;
+inline constexpr int firstImageDescriptor = 6;  // and the rest of them behind it
+
+// The name that QEMU knows a set of descriptors by.
+std::string fdSetName(int set);
 
 // The ids of our ends of a hub: the card's, and that of the backend it is bound to.
 std::string hubPortId(std::string_view peerId);
@@ -51,14 +63,20 @@ struct Card {
   std::string model;
 };
 
+// A disk image that QEMU is to have.
+struct Drive {
+  std::string path;
+  bool isCd = false;  // it is only read then
+};
+
 // A command line after one look at it.
 struct CommandLine {
   std::vector<std::string> arguments;  // without the program's name
   std::string name;                    // of the VM
   std::string monitorPath;
-  std::vector<std::string> images;  // the paths of the disk images without a format
-  std::vector<Card> cards;          // those without a backend; the index is their hub
-  bool hasScreen = false;           // one that is served at an address
+  std::vector<Drive> drives;  // those without a format
+  std::vector<Card> cards;    // those without a backend; the index is their hub
+  bool hasScreen = false;     // one that is served at an address
   // All the rest, by what an operator knows it as.
   std::map<std::string, std::string> settings;
 };

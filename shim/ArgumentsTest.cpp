@@ -80,11 +80,29 @@ TEST(Arguments, ForACdDifferOnlyInTheDrive) {
                         "-device ide-cd,drive=ide-drive0,bus=ide.0,unit=0 -sandbox "));
 }
 
-TEST(Arguments, NameTheFormatOfEachImage) {
+TEST(Arguments, GiveEachImageAsDescriptorsAndWithItsFormat) {
   Facts facts;
-  facts.formats = {{"/images/web.img", "qcow2"}};
+  facts.images = {{"/images/web.img", {1, {6, 7}, "qcow2"}}, {"/second", {2, {8}, "raw"}}};
+  EXPECT_THAT(rewritten(agentLine() + " -drive if=none,file=/second,id=x", facts),
+              AllOf(HasSubstr(" -add-fd fd=6,set=1 -add-fd fd=7,set=1 "
+                              "-drive file=/dev/fdset/1,if=none,id=ide-drive0,format=qcow2 "),
+                    HasSubstr(" -add-fd fd=8,set=2 "
+                              "-drive if=none,file=/dev/fdset/2,id=x,format=raw "),
+                    Not(HasSubstr("/images")), Not(HasSubstr("/second"))));
+}
+
+TEST(Arguments, NameTheKindOfABlockDevice) {
+  Facts facts;
+  facts.images = {{"/images/web.img", {1, {6, 7}, "raw", true}}};
   EXPECT_THAT(rewritten(agentLine(), facts),
-              HasSubstr("-drive file=/images/web.img,if=none,id=ide-drive0,format=qcow2 "));
+              HasSubstr("-drive file.driver=host_device,file.filename=/dev/fdset/1,if=none,"));
+}
+
+TEST(Arguments, OfAnImageThatIsNotOpenedAreNeverAnythingButRaw) {
+  Facts facts;
+  facts.images = {{"/other", {1, {6}, "qcow2"}}};
+  EXPECT_THAT(rewritten(agentLine(), facts),
+              HasSubstr("-drive file=/images/web.img,if=none,id=ide-drive0,format=raw "));
 }
 
 TEST(Arguments, KeepAFormatThatIsGiven) {
@@ -98,11 +116,26 @@ TEST(Arguments, LeaveADriveWithoutAFileAlone) {
 TEST(Arguments, TakeADoubledCommaForPartOfAPath) {
   const CommandLine line = readCommandLine(
       words("-name g -chardev socket,id=monitor,path=/m -drive file=/a,,b,if=none"));
-  EXPECT_THAT(line.images, ElementsAre("/a,b"));
+  ASSERT_EQ(line.drives.size(), 1U);
+  EXPECT_EQ(line.drives[0].path, "/a,b");
   Facts facts;
-  facts.formats = {{"/a,b", "qcow2"}};
+  facts.images = {{"/a,b", {1, {6}, "qcow2"}}};
   EXPECT_THAT(joined(rewrittenArguments(line, facts, {})),
-              HasSubstr("-drive file=/a,,b,if=none,format=qcow2"));
+              HasSubstr("-drive file=/dev/fdset/1,if=none,format=qcow2"));
+}
+
+TEST(Arguments, TellADiskFromACd) {
+  const auto isCd = [](const std::string& drive) {
+    return readCommandLine(words(agentLine("-nographic", drive))).drives.at(0).isCd;
+  };
+  EXPECT_FALSE(isCd("hd"));
+  EXPECT_TRUE(isCd("cd"));
+  const std::string head = "-name g -chardev socket,id=monitor,path=/m ";
+  const CommandLine line = readCommandLine(
+      words(head + "-device ide-cd,drive=b -drive file=/a,id=a -drive file=/b,id=b"));
+  ASSERT_EQ(line.drives.size(), 2U);
+  EXPECT_FALSE(line.drives[0].isCd);
+  EXPECT_TRUE(line.drives[1].isCd);
 }
 
 // Cards.
@@ -257,7 +290,8 @@ TEST(Arguments, TellTheNameAndTheMonitorsPath) {
   const CommandLine line = readCommandLine(words(agentLine()));
   EXPECT_EQ(line.name, "guest0");
   EXPECT_EQ(line.monitorPath, "/var/run/guest0.monitor");
-  EXPECT_THAT(line.images, ElementsAre("/images/web.img"));
+  ASSERT_EQ(line.drives.size(), 1U);
+  EXPECT_EQ(line.drives[0].path, "/images/web.img");
 }
 
 TEST(Arguments, WithoutANameAreRefused) {

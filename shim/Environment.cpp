@@ -11,7 +11,6 @@ namespace shim {
 
 namespace {
 
-constexpr std::string_view qcowMagic = "QFI\xfb";
 constexpr int longestStopTimeout = 24 * 3600;
 
 std::string valueOf(const std::function<const char*(const char*)>& get, const char* name,
@@ -33,6 +32,12 @@ Duration secondsFrom(const std::string& text) {
 Acceleration accelerationFrom(const std::string& text) {
   if (const auto value = accelerationFromText(text)) return *value;
   throw ArgumentError("VMAGENT_ACCEL: '" + text + "' is refused: it must be auto, kvm or tcg");
+}
+
+std::optional<guest::ImageFormat> imageFormatFrom(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  if (const auto format = guest::imageFormatFrom(text)) return format;
+  throw ArgumentError("VMAGENT_IMAGE_FORMAT: '" + text + "' is refused: it must be raw or qcow2");
 }
 
 // The first bytes of a file, at most `size`; none when it cannot be read.
@@ -64,23 +69,16 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
   environment.runDir = valueOf(get, "VMAGENT_RUN_DIR", environment.runDir);
   environment.policy.vncListen = valueOf(get, "VMAGENT_VNC_LISTEN", environment.policy.vncListen);
   environment.policy.acceleration = accelerationFrom(valueOf(get, "VMAGENT_ACCEL", "auto"));
+  environment.imageFormat = imageFormatFrom(valueOf(get, "VMAGENT_IMAGE_FORMAT", ""));
   environment.stopTimeout = secondsFrom(valueOf(get, "VMAGENT_STOP_TIMEOUT", "15"));
   return environment;
 }
 
-Facts gatherFacts(const CommandLine& line) {
+bool isKvmUsable() {
   // The flags of the first CPU; the others' are the same.
   constexpr size_t cpuinfoSize = 16 * 1024;
-  Facts facts;
-  for (const std::string& image : line.images)
-    facts.formats[image] = imageFormat(headOf(image, qcowMagic.size()));
   const Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
-  facts.kvmUsable = kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
-  return facts;
-}
-
-std::string imageFormat(std::string_view head) {
-  return head.starts_with(qcowMagic) ? "qcow2" : "raw";
+  return kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
 }
 
 bool canRunGuests(std::string_view cpuinfo) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "guest/ImageHeader.h"
 #include "shim/Arguments.h"
 #include "shim/Time.h"
 
@@ -14,6 +16,8 @@ struct Environment {
   std::string qemu = "/usr/libexec/vmagent-qemu";  // VMAGENT_QEMU
   std::string runDir = "/run/vmagent";             // VMAGENT_RUN_DIR
   Policy policy;                                   // VMAGENT_ACCEL, VMAGENT_VNC_LISTEN
+  // VMAGENT_IMAGE_FORMAT: what the disk image is, as the daemon says; nothing: it says nothing.
+  std::optional<guest::ImageFormat> imageFormat;
   // VMAGENT_STOP_TIMEOUT, in seconds: what a guest gets to shut down by itself.
   Duration stopTimeout{15'000};
 };
@@ -21,12 +25,10 @@ struct Environment {
 // `get` is getenv. An empty value counts as none. Throws ArgumentError for one that is of no use.
 Environment environmentFrom(const std::function<const char*(const char*)>& get);
 
-// Looks at the images, at /dev/kvm and at /proc/cpuinfo. What cannot be read counts as raw, and as
-// a machine without KVM: QEMU says what is wrong better.
-Facts gatherFacts(const CommandLine& line);
+// Whether /dev/kvm opens and /proc/cpuinfo tells of a CPU that can run guests. What cannot be read
+// counts as a machine without KVM: QEMU says what is wrong better.
+bool isKvmUsable();
 
-// Pure: "raw" or "qcow2", by the first bytes of an image.
-std::string imageFormat(std::string_view head);
 // Pure: whether a CPU that is so described can run guests.
 bool canRunGuests(std::string_view cpuinfo);
 

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <fstream>
 #include <map>
 
 #include "shim/Environment.h"
@@ -8,7 +7,6 @@
 namespace shim {
 namespace {
 
-using namespace std::string_view_literals;
 using std::chrono::seconds;
 
 Environment environment(const std::map<std::string, std::string>& values) {
@@ -33,6 +31,7 @@ TEST(Environment, HasDefaults) {
                                                                 {"VMAGENT_RUN_DIR", ""},
                                                                 {"VMAGENT_ACCEL", ""},
                                                                 {"VMAGENT_VNC_LISTEN", ""},
+                                                                {"VMAGENT_IMAGE_FORMAT", ""},
                                                                 {"VMAGENT_STOP_TIMEOUT", ""}}}) {
     const Environment found = environment(values);
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
@@ -40,6 +39,7 @@ TEST(Environment, HasDefaults) {
     EXPECT_EQ(found.policy.acceleration, Acceleration::automatic);
     EXPECT_EQ(found.policy.vncListen, "");
     EXPECT_EQ(found.stopTimeout, seconds(15));
+    EXPECT_EQ(found.imageFormat, std::nullopt);
   }
 }
 
@@ -56,32 +56,23 @@ TEST(Environment, SaysWhatAnOperatorWants) {
   EXPECT_EQ(found.stopTimeout, seconds(0));
 }
 
+TEST(Environment, SaysWhatTheDiskImageIs) {
+  for (const auto format : {guest::ImageFormat::raw, guest::ImageFormat::qcow2})
+    EXPECT_EQ(environment({{"VMAGENT_IMAGE_FORMAT", std::string(textOf(format))}}).imageFormat,
+              format);
+}
+
 TEST(Environment, OfNoUseIsRefused) {
   EXPECT_EQ(refusal({{"VMAGENT_ACCEL", "fast"}}),
             "VMAGENT_ACCEL: 'fast' is refused: it must be auto, kvm or tcg");
+  for (const char* const text : {"RAW", "vmdk"})
+    EXPECT_EQ(
+        refusal({{"VMAGENT_IMAGE_FORMAT", text}}),
+        "VMAGENT_IMAGE_FORMAT: '" + std::string(text) + "' is refused: it must be raw or qcow2");
   for (const char* const text : {"-1", "x", "1x", "86401", "99999999999999"})
     EXPECT_EQ(refusal({{"VMAGENT_STOP_TIMEOUT", text}}),
               "VMAGENT_STOP_TIMEOUT: '" + std::string(text) +
                   "' is refused: it must be 0 to 86400 (seconds)");
-}
-
-TEST(ImageFormat, IsToldByTheFirstBytes) {
-  EXPECT_EQ(imageFormat("QFI\xfb\0\0\0\3"sv), "qcow2");
-  EXPECT_EQ(imageFormat("QFI"), "raw");
-  EXPECT_EQ(imageFormat(""), "raw");
-  EXPECT_EQ(imageFormat("\xeb\x63\x90\x10"), "raw");
-}
-
-TEST(ImageFormat, OfFilesIsAmongTheFacts) {
-  const std::string qcow = testing::TempDir() + "shim-image.qcow2";
-  std::ofstream(qcow) << "QFI\xfb and more";
-  CommandLine line;
-  line.images = {qcow, "/nowhere", "/"};
-  const Facts facts = gatherFacts(line);
-  EXPECT_EQ(facts.formats.at(qcow), "qcow2");
-  EXPECT_EQ(facts.formats.at("/nowhere"), "raw");
-  EXPECT_EQ(facts.formats.at("/"), "raw");
-  std::remove(qcow.c_str());
 }
 
 TEST(Cpu, CanRunGuestsWhenItSaysSo) {

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <utility>
 
+#include "shim/DiskImage.h"
 #include "shim/Failure.h"
 #include "shim/QemuProcess.h"
 #include "shim/Sender.h"
@@ -44,6 +45,20 @@ std::pair<Descriptor, Descriptor> outputPipe() {
   std::pair<Descriptor, Descriptor> pair{Descriptor(ends[0]), Descriptor(ends[1])};
   (void)fcntl(ends[0], F_SETFL, O_NONBLOCK);
   return pair;
+}
+
+std::vector<DiskImage> openImages(const CommandLine& line, const Environment& environment) {
+  std::vector<DiskImage> images;
+  for (const Drive& drive : line.drives)
+    images.push_back(openDiskImage(drive, environment.imageFormat));
+  return images;
+}
+
+std::vector<int> numbersOf(const std::vector<DiskImage>& images) {
+  std::vector<int> numbers;
+  for (const DiskImage& image : images)
+    for (const Descriptor& each : image.descriptors) numbers.push_back(each.number());
+  return numbers;
 }
 
 std::string describe(int status) {
@@ -119,10 +134,20 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
                      {"monitor", "unix:" + socket_->path() + ",server=on"}};
   relay_ = std::make_unique<Relay>(now(), std::move(setup));
 
-  std::vector<std::string> argv = rewrittenArguments(line, gatherFacts(line), environment.policy);
+  // Last, so that nothing becomes of what is found here but QEMU. Its copies are the only ones
+  // then.
+  const std::vector<DiskImage> images = openImages(line, environment);
+  const Facts facts{isKvmUsable(), driveFiles(line.drives, images, firstImageDescriptor)};
+  std::vector<std::string> argv = rewrittenArguments(line, facts, environment.policy);
   argv.insert(argv.begin(), argv0);
   pid_ = startQemu(environment.qemu, argv,
-                   {qemuMonitor.number(), qemuSerial.number(), lock_.number(), writing.number()});
+                   {qemuMonitor.number(), qemuSerial.number(), lock_.number(), writing.number(),
+                    numbersOf(images)});
+  for (const auto& [path, file] : facts.images) {
+    imageNames_[fdSetName(file.set)] = path;
+    log_.write(logLine(
+        "shim", fdSetName(file.set) + " is " + path + ", a disk image, opened as " + file.format));
+  }
   log_.write(logLine("shim", "process " + std::to_string(pid_) + " is " + environment.qemu +
                                  ", started as: " + joined(argv)));
 }
@@ -315,7 +340,7 @@ void Keeper::perform(Actions actions) {
 }
 
 void Keeper::logLines(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) log_.write(logLine("qemu", line));
+  for (const std::string& line : lines) log_.write(logLine("qemu", withNames(line, imageNames_)));
 }
 
 void Keeper::collectRest() {
@@ -333,7 +358,7 @@ void Keeper::writeLastError() const {
   const bool ended = WIFEXITED(*status_) && WEXITSTATUS(*status_) == 0;
   if (ended || stop_.hasBegun()) return;
   directory_.lastErrorIs(!killedFor_.empty()      ? killedFor_
-                         : !lines_.last().empty() ? lines_.last()
+                         : !lines_.last().empty() ? withNames(lines_.last(), imageNames_)
                                                   : describe(*status_));
 }
 

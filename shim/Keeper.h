@@ -3,6 +3,7 @@
 
 #include <poll.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -107,6 +108,7 @@ class Keeper {
   std::optional<ControlServer::Client> successor_;
   std::vector<std::string> restartReasons_;
   OutputLines lines_;
+  std::map<std::string, std::string> imageNames_;  // what QEMU calls the images -> their paths
   pid_t pid_ = -1;
   std::optional<int> status_;
   std::string killedFor_;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -139,8 +140,14 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
                     "' names it");
   }
   directory.lastErrorDel();
-  Keeper keeper(environment, line, argv0, directory, lock, std::move(socket), parent);
-  endAs(keeper.run(), inherited);
+  std::optional<Keeper> keeper;
+  try {
+    keeper.emplace(environment, line, argv0, directory, lock, std::move(socket), parent);
+  } catch (const Failure&) {
+    if (parent.takesUsAlong()) meetAgent(line.monitorPath);
+    throw;
+  }
+  endAs(keeper->run(), inherited);
 }
 
 // Returns only without a QEMU.

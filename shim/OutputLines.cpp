@@ -28,4 +28,17 @@ void OutputLines::endLine(std::vector<std::string>& lines) {
   lines.push_back(std::move(line));
 }
 
+std::string withNames(std::string line, const std::map<std::string, std::string>& names) {
+  const auto isDigit = [&](size_t at) {
+    return at < line.size() && line[at] >= '0' && line[at] <= '9';
+  };
+  for (const auto& [name, meaning] : names)
+    for (size_t at = line.find(name); at != std::string::npos; at = line.find(name, at)) {
+      const bool isIt = !isDigit(at + name.size());  // and not the begin of a longer one
+      if (isIt) line.replace(at, name.size(), meaning);
+      at += isIt ? meaning.size() : name.size();
+    }
+  return line;
+}
+
 }  // namespace shim

@@ -1,6 +1,7 @@
 // What QEMU writes on its standard output and error, by lines.
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,5 +27,8 @@ class OutputLines {
   std::string unfinished_;
   std::string last_;
 };
+
+// Pure: the line with each of the names replaced by what it stands for.
+std::string withNames(std::string line, const std::map<std::string, std::string>& names);
 
 }  // namespace shim

@@ -39,5 +39,14 @@ TEST(OutputLines, AreCutWhenTheyAreTooLong) {
   EXPECT_EQ(lines.end()[0].size(), 10'000 - 2 * OutputLines::longestLine);
 }
 
+TEST(OutputLines, NameThingsAsAnOperatorDoes) {
+  const std::map<std::string, std::string> names{{"/dev/fdset/1", "/dev/fdset/1/or/so"},
+                                                 {"/dev/fdset/12", "/second"}};
+  EXPECT_EQ(withNames("no lock of '/dev/fdset/1' and /dev/fdset/12, nor of /dev/fdset/123", names),
+            "no lock of '/dev/fdset/1/or/so' and /second, nor of /dev/fdset/123");
+  EXPECT_EQ(withNames("/dev/fdset/1", names), "/dev/fdset/1/or/so");
+  EXPECT_EQ(withNames("nothing", names), "nothing");
+}
+
 }  // namespace
 }  // namespace shim

@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -40,18 +39,22 @@ void restoreSignals() {
 // Puts each at its place: first out of the way of all places, for one may stand at another's.
 void arrangeDescriptors(const Inheritance& inheritance) {
   const int null = open("/dev/null", O_RDWR);
-  const std::array<int, 6> wanted{null,
-                                  inheritance.output,
-                                  inheritance.output,
-                                  inheritance.monitor,
-                                  inheritance.serial,
-                                  inheritance.lock};
-  static_assert(monitorDescriptor == 3 && serialDescriptor == 4 && lockDescriptor == 5);
-  std::array<int, 6> aside{};
-  for (size_t i = 0; i < wanted.size(); ++i) aside[i] = fcntl(wanted[i], F_DUPFD, 16);
-  for (size_t i = 0; i < wanted.size(); ++i)
-    if (dup2(aside[i], static_cast<int>(i)) < 0) giveUp("descriptors could not be handed over");
-  if (close_range(firstUnusedDescriptor, ~0U, 0) != 0) giveUp("descriptors could not be closed");
+  std::vector<int> wanted{null,
+                          inheritance.output,
+                          inheritance.output,
+                          inheritance.monitor,
+                          inheritance.serial,
+                          inheritance.lock};
+  static_assert(monitorDescriptor == 3 && serialDescriptor == 4 && lockDescriptor == 5 &&
+                firstImageDescriptor == 6);
+  wanted.insert(wanted.end(), inheritance.images.begin(), inheritance.images.end());
+  const auto places = static_cast<int>(wanted.size());
+  for (int& number : wanted) number = fcntl(number, F_DUPFD, places);
+  for (int place = 0; place < places; ++place)
+    if (dup2(wanted[static_cast<size_t>(place)], place) < 0)
+      giveUp("descriptors could not be handed over");
+  if (close_range(static_cast<unsigned>(places), ~0U, 0) != 0)
+    giveUp("descriptors could not be closed");
 }
 
 // When memory runs out the kernel ends whom it costs least to lose. The daemon, and with it the

@@ -15,7 +15,8 @@ struct Inheritance {
   int monitor = -1;
   int serial = -1;
   int lock = -1;
-  int output = -1;  // standard output and error
+  int output = -1;          // standard output and error
+  std::vector<int> images;  // of the disks, in the order of their numbers in QEMU
 };
 
 // Starts `program`, which dies with the thread that calls this: with SIGKILL, when that ends. With

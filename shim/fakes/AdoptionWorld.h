@@ -39,7 +39,7 @@ class AdoptionWorld : public ShimWorld {
     const auto qemus = qemusOfOurs();
     return qemus.size() == 1 ? qemus.front() : -1;
   }
-  // Each test's folder is on the command line of its QEMUs.
+  // Its QEMUs have files open in each test's folder.
   std::vector<pid_t> qemusOfOurs() const { return qemusWith(folder.path()); }
   pid_t keeper() const {
     LineClient client(file("shim.sock"));

@@ -60,6 +60,18 @@ void DaemonProcess::kill() {
   pid_ = 0;
 }
 
+namespace {
+
+bool hasOpen(const std::filesystem::path& process, const std::string& text) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(process / "fd", error))
+    if (std::filesystem::read_symlink(entry, error).string().find(text) != std::string::npos)
+      return true;
+  return false;
+}
+
+}  // namespace
+
 std::vector<pid_t> qemusWith(const std::string& text) {
   std::vector<pid_t> found;
   std::error_code error;
@@ -67,8 +79,7 @@ std::vector<pid_t> qemusWith(const std::string& text) {
     const pid_t pid = std::atoi(entry.path().filename().c_str());
     if (pid <= 0) continue;
     const auto program = std::filesystem::read_symlink(entry.path() / "exe", error).string();
-    if (!error && program.find("qemu-system") != std::string::npos &&
-        contentOf(entry.path() / "cmdline").find(text) != std::string::npos)
+    if (!error && program.find("qemu-system") != std::string::npos && hasOpen(entry.path(), text))
       found.push_back(pid);
   }
   return found;

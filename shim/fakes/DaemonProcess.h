@@ -36,7 +36,7 @@ class DaemonProcess {
   Descriptor reports_;
 };
 
-// The processes that run QEMU with that text on their command line.
+// The processes that run QEMU and have a file open whose path has that text.
 std::vector<pid_t> qemusWith(const std::string& text);
 // Whether there come to be so many of them in time.
 bool comeToBe(size_t count, const std::string& text);

@@ -271,10 +271,17 @@ TEST_F(Shim, EndsWithTheStatusOfItsQemu) {
 }
 
 TEST_F(Shim, SaysWhyQemuFailedAtOnce) {
-  const auto shim = start(realQemu, 0, "gone.img");
+  // As another QEMU locks it.
+  const Descriptor disk(open((folder / "disk.img").c_str(), O_RDWR | O_CLOEXEC));
+  struct flock noOtherWriter {};
+  noOtherWriter.l_type = F_RDLCK;
+  noOtherWriter.l_start = 201;
+  noOtherWriter.l_len = 1;
+  ASSERT_EQ(fcntl(disk.number(), F_OFD_SETLK, &noOtherWriter), 0);
+  const auto shim = start();
   EXPECT_EQ(exited(shim->wait()), 1);
-  EXPECT_THAT(contentOf(file("last-error")), HasSubstr("Could not open '" + (folder / "gone.img") +
-                                                       "': No such file or directory\n"));
+  EXPECT_EQ(contentOf(file("last-error")),
+            "Is another process using the image [" + (folder / "disk.img") + "]?\n");
 }
 
 TEST_F(Shim, SaysThatThereIsNoQemu) {
