@@ -7,6 +7,7 @@
 
 #include "ctl/Json.h"
 #include "ctl/VmRows.h"
+#include "edge/VmImage.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -19,8 +20,9 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 9> vmFields{
-    "name", "config", "status", "process", "problem", "removed", "unknown", "stale", "version"};
+constexpr std::array<std::string_view, 10> vmFields{"name",    "config",  "format",  "status",
+                                                    "process", "problem", "removed", "unknown",
+                                                    "stale",   "version"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {
@@ -84,6 +86,18 @@ class Reader {
     if (unread.empty() || fillVm(*vm, textWithout(*config, "", unread)).empty())
       document_.vms.push_back(vm);
     if (!unread.empty()) document_.unread[*name] = std::move(unread);
+    readFormat(json, *name);
+  }
+
+  // Of an image of which nobody has said what it is, the format is null.
+  void readFormat(const JsonValue& vm, const rt::String& name) {
+    const auto format = vm.member("format");
+    if (!format || format->dump() == "null") return;
+    const rt::String text = vm.text("format").value_or(format->dump());
+    if (const auto right = edge::imageFormatRight(text))
+      document_.problems.push_back(name + ": " + rt::Problem{"format", text, *right}.text());
+    else
+      document_.formats[name] = text;
   }
 
   ApplyDocument& document_;

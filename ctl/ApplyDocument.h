@@ -10,11 +10,12 @@
 
 namespace ctl {
 
-// {"version":1,"vms":[{"name":...,"config":{...}}]}, or a single one of "vms". What other verbs
-// add for the reader ("status", "problem", "stale") is passed over.
+// {"version":1,"vms":[{"name":...,"config":{...},"format":"raw"}]}, or a single one of "vms". What
+// other verbs add for the reader ("status", "problem", "stale") is passed over.
 struct ApplyDocument {
-  std::vector<Vm::VmConfig::Ptr> vms;  // what cannot be read of them has its default
-  std::vector<rt::String> problems;    // sentences: all that is wrong with the form
+  std::vector<Vm::VmConfig::Ptr> vms;        // what cannot be read of them has its default
+  std::map<rt::String, rt::String> formats;  // of their disk images, by name, where they are told
+  std::vector<rt::String> problems;          // sentences: all that is wrong with the form
   // Of these, by VM's name: the fields that cannot be read.
   std::map<rt::String, std::vector<rt::Problem>> unread;
 };

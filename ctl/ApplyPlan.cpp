@@ -43,18 +43,24 @@ std::vector<rt::String> changesOf(const Vm::VmConfig& before, const Vm::VmConfig
   return changes;
 }
 
-Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm) {
+Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& format) {
   Step step;
   step.name = vm->name();
   step.config = vm;
+  step.image = {format, !row || !row->config || row->config->diskImage() != vm->diskImage()};
   if (!row) {
     step.kind = StepKind::add;
     return step;
   }
   step.revision = row->revision;
+  step.imageBefore = row->image;
   if (row->config) {
     step.changes = changesOf(*row->config, *vm);
     step.needsRestart = needsRestart(*row->config, *vm);
+    if (!format.empty() && format != (step.image.isNamedNow ? "" : row->imageFormat())) {
+      step.changes.push_back("format=" + quoted(format));
+      step.needsRestart = step.needsRestart || (row->isEnabled() && vm->enabled());
+    }
   } else {
     step.changes.emplace_back("all of it: it could not be read");
   }
@@ -85,6 +91,16 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
 
 }  // namespace
 
+void putVm(Context& context, statedb::Transaction& transaction, const Step& step) {
+  transaction.put("vmConfig", step.name, statedb::documentOf(*step.config));
+  (void)putImage(context, transaction, *step.config, step.image, step.imageBefore);
+}
+
+rt::String formatOf(const Step& step) {
+  if (!step.image.format.empty()) return step.image.format;
+  return step.imageBefore.diskImage == step.config->diskImage() ? step.imageBefore.format : "";
+}
+
 rt::String changesText(const Step& step) {
   rt::String text;
   for (const rt::String& change : step.changes) (text += text.empty() ? "" : ", ") += change;
@@ -96,12 +112,14 @@ Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& docume
   std::map<rt::String, Step> steps;
   for (const auto& vm : document.vms) {
     const auto row = rows.find(vm->name());
-    steps[vm->name()] = stepOf(row == rows.end() ? nullptr : &row->second, vm);
+    const auto format = document.formats.find(vm->name());
+    steps[vm->name()] = stepOf(row == rows.end() ? nullptr : &row->second, vm,
+                               format == document.formats.end() ? "" : format->second);
   }
   if (others == Others::prune)
     for (const auto& [name, row] : rows)
       if (steps.count(name) == 0)
-        steps[name] = {StepKind::remove, name, row.revision, nullptr, {}, false};
+        steps[name] = {StepKind::remove, name, row.revision, nullptr, {}, {}, {}, false};
   Plan plan;
   plan.steps.reserve(steps.size());
   for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ctl/ApplyDocument.h"
+#include "ctl/Images.h"
 #include "ctl/VmRows.h"
 
 namespace ctl {
@@ -15,8 +16,10 @@ enum class StepKind : uint8_t { add, change, remove, keep };
 struct Step {
   StepKind kind = StepKind::keep;
   rt::String name;
-  uint64_t revision = 0;            // of the row that this was planned on
-  Vm::VmConfig::Ptr config;         // as it will be; null when it is removed
+  uint64_t revision = 0;     // of the row that this was planned on
+  Vm::VmConfig::Ptr config;  // as it will be; null when it is removed
+  ImageWish image;           // what is said of its disk image
+  VmImage imageBefore;
   std::vector<rt::String> changes;  // such as "memory=512"
   bool needsRestart = false;
 };
@@ -25,6 +28,11 @@ struct Plan {
   std::vector<Step> steps;           // each VM once, in order of name
   std::vector<rt::String> problems;  // sentences: what is wrong with the outcome
 };
+
+// Writes the VM, and what its disk image is.
+void putVm(Context& context, statedb::Transaction& transaction, const Step& step);
+// What its disk image is as far as that is known; empty: it is not.
+rt::String formatOf(const Step& step);
 
 // "memory=512, vncPort=0 (takes effect at the next start)".
 rt::String changesText(const Step& step);

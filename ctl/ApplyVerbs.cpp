@@ -37,16 +37,30 @@ bool isIdle(const Plan& plan) {
 }
 
 // What is kept is guarded too: the plan holds for the rows that it was made of only.
-statedb::Transaction transactionOf(const Plan& plan) {
+statedb::Transaction transactionOf(Context& context, const Plan& plan) {
   statedb::Transaction transaction;
   for (const Step& step : plan.steps) {
     transaction.guard("vmConfig", step.name, step.revision);
     if (step.kind == StepKind::remove)
-      transaction.del("vmConfig", step.name).del("vmIntent", step.name);
+      transaction.del("vmConfig", step.name).del("vmImage", step.name).del("vmIntent", step.name);
     else if (step.kind != StepKind::keep)
-      transaction.put("vmConfig", step.name, statedb::documentOf(*step.config));
+      putVm(context, transaction, step);
   }
   return transaction;
+}
+
+// Of what is written: the images that cannot be used as they are now.
+void warnOfImages(Context& context, const Configuration& configuration, const Plan& plan) {
+  auto all = configuration.configs();
+  for (const Step& step : plan.steps) {
+    all.erase(step.name);
+    if (step.config) all[step.name] = step.config;
+  }
+  for (const Step& step : plan.steps) {
+    if (!step.config || step.kind == StepKind::keep) continue;
+    warnOfImage(context, *step.config, formatOf(step));
+    if (step.image.isNamedNow) warnOfSharedImage(context, all, *step.config);
+  }
 }
 
 Plan soundPlan(Context& context, const Configuration& configuration, const ApplyDocument& document,
@@ -70,10 +84,9 @@ Exit applyDocument(Context& context, const Arguments& arguments) {
   Plan plan;
   configuration.retry([&] {
     plan = soundPlan(context, configuration, document, others);
-    if (!isDry) context.db().commit(transactionOf(plan));
+    if (!isDry) context.db().commit(transactionOf(context, plan));
   });
-  for (const Step& step : plan.steps)
-    if (step.config && step.kind != StepKind::keep) warnOfImage(context, *step.config);
+  warnOfImages(context, configuration, plan);
   if (isIdle(plan)) {
     context.tell("nothing to change");
   } else if (isDry) {
@@ -97,7 +110,10 @@ Exit exportVms(Context& context, const Arguments&) {
       continue;
     }
     ((json += separator) += R"({"name":)") += quoted(name);
-    ((json += R"(,"config":)") += statedb::documentOf(*row.config)) += '}';
+    (json += R"(,"config":)") += statedb::documentOf(*row.config);
+    if (const rt::String format = row.imageFormat(); !format.empty())
+      (json += R"(,"format":)") += quoted(format);
+    json += '}';
     separator = ",";
   }
   context.printJson(json + "]}");

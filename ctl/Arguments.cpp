@@ -15,6 +15,7 @@ constexpr double defaultTimeout = 60;  // seconds
 
 constexpr Option options[] = {
     {"disk", 0, "FILE", "the disk image to boot"},
+    {"format", 0, "FORMAT", "what the disk image is, raw or qcow2; by default what it begins as"},
     {"memory", 0, "SIZE", "in MiB, or with K, M or G behind it; 256 by default"},
     {"vnc-port", 0, "PORT", "5900 to 5910, or 0 for no display, the default"},
     {"nic", 0, "CARD", "a network card: [key=K,]model=M,mac=A,intf=I; may be repeated"},

@@ -87,11 +87,13 @@ Words optionWords(const Verb* verb) {
 Words optionValues(const Verb* verb, const Option& option) {
   if (option.name == "output" && verb) return stringsOf(verb->formats);
   if (option.name == "for") return stringsOf(waitValues);
+  if (option.name == "format") return {"raw", "qcow2"};
   return {};
 }
 
 Words fieldWords(const Words& cards) {
-  Words found{"enabled=true", "enabled=false", "diskImage=", "memory=", "vncPort="};
+  Words found{"enabled=true", "enabled=false", "diskImage=", "format=raw",
+              "format=qcow2", "memory=",       "vncPort="};
   for (const rt::String& key : cards) {
     const rt::String card = "vnicConfig." + key + ".";
     for (const std::string_view model : edge::nicModels())

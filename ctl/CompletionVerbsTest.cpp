@@ -67,12 +67,14 @@ TEST_F(Completion, OfOptionsValues) {
 }
 
 TEST_F(Completion, OfFields) {
-  EXPECT_EQ(after({"set", "web1", ""}), "diskImage= enabled= memory= vncPort=");
+  EXPECT_EQ(after({"set", "web1", ""}), "diskImage= enabled= format= memory= vncPort=");
   EXPECT_EQ(after({"set", "web2", "vn"}),
             "vncPort= vnicConfig.nic00.intfName= vnicConfig.nic00.macAddr= "
             "vnicConfig.nic00.model=");
   EXPECT_EQ(after({"set", "web1", "memory=2", "en"}), "enabled=");
   EXPECT_EQ(after({"set", "web1", "enabled="}), "enabled=false enabled=true");
+  EXPECT_EQ(after({"set", "web1", "format="}), "format=qcow2 format=raw");
+  EXPECT_EQ(after({"add", "web3", "--format", "q"}), "qcow2");
   EXPECT_EQ(after({"set", "web2", "vnicConfig.nic00.model=vm"}), "vnicConfig.nic00.model=vmxnet3");
 }
 

@@ -4,6 +4,7 @@
 #include "ctl/Configuration.h"
 #include "ctl/Fields.h"
 #include "edge/VmConfigCheck.h"
+#include "edge/VmImage.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -26,11 +27,19 @@ rt::String fromHere(Context& context, const rt::String& path) {
   return (here == "/" ? here : here + "/") + path;
 }
 
+void checkFormat(const rt::String& format, std::vector<rt::Problem>& problems) {
+  if (const auto right = edge::imageFormatRight(format))
+    problems.push_back({"format", format, *right});
+}
+
 void tellChanged(Context& context, const Changed& changed) {
   const rt::String& name = changed.after->name();
-  if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after))
+  const bool isOpenedOtherwise = changed.formatBefore != changed.formatAfter;
+  if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after) &&
+      !isOpenedOtherwise)
     return context.tell(name + ": was so already");
-  if (needsRestart(*changed.before, *changed.after))
+  const bool isOn = changed.before->enabled() && changed.after->enabled();
+  if (needsRestart(*changed.before, *changed.after) || (isOn && isOpenedOtherwise))
     context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
   else
     context.tell(name + ": changed");
@@ -63,14 +72,19 @@ Exit addVm(Context& context, const Arguments& arguments) {
       {"diskImage", fromHere(context, *disk)},
       {"memory", arguments.value("memory", rt::toText(edge::defaultMemory))},
       {"vncPort", arguments.value("vnc-port", "0")}};
+  const rt::String format = arguments.value("format", "");
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
     assign(vm, fields, problems);
     for (const Card& card : cards) addCard(vm, card, problems);
+    if (arguments.has("format")) checkFormat(format, problems);
   };
   const rt::String& name = arguments.words().front();
   requireNoSurprise(context, name, arguments.has("enabled"));
-  const auto vm = Configuration(context).add(name, change);
-  warnOfImage(context, *vm);
+  Configuration configuration(context);
+  const auto added = configuration.add(name, change, format);
+  const auto& vm = added.after;
+  warnOfImage(context, *vm, added.formatAfter);
+  warnOfSharedImage(context, configuration.configs(), *vm);
   warnOfInterfaces(context, *vm);
   context.tell(name + (vm->enabled() ? ": added and enabled" : ": added"));
   complainOfDelay(context);
@@ -79,20 +93,29 @@ Exit addVm(Context& context, const Arguments& arguments) {
 
 Exit setVm(Context& context, const Arguments& arguments) {
   std::vector<Assignment> assignments;
+  std::optional<rt::String> format;
   bool isImageTouched = false;
   bool isCardTouched = false;
   for (size_t i = 1; i < arguments.words().size(); ++i) {
     assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
     auto& [field, value] = assignments.back();
     if (field == "diskImage") value = fromHere(context, value);
-    isImageTouched = isImageTouched || field == "diskImage" || field == "enabled";
+    isImageTouched =
+        isImageTouched || field == "diskImage" || field == "enabled" || field == "format";
     isCardTouched = isCardTouched || field.str().ends_with(".intfName");
+    if (field != "format") continue;
+    format = value;
+    assignments.pop_back();
   }
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
     assign(vm, assignments, problems);
+    if (format) checkFormat(*format, problems);
   };
-  const auto changed = Configuration(context).change(arguments.words().front(), change);
-  if (isImageTouched) warnOfImage(context, *changed.after);
+  Configuration configuration(context);
+  const auto changed = configuration.change(arguments.words().front(), change, format.value_or(""));
+  if (isImageTouched) warnOfImage(context, *changed.after, changed.formatAfter);
+  if (changed.before->diskImage() != changed.after->diskImage())
+    warnOfSharedImage(context, configuration.configs(), *changed.after);
   if (isCardTouched) warnOfInterfaces(context, *changed.after);
   tellChanged(context, changed);
   return Exit::done;

@@ -236,8 +236,8 @@ TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
             "'vnicConfig.nic00.intfName'?\n");
   EXPECT_EQ(vmctl("set web1 colour=1"),
             (Answer{2, "",
-                    "vmctl: there is no field 'colour'; there are enabled, diskImage, memory, "
-                    "vncPort, vnicConfig.KEY.FIELD\n"}));
+                    "vmctl: there is no field 'colour'; there are enabled, diskImage, format, "
+                    "memory, vncPort, vnicConfig.KEY.FIELD\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.mac=1"),
             (Answer{2, "", "vmctl: there is no field of a card 'mac'; did you mean 'macAddr'?\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.vlan=1").err,

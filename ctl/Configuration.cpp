@@ -1,7 +1,6 @@
 #include "ctl/Configuration.h"
 
 #include <algorithm>
-#include <cerrno>
 
 #include "edge/RestartNeeded.h"
 #include "edge/VmConfigCheck.h"
@@ -51,7 +50,12 @@ Configuration::Configuration(Context& context) : context_(context) { read(); }
 void Configuration::read() {
   rows_.clear();
   index_.emplace();
-  for (const statedb::Record& record : context_.db().snapshot({"vmConfig"}).records) {
+  for (const statedb::Record& record : context_.db().snapshot({"vmConfig", "vmImage"}).records) {
+    if (record.table == "vmImage") {  // which comes after all vmConfig
+      if (const auto row = rows_.find(record.key); row != rows_.end())
+        row->second.image = imageOf(record.doc);
+      continue;
+    }
     VmRow& row = rows_[record.key];
     row.name = record.key;
     configIs(row, record);
@@ -69,6 +73,13 @@ VmRow Configuration::row(const rt::String& name) const {
   throw noSuchVm(name, names);
 }
 
+std::map<rt::String, Vm::VmConfig::Ptr> Configuration::configs() const {
+  std::map<rt::String, Vm::VmConfig::Ptr> all;
+  for (const auto& [name, row] : rows_)
+    if (row.config) all[name] = row.config;
+  return all;
+}
+
 std::vector<rt::String> Configuration::enabledNames() const {
   std::vector<rt::String> names;
   for (const auto& [name, row] : rows_)
@@ -83,10 +94,14 @@ void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> pro
   if (!problems.empty()) throw refusalOf(vm.name(), problems);
 }
 
-void Configuration::commit(const Vm::VmConfig& vm, uint64_t revision) {
+void Configuration::commit(Changed& changed, const VmRow& known, const rt::String& format) {
+  const Vm::VmConfig& vm = *changed.after;
+  const bool isNamedNow = !changed.before || changed.before->diskImage() != vm.diskImage();
   statedb::Transaction transaction;
-  transaction.guard("vmConfig", vm.name(), revision);
+  transaction.guard("vmConfig", vm.name(), known.revision);
   transaction.put("vmConfig", vm.name(), statedb::documentOf(vm));
+  changed.formatBefore = known.imageFormat();
+  changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, known.image);
   context_.db().commit(transaction);
   index_->vmIs(vm);
 }
@@ -102,23 +117,24 @@ void Configuration::retry(const std::function<void()>& attempt) {
   });
 }
 
-Vm::VmConfig::Ptr Configuration::add(const rt::String& name, const Change& change) {
-  Vm::VmConfig::Ptr vm;
+Changed Configuration::add(const rt::String& name, const Change& change, const rt::String& format) {
+  Changed added;
   retry([&] {
     if (rows_.count(name) != 0)
       throw Refusal(Exit::conflict, name +
                                         ": there is a VM of that name already: change it with "
                                         "'vmctl set', or take another name");
-    vm = rt::make<Vm::VmConfig>(name);
+    added.after = rt::make<Vm::VmConfig>(name);
     std::vector<rt::Problem> problems;
-    change(*vm, problems);
-    require(*vm, problems);
-    commit(*vm, 0);
+    change(*added.after, problems);
+    require(*added.after, problems);
+    commit(added, {}, format);
   });
-  return vm;
+  return added;
 }
 
-Changed Configuration::change(const rt::String& name, const Change& change) {
+Changed Configuration::change(const rt::String& name, const Change& change,
+                              const rt::String& format) {
   Changed changed;
   retry([&] {
     const VmRow known = row(name);
@@ -128,19 +144,9 @@ Changed Configuration::change(const rt::String& name, const Change& change) {
     std::vector<rt::Problem> problems;
     change(*changed.after, problems);
     require(*changed.after, problems);
-    commit(*changed.after, known.revision);
+    commit(changed, known, format);
   });
   return changed;
-}
-
-void warnOfImage(Context& context, const Vm::VmConfig& vm) {
-  const rt::String& path = vm.diskImage();
-  const edge::ImageFacts facts = context.world().imageFacts(path);
-  if (facts.error == EACCES) return;  // the daemon, which is root, may read it all the same
-  const auto problem = edge::imageProblem(path, facts);
-  if (problem)
-    context.complain(vm.name() + ": warning: the disk image '" + path +
-                     "' cannot be used now: it " + problem->right);
 }
 
 }  // namespace ctl

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ctl/Images.h"
 #include "ctl/VmRows.h"
 #include "edge/ConfigIndex.h"
 
@@ -14,6 +15,8 @@ namespace ctl {
 struct Changed {
   Vm::VmConfig::Ptr before;
   Vm::VmConfig::Ptr after;
+  rt::String formatBefore;  // of the disk image; empty: nobody has said
+  rt::String formatAfter;
 };
 
 // Whether anything of the change waits for the start of a guest that may run.
@@ -33,13 +36,16 @@ class Configuration {
   // Writes to the record, and adds to `problems` what it refuses.
   using Change = std::function<void(Vm::VmConfig& vm, std::vector<rt::Problem>& problems)>;
 
-  // Makes, or changes, the VM in one transaction, and returns its record as written. Refuses when
+  // Makes, or changes, the VM in one transaction, and returns what was written. Refuses when
   // anything is wrong with the outcome, with all there is; nothing was written then.
-  Vm::VmConfig::Ptr add(const rt::String& name, const Change& change);
-  Changed change(const rt::String& name, const Change& change);
+  // `format`: what is said of the disk image; empty: nothing.
+  Changed add(const rt::String& name, const Change& change, const rt::String& format);
+  Changed change(const rt::String& name, const Change& change, const rt::String& format = {});
 
   // By name, as they were read last, without status. `config` is null where it cannot be read.
   const std::map<rt::String, VmRow>& rows() const { return rows_; }
+  // Those that can be read.
+  std::map<rt::String, Vm::VmConfig::Ptr> configs() const;
   // The names of all VMs that are enabled.
   std::vector<rt::String> enabledNames() const;
 
@@ -50,14 +56,11 @@ class Configuration {
   void read();
   VmRow row(const rt::String& name) const;
   void require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems);
-  void commit(const Vm::VmConfig& vm, uint64_t revision);
+  void commit(Changed& changed, const VmRow& known, const rt::String& format);
 
   Context& context_;
   std::map<rt::String, VmRow> rows_;
   std::optional<edge::ConfigIndex> index_;  // of those that can be read
 };
-
-// Tells of a disk image that cannot be used now; it may still come.
-void warnOfImage(Context& context, const Vm::VmConfig& vm);
 
 }  // namespace ctl

@@ -1,5 +1,7 @@
 #include "ctl/Context.h"
 
+#include <cerrno>
+
 #include "ctl/Json.h"
 
 namespace ctl {
@@ -29,6 +31,16 @@ Context::Context(World& world, Directories directories, Format format)
 
 void Context::complain(const Refusal& refusal) {
   for (const rt::String& sentence : refusal.sentences()) complain(sentence);
+}
+
+const edge::ImageFacts& Context::imageFacts(const rt::String& path) {
+  const auto [found, isNew] = images_.try_emplace(path);
+  if (!isNew) return found->second;
+  if (looked_ >= edge::imagePatience) return found->second = edge::unreadable(ETIMEDOUT);
+  const rt::Seconds begin = world_.now();
+  found->second = world_.imageFacts(path);
+  looked_ = looked_ + (world_.now() - begin);
+  return found->second;
 }
 
 void Context::printJson(const rt::String& compact) { world_.out << indented(compact); }

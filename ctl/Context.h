@@ -1,6 +1,8 @@
 // What every verb works with.
 #pragma once
 
+#include <map>
+
 #include "ctl/Arguments.h"
 #include "ctl/Exit.h"
 #include "ctl/Table.h"
@@ -27,6 +29,9 @@ class Context {
   void complain(const rt::String& line) { tell("vmctl: " + line); }
   void complain(const Refusal& refusal);
 
+  // What is at the path: looked at once, and all such looks together take five seconds at most.
+  const edge::ImageFacts& imageFacts(const rt::String& path);
+
   // Writes one document over several lines.
   void printJson(const rt::String& compact);
   void print(const Table& table);
@@ -42,6 +47,8 @@ class Context {
   const Directories directories_;
   const Format format_;
   statedb::StateDb db_;
+  std::map<rt::String, edge::ImageFacts> images_;  // by path
+  rt::Seconds looked_;                             // for so long
 };
 
 // `{"version":1,` and, when no daemon keeps the status up to date, `"stale":true,`.

@@ -26,7 +26,9 @@ rt::String documentOf(Context& context, const VmRow& row) {
     config = statedb::documentOf(*row.config);
   else if (const auto record = context.db().record("vmConfig", row.name))
     config = record->doc;
-  const rt::String json = R"({"name":)" + quoted(row.name) + R"(,"config":)" + config + "}";
+  const rt::String format = row.imageFormat();
+  const rt::String json = R"({"name":)" + quoted(row.name) + R"(,"config":)" + config +
+                          (format.empty() ? "" : R"(,"format":)" + quoted(format)) + "}";
   return JsonValue::parse(json) ? indented(json) : json + "\n";
 }
 
@@ -58,6 +60,11 @@ Plan planOf(Context& context, const Configuration& configuration, const VmRow& r
     document.problems.push_back("name: must be '" + row.name +
                                 "' and no other: 'vmctl add' makes one");
   if (!isIt) return {{}, document.problems};
+  // What was there to be edited was of the image before.
+  const bool isNewImage =
+      !row.config || document.vms.front()->diskImage() != row.config->diskImage();
+  if (isNewImage && document.formats[row.name] == row.imageFormat())
+    document.formats.erase(row.name);
   Plan plan = planOf(configuration.rows(), document, Others::stay, context.world().limits);
   plan.problems.insert(plan.problems.begin(), document.problems.begin(), document.problems.end());
   return plan;
@@ -106,9 +113,10 @@ class Edit {
       return Exit::done;
     }
     try {
-      context_.db().commit(statedb::Transaction()
-                               .guard("vmConfig", row_.name, row_.revision)
-                               .put("vmConfig", row_.name, statedb::documentOf(*step.config)));
+      statedb::Transaction transaction;
+      transaction.guard("vmConfig", row_.name, row_.revision);
+      putVm(context_, transaction, step);
+      context_.db().commit(transaction);
     } catch (const statedb::ConflictError&) {
       const rt::String path = file_->keep(text);
       throw Refusal(Exit::conflict, row_.name +
@@ -117,7 +125,7 @@ class Edit {
                                         path + ": 'vmctl apply -f' writes it all the same");
     }
     context_.tell(row_.name + ": changed: " + changesText(step));
-    warnOfImage(context_, *step.config);
+    warnOfImage(context_, *step.config, formatOf(step));
     complainOfDelay(context_);
     return Exit::done;
   }

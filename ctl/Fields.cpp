@@ -18,8 +18,8 @@ namespace ctl {
 namespace {
 
 constexpr std::string_view cardsPrefix = "vnicConfig.";
-constexpr std::array<std::string_view, 5> vmFields{"enabled", "diskImage", "memory", "vncPort",
-                                                   "vnicConfig.KEY.FIELD"};
+constexpr std::array<std::string_view, 6> vmFields{"enabled", "diskImage", "format",
+                                                   "memory",  "vncPort",   "vnicConfig.KEY.FIELD"};
 constexpr std::array<std::string_view, 3> cardFields{"model", "macAddr", "intfName"};
 constexpr std::array<std::string_view, 4> cardParts{"key", "model", "mac", "intf"};
 

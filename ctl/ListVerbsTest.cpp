@@ -77,6 +77,7 @@ TEST_F(ListVerb, GivesJson) {
         "vncPort": 0,
         "vnicConfig": {}
       },
+      "format": null,
       "status": null,
       "process": {
         "process": "none",
@@ -94,6 +95,7 @@ TEST_F(ListVerb, GivesJson) {
         "vncPort": 0,
         "vnicConfig": {}
       },
+      "format": null,
       "status": {
         "enabled": true,
         "state": "Running",
@@ -242,6 +244,7 @@ TEST_F(ListVerb, HasColoursOnATerminalUnlessNoneAreWanted) {
 TEST_F(ShowVerb, TellsAllAboutAVm) {
   putThree();
   put("vmProblem", "web1", R"({"problem":"memory changed","since":1732186123,"source":"restart"})");
+  put("vmImage", "web1", R"({"diskImage":"/images/web.iso","format":"raw"})");
   EXPECT_EQ(vmctl("show web1"),
             (Answer{0,
                     "Name:     web1\n"
@@ -252,6 +255,7 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
                     "Memory:   256 MiB\n"
                     "Display:  VNC, /run/vmagent/vm/web1/vnc.sock\n"
                     "Disk:     /images/web.iso\n"
+                    "Format:   raw\n"
                     "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT\n"
                     "        nic00  e1000  52:54:00:12:34:56  Vlan100    no\n"
                     "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"
@@ -294,6 +298,7 @@ TEST_F(ShowVerb, TellsWhatIsNotSo) {
             "Memory:   256 MiB\n"
             "Display:  -\n"
             "Disk:     /images/web.iso\n"
+            "Format:   -\n"
             "Cards:    -\n"
             "Problem:  -\n");
 }
@@ -316,6 +321,7 @@ TEST_F(ShowVerb, GivesOneVmInJson) {
     "vncPort": 0,
     "vnicConfig": {}
   },
+  "format": null,
   "status": null,
   "process": {
     "process": "none",

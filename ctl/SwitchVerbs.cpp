@@ -75,7 +75,7 @@ Exit complainOfUnknown(Context& context) {
 rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
   const auto changed = configuration.change(
       name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(true); });
-  warnOfImage(context, *changed.after);
+  warnOfImage(context, *changed.after, changed.formatAfter);
   if (!changed.before->enabled()) return "enabled";
   const VmRow row = vmNamed(context, name);
   if (row.hasEnded() && context.daemonRuns())
@@ -150,7 +150,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
                                         "' first, or --force, which ends its guest");
     statedb::Transaction transaction;
     transaction.guard("vmConfig", name, row.revision);
-    transaction.del("vmConfig", name).del("vmIntent", name);
+    transaction.del("vmConfig", name).del("vmImage", name).del("vmIntent", name);
     context.db().commit(transaction);
   });
   return row;
@@ -199,7 +199,8 @@ Exit restartVms(Context& context, const Arguments& arguments) {
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
     numbers[name] = askForRestart(context, name);
-    if (const auto config = vmNamed(context, name).config) warnOfImage(context, *config);
+    const VmRow row = vmNamed(context, name);
+    if (row.config) warnOfImage(context, *row.config, row.imageFormat());
     return "restart asked for";
   };
   deed.goal = [&](const rt::String& name) {

@@ -22,10 +22,13 @@ constexpr std::string_view allFormats = "table wide json name";
 
 // In the order of help.
 constexpr Verb table[] = {
-    {"add", "", "NAME", 1, 1, "disk memory vnc-port nic enabled", "", "make a VM",
+    {"add", "", "NAME", 1, 1, "disk format memory vnc-port nic enabled", "", "make a VM",
      "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
      "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
      "not there yet is no mistake, only a warning, and so is an interface of a card.\n"
+     "\n"
+     "What the disk image is, raw or qcow2, is fixed now, for later its bytes are the guest's:\n"
+     "what --format says, or else what it begins as.\n"
      "\n"
      "A card has one of QEMU's models (virtio-net-pci, e1000, rtl8139 and others), a MAC address\n"
      "that no other card has, and an interface of the switch: 'vmctl interface list'.\n"
@@ -38,13 +41,15 @@ constexpr Verb table[] = {
      "\n"
      "  enabled                  true or false\n"
      "  diskImage                a path, of which an absolute one is made\n"
+     "  format                   what the disk image is, raw or qcow2\n"
      "  memory                   in MiB, or with K, M or G behind it\n"
      "  vncPort                  5900 to 5910, or 0 for no display\n"
      "  vnicConfig.KEY.model     a network card of QEMU's\n"
      "  vnicConfig.KEY.macAddr   a unicast MAC address\n"
      "  vnicConfig.KEY.intfName  the switch interface it is bridged to\n"
      "\n"
-     "All but the first take effect at the guest's next start: 'vmctl restart NAME'.\n",
+     "All but the first take effect at the guest's next start: 'vmctl restart NAME'. Without a\n"
+     "format, a new disk image is what it begins as now.\n",
      setVm},
     {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
      "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"

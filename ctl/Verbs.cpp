@@ -88,6 +88,19 @@ rt::String optionHelp(const Option& option, std::string_view formats) {
   return rt::format("  %-22s  %s\n", name.charPtr(), help.charPtr());
 }
 
+// A synopsis in lines that a terminal has room for, broken before an option.
+rt::String wrapped(std::string_view synopsis) {
+  constexpr size_t widest = 100;
+  rt::String lines;
+  while (synopsis.size() > widest) {
+    const size_t at = synopsis.rfind(" [", widest);
+    if (at == std::string_view::npos) break;
+    lines += rt::String(synopsis.substr(0, at)) + "\n      ";
+    synopsis.remove_prefix(at);
+  }
+  return lines + rt::String(synopsis) + "\n";
+}
+
 }  // namespace
 
 std::vector<std::string_view> wordsOf(std::string_view text) {
@@ -175,7 +188,7 @@ rt::String synopsisOf(const Verb& verb) {
 }
 
 rt::String helpOf(const Verb& verb) {
-  rt::String text = "usage: " + synopsisOf(verb) + "\n";
+  rt::String text = wrapped("usage: " + synopsisOf(verb));
   if (!verb.alias.empty()) text += "also:  vmctl " + rt::String(verb.alias) + "\n";
   (text += "\n") += verb.help;
   if (hasWord(verb.options, "wait"))

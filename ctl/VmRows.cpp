@@ -38,6 +38,8 @@ void add(VmRow& row, const statedb::Record& record) {
     row.process = processOf(record.doc);
   } else if (record.table == "vmProblem") {
     row.problem = problemOf(record.doc);
+  } else if (record.table == "vmImage") {
+    row.image = imageOf(record.doc);
   } else {
     configIs(row, record);
   }
@@ -74,6 +76,12 @@ std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json) {
                        {.switchAttribute = {}, .check = {}, .defaults = edge::vmDefaults});
 }
 
+VmImage imageOf(const rt::String& doc) {
+  const auto json = JsonValue::parse(doc);
+  if (!json) return {};
+  return {json->text("diskImage").value_or(""), json->text("format").value_or("")};
+}
+
 void configIs(VmRow& row, const statedb::Record& record) {
   row.revision = record.revision;
   row.config = rt::make<Vm::VmConfig>(row.name);
@@ -82,12 +90,12 @@ void configIs(VmRow& row, const statedb::Record& record) {
 }
 
 std::vector<VmRow> allVms(Context& context) {
-  const statedb::Snapshot configs = context.db().snapshot({"vmConfig"});
+  const statedb::Snapshot configs = context.db().snapshot({"vmConfig", "vmImage"});
   const statedb::Snapshot statuses = context.status({"vmProblem", "vmProcess", "vmStatus"});
-  std::vector<VmRow> rows(configs.records.size());
-  for (size_t i = 0; i < rows.size(); ++i) {
-    rows[i].name = configs.records[i].key;
-    add(rows[i], configs.records[i]);
+  std::vector<VmRow> rows;
+  for (const statedb::Record& record : configs.records) {  // vmConfig comes first
+    if (record.table == "vmConfig") rows.emplace_back().name = record.key;
+    if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
   }
   addUnconfigured(rows, statuses.records);
   for (const statedb::Record& record : statuses.records)
@@ -99,7 +107,8 @@ VmRow vmNamed(Context& context, const rt::String& name) {
   VmRow row;
   row.name = name;
   if (name.empty()) return row;  // no key can be
-  if (const auto config = context.db().record("vmConfig", name)) add(row, *config);
+  for (const char* table : {"vmConfig", "vmImage"})
+    if (const auto record = context.db().record(table, name)) add(row, *record);
   for (const char* table : {"vmStatus", "vmProcess", "vmProblem"})
     if (const auto record = context.status(table, name)) add(row, *record);
   return row;

@@ -25,6 +25,12 @@ struct VmProblem {
   rt::String source;
 };
 
+// A row of vmImage; without one, empty.
+struct VmImage {
+  rt::String diskImage;
+  rt::String format;
+};
+
 struct VmRow {
   rt::String name;
   uint64_t revision = 0;                // of the configuration; 0: it has none
@@ -33,7 +39,12 @@ struct VmRow {
   Vm::VmStatus::Ptr status;             // null: the agent has made none
   VmProcess process;
   std::optional<VmProblem> problem;
+  VmImage image;
 
+  // What its disk image is opened as; empty: nobody has said yet.
+  rt::String imageFormat() const {
+    return config && config->diskImage() == image.diskImage ? image.format : rt::String();
+  }
   bool exists() const { return revision != 0; }
   // In no configuration, and nobody is known to have removed it: its guest goes on.
   bool isUnknown() const { return !exists() && !process.unknown.empty(); }
@@ -54,6 +65,7 @@ struct VmRow {
 std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
+VmImage imageOf(const rt::String& doc);
 
 // All that are configured, that are unknown, and that are leaving, by name. Reads each table once.
 std::vector<VmRow> allVms(Context& context);

@@ -86,6 +86,7 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
   facts.add("Memory:", rt::toText(vm.memory()) + " MiB");
   facts.add("Display:", displayOf(row, screen));
   facts.add("Disk:", vm.diskImage());
+  facts.add("Format:", row.imageFormat());
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
   Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
   for (const auto& [key, card] : vm.vnicConfigs()) {
@@ -102,6 +103,8 @@ rt::String vmJson(const VmRow& row) {
   if (row.isUnknown()) json += R"(,"unknown":true)";
   if (row.isLeaving()) json += R"(,"removed":true)";
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
+  const rt::String format = row.imageFormat();
+  (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
   const VmProcess& process = row.process;
   (json += R"(,"process":{"process":)") += quoted(process.process);

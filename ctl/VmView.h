@@ -7,7 +7,8 @@
 
 namespace ctl {
 
-// The members of its object: "name":...,"config":...,"status":...,"process":...,"problem":...
+// The members of its object:
+// "name":...,"config":...,"format":...,"status":...,"process":...,"problem":...
 rt::String vmJson(const VmRow& row);
 
 // The headers only, and a row for it.

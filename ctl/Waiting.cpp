@@ -74,8 +74,10 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
 }
 
 void Waiter::tellProblem(const VmRow& row) {
-  // That a change waits for the next restart keeps nothing from happening.
-  const bool isTrouble = row.problem && row.problem->source != "restart";
+  // That a change waits for the next restart keeps nothing from happening, nor what a disk begins
+  // as.
+  const bool isTrouble =
+      row.problem && row.problem->source != "restart" && row.problem->source != "format";
   const rt::String problem = isTrouble ? row.problem->problem : "";
   if (!oldProblem_) oldProblem_ = problem;
   // It may be out of date: the daemon needs a moment to look again.

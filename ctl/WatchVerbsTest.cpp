@@ -7,7 +7,7 @@ using fakes::Answer;
 
 constexpr const char* config =
     R"("config":{"enabled":false,"diskImage":"/images/web.iso","memory":256,"vncPort":0,)"
-    R"("vnicConfig":{}})";
+    R"("vnicConfig":{}},"format":null)";
 constexpr const char* running =
     R"("status":{"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""},)"
     R"("process":{"process":"running","pid":4711,"restarts":0})";
@@ -35,12 +35,13 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
   endAfterwards();
   EXPECT_EQ(
       vmctl("watch -o json"),
-      (Answer{1,
-              put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
-                  R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,"config":null,)" +
-                  running + ",\"problem\":null}}\n" +
-                  "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
-              ""}));
+      (Answer{
+          1,
+          put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
+              R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,"config":null,"format":null,)" +
+              running + ",\"problem\":null}}\n" +
+              "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
+          ""}));
 }
 
 TEST_F(WatchVerb, ShowsNamesOfOthersAsTheyAre) {

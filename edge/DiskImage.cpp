@@ -121,9 +121,9 @@ std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts
                            ": convert it (qemu-img convert)");
 }
 
-guest::ImageFormat detectedFormat(const ImageFacts& facts) {
-  return guest::imageFormatFrom(guest::formatOfHead(headOf(facts)))
-      .value_or(guest::ImageFormat::raw);
+std::optional<guest::ImageFormat> detectedFormat(const ImageFacts& facts) {
+  if (accessRight(facts)) return std::nullopt;
+  return guest::imageFormatFrom(guest::formatOfHead(headOf(facts)));
 }
 
 rt::String otherFormat(const ImageFacts& facts, guest::ImageFormat format) {

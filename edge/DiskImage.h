@@ -59,8 +59,8 @@ std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts
 // The same of one whose format is not fixed yet: raw disks and CDs, and such a qcow2, will do.
 std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts);
 
-// What an image without a problem is, going by its first bytes.
-guest::ImageFormat detectedFormat(const ImageFacts& facts);
+// What the image is, going by its first bytes; nothing: it cannot be read, or is neither.
+std::optional<guest::ImageFormat> detectedFormat(const ImageFacts& facts);
 // The name of another format than `format` that the image begins as; empty when it is none.
 rt::String otherFormat(const ImageFacts& facts, guest::ImageFormat format);
 

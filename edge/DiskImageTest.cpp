@@ -156,6 +156,10 @@ TEST(DiskImage, OfWhateverFormatMustBeReadableFirst) {
 TEST(DiskImage, IsDetectedByItsFirstBytes) {
   EXPECT_EQ(detectedFormat(qcow2(2)), guest::ImageFormat::qcow2);
   EXPECT_EQ(detectedFormat(file()), guest::ImageFormat::raw);
+  EXPECT_EQ(detectedFormat(unreadable(ENOENT)), std::nullopt);
+  ImageFacts vmdk = file();
+  write(vmdk, 0, "KDMV");
+  EXPECT_EQ(detectedFormat(vmdk), std::nullopt);
 }
 
 TEST(DiskImage, MayBeginAsAnotherFormatThanItHas) {

@@ -100,10 +100,14 @@ World VmctlFixture::world() {
     return found == environment_.end() ? std::nullopt : std::optional<rt::String>(found->second);
   };
   const auto imageFacts = [this](const rt::String& path) {
+    ++looks_;
+    time_ += lookTakes_;
+    if (const auto found = images_.find(path.str()); found != images_.end()) return found->second;
     edge::ImageFacts facts;
     facts.error = missingImages_.count(path.str()) != 0 ? ENOENT : 0;
     facts.kind = edge::ImageFacts::Kind::regular;
     facts.size = edge::smallestImage;
+    facts.isCd = path.str().ends_with(".iso");
     return facts;
   };
   const auto readFile = [this](const rt::String& path) -> rt::String {

@@ -82,6 +82,10 @@ class VmctlFixture : public testing::Test {
   int waits_ = 0;       // how often commands waited
   std::map<std::string, std::string> environment_;
   std::set<std::string> missingImages_;
+  // By path; any other is a CD when it is named so, and else an empty raw disk.
+  std::map<std::string, edge::ImageFacts> images_;
+  int looks_ = 0;                             // how often an image was looked at
+  double lookTakes_ = 0;                      // seconds
   std::map<std::string, std::string> files_;  // by path
   rt::String stateDir_;                       // those that the last command opened
   rt::String runDir_;
