@@ -25,10 +25,10 @@ rt::String documentOf(const rt::Entity& entity);
 struct FillOptions {
   // A truth value that says whether the rest is in use, such as "enabled": where a type has it, it
   // is written after the other fields when it becomes true and before them when it becomes false.
-  std::string_view switchAttribute;
+  std::string_view switchAttribute{};
   // Further rules, over a record that has the document's values and that nobody watches. What it
   // finds refuses the document too; what it says of a field that could not be read is left out.
-  std::function<std::vector<rt::Problem>(const rt::Entity&)> check;
+  std::function<std::vector<rt::Problem>(const rt::Entity&)> check{};
   // Gives a fresh record what its fields have when the document leaves them out, where the defaults
   // of its type will not do.
   std::function<void(rt::Entity&)> defaults{};

@@ -22,9 +22,9 @@ struct ImageVerdict {
   };
 
   Kind kind = Kind::fit;
-  rt::String problem;  // why it is refused
-  rt::String note;     // what is worth telling of one that is fit; mostly empty
-  rt::String format;   // what one that is fit is opened as; empty: it is not known
+  rt::String problem{};  // why it is refused
+  rt::String note{};     // what is worth telling of one that is fit; mostly empty
+  rt::String format{};   // what one that is fit is opened as; empty: it is not known
 };
 
 }  // namespace host

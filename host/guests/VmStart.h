@@ -10,8 +10,8 @@ namespace host {
 // What the start's processes are told of it.
 struct VmStart {
   rt::String vm;
-  statedb::Origin row;     // where its row was made
-  rt::String imageFormat;  // what its disk image is opened as; empty: it is not known
+  statedb::Origin row;       // where its row was made
+  rt::String imageFormat{};  // what its disk image is opened as; empty: it is not known
 };
 
 // Prepares a start. Throws when it cannot be: it is tried again then.

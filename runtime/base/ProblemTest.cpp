@@ -9,6 +9,21 @@ String shown(const std::string& value) {
   return Problem{"memory", String(value), "must be 1 to 10"}.text();
 }
 
+// Returns `count` characters and an end. Appends, for g++ 12 warns of a sum of temporaries.
+std::string row(size_t count, const std::string& end, char character = 'a') {
+  std::string text(count, character);
+  text += end;
+  return text;
+}
+
+// Returns what is said of a value that is shown as `value`.
+std::string refused(const std::string& value) {
+  std::string text = "memory: '";
+  text += value;
+  text += "' is refused: must be 1 to 10";
+  return text;
+}
+
 TEST(Problem, NamesTheFieldTheValueAndWhatWouldBeRight) {
   EXPECT_EQ(shown("abc"), "memory: 'abc' is refused: must be 1 to 10");
   EXPECT_EQ(shown(""), "memory: '' is refused: must be 1 to 10");
@@ -22,24 +37,20 @@ TEST(Problem, IsOneLineWithoutControlCharacters) {
 }
 
 TEST(Problem, ShowsTheFirst64BytesOfALongValueAndKeepsItAll) {
-  EXPECT_EQ(shown(std::string(64, 'a')),
-            "memory: '" + std::string(64, 'a') + "' is refused: must be 1 to 10");
-  EXPECT_EQ(shown(std::string(65, 'a')),
-            "memory: '" + std::string(64, 'a') + "...' is refused: must be 1 to 10");
-  EXPECT_EQ((Problem{"f", std::string(65, 'a'), "r"}.value.size()), 65U);
+  EXPECT_EQ(shown(row(64, "")), refused(row(64, "")));
+  EXPECT_EQ(shown(row(65, "")), refused(row(64, "...")));
+  EXPECT_EQ((Problem{"f", row(65, ""), "r"}.value.size()), 65U);
 }
 
 TEST(Problem, ShowsTheBeginOfALongPath) {
-  EXPECT_EQ((Problem{String(std::string(65, 'a')), "x", "must not be"}.text()),
-            std::string(64, 'a') + "...: 'x' is refused: must not be");
+  EXPECT_EQ((Problem{row(65, ""), "x", "must not be"}.text()),
+            row(64, "...: 'x' is refused: must not be"));
 }
 
 TEST(Problem, CutsNoCharacterApart) {
-  EXPECT_EQ(shown(std::string(63, 'a') + "\u00e9x"),
-            "memory: '" + std::string(63, 'a') + "...' is refused: must be 1 to 10");
-  EXPECT_EQ(shown(std::string(62, 'a') + "\u00e9x"),
-            "memory: '" + std::string(62, 'a') + "\u00e9...' is refused: must be 1 to 10");
-  EXPECT_EQ(shown(std::string(70, '\x80')), "memory: '...' is refused: must be 1 to 10");
+  EXPECT_EQ(shown(row(63, "\u00e9x")), refused(row(63, "...")));
+  EXPECT_EQ(shown(row(62, "\u00e9x")), refused(row(62, "\u00e9...")));
+  EXPECT_EQ(shown(row(70, "", '\x80')), refused("..."));
 }
 
 }  // namespace

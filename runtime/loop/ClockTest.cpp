@@ -10,7 +10,29 @@
 #include "runtime/loop/Clock.h"
 
 namespace rt {
+namespace clocktest {
+
+// A machine that drops its clock reactor. g++ wants a getter of its base to be of a named
+// namespace.
+class Waker final : public StateMachineOf<Waker> {
+ public:
+  explicit Waker(rt::Ptr<Clock> clock) { wakeUp_.emplace(*this, std::move(clock)); }
+  void drop() { wakeUp_.reset(); }
+
+  static constexpr std::string_view typeName = "Test::Waker";
+  using Attributes = AttributeTable<Attribute<"initialized", &Waker::initialized>>;
+
+ private:
+  void handleClock() { ADD_FAILURE() << "it was dropped"; }
+
+  std::optional<ClockReactor<Waker, &Waker::handleClock>> wakeUp_;
+};
+
+}  // namespace clocktest
+
 namespace {
+
+using clocktest::Waker;
 
 using fakes::Log;
 using fakes::ManualClock;
@@ -250,21 +272,6 @@ TEST_F(ClockTest, AMachineMayEndWithItsWakeUpSet) {
   clock->advance(Seconds(10));
   EXPECT_THAT(take(), IsEmpty());
 }
-
-// A machine that drops its clock reactor.
-class Waker final : public StateMachineOf<Waker> {
- public:
-  explicit Waker(rt::Ptr<Clock> clock) { wakeUp_.emplace(*this, std::move(clock)); }
-  void drop() { wakeUp_.reset(); }
-
-  static constexpr std::string_view typeName = "Test::Waker";
-  using Attributes = AttributeTable<Attribute<"initialized", &Waker::initialized>>;
-
- private:
-  void handleClock() { ADD_FAILURE() << "it was dropped"; }
-
-  std::optional<ClockReactor<Waker, &Waker::handleClock>> wakeUp_;
-};
 
 TEST_F(ClockTest, AReactorMayEndBeforeItsMachine) {
   const auto waker = make<Waker>(clock);

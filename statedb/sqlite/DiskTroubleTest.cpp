@@ -198,9 +198,9 @@ TEST_F(MountTest, AFullDiskLeavesNothingHalfWrittenAndIsGotOver) {
   const Closing wakeUp(store->wakeUp());
   fill();
   Transaction large;
-  for (int i = 0; i < 200; ++i)
-    large.put("vmConfig", rt::String(std::to_string(i)),
-              "\"" + rt::String(std::string(2000, 'x')) + "\"");
+  std::string text = "\"";
+  text.append(2000, 'x').append("\"");
+  for (int i = 0; i < 200; ++i) large.put("vmConfig", rt::String(std::to_string(i)), text);
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { store->commit(large); }, &sentence), Trouble::full);
   EXPECT_EQ(sentence, "no space left on the disk of " + file.string() +
