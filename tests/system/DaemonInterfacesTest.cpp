@@ -180,7 +180,8 @@ TEST_F(DaemonInterfaces, ThatFlapAThousandTimesEndAsTheyAre) {
                world.hasRow("interfaceStatus", "Ethernet1", R"("present":true)");
       },
       30))
-      << asked("netdev_add") << " " << asked("netdev_del");
+      << asked("netdev_add") << " " << asked("netdev_del") << " " << world.row("vmProblem", "web1")
+      << world.row("interfaceStatus", "Ethernet1") << world.log();
   EXPECT_TRUE(isOn("web1"));
   const auto taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
   EXPECT_EQ(std::count(taps.begin(), taps.end(), '\n'), 1) << taps;
