@@ -1,6 +1,6 @@
 """Which functions nobody calls: those that a product header declares and no product code uses.
 
-Tests, fakes, benchmarks and fuzzers are no product code. A name stands for all functions of that
+Tests, fakes, benchmarks, fuzzers and the simulator are no product code. A name stands for all functions of that
 name. What is said outside of functions uses it, and so does the body of a function that is used
 itself: neither its own body nor that of another that nobody calls keeps a function alive.
 """
@@ -130,8 +130,7 @@ class Names(Source):
 
 def product(texts):
     """{path: text} of what is product code: sources, and the headers that they reach."""
-    todo = [p for p in texts if p.endswith(".cpp") and not include_rules.is_test(p) and
-            not include_rules.is_fake(p)]
+    todo = [p for p in texts if p.endswith(".cpp") and include_rules.is_product(p)]
     reached = set()
     while todo:
         path = todo.pop()

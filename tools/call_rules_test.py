@@ -38,9 +38,9 @@ class CallRules(unittest.TestCase):
     def test_a_call_in_product_code_uses_it(self):
         self.assertEqual(findings({"host/main.cpp": CALL}), [])
 
-    def test_a_call_in_a_test_a_fake_a_benchmark_or_a_fuzzer_does_not(self):
+    def test_a_call_in_a_test_a_fake_a_benchmark_a_fuzzer_or_the_simulator_does_not(self):
         for path in ("host/ATest.cpp", "tests/system/A.cpp", "host/fakes/B.cpp", "host/ABench.cpp",
-                     "bench/B.cpp", "host/AFuzz.cpp", "fuzz/B.cpp"):
+                     "bench/B.cpp", "host/AFuzz.cpp", "fuzz/B.cpp", "sim/world/A.cpp"):
             self.is_found({path: CALL})
 
     def test_a_header_of_a_fake_is_not_looked_at(self):

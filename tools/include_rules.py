@@ -31,11 +31,16 @@ ALLOWED = {
     "host/service": ["host/base", "netlink"],
     "host": ["host/network", "host/service", "Vm"],
     "shim": ["runtime/base", "guest"],
+    "sim/base": [],
+    "sim/fiber": ["sim/base"],
 }
 
 # Tests may include anything.  They stand in these folders, or beside the code they test.
 TEST_FOLDERS = ("tests", "fuzz", "bench")
 TEST_ENDINGS = ("Test.cpp", "Bench.cpp", "Fuzz.cpp")
+
+# It stands for a whole machine in tests, and has layers of its own.
+SIMULATOR = "sim"
 
 # Product code never includes what lies below a folder of this name.
 FAKES = "fakes"
@@ -70,6 +75,11 @@ def is_test(path):
 
 def is_fake(path):
     return FAKES in path.split("/")[:-1]
+
+
+def is_product(path):
+    """Whether it is, or may become, a part of what is shipped."""
+    return not is_test(path) and not is_fake(path) and not below(path, SIMULATOR)
 
 
 def reachable(row):
