@@ -33,6 +33,10 @@ ALLOWED = {
     "shim": ["runtime/base", "guest"],
     "sim/base": [],
     "sim/fiber": ["sim/base"],
+    "sim/kernel": ["sim/fiber"],
+    "sim/seam": ["sim/kernel"],
+    "sim/models": ["sim/kernel"],
+    "sim/world": ["sim/seam", "sim/models", "statedb"],
 }
 
 # Tests may include anything.  They stand in these folders, or beside the code they test.
