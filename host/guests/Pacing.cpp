@@ -19,11 +19,16 @@ Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
 
 Step Pacing::leave(const VmFacts& facts, rt::Seconds now) {
   const bool mayTakeItsTime = facts.process && patience_ > rt::Seconds(0);
-  if (mayTakeItsTime && !giveUpAt_) {
+  if (!giveUpAt_) {
     giveUpAt_ = now + patience_;
+    isAsked_ = false;
+  }
+  if (mayTakeItsTime && now < *giveUpAt_) {
+    if (isAsked_ || facts.takingUp) return Step::none;
+    giveUpAt_ = now + patience_;
+    isAsked_ = true;
     return Step::ask;
   }
-  if (mayTakeItsTime && now < *giveUpAt_) return Step::none;
   giveUpAt_.reset();
   return Step::switchOff;
 }

@@ -19,6 +19,7 @@ struct VmFacts {
   bool switchedOn = false;     // what the agent was told last
   bool statusEnabled = false;  // what the agent made of it
   bool process = false;        // a QEMU of that name is there, an earlier VM's perhaps
+  bool takingUp = false;       // it was an earlier daemon's, and has said nothing to the agent yet
   bool adoptable = false;      // an earlier daemon's guest is there, which a start takes up
   uint64_t restart = 0;        // the number of its restart intent
 };
@@ -34,7 +35,10 @@ enum class Step : uint8_t {
 // Pure: knows no clock and no VM. Owned by the VM's keeper, which carries out what it says.
 //
 //   wanted | switched on | process | started | step
-//   no     | yes         | yes     |         | ask; switchOff once it is gone, or time is up
+//   no     | yes         | yes     |         | ask, once the guest is taken up: its shim would
+//   start
+//          |             |         |         | another for one that ends before; switchOff once it
+//          is |             |         |         | gone, or time is up
 //   no     | yes         | no      |         | switchOff
 //   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
 //          |             |         |         | was asked to end already
@@ -59,7 +63,7 @@ class Pacing {
   Step leave(const VmFacts& facts, rt::Seconds now);
   // There was nobody to ask: it will not end by itself.
   void askFailed() { giveUpAt_ = rt::Seconds(0); }
-  // Its guest was told to end, and is waited for.
+  // Its guest is to end, and is waited for.
   bool isLeaving() const { return giveUpAt_.has_value(); }
   // The start that next() asked for has to wait for something that will be told of.
   void deferred() { retryAt_ = rt::Seconds(0); }
@@ -85,7 +89,8 @@ class Pacing {
 
   uint64_t restartsDone_;
   rt::Seconds patience_;
-  std::optional<rt::Seconds> giveUpAt_;  // since the guest was asked to end
+  std::optional<rt::Seconds> giveUpAt_;  // since the guest is to end
+  bool isAsked_ = false;                 // since then
   rt::Seconds retryAt_ = never;
   rt::Seconds delay_ = firstDelay;
 };

@@ -224,6 +224,9 @@ class OrderlyStop : public PacingTest {
   }
 };
 
+constexpr VmFacts takingUp{
+    .switchedOn = true, .statusEnabled = true, .process = true, .takingUp = true};
+
 TEST_F(OrderlyStop, AsksTheGuestAndSwitchesOffWhenItHasGone) {
   EXPECT_EQ(next(unwanted(running)), Step::ask);
   EXPECT_EQ(next(unwanted(running)), Step::none);
@@ -270,6 +273,25 @@ TEST_F(OrderlyStop, IsAskedForOnceEachTime) {
   next(ended(unwanted(running)));
   next(wanted);
   EXPECT_EQ(next(unwanted(running)), Step::ask);
+}
+
+// Its shim would hear that of the one that has the guest: that this ends, and start another.
+TEST_F(OrderlyStop, AsksAGuestOnceItIsTakenUp) {
+  EXPECT_EQ(next(takingUp), Step::none);
+  EXPECT_TRUE(pacing.isLeaving());
+  now = rt::Seconds(5);
+  EXPECT_EQ(next(unwanted(running)), Step::ask);
+  now = rt::Seconds(24.9);
+  EXPECT_EQ(next(unwanted(running)), Step::none) << "it has its time from then on";
+  now = rt::Seconds(25);
+  EXPECT_EQ(next(unwanted(running)), Step::switchOff);
+}
+
+TEST_F(OrderlyStop, WaitsForNoGuestToBeTakenUpForEver) {
+  next(takingUp);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds(20));
+  now = rt::Seconds(20);
+  EXPECT_EQ(next(takingUp), Step::switchOff);
 }
 
 TEST_F(PacingTest, CarriesOutTheRestartOfAGuestThatAnEarlierDaemonLeft) {

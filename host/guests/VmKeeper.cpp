@@ -115,6 +115,7 @@ VmFacts VmKeeper::facts() const {
           .switchedOn = mounted_ && mounted_->enabled(),
           .statusEnabled = status_ && status_->enabled(),
           .process = hasProcess(),
+          .takingUp = takesUp_ && status_ && status_->state() == "Starting",
           .adoptable = adoptable_,
           .restart = restart_};
 }
@@ -277,7 +278,8 @@ void VmKeeper::write(Step step) {
   const rt::String failure = isOff ? rt::String() : change.failure();
   // What is reported from here on is no failure of the agent's.
   if (step == Step::switchOff) tools_.cards.switchedOff(name_);
-  if (step == Step::switchOn && std::exchange(adoptable_, false))
+  if (step == Step::switchOn) takesUp_ = std::exchange(adoptable_, false);
+  if (step == Step::switchOn && takesUp_)
     thrown.run([&] {
       told_ = statedb::Origin();  // that of its own start
       tools_.tookUp(name_);

@@ -71,8 +71,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
   void restartIsPast(uint64_t number);  // the same, and nothing is to be done for it
-  // The name of a guest that an operator gave up.
-  void givenUpIs(const rt::String& guest);
+  void givenUpIs(const rt::String& guest);  // the name of one that an operator gave up
   // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
   void guestProblemIs(const rt::String& problem);
   // How many processes of that name an earlier daemon left.
@@ -134,6 +133,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
+  bool takesUp_ = false;  // so the last start
   std::optional<UnknownGuest> unknown_;  // an earlier daemon's
   Vm::VmConfig::Ptr wanted_;             // what is in force, switch and all; null: nothing
   uint64_t vm_ = 0;                      // VmRow::vm

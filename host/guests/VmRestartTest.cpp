@@ -120,6 +120,18 @@ TEST(VmStop, AsksTheGuestFirstAndTakesItsCardsWhenItHasGone) {
   EXPECT_FALSE(world.config->vmConfig("web1")->enabled());
 }
 
+TEST(VmStop, OfAGuestThatIsBeingTakenUpWaitsUntilItHasSaidSomething) {
+  SupervisorWorld world({}, rt::Seconds(20));
+  world.supervisor->adoptableIs("web1", true);
+  world.rowIs("web1", on);
+  world.fortune.take();
+  world.rowIs("web1", off);
+  EXPECT_THAT(world.fortune.take(), IsEmpty());
+  world.status->vmStatus("web1")->stateIs("Running");
+  world.settle();
+  EXPECT_THAT(world.fortune.take(), ElementsAre("ask web1"));
+}
+
 TEST(VmStop, DoesNotWaitForEver) {
   SupervisorWorld world({}, rt::Seconds(20));
   world.rowIs("web1", on);

@@ -19,8 +19,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 const std::vector<std::string> traced = {"--trace", "1,8"};
 
@@ -80,7 +82,7 @@ TEST_F(Meanwhile, RowsAreRewrittenByAForeignerAndTheNextDaemonGoesByThem) {
   EXPECT_TRUE(world.rests(all));
 }
 
-// A daemon takes guests up one after the other, and the last ones wait for seconds.
+// A daemon takes guests up one after the other; the last ones may wait still, or be in the midst.
 TEST_F(Meanwhile, AGuestThatWaitsToBeTakenUpEndsWhenItIsNotWantedAnyMore) {
   world.start({"--stop-timeout", "0"});
   const std::vector<std::string> vms = {"web1", "web2", "web3", "web4", "web5", "web6"};
@@ -98,6 +100,8 @@ TEST_F(Meanwhile, AGuestThatWaitsToBeTakenUpEndsWhenItIsNotWantedAnyMore) {
   const pid_t old = std::exchange(all[3], Expected{"web4", true}).qemu;
   EXPECT_TRUE(world.settles(all));
   EXPECT_NE(world.qemu("web4"), old) << "it was another VM's";
+  for (const char* vm : {"web5", "web6"})
+    EXPECT_THAT(world.shimLog(vm), Not(ContainsRegex("started as(.|\n)*started as"))) << vm;
 }
 
 // To a shim, a pipe that nobody reads any more is the sign of its daemon's end.
