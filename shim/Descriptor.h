@@ -1,6 +1,7 @@
 // Open files that belong to somebody.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -29,6 +30,12 @@ class Descriptor {
  private:
   int number_;
 };
+
+// Another one of the same open file, which executed programs do not inherit; none when there can be
+// no more, or of none.
+inline Descriptor copyOf(const Descriptor& descriptor) {
+  return Descriptor(fcntl(descriptor.number(), F_DUPFD_CLOEXEC, 0));
+}
 
 using Descriptors = std::vector<Descriptor>;
 

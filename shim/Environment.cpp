@@ -29,6 +29,15 @@ Duration secondsFrom(const std::string& text) {
   return Duration(1000) * seconds;
 }
 
+int descriptorFrom(const std::string& text) {
+  int number = -1;
+  const char* const end = text.data() + text.size();
+  const auto [at, error] = std::from_chars(text.data(), end, number);
+  if (text.empty() || (error == std::errc() && at == end && number >= 0)) return number;
+  throw ArgumentError("VMAGENT_LISTENER: '" + text +
+                      "' is refused: it must be a descriptor's number");
+}
+
 Acceleration accelerationFrom(const std::string& text) {
   if (const auto value = accelerationFromText(text)) return *value;
   throw ArgumentError("VMAGENT_ACCEL: '" + text + "' is refused: it must be auto, kvm or tcg");
@@ -71,6 +80,7 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
   environment.policy.acceleration = accelerationFrom(valueOf(get, "VMAGENT_ACCEL", "auto"));
   environment.imageFormat = imageFormatFrom(valueOf(get, "VMAGENT_IMAGE_FORMAT", ""));
   environment.stopTimeout = secondsFrom(valueOf(get, "VMAGENT_STOP_TIMEOUT", "15"));
+  environment.listener = descriptorFrom(valueOf(get, "VMAGENT_LISTENER", ""));
   return environment;
 }
 

@@ -20,6 +20,10 @@ struct Environment {
   std::optional<guest::ImageFormat> imageFormat;
   // VMAGENT_STOP_TIMEOUT, in seconds: what a guest gets to shut down by itself.
   Duration stopTimeout{15'000};
+  // VMAGENT_LISTENER: the descriptor of a socket that listens at the monitor's path since before
+  // our start, so that the agent finds somebody at once; -1: there is none, as when we are started
+  // by hand.
+  int listener = -1;
 };
 
 // `get` is getenv. An empty value counts as none. Throws ArgumentError for one that is of no use.

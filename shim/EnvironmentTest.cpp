@@ -32,7 +32,8 @@ TEST(Environment, HasDefaults) {
                                                                 {"VMAGENT_ACCEL", ""},
                                                                 {"VMAGENT_VNC_LISTEN", ""},
                                                                 {"VMAGENT_IMAGE_FORMAT", ""},
-                                                                {"VMAGENT_STOP_TIMEOUT", ""}}}) {
+                                                                {"VMAGENT_STOP_TIMEOUT", ""},
+                                                                {"VMAGENT_LISTENER", ""}}}) {
     const Environment found = environment(values);
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
     EXPECT_EQ(found.runDir, "/run/vmagent");
@@ -40,6 +41,7 @@ TEST(Environment, HasDefaults) {
     EXPECT_EQ(found.policy.vncListen, "");
     EXPECT_EQ(found.stopTimeout, seconds(15));
     EXPECT_EQ(found.imageFormat, std::nullopt);
+    EXPECT_EQ(found.listener, -1);
   }
 }
 
@@ -48,12 +50,14 @@ TEST(Environment, SaysWhatAnOperatorWants) {
                                          {"VMAGENT_RUN_DIR", "/r"},
                                          {"VMAGENT_ACCEL", "kvm"},
                                          {"VMAGENT_VNC_LISTEN", "10.0.0.1"},
-                                         {"VMAGENT_STOP_TIMEOUT", "0"}});
+                                         {"VMAGENT_STOP_TIMEOUT", "0"},
+                                         {"VMAGENT_LISTENER", "7"}});
   EXPECT_EQ(found.qemu, "/q");
   EXPECT_EQ(found.runDir, "/r");
   EXPECT_EQ(found.policy.acceleration, Acceleration::kvm);
   EXPECT_EQ(found.policy.vncListen, "10.0.0.1");
   EXPECT_EQ(found.stopTimeout, seconds(0));
+  EXPECT_EQ(found.listener, 7);
 }
 
 TEST(Environment, SaysWhatTheDiskImageIs) {
@@ -73,6 +77,10 @@ TEST(Environment, OfNoUseIsRefused) {
     EXPECT_EQ(refusal({{"VMAGENT_STOP_TIMEOUT", text}}),
               "VMAGENT_STOP_TIMEOUT: '" + std::string(text) +
                   "' is refused: it must be 0 to 86400 (seconds)");
+  for (const char* const text : {"-1", "x", "7x", " 7", "99999999999999"})
+    EXPECT_EQ(refusal({{"VMAGENT_LISTENER", text}}),
+              "VMAGENT_LISTENER: '" + std::string(text) +
+                  "' is refused: it must be a descriptor's number");
 }
 
 TEST(Cpu, CanRunGuestsWhenItSaysSo) {

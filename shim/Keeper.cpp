@@ -27,7 +27,6 @@ constexpr size_t longestSaying = 256 * 1024;
 constexpr size_t mostUnsent = 64 * 1024;
 // How many reads a dead QEMU's last words are worth.
 constexpr int mostReads = 256;
-constexpr int agentsPatience = 1'000;  // milliseconds
 
 // A stream of ours and its other end, which is QEMU's.
 std::pair<Descriptor, Descriptor> streamPair() {
@@ -163,18 +162,9 @@ int Keeper::run() {
   writeLastError();
   directory_.problemIs("");
   log_.write(logLine("shim", describe(*status_)));
-  awaitAgent();
   socket_->remove();
   tellOfEnd();
   return *status_;
-}
-
-// An agent that started a QEMU which failed at once has not connected yet. Finding nobody it would
-// go on looking for ten seconds, and keep all other guests waiting; connected, it sees the end.
-void Keeper::awaitAgent() {
-  if (agent_ || relay_->isReady()) return;
-  pollfd waiting[] = {{socket_->number(), POLLIN, 0}, {signals_.number(), POLLIN, 0}};
-  if (poll(waiting, 2, agentsPatience) > 0 && waiting[0].revents != 0) acceptAgent();
 }
 
 std::vector<pollfd> Keeper::polled() {

@@ -51,7 +51,6 @@ class Keeper {
   // Entries in what is polled: first the busy ones.
   enum Entry : size_t { listener, agent, qemu, signals, output, daemon, screen, console };
 
-  void awaitAgent();
   void start(const Environment& environment, const CommandLine& line, const std::string& argv0);
   std::vector<pollfd> polled();
   int timeout() const;

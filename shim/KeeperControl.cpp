@@ -93,11 +93,14 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
     wanted = readCommandLine(adoption.arguments);
     if (wanted.name != name_)
       throw Failure("the guest is VM '" + name_ + "' and not '" + wanted.name + "'");
-    socket = std::make_unique<ListeningSocket>(wanted.monitorPath, "monitor",
-                                               ListeningSocket::Users::ours);
+    Descriptor handed = descriptors.size() > 1 ? std::move(descriptors[1]) : Descriptor();
+    if (handed && !listens(handed.number()))
+      throw Failure("the second descriptor must be of a socket that listens");
+    socket = monitorSocket(wanted.monitorPath, std::move(handed));
   } catch (const std::runtime_error& error) {
     throw control::RequestError("adopt: " + std::string(error.what()));
   }
+  socket_->leaveTo(*socket);
   socket_ = std::move(socket);
   agent_.reset();
   daemonPid_ = adoption.daemon;

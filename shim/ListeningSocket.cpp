@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -21,6 +22,10 @@ constexpr int mostWaiting = 16;
 
 bool isThere(const Place& place, struct stat& found) {
   return fstatat(place.directory, place.name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 void removeStale(const Place& place, const std::string& what) {
@@ -66,6 +71,12 @@ ListeningSocket::ListeningSocket(Place place, const std::string& what, Users use
     throw failureOf(what + " socket " + place_.path + " could not be made");
 }
 
+ListeningSocket::ListeningSocket(Place place, Descriptor listening)
+    : place_(std::move(place)), socket_(std::move(listening)) {
+  (void)fcntl(socket_.number(), F_SETFL, O_NONBLOCK);
+  (void)isThere(place_, own_);
+}
+
 Descriptor ListeningSocket::accept() {
   Descriptor connection(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   isExhausted_ =
@@ -73,14 +84,33 @@ Descriptor ListeningSocket::accept() {
   return connection;
 }
 
-Descriptor ListeningSocket::duplicate() const {
-  return Descriptor(fcntl(socket_.number(), F_DUPFD_CLOEXEC, 0));
-}
-
 void ListeningSocket::remove() const {
   struct stat found {};
-  if (isThere(place_, found) && found.st_dev == own_.st_dev && found.st_ino == own_.st_ino)
+  if (isThere(place_, found) && isSame(found, own_))
     (void)unlinkat(place_.directory, place_.name.c_str(), 0);
+}
+
+void ListeningSocket::leaveTo(const ListeningSocket& next) {
+  if (isSame(own_, next.own_)) own_ = {};
+}
+
+bool listens(int number) {
+  int value = 0;
+  socklen_t size = sizeof value;
+  return getsockopt(number, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) == 0 && value != 0;
+}
+
+Descriptor takeListener(int number, std::vector<int>& inherited) {
+  const auto found = std::find(inherited.begin(), inherited.end(), number);
+  if (found == inherited.end() || !listens(number)) return Descriptor();
+  inherited.erase(found);
+  (void)fcntl(number, F_SETFD, FD_CLOEXEC);
+  return Descriptor(number);
+}
+
+std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, Descriptor listener) {
+  if (listener) return std::make_unique<ListeningSocket>(path, std::move(listener));
+  return std::make_unique<ListeningSocket>(path, "monitor", ListeningSocket::Users::ours);
 }
 
 Descriptor connectionTo(const std::string& path) {

@@ -3,8 +3,10 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "shim/Descriptor.h"
 #include "shim/Place.h"
@@ -19,6 +21,8 @@ class ListeningSocket {
   enum class Users { ours, group };
 
   ListeningSocket(Place place, const std::string& what, Users users = Users::group);
+  // One that listens there already.
+  ListeningSocket(Place place, Descriptor listening);
   ListeningSocket(const ListeningSocket&) = delete;
   ~ListeningSocket() { remove(); }
 
@@ -29,9 +33,11 @@ class ListeningSocket {
   // A connection that does not block; none when nobody waits any more.
   Descriptor accept();
   // The same socket, which listens as long as either is open; none when there can be no more.
-  Descriptor duplicate() const;
+  Descriptor duplicate() const { return copyOf(socket_); }
   // Removes it from there, unless another's stands there by now.
   void remove() const;
+  // Leaves what stands there to that one, which stands there, too.
+  void leaveTo(const ListeningSocket& next);
 
  private:
   const Place place_;
@@ -39,6 +45,17 @@ class ListeningSocket {
   struct stat own_ {};
   bool isExhausted_ = false;
 };
+
+// Whether that descriptor is of a socket that listens.
+bool listens(int number);
+
+// The descriptor of that number, which is taken out of `inherited`; none when it is not among them,
+// or does not listen.
+Descriptor takeListener(int number, std::vector<int>& inherited);
+
+// The socket at which an agent looks for the monitor: `listener`, which listens there already, or a
+// new one when there is none.
+std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, Descriptor listener);
 
 // A connection to whoever listens at that path, which does not block; none when nobody does.
 Descriptor connectionTo(const std::string& path);

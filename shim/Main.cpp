@@ -2,6 +2,7 @@
 // rest. Ends as its QEMU ends; with status 1 and a sentence on standard error when there can be
 // none.
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -9,7 +10,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -30,7 +30,6 @@ constexpr std::time_t quietPatience = 5;
 constexpr Duration takeOverPatience{3'000};
 // flock() tells nobody that it could be taken.
 constexpr long tryAgainAfter = 10'000'000;  // nanoseconds
-constexpr int agentsPatience = 1'000;       // milliseconds
 
 enum class Wait { got, toldToEnd, timedOut };
 
@@ -85,13 +84,13 @@ enum class Keeping { ours, toldToEnd };
 // Returns with the keeper's half of the lock, or told to end, or not at all: when another shim
 // keeps the guest for us, until its end. Throws Failure when the guest stays another's.
 Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLock& lock,
-                    const std::vector<int>& inherited, const Parent& parent) {
+                    Descriptor& listener, const std::vector<int>& inherited, const Parent& parent) {
   const sigset_t signals = keeperSignals();
   const std::string socket = directory.file("shim.sock");
   const Time last = now() + takeOverPatience;
   while (!lock.takeKeeping() || isKeptWithoutLock(lock, socket)) {
     const pid_t keeper = lock.keeper();
-    const std::string refusal = standIn(directory, line, parent, inherited);
+    const std::string refusal = standIn(directory, line, parent, listener, inherited);
     if (now() > last) throw runsAlready(line.name, keeper, refusal, directory);
     const std::timespec pause{0, tryAgainAfter};
     const int signal = sigtimedwait(&signals, nullptr, &pause);
@@ -100,32 +99,15 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
   return Keeping::ours;
 }
 
-// An agent that finds nobody at its QEMU's socket goes on looking for ten seconds, and keeps all
-// other guests waiting. One that has found us learns at once that there is no QEMU.
-void meetAgent(const std::string& path) {
-  if (connectionTo(path)) return;  // another daemon's guest is there
-  ListeningSocket socket(path, "monitor", ListeningSocket::Users::ours);
-  pollfd waiting{socket.number(), POLLIN, 0};
-  if (poll(&waiting, 1, agentsPatience) <= 0) return;
-  static const Descriptor agent = socket.accept();  // until we end
-}
-
 // Returns only without a QEMU.
 int keepGuest(const Environment& environment, const CommandLine& line, const std::string& argv0,
-              const VmDirectory& directory, const std::vector<int>& inherited) {
+              const VmDirectory& directory, Descriptor& listener,
+              const std::vector<int>& inherited) {
   const Parent parent(inherited);
   VmLock lock(directory.place("lock"));
-  try {
-    if (takeKeeping(line, directory, lock, inherited, parent) == Keeping::toldToEnd)
-      return EXIT_SUCCESS;
-  } catch (const Failure&) {
-    // The agent of a daemon that has ended is not the one that would come.
-    if (parent.takesUsAlong()) meetAgent(line.monitorPath);
-    throw;
-  }
-  // Now, before anything that can take long: the agent waits for it.
-  auto socket =
-      std::make_unique<ListeningSocket>(line.monitorPath, "monitor", ListeningSocket::Users::ours);
+  if (takeKeeping(line, directory, lock, listener, inherited, parent) == Keeping::toldToEnd)
+    return EXIT_SUCCESS;
+  auto socket = monitorSocket(line.monitorPath, copyOf(listener));
   // The guest before may be shutting itself down.
   const std::time_t patience =
       endPatience + std::chrono::ceil<std::chrono::seconds>(environment.stopTimeout).count();
@@ -140,23 +122,19 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
                     "' names it");
   }
   directory.lastErrorDel();
-  std::optional<Keeper> keeper;
-  try {
-    keeper.emplace(environment, line, argv0, directory, lock, std::move(socket), parent);
-  } catch (const Failure&) {
-    if (parent.takesUsAlong()) meetAgent(line.monitorPath);
-    throw;
-  }
-  endAs(keeper->run(), inherited);
+  Keeper keeper(environment, line, argv0, directory, lock, std::move(socket), parent);
+  listener.reset();
+  endAs(keeper.run(), inherited);
 }
 
 // Returns only without a QEMU.
-int keep(int argc, char** argv, const std::vector<int>& inherited) {
+int keep(int argc, char** argv, std::vector<int>& inherited, Descriptor& listener) {
   const Environment environment = environmentFrom(std::getenv);
+  listener = takeListener(environment.listener, inherited);
   const CommandLine line = readCommandLine({argv + 1, argv + argc});
   const VmDirectory directory(environment.runDir, line.name);
   try {
-    return keepGuest(environment, line, argv[0], directory, inherited);
+    return keepGuest(environment, line, argv[0], directory, listener, inherited);
   } catch (const std::exception& error) {
     directory.lastErrorIs(error.what());
     throw;
@@ -174,15 +152,20 @@ void say(const std::string& error) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<int> inherited = inheritedDescriptors();
+  std::vector<int> inherited = inheritedDescriptors();
   const sigset_t signals = keeperSignals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
   (void)setsid();  // what is typed at a daemon's terminal is not meant for its guests
+  // Where the agent waits already. Open until there is a keeper, or until our end, of which it must
+  // learn first: one that loses its connection looks for us for ten seconds, and keeps all other
+  // guests waiting.
+  Descriptor listener;
+  int status = EXIT_FAILURE;
   try {
-    return keep(argc, argv, inherited);
+    status = keep(argc, argv, inherited, listener);
   } catch (const std::exception& error) {
     say(error.what());
-    return EXIT_FAILURE;
   }
+  endAs(W_EXITCODE(status, 0), inherited);
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <optional>
+#include <utility>
 
 #include "shim/ControlText.h"
 #include "shim/Failure.h"
@@ -35,8 +36,12 @@ struct Outcome {
 
 class Successor {
  public:
-  Successor(Descriptor connection, const std::vector<std::string>& arguments, const Parent& parent)
-      : wire_(std::move(connection), longestSaying), arguments_(arguments), parent_(parent) {
+  Successor(Descriptor connection, const std::vector<std::string>& arguments, const Parent& parent,
+            Descriptor& listener)
+      : wire_(std::move(connection), longestSaying),
+        arguments_(arguments),
+        parent_(parent),
+        listener_(listener) {
     const sigset_t set = keeperSignals();
     signals_.reset(signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC));
     if (!signals_) throw failureOf("signals cannot be read");
@@ -76,8 +81,10 @@ class Successor {
 
   void hear(const control::Saying& saying, Descriptors descriptors) {
     if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
-    if (saying.kind == Kind::done) isTaken_ = isAsked_;
-    if (isTaken_ && !descriptors.empty()) monitor_ = std::move(descriptors.front());
+    // What is done later is a stop.
+    if (saying.kind == Kind::done && isAsked_ && !std::exchange(isTaken_, true))
+      // A shim that listens by itself, as older ones do, has the agent come back to it.
+      listener_ = descriptors.empty() ? Descriptor() : std::move(descriptors.front());
     if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
     if (saying.kind == Kind::end)
       outcome_ =
@@ -94,6 +101,7 @@ class Successor {
     Message request{control::adoptLine({getpid(), parent_.pid(), arguments_}), {}};
     request.descriptors.push_back(parent_.process());
     if (!request.descriptors.front()) throw Failure("the daemon has ended");
+    if (Descriptor listener = copyOf(listener_)) request.descriptors.push_back(std::move(listener));
     wire_.send(std::move(request));
     isAsked_ = true;
   }
@@ -112,11 +120,12 @@ class Successor {
   Wire wire_;
   const std::vector<std::string>& arguments_;
   const Parent& parent_;
+  // Where the agent looks, who comes back when it has lost the guest's shim before it learns of our
+  // end. It must find somebody: it would go on looking for ten seconds, and keep all other guests
+  // waiting.
+  Descriptor& listener_;
   Descriptor signals_;
   std::string endedBy_;  // a stranger's signal
-  // The agent's, who comes back when it has lost the guest's shim before it learns of our end. It
-  // must find somebody: it would go on looking for ten seconds, and keep all other guests waiting.
-  Descriptor monitor_;
   bool isAsked_ = false;
   bool isTaken_ = false;
   std::optional<Outcome> outcome_;
@@ -125,12 +134,12 @@ class Successor {
 }  // namespace
 
 std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
-                    const std::vector<int>& parting) {
+                    Descriptor& listener, const std::vector<int>& parting) {
   const std::string path = directory.file("shim.sock");
   Descriptor connection = connectionTo(path);
   if (!connection) return "its shim cannot be reached at " + path;
   if (!parent.takesUsAlong()) throw Failure("the daemon has ended");
-  Successor successor(std::move(connection), line.arguments, parent);
+  Successor successor(std::move(connection), line.arguments, parent, listener);
   const Outcome outcome = successor.run();
   if (outcome.waitStatus && !successor.endedBy().empty())
     directory.lastErrorIs(endedByText(successor.endedBy(), line.name));

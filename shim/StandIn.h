@@ -10,7 +10,8 @@
 
 namespace shim {
 
-// Asks the shim that keeps the guest to serve the daemon `parent`, whose command line is `line`. If
+// Asks the shim that keeps the guest to serve the daemon `parent`, whose command line is `line`,
+// and whose agent is awaited at `listener`, if there is one: it gets that, or listens by itself. If
 // it does, stands in for it until the guest has ended, and then ends this process as the guest
 // ended, `parting` first (see endAs); until then it asks for that end when told to end by a signal.
 // Takes the signals of keeperSignals(), which must be blocked. Ends with the daemon, by SIGKILL,
@@ -18,6 +19,6 @@ namespace shim {
 //
 // Returns only when the guest cannot be taken over now: why. Throws Failure when it never can.
 std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
-                    const std::vector<int>& parting);
+                    Descriptor& listener, const std::vector<int>& parting);
 
 }  // namespace shim

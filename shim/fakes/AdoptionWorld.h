@@ -26,7 +26,7 @@ class AdoptionWorld : public ShimWorld {
 
   DaemonProcess& daemon(const std::vector<std::string>& words) {
     daemons.push_back(
-        std::make_unique<DaemonProcess>(VMAGENT_SHIM, words, environment(), monitor()));
+        std::make_unique<DaemonProcess>(VMAGENT_SHIM, words, environment(), monitor(), listener));
     shims.emplace_back(static_cast<int>(syscall(SYS_pidfd_open, daemons.back()->shim(), 0)));
     return *daemons.back();
   }
@@ -53,6 +53,7 @@ class AdoptionWorld : public ShimWorld {
     for (const Descriptor& shim : shims) EXPECT_TRUE(becomesReadable(shim.number()));
   }
 
+  Listener listener = Listener::handedOver;  // of daemons to come
   std::vector<std::unique_ptr<DaemonProcess>> daemons;
   std::vector<Descriptor> shims;  // all that were started, as processes
 };

@@ -33,7 +33,7 @@ int reported(const Descriptor& from) {
 
 DaemonProcess::DaemonProcess(const std::string& program, const std::vector<std::string>& arguments,
                              const std::map<std::string, std::string>& environment,
-                             const std::string& monitorPath) {
+                             const std::string& monitorPath, Listener listener) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
   reports_.reset(ends[0]);
@@ -42,7 +42,14 @@ DaemonProcess::DaemonProcess(const std::string& program, const std::vector<std::
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(ends[0]);
     unlink(monitorPath.c_str());
-    ShimProcess shim(program, arguments, environment);
+    Descriptor listening;
+    auto told = environment;
+    if (listener == Listener::handedOver) {
+      listening = listenerAt(monitorPath);
+      told["VMAGENT_LISTENER"] = std::to_string(listening.number());
+    }
+    ShimProcess shim(program, arguments, told);
+    listening.reset();
     report(ends[1], shim.pid());
     report(ends[1], shim.wait());
     for (;;) pause();

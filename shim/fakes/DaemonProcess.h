@@ -12,6 +12,10 @@
 
 namespace shim::fakes {
 
+// Whether a daemon hands its shim the socket at which the agent looks for the monitor. One that was
+// built before that was known does not.
+enum class Listener { handedOver, none };
+
 // A process of its own; what it starts is its child and not ours. Killed with this, but not so what
 // it started.
 class DaemonProcess {
@@ -19,7 +23,7 @@ class DaemonProcess {
   // Removes the monitor's path, as an agent does, and then starts the shim.
   DaemonProcess(const std::string& program, const std::vector<std::string>& arguments,
                 const std::map<std::string, std::string>& environment,
-                const std::string& monitorPath);
+                const std::string& monitorPath, Listener listener = Listener::handedOver);
   DaemonProcess(const DaemonProcess&) = delete;
   ~DaemonProcess() { kill(); }
 

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -31,6 +32,13 @@ bool comesTrue(const Condition& condition) {
     poll(nullptr, 0, lookAgain);
   }
   return condition();
+}
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
 }
 
 [[noreturn]] void become(const std::string& program, const std::vector<std::string>& arguments,
@@ -63,6 +71,15 @@ std::vector<std::string> agentArguments(const std::string& name, const std::stri
   std::vector<std::string> words;
   for (std::string word; in >> word;) words.push_back(word);
   return words;
+}
+
+Descriptor listenerAt(const std::string& path) {
+  Descriptor listener(::socket(AF_UNIX, SOCK_STREAM, 0));
+  const sockaddr_un address = addressOf(path);
+  if (bind(listener.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 || listen(listener.number(), 1) != 0)
+    std::abort();
+  return listener;
 }
 
 ShimProcess::ShimProcess(const std::string& program, const std::vector<std::string>& arguments,
@@ -105,9 +122,7 @@ std::string ShimProcess::errors() const {
 }
 
 AgentClient::AgentClient(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  const sockaddr_un address = addressOf(path);
   const bool connected = comesTrue([&] {
     socket_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     return connect(socket_.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==

@@ -19,6 +19,9 @@ inline constexpr int amplePatience = 20'000;
 std::vector<std::string> agentArguments(const std::string& name, const std::string& monitorPath,
                                         const std::string& disk, int cards = 0);
 
+// A socket that listens there and is inherited, as a daemon has it for the shim that it starts.
+Descriptor listenerAt(const std::string& path);
+
 // A shim, started as the agent starts its QEMU: it inherits one end of a pipe, and the end of the
 // pipe tells of its end. Killed with this.
 class ShimProcess {

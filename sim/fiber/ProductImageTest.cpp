@@ -39,14 +39,14 @@ TEST(ProductImage, IsMadeOfTheseVariables) {
   EXPECT_THAT(
       names(),
       testing::IsSubsetOf(std::set<std::string>{
-          "(anonymous namespace)::meetAgent(std::__cxx11::basic_string<char, "
-          "std::char_traits<char>, std::allocator<char> > const&)::agent",
           "Bridging::Input::(anonymous namespace)::registered",
           "Interface::(anonymous namespace)::registered",
           "KernelNetInfo::(anonymous namespace)::registered",
           "Vm::(anonymous namespace)::registered", "Vm::namespacePrefix",
-          "host::(anonymous namespace)::ofChildren", "host::(anonymous namespace)::settings",
+          "host::(anonymous namespace)::current", "host::(anonymous namespace)::ofChildren",
+          "host::(anonymous namespace)::settings",
           "host::(anonymous namespace)::watchForks()::watched",
+          "host::MonitorListener::MonitorListener(rt::String)::watched",
           "rt::(anonymous namespace)::current", "rt::(anonymous namespace)::currentSink",
           "rt::threadSafePtrsSwitch", "rt::typeRegistry()::registry", "rt::vmTraceHandle"}));
 }

@@ -159,7 +159,7 @@ TEST_F(ShimFiles, LockedByAStrangerAreLeftToItAndTheStrangerIsNamed) {
   AgentClient agent(monitor());
   EXPECT_EQ(agent.line(), "") << "connected, and told of the end: it need not look any longer";
   EXPECT_EQ(exited(refused.shimStatus()), 1);
-  EXPECT_EQ(fakes::modeOf(monitor()), -1);
+  EXPECT_FALSE(connectionTo(monitor()));
   const std::string pid = std::to_string(stranger.pid());
   EXPECT_EQ(contentOf(file("last-error")),
             "VM 'guest0' runs already, kept by process " + pid +

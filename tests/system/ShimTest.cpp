@@ -340,20 +340,6 @@ TEST_F(Shim, IsRefusedWhileAnotherKeepsTheGuest) {
   EXPECT_EQ(modeOf(monitor()), 0600);
 }
 
-// An agent removes the path before it starts its QEMU, and looks there for ten seconds.
-TEST_F(Shim, ThatIsRefusedIsFoundByItsAgentWhichLearnsOfTheEnd) {
-  const auto first = start();
-  AgentClient agent(monitor());
-  agent.bringUp();
-  std::filesystem::remove(monitor());
-  const auto second = start();
-  AgentClient waiting(monitor());
-  ASSERT_TRUE(waiting.socket());
-  EXPECT_EQ(waiting.line(), "");
-  EXPECT_EQ(exited(second->wait()), 1);
-  EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
-}
-
 TEST_F(Shim, WaitsForAGuestThatIsEnding) {
   // Listens to SIGTERM the second time it is run only.
   const std::string qemu = script("[ -e '" + (folder / "ran") + "' ] && exit 7\n: >'" +

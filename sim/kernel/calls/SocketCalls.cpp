@@ -321,7 +321,10 @@ Result optionOf(int number, int level, int name, void* value, socklen_t* length)
   if (!fileOf(number)) return -EBADF;
   constexpr int usualRoom = 212'992;
   const bool isRoom = level == SOL_SOCKET && (name == SO_RCVBUF || name == SO_SNDBUF);
-  const int given = isRoom ? usualRoom : 0;
+  const auto local = unixSocket(number);
+  const bool listens =
+      level == SOL_SOCKET && name == SO_ACCEPTCONN && local && local->isListening();
+  const int given = isRoom ? usualRoom : static_cast<int>(listens);
   std::memcpy(value, &given, std::min<size_t>(*length, sizeof given));
   *length = sizeof given;
   return 0;
