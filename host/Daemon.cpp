@@ -84,7 +84,7 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
 
 class Daemon::Parts {
  public:
-  Parts(const Options& options, TraceLog& traces, PrepareStart prepareStart);
+  Parts(const Options& options, TraceLog& traces, AroundStart start);
   ~Parts();
   void run(const std::function<bool()>& tellReady);
 
@@ -108,7 +108,7 @@ class Daemon::Parts {
   void turn(rt::Seconds atMost);
 
   const Options options_;
-  const PrepareStart prepareStart_;
+  const AroundStart start_;
   Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -144,9 +144,9 @@ class Daemon::Parts {
   ConfigFeed::Ptr configFeed_;
 };
 
-Daemon::Parts::Parts(const Options& options, TraceLog& traces, PrepareStart prepareStart)
+Daemon::Parts::Parts(const Options& options, TraceLog& traces, AroundStart start)
     : options_(options),
-      prepareStart_(std::move(prepareStart)),
+      start_(std::move(start)),
       locks_(options.runDir),
       traces_(traces),
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
@@ -250,7 +250,8 @@ void Daemon::Parts::startFeeds() {
                       },
                   .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
-                  .prepareStart = [this](const VmStart& start) { handleStart(start); },
+                  .start = {.before = [this](const VmStart& start) { handleStart(start); },
+                            .after = start_.after},
                   .tellGuest =
                       [this](const VmStart& start) {
                         if (hasShim()) tellShimOfRow(options_.runDir, start.vm, start.row);
@@ -351,7 +352,7 @@ std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
 
 void Daemon::Parts::handleStart(const VmStart& start) const {
   if (hasShim()) removeLastError(options_.runDir, start.vm);
-  prepareStart_(start);
+  start_.before(start);
 }
 
 // A second device of a card's address could not go up beside the first. The agent makes it as soon
@@ -438,12 +439,12 @@ void Daemon::Parts::run(const std::function<bool()>& tellReady) {
   statusFeed_->pass();
 }
 
-Daemon::Daemon(const Options& options, TraceLog& traces, PrepareStart prepareStart) {
+Daemon::Daemon(const Options& options, TraceLog& traces, AroundStart start) {
   const auto operators = groupOf("vmagent");
   makeSharedDirectory(options.stateDir, operators);
   makeSharedDirectory(options.runDir, operators);
   if (options.shim != "off") makeGuestsDirectory(options.runDir);
-  parts_ = std::make_unique<Parts>(options, traces, std::move(prepareStart));
+  parts_ = std::make_unique<Parts>(options, traces, std::move(start));
 }
 
 Daemon::~Daemon() = default;

@@ -13,6 +13,7 @@
 #include "host/guests/GuestMark.h"
 #include "host/service/ChildEnvironment.h"
 #include "host/service/InheritedDescriptors.h"
+#include "host/service/MonitorListener.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/ShimMount.h"
 #include "host/service/Signals.h"
@@ -84,12 +85,19 @@ int run(const host::Options& options) {
   try {
     const auto shim = enterNamespaces(options);
     host::ChildEnvironment environment(childEnvironment(options));
-    host::Daemon daemon(options, traces, [&](const host::VmStart& start) {
-      if (shim) shim->restore();
-      auto extra = host::variablesOf(start.row);
-      extra.emplace_back("VMAGENT_IMAGE_FORMAT", start.imageFormat);
-      environment.extraIs(extra);
-    });
+    host::MonitorListener listener(host::startingMonitor);
+    const auto beforeStart = [&](const host::VmStart& start) {
+      auto variables = host::variablesOf(start.row);
+      variables.emplace_back("VMAGENT_IMAGE_FORMAT", start.imageFormat);
+      if (shim) {
+        shim->restore();
+        listener.open(host::monitorOf(start.vm));
+        variables.emplace_back("VMAGENT_LISTENER", rt::toText(listener.number()));
+      }
+      environment.extraIs(variables);
+    };
+    host::Daemon daemon(options, traces, {beforeStart, [&] { listener.close(); }});
+    listener.removeLeftover();
     daemon.run(tellReady(standardError));
     return endedBySignal;
   } catch (const statedb::Error& error) {

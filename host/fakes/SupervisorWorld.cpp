@@ -39,7 +39,8 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                             fortune.effects.push_back("ask " + vm.str());
                             return !deaf.contains(vm);
                           },
-                      .prepareStart = [this](const VmStart& start) { prepareStart(start); },
+                      .start = {.before = [this](const VmStart& vm) { aroundStart.before(vm); },
+                                .after = [this] { aroundStart.after(); }},
                       .tellGuest = [this](const VmStart& start) { told.push_back(start); },
                       .guestName = [](int32_t pid) { return "guest" + rt::toText(pid); },
                       .tookUp =

@@ -237,14 +237,22 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
         step = mounted_->enabled() ? Step::switchOff : Step::none;
         break;
       case ImageVerdict::Kind::fit:
-        tools_.prepareStart({.vm = name_, .row = row_, .imageFormat = image_.format});
-        told_ = row_;
-        break;
+        start(step);
+        return step != Step::none;
     }
   }
   if (step == Step::none && !changed_) return false;
   write(step);
   return step != Step::none;
+}
+
+void VmKeeper::start(Step step) {
+  tools_.start.before({.vm = name_, .row = row_, .imageFormat = image_.format});
+  told_ = row_;
+  rt::FirstException failure;
+  failure.run([&] { write(step); });
+  tools_.start.after();
+  failure.rethrow();
 }
 
 // A VM that is switched on and was not started yet is, too, when it has another disk image.

@@ -37,7 +37,7 @@ struct KeeperTools {
   std::function<void(const rt::String& vm)> ended;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
-  PrepareStart prepareStart;
+  AroundStart start;
   // Tells the VM's guest of which row it is now.
   std::function<void(const VmStart&)> tellGuest;
   std::function<rt::String(int32_t pid)> guestName;  // see UnknownGuest
@@ -70,7 +70,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
-  void restartIsPast(uint64_t number);  // the same, and nothing is to be done for it
+  void restartIsPast(uint64_t number);      // the same, and nothing is to be done for it
   void givenUpIs(const rt::String& guest);  // the name of one that an operator gave up
   // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
   void guestProblemIs(const rt::String& problem);
@@ -111,6 +111,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   bool wouldStart(Step step) const;
   ImageVerdict::Kind judgeImage();
   void ask();
+  void start(Step step);
   void write(Step step);
   void writeRecord(Step step);
   bool hasProcess() const;
@@ -133,7 +134,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
-  bool takesUp_ = false;  // so the last start
+  bool takesUp_ = false;                 // so the last start
   std::optional<UnknownGuest> unknown_;  // an earlier daemon's
   Vm::VmConfig::Ptr wanted_;             // what is in force, switch and all; null: nothing
   uint64_t vm_ = 0;                      // VmRow::vm

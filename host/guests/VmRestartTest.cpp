@@ -41,7 +41,7 @@ TEST(VmRestart, IsOffWaitOn) {
 TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   SupervisorWorld world;
   std::vector<std::string> before;  // what had been done when a start was prepared
-  world.prepareStart = [&](const VmStart& /*start*/) {
+  world.aroundStart.before = [&](const VmStart& /*start*/) {
     before.push_back(testing::PrintToString(world.fortune.effects));
   };
   world.rowIs("web1", on);
@@ -54,7 +54,7 @@ TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
 TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
   SupervisorWorld world;
   VmStart told;
-  world.prepareStart = [&](const VmStart& start) { told = start; };
+  world.aroundStart.before = [&](const VmStart& start) { told = start; };
   world.rowIs("web1", on);
   EXPECT_EQ(told.vm, "web1");
   EXPECT_EQ(told.row, world.rows.row("web1")->origin);
@@ -64,11 +64,11 @@ TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
 TEST(VmStart, WaitsUntilItCanBePrepared) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
-  world.prepareStart = [](const VmStart& /*start*/) { throw rt::Exception("no mount"); };
+  world.aroundStart.before = [](const VmStart& /*start*/) { throw rt::Exception("no mount"); };
   world.rowIs("web1", on);
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), IsEmpty());
-  world.prepareStart = [](const VmStart& /*start*/) {};
+  world.aroundStart.before = [](const VmStart& /*start*/) {};
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
 }

@@ -14,7 +14,12 @@ struct VmStart {
   rt::String imageFormat{};  // what its disk image is opened as; empty: it is not known
 };
 
-// Prepares a start. Throws when it cannot be: it is tried again then.
-using PrepareStart = std::function<void(const VmStart&)>;
+// What stands around the agent's start of a VM.
+struct AroundStart {
+  // Throws when the VM cannot be started: it is tried again then.
+  std::function<void(const VmStart&)> before;
+  // To be called once `before` has returned, whatever came of the start.
+  std::function<void()> after;
+};
 
 }  // namespace host

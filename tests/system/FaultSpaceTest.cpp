@@ -217,5 +217,23 @@ TEST_F(NoRoom, ForMoreDescriptorsFailsTheNextStartOnlyAndPasses) {
   EXPECT_TRUE(world.settles({{"web1", true, web1}, {"web2"}}, 2 * FaultWorld::truth));
 }
 
+// The socket at which the agent is to look, and the two ends of the guest's pipe.
+TEST_F(NoRoom, ForADescriptorInTheMidstOfAStartLeavesNothingOfItAndPasses) {
+  world.start();
+  const size_t before = FaultWorld::descriptors(world.daemon());
+  for (size_t more = 0; more < 3; ++more) {
+    {
+      const FewDescriptors few(world.daemon(), before + more);
+      ASSERT_EQ(world.addGuest("web1").status, 0);
+      EXPECT_TRUE(waitUntil([&] { return !world.shownProblem("web1").empty(); }, FaultWorld::truth))
+          << more << world.log();
+    }
+    EXPECT_TRUE(world.settles({{"web1"}}, 2 * FaultWorld::truth)) << more;
+    world.ctl({"remove", "web1", "--force"});
+    EXPECT_TRUE(world.settles({{"web1", false}})) << more;
+    EXPECT_EQ(FaultWorld::descriptors(world.daemon()), before) << more;
+  }
+}
+
 }  // namespace
 }  // namespace host::fakes

@@ -1,0 +1,52 @@
+// The socket at which the agent finds a guest's monitor the first time it looks.
+#pragma once
+
+#include "runtime/base/String.h"
+
+namespace host {
+
+// Where the agent looks for that VM's monitor.
+inline rt::String monitorOf(const rt::String& vm) { return "/var/run/" + vm + ".monitor"; }
+// Where the next guest's is until it is started. There is one agent for that directory.
+inline constexpr const char* startingMonitor = "/var/run/vmagentd.starting";
+
+// Listens for a guest that is about to be started. The agent removes what stands at the monitor's
+// path, forks, and looks for the new guest there: finding nobody it pauses, and all other guests
+// with it. So in between, in the fork, a socket that listens already is moved to that path, and the
+// child inherits it: its connections wait until the guest's keeper takes them.
+//
+//   open()      | listens beside the path; what cannot be is said before anything is started
+//   the fork    | moves the socket to the path; in that child alone it stays open over the exec
+//   close()     | lets go of it: the keeper has it by then, or nobody will
+//
+// Owned by main(); one a process.
+class MonitorListener {
+ public:
+  // `waitingPlace`: where the socket is until the fork; in the file system of the monitors' paths.
+  // To be made before there are threads.
+  explicit MonitorListener(rt::String waitingPlace);
+  MonitorListener(const MonitorListener&) = delete;
+  ~MonitorListener();
+
+  // Removes what a daemon that was killed has left. No other may run.
+  void removeLeftover() const;
+
+  // Throws Exception, which names the path, when a socket cannot be put there.
+  void open(const rt::String& path);
+  void close();
+  // The descriptor, which is the same in the child; -1 while none is open.
+  int number() const { return socket_; }
+
+ private:
+  static void handleFork();
+  static void handleForkInParent();
+  static void handleForkInChild();
+
+  const rt::String waitingPlace_;
+  rt::String path_;
+  int socket_ = -1;
+  bool isInPlace_ = false;     // moved to the path
+  bool isHandedOver_ = false;  // a child has it
+};
+
+}  // namespace host
