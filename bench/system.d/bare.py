@@ -15,9 +15,9 @@ WORD = b"READY"  # the guest's first
 
 
 class Monitor:
-    """A QMP session. `pause`: seconds between attempts to connect."""
+    """A QMP session, from the moment when somebody listens: late by 0.5 ms at most."""
 
-    def __init__(self, path, pause=0.0005):
+    def __init__(self, path):
         end = time.monotonic() + 10
         while True:
             self.socket = socket.socket(socket.AF_UNIX)
@@ -28,7 +28,7 @@ class Monitor:
                 self.socket.close()
                 if time.monotonic() > end:
                     raise Failure(f"no QEMU listens at {path}") from None
-                time.sleep(pause)
+                time.sleep(0.0005)
         self.rest = b""
         self.line()
         self.ask("qmp_capabilities")
@@ -78,13 +78,15 @@ class Guest:
     def spawn(self):
         if os.path.exists(self.path):
             os.unlink(self.path)
-        # It warns of a card that has no network yet.
+        # It warns of a card that has no network yet. The scheduler shares by sessions, and a shim
+        # has one of its own.
         self.process = subprocess.Popen(self.words, stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                        start_new_session=True)
 
-    def connect(self, pause=0.0005):
+    def connect(self):
         """Until the guest has been told to run; asks what the agent asks."""
-        self.monitor = Monitor(self.path, pause)
+        self.monitor = Monitor(self.path)
         self.monitor.ask("query-status")
         lines = self.monitor.ask("query-chardev")
         self.console = next(l["filename"] for l in lines if l["label"] == "serial0")[4:]

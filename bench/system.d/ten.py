@@ -33,7 +33,7 @@ def start_ten_bare(guests):
     for guest in guests:
         guest.spawn()
     for guest in guests:
-        guest.connect(pause=0.2)
+        guest.connect()
     return begin, time.perf_counter()
 
 
