@@ -104,6 +104,7 @@ class Daemon::Parts {
   rt::Seconds stopPatience() const;
   bool isRemoved(const GuestProcess& guest);
   void handleUnknown(const rt::String& vm, const std::vector<GuestProcess>& guests);
+  void handleLeaving(const std::vector<GuestProcess>& guests);
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
   void turn(rt::Seconds atMost);
 
@@ -279,7 +280,11 @@ void Daemon::Parts::startFeeds() {
           },
       .adoptableIs = [this](const rt::String& vm, bool is) { supervisor_->adoptableIs(vm, is); },
       .unknownIs = [this](const auto& vm, const auto& guests) { handleUnknown(vm, guests); },
-      .end = [this](const auto& guests) { survivors_->add(guests); }});
+      .end =
+          [this](const auto& guests) {
+            handleLeaving(guests);
+            survivors_->add(guests);
+          }});
   configuration_ = std::make_unique<Configuration>(
       Configuration::Takers{
           .interfaceIs = [this](const auto& id, const auto& doc) { interfaces_->rowIs(id, doc); },
@@ -333,7 +338,10 @@ void Daemon::Parts::endOrphans() {
       std::vector<GuestProcess>{}, [this](const rt::String& vm) { return askToStop(vm); },
       stopPatience(),
       [this](const rt::String& vm, size_t left) {
-        if (left == 0) handleEnd(vm);
+        if (left == 0) {
+          handleEnd(vm);
+          janitor_->guestLeft(vm);
+        }
         supervisor_->survivorsIs(vm, left);
       },
       manager_.clock());
@@ -396,9 +404,15 @@ void Daemon::Parts::handleUnknown(const rt::String& vm, const std::vector<GuestP
   const int32_t pid = guests.front().pid;
   const UnknownGuest guest{pid, guestName(pid),
                            doubtOf(rowOf(guests.front()), configuration_->reached().history)};
+  handleLeaving(guests);
   survivors_->watch(guests);
   supervisor_->unknownIs(vm, guest);
   report("VM " + vm + ": " + problemOf(vm, guest));
+}
+
+// No card of the agent's remembers the devices of a guest that it was never given.
+void Daemon::Parts::handleLeaving(const std::vector<GuestProcess>& guests) {
+  for (const GuestProcess& guest : guests) janitor_->guestLeaves(guest.vm, tapsHeldBy(guest.pid));
 }
 
 void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,

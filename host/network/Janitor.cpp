@@ -77,6 +77,24 @@ void Janitor::switchedOff(const rt::String& vm) {
   if (!failure.empty()) report("VM " + vm + ": what it left is not looked for: " + failure);
 }
 
+void Janitor::guestLeaves(const rt::String& vm, const std::set<uint32_t>& held) {
+  if (held.empty()) return;
+  const rt::String failure = failureOf([&] {
+    for (const Tap& tap : tools_.taps())
+      if (held.contains(tap.index)) leaving_[vm].insert(tap.mac);
+  });
+  if (!failure.empty()) report("VM " + vm + ": what its guest will leave is not known: " + failure);
+}
+
+void Janitor::guestLeft(const rt::String& vm) {
+  const rt::String failure = failureOf([&] {
+    std::set<rt::EthAddr> ours = tools_.ourAddresses();
+    if (auto known = leaving_.extract(vm)) ours.merge(known.mapped());
+    sweep(tools_.taps(), ours);
+  });
+  if (!failure.empty()) report("VM " + vm + ": what its guest left is not looked for: " + failure);
+}
+
 void Janitor::handleWithdrawal(const rt::String& interface) {
   std::vector<Card> there;
   for (const Card& card : cards(*tools_.agent))

@@ -52,6 +52,11 @@ class Janitor {
   void switchingOff(const rt::String& vm);
   // Deletes what is left of the cards that the VM had then. Throws nothing.
   void switchedOff(const rt::String& vm);
+  // Notes whose devices a guest has that no card of the agent's is of, for its daemon is dead:
+  // those with these indexes. To be called while it runs. Throws nothing.
+  void guestLeaves(const rt::String& vm, const std::set<uint32_t>& held);
+  // Deletes what that guest has left, and what is left of configured cards. Throws nothing.
+  void guestLeft(const rt::String& vm);
   // Deletes what cards have on an interface that is about to be withdrawn while its device stays.
   void handleWithdrawal(const rt::String& interface);
   // Deletes the card's device, and every other of its address that no card names.
@@ -63,6 +68,7 @@ class Janitor {
 
   const Tools tools_;
   std::map<rt::String, std::set<rt::EthAddr>> switchingOff_;  // by VM: its cards' addresses
+  std::map<rt::String, std::set<rt::EthAddr>> leaving_;  // likewise, of an earlier daemon's guest
 };
 
 }  // namespace host

@@ -9,12 +9,17 @@
 #include <netlink/route/link.h>
 #include <sys/socket.h>
 
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <sstream>
+#include <string>
 #include <string_view>
 
+#include "host/guests/ProcessText.h"
 #include "runtime/base/Exception.h"
 #include "runtime/base/Release.h"
+#include "runtime/base/Text.h"
 
 namespace host {
 
@@ -62,10 +67,23 @@ void take(nl_object* object, void* taps) {
         {.name = rtnl_link_get_name(link),
          .mac = *mac,
          .lower = static_cast<uint32_t>(rtnl_link_get_link(link)),
-         .isUp = (rtnl_link_get_flags(link) & IFF_UP) != 0});
+         .isUp = (rtnl_link_get_flags(link) & IFF_UP) != 0,
+         .index = static_cast<uint32_t>(rtnl_link_get_ifindex(link))});
 }
 
 int parse(nl_msg* message, void* taps) { return nl_msg_parse(message, take, taps); }
+
+void addOpenTaps(const std::string& process, std::set<uint32_t>& held) {
+  constexpr std::string_view prefix = "tap";
+  std::error_code gone;
+  for (std::filesystem::directory_iterator at(process + "/fd", gone), end; !gone && at != end;
+       at.increment(gone)) {
+    std::error_code closed;
+    const std::string node = std::filesystem::read_symlink(at->path(), closed).filename().string();
+    if (closed || !node.starts_with(prefix)) continue;
+    if (const auto index = rt::fromText<uint32_t>(node.substr(prefix.size()))) held.insert(*index);
+  }
+}
 
 }  // namespace
 
@@ -83,6 +101,16 @@ std::vector<Tap> taps() {
   }
   require(outcome);
   return result;
+}
+
+std::set<uint32_t> tapsHeldBy(int32_t pid) {
+  std::set<uint32_t> held;
+  const std::string process = directoryOf(pid);
+  addOpenTaps(process, held);
+  std::istringstream children(
+      textOf(process, ("/task/" + std::to_string(pid) + "/children").c_str()));
+  for (int32_t child = 0; children >> child;) addOpenTaps(directoryOf(child), held);
+  return held;
 }
 
 }  // namespace host

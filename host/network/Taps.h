@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <vector>
 
 #include "runtime/base/String.h"
@@ -14,11 +15,15 @@ struct Tap {
   rt::EthAddr mac;
   uint32_t lower = 0;  // the index of the device that it stands on
   bool isUp = false;   // switched on, whether its lower device has a carrier or not
+  uint32_t index = 0;  // its own
 
   friend bool operator==(const Tap&, const Tap&) = default;
 };
 
 // One look at the devices of this network. Throws Exception when the kernel does not answer.
 std::vector<Tap> taps();
+// Returns the indexes of those that the process or a child of its first thread has open, by the
+// names of their nodes: a shim's QEMU is its child. None of a process that has gone.
+std::set<uint32_t> tapsHeldBy(int32_t pid);
 
 }  // namespace host

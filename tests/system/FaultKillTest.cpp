@@ -14,6 +14,8 @@
 namespace host::fakes {
 namespace {
 
+namespace fs = std::filesystem;
+
 using testing::HasSubstr;
 using testing::SizeIs;
 
@@ -32,6 +34,12 @@ class KilledDaemon : public testing::Test {
   ~KilledDaemon() override { ip("link del br0"); }
 
   void start() { world.start({"--trace", "1,8", "--bridge", "br0"}); }
+  void runGuestWithACard() {
+    world.ctl({"interface", "set", "Vlan100", "--device", "br0"});
+    ASSERT_NO_FATAL_FAILURE(
+        world.runGuests({"web1"}, {"--nic", "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100"}));
+    ASSERT_TRUE(world.settles({{"web1", true, world.qemu("web1"), 1}}));
+  }
   // Does one of the things that an operator, or a cable, does. What it means for the guest is
   // noted.
   void change() {
@@ -125,6 +133,27 @@ TEST_F(KilledDaemon, TenTimesLeavesNoDescriptorInShimOrQemu) {
   EXPECT_EQ(FaultWorld::descriptors(world.keeper("web1")), ofShim);
   EXPECT_EQ(FaultWorld::descriptors(qemu), ofQemu);
   EXPECT_EQ(FaultWorld::descriptors(world.daemon()), ofDaemon);
+}
+
+// No card of the new daemon's is of the device that its guest has.
+TEST_F(KilledDaemon, WhoseVmIsRemovedMeanwhileLeavesNoDeviceOfItsCard) {
+  start();
+  runGuestWithACard();
+  world.end(SIGKILL);
+  world.ctl({"remove", "web1", "--force"});
+  start();
+  EXPECT_TRUE(world.settles({{"web1", false}}, 2 * FaultWorld::truth));
+}
+
+TEST_F(KilledDaemon, WhoseGuestIsGivenUpLeavesNoDeviceOfItsCard) {
+  start();
+  runGuestWithACard();
+  world.end(SIGKILL);
+  fs::remove_all(world.stateDir);
+  start();
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("unknown":")"); }));
+  world.ctl({"remove", "web1", "--force"});
+  EXPECT_TRUE(world.settles({{"web1", false}}, 2 * FaultWorld::truth));
 }
 
 // Who is killed, in order: the stand-in, the shim, QEMU. Each pair has a VM of its own.
