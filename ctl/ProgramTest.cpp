@@ -1,6 +1,7 @@
 // What all verbs have in common: usage, help, directories, a database in trouble.
 #include "ctl/Verbs.h"
 #include "ctl/fakes/VmctlFixture.h"
+#include "statedb/sqlite/SqliteDb.h"
 
 namespace ctl {
 namespace {
@@ -168,6 +169,11 @@ TEST_F(Help, TellsTheVersion) {
   EXPECT_THAT(vmctl("version").out, testing::MatchesRegex("vmctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
   EXPECT_EQ(vmctl("--version"), vmctl("version"));
   EXPECT_THAT(vmctl("version -o json").out, HasSubstr("\"vmctl\": \""));
+}
+
+TEST_F(Help, TellsTheNewestFormatOfADatabaseThatItReads) {
+  const std::string format = std::to_string(statedb::sqlite::newestFormat());
+  EXPECT_THAT(vmctl("version -o json").out, HasSubstr("\"databaseFormat\": " + format + "\n"));
 }
 
 TEST_F(Directory, IsTheOptionsElseTheEnvironmentsElseTheSystems) {

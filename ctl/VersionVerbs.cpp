@@ -1,5 +1,8 @@
 #include "ctl/VersionVerbs.h"
 
+#include "runtime/base/Text.h"
+#include "statedb/sqlite/SqliteDb.h"
+
 namespace ctl {
 
 namespace {
@@ -10,7 +13,8 @@ constexpr const char* version = VMAGENT_VERSION;
 
 Exit showVersion(Context& context, const Arguments&) {
   if (context.format() == Format::json)
-    context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"("})");
+    context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"(","databaseFormat":)" +
+                      rt::toText(statedb::sqlite::newestFormat()) + "}");
   else
     context.world().out << "vmctl " << version << '\n';
   return Exit::done;

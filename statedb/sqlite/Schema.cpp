@@ -97,11 +97,16 @@ void convert(Connection& connection, std::span<const char* const> steps) {
                             static_cast<int>(applicationId), steps.size())
                      .charPtr());
   transaction.commit();
+  // Out of the log, if nobody reads: the file's head has its format then, for who asks without
+  // SQLite.
+  (void)connection.number("PRAGMA wal_checkpoint(PASSIVE)");
 }
 
 }  // namespace
 
 std::span<const char* const> formatSteps() { return allSteps; }
+
+size_t newestFormat() { return formatSteps().size(); }
 
 void requireFormat(Connection& connection, Role role, std::span<const char* const> steps) {
   const size_t format = formatOf(connection, steps.size());

@@ -36,6 +36,15 @@ TEST_F(SchemaTest, AnOlderFileIsConvertedWithWhatIsInIt) {
   EXPECT_EQ(connection.number("SELECT count(*) FROM extra"), 0);
 }
 
+// For who asks without SQLite: bytes 60 to 63 of the file.
+TEST_F(SchemaTest, TheFormatOfAnOpenFileIsInItsHead) {
+  const auto store = open();
+  Connection connection(fileName(), rt::Seconds(1));
+  requireFormat(connection, Role::owner, later({addTable}));
+  const std::string head = contentOf(file).substr(60, 4);
+  EXPECT_EQ(head, (std::string{0, 0, 0, static_cast<char>(newestFormat() + 1)}));
+}
+
 // As any other program may write it.
 std::string insertion(size_t table, size_t key, size_t doc) {
   const auto text = [](const char* with, size_t size) {

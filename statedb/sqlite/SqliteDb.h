@@ -29,6 +29,10 @@ struct DbOptions {
   Role role = Role::client;
 };
 
+// Of the files. An older one is converted by the owner, a newer one refused by all. A file has its
+// own in its bytes 60 to 63, the highest first, once its owner has opened it.
+size_t newestFormat();
+
 // The owner opens both halves at once, so that its trouble is told now, and makes no configuration
 // later; a client opens each when it needs it: after a reboot there is configuration, but no status
 // until the daemon has run.
