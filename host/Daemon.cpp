@@ -101,7 +101,6 @@ class Daemon::Parts {
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
-  rt::Seconds stopPatience() const;
   bool isRemoved(const GuestProcess& guest);
   void handleUnknown(const rt::String& vm, const std::vector<GuestProcess>& guests);
   void handleLeaving(const std::vector<GuestProcess>& guests);
@@ -259,7 +258,7 @@ void Daemon::Parts::startFeeds() {
                       },
                   .guestName = guestName,
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
-                  .stopPatience = stopPatience(),
+                  .stopPatience = stopPatience(options_),
                   .note = {}},
       restartsDone_, clock);
   prompter_ = rt::make<Prompter>(root_, records_.status, clock);
@@ -336,7 +335,7 @@ void Daemon::Parts::startImages() {
 void Daemon::Parts::endOrphans() {
   survivors_ = rt::make<Survivors>(
       std::vector<GuestProcess>{}, [this](const rt::String& vm) { return askToStop(vm); },
-      stopPatience(),
+      stopPatience(options_),
       [this](const rt::String& vm, size_t left) {
         if (left == 0) {
           handleEnd(vm);
@@ -376,13 +375,6 @@ void Daemon::Parts::handleEnd(const rt::String& vm) const {
 
 bool Daemon::Parts::askToStop(const rt::String& vm) const {
   return hasShim() && askShimToStop(options_.runDir, vm, options_.stopTimeout);
-}
-
-// How long an orderly stop may take: the guest's time, and the shim's to end it then.
-rt::Seconds Daemon::Parts::stopPatience() const {
-  constexpr double shimsOwn = 8;
-  if (!hasShim()) return rt::Seconds(0);
-  return rt::Seconds(rt::fromText<uint32_t>(options_.stopTimeout.str()).value_or(0) + shimsOwn);
 }
 
 // A store that cannot be asked proves nothing.

@@ -28,10 +28,11 @@ constexpr const char* help =
     "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"
+    "  --end-guests         have all guests shut down, while no daemon runs, and end\n"
     "  --version            print the version\n"
     "  --help               print this\n"
     "\n"
-    "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage, 4 another daemon runs.\n";
+    "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon runs.\n";
 
 // Why a value is refused; nothing when it is taken.
 using Refusal = std::optional<rt::String>;
@@ -120,7 +121,7 @@ class Reader {
     take("--run-dir", environment.runDir, "VMAGENT_RUN_DIR");
     take("--trace", environment.trace, "VMAGENT_TRACE");
     while (at_ < words_.size() && result_.wish == CommandLine::Wish::run) readWord();
-    if (isCheck_ && result_.wish == CommandLine::Wish::run) result_.wish = CommandLine::Wish::check;
+    if (result_.wish == CommandLine::Wish::run) result_.wish = wish_;
     return std::move(result_);
   }
 
@@ -136,7 +137,8 @@ class Reader {
     const std::string_view word = words_[at_++];
     if (word == "--help" || word == "-h") return print(help);
     if (word == "--version") return print("vmagentd " VMAGENT_VERSION "\n");
-    if (word == "--check") return void(isCheck_ = true);
+    if (word == "--check") return void(wish_ = CommandLine::Wish::check);
+    if (word == "--end-guests") return void(wish_ = CommandLine::Wish::endGuests);
     const size_t equals = word.find('=');
     const std::string_view name = word.substr(0, equals);
     if (!settingOf(name)) return unknown(word);
@@ -148,7 +150,7 @@ class Reader {
   void unknown(std::string_view word) {
     if (!word.starts_with("-"))
       return refuse("'" + rt::String(word) + "' is refused: there are no arguments, only options");
-    std::vector<std::string_view> known = {"--check", "--version", "--help"};
+    std::vector<std::string_view> known = {"--check", "--end-guests", "--version", "--help"};
     for (const Setting& each : settings) known.push_back(each.name);
     refuse("there is no option '" + rt::String(word) + "'" + rt::didYouMean(word, known));
   }
@@ -164,11 +166,17 @@ class Reader {
 
   const std::span<const char* const> words_;
   size_t at_ = 0;
-  bool isCheck_ = false;
+  CommandLine::Wish wish_ = CommandLine::Wish::run;  // if nothing is wrong
   CommandLine result_;
 };
 
 }  // namespace
+
+rt::Seconds stopPatience(const Options& options) {
+  constexpr double shimsOwn = 8;
+  if (options.shim == "off") return rt::Seconds(0);
+  return rt::Seconds(rt::fromText<uint32_t>(options.stopTimeout.str()).value_or(0) + shimsOwn);
+}
 
 CommandLine readCommandLine(std::span<const char* const> words, const Environment& environment) {
   return Reader(words).read(environment);

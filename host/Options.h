@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 
+#include "runtime/base/Seconds.h"
 #include "runtime/base/String.h"
 #include "runtime/base/Trace.h"
 
@@ -23,9 +24,13 @@ struct Options {
   rt::String bridge;              // that static MAC entries are applied to; empty: to none
 };
 
-// What the command line asks for: to run, to look whether it could, or to print a text and end.
+// How long an orderly stop of a guest may take: its own time, and the shim's to end it then.
+rt::Seconds stopPatience(const Options& options);
+
+// What the command line asks for: to run, to look whether it could, to end what earlier ones left
+// running, or to print a text and end.
 struct CommandLine {
-  enum class Wish : uint8_t { run, check, print, usageError };
+  enum class Wish : uint8_t { run, check, endGuests, print, usageError };
   Wish wish = Wish::run;
   Options options;
   rt::String text;  // to print: on standard output, or on standard error for an error

@@ -148,6 +148,18 @@ TEST(Options, MayAskForACheckOfWhatTheOthersSay) {
   EXPECT_EQ(readLine({"--check", "--version"}).wish, Wish::print);
 }
 
+TEST(Options, MayAskForTheEndOfAllGuestsWithTheTimeThatTheyGet) {
+  const CommandLine line = readLine({"--end-guests", "--stop-timeout", "40"});
+  EXPECT_EQ(line.wish, Wish::endGuests);
+  EXPECT_EQ(line.options.stopTimeout, "40");
+  EXPECT_THAT(refusal({"--end-guests", "now"}), StartsWith("'now' is refused"));
+}
+
+TEST(Options, SayHowLongAnOrderlyStopMayTake) {
+  EXPECT_EQ(stopPatience(optionsOf({"--stop-timeout=40"})), rt::Seconds(48));
+  EXPECT_EQ(stopPatience(optionsOf({"--stop-timeout=40", "--shim=off"})), rt::Seconds(0));
+}
+
 TEST(Options, AreAllThereIsOnTheCommandLine) {
   EXPECT_EQ(refusal({"start"}), "'start' is refused: there are no arguments, only options");
 }
@@ -160,10 +172,11 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
   for (const char* word : {"--help", "-h"}) {
     const CommandLine line = readLine({word});
     EXPECT_EQ(line.wish, Wish::print);
-    for (const char* name : {"--state-dir", "--run-dir", "--trace", "--shim", "--accel",
-                             "--vnc-listen", "--stop-timeout", "--check", "--version", "--help",
-                             "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
-                             "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage"})
+    for (const char* name :
+         {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
+          "--stop-timeout", "--check", "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR",
+          "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
+          "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage"})
       EXPECT_THAT(line.text.str(), HasSubstr(name));
   }
 }

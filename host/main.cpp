@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "host/Daemon.h"
+#include "host/EndGuests.h"
 #include "host/Plugin.h"
 #include "host/base/LineOutput.h"
+#include "host/base/Report.h"
 #include "host/guests/GuestMark.h"
 #include "host/service/ChildEnvironment.h"
 #include "host/service/InheritedDescriptors.h"
@@ -74,14 +76,21 @@ std::function<bool()> tellReady(host::LineOutput& standardError) {
   };
 }
 
+host::TraceRoad roadTo(host::LineOutput& standardError) {
+  if (host::logsToJournal()) return {host::journalEntry, host::sendToJournal};
+  return {host::lineOf, [&](std::string_view line) { return standardError.write(line); }};
+}
+
+int fail(const std::exception& error) {
+  std::fprintf(stderr, "vmagentd: %s\n", error.what());
+  const auto* const database = dynamic_cast<const statedb::Error*>(&error);
+  return database && database->trouble() == statedb::Trouble::locked ? anotherRuns : failed;
+}
+
 int run(const host::Options& options) {
   host::prepareSignals();
   host::LineOutput standardError(STDERR_FILENO);
-  const auto writeLine = [&](std::string_view line) { return standardError.write(line); };
-  host::TraceLog traces(options.traceLevels,
-                        host::logsToJournal()
-                            ? host::TraceRoad{host::journalEntry, host::sendToJournal}
-                            : host::TraceRoad{host::lineOf, writeLine});
+  host::TraceLog traces(options.traceLevels, roadTo(standardError));
   try {
     const auto shim = enterNamespaces(options);
     host::ChildEnvironment environment(childEnvironment(options));
@@ -100,12 +109,8 @@ int run(const host::Options& options) {
     listener.removeLeftover();
     daemon.run(tellReady(standardError));
     return endedBySignal;
-  } catch (const statedb::Error& error) {
-    std::fprintf(stderr, "vmagentd: %s\n", error.what());
-    return error.trouble() == statedb::Trouble::locked ? anotherRuns : failed;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vmagentd: %s\n", error.what());
-    return failed;
+    return fail(error);
   }
 }
 
@@ -120,8 +125,22 @@ int check(const host::Options& options) {
                            : "vmagentd: the agent loads, and the shim is there");
     return 0;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vmagentd: %s\n", error.what());
-    return failed;
+    return fail(error);
+  }
+}
+
+// The machine goes down, or the programs are to be removed.
+int endAllGuests(const host::Options& options) {
+  host::LineOutput standardError(STDERR_FILENO);
+  const host::TraceLog traces(options.traceLevels, roadTo(standardError));
+  try {
+    const auto left = host::endGuests(options);
+    for (const host::GuestProcess& guest : left)
+      host::report("VM " + guest.vm + ": its guest does not end (process " + rt::toText(guest.pid) +
+                   ")");
+    return left.empty() ? 0 : failed;
+  } catch (const std::exception& error) {
+    return fail(error);
   }
 }
 
@@ -138,6 +157,8 @@ int main(int argc, char** argv) {
       return run(line.options);
     case host::CommandLine::Wish::check:
       return check(line.options);
+    case host::CommandLine::Wish::endGuests:
+      return endAllGuests(line.options);
     case host::CommandLine::Wish::print:
       std::fputs(line.text.charPtr(), stdout);
       return 0;

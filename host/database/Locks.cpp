@@ -8,8 +8,6 @@ namespace host {
 
 namespace {
 
-constexpr const char* agentsDirectory = "/var/run";  // where the monitors' sockets are
-
 bool isSameDirectory(const rt::String& a, const rt::String& b) {
   struct stat one {};
   struct stat other {};

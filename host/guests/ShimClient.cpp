@@ -1,12 +1,14 @@
 #include "host/guests/ShimClient.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string_view>
 
 #include "runtime/base/Text.h"
 
@@ -45,6 +47,19 @@ bool say(const rt::String& runDir, const rt::String& vm, const rt::String& reque
 
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout) {
   return say(runDir, vm, R"({"stop":{"timeout":)" + timeout + "}}\n");
+}
+
+bool shimIsStopping(const rt::String& runDir, const rt::String& vm) {
+  constexpr int patience = 1'000;  // milliseconds
+  char greeting[512] = "";
+  const int shim = unconnected();
+  pollfd said{shim, POLLIN, 0};
+  const bool isHeard = connectTo(shim, socketOf(runDir, vm)) == 0 &&
+                       poll(&said, 1, patience) == 1 &&
+                       recv(shim, greeting, sizeof greeting - 1, 0) > 0;
+  close(shim);
+  return isHeard &&
+         std::string_view(greeting).find(R"("state":"stopping")") != std::string_view::npos;
 }
 
 bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row) {

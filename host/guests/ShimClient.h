@@ -10,6 +10,10 @@ namespace host {
 // when there is no shim to ask.
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout);
 
+// Whether the shim of that VM has been asked already, or is ending its guest by itself. Waits for
+// its answer, a second at most: not for the daemon.
+bool shimIsStopping(const rt::String& runDir, const rt::String& vm);
+
 // Tells the shim of that VM of which row its guest is now. Likewise; a shim of before takes no
 // notice.
 bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row);

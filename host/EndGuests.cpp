@@ -1,0 +1,90 @@
+#include "host/EndGuests.h"
+
+#include <mutex>
+#include <set>
+
+#include "host/base/Report.h"
+#include "host/database/Locks.h"
+#include "host/guests/ShimClient.h"
+#include "host/network/Janitor.h"
+#include "host/network/Taps.h"
+#include "netlink/Macvtap.h"
+#include "runtime/loop/ActivityManager.h"
+#include "runtime/records/VmConfig.h"
+#include "statedb/EntityDocument.h"
+#include "statedb/sqlite/SqliteDb.h"
+
+namespace host {
+
+namespace {
+
+// For those that were killed to be gone.
+constexpr rt::Seconds killedPatience{5};
+
+// Asks once a VM, whose shim and its stand-in both count as its guest, and nobody who has been
+// asked already: a shim that is asked again gives its guest no more time.
+class Asking {
+ public:
+  explicit Asking(const Options& options) : options_(options) {}
+
+  bool ask(const rt::String& vm) {
+    if (!asked_.insert(vm).second) return true;
+    return shimIsStopping(options_.runDir, vm) ||
+           askShimToStop(options_.runDir, vm, options_.stopTimeout);
+  }
+
+ private:
+  const Options& options_;
+  std::set<rt::String> asked_;
+};
+
+// A row that cannot be read was never handed to an agent.
+std::set<rt::EthAddr> configuredAddresses(const Options& options) {
+  std::set<rt::EthAddr> addresses;
+  auto db = statedb::sqlite::openDb({.stateDir = options.stateDir, .runDir = options.runDir});
+  for (const auto& record : db.snapshot({"vmConfig"}).records) {
+    const auto vm = rt::make<Vm::VmConfig>(record.key);
+    if (!statedb::fill(*vm, record.doc).empty()) continue;
+    for (const auto& [key, card] : vm->vnicConfigs()) addresses.insert(card->macAddr());
+  }
+  return addresses;
+}
+
+void removeCards(const Options& options) {
+  const auto all = taps();
+  if (all.empty()) return;
+  for (const rt::String& stray : strayTaps(all, configuredAddresses(options), {}))
+    netlink::deviceRemove(stray.charPtr());
+}
+
+}  // namespace
+
+std::vector<GuestProcess> endGuests(const Options& options) {
+  const statedb::OwnerLock noDaemon(statedb::ownerLockFile(agentsDirectory));
+  rt::ActivityManager manager;
+  Asking asking(options);
+  const rt::Seconds patience = stopPatience(options);
+  rt::Ptr<Survivors> guests;
+  {
+    const std::lock_guard held(manager.lock());
+    guests = rt::make<Survivors>(
+        guestProcesses(), [&](const rt::String& vm) { return asking.ask(vm); }, patience,
+        [&](const rt::String& vm, size_t left) {
+          if (left == 0) removeDeadSockets(options.runDir, vm);
+        },
+        manager.clock());
+  }
+  const rt::Seconds last =
+      manager.clock()->now() + std::max(patience, Survivors::leastPatience) + killedPatience;
+  while (guests->left() > 0 && manager.clock()->now() < last)
+    manager.turn(last - manager.clock()->now());
+  const std::lock_guard held(manager.lock());
+  guests = nullptr;
+  auto left = guestProcesses();
+  if (left.empty())
+    if (const rt::String failure = failureOf([&] { removeCards(options); }); !failure.empty())
+      report("what cards have left is not looked for: " + failure);
+  return left;
+}
+
+}  // namespace host
