@@ -5,12 +5,13 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall test soak coverage mutants bench fuzz check format clean
+.PHONY: help setup build run install uninstall deb test soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build with sanitizers, run all tests'
 	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
+	@echo 'make deb      build the Debian packages, into build/deb'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
@@ -48,6 +49,11 @@ install: build/release/build.ninja
 uninstall:
 	@packaging/uninstall build/release $(PREFIX)
 	@echo 'make uninstall: nothing of it is left below $(DESTDIR)$(PREFIX)'
+
+# Their dependencies are not those of "make test", so they have words of their own for setup.
+deb:
+	@./setup deb
+	@packaging/deb.py build/deb
 
 # More at once than there are processors: most of the time the long ones wait for guests. What is
 # shipped, without sanitizers, does its job in "make run". PRESET=dev: in half of the time.
