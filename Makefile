@@ -5,13 +5,14 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall deb test soak coverage mutants bench fuzz check format clean
+.PHONY: help setup build run install uninstall deb deb-test test soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build with sanitizers, run all tests'
 	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
 	@echo 'make deb      build the Debian packages, into build/deb'
+	@echo 'make deb-test install them on a machine of their own: a guest, an upgrade, a reboot, the removal'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
@@ -54,6 +55,9 @@ uninstall:
 deb:
 	@./setup deb
 	@packaging/deb.py build/deb
+deb-test:
+	@./setup deb-test
+	@packaging/deb-test build
 
 # More at once than there are processors: most of the time the long ones wait for guests. What is
 # shipped, without sanitizers, does its job in "make run". PRESET=dev: in half of the time.
