@@ -104,16 +104,21 @@ TEST(GuestProcesses, AreSortedByTheirAgeAndTheGoneComeLast) {
 TEST(GuestRow, IsReadOfTheProcessItself) {
   setenv("VMAGENT_STORE", "6f1c", 1);
   setenv("VMAGENT_ROW", "42", 1);
+  int in[2];
   int out[2];
+  ASSERT_EQ(pipe(in), 0);
   ASSERT_EQ(pipe(out), 0);
   const pid_t child = fork();
   if (child == 0) {
+    dup2(in[0], STDIN_FILENO);
     dup2(out[1], STDOUT_FILENO);
-    execl("/bin/sh", "sh", "-c", "echo; exec sleep 100", nullptr);
+    // The shell's own command: a program that is just being started has no environment.
+    execl("/bin/sh", "sh", "-c", "echo; read line", nullptr);
     _exit(127);
   }
   unsetenv("VMAGENT_STORE");
   unsetenv("VMAGENT_ROW");
+  close(in[0]);
   close(out[1]);
   char ready = 0;
   EXPECT_EQ(read(out[0], &ready, 1), 1);
@@ -121,6 +126,7 @@ TEST(GuestRow, IsReadOfTheProcessItself) {
   EXPECT_EQ(rowOf({"web1", child}), (Origin{"6f1c", 42}));
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+  close(in[1]);
   EXPECT_EQ(rowOf({"web1", child}), std::nullopt);
   EXPECT_EQ(rowOf({"web1", getpid()}), std::nullopt);
 }
