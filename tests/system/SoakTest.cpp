@@ -211,7 +211,9 @@ class Soak : public testing::Test {
         << "after action " << actionsDone_ << shimLogs();
     for (Guest& guest : guests_) {
       if (guest.on) guest.qemu = FaultWorld::qemu(guest.vm);
-      EXPECT_EQ(world.row("vmProblem", guest.vm), "") << "after action " << actionsDone_;
+      EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", guest.vm).empty(); },
+                            3 * FaultWorld::truth))
+          << "after action " << actionsDone_ << ": " << world.row("vmProblem", guest.vm);
     }
     if (upTo(8) == 0) ASSERT_TRUE(world.rests(all)) << "after action " << actionsDone_;
     expectNoGrowth();
