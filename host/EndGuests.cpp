@@ -9,6 +9,7 @@
 #include "host/network/Janitor.h"
 #include "host/network/Taps.h"
 #include "netlink/Macvtap.h"
+#include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
 #include "runtime/records/VmConfig.h"
 #include "statedb/EntityDocument.h"
@@ -50,11 +51,27 @@ std::set<rt::EthAddr> configuredAddresses(const Options& options) {
   return addresses;
 }
 
-void removeCards(const Options& options) {
+// Of the devices that the guests have now: one that no row has may have some.
+std::set<rt::EthAddr> addressesOf(const std::vector<GuestProcess>& guests) {
+  std::set<rt::EthAddr> addresses;
+  const rt::String failure = failureOf([&] {
+    std::set<uint32_t> held;
+    for (const GuestProcess& guest : guests) held.merge(tapsHeldBy(guest.pid));
+    for (const Tap& tap : taps())
+      if (held.contains(tap.index)) addresses.insert(tap.mac);
+  });
+  if (!failure.empty()) report("what guests will leave is not known: " + failure);
+  return addresses;
+}
+
+// `theirs`: what the guests had. It is deleted though the configuration cannot be read.
+void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
   const auto all = taps();
   if (all.empty()) return;
-  for (const rt::String& stray : strayTaps(all, configuredAddresses(options), {}))
-    netlink::deviceRemove(stray.charPtr());
+  rt::FirstException failure;
+  failure.run([&] { theirs.merge(configuredAddresses(options)); });
+  for (const rt::String& stray : strayTaps(all, theirs, {})) netlink::deviceRemove(stray.charPtr());
+  failure.rethrow();
 }
 
 }  // namespace
@@ -65,10 +82,12 @@ std::vector<GuestProcess> endGuests(const Options& options) {
   Asking asking(options);
   const rt::Seconds patience = stopPatience(options);
   rt::Ptr<Survivors> guests;
+  const auto all = guestProcesses();
+  const auto addresses = addressesOf(all);
   {
     const std::lock_guard held(manager.lock());
     guests = rt::make<Survivors>(
-        guestProcesses(), [&](const rt::String& vm) { return asking.ask(vm); }, patience,
+        all, [&](const rt::String& vm) { return asking.ask(vm); }, patience,
         [&](const rt::String& vm, size_t left) {
           if (left == 0) removeDeadSockets(options.runDir, vm);
         },
@@ -82,7 +101,8 @@ std::vector<GuestProcess> endGuests(const Options& options) {
   guests = nullptr;
   auto left = guestProcesses();
   if (left.empty())
-    if (const rt::String failure = failureOf([&] { removeCards(options); }); !failure.empty())
+    if (const rt::String failure = failureOf([&] { removeCards(options, addresses); });
+        !failure.empty())
       report("what cards have left is not looked for: " + failure);
   return left;
 }

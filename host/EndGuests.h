@@ -9,9 +9,9 @@
 namespace host {
 
 // Has every guest of the machine shut itself down, ends those that do not in time, and deletes the
-// devices of the configured cards. The configuration stays as it is, so that the next daemon starts
-// what is enabled there. Returns when all are gone; those that go on in spite of all, if any.
-// Throws statedb::Error when a daemon runs, for that one keeps guests.
+// devices of their cards, and of the configured ones. The configuration stays as it is, so that the
+// next daemon starts what is enabled there. Returns when all are gone; those that go on in spite of
+// all, if any. Throws statedb::Error when a daemon runs, for that one keeps guests.
 std::vector<GuestProcess> endGuests(const Options& options);
 
 }  // namespace host

@@ -132,6 +132,7 @@ TEST_F(EndOfAllGuests, IsDoneThoughTheConfigurationIsDamagedAndSaysSo) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(ended.err, HasSubstr("config.db"));
   EXPECT_THAT(world.guests(), IsEmpty());
+  EXPECT_EQ(macvtaps(), "") << "it is known by the guest that had it";
 }
 
 }  // namespace
