@@ -38,9 +38,10 @@ TEST(KernelsTaps, AreTheMacvtapDevicesOnlyAndSayWhereTheyStandAndWhetherTheyAreU
   ip("link add link Ethernet1 name tap7 address 52:54:00:12:34:02 type macvtap mode bridge");
   ip("link set macvtap0 up");
   const uint32_t port = if_nametoindex("Ethernet1");
-  EXPECT_THAT(host::taps(),
-              ElementsAre(Tap{"macvtap0", rt::EthAddr(rt::String(firstMac)), port, true},
-                          Tap{"tap7", rt::EthAddr(rt::String(secondMac)), port, false}));
+  EXPECT_THAT(host::taps(), ElementsAre(Tap{"macvtap0", rt::EthAddr(rt::String(firstMac)), port,
+                                            true, if_nametoindex("macvtap0")},
+                                        Tap{"tap7", rt::EthAddr(rt::String(secondMac)), port, false,
+                                            if_nametoindex("tap7")}));
 }
 
 class DaemonCards : public DaemonFixture {
