@@ -13,6 +13,7 @@ help:
 	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
 	@echo 'make deb      build the Debian packages, into build/deb'
 	@echo 'make deb-test install them on a machine of their own: a guest, an upgrade, a reboot, the removal'
+	@echo 'make quick    build for daily work, and run the tests that need no machine'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
@@ -66,6 +67,10 @@ test: build/$(PRESET)/build.ninja
 	@cmake --build --preset $(PRESET)
 	@tools/run_tests.py --preset $(PRESET) -j $$((2 * $(JOBS)))
 	@echo 'make test: all tests passed ($(PRESET))'
+
+# What is looked at after each change: no root, no QEMU, no sanitizers.
+quick: build
+	@tools/quick.py build/dev
 
 # With the sanitizers' build. Each run prints its seed, and what it does.
 soak: build/asan/build.ninja
