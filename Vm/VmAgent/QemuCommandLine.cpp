@@ -1,6 +1,7 @@
 #include "Vm/VmAgent/QemuCommandLine.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,6 +30,14 @@ rt::String displayArgument(uint32_t vncPort) {
   return display > lastVncDisplay ? "-nographic " : rt::format("-vnc 0.0.0.0:%u ", display);
 }
 
+// Waits for nobody: a pipe may have taken the place of the file that was looked at.
+std::FILE* openToRead(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "r");
+  if (!file && descriptor >= 0) close(descriptor);
+  return file;
+}
+
 }  // namespace
 
 rt::String monitorPath(const VmConfig::PtrConst& vmConfig) {
@@ -38,13 +47,12 @@ rt::String monitorPath(const VmConfig::PtrConst& vmConfig) {
 int diskIsCDROM(const std::string& path) {
   VM_TRACE(8) << "int diskIsCDROM(std::string)"
               << " image path " << path;
-  std::FILE* const file = std::fopen(path.c_str(), "r");
+  std::FILE* const file = openToRead(path);
   if (!file) {
     VM_TRACE(1) << "diskIsCDROM"
                 << " FAIL: cannot open file " << path;
     return -1;
   }
-  fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
   char bytes[isoMagic.size()];
   if (std::fseek(file, isoMagicOffset, SEEK_SET) != 0 ||
       std::fread(bytes, 1, sizeof bytes, file) < sizeof bytes) {
