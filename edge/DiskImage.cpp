@@ -81,6 +81,8 @@ ImageFacts imageFacts(const rt::String& path) {
   struct stat status {};
   if (stat(path.charPtr(), &status) != 0) return unreadable(errno);
   ImageFacts facts;
+  facts.othersMayWrite =
+      guest::othersMayWrite({status.st_uid, status.st_mode, S_ISBLK(status.st_mode)}, geteuid());
   if (S_ISREG(status.st_mode)) {
     facts.kind = ImageFacts::Kind::regular;
     facts.file = {status.st_dev, status.st_ino};
@@ -109,8 +111,9 @@ std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts
                                         guest::ImageFormat format) {
   if (auto found = accessProblem(path, facts)) return found;
   if (format == guest::ImageFormat::raw) return std::nullopt;
-  const auto right = guest::qcow2Right(headOf(facts));
-  return problem(path, right ? Right(*right) : std::nullopt);
+  if (const auto right = guest::qcow2Right(headOf(facts))) return problem(path, Right(*right));
+  if (facts.othersMayWrite) return problem(path, rt::String(guest::qcow2OwnerRight));
+  return std::nullopt;
 }
 
 std::optional<rt::Problem> imageProblem(const rt::String& path, const ImageFacts& facts) {

@@ -35,6 +35,7 @@ struct ImageFacts {
   uint64_t size = 0;                              // bytes
   std::array<char, guest::imageHeadSize> head{};  // its first bytes; zeros behind its end
   bool isCd = false;                              // as the agent sees it: QEMU only reads it then
+  bool othersMayWrite = false;                    // see guest::othersMayWrite()
   bool isInUse = false;  // a block device that is mounted, or a part of what is in use
 };
 

@@ -139,6 +139,14 @@ TEST(DiskImage, OpenedAsRawMayBeginAsAnything) {
     EXPECT_EQ(imageProblem("/i", facts, guest::ImageFormat::raw), std::nullopt);
 }
 
+// Its header is read once more when QEMU opens it.
+TEST(DiskImage, ThatOthersMayWriteMayBeRawAndNotQcow2) {
+  ImageFacts facts = qcow2(3);
+  facts.othersMayWrite = true;
+  EXPECT_THAT(wrong(facts), HasSubstr("must be a file that nobody but root may write"));
+  EXPECT_EQ(imageProblem("/a", facts, guest::ImageFormat::raw), std::nullopt);
+}
+
 TEST(DiskImage, OpenedAsQcow2BeginsAsQcow2AndNeedsNoSecondFile) {
   EXPECT_EQ(imageProblem("/i", qcow2(3), guest::ImageFormat::qcow2), std::nullopt);
   EXPECT_EQ(imageProblem("/i", file(), guest::ImageFormat::qcow2)->right,

@@ -76,4 +76,12 @@ std::optional<std::string> qcow2Right(std::string_view head) {
   return std::nullopt;
 }
 
+bool othersMayWrite(const FileOwner& file, unsigned self) {
+  constexpr unsigned groupsWrite = 0020;
+  constexpr unsigned anybodysWrite = 0002;
+  if (file.user != 0 && file.user != self) return true;
+  // Who is of a block device's group may write all disks of the machine anyway.
+  return (file.mode & (file.isBlockDevice ? anybodysWrite : anybodysWrite | groupsWrite)) != 0;
+}
+
 }  // namespace guest

@@ -30,4 +30,19 @@ std::string_view formatOfHead(std::string_view head);
 // qcow2 can name other files of the machine, which the guest would have for its disk then.
 std::optional<std::string> qcow2Right(std::string_view head);
 
+// Who may write a file.
+struct FileOwner {
+  unsigned user = 0;
+  unsigned mode = 0;  // its permission bits, among others
+  bool isBlockDevice = false;
+};
+// Whether somebody may but root and `self`, our own user.
+bool othersMayWrite(const FileOwner& file, unsigned self);
+// What is said of such a qcow2. QEMU reads its header once more, after the last look at it, and
+// that may name any file by then.
+constexpr std::string_view qcow2OwnerRight =
+    "must be a file that nobody but root may write, to be qcow2: 'chown root:root' and 'chmod "
+    "go-w', "
+    "or convert it to raw (qemu-img convert)";
+
 }  // namespace guest

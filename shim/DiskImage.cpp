@@ -77,6 +77,9 @@ DiskImage openDiskImage(const Drive& drive, std::optional<guest::ImageFormat> fo
   Descriptor toRead = reopened(file, O_RDONLY);
   if (!toRead) throw cannotBeOpened(drive, "");
   image.format = formatOf(toRead, drive, format);
+  if (image.format == guest::ImageFormat::qcow2 &&
+      guest::othersMayWrite({facts.st_uid, facts.st_mode, image.isBlockDevice}, geteuid()))
+    throw refused(drive, std::string(guest::qcow2OwnerRight));
   image.descriptors.push_back(std::move(toRead));
   return image;
 }

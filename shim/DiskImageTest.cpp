@@ -86,6 +86,20 @@ TEST_F(OpenedImage, ThatWasNamedQcow2NeedsNoSecondFile) {
   EXPECT_THAT(refusal(disk(), ImageFormat::qcow2), HasSubstr("must be qcow2"));
 }
 
+TEST_F(OpenedImage, ThatOthersMayWriteIsNoQcow2) {
+  const Drive drive = disk(plainQcow2);
+  for (const mode_t mode : {0620U, 0602U}) {
+    ASSERT_EQ(chmod(drive.path.c_str(), mode), 0);
+    EXPECT_THAT(refusal(drive, ImageFormat::qcow2), HasSubstr("nobody but root may write"));
+    EXPECT_EQ(openDiskImage(drive, ImageFormat::raw).format, ImageFormat::raw);
+  }
+  ASSERT_EQ(chmod(drive.path.c_str(), 0644), 0);
+  EXPECT_EQ(openDiskImage(drive, ImageFormat::qcow2).format, ImageFormat::qcow2);
+  if (geteuid() != 0) return;
+  ASSERT_EQ(chown(drive.path.c_str(), 1234, 0), 0);
+  EXPECT_THAT(refusal(drive, ImageFormat::qcow2), HasSubstr("nobody but root may write"));
+}
+
 TEST_F(OpenedImage, OfWhichNothingIsSaidIsRawAndNeverGuessed) {
   EXPECT_EQ(openDiskImage(disk(), std::nullopt).format, ImageFormat::raw);
   EXPECT_THAT(refusal(disk(plainQcow2)), HasSubstr("VMAGENT_IMAGE_FORMAT must say"));
