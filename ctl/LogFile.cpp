@@ -11,16 +11,22 @@
 #include <utility>
 
 #include "runtime/base/Exception.h"
+#include "runtime/base/OwnFile.h"
 #include "runtime/base/VisibleText.h"
 
 namespace ctl {
 
 namespace {
 
-// -1: it is not there.
+// -1: it is not there. Members of the group may put links and others' files there, and root must
+// read none for them.
 int openIfThere(const rt::String& path) {
-  const int descriptor = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int descriptor = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
   if (descriptor < 0 && errno != ENOENT) throw rt::ErrnoException(errno, path + " cannot be read");
+  if (descriptor >= 0 && geteuid() == 0 && !rt::isOwnFile(descriptor)) {
+    close(descriptor);
+    throw rt::Exception(path + " cannot be read: it is no file of root's own");
+  }
   return descriptor;
 }
 

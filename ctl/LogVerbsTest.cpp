@@ -1,5 +1,6 @@
 // Over real files: the run directory is a temporary one.
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -52,6 +53,21 @@ TEST_F(LogsVerb, ShowsWhatTheKeeperWroteWhenAsked) {
   append("console.log", "guest\n");
   append("shim.log", "keeper\n");
   EXPECT_EQ(vmctl("logs web1 --shim"), (Answer{0, "keeper\n", ""}));
+}
+
+// Members of the group may write there.
+TEST_F(LogsVerb, FollowsNoLinkAndReadsRootNoFileOfAnothers) {
+  append("shim.log", "secret\n");
+  std::filesystem::create_symlink("shim.log", directory_ + "/console.log");
+  EXPECT_EQ(vmctl("logs web1").out, "");
+  std::filesystem::remove(directory_ + "/console.log");
+  if (geteuid() != 0) return;
+  append("console.log", "another's\n");
+  ASSERT_EQ(chown((directory_ + "/console.log").c_str(), 1234, 0), 0);
+  const Answer answer = vmctl("logs web1");
+  EXPECT_EQ(answer.out, "");
+  EXPECT_THAT(answer.err,
+              testing::HasSubstr("console.log cannot be read: it is no file of root's"));
 }
 
 TEST_F(LogsVerb, PassesAllBytesOnToAFileAndNoneThatActToATerminal) {
