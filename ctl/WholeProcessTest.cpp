@@ -109,8 +109,8 @@ TEST_F(Vmctl, SaysWhatIsMissingBeforeTheDaemonRanForTheFirstTime) {
   EXPECT_EQ(result.exit, 6);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "vmctl: " + directory_ +
-                            "/state/config.db does not exist: start or restart vmagentd, which "
-                            "makes it; if it was lost, put it back first\n");
+                            "/state/config.db does not exist: put it back if it was lost; or "
+                            "start or restart vmagentd, which makes an empty one\n");
 }
 
 TEST_F(Vmctl, OptionsGoBeforeTheEnvironment) {

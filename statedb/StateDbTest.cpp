@@ -1,6 +1,8 @@
 // Both halves together: which table is where, and when a half is opened.
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 #include "runtime/fakes/LoopFixture.h"
 #include "statedb/StateDb.h"
 #include "statedb/fakes/MemoryStore.h"
@@ -112,6 +114,21 @@ TEST_F(SqliteDbTest, TheOwnerMakesNoConfigurationInThePlaceOfWhatItHadAndReadsWh
   std::filesystem::remove(dir.path() / "run" / "status.db");
   db.close(Half::status);
   EXPECT_THAT(db.snapshot({"vmStatus"}).records, IsEmpty());
+}
+
+TEST_F(SqliteDbTest, TheOwnerMakesStatusThatIsDamagedAnewAndTouchesNoSuchConfiguration) {
+  const auto text = std::string(4096, 'x');
+  std::ofstream(dir.path() / "run" / "status.db") << text;
+  {
+    StateDb db = open(sqlite::Role::owner);
+    EXPECT_THAT(db.snapshot({"vmStatus"}).records, IsEmpty());
+  }
+  std::ofstream(dir.path() / "run" / "status.db") << text;
+  EXPECT_EQ(troubleOf([&] { (void)open(sqlite::Role::client).snapshot({"vmStatus"}); }),
+            Trouble::corrupt);
+  std::ofstream(dir.path() / "state" / "config.db") << text;
+  EXPECT_EQ(troubleOf([&] { open(sqlite::Role::owner); }), Trouble::corrupt);
+  EXPECT_EQ(std::filesystem::file_size(dir.path() / "state" / "config.db"), text.size());
 }
 
 TEST_F(SqliteDbTest, ConfigurationCanBeWrittenWhileThereIsNoStatus) {

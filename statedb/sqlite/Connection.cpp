@@ -1,6 +1,7 @@
 #include "statedb/sqlite/Connection.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include "statedb/sqlite/Sentences.h"
 
@@ -52,7 +53,15 @@ rt::String Query::text(int column) const {
 
 int64_t Query::number(int column) const { return sqlite3_column_int64(statement_, column); }
 
-void Connection::Closer::operator()(sqlite3* database) const { sqlite3_close(database); }
+// The last who closes a database writes its log back: into one that somebody has emptied, half of
+// one.
+void Connection::Closer::operator()(sqlite3* database) const {
+  const char* const file = sqlite3_db_filename(database, "main");
+  struct stat found {};
+  if (file && stat(file, &found) == 0 && found.st_size == 0)
+    sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+  sqlite3_close(database);
+}
 
 void Connection::Finalizer::operator()(sqlite3_stmt* statement) const {
   sqlite3_finalize(statement);

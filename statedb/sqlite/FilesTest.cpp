@@ -59,8 +59,8 @@ TEST_F(FilesTest, AClientMakesNone) {
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { openClient(); }, &sentence), Trouble::missing);
   EXPECT_EQ(sentence, file.string() +
-                          " does not exist: start or restart vmagentd, which makes it; if it was "
-                          "lost, put it back first");
+                          " does not exist: put it back if it was lost; or start or restart "
+                          "vmagentd, which makes an empty one");
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
@@ -112,6 +112,40 @@ TEST_F(FilesTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
     EXPECT_THAT(sentence, HasSubstr("restore a backup"));
   }
   EXPECT_EQ(contentOf(file), text);
+}
+
+// Nothing that is the daemon's own is worth a backup.
+TEST_F(FilesTest, AStatusThatIsDamagedOrMissingIsToBeMadeAnew) {
+  const std::string status = (dir.path() / "status.db").string();
+  const auto openStatus = [&](Role role) {
+    StoreOptions options;
+    options.file = rt::String(status);
+    options.role = role;
+    openStore(options);
+  };
+  std::string sentence;
+  EXPECT_EQ(troubleOf([&] { openStatus(Role::client); }, &sentence), Trouble::missing);
+  EXPECT_EQ(sentence, status + " does not exist: start or restart vmagentd, which makes it");
+  contentIs(status, "this is a text of mine, and no database of yours, whatever its name is");
+  EXPECT_EQ(troubleOf([&] { openStatus(Role::owner); }, &sentence), Trouble::corrupt);
+  EXPECT_THAT(sentence,
+              HasSubstr("): stop vmagentd, remove " + status + "*, and start it; nothing is lost"));
+}
+
+// Somebody's slip: what is still in the log is no whole database.
+TEST_F(FilesTest, OneThatIsEmptiedWhileItIsOpenIsNotWrittenIntoAndIsSetUpAnew) {
+  {
+    const auto store = open();
+    put(*store, "a", "1");
+    std::ofstream(file).close();
+    std::string sentence;
+    EXPECT_EQ(troubleOf([&] { openClient(); }, &sentence), Trouble::missing);
+    EXPECT_THAT(sentence, HasSubstr(file.string() + " is empty: put a backup in its place"));
+  }
+  EXPECT_EQ(std::filesystem::file_size(file), 0U);
+  const auto store = open();
+  EXPECT_EQ(store->record("table", "a"), std::nullopt);
+  put(*store, "a", "2");
 }
 
 TEST_F(FilesTest, PagesAreSmallAndTheJournalIsAWriteAheadLog) {

@@ -111,8 +111,7 @@ size_t newestFormat() { return formatSteps().size(); }
 void requireFormat(Connection& connection, Role role, std::span<const char* const> steps) {
   const size_t format = formatOf(connection, steps.size());
   if (format == steps.size()) return;
-  if (format == 0 && role == Role::reopener) throw emptied(connection.file());
-  if (format == 0 && role == Role::client) throw missingFile(connection.file());
+  if (format == 0 && role != Role::owner) throw emptied(connection.file());
   if (role != Role::client) return convert(connection, steps);
   throw older(connection.file(), static_cast<int64_t>(format), steps.size());
 }

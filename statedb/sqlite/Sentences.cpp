@@ -10,15 +10,24 @@
 
 namespace statedb::sqlite {
 
+namespace {
+
+// Whose content is found out again by the daemon.
+bool isStatus(const rt::String& file) { return file.str().ends_with("/status.db"); }
+
+}  // namespace
+
 Error missingDirectory(const rt::String& directory) {
   return {Trouble::missing, "directory " + directory +
                                 " does not exist: start vmagentd, which makes it, or name another"};
 }
 
 Error missingFile(const rt::String& file) {
+  if (isStatus(file))
+    return {Trouble::missing, file + " does not exist: start or restart vmagentd, which makes it"};
   return {Trouble::missing, file +
-                                " does not exist: start or restart vmagentd, which makes it; if it "
-                                "was lost, put it back first"};
+                                " does not exist: put it back if it was lost; or start or restart "
+                                "vmagentd, which makes an empty one"};
 }
 
 Error removed(const rt::String& file) {
@@ -44,6 +53,10 @@ Error locked(const rt::String& file, rt::Seconds patience) {
 }
 
 Error corrupt(const rt::String& file, const rt::String& detail) {
+  if (isStatus(file))
+    return {Trouble::corrupt, file + " is damaged or no database (" + detail +
+                                  "): stop vmagentd, remove " + file +
+                                  "*, and start it; nothing is lost"};
   return {Trouble::corrupt, file + " is damaged or no database (" + detail +
                                 "): stop vmagentd, move the file away and restore a backup, or"
                                 " save what is left as docs/operating.md says under Recovery"};

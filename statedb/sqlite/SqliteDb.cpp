@@ -1,5 +1,7 @@
 #include "statedb/sqlite/SqliteDb.h"
 
+#include <unistd.h>
+
 #include "statedb/sqlite/SqliteStore.h"
 
 namespace statedb::sqlite {
@@ -25,11 +27,25 @@ StateDb::Opener configOpener(const rt::String& file, Role role) {
   };
 }
 
+// Status that is damaged is found out again: nothing of it is worth keeping a daemon from starting.
+StateDb::Opener statusOpener(const rt::String& file, Role role) {
+  if (role != Role::owner) return opener(file, Half::status, role);
+  return [file, open = opener(file, Half::status, Role::owner)] {
+    try {
+      return open();
+    } catch (const Error& error) {
+      if (error.trouble() != Trouble::corrupt) throw;
+    }
+    for (const char* ending : {"", "-wal", "-shm"}) (void)unlink((file + ending).charPtr());
+    return open();
+  };
+}
+
 }  // namespace
 
 StateDb openDb(const DbOptions& options) {
   StateDb db(configOpener(options.stateDir + "/config.db", options.role),
-             opener(options.runDir + "/status.db", Half::status, options.role));
+             statusOpener(options.runDir + "/status.db", options.role));
   if (options.role == Role::owner) {
     db.store(Half::config);
     db.store(Half::status);

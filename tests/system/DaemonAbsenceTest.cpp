@@ -85,8 +85,8 @@ TEST_F(DaemonsAbsence, BeforeItsFirstStartIsSaidToBeTheReason) {
   const Ended ended = world.vmctl({"list"});
   EXPECT_EQ(ended.status, 6);
   EXPECT_EQ(ended.err, "vmctl: " + world.stateDir +
-                           "/config.db does not exist: start or restart vmagentd, which makes it; "
-                           "if it was lost, put it back first\n");
+                           "/config.db does not exist: put it back if it was lost; or start or "
+                           "restart vmagentd, which makes an empty one\n");
 }
 
 TEST_F(DaemonsAbsence, WhileItStartsEndsWithEachVerbDoneOrRefusedInOneLine) {

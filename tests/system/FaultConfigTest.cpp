@@ -72,8 +72,8 @@ TEST_F(Configuration, ThatIsMovedAwayEndsNoGuestIsNotMadeAndIsReadWhenItIsBack) 
   // Some tries later.
   EXPECT_FALSE(waitUntil([&] { return fs::exists(file()); }, 3));
   EXPECT_THAT(world.vmctl({"set", "web1", "memory=48"}).err,
-              HasSubstr("config.db does not exist: start or restart vmagentd, which makes it; if "
-                        "it was lost, put it back first"));
+              HasSubstr("config.db does not exist: put it back if it was lost; or start or "
+                        "restart vmagentd, which makes an empty one"));
   expectSame({"web1"});
   fs::rename(backup, file());
   EXPECT_TRUE(isLogged("configuration: read again")) << world.log();
