@@ -24,7 +24,7 @@ constexpr Option options[] = {
     {"for", 0, "FIELD=VALUE", "what to wait for; may be repeated: all must be so"},
     {"wait", 0, "", "return when it is done"},
     {"timeout", 0, "S", "seconds to wait at most; 60 by default"},
-    {"force", 0, "", "also when the VM is enabled"},
+    {"force", 0, "", "although a guest ends by it"},
     {"all", 0, "", "all VMs that are enabled"},
     {"device", 0, "DEV", "the kernel device"},
     {"file", 'f', "FILE", "the document to read; - is standard input"},

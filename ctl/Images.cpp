@@ -42,11 +42,18 @@ rt::String putImage(Context& context, statedb::Transaction& transaction, const V
   return format;
 }
 
-void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
+rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
   const edge::ImageFacts facts = context.imageFacts(vm.diskImage());
-  if (facts.error == EACCES) return;  // the daemon, which is root, may read it all the same
-  if (const auto problem = problemOf(vm, facts, format))
-    return complain(context, vm, "cannot be used now: it " + problem->right);
+  if (facts.error == EACCES) return {};  // the daemon, which is root, may read it all the same
+  const auto problem = problemOf(vm, facts, format);
+  return problem ? problem->right : rt::String();
+}
+
+void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
+  if (const rt::String trouble = troubleWithImage(context, vm, format); !trouble.empty())
+    return complain(context, vm, "cannot be used now: it " + trouble);
+  const edge::ImageFacts facts = context.imageFacts(vm.diskImage());
+  if (facts.error == EACCES) return;
   const auto fixed = guest::imageFormatFrom(format);
   const rt::String other = fixed ? edge::otherFormat(facts, *fixed) : rt::String();
   if (!other.empty())

@@ -20,6 +20,9 @@ struct ImageWish {
 rt::String putImage(Context& context, statedb::Transaction& transaction, const Vm::VmConfig& vm,
                     const ImageWish& wish, const VmImage& known);
 
+// Returns what is wrong with the VM's image now, such as "must be a file"; empty: it can be used,
+// as far as who asks can tell. `format`: what it is opened as, if that is fixed.
+rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::String& format);
 // Tells of what keeps the VM from being started with its image now; it may be mended by then.
 // `format`: what it is opened as, if that is fixed.
 void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format);

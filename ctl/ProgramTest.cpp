@@ -124,7 +124,7 @@ TEST_F(Help, OfAVerbTellsHowItIsUsedAndItsOptions) {
                     "options:\n"
                     "  --wait                  return when it is done\n"
                     "  --timeout S             seconds to wait at most; 60 by default\n"
-                    "  --force                 also when the VM is enabled\n"
+                    "  --force                 although a guest ends by it\n"
                     "  --state-dir DIR         where the configuration is; /var/lib/vmagent, or "
                     "$VMAGENT_STATE_DIR\n"
                     "  --run-dir DIR           where the status is; /run/vmagent, or "

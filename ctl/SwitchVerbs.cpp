@@ -156,6 +156,16 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
   return row;
 }
 
+// Of an image that was removed the guest that runs has the last copy.
+void requireStart(Context& context, const VmRow& row) {
+  if (!row.config || !row.config->enabled() || row.process.process != "running") return;
+  const rt::String trouble = troubleWithImage(context, *row.config, row.imageFormat());
+  if (trouble.empty()) return;
+  throw Refusal(Exit::conflict, row.name + ": the disk image '" + row.config->diskImage() +
+                                    "' cannot be used now: it " + trouble +
+                                    "; a restart would end the guest for good: --force does so");
+}
+
 }  // namespace
 
 Exit enableVms(Context& context, const Arguments& arguments) {
@@ -198,8 +208,9 @@ Exit restartVms(Context& context, const Arguments& arguments) {
   std::map<rt::String, int64_t> numbers;
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
-    numbers[name] = askForRestart(context, name);
     const VmRow row = vmNamed(context, name);
+    if (!arguments.has("force")) requireStart(context, row);
+    numbers[name] = askForRestart(context, name);
     if (row.config) warnOfImage(context, *row.config, row.imageFormat());
     return "restart asked for";
   };

@@ -368,6 +368,26 @@ TEST_F(RestartVerb, RaisesTheNumberThatAsksForIt) {
   EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":2})");
 }
 
+TEST_F(RestartVerb, EndsNoGuestThatCouldNotBeStartedAgainUnlessForced) {
+  putVm("web1", true);
+  putRunning("web1");
+  missingImages_ = {"/images/web.iso"};
+  const Answer answer = vmctl("restart web1");
+  EXPECT_EQ(answer.exit, 4);
+  EXPECT_EQ(doc("vmIntent", "web1"), "none");
+  EXPECT_THAT(answer.err, HasSubstr("web1: the disk image '/images/web.iso' cannot be used now: "));
+  EXPECT_THAT(answer.err, HasSubstr("; a restart would end the guest for good: --force does so"));
+  EXPECT_EQ(vmctl("restart web1 --force").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":1})");
+}
+
+TEST_F(RestartVerb, OnlyWarnsWhereNoGuestRuns) {
+  putVm("web1", true);
+  missingImages_ = {"/images/web.iso"};
+  EXPECT_EQ(vmctl("restart web1").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":1})");
+}
+
 TEST_F(RestartVerb, AsksForOneMoreThanWereCarriedOut) {
   putVm("web1", true);
   put("vmIntent", "web1", R"("damaged")");

@@ -73,9 +73,13 @@ constexpr Verb table[] = {
      "Asks the guests to shut down, and keeps the machines stopped. Done is: the status is not\n"
      "enabled, and no process is left.\n",
      disableVms},
-    {"restart", "", "NAME...", 1, anyNumber, "wait timeout", "", "stop VMs and start them again",
-     "Ends the guests and starts them again with the configuration as it is now. Done is: this\n"
-     "restart was carried out, and the status is enabled and Running.\n",
+    {"restart", "", "NAME...", 1, anyNumber, "force wait timeout", "",
+     "stop VMs and start them again",
+     "Ends the guests and starts them again with the configuration as it is now. A guest that "
+     "runs,\n"
+     "and whose disk image cannot be used now, is restarted with --force only. Done is: this "
+     "restart\n"
+     "was carried out, and the status is enabled and Running.\n",
      restartVms},
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
      "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"
