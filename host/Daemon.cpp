@@ -243,6 +243,8 @@ void Daemon::Parts::startFeeds() {
                   .traces = traces_,
                   .cards = *cardHealer_,
                   .judgeImage = [this](const auto& question) { return images_->judge(question); },
+                  .imageFormat = [this](const auto& vm,
+                                        const auto& path) { return images_->format(vm, path); },
                   .imageReleased = [this](const rt::String& vm) { images_->release(vm); },
                   .lastError =
                       [this](const rt::String& vm) {

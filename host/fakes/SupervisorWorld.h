@@ -60,9 +60,10 @@ class SupervisorWorld {
   std::set<rt::String> unseenImages;  // nobody can tell what is there yet
   rt::String imageNote;               // on each that is fit
   std::vector<ImageQuestion> imageQuestions;
-  std::map<rt::String, rt::String> heldImages;  // by VM
-  std::set<rt::String> deaf;                    // VMs without a shim to ask
-  std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
+  std::map<rt::String, rt::String> heldImages;    // by VM
+  std::map<rt::String, rt::String> imageFormats;  // by VM: what the operator says now
+  std::set<rt::String> deaf;                      // VMs without a shim to ask
+  std::map<rt::String, rt::String> lastErrors;    // of each VM's QEMU
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();
   const HostStatus::Ptr hostStatus = rt::make<HostStatus>();

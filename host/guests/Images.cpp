@@ -34,6 +34,11 @@ ImageVerdict Images::judge(const ImageQuestion& question) {
   return verdict;
 }
 
+rt::String Images::format(const rt::String& vm, const rt::String& path) const {
+  const auto format = rows_.format(vm, path);
+  return format ? rt::String(guest::textOf(*format)) : rt::String();
+}
+
 ImageVerdict Images::judgeStart(const ImageQuestion& question, const edge::ImageFacts& facts) {
   const auto& [vm, path, takesUp] = question;
   if (const rt::String problem = rows_.problem(vm); !problem.empty()) return refused(problem);

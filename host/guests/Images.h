@@ -46,6 +46,8 @@ class Images {
   Images(Tools tools, ImageRows& rows) : tools_(std::move(tools)), rows_(rows) {}
 
   ImageVerdict judge(const ImageQuestion& question);
+  // What the VM's image of that path is opened as from the next start on; empty: nobody has said.
+  rt::String format(const rt::String& vm, const rt::String& path) const;
   // The VM is off, and nothing of it is left.
   void release(const rt::String& vm);
   // What the VM's row in vmImage says now; nothing: there is none.

@@ -224,5 +224,22 @@ TEST_F(VmImageTest, IsHeldNoMoreByAVmThatIsGone) {
   EXPECT_FALSE(world.heldImages.contains("web1"));
 }
 
+// What is told of a guest that runs.
+
+TEST_F(VmImageTest, ThatIsToBeOpenedOtherwiseIsToldUntilItsGuestIsRestarted) {
+  world.rowIs("web1", on);  // as qcow2
+  EXPECT_EQ(world.problem("web1"), "");
+  world.imageFormats["web1"] = "raw";
+  world.supervisor->imageIsKnown("web1");
+  world.advance(0);
+  EXPECT_EQ(
+      world.problem("web1"),
+      "restart: format: changed since the guest was started; 'vmctl restart web1' applies it");
+  world.imageFormats["web1"] = "qcow2";
+  world.supervisor->imageIsKnown("web1");
+  world.advance(0);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 }  // namespace
 }  // namespace host

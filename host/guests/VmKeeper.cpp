@@ -281,6 +281,7 @@ void VmKeeper::write(Step step) {
   // A new disk image has the agent start what it could not start before, whatever the step.
   const bool goesOn = !wasOn && facts().statusEnabled;
   if (goesOn) startedWith_ = wanted_;
+  if (goesOn) startedFormat_ = image_.format;
   // A VM that is off is as it should be, whatever the agent did not find on the way.
   const bool isOff = step == Step::switchOff && !facts().statusEnabled;
   const rt::String failure = isOff ? rt::String() : change.failure();
@@ -372,11 +373,20 @@ void VmKeeper::showGuestProblem() {
                             hasProcess() ? guestProblem_ : rt::String());
 }
 
+// Its image is to be opened as something else than it was.
+bool VmKeeper::hasOtherFormat() const {
+  if (!startedWith_ || !wanted_ || !hasProcess() || startedFormat_.empty()) return false;
+  if (startedWith_->diskImage() != wanted_->diskImage()) return false;
+  const rt::String format = tools_.imageFormat(name_, wanted_->diskImage());
+  return !format.empty() && format != startedFormat_;
+}
+
 void VmKeeper::showRestartNeeded() {
   rt::String fields;
   if (startedWith_ && wanted_ && hasProcess())
     for (const std::string_view field : edge::fieldsForNextStart(*startedWith_, *wanted_))
       (fields += fields.empty() ? "" : ", ") += field;
+  if (hasOtherFormat()) (fields += fields.empty() ? "" : ", ") += "format";
   if (!fields.empty())
     fields += ": changed since the guest was started; 'vmctl restart " + name_ + "' applies it";
   tools_.problems.problemIs(name_, ProblemSource::restart, fields);

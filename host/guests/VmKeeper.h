@@ -29,6 +29,8 @@ struct KeeperTools {
   VmCards& cards;
   // Whether the VM may be started with that disk image.
   std::function<ImageVerdict(const ImageQuestion&)> judgeImage;
+  // What the VM's image of that path is opened as from the next start on; empty: it is not known.
+  std::function<rt::String(const rt::String& vm, const rt::String& path)> imageFormat;
   // The VM is to be started with no image any more, and has no process.
   std::function<void(const rt::String& vm)> imageReleased;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
@@ -123,6 +125,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void showRowProblem();
   void showImage();
   void showGuestProblem();
+  bool hasOtherFormat() const;
   void showRestartNeeded();
 
   const KeeperTools& tools_;
@@ -146,6 +149,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   Vm::VmConfig::Ptr mounted_;
   uint64_t mountedVm_ = 0;
   Vm::VmConfig::Ptr startedWith_;        // what the running process was started with
+  rt::String startedFormat_;             // what it opened its disk image as
   std::optional<statedb::Origin> told_;  // of which row it was told that it is
   ImageVerdict image_;                   // the last
   bool awaitsImage_ = false;             // to be judged
