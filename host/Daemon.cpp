@@ -250,10 +250,10 @@ void Daemon::Parts::startFeeds() {
                       [this](const rt::String& vm) {
                         return firstLine(vmsDirectory() + "/" + vm, "last-error");
                       },
-                  .ended = [this](const rt::String& vm) { handleEnd(vm); },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
                   .start = {.before = [this](const VmStart& start) { handleStart(start); },
-                            .after = start_.after},
+                            .after = start_.after,
+                            .ended = [this](const rt::String& vm) { handleEnd(vm); }},
                   .tellGuest =
                       [this](const VmStart& start) {
                         if (hasShim()) tellShimOfRow(options_.runDir, start.vm, start.row);
@@ -372,6 +372,7 @@ void Daemon::Parts::handleTakeUp(const rt::String& vm) {
 }
 
 void Daemon::Parts::handleEnd(const rt::String& vm) const {
+  start_.ended(vm);
   if (hasShim()) removeDeadSockets(options_.runDir, vm);
 }
 

@@ -105,7 +105,11 @@ int run(const host::Options& options) {
       }
       environment.extraIs(variables);
     };
-    host::Daemon daemon(options, traces, {beforeStart, [&] { listener.close(); }});
+    host::Daemon daemon(
+        options, traces,
+        {.before = beforeStart,
+         .after = [&] { listener.settle(); },
+         .ended = [&](const rt::String& vm) { listener.close(host::monitorOf(vm)); }});
     listener.removeLeftover();
     daemon.run(tellReady(standardError));
     return endedBySignal;

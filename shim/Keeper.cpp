@@ -162,7 +162,7 @@ int Keeper::run() {
   writeLastError();
   directory_.problemIs("");
   log_.write(logLine("shim", describe(*status_)));
-  socket_->remove();
+  leaveSocket();
   tellOfEnd();
   return *status_;
 }

@@ -44,7 +44,7 @@ class Keeper {
   Keeper(const Keeper&) = delete;
 
   // Until QEMU has ended and all that it left is where it belongs: its wait status. The agent's
-  // connection is still open then, and its path is gone.
+  // connection is still open then.
   int run();
 
  private:
@@ -76,6 +76,7 @@ class Keeper {
   void takeRow(ControlServer::Client client, const control::Row& row);
   void handleDaemonsEnd();
   void lookForSuccessor();
+  void leaveSocket();
   void tellOfEnd();
   void showProblems();
   void logLines(const std::vector<std::string>& lines);

@@ -100,7 +100,7 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
   } catch (const std::runtime_error& error) {
     throw control::RequestError("adopt: " + std::string(error.what()));
   }
-  socket_->leaveTo(*socket);
+  socket_->giveWayTo(*socket);
   socket_ = std::move(socket);
   agent_.reset();
   daemonPid_ = adoption.daemon;
@@ -136,6 +136,13 @@ void Keeper::lookForSuccessor() {
   if (!successor_ || control_->isConnected(*successor_)) return;
   successor_.reset();
   succession_.successorGone(now());
+}
+
+// To a daemon that made it and lives: its agent, which may lose its connection before it learns of
+// our end, is to find somebody there. Otherwise nobody would remove it.
+void Keeper::leaveSocket() {
+  if (succession_.mayBeTakenOver() || has(daemon_.number(), POLLIN)) socket_->remove();
+  socket_.reset();
 }
 
 // The successor first, and the agent's connection is open until then: it must learn of the end

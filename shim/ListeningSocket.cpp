@@ -56,7 +56,8 @@ bool fits(const std::string& path) { return path.size() < sizeof sockaddr_un{}.s
 
 ListeningSocket::ListeningSocket(Place place, const std::string& what, Users users)
     : place_(std::move(place)),
-      socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+      socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      isOwn_(true) {
   // By which others connect.
   if (!fits(place_.path))
     throw Failure(what + " path " + place_.path + " is too long: it must have at most " +
@@ -72,7 +73,7 @@ ListeningSocket::ListeningSocket(Place place, const std::string& what, Users use
 }
 
 ListeningSocket::ListeningSocket(Place place, Descriptor listening)
-    : place_(std::move(place)), socket_(std::move(listening)) {
+    : place_(std::move(place)), socket_(std::move(listening)), isOwn_(false) {
   (void)fcntl(socket_.number(), F_SETFL, O_NONBLOCK);
   (void)isThere(place_, own_);
 }
@@ -90,8 +91,9 @@ void ListeningSocket::remove() const {
     (void)unlinkat(place_.directory, place_.name.c_str(), 0);
 }
 
-void ListeningSocket::leaveTo(const ListeningSocket& next) {
+void ListeningSocket::giveWayTo(const ListeningSocket& next) {
   if (isSame(own_, next.own_)) own_ = {};
+  remove();
 }
 
 bool listens(int number) {
@@ -106,6 +108,12 @@ Descriptor takeListener(int number, std::vector<int>& inherited) {
   inherited.erase(found);
   (void)fcntl(number, F_SETFD, FD_CLOEXEC);
   return Descriptor(number);
+}
+
+void hangUpAt(const Descriptor& listener) {
+  (void)fcntl(listener.number(), F_SETFL, O_NONBLOCK);
+  while (Descriptor(accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC))) {
+  }
 }
 
 std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, Descriptor listener) {

@@ -14,17 +14,19 @@
 namespace shim {
 
 // Listens from its construction on; throws Failure, which names the path as that of `what`. What an
-// earlier run left there goes.
+// earlier run left there goes, and so does this at its end, unless another has made it.
 class ListeningSocket {
  public:
   // Who may connect: our own user, or all of our group.
   enum class Users { ours, group };
 
   ListeningSocket(Place place, const std::string& what, Users users = Users::group);
-  // One that listens there already.
+  // One that listens there already, and that its maker removes.
   ListeningSocket(Place place, Descriptor listening);
   ListeningSocket(const ListeningSocket&) = delete;
-  ~ListeningSocket() { remove(); }
+  ~ListeningSocket() {
+    if (isOwn_) remove();
+  }
 
   const std::string& path() const { return place_.path; }
   // What to wait for; -1 once after there was no descriptor for who waits, who would be told of
@@ -36,12 +38,13 @@ class ListeningSocket {
   Descriptor duplicate() const { return copyOf(socket_); }
   // Removes it from there, unless another's stands there by now.
   void remove() const;
-  // Leaves what stands there to that one, which stands there, too.
-  void leaveTo(const ListeningSocket& next);
+  // Likewise, and unless it is that one's, too.
+  void giveWayTo(const ListeningSocket& next);
 
  private:
   const Place place_;
   Descriptor socket_;
+  const bool isOwn_;
   struct stat own_ {};
   bool isExhausted_ = false;
 };
@@ -52,6 +55,9 @@ bool listens(int number);
 // The descriptor of that number, which is taken out of `inherited`; none when it is not among them,
 // or does not listen.
 Descriptor takeListener(int number, std::vector<int>& inherited);
+
+// Hangs up on who has connected to it by now, and was not taken.
+void hangUpAt(const Descriptor& listener);
 
 // The socket at which an agent looks for the monitor: `listener`, which listens there already, or a
 // new one when there is none.

@@ -54,24 +54,25 @@ TEST_F(InheritedListener, DoesNotKeepUsWaiting) {
   EXPECT_FALSE(socket->accept());
 }
 
-TEST_F(InheritedListener, IsRemovedWithItsOwner) {
-  another().reset();
+TEST_F(InheritedListener, IsLeftToItsMakerUnlessItIsRemoved) {
+  auto first = another();
+  first.reset();
+  EXPECT_TRUE(isThere());
+  another()->remove();
   EXPECT_FALSE(isThere());
 }
 
 TEST_F(InheritedListener, StaysForTheNextThatHasIt) {
-  auto first = another();
+  const auto first = another();
   const auto next = another();
-  first->leaveTo(*next);
-  first.reset();
+  first->giveWayTo(*next);
+  first->remove();
   EXPECT_TRUE(isThere());
 }
 
 TEST_F(InheritedListener, IsRemovedThoughTheNextIsElsewhere) {
-  auto first = another();
   const ListeningSocket next(folder / "other", "monitor");
-  first->leaveTo(next);
-  first.reset();
+  another()->giveWayTo(next);
   EXPECT_FALSE(isThere());
 }
 

@@ -82,9 +82,11 @@ class Successor {
   void hear(const control::Saying& saying, Descriptors descriptors) {
     if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
     // What is done later is a stop.
-    if (saying.kind == Kind::done && isAsked_ && !std::exchange(isTaken_, true))
-      // A shim that listens by itself, as older ones do, has the agent come back to it.
+    if (saying.kind == Kind::done && isAsked_ && !std::exchange(isTaken_, true)) {
+      // A shim that listens by itself, as older ones do, has the agent come to it.
+      if (descriptors.empty()) hangUpAt(listener_);
       listener_ = descriptors.empty() ? Descriptor() : std::move(descriptors.front());
+    }
     if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
     if (saying.kind == Kind::end)
       outcome_ =

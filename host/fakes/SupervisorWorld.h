@@ -71,7 +71,7 @@ class SupervisorWorld {
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{edge::MachineLimits{.memory = 8192}};
   FakeCards cards{status};
-  AroundStart aroundStart = {[](const VmStart& /*start*/) {}, [] {}};
+  AroundStart aroundStart = {[](const VmStart& /*start*/) {}, [] {}, {}};
   std::vector<VmStart> told;  // guests that run already
   std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;

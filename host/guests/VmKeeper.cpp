@@ -124,7 +124,7 @@ bool VmKeeper::act(rt::Seconds now) {
   if (process_.notifier() && !isAlive(*process_.notifier())) {
     tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
     process_.notifierIs(nullptr);
-    if (!hasProcess()) tools_.ended(name_);
+    if (!hasProcess()) tools_.start.ended(name_);
   }
   bool acted = false;
   awaitsImage_ = false;

@@ -35,8 +35,6 @@ struct KeeperTools {
   std::function<void(const rt::String& vm)> imageReleased;
   // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
   std::function<rt::String(const rt::String& vm)> lastError;
-  // The VM has no process any more.
-  std::function<void(const rt::String& vm)> ended;
   // Has the VM's guest shut itself down; false when there is nobody to ask.
   std::function<bool(const rt::String& vm)> askToStop;
   AroundStart start;

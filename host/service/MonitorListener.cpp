@@ -56,13 +56,14 @@ MonitorListener::MonitorListener(rt::String waitingPlace) : waitingPlace_(std::m
 
 MonitorListener::~MonitorListener() {
   current = nullptr;
-  close();
+  letGo();
+  for (const auto& [path, socket] : kept_) ::close(socket);
 }
 
 void MonitorListener::removeLeftover() const { (void)unlink(waitingPlace_.charPtr()); }
 
 void MonitorListener::open(const rt::String& path) {
-  close();
+  letGo();
   constexpr size_t longest = sizeof sockaddr_un{}.sun_path - 1;
   if (path.size() > longest || waitingPlace_.size() > longest)
     throw trouble(path, "its path is too long");
@@ -82,7 +83,20 @@ void MonitorListener::open(const rt::String& path) {
   isHandedOver_ = false;
 }
 
-void MonitorListener::close() {
+void MonitorListener::settle() {
+  if (socket_ < 0 || !isInPlace_) return letGo();
+  close(path_);
+  kept_[path_] = std::exchange(socket_, -1);
+}
+
+void MonitorListener::close(const rt::String& path) {
+  const auto kept = kept_.find(path);
+  if (kept == kept_.end()) return;
+  ::close(kept->second);
+  kept_.erase(kept);
+}
+
+void MonitorListener::letGo() {
   if (socket_ < 0) return;
   if (!isInPlace_) (void)unlink(waitingPlace_.charPtr());
   ::close(std::exchange(socket_, -1));

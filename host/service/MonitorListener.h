@@ -1,6 +1,8 @@
 // The socket at which the agent finds a guest's monitor the first time it looks.
 #pragma once
 
+#include <map>
+
 #include "runtime/base/String.h"
 
 namespace host {
@@ -17,9 +19,12 @@ inline constexpr const char* startingMonitor = "/var/run/vmagentd.starting";
 //
 //   open()      | listens beside the path; what cannot be is said before anything is started
 //   the fork    | moves the socket to the path; in that child alone it stays open over the exec
-//   close()     | lets go of it: the keeper has it by then, or nobody will
+//   settle()    | keeps it; where nothing was forked it lets go of it
+//   close()     | lets go of it: the guest's end is known
 //
-// Owned by main(); one a process.
+// It is kept because the agent may hear that the guest has hung up before it hears of its end. It
+// looks for it once more then, and finds this socket, at which nobody serves it: it is hung up on
+// again once its end is known. Owned by main(); one a process.
 class MonitorListener {
  public:
   // `waitingPlace`: where the socket is until the fork; in the file system of the monitors' paths.
@@ -33,8 +38,10 @@ class MonitorListener {
 
   // Throws Exception, which names the path, when a socket cannot be put there.
   void open(const rt::String& path);
-  void close();
-  // The descriptor, which is the same in the child; -1 while none is open.
+  // The start that it was opened for is over, whatever came of it.
+  void settle();
+  void close(const rt::String& path);
+  // The descriptor, which is the same in the child; -1 unless a start has begun.
   int number() const { return socket_; }
 
  private:
@@ -42,11 +49,14 @@ class MonitorListener {
   static void handleForkInParent();
   static void handleForkInChild();
 
+  void letGo();
+
   const rt::String waitingPlace_;
   rt::String path_;
-  int socket_ = -1;
-  bool isInPlace_ = false;     // moved to the path
-  bool isHandedOver_ = false;  // a child has it
+  int socket_ = -1;                 // of the start that has begun
+  bool isInPlace_ = false;          // moved to the path
+  bool isHandedOver_ = false;       // a child has it
+  std::map<rt::String, int> kept_;  // of the guests that were started, by path
 };
 
 }  // namespace host

@@ -90,7 +90,7 @@ TEST_F(MonitorListenerTest, TakesThePlaceOfAStaleSocket) {
     listener.open(monitor());
     inChild([] { return 0; });
     EXPECT_EQ(connectTo(monitor()), 0) << i;
-    listener.close();
+    listener.settle();
   }
 }
 
@@ -106,13 +106,31 @@ TEST_F(MonitorListenerTest, IsKeptOverAnExecByTheChildThatItIsForAndByNoOther) {
   EXPECT_EQ(staysOpen(), 0) << "the next child";
 }
 
-TEST_F(MonitorListenerTest, ServesNobodyWhenItIsClosed) {
+TEST_F(MonitorListenerTest, IsFoundUntilTheGuestsEndIsKnown) {
   MonitorListener listener(waiting());
-  listener.open(monitor());
-  inChild([] { return 0; });
-  listener.close();
-  EXPECT_EQ(listener.number(), -1);
+  for (const rt::String& each : {monitor(), path("vm2.monitor")}) {
+    listener.open(each);
+    inChild([] { return 0; });
+    listener.settle();
+    EXPECT_EQ(listener.number(), -1) << "it is meant for no other start";
+  }
+  EXPECT_EQ(connectTo(monitor()), 0);
+  listener.close(monitor());
   EXPECT_EQ(connectTo(monitor()), ECONNREFUSED);
+  EXPECT_EQ(connectTo(path("vm2.monitor")), 0);
+}
+
+TEST_F(MonitorListenerTest, IsLetGoOfWhenTheNextOfThatPathStandsThere) {
+  MonitorListener listener(waiting());
+  const long before = openDescriptors();
+  for (int i = 0; i < 3; ++i) {
+    listener.open(monitor());
+    inChild([] { return 0; });
+    listener.settle();
+  }
+  EXPECT_EQ(openDescriptors(), before + 1);
+  listener.close(monitor());
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 // The agent goes on as if there were a child, and connects.
@@ -127,7 +145,8 @@ TEST_F(MonitorListenerTest, IsFoundAfterAForkThatFailedUntilItIsClosed) {
               if (fork() >= 0) return 2;
               if (connectTo(monitor()) != 0) return 3;
               if ((fcntl(listener.number(), F_GETFD) & FD_CLOEXEC) == 0) return 4;
-              listener.close();
+              listener.settle();
+              listener.close(monitor());
               return connectTo(monitor()) == ECONNREFUSED && !isThere(waiting()) ? 0 : 5;
             }),
             0);
@@ -139,6 +158,8 @@ TEST_F(MonitorListenerTest, LeavesNothingWhereNothingWasForked) {
     MonitorListener listener(waiting());
     listener.open(monitor());
     listener.open(path("vm2.monitor"));
+    listener.settle();
+    EXPECT_EQ(openDescriptors(), before);
   }
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_FALSE(isThere(waiting()));

@@ -49,9 +49,11 @@ DaemonProcess::DaemonProcess(const std::string& program, const std::vector<std::
       told["VMAGENT_LISTENER"] = std::to_string(listening.number());
     }
     ShimProcess shim(program, arguments, told);
-    listening.reset();
     report(ends[1], shim.pid());
-    report(ends[1], shim.wait());
+    const int status = shim.wait();
+    listening.reset();
+    unlink(monitorPath.c_str());
+    report(ends[1], status);
     for (;;) pause();
   }
   close(ends[1]);

@@ -7,8 +7,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <regex>
-#include <sstream>
 
 #include "host/service/MonitorListener.h"
 #include "shim/fakes/ShimProcess.h"
@@ -20,9 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using testing::HasSubstr;
-
-// The agent's, in seconds, before it looks again.
-constexpr double pause = 0.2;
 
 class StartingGuest : public testing::Test {
  protected:
@@ -38,34 +33,16 @@ class StartingGuest : public testing::Test {
     fs::permissions(path, fs::perms(0755));
     return path;
   }
-  // How long the agent looked for a monitor, each time that it did.
-  std::vector<double> looks() const {
-    const std::regex time(R"((\d\d):(\d\d):(\d\d\.\d+))");
-    std::istringstream lines(world.log());
-    std::vector<double> found;
-    double begin = 0;
-    for (std::string line; std::getline(lines, line);) {
-      const bool begins = line.find(" Trying to connect to ") != std::string::npos;
-      const bool ends = line.find("connectMonitor connected to ") != std::string::npos ||
-                        line.find("FAIL: cannot connect to ") != std::string::npos;
-      std::smatch part;
-      if ((!begins && !ends) || !std::regex_search(line, part, time)) continue;
-      const double at = std::stod(part[1]) * 3600 + std::stod(part[2]) * 60 + std::stod(part[3]);
-      if (begins) begin = at;
-      if (ends) found.push_back(at - begin);
-    }
-    return found;
-  }
   // After a first look in vain there is a pause; without one none takes as long.
   void expectNoPause() const {
-    const auto all = looks();
+    const auto all = world.looks();
     EXPECT_FALSE(all.empty());
-    for (const double seconds : all) EXPECT_LT(seconds, pause);
+    for (const double seconds : all) EXPECT_LT(seconds, FaultWorld::pause);
   }
   // Whoever loses a connection looks once more.
   void expectFoundAtOnce(size_t guests) const {
     expectNoPause();
-    EXPECT_EQ(looks().size(), guests) << world.log();
+    EXPECT_EQ(world.looks().size(), guests) << world.log();
   }
   // Of what is left at the end, whatever went wrong.
   void expectNothingLeftOf(const std::string& vm, size_t descriptors) {

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <regex>
 #include <sstream>
 
 #include "host/service/MonitorListener.h"
@@ -196,6 +197,24 @@ testing::AssertionResult FaultWorld::rests(const std::vector<Expected>& all) con
   if (const std::string found = wrong(all); !found.empty())
     return testing::AssertionFailure() << found;
   return testing::AssertionSuccess();
+}
+
+std::vector<double> FaultWorld::looks() const {
+  const std::regex time(R"((\d\d):(\d\d):(\d\d\.\d+))");
+  std::istringstream lines(log());
+  std::vector<double> found;
+  double begin = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const bool begins = line.find(" Trying to connect to ") != std::string::npos;
+    const bool ends = line.find("connectMonitor connected to ") != std::string::npos ||
+                      line.find("FAIL: cannot connect to ") != std::string::npos;
+    std::smatch part;
+    if ((!begins && !ends) || !std::regex_search(line, part, time)) continue;
+    const double at = std::stod(part[1]) * 3600 + std::stod(part[2]) * 60 + std::stod(part[3]);
+    if (begins) begin = at;
+    if (ends) found.push_back(at - begin);
+  }
+  return found;
 }
 
 void FaultWorld::signal(pid_t process, int number) { Vm::fakes::signalProcess(process, number); }

@@ -49,6 +49,10 @@ class FaultWorld : public GuestWorld {
   // asked for anything but its state, through the next poll of each VM that runs. Needs a daemon
   // with --trace 1,8.
   testing::AssertionResult rests(const std::vector<Expected>& all) const;
+  // How long the agent looked for a monitor, in seconds, each time that it did. Needs --trace 1,8.
+  std::vector<double> looks() const;
+  // The agent's, before it looks again: after a first look in vain no time is as short.
+  static constexpr double pause = 0.2;
   // Signals that process, which must be one.
   static void signal(pid_t process, int number);
   // The open descriptors of a process, once what came and went has gone.

@@ -68,6 +68,14 @@ TEST_F(ShimListener, ServesTheAgentThatConnectedBeforeItWasStarted) {
   EXPECT_EQ(monitorsFile(), file);
   shim->signal(SIGTERM);
   EXPECT_EQ(exited(shim->wait()), 0);
+  EXPECT_EQ(monitorsFile(), file) << "the daemon has it still, and removes it";
+}
+
+TEST_F(ShimListener, OfADaemonThatIsGoneIsRemovedWithTheGuest) {
+  orphan();
+  EXPECT_NE(monitorsFile(), 0U);
+  EXPECT_TRUE(fakes::signalProcess(keeper(), SIGTERM));
+  expectNothingLeft();
   EXPECT_EQ(modeOf(monitor()), -1);
 }
 
@@ -84,7 +92,6 @@ TEST_F(ShimListener, OfAQemuThatFailsAtOnceHangsUpAfterItsEnd) {
   const auto shim = startListening(script("exit 3"));
   expectHungUpAfterTheEndOf(*shim);
   EXPECT_EQ(exited(shim->wait()), 3);
-  EXPECT_EQ(modeOf(monitor()), -1);
 }
 
 TEST_F(ShimListener, OfAQemuThatCannotBeRunHangsUpAfterItsEnd) {
@@ -224,6 +231,7 @@ class ShimListenerPlayed : public ShimListener {
     EXPECT_TRUE(lock->takeKeeping());
     socket = std::make_unique<ListeningSocket>(file("shim.sock"), "control");
     listen();
+    kept = copyOf(handed);
     standIn = startListening();
     EXPECT_TRUE(becomesReadable(socket->number()));
     wire = std::make_unique<Wire>(socket->accept(), 1 << 20);
@@ -244,6 +252,7 @@ class ShimListenerPlayed : public ShimListener {
   }
 
   std::unique_ptr<VmLock> lock;
+  Descriptor kept;  // by the daemon, until it knows of the stand-in's end
   std::unique_ptr<ListeningSocket> socket;
   std::unique_ptr<ShimProcess> standIn;
   std::unique_ptr<Wire> wire;
@@ -274,6 +283,7 @@ TEST_F(ShimListenerPlayed, StaysWithTheStandInThoughTheGuestIsToldToEnd) {
   // It has nothing else that listens there.
   EXPECT_TRUE(connectionTo(monitor()));
   say(R"({"end":{"exit":0}})");
+  kept.reset();
   expectHungUpAfterTheEndOf(*standIn);
   EXPECT_EQ(exited(standIn->wait()), 0);
 }
