@@ -97,6 +97,7 @@ class Daemon::Parts {
   void handleStart(const VmStart& start) const;
   void handleTakeUp(const rt::String& vm);
   void handleEnd(const rt::String& vm) const;
+  void removeSocketsOfBefore() const;
   std::set<rt::EthAddr> ourAddresses() const;
   rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
   bool hasShim() const { return options_.shim != "off"; }
@@ -347,6 +348,14 @@ void Daemon::Parts::endOrphans() {
       },
       manager_.clock());
   earlierGuests_->decide();
+  if (hasShim()) removeSocketsOfBefore();
+}
+
+// Of guests that ended while no daemon ran, or could not be told of any more.
+void Daemon::Parts::removeSocketsOfBefore() const {
+  std::set<rt::String> living;
+  for (const GuestProcess& guest : guestProcesses()) living.insert(guest.vm);
+  removeDeadSocketsOfAllBut(living, options_.runDir);
 }
 
 // Of the cards that are configured. A guest that is to be taken up keeps its cards' devices.

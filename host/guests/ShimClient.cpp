@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string_view>
 
 #include "runtime/base/Text.h"
@@ -85,6 +86,14 @@ void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
     const int client = unconnected();
     if (connectTo(client, path) == ECONNREFUSED) (void)unlink(path.charPtr());
     close(client);
+  }
+}
+
+void removeDeadSocketsOfAllBut(const std::set<rt::String>& living, const rt::String& runDir) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator((runDir + "/vm").str(), error)) {
+    const rt::String vm(entry.path().filename().string());
+    if (!living.contains(vm)) removeDeadSockets(runDir, vm);
   }
 }
 

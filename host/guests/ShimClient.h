@@ -1,6 +1,8 @@
 // What the daemon says to a guest's shim.
 #pragma once
 
+#include <set>
+
 #include "statedb/Record.h"
 
 namespace host {
@@ -24,6 +26,8 @@ bool shimIsThere(const rt::String& runDir, const rt::String& vm);
 // Of a VM without a process: removes the sockets that a shim left which was killed. One that
 // somebody listens at, or that is no socket, stays.
 void removeDeadSockets(const rt::String& runDir, const rt::String& vm);
+// The same of all VMs that ever had a guest, but for those that have one.
+void removeDeadSocketsOfAllBut(const std::set<rt::String>& living, const rt::String& runDir);
 
 // Before a start of the VM: removes the last word of the run before, which would else be taken for
 // that of a shim that cannot be executed.

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "host/guests/ShimClient.h"
+#include "host/service/MonitorListener.h"
 #include "shim/Descriptor.h"
 #include "shim/ListeningSocket.h"
 #include "shim/VmDirectory.h"
@@ -136,6 +137,25 @@ TEST_F(Meanwhile, ADisableThatTheDaemonWasKilledInIsCarriedThrough) {
       world.settles({{"web1", false}, {"web2"}, {"web3", true, other}}, 2 * FaultWorld::truth));
   EXPECT_THAT(world.shimLog("web1"), HasSubstr("asks QEMU to quit"));
   EXPECT_THAT(world.row("vmConfig", "web1"), HasSubstr(R"("enabled":false)"));
+}
+
+// One shim is killed, and one leaves its monitor's socket to a daemon that is killed before it
+// could remove it.
+TEST_F(Meanwhile, TheSocketsOfAGuestThatEndsAreRemoved) {
+  world.start();
+  ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1", "web2", "web3"}));
+  const Expected stays{"web3", true, world.qemu("web3")};
+  FaultWorld::signal(world.daemon(), SIGSTOP);
+  FaultWorld::signal(world.keeper("web1"), SIGKILL);
+  FaultWorld::signal(world.qemu("web2"), SIGKILL);
+  for (const char* vm : {"web1", "web2"})
+    ASSERT_TRUE(waitUntil([&] { return world.guests(vm).empty(); })) << vm;
+  EXPECT_TRUE(fs::exists(monitorOf("web2").str()));
+  world.end(SIGKILL);
+  world.ctl({"disable", "web1"});
+  world.ctl({"remove", "web2", "--force"});
+  world.start();
+  EXPECT_TRUE(world.settles({{"web1", false}, {"web2", false}, stays}));
 }
 
 // What lies in the VM's directory.
