@@ -184,12 +184,9 @@ class OperatorsGroup : public testing::Test {
     // This machine's groups, and one of operators.
     std::ofstream("/var/run/group") << "root:x:0:\nvmagent:x:" << operators << ":\n";
     EXPECT_EQ(mount("/var/run/group", "/etc/group", nullptr, MS_BIND, nullptr), 0);
-    for (const char* file : {VMCTL, VMRUNTIME}) {
-      fs::create_directories(programs);
-      fs::copy(file, fs::path(programs) / fs::path(file).filename(),
-               fs::copy_options::overwrite_existing);
-    }
-    setenv("LD_LIBRARY_PATH", programs, 1);
+    fs::create_directories(programs);
+    fs::copy(VMCTL, fs::path(programs) / fs::path(VMCTL).filename(),
+             fs::copy_options::overwrite_existing);
     setenv("VMAGENT_STATE_DIR", world.stateDir.c_str(), 1);
     setenv("VMAGENT_RUN_DIR", world.runDir.c_str(), 1);
     // As a machine is on which no daemon ever ran.
@@ -199,8 +196,7 @@ class OperatorsGroup : public testing::Test {
   }
   ~OperatorsGroup() override {
     umount2("/etc/group", MNT_DETACH);
-    for (const char* name : {"LD_LIBRARY_PATH", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR"})
-      unsetenv(name);
+    for (const char* name : {"VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR"}) unsetenv(name);
   }
 
   static Ended vmctl(Membership membership, const std::vector<std::string>& words) {
