@@ -226,7 +226,11 @@ size_t FaultWorld::descriptors(pid_t process) {
       [&] {
         std::error_code error;
         const fs::directory_iterator all("/proc/" + std::to_string(process) + "/fd", error);
-        least = std::min(least, static_cast<size_t>(std::distance(fs::begin(all), fs::end(all))));
+        const auto counts = [&error](const fs::directory_entry& each) {
+          return fs::read_symlink(each, error) != "anon_inode:[eventpoll]";
+        };
+        least = std::min(least,
+                         static_cast<size_t>(std::count_if(fs::begin(all), fs::end(all), counts)));
         return false;
       },
       aWhile);

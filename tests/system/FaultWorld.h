@@ -55,7 +55,8 @@ class FaultWorld : public GuestWorld {
   static constexpr double pause = 0.2;
   // Signals that process, which must be one.
   static void signal(pid_t process, int number);
-  // The open descriptors of a process, once what came and went has gone.
+  // The open descriptors of a process, once what came and went has gone. Without the one by which a
+  // shim waits for many at once, which it has while these are quiet.
   static size_t descriptors(pid_t process);
 };
 
