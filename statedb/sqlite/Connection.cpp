@@ -107,8 +107,9 @@ rt::String Connection::text(const char* sql) {
 
 bool Connection::isInTransaction() const { return sqlite3_get_autocommit(database_.get()) == 0; }
 
-void Connection::committedHookIs(std::function<void()> hook) {
+void Connection::committedHookIs(std::function<void()> hook, LongLog log) {
   committedHook_ = std::move(hook);
+  log_ = log;
   sqlite3_wal_hook(
       database_.get(),
       [](void* self, sqlite3*, const char*, int logPages) {
@@ -120,7 +121,7 @@ void Connection::committedHookIs(std::function<void()> hook) {
 // The transaction stands, whatever becomes of the rest: so this never fails.
 int Connection::handleCommitted(int logPages) noexcept {
   committedHook_();
-  if (logPages >= longLog)
+  if (logPages >= longLog && log_ == LongLog::isWrittenBack)
     sqlite3_wal_checkpoint_v2(database_.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr,
                               nullptr);
   return SQLITE_OK;

@@ -64,8 +64,9 @@ class Connection {
 
   bool isInTransaction() const;
   // `hook` is called after each commit that changed something, when all others can see it, and must
-  // not throw. After it, the log is written back if it has grown long.
-  void committedHookIs(std::function<void()> hook);
+  // not throw. After it, the log is written back if it has grown long, unless others do that.
+  enum class LongLog : uint8_t { isWrittenBack, isLeftToOthers };
+  void committedHookIs(std::function<void()> hook, LongLog log = LongLog::isWrittenBack);
 
  private:
   friend class Query;
@@ -83,6 +84,7 @@ class Connection {
   rt::String file_;
   rt::Seconds patience_;
   std::function<void()> committedHook_;
+  LongLog log_ = LongLog::isWrittenBack;
   std::unique_ptr<sqlite3, Closer> database_;
   std::map<const char*, std::unique_ptr<sqlite3_stmt, Finalizer>> statements_;
 };

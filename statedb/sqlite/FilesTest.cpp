@@ -155,16 +155,27 @@ TEST_F(FilesTest, PagesAreSmallAndTheJournalIsAWriteAheadLog) {
   EXPECT_EQ(look.text("PRAGMA journal_mode"), "wal");
 }
 
+// Each all of another letter: what is as it was is not written.
+rt::String filled(int i) {
+  return rt::String("\"" + std::string(100'000, static_cast<char>('a' + i % 26)) + "\"");
+}
+
 TEST_F(FilesTest, TheLogIsWrittenBackAndDoesNotGrowForEver) {
-  const auto store = open();
-  // Each all of another letter: what is as it was is not written.
-  const auto filled = [](int i) {
-    return rt::String("\"" + std::string(100'000, static_cast<char>('a' + i % 26)) + "\"");
-  };
+  (void)open();
+  const auto store = open(Role::client);
   for (int i = 0; i < 60; ++i) put(*store, "a", filled(i));
   EXPECT_LT(std::filesystem::file_size(companion("-wal")), 2U * 1024 * 1024);
   EXPECT_GT(std::filesystem::file_size(file), 100'000U);
   EXPECT_EQ(store->record("vmConfig", "a")->doc, filled(59));
+}
+
+TEST_F(FilesTest, TheLogOfConfigurationIsWrittenBackByTheNextClientAndNotByItsOwner) {
+  const auto daemon = open();
+  const std::string before = contentOf(file);
+  for (int i = 0; i < 20; ++i) put(*daemon, "a", filled(i));
+  EXPECT_EQ(contentOf(file), before);
+  put(*open(Role::client), "a", filled(20));
+  EXPECT_NE(contentOf(file), before);
 }
 
 TEST_F(FilesTest, AShortLogIsNotWrittenBack) {

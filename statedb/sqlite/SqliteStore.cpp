@@ -21,6 +21,14 @@ rt::Seconds patienceOf(const StoreOptions& options) {
                                                                 : daemonsPatience);
 }
 
+// To write it back to a flash disk takes longer than the daemon's handlers may stand still. It
+// writes configuration only where an operator has written more, who does it then.
+Connection::LongLog longLogOf(const StoreOptions& options) {
+  return options.half == Half::config && options.role != Role::client
+             ? Connection::LongLog::isLeftToOthers
+             : Connection::LongLog::isWrittenBack;
+}
+
 const rt::String& existing(const StoreOptions& options) {
   requireFile(options.file, options.role);
   return options.file;
@@ -50,7 +58,7 @@ SqliteStore::SqliteStore(const StoreOptions& options)
   id_ = idOf(options_.file);
   if (options_.role != Role::client) doorbell_.make();
   shareCompanions(options_.file);
-  connection_.committedHookIs([this] { doorbell_.ring(); });
+  connection_.committedHookIs([this] { doorbell_.ring(); }, longLogOf(options_));
 }
 
 void SqliteStore::prepare() {
