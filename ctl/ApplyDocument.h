@@ -11,7 +11,8 @@
 namespace ctl {
 
 // {"version":1,"vms":[{"name":...,"config":{...},"format":"raw"}]}, or a single one of "vms". What
-// other verbs add for the reader ("status", "problem", "stale") is passed over.
+// other verbs add for the reader, such as "status" and "stale", is passed over, and so is a VM that
+// they say is removed or unknown.
 struct ApplyDocument {
   std::vector<Vm::VmConfig::Ptr> vms;        // what cannot be read of them has its default
   std::map<rt::String, rt::String> formats;  // of their disk images, by name, where they are told

@@ -4,9 +4,8 @@
 //   {"status":{}}                   {"return":{"state":STATE,"qemu":N,"agent":BOOL,
 //                                     "console":PATH,"problems":[TEXT…]}}
 //   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: the next step is taken at once
-//   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket along with
-//   it;
-//                                   or an error as long as the guest is not free
+//   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket with it; or
+//                                   an error as long as the guest is not free
 //   {"row":{"store":TEXT,           {"return":{}}, see RowMark.h
 //     "sequence":N}}
 //   anything else                   {"error":TEXT}, and nothing changes
@@ -50,8 +49,8 @@ struct Status {
   std::vector<std::string> problems;
 };
 
-// A successor's request to serve its daemon. Along with it goes a descriptor of the daemon's
-// process (a pidfd).
+// A successor's request to serve its daemon. Along with it go a descriptor of the daemon's process
+// (a pidfd) and the socket that its agent finds the guest at, if it was handed one.
 struct Adoption {
   pid_t pid = 0;                       // the successor's
   pid_t daemon = 0;                    // its parent's

@@ -15,8 +15,7 @@ namespace shim {
 //   lives      | none yet      | is kept by the daemon's own child
 //   lives      | is there      | is kept by us, and the successor stands in for us with its daemon
 //   lives      | is gone       | ends, a moment later: a daemon that ends takes its successor
-//   along,
-//              |               | and may be seen to end after it
+//              |               | along, and may be seen to end after it
 //   has ended  | any           | goes on, and may be taken over
 class Succession {
  public:

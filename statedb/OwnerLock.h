@@ -1,4 +1,4 @@
-// Who owns the state database: the one daemon of a run directory.
+// Who owns a directory: the one daemon that goes by it.
 #pragma once
 
 #include "runtime/base/String.h"

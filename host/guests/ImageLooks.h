@@ -13,8 +13,9 @@
 
 namespace host {
 
-// Finds out what is at a path, in processes that may hang as long as they like: nobody waits for
-// one but the VM whose image it looks at, and that for a while only. One look a path at a time.
+// Finds out what is at a path, in processes that may hang as long as they like. A VM waits for a
+// while only; for the looks at others' images only where so many hang that there may be no more.
+// One look a path at a time.
 class ImageLooks final : public rt::StateMachineOf<ImageLooks> {
  public:
   struct Tools {

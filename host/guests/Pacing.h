@@ -36,9 +36,8 @@ enum class Step : uint8_t {
 //
 //   wanted | switched on | process | started | step
 //   no     | yes         | yes     |         | ask, once the guest is taken up: its shim would
-//   start
-//          |             |         |         | another for one that ends before; switchOff once it
-//          is |             |         |         | gone, or time is up
+//          |             |         |         | start another for one that ends before; switchOff
+//          |             |         |         | once it is gone, or time is up
 //   no     | yes         | no      |         | switchOff
 //   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
 //          |             |         |         | was asked to end already
