@@ -239,7 +239,10 @@ TEST_F(VmSupervisorTest, ShowsWhatTheShimOfARunningGuestFindsWrong) {
 TEST_F(VmSupervisorTest, BelievesNoShimWhoseGuestIsGone) {
   world.rowIs("web1", on);
   world.supervisor->guestProblemIs("web1", "card nic00 was refused");
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "guest: card nic00 was refused");
   world.exits("web1");
+  world.settle();
   EXPECT_EQ(world.problem("web1"), "");
   world.supervisor->guestProblemIs("web2", "of a VM that is not configured");
   world.settle();
