@@ -92,6 +92,8 @@ void FaultWorld::runGuests(const std::vector<std::string>& vms,
   for (const auto& vm : vms) {
     ASSERT_TRUE(waitUntil([&] { return hasRow("vmProcess", vm, R"("running")"); }, busy))
         << vm << log();
+    // What a guest of that name said before is on the console still.
+    ASSERT_TRUE(waitUntil([&] { return qemu(vm) != 0; }, busy)) << vm << log();
     ASSERT_TRUE(saysOnConsole(vm, "BOOTSECTOR READY")) << vm << log();
   }
 }
