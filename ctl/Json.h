@@ -44,7 +44,7 @@ class JsonValue {
 rt::String quoted(std::string_view text);
 bool isUtf8(std::string_view text);
 // A compact document over several lines, for people, with a line feed at the end. As onTerminal().
-rt::String indented(std::string_view compact);
+rt::String indented(std::string_view document);
 // The same document, in which all is UTF-8 and is shown as it is: control characters and marks of
 // direction are escaped.
 rt::String onTerminal(std::string_view json);

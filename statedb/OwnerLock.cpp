@@ -68,6 +68,6 @@ OwnerLock::OwnerLock(const rt::String& file)
 
 OwnerLock::~OwnerLock() { close(descriptor_); }
 
-rt::String ownerLockFile(const rt::String& runDir) { return runDir + "/vmagentd.lock"; }
+rt::String ownerLockFile(const rt::String& directory) { return directory + "/vmagentd.lock"; }
 
 }  // namespace statedb

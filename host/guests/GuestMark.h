@@ -16,7 +16,7 @@ std::optional<statedb::Origin> rowOf(const GuestProcess& guest);
 // The same of an environment, its variables NUL-terminated.
 std::optional<statedb::Origin> rowIn(std::string_view environment);
 // The variables that say so. There is room for any later row in them.
-std::vector<std::pair<rt::String, rt::String>> variablesOf(const statedb::Origin& row);
+std::vector<std::pair<rt::String, rt::String>> variablesOf(const statedb::Origin& origin);
 
 // The name of this very process: no other has it, before it or after. Empty when it has gone.
 rt::String guestName(int32_t pid);

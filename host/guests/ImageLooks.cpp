@@ -1,6 +1,7 @@
 #include "host/guests/ImageLooks.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "edge/ImageLook.h"
 #include "runtime/base/Exception.h"
@@ -92,16 +93,16 @@ void ImageLooks::over(const rt::String& path, const edge::ImageFacts& facts) {
 }
 
 void ImageLooks::finish(const rt::String& path, const edge::ImageFacts& facts) {
-  const rt::String known = path;  // which may be the look's own, that goes now
-  const auto asked = asked_.extract(known);
+  auto asked = asked_.extract(path);  // which keeps the path, and the look that may be asking
   --looks_;
-  answer(asked.mapped().vms, known, facts);
+  answer(std::move(asked.mapped().vms), asked.key(), facts);
 }
 
 void ImageLooks::answer(std::set<rt::String> vms, const rt::String& path,
                         const edge::ImageFacts& facts) {
   const rt::Seconds now = clock_.notifier()->now();
-  for (const rt::String& vm : vms) {
+  while (!vms.empty()) {
+    const rt::String vm = std::move(vms.extract(vms.begin()).value());
     answers_.insert_or_assign(vm, Answer{path, facts, now});
     tools_.answered(vm);
   }
