@@ -28,6 +28,8 @@ class GuestsTime : public GuestFixture {
     start();
     for (const auto& name : dying) EXPECT_EQ(addVm(name).status, 0);
     for (const auto& name : dying) expectShownRunning(name);
+    // Until then it reads nothing that is typed.
+    for (const auto& name : dying) EXPECT_TRUE(world.saysOnConsole(name, "BOOTSECTOR READY"));
     double least = pollInterval;
     for (const auto& name : dying) {
       double undisturbed = 0;
