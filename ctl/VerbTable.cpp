@@ -75,11 +75,9 @@ constexpr Verb table[] = {
      disableVms},
     {"restart", "", "NAME...", 1, anyNumber, "force wait timeout", "",
      "stop VMs and start them again",
-     "Ends the guests and starts them again with the configuration as it is now. A guest that "
-     "runs,\n"
-     "and whose disk image cannot be used now, is restarted with --force only. Done is: this "
-     "restart\n"
-     "was carried out, and the status is enabled and Running.\n",
+     "Ends the guests and starts them again with the configuration as it is now. One that runs,\n"
+     "and whose disk image cannot be used now, is restarted with --force only. Done is: this\n"
+     "restart was carried out, and the status is enabled and Running.\n",
      restartVms},
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
      "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"

@@ -41,8 +41,7 @@ bool othersMayWrite(const FileOwner& file, unsigned self);
 // What is said of such a qcow2. QEMU reads its header once more, after the last look at it, and
 // that may name any file by then.
 constexpr std::string_view qcow2OwnerRight =
-    "must be a file that nobody but root may write, to be qcow2: 'chown root:root' and 'chmod "
-    "go-w', "
-    "or convert it to raw (qemu-img convert)";
+    "must be a file that nobody but root may write, to be qcow2: 'chown root:root' and "
+    "'chmod go-w', or convert it to raw (qemu-img convert)";
 
 }  // namespace guest

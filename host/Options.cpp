@@ -32,7 +32,8 @@ constexpr const char* help =
     "  --version            print the version\n"
     "  --help               print this\n"
     "\n"
-    "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon runs.\n";
+    "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon runs,\n"
+    "6 the database is damaged, or not this program's.\n";
 
 // Why a value is refused; nothing when it is taken.
 using Refusal = std::optional<rt::String>;

@@ -176,7 +176,8 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
          {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
           "--stop-timeout", "--check", "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR",
           "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
-          "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage"})
+          "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon "
+          "runs,\n6 the database is damaged"})
       EXPECT_THAT(line.text.str(), HasSubstr(name));
   }
 }

@@ -25,7 +25,13 @@
 
 namespace {
 
-enum ExitStatus { endedBySignal = 0, failed = 1, wrongUsage = 2, anotherRuns = 4 };
+enum ExitStatus {
+  endedBySignal = 0,
+  failed = 1,
+  wrongUsage = 2,
+  anotherRuns = 4,
+  unusableDatabase = 6,  // until an operator has done something about it
+};
 
 host::Environment environment() {
   // NOLINTBEGIN(concurrency-mt-unsafe): there are no threads yet
@@ -84,7 +90,16 @@ host::TraceRoad roadTo(host::LineOutput& standardError) {
 int fail(const std::exception& error) {
   std::fprintf(stderr, "vmagentd: %s\n", error.what());
   const auto* const database = dynamic_cast<const statedb::Error*>(&error);
-  return database && database->trouble() == statedb::Trouble::locked ? anotherRuns : failed;
+  switch (database ? database->trouble() : statedb::Trouble::failed) {
+    case statedb::Trouble::locked:
+      return anotherRuns;
+    case statedb::Trouble::corrupt:
+    case statedb::Trouble::newer:
+    case statedb::Trouble::foreign:
+      return unusableDatabase;
+    default:
+      return failed;
+  }
 }
 
 int run(const host::Options& options) {

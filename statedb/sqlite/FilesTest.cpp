@@ -126,6 +126,9 @@ TEST_F(FilesTest, AStatusThatIsDamagedOrMissingIsToBeMadeAnew) {
   std::string sentence;
   EXPECT_EQ(troubleOf([&] { openStatus(Role::client); }, &sentence), Trouble::missing);
   EXPECT_EQ(sentence, status + " does not exist: start or restart vmagentd, which makes it");
+  contentIs(status, "");
+  EXPECT_EQ(troubleOf([&] { openStatus(Role::client); }, &sentence), Trouble::missing);
+  EXPECT_EQ(sentence, status + " is empty: restart vmagentd, which sets it up anew");
   contentIs(status, "this is a text of mine, and no database of yours, whatever its name is");
   EXPECT_EQ(troubleOf([&] { openStatus(Role::owner); }, &sentence), Trouble::corrupt);
   EXPECT_THAT(sentence,

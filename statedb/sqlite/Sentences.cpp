@@ -38,6 +38,8 @@ Error removed(const rt::String& file) {
 }
 
 Error emptied(const rt::String& file) {
+  if (isStatus(file))
+    return {Trouble::missing, file + " is empty: restart vmagentd, which sets it up anew"};
   return {Trouble::missing, file +
                                 " is empty: put a backup in its place, and it is read; or restart "
                                 "vmagentd, which sets it up anew"};
