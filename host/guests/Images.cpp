@@ -8,6 +8,10 @@ namespace {
 
 using Kind = ImageVerdict::Kind;
 
+// Its status shows nothing of it until then.
+constexpr const char* takenUpThen =
+    "; the guest that an earlier vmagentd started goes on, and is taken up then";
+
 ImageVerdict refused(const rt::String& problem) {
   return {.kind = Kind::refused, .problem = problem};
 }
@@ -24,7 +28,7 @@ ImageVerdict Images::judge(const ImageQuestion& question) {
   waiting_.erase(question.vm);
   ImageVerdict verdict;
   if (const auto problem = edge::accessProblem(question.path, *facts))
-    verdict = refused(problem->text());
+    verdict = refused(problem->text() + (question.takesUp ? takenUpThen : ""));
   else if (question.takesUp)
     verdict = judgeTakeUp(question, *facts);
   else

@@ -15,6 +15,7 @@ using Kind = ImageVerdict::Kind;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 edge::ImageFacts disk(uint64_t inode) {
   edge::ImageFacts facts;
@@ -186,6 +187,14 @@ TEST_F(ImagesTest, OfAGuestThatIsTakenUpNeedBeReadableOnly) {
   files["/busy"] = disk(4);
   files["/busy"].isInUse = true;
   EXPECT_EQ(judgeTakeUp("web1", "/busy").kind, Kind::fit) << "it is the guest that uses it";
+}
+
+TEST_F(ImagesTest, OfAGuestThatCannotBeTakenUpYetSayThatItGoesOn) {
+  files["/a"] = edge::unreadable(ENOENT);
+  EXPECT_THAT(judgeTakeUp("web1", "/a").problem.str(),
+              HasSubstr("No such file or directory; the guest that an earlier vmagentd started "
+                        "goes on, and is taken up then"));
+  EXPECT_THAT(judge("web1", "/a").problem.str(), Not(HasSubstr("goes on")));
 }
 
 TEST_F(ImagesTest, OfAGuestThatIsTakenUpHaveTheirFormatFixed) {
