@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
 namespace ctl {
@@ -25,19 +26,6 @@ constexpr std::string_view leave = "\x1d";          // Ctrl-]
 constexpr std::string_view leaveView = "\x1d\x03";  // and Ctrl-C
 // Typed and not yet taken by the guest; what is more is lost, so that Ctrl-] is always heard.
 constexpr size_t mostTyped = 4096;
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  int number() const { return number_; }
-
- private:
-  const int number_;
-};
 
 // A terminal that is raw as long as this lives.
 class RawTerminal {
@@ -170,7 +158,7 @@ class Session {
 // A line that tells the guest's keeper that this one will never type.
 constexpr std::string_view viewRequest = "view\n";
 
-Descriptor connectTo(const rt::String& path) {
+rt::Descriptor connectTo(const rt::String& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) throw rt::ErrnoException(ENAMETOOLONG, path);
@@ -181,13 +169,13 @@ Descriptor connectTo(const rt::String& path) {
     close(connection);
     throw rt::ErrnoException(error, path + " cannot be reached");
   }
-  return Descriptor(connection);
+  return rt::Descriptor(connection);
 }
 
 }  // namespace
 
 ConsoleEnd viewConsole(int input, int output, const rt::String& socket) {
-  const Descriptor guest = connectTo(socket);
+  const rt::Descriptor guest = connectTo(socket);
   if (!writeAll(guest.number(), viewRequest)) return ConsoleEnd::guestEnd;
   HeldSignals signals;
   const RawTerminal terminal(input);
@@ -195,14 +183,14 @@ ConsoleEnd viewConsole(int input, int output, const rt::String& socket) {
 }
 
 ConsoleEnd joinConsole(int input, int output, const rt::String& socket) {
-  const Descriptor guest = connectTo(socket);
+  const rt::Descriptor guest = connectTo(socket);
   HeldSignals signals;
   const RawTerminal terminal(input);
   return Session(input, output, guest.number(), Session::Typing::forTheGuest).run(signals);
 }
 
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
-  const Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+  const rt::Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (guest.number() < 0) throw rt::ErrnoException(errno, pty + " cannot be opened");
   // Of two readers each would get a part.
   if (flock(guest.number(), LOCK_EX | LOCK_NB) != 0) return ConsoleEnd::taken;

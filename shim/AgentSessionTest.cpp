@@ -34,7 +34,7 @@ class AgentSession : public testing::Test, protected Vm::fakes::MonitorSession {
   bool carry() {
     auto requests = peer.take();
     for (auto& request : requests) {
-      Descriptors descriptors;
+      rt::Descriptors descriptors;
       for (auto& given : request.descriptors) descriptors.emplace_back(given.release());
       for (const std::string& answer : world.ask(request.text, std::move(descriptors)))
         peer.send(answer);
@@ -61,7 +61,7 @@ class AgentSession : public testing::Test, protected Vm::fakes::MonitorSession {
   }
 
   const rt::fakes::TraceRecorder traces;
-  const Descriptor tap{dup(STDERR_FILENO)};
+  const rt::Descriptor tap{dup(STDERR_FILENO)};
   fakes::RelayWorld world;
 };
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/Place.h"
 
 namespace shim {
@@ -25,7 +25,7 @@ class BoundedLog {
 
   const Place place_;
   const size_t limit_;
-  Descriptor file_;
+  rt::Descriptor file_;
   size_t size_ = 0;
 };
 

@@ -4,7 +4,7 @@
 #include <deque>
 #include <string>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/QmpText.h"
 #include "shim/Time.h"
 
@@ -12,7 +12,7 @@ namespace shim {
 
 struct Command {
   qmp::Request request;
-  Descriptors descriptors;
+  rt::Descriptors descriptors;
   Time deadline{};       // for the answer, when one is awaited
   bool awaited = false;  // the agent waits for the answer
 };

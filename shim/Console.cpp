@@ -23,14 +23,14 @@ constexpr mode_t sharedMode = 0660;
 // What QEMU can have left on its line: the kernel's buffer, several times over.
 constexpr int mostDrains = 256;
 
-Descriptor openMaster() {
-  Descriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+rt::Descriptor openMaster() {
+  rt::Descriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
   if (!master || grantpt(master.number()) != 0 || unlockpt(master.number()) != 0)
     throw failureOf("a pty for the console could not be made");
   return master;
 }
 
-std::string nameOf(const Descriptor& master) {
+std::string nameOf(const rt::Descriptor& master) {
   char name[64];
   if (ptsname_r(master.number(), name, sizeof name) != 0)
     throw failureOf("the console's pty has no name");
@@ -38,8 +38,8 @@ std::string nameOf(const Descriptor& master) {
 }
 
 // Raw: bytes pass as they are, and what the guest writes does not come back to it as an echo.
-Descriptor openSlave(const std::string& path) {
-  Descriptor slave(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+rt::Descriptor openSlave(const std::string& path) {
+  rt::Descriptor slave(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
   termios settings{};
   if (!slave || tcgetattr(slave.number(), &settings) != 0)
     throw failureOf("the console's pty " + path + " could not be opened");
@@ -50,7 +50,7 @@ Descriptor openSlave(const std::string& path) {
 
 // Who may use a file's directory may use the terminal. A terminal belongs to a group of its own at
 // first, whose members may write to it only.
-void shareWithUsersOf(const Place& file, const Descriptor& terminal) {
+void shareWithUsersOf(const Place& file, const rt::Descriptor& terminal) {
   struct stat directory {};
   const std::string way = file.name.substr(0, file.name.rfind('/') + 1);
   if (fstatat(file.directory, way.c_str(), &directory, AT_EMPTY_PATH) != 0) return;
@@ -59,7 +59,7 @@ void shareWithUsersOf(const Place& file, const Descriptor& terminal) {
 }
 
 // Throws away what nobody has read.
-void empty(const Descriptor& terminal) {
+void empty(const rt::Descriptor& terminal) {
   char bytes[4096];
   while (read(terminal.number(), bytes, sizeof bytes) > 0) {
   }
@@ -67,7 +67,7 @@ void empty(const Descriptor& terminal) {
 
 }  // namespace
 
-Console::Console(Descriptor line, Place log, const Place& socket)
+Console::Console(rt::Descriptor line, Place log, const Place& socket)
     : line_(std::move(line)),
       log_(std::move(log), logSize),
       master_(openMaster()),

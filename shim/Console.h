@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "runtime/base/Descriptor.h"
 #include "shim/BoundedLog.h"
-#include "shim/Descriptor.h"
 #include "shim/PtyBacklog.h"
 #include "shim/Viewers.h"
 
@@ -20,7 +20,7 @@ class Console {
  public:
   // `line` must not block. The pty gets the group of the socket's directory, and mode 0660. Throws
   // Failure when there can be no pty, or no socket.
-  Console(Descriptor line, Place log, const Place& socket);
+  Console(rt::Descriptor line, Place log, const Place& socket);
 
   // The pty's path.
   const std::string& terminal() const { return terminal_; }
@@ -40,11 +40,11 @@ class Console {
   void receiveTyped();
   void flushTyped();
 
-  Descriptor line_;
+  rt::Descriptor line_;
   BoundedLog log_;
-  Descriptor master_;
+  rt::Descriptor master_;
   // Held open, so that the terminal has no end when its readers come and go.
-  Descriptor slave_;
+  rt::Descriptor slave_;
   std::string terminal_;
   PtyBacklog backlog_;
   std::string typed_;

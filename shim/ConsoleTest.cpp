@@ -22,11 +22,11 @@ class ConsoleLine : public testing::Test {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
     guest.reset(ends[0]);
-    console = std::make_unique<Console>(Descriptor(ends[1]), folder / "console.log",
+    console = std::make_unique<Console>(rt::Descriptor(ends[1]), folder / "console.log",
                                         folder / "console.sock");
   }
-  Descriptor openTerminal() const {
-    return Descriptor(
+  rt::Descriptor openTerminal() const {
+    return rt::Descriptor(
         open(console->terminal().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   }
   // Lets the console do all that it can do now.
@@ -51,7 +51,7 @@ class ConsoleLine : public testing::Test {
   }
   // What comes, until there is as much of it, or nothing more for long.
   static std::string readAtLeast(
-      const Descriptor& from, size_t size, const std::function<void()>& meanwhile = [] {}) {
+      const rt::Descriptor& from, size_t size, const std::function<void()>& meanwhile = [] {}) {
     std::string got;
     char bytes[4096];
     pollfd polled{from.number(), POLLIN, 0};
@@ -70,19 +70,19 @@ class ConsoleLine : public testing::Test {
   }
 
   const TestFolder folder;
-  Descriptor guest;
+  rt::Descriptor guest;
   std::unique_ptr<Console> console;
   int refused = 0;
 };
 
 TEST_F(ConsoleLine, IsReadAtTheTerminal) {
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   guestWrites("login:\r\n\x04\xff");
   EXPECT_EQ(readAtLeast(terminal, 10), "login:\r\n\x04\xff");
 }
 
 TEST_F(ConsoleLine, IsTypedAtTheTerminal) {
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   ASSERT_EQ(write(terminal.number(), "root\r\x03", 6), 6);
   EXPECT_EQ(readAtLeast(guest, 6, [&] { work(); }), "root\r\x03");
 }
@@ -101,7 +101,7 @@ TEST_F(ConsoleLine, IsLogged) {
 
 TEST_F(ConsoleLine, IsReadByWhoComesLate) {
   guestWrites("early\r\n");
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   EXPECT_EQ(readAtLeast(terminal, 7), "early\r\n");
 }
 
@@ -111,7 +111,7 @@ TEST_F(ConsoleLine, IsATerminalOfItsDirectorysGroup) {
   const std::string shared = folder / "shared";
   std::filesystem::create_directory(shared);
   ASSERT_EQ(chown(shared.c_str(), static_cast<uid_t>(-1), group), 0);
-  const Console other(Descriptor(), shared + "/console.log", shared + "/console.sock");
+  const Console other(rt::Descriptor(), shared + "/console.log", shared + "/console.sock");
   struct stat terminal {};
   ASSERT_EQ(stat(other.terminal().c_str(), &terminal), 0);
   EXPECT_EQ(terminal.st_gid, group);
@@ -120,7 +120,7 @@ TEST_F(ConsoleLine, IsATerminalOfItsDirectorysGroup) {
 
 TEST_F(ConsoleLine, OutlastsItsReaders) {
   for (int i = 0; i < 3; ++i) {
-    const Descriptor terminal = openTerminal();
+    const rt::Descriptor terminal = openTerminal();
     guestWrites("again\r\n");
     EXPECT_EQ(readAtLeast(terminal, 7), "again\r\n");
   }
@@ -132,7 +132,7 @@ TEST_F(ConsoleLine, NeverHoldsTheGuestUpWhenNobodyReads) {
 }
 
 TEST_F(ConsoleLine, NeverHoldsTheGuestUpWhenItsReaderStalls) {
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   EXPECT_TRUE(guestWrites(std::string(1024 * 1024, 'x') + "end"));
 }
 
@@ -140,7 +140,7 @@ TEST_F(ConsoleLine, ShowsTheNewestToWhoComesAfterAFlood) {
   std::string flood;
   for (int i = 0; flood.size() < 1'000'000; ++i) flood += std::to_string(i) + "\n";
   guestWrites(flood);
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   const std::string seen = readAtLeast(terminal, 32 * 1024, [&] { work(); });
   ASSERT_GE(seen.size(), 32U * 1024);
   // A part of it as it was, and no older than the backlog and what a pty holds.
@@ -164,7 +164,7 @@ TEST_F(ConsoleLine, RestsWhenNobodyReads) {
 }
 
 TEST_F(ConsoleLine, TypesNoFasterThanTheGuestTakes) {
-  const Descriptor terminal = openTerminal();
+  const rt::Descriptor terminal = openTerminal();
   size_t typed = 0;
   for (int i = 0; i < 10'000; ++i) {
     const ssize_t count = write(terminal.number(), "0123456789abcdef", 16);

@@ -51,7 +51,7 @@ void ControlServer::answer(Peer& peer, Message message) {
 }
 
 void ControlServer::acceptAll() {
-  while (Descriptor connection = socket_.accept()) {
+  while (rt::Descriptor connection = socket_.accept()) {
     makeRoom();
     Peer peer{++lastId_, std::make_unique<Wire>(std::move(connection), longestRequest), turn_};
     peer.wire->send({answers_.greeting(), {}});

@@ -24,7 +24,7 @@ class ControlServer {
   struct Answers {
     std::function<std::string()> greeting;
     // Throws control::RequestError for a request that is refused.
-    std::function<Message(Client, control::Request, Descriptors)> answer;
+    std::function<Message(Client, control::Request, rt::Descriptors)> answer;
   };
 
   static constexpr size_t mostClients = 16;

@@ -35,11 +35,11 @@ class Control : public testing::Test {
                       {control::protocol, "guest0", 100, 101, control::State::running});
                 },
                 [this](ControlServer::Client, const control::Request& request,
-                       const Descriptors& descriptors) {
+                       const rt::Descriptors& descriptors) {
                   return Message{answer(request, descriptors), {}};
                 }}) {}
 
-  std::string answer(const control::Request& request, const Descriptors& descriptors) {
+  std::string answer(const control::Request& request, const rt::Descriptors& descriptors) {
     using Kind = control::Request::Kind;
     if (request.kind == Kind::status)
       return control::statusLine({control::State::running,
@@ -152,7 +152,7 @@ TEST_F(Control, SaysOfItsSocketThatItIsTheControlSocket) {
 TEST_F(Control, HeedsWhoAsksAndLeavesAtOnce) {
   const std::string stop = control::stopLine(Duration(15'000));
   {
-    const Descriptor client = connectionTo(folder / "shim.sock");
+    const rt::Descriptor client = connectionTo(folder / "shim.sock");
     ASSERT_EQ(send(client.number(), stop.data(), stop.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(stop.size()));
   }

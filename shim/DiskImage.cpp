@@ -24,16 +24,17 @@ Failure cannotBeOpened(const Drive& drive, const char* how) {
 }
 
 // Another descriptor of the same file, whatever stands at its path by now.
-Descriptor reopened(const Descriptor& file, int flags) {
+rt::Descriptor reopened(const rt::Descriptor& file, int flags) {
   const std::string path = "/proc/self/fd/" + std::to_string(file.number());
-  Descriptor opened(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  rt::Descriptor opened(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (opened) (void)fcntl(opened.number(), F_SETFL, 0);  // that was for the opening alone
   return opened;
 }
 
 // A block device is claimed, as who mounts it does: nobody mounts what a guest writes.
-Descriptor reopenedToWrite(const Descriptor& file, const DiskImage& image, const Drive& drive) {
-  Descriptor opened;
+rt::Descriptor reopenedToWrite(const rt::Descriptor& file, const DiskImage& image,
+                               const Drive& drive) {
+  rt::Descriptor opened;
   for (int i = 0; i < claims; ++i) {
     if (i > 0) usleep(claimPause);
     opened = reopened(file, image.isBlockDevice ? O_RDWR | O_EXCL : O_RDWR);
@@ -47,7 +48,7 @@ Descriptor reopenedToWrite(const Descriptor& file, const DiskImage& image, const
   return opened;
 }
 
-guest::ImageFormat formatOf(const Descriptor& file, const Drive& drive,
+guest::ImageFormat formatOf(const rt::Descriptor& file, const Drive& drive,
                             std::optional<guest::ImageFormat> told) {
   std::array<char, guest::imageHeadSize> bytes{};
   if (pread(file.number(), bytes.data(), bytes.size(), 0) < 0) throw cannotBeOpened(drive, "");
@@ -66,7 +67,7 @@ guest::ImageFormat formatOf(const Descriptor& file, const Drive& drive,
 
 DiskImage openDiskImage(const Drive& drive, std::optional<guest::ImageFormat> format) {
   // Looked at before it is opened: to open a FIFO or a watchdog device would do something.
-  const Descriptor file(open(drive.path.c_str(), O_PATH | O_CLOEXEC));
+  const rt::Descriptor file(open(drive.path.c_str(), O_PATH | O_CLOEXEC));
   struct stat facts {};
   if (!file || fstat(file.number(), &facts) != 0) throw cannotBeOpened(drive, "");
   DiskImage image;
@@ -74,7 +75,7 @@ DiskImage openDiskImage(const Drive& drive, std::optional<guest::ImageFormat> fo
   if (!image.isBlockDevice && !S_ISREG(facts.st_mode))
     throw refused(drive, "must be a regular file or a block device");
   if (!drive.isCd) image.descriptors.push_back(reopenedToWrite(file, image, drive));
-  Descriptor toRead = reopened(file, O_RDONLY);
+  rt::Descriptor toRead = reopened(file, O_RDONLY);
   if (!toRead) throw cannotBeOpened(drive, "");
   image.format = formatOf(toRead, drive, format);
   if (image.format == guest::ImageFormat::qcow2 &&

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "guest/ImageHeader.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/Arguments.h"
-#include "shim/Descriptor.h"
 
 namespace shim {
 
@@ -18,7 +18,7 @@ struct DiskImage {
   bool isBlockDevice = false;
   // For writing, but of a CD, and for reading: QEMU asks for both. As long as one of them is open
   // somewhere, so are QEMU's locks of the image held, and a block device is the guest's alone.
-  Descriptors descriptors;
+  rt::Descriptors descriptors;
 };
 
 // `format`: what the daemon says that the image is; nothing: it says nothing, as an older one, or

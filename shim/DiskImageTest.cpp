@@ -39,7 +39,7 @@ class OpenedImage : public testing::Test {
     }
     return {};
   }
-  static int modeOf(const Descriptor& descriptor) {
+  static int modeOf(const rt::Descriptor& descriptor) {
     return fcntl(descriptor.number(), F_GETFL) & (O_ACCMODE | O_NONBLOCK);
   }
 
@@ -53,7 +53,7 @@ TEST_F(OpenedImage, OfADiskIsTwoDescriptorsOneToWriteAndOneToRead) {
   ASSERT_EQ(image.descriptors.size(), 2U);
   EXPECT_EQ(modeOf(image.descriptors[0]), O_RDWR);
   EXPECT_EQ(modeOf(image.descriptors[1]), O_RDONLY);
-  for (const Descriptor& each : image.descriptors)
+  for (const rt::Descriptor& each : image.descriptors)
     EXPECT_EQ(fcntl(each.number(), F_GETFD), FD_CLOEXEC);
 }
 

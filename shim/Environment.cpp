@@ -5,7 +5,7 @@
 
 #include <charconv>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim {
 
@@ -51,7 +51,7 @@ std::optional<guest::ImageFormat> imageFormatFrom(const std::string& text) {
 
 // The first bytes of a file, at most `size`; none when it cannot be read.
 std::string headOf(const std::string& path, size_t size) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const rt::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   std::string head(size, '\0');
   size_t got = 0;
   while (file && got < size) {
@@ -87,7 +87,7 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
 bool isKvmUsable() {
   // The flags of the first CPU; the others' are the same.
   constexpr size_t cpuinfoSize = 16 * 1024;
-  const Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
+  const rt::Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
   return kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
 }
 

@@ -291,7 +291,7 @@ TEST(LogLine, HasItsTimeAndNothingButVisibleText) {
 // The agent's socket.
 
 bool canConnect(const std::string& path) {
-  const Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const rt::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
@@ -314,7 +314,7 @@ TEST(ListeningSocket, DoesNotSpeakOfWhomItCannotTakeAgainAndAgain) {
   const TestFolder folder;
   ListeningSocket socket(folder / "m", "monitor");
   const int number = socket.number();
-  const Descriptor client = connectionTo(folder / "m");
+  const rt::Descriptor client = connectionTo(folder / "m");
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
   const rlimit none{0, before.rlim_max};

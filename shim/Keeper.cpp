@@ -29,19 +29,19 @@ constexpr size_t mostUnsent = 64 * 1024;
 constexpr int mostReads = 256;
 
 // A stream of ours and its other end, which is QEMU's.
-std::pair<Descriptor, Descriptor> streamPair() {
+std::pair<rt::Descriptor, rt::Descriptor> streamPair() {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
     throw failureOf("a stream to QEMU could not be made");
-  std::pair<Descriptor, Descriptor> pair{Descriptor(ends[0]), Descriptor(ends[1])};
+  std::pair<rt::Descriptor, rt::Descriptor> pair{rt::Descriptor(ends[0]), rt::Descriptor(ends[1])};
   (void)fcntl(ends[0], F_SETFL, O_NONBLOCK);  // QEMU sets its end by itself
   return pair;
 }
 
-std::pair<Descriptor, Descriptor> outputPipe() {
+std::pair<rt::Descriptor, rt::Descriptor> outputPipe() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw failureOf("a pipe for QEMU's output could not be made");
-  std::pair<Descriptor, Descriptor> pair{Descriptor(ends[0]), Descriptor(ends[1])};
+  std::pair<rt::Descriptor, rt::Descriptor> pair{rt::Descriptor(ends[0]), rt::Descriptor(ends[1])};
   (void)fcntl(ends[0], F_SETFL, O_NONBLOCK);
   return pair;
 }
@@ -56,7 +56,7 @@ std::vector<DiskImage> openImages(const CommandLine& line, const Environment& en
 std::vector<int> numbersOf(const std::vector<DiskImage>& images) {
   std::vector<int> numbers;
   for (const DiskImage& image : images)
-    for (const Descriptor& each : image.descriptors) numbers.push_back(each.number());
+    for (const rt::Descriptor& each : image.descriptors) numbers.push_back(each.number());
   return numbers;
 }
 
@@ -108,7 +108,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
             return control::greetingLine({control::protocol, name_, getpid(), pid_, state()});
           },
           [this](ControlServer::Client client, const control::Request& request,
-                 Descriptors descriptors) {
+                 rt::Descriptors descriptors) {
             return answer(client, request, std::move(descriptors));
           }});
   start(environment, line, argv0);
@@ -271,7 +271,7 @@ void Keeper::stop(StopStep step) {
 }
 
 void Keeper::acceptAgent() {
-  Descriptor connection = socket_->accept();
+  rt::Descriptor connection = socket_->accept();
   if (!connection) return;
   agent_ = std::make_unique<Wire>(std::move(connection), longestRequest);
   perform(relay_->agentConnected());
@@ -279,7 +279,8 @@ void Keeper::acceptAgent() {
 
 // Whoever may connect to the socket sees the guest's screen and has its keyboard.
 void Keeper::acceptViewer() {
-  if (Descriptor viewer = screen_->accept()) perform(relay_->addViewer(now(), std::move(viewer)));
+  if (rt::Descriptor viewer = screen_->accept())
+    perform(relay_->addViewer(now(), std::move(viewer)));
 }
 
 void Keeper::receiveFromAgent() {

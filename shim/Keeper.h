@@ -69,10 +69,10 @@ class Keeper {
   control::State state() const;
   control::Status status() const;
   Message answer(ControlServer::Client client, const control::Request& request,
-                 Descriptors descriptors);
+                 rt::Descriptors descriptors);
   void orderlyStop(Duration timeout);
   void adopt(ControlServer::Client client, const control::Adoption& adoption,
-             Descriptors descriptors);
+             rt::Descriptors descriptors);
   void takeRow(ControlServer::Client client, const control::Row& row);
   void handleDaemonsEnd();
   void lookForSuccessor();
@@ -91,8 +91,8 @@ class Keeper {
   const RowMark rowMark_;
   std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;
-  Descriptor signals_;
-  Descriptor output_;
+  rt::Descriptor signals_;
+  rt::Descriptor output_;
   std::unique_ptr<Console> console_;
   std::unique_ptr<ListeningSocket> screen_;  // null: there is none, or QEMU serves it itself
   std::unique_ptr<Wire> qemu_;
@@ -103,7 +103,7 @@ class Keeper {
   Poller poller_{Entry::signals};
   StopPlan stop_;
   pid_t daemonPid_;
-  Descriptor daemon_;  // its process; none when it was gone before we looked
+  rt::Descriptor daemon_;  // its process; none when it was gone before we looked
   Succession succession_;
   std::optional<ControlServer::Client> successor_;
   std::vector<std::string> restartReasons_;

@@ -42,7 +42,7 @@ control::Status Keeper::status() const {
 }
 
 Message Keeper::answer(ControlServer::Client client, const control::Request& request,
-                       Descriptors descriptors) {
+                       rt::Descriptors descriptors) {
   Message done{control::doneLine(), {}};
   switch (request.kind) {
     case control::Request::Kind::status:
@@ -53,7 +53,7 @@ Message Keeper::answer(ControlServer::Client client, const control::Request& req
     case control::Request::Kind::adopt:
       adopt(client, request.adoption, std::move(descriptors));
       // An agent that loses us is to find the successor, and not to look for ten seconds.
-      if (Descriptor copy = socket_->duplicate()) done.descriptors.push_back(std::move(copy));
+      if (rt::Descriptor copy = socket_->duplicate()) done.descriptors.push_back(std::move(copy));
       break;
     case control::Request::Kind::row:
       takeRow(client, request.row);
@@ -69,7 +69,7 @@ void Keeper::orderlyStop(Duration timeout) {
 }
 
 void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,
-                   Descriptors descriptors) {
+                   rt::Descriptors descriptors) {
   // Whoever takes the guest over says where we make a socket, and what is removed for it.
   if (!isOurUser(control_->number(client)))
     throw control::RequestError("adopt: only the user who keeps the guest may take it over");
@@ -93,7 +93,7 @@ void Keeper::adopt(ControlServer::Client client, const control::Adoption& adopti
     wanted = readCommandLine(adoption.arguments);
     if (wanted.name != name_)
       throw Failure("the guest is VM '" + name_ + "' and not '" + wanted.name + "'");
-    Descriptor handed = descriptors.size() > 1 ? std::move(descriptors[1]) : Descriptor();
+    rt::Descriptor handed = descriptors.size() > 1 ? std::move(descriptors[1]) : rt::Descriptor();
     if (handed && !listens(handed.number()))
       throw Failure("the second descriptor must be of a socket that listens");
     socket = monitorSocket(wanted.monitorPath, std::move(handed));

@@ -72,14 +72,15 @@ ListeningSocket::ListeningSocket(Place place, const std::string& what, Users use
     throw failureOf(what + " socket " + place_.path + " could not be made");
 }
 
-ListeningSocket::ListeningSocket(Place place, Descriptor listening)
+ListeningSocket::ListeningSocket(Place place, rt::Descriptor listening)
     : place_(std::move(place)), socket_(std::move(listening)), isOwn_(false) {
   (void)fcntl(socket_.number(), F_SETFL, O_NONBLOCK);
   (void)isThere(place_, own_);
 }
 
-Descriptor ListeningSocket::accept() {
-  Descriptor connection(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+rt::Descriptor ListeningSocket::accept() {
+  rt::Descriptor connection(
+      accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   isExhausted_ =
       !connection && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM);
   return connection;
@@ -102,32 +103,32 @@ bool listens(int number) {
   return getsockopt(number, SOL_SOCKET, SO_ACCEPTCONN, &value, &size) == 0 && value != 0;
 }
 
-Descriptor takeListener(int number, std::vector<int>& inherited) {
+rt::Descriptor takeListener(int number, std::vector<int>& inherited) {
   const auto found = std::find(inherited.begin(), inherited.end(), number);
-  if (found == inherited.end() || !listens(number)) return Descriptor();
+  if (found == inherited.end() || !listens(number)) return rt::Descriptor();
   inherited.erase(found);
   (void)fcntl(number, F_SETFD, FD_CLOEXEC);
-  return Descriptor(number);
+  return rt::Descriptor(number);
 }
 
-void hangUpAt(const Descriptor& listener) {
+void hangUpAt(const rt::Descriptor& listener) {
   (void)fcntl(listener.number(), F_SETFL, O_NONBLOCK);
-  while (Descriptor(accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC))) {
+  while (rt::Descriptor(accept4(listener.number(), nullptr, nullptr, SOCK_CLOEXEC))) {
   }
 }
 
-std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, Descriptor listener) {
+std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, rt::Descriptor listener) {
   if (listener) return std::make_unique<ListeningSocket>(path, std::move(listener));
   return std::make_unique<ListeningSocket>(path, "monitor", ListeningSocket::Users::ours);
 }
 
-Descriptor connectionTo(const std::string& path) {
-  Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!connection || !fits(path)) return Descriptor();
+rt::Descriptor connectionTo(const std::string& path) {
+  rt::Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!connection || !fits(path)) return rt::Descriptor();
   const sockaddr_un address = addressFrom(path);
   if (connect(connection.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
       0)
-    return Descriptor();
+    return rt::Descriptor();
   return connection;
 }
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/Place.h"
 
 namespace shim {
@@ -22,7 +22,7 @@ class ListeningSocket {
 
   ListeningSocket(Place place, const std::string& what, Users users = Users::group);
   // One that listens there already, and that its maker removes.
-  ListeningSocket(Place place, Descriptor listening);
+  ListeningSocket(Place place, rt::Descriptor listening);
   ListeningSocket(const ListeningSocket&) = delete;
   ~ListeningSocket() {
     if (isOwn_) remove();
@@ -33,9 +33,9 @@ class ListeningSocket {
   // again and again: he waits until something else has happened.
   int number() { return std::exchange(isExhausted_, false) ? -1 : socket_.number(); }
   // A connection that does not block; none when nobody waits any more.
-  Descriptor accept();
+  rt::Descriptor accept();
   // The same socket, which listens as long as either is open; none when there can be no more.
-  Descriptor duplicate() const { return copyOf(socket_); }
+  rt::Descriptor duplicate() const { return copyOf(socket_); }
   // Removes it from there, unless another's stands there by now.
   void remove() const;
   // Likewise, and unless it is that one's, too.
@@ -43,7 +43,7 @@ class ListeningSocket {
 
  private:
   const Place place_;
-  Descriptor socket_;
+  rt::Descriptor socket_;
   const bool isOwn_;
   struct stat own_ {};
   bool isExhausted_ = false;
@@ -54,16 +54,16 @@ bool listens(int number);
 
 // The descriptor of that number, which is taken out of `inherited`; none when it is not among them,
 // or does not listen.
-Descriptor takeListener(int number, std::vector<int>& inherited);
+rt::Descriptor takeListener(int number, std::vector<int>& inherited);
 
 // Hangs up on who has connected to it by now, and was not taken.
-void hangUpAt(const Descriptor& listener);
+void hangUpAt(const rt::Descriptor& listener);
 
 // The socket at which an agent looks for the monitor: `listener`, which listens there already, or a
 // new one when there is none.
-std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, Descriptor listener);
+std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, rt::Descriptor listener);
 
 // A connection to whoever listens at that path, which does not block; none when nobody does.
-Descriptor connectionTo(const std::string& path);
+rt::Descriptor connectionTo(const std::string& path);
 
 }  // namespace shim

@@ -22,13 +22,13 @@ class InheritedListener : public testing::Test {
   const fakes::TestFolder folder;
   const std::string path = folder / "guest0.monitor";
   ListeningSocket made{path, "monitor", ListeningSocket::Users::ours};
-  const Descriptor handed;
+  const rt::Descriptor handed;
 };
 
 TEST_F(InheritedListener, IsOursAloneOnceItIsTaken) {
   const int number = fcntl(made.number(), F_DUPFD, 0);
   std::vector<int> inherited{100, number, 101};
-  const Descriptor taken = takeListener(number, inherited);
+  const rt::Descriptor taken = takeListener(number, inherited);
   EXPECT_EQ(taken.number(), number);
   EXPECT_THAT(inherited, ElementsAre(100, 101));
   EXPECT_NE(fcntl(number, F_GETFD) & FD_CLOEXEC, 0);
@@ -42,7 +42,7 @@ TEST_F(InheritedListener, IsNoneThatWasNotInherited) {
 }
 
 TEST_F(InheritedListener, IsNoneThatDoesNotListen) {
-  const Descriptor client = connectionTo(path);
+  const rt::Descriptor client = connectionTo(path);
   std::vector<int> inherited{client.number()};
   EXPECT_FALSE(takeListener(client.number(), inherited));
   EXPECT_THAT(inherited, ElementsAre(client.number())) << "whatever else it is";
@@ -77,7 +77,7 @@ TEST_F(InheritedListener, IsRemovedThoughTheNextIsElsewhere) {
 }
 
 TEST_F(InheritedListener, IsReplacedWhereThereIsNone) {
-  const auto socket = monitorSocket(path, Descriptor());
+  const auto socket = monitorSocket(path, rt::Descriptor());
   EXPECT_NE(socket->number(), -1);
   EXPECT_EQ(fakes::modeOf(path), 0600);
 }

@@ -84,7 +84,8 @@ enum class Keeping { ours, toldToEnd };
 // Returns with the keeper's half of the lock, or told to end, or not at all: when another shim
 // keeps the guest for us, until its end. Throws Failure when the guest stays another's.
 Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLock& lock,
-                    Descriptor& listener, const std::vector<int>& inherited, const Parent& parent) {
+                    rt::Descriptor& listener, const std::vector<int>& inherited,
+                    const Parent& parent) {
   const sigset_t signals = keeperSignals();
   const std::string socket = directory.file("shim.sock");
   const Time last = now() + takeOverPatience;
@@ -101,7 +102,7 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
 
 // Returns only without a QEMU.
 int keepGuest(const Environment& environment, const CommandLine& line, const std::string& argv0,
-              const VmDirectory& directory, Descriptor& listener,
+              const VmDirectory& directory, rt::Descriptor& listener,
               const std::vector<int>& inherited) {
   const Parent parent(inherited);
   VmLock lock(directory.place("lock"));
@@ -128,7 +129,7 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
 }
 
 // Returns only without a QEMU.
-int keep(int argc, char** argv, std::vector<int>& inherited, Descriptor& listener) {
+int keep(int argc, char** argv, std::vector<int>& inherited, rt::Descriptor& listener) {
   const Environment environment = environmentFrom(std::getenv);
   listener = takeListener(environment.listener, inherited);
   const CommandLine line = readCommandLine({argv + 1, argv + argc});
@@ -160,7 +161,7 @@ int main(int argc, char** argv) {
   // Where the agent waits already. Open until there is a keeper, or until our end, of which it must
   // learn first: one that loses its connection looks for us for ten seconds, and keeps all other
   // guests waiting.
-  Descriptor listener;
+  rt::Descriptor listener;
   int status = EXIT_FAILURE;
   try {
     status = keep(argc, argv, inherited, listener);

@@ -34,9 +34,9 @@ bool Parent::lives() const {
   return std::none_of(pipes_.begin(), pipes_.end(), hasNoReader) && getppid() == pid_;
 }
 
-Descriptor Parent::process() const {
-  Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
-  return lives() ? std::move(process) : Descriptor();
+rt::Descriptor Parent::process() const {
+  rt::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+  return lives() ? std::move(process) : rt::Descriptor();
 }
 
 bool Parent::takesUsAlong() const {

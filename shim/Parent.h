@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim {
 
@@ -17,7 +17,7 @@ class Parent {
 
   pid_t pid() const { return pid_; }
   // A descriptor of its process, which is readable once that has ended; none when it is gone.
-  Descriptor process() const;
+  rt::Descriptor process() const;
   // From now on it takes us along, with SIGKILL. False: it is gone already.
   bool takesUsAlong() const;
   // No more.

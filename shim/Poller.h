@@ -5,7 +5,7 @@
 
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim {
 
@@ -29,7 +29,7 @@ class Poller {
   void watch(const std::vector<pollfd>& polled);
 
   const size_t busy_;
-  Descriptor others_;            // an epoll instance; none: all are looked at
+  rt::Descriptor others_;        // an epoll instance; none: all are looked at
   std::vector<pollfd> watched_;  // by it
 };
 

@@ -40,8 +40,8 @@ struct Pipe {
     EXPECT_EQ(read(out.number(), &byte, 1), 1);
   }
 
-  Descriptor out;
-  Descriptor in;
+  rt::Descriptor out;
+  rt::Descriptor in;
 };
 
 class PollerTest : public testing::Test {

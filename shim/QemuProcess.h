@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim {
 

@@ -4,7 +4,7 @@
 
 namespace shim {
 
-std::vector<Message> QmpStream::take(std::string_view bytes, Descriptors descriptors) {
+std::vector<Message> QmpStream::take(std::string_view bytes, rt::Descriptors descriptors) {
   std::vector<Message> messages;
   while (!bytes.empty()) {
     const size_t end = bytes.find('\n');

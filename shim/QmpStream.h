@@ -5,14 +5,14 @@
 #include <string_view>
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim {
 
 // One message as it came, without its line end, and the descriptors that came along with it.
 struct Message {
   std::string text;
-  Descriptors descriptors;
+  rt::Descriptors descriptors;
 };
 
 // Collects bytes until a line is whole. Keeps at most `longest` bytes, whatever is sent: of a
@@ -23,7 +23,7 @@ class QmpStream {
 
   // The messages that these bytes end. The descriptors of one read belong to the last message that
   // it brought bytes of: the kernel ends a read behind the bytes that descriptors were sent with.
-  std::vector<Message> take(std::string_view bytes, Descriptors descriptors);
+  std::vector<Message> take(std::string_view bytes, rt::Descriptors descriptors);
 
   // Lines that were too long, since the start.
   size_t dropped() const { return dropped_; }

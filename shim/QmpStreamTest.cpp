@@ -10,8 +10,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // With as many descriptors.
-Descriptors some(int count) {
-  Descriptors all;
+rt::Descriptors some(int count) {
+  rt::Descriptors all;
   for (int i = 0; i < count; ++i) all.emplace_back(dup(STDERR_FILENO));
   return all;
 }
@@ -55,7 +55,7 @@ TEST(QmpStream, DropsALongLineThatComesInPieces) {
 TEST(QmpStream, ClosesTheDescriptorsOfALineThatIsTooLong) {
   QmpStream stream(4);
   fakes::Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   stream.take("12345", std::move(one));
   EXPECT_FALSE(probe.isClosed());

@@ -332,7 +332,7 @@ Actions Relay::tellQemu(const char* execute) {
   return taken();
 }
 
-Actions Relay::addViewer(Time now, Descriptor viewer) {
+Actions Relay::addViewer(Time now, rt::Descriptor viewer) {
   out_.toQemu.push_back(screen_.begin(now, std::move(viewer), nextId_));
   return taken();
 }

@@ -83,7 +83,7 @@ class Relay {
   // Whether one more who wants to see the guest's screen can be taken now. He is given to QEMU, or
   // goes.
   bool takesViewer() const { return isReady() && !screen_.isBusy(); }
-  Actions addViewer(Time now, Descriptor viewer);
+  Actions addViewer(Time now, rt::Descriptor viewer);
   // Whether QEMU was told to let the guest run.
   bool guestHasRun() const { return guestHasRun_; }
   bool hasAgent() const { return connected_; }

@@ -24,7 +24,7 @@ constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })"
 
 std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
 
-void getFd(RelayWorld& world, const std::string& name, Descriptors descriptors) {
+void getFd(RelayWorld& world, const std::string& name, rt::Descriptors descriptors) {
   world.ask(R"({"execute":"getfd","arguments":{"fdname":")" + name + R"("},"id":"getfd"})",
             std::move(descriptors));
 }
@@ -137,7 +137,7 @@ TEST_F(RelayAdoptionCards,
 TEST_F(RelayAdoptionCards, WhoseNewNetdevIsRefusedLoseTheirCarrierWhenTheGuestIsLetRun) {
   adopt();
   getFd(world, "fd-hostnet0", [] {
-    Descriptors one;
+    rt::Descriptors one;
     one.push_back(Probe().given);
     return one;
   }());
@@ -184,7 +184,7 @@ TEST_F(RelayAdoptionCards, AreNotKeptForEverWhenQemuStandsStillMeanwhile) {
 
 TEST_F(RelayAdoptionCards, ThatQemuWillNotBindLoseTheirCarrierWhenTheGuestIsLetRun) {
   adopt();
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(Probe().given);
   getFd(world, "f", std::move(one));
   world.ask(
@@ -218,7 +218,7 @@ TEST(RelayAdoption, RemovesANetdevThatWasNotBoundYet) {
   RelayWorld world;
   world.begin();
   Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   getFd(world, "f", std::move(one));
   world.ask(
@@ -233,7 +233,7 @@ TEST(RelayAdoption, ClosesADescriptorThatIsNoNetdevsYet) {
   RelayWorld world;
   world.begin();
   Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   getFd(world, "f", std::move(one));
   EXPECT_FALSE(probe.isClosed());
@@ -302,7 +302,7 @@ TEST(RelayAdoption, ForgetsWhatTheOldAgentAskedFor) {
   world.ask(queryStatus);
   world.ask(queryStatus);
   Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   getFd(world, "f", std::move(one));
   world.adopt(sameNames);
@@ -318,7 +318,7 @@ TEST(RelayAdoption, RemovesWhatQemuMakesOnlyLater) {
   world.begin();
   world.ask(R"({"execute":"getfd","arguments":{"fdname":"x"},"id":"getfd"})");
   Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   getFd(world, "f", std::move(one));
   world.qemu.stop();

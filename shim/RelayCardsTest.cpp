@@ -149,7 +149,7 @@ TEST(RelayCards, AreNotGivenUpForWhatIsNoQmp) {
 TEST(RelayCards, OfNamesWithQuotesStayWholeJson) {
   RelayWorld world({"n\"0"});
   world.begin();
-  Descriptors one;
+  rt::Descriptors one;
   one.emplace_back(dup(STDERR_FILENO));
   world.ask(R"({"execute":"getfd","arguments":{"fdname":"f"},"id":"getfd"})", std::move(one));
   world.ask(

@@ -233,7 +233,7 @@ TEST(Relay, LetsTheAgentSendWhatIsNoRequest) {
 TEST(RelayDescriptors, GoAlongWithTheirRequest) {
   RelayWorld world;
   world.begin();
-  Descriptors one;
+  rt::Descriptors one;
   one.emplace_back(dup(STDERR_FILENO));
   EXPECT_THAT(world.ask(R"({"execute": "getfd", "arguments": {"fdname": "f"}, "id": "getfd"})",
                         std::move(one)),
@@ -245,7 +245,7 @@ TEST(RelayDescriptors, OfOtherRequestsAreClosed) {
   RelayWorld world;
   world.begin();
   fakes::Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   world.ask(queryStatus, std::move(one));
   EXPECT_TRUE(probe.isClosed());
@@ -256,7 +256,7 @@ TEST(RelayDescriptors, BeyondTheFirstAreClosed) {
   world.begin();
   fakes::Probe first;
   fakes::Probe second;
-  Descriptors two;
+  rt::Descriptors two;
   two.push_back(std::move(first.given));
   two.push_back(std::move(second.given));
   world.ask(R"({"execute": "getfd", "arguments": {"fdname": "f"}, "id": "getfd"})", std::move(two));
@@ -268,7 +268,7 @@ TEST(RelayDescriptors, OfWhatIsNoRequestAreClosed) {
   RelayWorld world;
   world.begin();
   fakes::Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   world.ask("{", std::move(one));
   EXPECT_TRUE(probe.isClosed());

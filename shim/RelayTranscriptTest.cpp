@@ -115,7 +115,7 @@ class Player {
     const auto request = qmp::requestFrom(line.raw);
     if (request && !request->id.empty() && !answer_.empty())
       expected_ += expectation(*request, answer_);
-    Descriptors descriptors;
+    rt::Descriptors descriptors;
     for (size_t n = 0; n < line.descriptors; ++n) descriptors.emplace_back(dup(STDERR_FILENO));
     for (Message& message : agent_.take(line.raw + "\n", std::move(descriptors)))
       perform(relay_.agentSays(Time(0), std::move(message)));

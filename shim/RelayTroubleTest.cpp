@@ -174,7 +174,7 @@ TEST_F(StalledQemu, GetsNothingOfACardThatComesAndGoes) {
 
 TEST_F(StalledQemu, ClosesTheDescriptorOfACardThatComesAndGoes) {
   fakes::Probe probe;
-  Descriptors one;
+  rt::Descriptors one;
   one.push_back(std::move(probe.given));
   world.ask(R"({"execute":"getfd","arguments":{"fdname":"fd-h"},"id":"getfd"})", std::move(one));
   world.ask(

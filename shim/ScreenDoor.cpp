@@ -16,7 +16,7 @@ std::optional<Time> ScreenDoor::deadline() const {
   return isBusy() ? std::optional(begun_ + patience) : std::nullopt;
 }
 
-Message ScreenDoor::begin(Time now, Descriptor viewer, uint64_t& id) {
+Message ScreenDoor::begin(Time now, rt::Descriptor viewer, uint64_t& id) {
   step_ = Step::asked;
   viewer_ = std::move(viewer);
   begun_ = now;
@@ -30,7 +30,7 @@ bool ScreenDoor::isAbout(const qmp::Saying& saying) const {
 
 std::vector<Message> ScreenDoor::take(const qmp::Saying& saying, uint64_t& id, std::string& log) {
   const bool wasAsked = std::exchange(step_, Step::idle) == Step::asked;
-  Descriptor viewer = std::move(viewer_);
+  rt::Descriptor viewer = std::move(viewer_);
   if (saying.kind == qmp::Saying::Kind::refusal) {
     log = "QEMU does not show the guest's screen: " + saying.description;
     return {};

@@ -29,7 +29,7 @@ class ScreenDoor {
   std::optional<Time> deadline() const;
 
   // What to ask of QEMU, with ids from `id` on, which is moved on.
-  Message begin(Time now, Descriptor viewer, uint64_t& id);
+  Message begin(Time now, rt::Descriptor viewer, uint64_t& id);
   // Whether QEMU says that of the viewer.
   bool isAbout(const qmp::Saying& saying) const;
   // It does: what to ask next, and a line for the log if there is something to say.
@@ -41,7 +41,7 @@ class ScreenDoor {
   enum class Step { idle, asked, given };
 
   Step step_ = Step::idle;
-  Descriptor viewer_;
+  rt::Descriptor viewer_;
   uint64_t awaited_ = 0;  // the id of the answer
   Time begun_{};
 };

@@ -158,7 +158,7 @@ class FuzzedRelay {
     const auto request = qmp::requestFrom(line);
     if (request && !request->id.empty() && connected_) ++unanswered_;
     if (line.find("hubport") != std::string::npos) isTrue_ = false;
-    Descriptors given;
+    rt::Descriptors given;
     for (int i = 0; i < descriptors; ++i) given.emplace_back(dup(STDERR_FILENO));
     for (const auto& answer : world_.ask(line, std::move(given))) hear(answer);
   }

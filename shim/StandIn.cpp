@@ -36,8 +36,8 @@ struct Outcome {
 
 class Successor {
  public:
-  Successor(Descriptor connection, const std::vector<std::string>& arguments, const Parent& parent,
-            Descriptor& listener)
+  Successor(rt::Descriptor connection, const std::vector<std::string>& arguments,
+            const Parent& parent, rt::Descriptor& listener)
       : wire_(std::move(connection), longestSaying),
         arguments_(arguments),
         parent_(parent),
@@ -79,13 +79,13 @@ class Successor {
                         : Outcome{std::nullopt, "its shim has ended"};
   }
 
-  void hear(const control::Saying& saying, Descriptors descriptors) {
+  void hear(const control::Saying& saying, rt::Descriptors descriptors) {
     if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
     // What is done later is a stop.
     if (saying.kind == Kind::done && isAsked_ && !std::exchange(isTaken_, true)) {
       // A shim that listens by itself, as older ones do, has the agent come to it.
       if (descriptors.empty()) hangUpAt(listener_);
-      listener_ = descriptors.empty() ? Descriptor() : std::move(descriptors.front());
+      listener_ = descriptors.empty() ? rt::Descriptor() : std::move(descriptors.front());
     }
     if (saying.kind == Kind::error && !isTaken_) outcome_ = {std::nullopt, saying.error};
     if (saying.kind == Kind::end)
@@ -103,7 +103,8 @@ class Successor {
     Message request{control::adoptLine({getpid(), parent_.pid(), arguments_}), {}};
     request.descriptors.push_back(parent_.process());
     if (!request.descriptors.front()) throw Failure("the daemon has ended");
-    if (Descriptor listener = copyOf(listener_)) request.descriptors.push_back(std::move(listener));
+    if (rt::Descriptor listener = copyOf(listener_))
+      request.descriptors.push_back(std::move(listener));
     wire_.send(std::move(request));
     isAsked_ = true;
   }
@@ -125,8 +126,8 @@ class Successor {
   // Where the agent looks, who comes back when it has lost the guest's shim before it learns of our
   // end. It must find somebody: it would go on looking for ten seconds, and keep all other guests
   // waiting.
-  Descriptor& listener_;
-  Descriptor signals_;
+  rt::Descriptor& listener_;
+  rt::Descriptor signals_;
   std::string endedBy_;  // a stranger's signal
   bool isAsked_ = false;
   bool isTaken_ = false;
@@ -136,9 +137,9 @@ class Successor {
 }  // namespace
 
 std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
-                    Descriptor& listener, const std::vector<int>& parting) {
+                    rt::Descriptor& listener, const std::vector<int>& parting) {
   const std::string path = directory.file("shim.sock");
-  Descriptor connection = connectionTo(path);
+  rt::Descriptor connection = connectionTo(path);
   if (!connection) return "its shim cannot be reached at " + path;
   if (!parent.takesUsAlong()) throw Failure("the daemon has ended");
   Successor successor(std::move(connection), line.arguments, parent, listener);

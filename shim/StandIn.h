@@ -19,6 +19,6 @@ namespace shim {
 //
 // Returns only when the guest cannot be taken over now: why. Throws Failure when it never can.
 std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
-                    Descriptor& listener, const std::vector<int>& parting);
+                    rt::Descriptor& listener, const std::vector<int>& parting);
 
 }  // namespace shim

@@ -56,7 +56,7 @@ std::string Viewers::ready(const pollfd* polled) {
 
 void Viewers::acceptAll() {
   std::erase_if(viewers_, [](const Viewer& viewer) { return !viewer.connection; });
-  while (Descriptor connection = socket_.accept()) {
+  while (rt::Descriptor connection = socket_.accept()) {
     Viewer viewer{std::move(connection), std::string(replay_.newest())};
     const bool isOneTooMany = viewers_.size() >= mostViewers;
     if (isOneTooMany) viewer.unsent = fullNotice;

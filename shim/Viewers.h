@@ -43,7 +43,7 @@ class Viewers {
 
  private:
   struct Viewer {
-    Descriptor connection;
+    rt::Descriptor connection;
     std::string unsent;
     enum class Role { undecided, writer, reader, viewOnly } role = Role::undecided;
   };

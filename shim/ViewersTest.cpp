@@ -21,7 +21,7 @@ class ConsoleViewers : public testing::Test {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
     guest.reset(ends[0]);
-    console = std::make_unique<Console>(Descriptor(ends[1]), folder / "console.log",
+    console = std::make_unique<Console>(rt::Descriptor(ends[1]), folder / "console.log",
                                         folder / "console.sock");
   }
   // Lets the console do all that it can do now.
@@ -48,12 +48,12 @@ class ConsoleViewers : public testing::Test {
     work();
     return all(guest);
   }
-  Descriptor viewer() const {
-    Descriptor connection = connectionTo(folder / "console.sock");
+  rt::Descriptor viewer() const {
+    rt::Descriptor connection = connectionTo(folder / "console.sock");
     work();
     return connection;
   }
-  std::string seen(const Descriptor& viewer) const {
+  std::string seen(const rt::Descriptor& viewer) const {
     std::string seen;
     for (;;) {
       work();
@@ -62,15 +62,15 @@ class ConsoleViewers : public testing::Test {
       seen += more;
     }
   }
-  void type(const Descriptor& viewer, const std::string& text) const {
+  void type(const rt::Descriptor& viewer, const std::string& text) const {
     ASSERT_EQ(write(viewer.number(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
     work();
   }
-  static bool isDropped(const Descriptor& viewer) {
+  static bool isDropped(const rt::Descriptor& viewer) {
     pollfd polled{viewer.number(), 0, 0};
     return poll(&polled, 1, 0) == 1 && (polled.revents & POLLHUP) != 0;
   }
-  static std::string all(const Descriptor& from) {
+  static std::string all(const rt::Descriptor& from) {
     std::string got;
     char bytes[4096];
     for (;;) {
@@ -81,13 +81,13 @@ class ConsoleViewers : public testing::Test {
   }
 
   const TestFolder folder;
-  Descriptor guest;
+  rt::Descriptor guest;
   std::unique_ptr<Console> console;
 };
 
 TEST_F(ConsoleViewers, AllSeeWhatTheGuestWrites) {
-  const Descriptor first = viewer();
-  const Descriptor second = viewer();
+  const rt::Descriptor first = viewer();
+  const rt::Descriptor second = viewer();
   guestWrites("login:\xff\r\n");
   EXPECT_EQ(seen(first), "login:\xff\r\n");
   EXPECT_EQ(seen(second), "login:\xff\r\n");
@@ -102,8 +102,8 @@ TEST_F(ConsoleViewers, WhoComeLateSeeTheNewest) {
 }
 
 TEST_F(ConsoleViewers, TheFirstThatSendsWrites) {
-  const Descriptor reader = viewer();
-  const Descriptor writer = viewer();
+  const rt::Descriptor reader = viewer();
+  const rt::Descriptor writer = viewer();
   type(writer, "root\r\x03");
   EXPECT_EQ(guestReads(), "root\r\x03");
   EXPECT_EQ(seen(writer), "");
@@ -111,8 +111,8 @@ TEST_F(ConsoleViewers, TheFirstThatSendsWrites) {
 }
 
 TEST_F(ConsoleViewers, TheSecondThatSendsIsToldOnceThatItReads) {
-  const Descriptor writer = viewer();
-  const Descriptor other = viewer();
+  const rt::Descriptor writer = viewer();
+  const rt::Descriptor other = viewer();
   type(writer, "a");
   type(other, "b");
   type(other, "c");
@@ -123,8 +123,8 @@ TEST_F(ConsoleViewers, TheSecondThatSendsIsToldOnceThatItReads) {
 }
 
 TEST_F(ConsoleViewers, AnotherMayWriteOnceTheWriterIsGone) {
-  Descriptor writer = viewer();
-  const Descriptor other = viewer();
+  rt::Descriptor writer = viewer();
+  const rt::Descriptor other = viewer();
   type(writer, "a");
   type(other, "b");
   writer.reset();
@@ -134,26 +134,26 @@ TEST_F(ConsoleViewers, AnotherMayWriteOnceTheWriterIsGone) {
 }
 
 TEST_F(ConsoleViewers, WhoAskToViewNeverWrite) {
-  const Descriptor reader = viewer();
+  const rt::Descriptor reader = viewer();
   type(reader, "view\nroot\r");
   type(reader, "root\r");
   EXPECT_EQ(guestReads(), "");
   EXPECT_EQ(seen(reader), "");
-  const Descriptor writer = viewer();
+  const rt::Descriptor writer = viewer();
   type(writer, "a");
   EXPECT_EQ(guestReads(), "a");
 }
 
 TEST_F(ConsoleViewers, MayTypeTheWordView) {
-  const Descriptor writer = viewer();
+  const rt::Descriptor writer = viewer();
   for (const char* const key : {"v", "i", "e", "w", "\n"}) type(writer, key);
   EXPECT_EQ(guestReads(), "view\n");
 }
 
 TEST_F(ConsoleViewers, TypeBesideTheTerminal) {
-  const Descriptor writer = viewer();
+  const rt::Descriptor writer = viewer();
   type(writer, "a");
-  const Descriptor terminal(open(console->terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const rt::Descriptor terminal(open(console->terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   ASSERT_EQ(write(terminal.number(), "b", 1), 1);
   std::string got;
   for (int i = 0; i < 4'000 && got.size() < 2; ++i) {
@@ -164,8 +164,8 @@ TEST_F(ConsoleViewers, TypeBesideTheTerminal) {
 }
 
 TEST_F(ConsoleViewers, ThatStallAreDroppedAndTheOthersSeeAll) {
-  const Descriptor stalled = viewer();
-  const Descriptor other = viewer();
+  const rt::Descriptor stalled = viewer();
+  const rt::Descriptor other = viewer();
   std::string all;
   for (int i = 0; i < 100; ++i) {
     ASSERT_TRUE(guestWrites(std::string(20'000, static_cast<char>('a' + i % 26))));
@@ -177,19 +177,19 @@ TEST_F(ConsoleViewers, ThatStallAreDroppedAndTheOthersSeeAll) {
 }
 
 TEST_F(ConsoleViewers, AreSoManyAndNoMore) {
-  std::vector<Descriptor> viewers;
+  std::vector<rt::Descriptor> viewers;
   for (size_t i = 0; i < Viewers::mostViewers; ++i) viewers.push_back(viewer());
-  const Descriptor late = viewer();
+  const rt::Descriptor late = viewer();
   EXPECT_THAT(seen(late), HasSubstr("too many viewers"));
   EXPECT_TRUE(isDropped(late));
   viewers.pop_back();
   work();
-  const Descriptor next = viewer();
+  const rt::Descriptor next = viewer();
   EXPECT_FALSE(isDropped(next));
 }
 
 TEST_F(ConsoleViewers, TypeNoFasterThanTheGuestTakes) {
-  const Descriptor writer = viewer();
+  const rt::Descriptor writer = viewer();
   size_t typed = 0;
   for (int i = 0; i < 100'000; ++i) {
     const ssize_t count = write(writer.number(), "0123456789abcdef", 16);
@@ -204,7 +204,7 @@ TEST_F(ConsoleViewers, TypeNoFasterThanTheGuestTakes) {
 
 TEST_F(ConsoleViewers, MayComeAndGo) {
   for (int i = 0; i < 100; ++i) {
-    const Descriptor one = viewer();
+    const rt::Descriptor one = viewer();
     type(one, "x");
     guestWrites("y");
   }

@@ -19,9 +19,9 @@ constexpr mode_t directoryMode = 02750;
 constexpr mode_t fileMode = 0640;
 constexpr mode_t lockMode = 0600;
 
-Descriptor ownDirectory(const Descriptor& in, const char* name, const std::string& path,
-                        gid_t group) {
-  Descriptor made(rt::openOwnDirectory(in.number(), name, directoryMode, group));
+rt::Descriptor ownDirectory(const rt::Descriptor& in, const char* name, const std::string& path,
+                            gid_t group) {
+  rt::Descriptor made(rt::openOwnDirectory(in.number(), name, directoryMode, group));
   if (!made && errno == EPERM) throw Failure("directory " + path + " is another user's: remove it");
   if (!made) throw failureOf("directory " + path + " could not be made");
   return made;
@@ -39,11 +39,11 @@ struct flock keeperRecord(short type) {
 
 VmDirectory::VmDirectory(const std::string& runDir, const std::string& name)
     : path_(runDir + "/vm/" + name) {
-  const Descriptor run(open(runDir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const rt::Descriptor run(open(runDir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat facts {};
   if (!run || fstat(run.number(), &facts) != 0)
     throw failureOf("directory " + runDir + " cannot be used: make it, or set VMAGENT_RUN_DIR");
-  const Descriptor all = ownDirectory(run, "vm", runDir + "/vm", facts.st_gid);
+  const rt::Descriptor all = ownDirectory(run, "vm", runDir + "/vm", facts.st_gid);
   directory_ = ownDirectory(all, name.c_str(), path_, facts.st_gid);
 }
 
@@ -52,7 +52,7 @@ void VmDirectory::lineIs(const char* name, const std::string& text) const {
   const std::string made = std::string(name) + ".new";
   const int directory = directory_.number();
   (void)unlinkat(directory, made.c_str(), 0);
-  const Descriptor out(rt::openOwnFile(directory, made.c_str(), O_WRONLY | O_EXCL, fileMode));
+  const rt::Descriptor out(rt::openOwnFile(directory, made.c_str(), O_WRONLY | O_EXCL, fileMode));
   const std::string line = text + "\n";
   if (out && write(out.number(), line.data(), line.size()) == static_cast<ssize_t>(line.size()))
     (void)renameat(directory, made.c_str(), directory, name);

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/Place.h"
 
 namespace shim {
@@ -33,7 +33,7 @@ class VmDirectory {
   void lineIs(const char* name, const std::string& text) const;
 
   std::string path_;
-  Descriptor directory_;
+  rt::Descriptor directory_;
 };
 
 // A VM's lock, in two halves of one file.
@@ -59,7 +59,7 @@ class VmLock {
   int number() const { return file_.number(); }
 
  private:
-  Descriptor file_;
+  rt::Descriptor file_;
 };
 
 }  // namespace shim

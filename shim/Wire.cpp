@@ -18,8 +18,8 @@ union ControlBuffer {
   char bytes[CMSG_SPACE(sizeof(int) * mostDescriptors)];
 };
 
-Descriptors descriptorsOf(msghdr& message) {
-  Descriptors received;
+rt::Descriptors descriptorsOf(msghdr& message) {
+  rt::Descriptors received;
   for (cmsghdr* part = CMSG_FIRSTHDR(&message); part; part = CMSG_NXTHDR(&message, part)) {
     if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS) continue;
     const size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
@@ -32,7 +32,7 @@ Descriptors descriptorsOf(msghdr& message) {
   return received;
 }
 
-void attach(msghdr& message, ControlBuffer& control, const Descriptors& descriptors) {
+void attach(msghdr& message, ControlBuffer& control, const rt::Descriptors& descriptors) {
   const size_t count = std::min(descriptors.size(), mostDescriptors);
   message.msg_control = control.bytes;
   message.msg_controllen = CMSG_SPACE(sizeof(int) * count);

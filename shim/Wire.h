@@ -11,7 +11,7 @@ namespace shim {
 class Wire {
  public:
   // Owns `socket`, which must not block. Of lines longer than `longest` nothing is passed on.
-  Wire(Descriptor socket, size_t longest) : socket_(std::move(socket)), stream_(longest) {}
+  Wire(rt::Descriptor socket, size_t longest) : socket_(std::move(socket)), stream_(longest) {}
 
   int number() const { return socket_.number(); }
   // The peer has closed, or is out of reach. What it sent before was read.
@@ -33,7 +33,7 @@ class Wire {
  private:
   bool sendFront();
 
-  Descriptor socket_;
+  rt::Descriptor socket_;
   QmpStream stream_;
   std::deque<Message> unsent_;
   size_t unsentBytes_ = 0;

@@ -16,10 +16,10 @@ class WirePair : public testing::Test {
   WirePair() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
-    near = std::make_unique<Wire>(Descriptor(ends[0]), 1024);
-    far = std::make_unique<Wire>(Descriptor(ends[1]), 1024);
+    near = std::make_unique<Wire>(rt::Descriptor(ends[0]), 1024);
+    far = std::make_unique<Wire>(rt::Descriptor(ends[1]), 1024);
   }
-  static Message with(const std::string& text, Descriptor descriptor) {
+  static Message with(const std::string& text, rt::Descriptor descriptor) {
     Message message{text, {}};
     message.descriptors.push_back(std::move(descriptor));
     return message;

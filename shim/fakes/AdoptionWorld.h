@@ -20,7 +20,7 @@ class AdoptionWorld : public ShimWorld {
   // What is left of a test that failed.
   ~AdoptionWorld() override {
     daemons.clear();
-    for (const Descriptor& shim : shims)
+    for (const rt::Descriptor& shim : shims)
       syscall(SYS_pidfd_send_signal, shim.number(), SIGKILL, 0, 0);
   }
 
@@ -50,12 +50,12 @@ class AdoptionWorld : public ShimWorld {
   // Nothing runs, and nothing lies about that only a guest has.
   void expectNothingLeft() const {
     EXPECT_TRUE(comeToBe(0, folder.path()));
-    for (const Descriptor& shim : shims) EXPECT_TRUE(becomesReadable(shim.number()));
+    for (const rt::Descriptor& shim : shims) EXPECT_TRUE(becomesReadable(shim.number()));
   }
 
   Listener listener = Listener::handedOver;  // of daemons to come
   std::vector<std::unique_ptr<DaemonProcess>> daemons;
-  std::vector<Descriptor> shims;  // all that were started, as processes
+  std::vector<rt::Descriptor> shims;  // all that were started, as processes
 };
 
 }  // namespace shim::fakes

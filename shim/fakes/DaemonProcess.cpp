@@ -23,7 +23,7 @@ void report(int to, int value) {
   if (write(to, &value, sizeof value) != sizeof value) _exit(EXIT_FAILURE);
 }
 
-int reported(const Descriptor& from) {
+int reported(const rt::Descriptor& from) {
   int value = -1;
   if (!becomesReadable(from.number())) return -1;
   return read(from.number(), &value, sizeof value) == sizeof value ? value : -1;
@@ -42,7 +42,7 @@ DaemonProcess::DaemonProcess(const std::string& program, const std::vector<std::
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     close(ends[0]);
     unlink(monitorPath.c_str());
-    Descriptor listening;
+    rt::Descriptor listening;
     auto told = environment;
     if (listener == Listener::handedOver) {
       listening = listenerAt(monitorPath);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim::fakes {
 
@@ -37,7 +37,7 @@ class DaemonProcess {
  private:
   pid_t pid_ = 0;
   pid_t shim_ = 0;
-  Descriptor reports_;
+  rt::Descriptor reports_;
 };
 
 // The processes that run QEMU and have a file open whose path has that text.

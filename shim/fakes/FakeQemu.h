@@ -43,7 +43,7 @@ class FakeQemu {
   bool hasQuit() const { return quit_; }
   size_t descriptorsHeld() const { return descriptors_.size(); }
   // Who looks at the guest's screen.
-  Descriptors& viewers() { return viewers_; }
+  rt::Descriptors& viewers() { return viewers_; }
 
   // The next request of that name is refused with these words.
   void refusalIs(const std::string& execute, const std::string& words) {
@@ -69,8 +69,8 @@ class FakeQemu {
   std::map<std::string, std::string> hubByPort_;  // of other ports
   std::set<std::string> stuck_;
   std::set<std::string> down_;
-  std::map<std::string, Descriptors> descriptors_;
-  Descriptors viewers_;
+  std::map<std::string, rt::Descriptors> descriptors_;
+  rt::Descriptors viewers_;
   std::map<std::string, std::string> refusals_;
   std::deque<Message> waiting_;
   std::vector<std::string> asked_;

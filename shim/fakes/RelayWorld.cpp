@@ -32,14 +32,14 @@ void RelayWorld::begin() {
   heard();
 }
 
-std::vector<std::string> RelayWorld::ask(const std::string& line, Descriptors descriptors) {
+std::vector<std::string> RelayWorld::ask(const std::string& line, rt::Descriptors descriptors) {
   perform(relay.agentSays(now, {line, std::move(descriptors)}));
   return heard();
 }
 
 std::vector<std::string> RelayWorld::attach(const std::string& card, const std::string& netdev) {
   const char* const host = netdev.c_str();
-  Descriptors descriptors;
+  rt::Descriptors descriptors;
   descriptors.emplace_back(dup(STDERR_FILENO));
   std::vector<std::string> all =
       ask(text(R"({ "execute": "getfd","arguments": {"fdname": "fd-%s"},"id": "getfd" })", host),

@@ -22,12 +22,12 @@ class RelayWorld {
   // Another agent is to take this one's place, with names of its own for the cards.
   void adopt(const std::map<std::string, std::string>& names) { perform(relay.adopt(now, names)); }
   // The agent sends that line; what it hears until QEMU has nothing more to say.
-  std::vector<std::string> ask(const std::string& line, Descriptors descriptors = {});
+  std::vector<std::string> ask(const std::string& line, rt::Descriptors descriptors = {});
   // The literal requests of a card's attachment and detachment; what the agent hears.
   std::vector<std::string> attach(const std::string& card, const std::string& netdev);
   std::vector<std::string> detach(const std::string& netdev);
   // Somebody wants to see the guest's screen, if the relay takes one now.
-  void addViewer(Descriptor viewer) {
+  void addViewer(rt::Descriptor viewer) {
     if (relay.takesViewer()) perform(relay.addViewer(now, std::move(viewer)));
   }
   // QEMU says what nobody asked for.
@@ -59,8 +59,8 @@ struct Probe {
   Probe();
   bool isClosed() const;
 
-  Descriptor given;
-  Descriptor kept;
+  rt::Descriptor given;
+  rt::Descriptor kept;
 };
 
 }  // namespace shim::fakes

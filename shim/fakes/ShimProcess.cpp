@@ -73,8 +73,8 @@ std::vector<std::string> agentArguments(const std::string& name, const std::stri
   return words;
 }
 
-Descriptor listenerAt(const std::string& path) {
-  Descriptor listener(::socket(AF_UNIX, SOCK_STREAM, 0));
+rt::Descriptor listenerAt(const std::string& path) {
+  rt::Descriptor listener(::socket(AF_UNIX, SOCK_STREAM, 0));
   const sockaddr_un address = addressOf(path);
   if (bind(listener.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
       chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 || listen(listener.number(), 1) != 0)
@@ -146,7 +146,7 @@ std::string AgentClient::line() {
 }
 
 std::string AgentClient::ask(const std::string& request, int descriptor) {
-  Wire wire(Descriptor(dup(socket_.number())), 0);
+  Wire wire(rt::Descriptor(dup(socket_.number())), 0);
   Message message{request + "\n", {}};
   if (descriptor >= 0) message.descriptors.emplace_back(dup(descriptor));
   wire.send(std::move(message));
@@ -189,7 +189,7 @@ std::string AgentClient::console() {
   return at == std::string::npos ? "" : answer.substr(at + 4, answer.find('"', at) - at - 4);
 }
 
-std::string readUntil(const Descriptor& from, const std::string& wanted) {
+std::string readUntil(const rt::Descriptor& from, const std::string& wanted) {
   std::string got;
   while (got.find(wanted) == std::string::npos && becomesReadable(from.number())) {
     char bytes[4096];
@@ -208,7 +208,7 @@ bool becomesReadable(int number, int milliseconds) {
 bool signalProcess(pid_t pid, int number) { return pid > 1 && kill(pid, number) == 0; }
 
 bool ends(pid_t pid) {
-  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  const rt::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   return !process ? errno == ESRCH : becomesReadable(process.number());
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace shim::fakes {
 
@@ -20,7 +20,7 @@ std::vector<std::string> agentArguments(const std::string& name, const std::stri
                                         const std::string& disk, int cards = 0);
 
 // A socket that listens there and is inherited, as a daemon has it for the shim that it starts.
-Descriptor listenerAt(const std::string& path);
+rt::Descriptor listenerAt(const std::string& path);
 
 // A shim, started as the agent starts its QEMU: it inherits one end of a pipe, and the end of the
 // pipe tells of its end. Killed with this.
@@ -37,7 +37,7 @@ class ShimProcess {
   pid_t qemu() const;
   void signal(int number) const;
   // The pipe's end: the shim has closed it.
-  const Descriptor& pipe() const { return pipe_; }
+  const rt::Descriptor& pipe() const { return pipe_; }
   // Its wait status, once the pipe has ended; -1 when that takes too long.
   int wait();
   // What it wrote on its standard error, after wait().
@@ -45,8 +45,8 @@ class ShimProcess {
 
  private:
   pid_t pid_ = 0;
-  Descriptor pipe_;
-  Descriptor errors_;
+  rt::Descriptor pipe_;
+  rt::Descriptor errors_;
 };
 
 // An agent's side of a monitor session.
@@ -66,15 +66,15 @@ class AgentClient {
   std::vector<std::string> detach(int card);
   // The console's path, as query-chardev tells it.
   std::string console();
-  const Descriptor& socket() const { return socket_; }
+  const rt::Descriptor& socket() const { return socket_; }
 
  private:
-  Descriptor socket_;
+  rt::Descriptor socket_;
   std::string unread_;
 };
 
 // Reads from the descriptor until `wanted` is among what came; all that came.
-std::string readUntil(const Descriptor& from, const std::string& wanted);
+std::string readUntil(const rt::Descriptor& from, const std::string& wanted);
 // Whether the descriptor becomes readable, or its stream ends, in time.
 bool becomesReadable(int number, int milliseconds = amplePatience);
 // Signals that process. A number that is none of a process signals nobody (to kill() it would mean

@@ -28,7 +28,7 @@ class LineClient {
   explicit LineClient(const std::string& path) : connection_(connectionTo(path)) {}
 
   bool isConnected() const { return static_cast<bool>(connection_); }
-  const Descriptor& socket() const { return connection_; }
+  const rt::Descriptor& socket() const { return connection_; }
   void send(const std::string& bytes) const {
     for (size_t at = 0; at < bytes.size();) {
       const ssize_t count = write(connection_.number(), bytes.data() + at, bytes.size() - at);
@@ -56,7 +56,7 @@ class LineClient {
   }
 
  private:
-  Descriptor connection_;
+  rt::Descriptor connection_;
   std::string unread_;
 };
 
@@ -84,8 +84,8 @@ class ShimWorld : public testing::Test {
   }
   std::string monitor() const { return folder / "guest0.monitor"; }
   std::string file(const std::string& name) const { return folder / ("vm/guest0/" + name); }
-  static Descriptor openTerminal(const std::string& path) {
-    return Descriptor(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  static rt::Descriptor openTerminal(const std::string& path) {
+    return rt::Descriptor(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   }
 
   const TestFolder folder;

@@ -13,7 +13,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "tests/system/DaemonFixture.h"
 #include "tests/system/PrivateMounts.h"
 
@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using shim::Descriptor;
+using rt::Descriptor;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 
 namespace host::fakes {
 
@@ -23,7 +23,7 @@ class DeadFileSystem {
 
  private:
   const std::string path_;
-  shim::Descriptor kernel_;
+  rt::Descriptor kernel_;
 };
 
 }  // namespace host::fakes

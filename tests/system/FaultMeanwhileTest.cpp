@@ -10,7 +10,7 @@
 
 #include "host/guests/ShimClient.h"
 #include "host/service/MonitorListener.h"
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "shim/ListeningSocket.h"
 #include "shim/VmDirectory.h"
 #include "tests/system/FaultWorld.h"
@@ -215,9 +215,9 @@ TEST_F(Files, HeldByStrangersAreToldOfAndNoStrangerIsHarmedAndNoOtherVm) {
     shim::ListeningSocket socket(world.directory("web3") + "/shim.sock", "control");
     std::ofstream(world.directory("web1") + "/problem") << getpid();
     for (const char* vm : {"web1", "web2", "web3"}) ASSERT_EQ(world.addGuest(vm).status, 0);
-    std::vector<shim::Descriptor> clients;
+    std::vector<rt::Descriptor> clients;
     ASSERT_TRUE(waitUntil([&] {
-      if (shim::Descriptor client = socket.accept()) {
+      if (rt::Descriptor client = socket.accept()) {
         // One that only looked whether somebody listens has hung up by now.
         (void)send(client.number(), "{\"shim\":7,\"vm\":\"web3\",\"pid\":4711}\n", 35,
                    MSG_NOSIGNAL);
@@ -262,7 +262,7 @@ TEST_F(Files, HearAStopInTheWordsOfVersion1) {
   fs::create_directories(world.directory("web1"));
   shim::ListeningSocket socket(world.directory("web1") + "/shim.sock", "control");
   ASSERT_TRUE(askShimToStop(rt::String(world.runDir), "web1", "1"));
-  const shim::Descriptor daemon = socket.accept();
+  const rt::Descriptor daemon = socket.accept();
   char bytes[256];
   const ssize_t count = read(daemon.number(), bytes, sizeof bytes);
   ASSERT_GT(count, 0);

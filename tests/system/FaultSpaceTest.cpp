@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "tests/system/FaultWorld.h"
 
 namespace host::fakes {
@@ -37,7 +37,7 @@ class SmallDisk {
   }
 
   void fill() const {
-    const shim::Descriptor file(open(filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const rt::Descriptor file(open(filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     const std::string block(4096, 'x');
     while (write(file.number(), block.data(), block.size()) > 0) {
     }

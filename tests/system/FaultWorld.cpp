@@ -104,7 +104,7 @@ pid_t FaultWorld::qemu(const std::string& vm) {
 }
 
 pid_t FaultWorld::keeper(const std::string& vm) const {
-  const shim::Descriptor client = shim::connectionTo(directory(vm) + "/shim.sock");
+  const rt::Descriptor client = shim::connectionTo(directory(vm) + "/shim.sock");
   if (!client) return 0;
   std::string greeting;
   waitUntil([&] {

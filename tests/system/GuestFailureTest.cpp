@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "tests/system/GuestFixture.h"
 #include "tests/system/PrivateMounts.h"
 
@@ -93,7 +93,7 @@ TEST_F(QemuThatFails, ForACardThatItHasNotIsShownStoppedWithTheCauseAndLeavesNot
 }
 
 TEST_F(QemuThatFails, ForAScreenPortInUseIsShownStoppedWithTheCauseAndLeavesNothing) {
-  const shim::Descriptor holder(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const rt::Descriptor holder(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(5901);
@@ -113,7 +113,7 @@ TEST_F(QemuThatFails, ForADiskThatAnotherHasIsShownStoppedWithTheCauseAndLeavesN
   start();
   // As another QEMU locks it, which is no VM's.
   std::filesystem::copy_file(BOOTSECTOR, "/var/run/web1.img");
-  const shim::Descriptor disk(open("/var/run/web1.img", O_RDWR | O_CLOEXEC));
+  const rt::Descriptor disk(open("/var/run/web1.img", O_RDWR | O_CLOEXEC));
   struct flock noOtherWriter {};
   noOtherWriter.l_type = F_RDLCK;
   noOtherWriter.l_start = 201;

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "shim/Descriptor.h"
+#include "runtime/base/Descriptor.h"
 #include "tests/system/GuestFixture.h"
 #include "tests/system/PrivateMounts.h"
 
@@ -196,7 +196,7 @@ class Stranger {
   }
 
  private:
-  shim::Descriptor socket_;
+  rt::Descriptor socket_;
   bool isConnected_ = false;
 };
 

@@ -39,7 +39,7 @@ TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
     path = agent.console();
     qemu = qemusOfOurs().at(0);
   }
-  const Descriptor terminal = openTerminal(path);
+  const rt::Descriptor terminal = openTerminal(path);
   readUntil(terminal, "BOOTSECTOR READY\r\n");
   first.kill();
   ASSERT_EQ(write(terminal.number(), "p", 1), 1);
@@ -103,7 +103,7 @@ TEST_F(ShimAdoption, TellsTheNewDaemonOfTheGuestsEnd) {
   DaemonProcess& second = daemon();
   AgentClient agent(monitor());
   agent.bringUp();
-  const Descriptor terminal = openTerminal(agent.console());
+  const rt::Descriptor terminal = openTerminal(agent.console());
   readUntil(terminal, "BOOTSECTOR READY\r\n");
   ASSERT_EQ(write(terminal.number(), "\x04", 1), 1);
   EXPECT_EQ(exited(second.shimStatus()), 0);
@@ -278,7 +278,7 @@ TEST_F(ShimAdoption, IsNotAskedOfAShimOfAnotherVersion) {
   ListeningSocket socket(file("shim.sock"), "control");
   fakes::ShimProcess shim(VMAGENT_SHIM, arguments(), environment());
   ASSERT_TRUE(fakes::becomesReadable(socket.number()));
-  const Descriptor client = socket.accept();
+  const rt::Descriptor client = socket.accept();
   const std::string greeting = R"({"shim":2,"vm":"guest0","pid":77,"qemu":78,"state":"running"})";
   ASSERT_GT(write(client.number(), (greeting + "\n").c_str(), greeting.size() + 1), 0);
   EXPECT_EQ(exited(shim.wait()), 1);
@@ -314,7 +314,7 @@ class ShimAdoptionCards : public ShimAdoption {
 TEST_F(ShimAdoptionCards, AreFreeForTheNewAgent) {
   DaemonProcess& first = daemon(2);
   const char mac[] = "\x52\x54\x00\x12\x34\x56";
-  const Descriptor tap(
+  const rt::Descriptor tap(
       netlink::setupMacvtap("low0", mac, [] { Vm::fakes::makeTapNode("macvtap0"); }).fd);
   ASSERT_TRUE(tap);
   {

@@ -46,7 +46,7 @@ TEST_F(ShimCards, AreAttachedAndDetachedAgainAndAgain) {
   AgentClient agent(monitor());
   agent.bringUp();
   const char mac[] = "\x52\x54\x00\x12\x34\x56";
-  const Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
+  const rt::Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
   ASSERT_TRUE(tap);
   for (int round = 0; round < 3; ++round) {
     EXPECT_THAT(agent.attach(0, tap.number()), testing::Each(HasSubstr(R"("return": {})")));
@@ -65,7 +65,7 @@ TEST_F(ShimCards, AreNotBoundTwiceWhichWouldEndQemu) {
   AgentClient agent(monitor());
   agent.bringUp();
   const char mac[] = "\x52\x54\x00\x12\x34\x56";
-  const Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
+  const rt::Descriptor tap(netlink::setupMacvtap("low0", mac, makeNode).fd);
   ASSERT_TRUE(tap);
   agent.attach(0, tap.number());
   EXPECT_THAT(agent.ask(R"({ "execute": "netdev_set","arguments": {"nicid": "net1","netdevid": )"

@@ -28,7 +28,7 @@ done)";
 
 class ShimConsole : public fakes::ShimWorld {};
 
-bool hangsUp(const Descriptor& connection) {
+bool hangsUp(const rt::Descriptor& connection) {
   pollfd polled{connection.number(), 0, 0};
   return poll(&polled, 1, fakes::amplePatience) == 1 && (polled.revents & POLLHUP) != 0;
 }

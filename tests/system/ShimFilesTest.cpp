@@ -276,18 +276,18 @@ class Encounter {
 
  private:
   void act(const Peer& peer) {
-    if (Descriptor client = socket_->accept()) {
+    if (rt::Descriptor client = socket_->accept()) {
       (void)!write(client.number(), peer.says.data(), peer.says.size());
       if (peer.repeats != "-") clients_.push_back(std::move(client));
     }
-    for (const Descriptor& client : clients_)
+    for (const rt::Descriptor& client : clients_)
       (void)!send(client.number(), peer.repeats.data(), peer.repeats.size(), MSG_NOSIGNAL);
     (void)poll(nullptr, 0, 20);
   }
 
   const fakes::TestFolder folder_;
   std::unique_ptr<ListeningSocket> socket_;  // the stranger's, and what follows
-  Descriptors clients_;
+  rt::Descriptors clients_;
   std::unique_ptr<Stranger> stranger_;
   std::unique_ptr<fakes::ShimProcess> shim_;
 };

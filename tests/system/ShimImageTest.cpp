@@ -40,7 +40,7 @@ class ShimImage : public fakes::ShimWorld {
   }
   // Writes into the image as its guest may.
   void write(std::string_view bytes) const {
-    const Descriptor disk(open((folder / "disk.img").c_str(), O_WRONLY | O_CLOEXEC));
+    const rt::Descriptor disk(open((folder / "disk.img").c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_EQ(pwrite(disk.number(), bytes.data(), bytes.size(), 0),
               static_cast<ssize_t>(bytes.size()));
   }

@@ -55,7 +55,7 @@ class ShimListener : public fakes::AdoptionWorld {
     return lstat(monitor().c_str(), &found) == 0 ? found.st_ino : 0;
   }
 
-  Descriptor handed;
+  rt::Descriptor handed;
   std::unique_ptr<AgentClient> agent;
 };
 
@@ -134,8 +134,8 @@ TEST_F(ShimListener, OfAShimThatIsKilledHangsUp) {
 TEST_F(ShimListener, ThatIsNoneIsReplacedByOneOfTheShimsOwn) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  const Descriptor reading(ends[0]);
-  const Descriptor writing(ends[1]);
+  const rt::Descriptor reading(ends[0]);
+  const rt::Descriptor writing(ends[1]);
   for (const int number : {writing.number(), 77}) {
     auto told = environment();
     told["VMAGENT_LISTENER"] = std::to_string(number);
@@ -239,7 +239,7 @@ class ShimListenerPlayed : public ShimListener {
     adoption = next();
   }
 
-  void say(const std::string& line, Descriptors descriptors = {}) const {
+  void say(const std::string& line, rt::Descriptors descriptors = {}) const {
     wire->send({line + "\n", std::move(descriptors)});
   }
   Message next() {
@@ -252,7 +252,7 @@ class ShimListenerPlayed : public ShimListener {
   }
 
   std::unique_ptr<VmLock> lock;
-  Descriptor kept;  // by the daemon, until it knows of the stand-in's end
+  rt::Descriptor kept;  // by the daemon, until it knows of the stand-in's end
   std::unique_ptr<ListeningSocket> socket;
   std::unique_ptr<ShimProcess> standIn;
   std::unique_ptr<Wire> wire;
@@ -271,7 +271,7 @@ TEST_F(ShimListenerPlayed, IsLetGoOfForAShimThatHandsNothingBack) {
 
 TEST_F(ShimListenerPlayed, StaysWithTheStandInThoughTheGuestIsToldToEnd) {
   ASSERT_THAT(adoption.descriptors, SizeIs(2));
-  Descriptors back;
+  rt::Descriptors back;
   back.push_back(std::move(adoption.descriptors.back()));
   say(R"({"return":{}})", std::move(back));
   adoption.descriptors.clear();

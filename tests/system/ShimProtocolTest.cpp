@@ -64,8 +64,8 @@ std::string listOf(const std::vector<std::string>& words) {
   return text.get();
 }
 
-Descriptor processOf(pid_t pid) {
-  return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+rt::Descriptor processOf(pid_t pid) {
+  return rt::Descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
 }
 
 class ShimProtocol1 : public fakes::AdoptionWorld {

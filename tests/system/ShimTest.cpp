@@ -63,7 +63,7 @@ TEST_F(Shim, OffersTheConsoleAtAPtyAndKeepsItsLog) {
   agent.bringUp();
   const std::string path = agent.console();
   EXPECT_THAT(path, StartsWith("/dev/pts/"));
-  const Descriptor terminal = openTerminal(path);
+  const rt::Descriptor terminal = openTerminal(path);
   EXPECT_THAT(readUntil(terminal, "BOOTSECTOR READY\r\n"), HasSubstr("BOOTSECTOR READY\r\n"));
   ASSERT_EQ(write(terminal.number(), "hello", 5), 5);
   EXPECT_THAT(readUntil(terminal, "hello"), HasSubstr("hello"));
@@ -87,8 +87,8 @@ TEST_F(Shim, ShowsTheScreenOnASocketOnceQemuCanAndAsLongAsItRuns) {
   ShimProcess shim(VMAGENT_SHIM, words, environment(late));
   const AgentClient agent(monitor());
   ASSERT_TRUE(comesToHold(file("shim.log"), "-vnc none"));
-  const Descriptor early = connectionTo(file("vnc.sock"));
-  const Descriptor second = connectionTo(file("vnc.sock"));
+  const rt::Descriptor early = connectionTo(file("vnc.sock"));
+  const rt::Descriptor second = connectionTo(file("vnc.sock"));
   EXPECT_EQ(readUntil(early, "\n"), "RFB 003.008\n");
   EXPECT_EQ(readUntil(second, "\n"), "RFB 003.008\n");
   shim.signal(SIGTERM);
@@ -125,7 +125,7 @@ TEST_F(Shim, GoesOnThoughItMayOpenFewerDescriptorsThanItHas) {
   const rlimit one{1, 1};
   ASSERT_EQ(prlimit(shim->pid(), RLIMIT_NOFILE, &one, nullptr), 0);
   for (int i = 0; i < 2; ++i) EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
-  const Descriptor refused = connectionTo(file("shim.sock"));
+  const rt::Descriptor refused = connectionTo(file("shim.sock"));
   EXPECT_THAT(agent.ask(queryStatus), HasSubstr(R"("running": true)"));
   shim->signal(SIGTERM);
   EXPECT_EQ(exited(shim->wait()), 0) << shim->errors();
@@ -163,7 +163,7 @@ TEST_F(Shim, SleepsWhileNothingHappens) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  const Descriptor terminal = openTerminal(agent.console());
+  const rt::Descriptor terminal = openTerminal(agent.console());
   readUntil(terminal, "BOOTSECTOR READY\r\n.\r\n");
   agent.ask(queryStatus);
   const auto switches = [&] {
@@ -187,7 +187,7 @@ TEST_F(Shim, EndsAsItsGuestPowersOff) {
   const auto shim = start();
   AgentClient agent(monitor());
   agent.bringUp();
-  const Descriptor terminal = openTerminal(agent.console());
+  const rt::Descriptor terminal = openTerminal(agent.console());
   readUntil(terminal, "BOOTSECTOR READY\r\n");
   ASSERT_EQ(write(terminal.number(), "\x04", 1), 1);
   EXPECT_EQ(exited(shim->wait()), 0);
@@ -223,8 +223,8 @@ TEST_F(Shim, TellsTheAgentOfTheEndBeforeItHangsUp) {
 TEST_F(Shim, ThatFailsEndsThoughNobodyReadsItsStandardError) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const Descriptor reading(ends[0]);
-  const Descriptor writing(ends[1]);
+  const rt::Descriptor reading(ends[0]);
+  const rt::Descriptor writing(ends[1]);
   fcntl(writing.number(), F_SETFL, O_NONBLOCK);
   while (write(writing.number(), "xxxx", 4) > 0) {
   }
@@ -235,7 +235,7 @@ TEST_F(Shim, ThatFailsEndsThoughNobodyReadsItsStandardError) {
     execl(VMAGENT_SHIM, "vmagent-shim", nullptr);
     _exit(127);
   }
-  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, shim, 0)));
+  const rt::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, shim, 0)));
   const bool hasEnded = becomesReadable(process.number());
   EXPECT_TRUE(hasEnded);
   if (!hasEnded) fakes::signalProcess(shim, SIGKILL);
@@ -272,7 +272,7 @@ TEST_F(Shim, EndsWithTheStatusOfItsQemu) {
 
 TEST_F(Shim, SaysWhyQemuFailedAtOnce) {
   // As another QEMU locks it.
-  const Descriptor disk(open((folder / "disk.img").c_str(), O_RDWR | O_CLOEXEC));
+  const rt::Descriptor disk(open((folder / "disk.img").c_str(), O_RDWR | O_CLOEXEC));
   struct flock noOtherWriter {};
   noOtherWriter.l_type = F_RDLCK;
   noOtherWriter.l_start = 201;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-namespace shim {
+namespace rt {
 
 // Owns a descriptor: closes it once. Without one, its number is -1.
 class Descriptor {
@@ -39,4 +39,4 @@ inline Descriptor copyOf(const Descriptor& descriptor) {
 
 using Descriptors = std::vector<Descriptor>;
 
-}  // namespace shim
+}  // namespace rt
