@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <ostream>
 
-#include "ctl/Exit.h"
-#include "ctl/Fields.h"
-#include "ctl/Json.h"
-#include "ctl/OutputBuffer.h"
-#include "ctl/Table.h"
+#include "ctl/line/Exit.h"
+#include "ctl/line/Fields.h"
+#include "ctl/line/Json.h"
+#include "ctl/line/Table.h"
+#include "ctl/machine/OutputBuffer.h"
 
 namespace ctl {
 namespace {

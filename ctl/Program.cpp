@@ -1,6 +1,6 @@
 #include "ctl/Program.h"
 
-#include "ctl/Verbs.h"
+#include "ctl/verbs/Verbs.h"
 
 namespace ctl {
 

@@ -3,8 +3,8 @@
 
 #include <span>
 
-#include "ctl/Exit.h"
-#include "ctl/World.h"
+#include "ctl/line/Exit.h"
+#include "ctl/machine/World.h"
 
 namespace ctl {
 

@@ -1,6 +1,6 @@
 // What all verbs have in common: usage, help, directories, a database in trouble.
-#include "ctl/Verbs.h"
 #include "ctl/fakes/VmctlFixture.h"
+#include "ctl/verbs/Verbs.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace ctl {

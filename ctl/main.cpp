@@ -16,10 +16,10 @@
 #include <limits>
 #include <vector>
 
-#include "ctl/LinuxMachine.h"
-#include "ctl/OutputBuffer.h"
 #include "ctl/Program.h"
-#include "ctl/TemporaryFile.h"
+#include "ctl/machine/LinuxMachine.h"
+#include "ctl/machine/OutputBuffer.h"
+#include "ctl/machine/TemporaryFile.h"
 #include "edge/ImageLook.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"

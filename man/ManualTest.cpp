@@ -8,7 +8,7 @@
 #include <set>
 #include <string>
 
-#include "ctl/Verbs.h"
+#include "ctl/verbs/Verbs.h"
 #include "edge/VmConfigCheck.h"
 #include "host/Options.h"
 #include "runtime/records/VmConfig.h"

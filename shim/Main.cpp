@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "shim/Failure.h"
-#include "shim/Keeper.h"
-#include "shim/QemuProcess.h"
-#include "shim/StandIn.h"
+#include "shim/keep/Failure.h"
+#include "shim/keep/Keeper.h"
+#include "shim/keep/QemuProcess.h"
+#include "shim/keep/StandIn.h"
 
 namespace {
 

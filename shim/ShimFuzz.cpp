@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "shim/Arguments.h"
-#include "shim/ControlText.h"
+#include "shim/decide/Arguments.h"
+#include "shim/decide/ControlText.h"
 #include "shim/fakes/RelayWorld.h"
 
 namespace shim {

@@ -23,14 +23,20 @@ ALLOWED = {
     "statedb": ["runtime"],
     "guest": [],
     "edge": ["runtime/records", "guest"],
-    "ctl": ["statedb", "edge"],
+    "ctl/machine": ["statedb", "edge"],
+    "ctl/line": ["ctl/machine"],
+    "ctl/view": ["ctl/line"],
+    "ctl/verbs": ["ctl/view"],
+    "ctl": ["ctl/verbs"],
     "host/base": ["runtime"],
     "host/database": ["host/base", "statedb", "edge"],
     "host/guests": ["host/database"],
     "host/network": ["host/guests", "netlink"],
     "host/service": ["host/base", "netlink"],
     "host": ["host/network", "host/service", "Vm"],
-    "shim": ["runtime/base", "guest"],
+    "shim/decide": ["runtime/base", "guest"],
+    "shim/keep": ["shim/decide"],
+    "shim": ["shim/keep"],
     "sim/base": [],
     "sim/fiber": ["sim/base"],
     "sim/kernel": ["sim/fiber"],
@@ -45,6 +51,12 @@ TEST_ENDINGS = ("Test.cpp", "Bench.cpp", "Fuzz.cpp")
 
 # It stands for a whole machine in tests, and has layers of its own.
 SIMULATOR = "sim"
+
+# Deciders: they may include what C++ brings, and of the system only names of types and of values.
+PURE = ("shim/decide",)
+NAMES_OF_THE_SYSTEM = ("sys/types.h", "sys/wait.h")
+SYSTEM_HEADER = re.compile(r"(?:sys|linux|net|netinet|netlink|asm|arpa)/|(?:dirent|dlfcn|fcntl|grp|poll|"
+                           r"pthread|pty|pwd|sched|signal|spawn|syslog|termios|unistd)\.h$")
 
 # Product code never includes what lies below a folder of this name.
 FAKES = "fakes"
@@ -106,12 +118,21 @@ def includer_findings(path):
     return [f"{path}:1: its folder has no row in tools/include_rules.py: add what it may include"]
 
 
+def check_purity(path, header):
+    """What is wrong with `path` including <header>, or None."""
+    if is_test(path) or folder_of(path) not in PURE or header in NAMES_OF_THE_SYSTEM:
+        return None
+    if not SYSTEM_HEADER.match(header):
+        return None
+    return f"{folder_of(path)} decides and does nothing: <{header}> belongs to who does"
+
+
 def check_include(path, name, quoted, files):
     """What is wrong with `path` including `name`, or None.  `files` are all of ours."""
     if not quoted:
         if name in files:
             return f'<{name}> is ours: write "{name}"'
-        return None
+        return check_purity(path, name)
     if name not in files:
         beside = os.path.normpath(os.path.join(os.path.dirname(path), name))
         if beside in files:

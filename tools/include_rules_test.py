@@ -22,8 +22,9 @@ TREE = {
         "statedb/sqlite/Sqlite.h",
         "edge/Validate.h",
         "host/Host.h",
-        "shim/Relay.h",
-        "ctl/Render.h",
+        "shim/decide/Relay.h",
+        "shim/keep/Wire.h",
+        "ctl/view/Render.h",
         "tests/fakes/Qemu.h",
     )
 }
@@ -78,6 +79,24 @@ class IncludeRules(unittest.TestCase):
         self.refused("ctl/A.cpp", "Vm/VmAgent/VmSm.h", why)
         self.refused("shim/A.cpp", "runtime/entity/Entity.h", why)
         self.refused("runtime/base/A.h", "host/Host.h", "nothing else")
+
+    def test_who_decides_in_the_shim_does_nothing(self):
+        why = "decides and does nothing"
+        for header in ("unistd.h", "fcntl.h", "sys/socket.h", "linux/if_tun.h", "poll.h"):
+            found = findings("shim/decide/A.cpp", f"#include <{header}>\n")
+            self.assertEqual(len(found), 1, header)
+            self.assertIn(why, found[0])
+            self.assertEqual(findings("shim/keep/A.cpp", f"#include <{header}>\n"), [])
+            self.assertEqual(findings("shim/decide/ATest.cpp", f"#include <{header}>\n"), [])
+        for header in ("vector", "sys/types.h", "sys/wait.h", "jansson.h"):
+            self.assertEqual(findings("shim/decide/A.cpp", f"#include <{header}>\n"), [])
+        self.refused("shim/decide/A.cpp", "shim/keep/Wire.h", "it may include")
+        self.allowed("shim/keep/A.cpp", "shim/decide/Relay.h")
+
+    def test_the_command_line_has_an_order(self):
+        self.refused("ctl/machine/A.cpp", "ctl/view/Render.h", "it may include")
+        self.refused("ctl/line/A.cpp", "ctl/view/Render.h", "it may include")
+        self.allowed("ctl/verbs/A.cpp", "ctl/view/Render.h")
 
     def test_the_host_includes_all_but_shim_and_ctl(self):
         for name in TREE:

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "ctl/Machine.h"
+#include "ctl/machine/Machine.h"
 
 namespace ctl::fakes {
 

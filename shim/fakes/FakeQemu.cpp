@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <regex>
 
-#include "shim/Arguments.h"
+#include "shim/decide/Arguments.h"
 
 namespace shim::fakes {
 

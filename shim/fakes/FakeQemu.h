@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "shim/QmpStream.h"
-#include "shim/QmpText.h"
+#include "shim/decide/QmpStream.h"
+#include "shim/decide/QmpText.h"
 
 namespace shim::fakes {
 

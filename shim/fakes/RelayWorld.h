@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "shim/Relay.h"
+#include "shim/decide/Relay.h"
 #include "shim/fakes/FakeQemu.h"
 
 namespace shim::fakes {

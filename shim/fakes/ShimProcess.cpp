@@ -15,8 +15,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "shim/Wire.h"
 #include "shim/fakes/TestFolder.h"
+#include "shim/keep/Wire.h"
 
 namespace shim::fakes {
 

@@ -10,9 +10,9 @@
 #include <memory>
 #include <string>
 
-#include "shim/ListeningSocket.h"
 #include "shim/fakes/ShimProcess.h"
 #include "shim/fakes/TestFolder.h"
+#include "shim/keep/ListeningSocket.h"
 
 namespace shim::fakes {
 

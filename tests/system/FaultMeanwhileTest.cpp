@@ -11,8 +11,8 @@
 #include "host/guests/ShimClient.h"
 #include "host/service/MonitorListener.h"
 #include "runtime/base/Descriptor.h"
-#include "shim/ListeningSocket.h"
-#include "shim/VmDirectory.h"
+#include "shim/keep/ListeningSocket.h"
+#include "shim/keep/VmDirectory.h"
 #include "tests/system/FaultWorld.h"
 
 namespace host::fakes {

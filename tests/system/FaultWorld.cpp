@@ -13,7 +13,7 @@
 
 #include "host/service/MonitorListener.h"
 #include "runtime/base/Check.h"
-#include "shim/ListeningSocket.h"
+#include "shim/keep/ListeningSocket.h"
 #include "statedb/sqlite/SqliteDb.h"
 #include "tests/system/PrivateMounts.h"
 

@@ -5,8 +5,8 @@
 
 #include "netlink/MacvtapSetup.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "shim/VmDirectory.h"
 #include "shim/fakes/AdoptionWorld.h"
+#include "shim/keep/VmDirectory.h"
 #include "tests/system/KernelSandbox.h"
 
 namespace shim {

@@ -1,9 +1,9 @@
 // How a guest is ended that takes no notice of anything.
 #include <gmock/gmock.h>
 
-#include "shim/Keeper.h"
-#include "shim/StopPlan.h"
+#include "shim/decide/StopPlan.h"
 #include "shim/fakes/ShimWorld.h"
+#include "shim/keep/Keeper.h"
 
 namespace shim {
 namespace {

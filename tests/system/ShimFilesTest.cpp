@@ -9,9 +9,9 @@
 #include <filesystem>
 #include <functional>
 
-#include "shim/Keeper.h"
-#include "shim/VmDirectory.h"
 #include "shim/fakes/AdoptionWorld.h"
+#include "shim/keep/Keeper.h"
+#include "shim/keep/VmDirectory.h"
 
 namespace shim {
 namespace {

@@ -7,9 +7,9 @@
 #include <csignal>
 #include <filesystem>
 
-#include "shim/VmDirectory.h"
-#include "shim/Wire.h"
 #include "shim/fakes/AdoptionWorld.h"
+#include "shim/keep/VmDirectory.h"
+#include "shim/keep/Wire.h"
 
 namespace shim {
 namespace {

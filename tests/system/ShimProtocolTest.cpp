@@ -10,9 +10,9 @@
 #include <fstream>
 #include <map>
 
-#include "shim/VmDirectory.h"
-#include "shim/Wire.h"
 #include "shim/fakes/AdoptionWorld.h"
+#include "shim/keep/VmDirectory.h"
+#include "shim/keep/Wire.h"
 
 namespace shim {
 namespace {

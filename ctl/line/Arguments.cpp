@@ -1,0 +1,161 @@
+#include "ctl/line/Arguments.h"
+
+#include <algorithm>
+
+#include "ctl/line/Exit.h"
+#include "ctl/line/Json.h"
+#include "runtime/base/NearName.h"
+#include "runtime/base/Text.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr double defaultTimeout = 60;  // seconds
+
+constexpr Option options[] = {
+    {"disk", 0, "FILE", "the disk image to boot"},
+    {"format", 0, "FORMAT", "what the disk image is, raw or qcow2; by default what it begins as"},
+    {"memory", 0, "SIZE", "in MiB, or with K, M or G behind it; 256 by default"},
+    {"vnc-port", 0, "PORT", "5900 to 5910, or 0 for no display, the default"},
+    {"nic", 0, "CARD", "a network card: [key=K,]model=M,mac=A,intf=I; may be repeated"},
+    {"enabled", 0, "", "start it at once"},
+    {"key", 0, "KEY", "the card's key; by default nic00, nic01, ... behind those there are"},
+    {"for", 0, "FIELD=VALUE", "what to wait for; may be repeated: all must be so"},
+    {"wait", 0, "", "return when it is done"},
+    {"timeout", 0, "S", "seconds to wait at most; 60 by default"},
+    {"force", 0, "", "although a guest ends by it"},
+    {"all", 0, "", "all VMs that are enabled"},
+    {"device", 0, "DEV", "the kernel device"},
+    {"file", 'f', "FILE", "the document to read; - is standard input"},
+    {"view", 0, "", "look at it only: nothing that is typed reaches the guest"},
+    {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs"},
+    {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
+    {"dry-run", 0, "", "say what would be done and write nothing"},
+    {"prune", 0, "", "remove the VMs that the document does not name"},
+    {"output", 'o', "FORMAT", ""},
+    {"state-dir", 0, "DIR", "where the configuration is; /var/lib/vmagent, or $VMAGENT_STATE_DIR"},
+    {"run-dir", 0, "DIR", "where the status is; /run/vmagent, or $VMAGENT_RUN_DIR"},
+    {"help", 'h', "", "tell how to use it"},
+    {"version", 0, "", "tell the version"},
+};
+
+const Option& longOption(std::string_view name) {
+  if (const Option* const found = optionNamed(name)) return *found;
+  std::vector<std::string_view> names;
+  names.reserve(std::size(options));
+  for (const Option& option : options) names.push_back(option.name);
+  const auto near = rt::nearName(name, names);
+  if (name == "json" || name == "wide")
+    throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) +
+                                   "'; did you mean '-o " + rt::String(name) + "'?");
+  throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) + "'" +
+                                 (near ? "; did you mean '--" + rt::String(*near) + "'?"
+                                       : "; 'vmctl VERB --help' lists those of a verb"));
+}
+
+const Option& shortOption(char letter, std::span<const rt::String> words) {
+  const Option* const found = optionOfLetter(letter, words);
+  if (!found)
+    throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) +
+                                   "'; 'vmctl VERB --help' lists those of a verb");
+  return *found;
+}
+
+}  // namespace
+
+std::span<const Option> allOptions() { return options; }
+
+const Option* optionNamed(std::string_view name) {
+  const auto found = std::find_if(std::begin(options), std::end(options),
+                                  [&](const Option& option) { return option.name == name; });
+  return found == std::end(options) ? nullptr : found;
+}
+
+const Option* optionOfLetter(char letter, std::span<const rt::String> words) {
+  const Option* found = nullptr;
+  for (const Option& option : options) {
+    if (option.letter != letter || letter == 0) continue;
+    if (option.verb.empty())
+      found = &option;
+    else if (!words.empty() && words.front() == option.verb)
+      return &option;
+  }
+  return found;
+}
+
+Arguments::Arguments(std::span<const rt::String> arguments) {
+  bool mayBeOption = true;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const std::string_view word = arguments[i];
+    if (!isUtf8(word))
+      throw Refusal(Exit::usage, rt::format("argument %zu is no UTF-8 text", i + 1));
+    if (!mayBeOption || word.size() < 2 || word[0] != '-') {
+      words_.emplace_back(word);
+      continue;
+    }
+    if (word == "--") {
+      mayBeOption = false;
+      continue;
+    }
+    const bool isLong = word[1] == '-';
+    const size_t equals = isLong ? word.find('=') : std::string_view::npos;
+    const Option& option =
+        isLong ? longOption(word.substr(2, equals - 2)) : shortOption(word[1], words_);
+    const std::string_view shown = word.substr(0, isLong ? equals : 2);
+    const bool isAttached = isLong ? equals != std::string_view::npos : word.size() > 2;
+    const auto takes = [&](const char* what) {
+      return Refusal(Exit::usage, "option '" + rt::String(shown) + "' takes " + what);
+    };
+    if (option.argument.empty()) {
+      if (isAttached) throw takes("no value");
+      add(option, {});
+    } else if (isAttached) {
+      add(option, word.substr(isLong ? equals + 1 : 2));
+    } else {
+      if (++i == arguments.size())
+        throw takes(("a value: " + rt::String(option.argument)).charPtr());
+      add(option, arguments[i]);
+    }
+  }
+}
+
+void Arguments::add(const Option& option, const rt::String& value) {
+  options_.push_back(&option);
+  values_.push_back(value);
+}
+
+void Arguments::wordsDel(size_t count) {
+  words_.erase(words_.begin(), words_.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+bool Arguments::has(std::string_view option) const { return value(option).has_value(); }
+
+std::optional<rt::String> Arguments::value(std::string_view option) const {
+  std::vector<rt::String> all = values(option);
+  if (all.empty()) return std::nullopt;
+  return std::move(all.back());
+}
+
+rt::String Arguments::value(std::string_view option, const rt::String& byDefault) const {
+  return value(option).value_or(byDefault);
+}
+
+std::vector<rt::String> Arguments::values(std::string_view option) const {
+  std::vector<rt::String> found;
+  for (size_t i = 0; i < options_.size(); ++i)
+    if (options_[i]->name == option) found.push_back(values_[i]);
+  return found;
+}
+
+rt::Seconds Arguments::timeout() const {
+  const auto text = value("timeout");
+  if (!text) return rt::Seconds(defaultTimeout);
+  const auto seconds = rt::fromText<rt::Seconds>(*text);
+  if (!seconds || *seconds < rt::Seconds(0))
+    throw Refusal(Exit::usage,
+                  "--timeout: '" + *text + "' is refused: must be a number of seconds, such as 60");
+  return *seconds;
+}
+
+}  // namespace ctl

@@ -1,0 +1,61 @@
+#include "ctl/line/Synonyms.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr Synonym table[] = {
+    {"create,define,new", "'vmctl add NAME --disk FILE' makes a VM"},
+    {"run,launch", "'vmctl add NAME --disk FILE --enabled' makes a VM and starts it"},
+    {"boot,up,power-on,poweron", "'vmctl enable NAME' starts a VM"},
+    {"autostart", "'vmctl enable NAME' starts a VM, and after each boot of the switch too"},
+    {"shutdown,down,halt,poweroff,power-off",
+     "'vmctl disable NAME' has a guest shut down, and keeps it off"},
+    {"reboot,reset", "'vmctl restart NAME' ends a guest and starts it again"},
+    {"destroy,kill,terminate",
+     "'vmctl disable NAME' ends a guest; 'vmctl remove NAME' deletes its configuration"},
+    {"undefine,delete,del,purge",
+     "'vmctl remove NAME' deletes a VM's configuration; its disk image stays"},
+    {"pause,suspend,freeze", "a guest cannot be paused; 'vmctl disable NAME' switches it off"},
+    {"resume,unpause", "a guest cannot be paused; 'vmctl enable NAME' starts one that is off"},
+    {"ps,vms", "'vmctl list' shows all VMs"},
+    {"get", "'vmctl list' shows all VMs, 'vmctl show NAME' one"},
+    {"info,status,state,describe,inspect,dominfo,domstate,domiflist,domblklist",
+     "'vmctl show NAME' tells all about a VM"},
+    {"top,stats", "what guests use is not shown; 'vmctl list' shows which run"},
+    {"events,monitor", "'vmctl watch' shows changes as they happen"},
+    {"log,journal", "'vmctl logs NAME' shows what a guest wrote on its console"},
+    {"exec,ssh,shell", "'vmctl console NAME' is a guest's serial console"},
+    {"attach", "'vmctl console NAME' is a guest's console, 'vmctl nic add' gives it a card"},
+    {"vnc,display,vncdisplay,screenshot",
+     "'vmctl show NAME' tells where a guest's screen is, for a VNC viewer"},
+    {"attach-interface,attach-device", "'vmctl nic add NAME ...' gives a VM a card"},
+    {"detach,detach-interface,detach-device", "'vmctl nic remove NAME KEY' takes a card away"},
+    {"attach-disk", "a VM has one disk: 'vmctl set NAME diskImage=FILE'"},
+    {"nic list,nic ls,nic show", "'vmctl show NAME' has a VM's cards"},
+    {"nic set,nic edit,nic change", "'vmctl set NAME vnicConfig.KEY.FIELD=VALUE' changes a card"},
+    {"configure,config,modify,change,update,patch",
+     "'vmctl set NAME FIELD=VALUE' changes a VM, and so does 'vmctl edit NAME'"},
+    {"import,load,replace", "'vmctl apply -f FILE' makes what a document says"},
+    {"dumpxml,dump", "'vmctl export' writes all VMs as a document, 'vmctl show NAME -o json' one"},
+    {"diff,plan", "'vmctl apply -f FILE --dry-run' says what would change"},
+    {"backup", "'vmctl export' writes the configuration; docs/operating.md tells how to keep it"},
+    {"rename,mv",
+     "'vmctl show NAME -o json' writes a VM as a document: change its name, remove the VM, and "
+     "'vmctl apply -f FILE'"},
+    {"clone,copy,cp",
+     "'vmctl show NAME -o json' writes a VM as a document: change name, disk and MAC addresses, "
+     "and "
+     "'vmctl apply -f FILE'"},
+    {"snapshot,checkpoint,save",
+     "there are no snapshots: 'vmctl disable NAME --wait', then copy the disk image"},
+    {"migrate,move", "'vmctl export' here and 'vmctl apply' there take over the configuration"},
+    {"network,networks,net,interfaces,iface", "'vmctl interface list' shows the interfaces"},
+    {"check,validate,diagnose", "'vmctl doctor' tells what is wrong with the machine"},
+};
+
+}  // namespace
+
+std::span<const Synonym> synonyms() { return table; }
+
+}  // namespace ctl

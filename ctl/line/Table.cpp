@@ -1,0 +1,109 @@
+#include "ctl/line/Table.h"
+
+#include <algorithm>
+
+#include "runtime/base/VisibleText.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::string_view gap = "  ";
+constexpr std::string_view ellipsis = "...";
+constexpr size_t leastRoom = 12;  // characters; less of a sentence says nothing
+// In characters. A longer cell makes its own line longer, and no other.
+constexpr size_t widestColumn = 64;
+
+bool isContinuation(char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U; }
+
+std::string_view escapeOf(Ink ink) {
+  switch (ink) {
+    case Ink::good:
+      return "\x1b[32m";
+    case Ink::busy:
+      return "\x1b[33m";
+    case Ink::bad:
+      return "\x1b[31m";
+    case Ink::plain:
+      break;
+  }
+  return {};
+}
+
+rt::String shown(const Cell& cell) { return cell.text.empty() ? "-" : visible(cell.text); }
+
+// What is left of the terminal's width behind the other columns; where that is too little to be of
+// use, lines wrap, and nothing needs to be cut.
+size_t roomForLast(const std::vector<size_t>& widths, const TableStyle& style) {
+  size_t used = 0;
+  for (size_t i = 0; i + 1 < widths.size(); ++i) used += widths[i] + gap.size();
+  const bool isCut = style.columns != 0 && used + leastRoom <= style.columns;
+  return isCut ? style.columns - used : std::string::npos;
+}
+
+rt::String coloured(const Cell& cell, const rt::String& text, const TableStyle& style) {
+  return cell.text.empty() ? text : inked(text, cell.ink, style);
+}
+
+}  // namespace
+
+rt::String inked(const rt::String& text, Ink ink, const TableStyle& style) {
+  const std::string_view escape = style.colours ? escapeOf(ink) : std::string_view();
+  return escape.empty() ? text : escape + text + "\x1b[0m";
+}
+
+std::vector<size_t> Table::widths() const {
+  std::vector<size_t> widths = takenWidths_;
+  for (const auto& row : rows_) {
+    widths.resize(row.size());
+    // None for the last column: nothing stands behind it.
+    for (size_t i = 0; i + 1 < row.size(); ++i)
+      if (const size_t own = width(shown(row[i])); own <= widestColumn)
+        widths[i] = std::max(widths[i], own);
+  }
+  return widths;
+}
+
+rt::String Table::takeText(const TableStyle& style) {
+  rt::String out = text(style);
+  takenWidths_ = widths();
+  rows_.clear();
+  return out;
+}
+
+rt::String Table::text(const TableStyle& style) const {
+  const std::vector<size_t> widths = this->widths();
+  const size_t room = roomForLast(widths, style);
+  rt::String out;
+  for (const auto& row : rows_) {
+    for (size_t i = 0; i + 1 < row.size(); ++i) {
+      const rt::String text = shown(row[i]);
+      const size_t missing = widths[i] - std::min(widths[i], width(text));
+      (out += coloured(row[i], text, style)) += std::string(missing, ' ');
+      out += gap;
+    }
+    (out += coloured(row.back(), cut(shown(row.back()), room), style)) += '\n';
+  }
+  return out;
+}
+
+rt::String visible(std::string_view text) { return rt::visibleText(text); }
+
+rt::String cut(const rt::String& text, size_t columns) {
+  if (width(text) <= columns) return text;
+  if (columns <= ellipsis.size()) return ellipsis.substr(0, columns);
+  size_t characters = 0;
+  size_t end = 0;
+  for (; end < text.size(); ++end) {
+    if (isContinuation(text[end])) continue;
+    if (characters++ == columns - ellipsis.size()) break;
+  }
+  return text.substr(0, end) + ellipsis;
+}
+
+size_t width(std::string_view text) {
+  return static_cast<size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(c); }));
+}
+
+}  // namespace ctl

@@ -1,0 +1,60 @@
+// What vmctl asks of the machine it runs on. A test answers instead.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <span>
+
+#include "ctl/machine/ConsoleSession.h"
+#include "ctl/machine/EditedFile.h"
+#include "ctl/machine/Machine.h"
+#include "edge/DiskImage.h"
+#include "edge/VmConfigCheck.h"
+#include "runtime/base/Seconds.h"
+#include "statedb/StateDb.h"
+
+namespace ctl {
+
+struct Directories {
+  rt::String state;
+  rt::String run;
+};
+
+struct World {
+  std::function<statedb::StateDb(const Directories&)> openDb;
+  // Whether a daemon serves that run directory now.
+  std::function<bool(const rt::String& runDir)> ownerIsAlive;
+  std::function<std::optional<rt::String>(const char* name)> environment;
+  // Of a clock that only goes forward.
+  std::function<rt::Seconds()> now;
+  // Returns when one of the descriptors is readable, or the time is over.
+  std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
+  // Returns when one of the descriptors is readable, or when nobody reads `out` any more, which is
+  // bad then.
+  std::function<void(std::span<const int> descriptors)> waitWhileRead;
+  std::function<edge::ImageFacts(const rt::String& path)> imageFacts;
+  // Absolute, or empty when it is not known.
+  std::function<rt::String()> workingDirectory;
+  // A whole file, or with "-" all of standard input; throws rt::ErrnoException.
+  std::function<rt::String(const rt::String& path)> readFile;
+  std::function<std::unique_ptr<EditedFile>(const rt::String& name)> makeEditedFile;
+  // Gives a pty the terminal that standard input is.
+  std::function<ConsoleEnd(const rt::String& pty)> holdConsole;
+  // The same with the socket that a guest's console is shown on.
+  std::function<ConsoleEnd(const rt::String& socket)> joinConsole;
+  // Shows on it what comes from there.
+  std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
+  const Machine& machine;
+  edge::MachineLimits limits;
+
+  std::ostream& out;  // data
+  std::ostream& err;  // talk
+  bool inIsTerminal = false;
+  bool outIsTerminal = false;
+  bool errIsTerminal = false;
+  size_t columns = 80;  // of the terminal that `out` is
+};
+
+}  // namespace ctl

@@ -1,0 +1,130 @@
+#include "ctl/verbs/ApplyPlan.h"
+
+#include <algorithm>
+
+#include "ctl/line/Json.h"
+#include "ctl/verbs/Configuration.h"
+#include "edge/ConfigIndex.h"
+#include "edge/VmConfigCheck.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+using Problems = std::vector<rt::Problem>;
+using Flat = std::map<rt::String, rt::String>;  // path -> value as JSON
+
+void flatten(const JsonValue& value, const rt::String& path, Flat& flat) {
+  if (!value.isObject()) {
+    flat[path] = value.dump();
+    return;
+  }
+  for (const rt::String& name : value.names())
+    flatten(*value.member(name.charPtr()), path.empty() ? name : path + "." + name, flat);
+}
+
+Flat flatOf(const Vm::VmConfig& vm) {
+  Flat flat;
+  if (const auto json = JsonValue::parse(statedb::documentOf(vm))) flatten(*json, "", flat);
+  return flat;
+}
+
+std::vector<rt::String> changesOf(const Vm::VmConfig& before, const Vm::VmConfig& after) {
+  const Flat old = flatOf(before);
+  const Flat now = flatOf(after);
+  std::vector<rt::String> changes;
+  for (const auto& [path, value] : now) {
+    const auto known = old.find(path);
+    if (known == old.end() || known->second != value) changes.push_back(path + "=" + value);
+  }
+  for (const auto& [path, value] : old)
+    if (now.count(path) == 0) changes.push_back(path + " is gone");
+  return changes;
+}
+
+Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& format) {
+  Step step;
+  step.name = vm->name();
+  step.config = vm;
+  step.image = {format, !row || !row->config || row->config->diskImage() != vm->diskImage()};
+  if (!row) {
+    step.kind = StepKind::add;
+    return step;
+  }
+  step.revision = row->revision;
+  step.imageBefore = row->image;
+  if (row->config) {
+    step.changes = changesOf(*row->config, *vm);
+    step.needsRestart = needsRestart(*row->config, *vm);
+    if (!format.empty() && format != (step.image.isNamedNow ? "" : row->imageFormat())) {
+      step.changes.push_back("format=" + quoted(format));
+      step.needsRestart = step.needsRestart || (row->isEnabled() && vm->enabled());
+    }
+  } else {
+    step.changes.emplace_back("all of it: it could not be read");
+  }
+  step.kind = step.changes.empty() ? StepKind::keep : StepKind::change;
+  return step;
+}
+
+// Each VM that is in the document against all as they will be.
+void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocument& document,
+           const edge::MachineLimits& limits) {
+  edge::ConfigIndex index;
+  for (const auto& [name, row] : rows)
+    if (row.config) index.vmIs(*row.config);
+  for (const Step& step : plan.steps) {
+    if (step.config)
+      index.vmIs(*step.config);
+    else
+      index.vmDel(step.name);
+  }
+  for (const Step& step : plan.steps) {
+    if (!step.config) continue;
+    const auto found = document.unread.find(step.name);
+    const auto unread = found == document.unread.end() ? Problems() : found->second;
+    for (const rt::Problem& problem : edge::problemsOf(*step.config, index, limits))
+      if (!isOfUnread(problem, unread)) plan.problems.push_back(step.name + ": " + problem.text());
+  }
+}
+
+}  // namespace
+
+void putVm(Context& context, statedb::Transaction& transaction, const Step& step) {
+  transaction.put("vmConfig", step.name, statedb::documentOf(*step.config));
+  (void)putImage(context, transaction, *step.config, step.image, step.imageBefore);
+}
+
+rt::String formatOf(const Step& step) {
+  if (!step.image.format.empty()) return step.image.format;
+  return step.imageBefore.diskImage == step.config->diskImage() ? step.imageBefore.format : "";
+}
+
+rt::String changesText(const Step& step) {
+  rt::String text;
+  for (const rt::String& change : step.changes) (text += text.empty() ? "" : ", ") += change;
+  return step.needsRestart ? text + " (takes effect at the next start)" : text;
+}
+
+Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
+            const edge::MachineLimits& limits) {
+  std::map<rt::String, Step> steps;
+  for (const auto& vm : document.vms) {
+    const auto row = rows.find(vm->name());
+    const auto format = document.formats.find(vm->name());
+    steps[vm->name()] = stepOf(row == rows.end() ? nullptr : &row->second, vm,
+                               format == document.formats.end() ? "" : format->second);
+  }
+  if (others == Others::prune)
+    for (const auto& [name, row] : rows)
+      if (steps.count(name) == 0)
+        steps[name] = {StepKind::remove, name, row.revision, nullptr, {}, {}, {}, false};
+  Plan plan;
+  plan.steps.reserve(steps.size());
+  for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));
+  check(plan, rows, document, limits);
+  return plan;
+}
+
+}  // namespace ctl

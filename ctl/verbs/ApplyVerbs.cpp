@@ -1,0 +1,123 @@
+#include "ctl/verbs/ApplyVerbs.h"
+
+#include <algorithm>
+
+#include "ctl/line/Json.h"
+#include "ctl/verbs/ApplyPlan.h"
+#include "ctl/verbs/ConfigVerbs.h"
+#include "ctl/verbs/Configuration.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+// What would be done, for --dry-run: one line each.
+void printPlan(Context& context, const Plan& plan) {
+  std::ostream& out = context.world().out;
+  for (const Step& step : plan.steps) {
+    if (step.kind == StepKind::add) out << "add " << visible(step.name) << '\n';
+    if (step.kind == StepKind::remove) out << "remove " << visible(step.name) << '\n';
+    if (step.kind == StepKind::change)
+      out << "change " << visible(step.name) << ": " << visible(changesText(step)) << '\n';
+  }
+}
+
+void tellDone(Context& context, const Plan& plan) {
+  for (const Step& step : plan.steps) {
+    if (step.kind == StepKind::add) context.tell(step.name + ": added");
+    if (step.kind == StepKind::remove) context.tell(step.name + ": removed");
+    if (step.kind == StepKind::change) context.tell(step.name + ": changed: " + changesText(step));
+  }
+}
+
+bool isIdle(const Plan& plan) {
+  return std::all_of(plan.steps.begin(), plan.steps.end(),
+                     [](const Step& step) { return step.kind == StepKind::keep; });
+}
+
+// What is kept is guarded too: the plan holds for the rows that it was made of only.
+statedb::Transaction transactionOf(Context& context, const Plan& plan) {
+  statedb::Transaction transaction;
+  for (const Step& step : plan.steps) {
+    transaction.guard("vmConfig", step.name, step.revision);
+    if (step.kind == StepKind::remove)
+      transaction.del("vmConfig", step.name).del("vmImage", step.name).del("vmIntent", step.name);
+    else if (step.kind != StepKind::keep)
+      putVm(context, transaction, step);
+  }
+  return transaction;
+}
+
+// Of what is written: the images that cannot be used as they are now.
+void warnOfImages(Context& context, const Configuration& configuration, const Plan& plan) {
+  auto all = configuration.configs();
+  for (const Step& step : plan.steps) {
+    all.erase(step.name);
+    if (step.config) all[step.name] = step.config;
+  }
+  for (const Step& step : plan.steps) {
+    if (!step.config || step.kind == StepKind::keep) continue;
+    warnOfImage(context, *step.config, formatOf(step));
+    if (step.image.isNamedNow) warnOfSharedImage(context, all, *step.config);
+  }
+}
+
+Plan soundPlan(Context& context, const Configuration& configuration, const ApplyDocument& document,
+               Others others) {
+  Plan plan = planOf(configuration.rows(), document, others, context.world().limits);
+  std::vector<rt::String> problems = document.problems;
+  problems.insert(problems.end(), plan.problems.begin(), plan.problems.end());
+  if (!problems.empty()) throw Refusal(Exit::invalid, problems);
+  return plan;
+}
+
+}  // namespace
+
+Exit applyDocument(Context& context, const Arguments& arguments) {
+  const auto file = arguments.value("file");
+  if (!file) throw Refusal(Exit::usage, "'apply' needs -f FILE");
+  const ApplyDocument document = readApplyDocument(context.world().readFile(*file));
+  const Others others = arguments.has("prune") ? Others::prune : Others::stay;
+  const bool isDry = arguments.has("dry-run");
+  Configuration configuration(context);
+  Plan plan;
+  configuration.retry([&] {
+    plan = soundPlan(context, configuration, document, others);
+    if (!isDry) context.db().commit(transactionOf(context, plan));
+  });
+  warnOfImages(context, configuration, plan);
+  if (isIdle(plan)) {
+    context.tell("nothing to change");
+  } else if (isDry) {
+    printPlan(context, plan);
+  } else {
+    tellDone(context, plan);
+    complainOfDelay(context);
+  }
+  return Exit::done;
+}
+
+Exit exportVms(Context& context, const Arguments&) {
+  const Configuration configuration(context);
+  Exit exit = Exit::done;
+  rt::String json = jsonHead(false) + R"("vms":[)";
+  const char* separator = "";
+  for (const auto& [name, row] : configuration.rows()) {
+    complainOfUnreadable(context, row);
+    if (!row.config) {
+      exit = Exit::failed;  // a backup that lacks a VM must not look whole
+      continue;
+    }
+    ((json += separator) += R"({"name":)") += quoted(name);
+    (json += R"(,"config":)") += statedb::documentOf(*row.config);
+    if (const rt::String format = row.imageFormat(); !format.empty())
+      (json += R"(,"format":)") += quoted(format);
+    json += '}';
+    separator = ",";
+  }
+  context.printJson(json + "]}");
+  return exit;
+}
+
+}  // namespace ctl

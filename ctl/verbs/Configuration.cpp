@@ -1,0 +1,152 @@
+#include "ctl/verbs/Configuration.h"
+
+#include <algorithm>
+
+#include "edge/RestartNeeded.h"
+#include "edge/VmConfigCheck.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+Refusal refusalOf(const rt::String& name, const std::vector<rt::Problem>& problems) {
+  std::vector<rt::String> sentences;
+  sentences.reserve(problems.size());
+  for (const rt::Problem& problem : problems) sentences.push_back(name + ": " + problem.text());
+  return {Exit::invalid, sentences};
+}
+
+Refusal unreadable(const VmRow& row) {
+  Refusal refusal = refusalOf(row.name, row.unreadable);
+  std::vector<rt::String> sentences = refusal.sentences();
+  sentences.push_back(row.name +
+                      ": so its row cannot be changed: replace it with 'vmctl apply', or 'vmctl "
+                      "remove --force' it and add it anew");
+  return {Exit::invalid, sentences};
+}
+
+Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
+  auto copy = rt::make<Vm::VmConfig>(vm.name());
+  (void)statedb::fill(*copy, statedb::documentOf(vm));
+  return copy;
+}
+
+}  // namespace
+
+bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
+  return before.enabled() && after.enabled() && !edge::fieldsForNextStart(before, after).empty();
+}
+
+bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {
+  return std::any_of(unread.begin(), unread.end(), [&](const rt::Problem& each) {
+    return problem.field == each.field ||
+           problem.field.str().compare(0, each.field.size() + 1, each.field.str() + ".") == 0;
+  });
+}
+
+Configuration::Configuration(Context& context) : context_(context) { read(); }
+
+void Configuration::read() {
+  rows_.clear();
+  index_.emplace();
+  for (const statedb::Record& record : context_.db().snapshot({"vmConfig", "vmImage"}).records) {
+    if (record.table == "vmImage") {  // which comes after all vmConfig
+      if (const auto row = rows_.find(record.key); row != rows_.end())
+        row->second.image = imageOf(record.doc);
+      continue;
+    }
+    VmRow& row = rows_[record.key];
+    row.name = record.key;
+    configIs(row, record);
+    if (row.config) index_->vmIs(*row.config);
+  }
+}
+
+VmRow Configuration::row(const rt::String& name) const {
+  const auto found = rows_.find(name);
+  if (found != rows_.end()) return found->second;
+  if (vmNamed(context_, name).isUnknown()) throw unknownVm(name);
+  std::vector<std::string_view> names;
+  names.reserve(rows_.size());
+  for (const auto& [each, row] : rows_) names.push_back(each);
+  throw noSuchVm(name, names);
+}
+
+std::map<rt::String, Vm::VmConfig::Ptr> Configuration::configs() const {
+  std::map<rt::String, Vm::VmConfig::Ptr> all;
+  for (const auto& [name, row] : rows_)
+    if (row.config) all[name] = row.config;
+  return all;
+}
+
+std::vector<rt::String> Configuration::enabledNames() const {
+  std::vector<rt::String> names;
+  for (const auto& [name, row] : rows_)
+    if (row.isEnabled()) names.push_back(name);
+  return names;
+}
+
+void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems) {
+  for (rt::Problem& problem : edge::problemsOf(vm, *index_, context_.world().limits)) {
+    if (!isOfUnread(problem, problems)) problems.push_back(std::move(problem));
+  }
+  if (!problems.empty()) throw refusalOf(vm.name(), problems);
+}
+
+void Configuration::commit(Changed& changed, const VmRow& known, const rt::String& format) {
+  const Vm::VmConfig& vm = *changed.after;
+  const bool isNamedNow = !changed.before || changed.before->diskImage() != vm.diskImage();
+  statedb::Transaction transaction;
+  transaction.guard("vmConfig", vm.name(), known.revision);
+  transaction.put("vmConfig", vm.name(), statedb::documentOf(vm));
+  changed.formatBefore = known.imageFormat();
+  changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, known.image);
+  context_.db().commit(transaction);
+  index_->vmIs(vm);
+}
+
+void Configuration::retry(const std::function<void()>& attempt) {
+  retried([&] {
+    try {
+      attempt();
+    } catch (const statedb::ConflictError&) {
+      read();
+      throw;
+    }
+  });
+}
+
+Changed Configuration::add(const rt::String& name, const Change& change, const rt::String& format) {
+  Changed added;
+  retry([&] {
+    if (rows_.count(name) != 0)
+      throw Refusal(Exit::conflict, name +
+                                        ": there is a VM of that name already: change it with "
+                                        "'vmctl set', or take another name");
+    added.after = rt::make<Vm::VmConfig>(name);
+    std::vector<rt::Problem> problems;
+    change(*added.after, problems);
+    require(*added.after, problems);
+    commit(added, {}, format);
+  });
+  return added;
+}
+
+Changed Configuration::change(const rt::String& name, const Change& change,
+                              const rt::String& format) {
+  Changed changed;
+  retry([&] {
+    const VmRow known = row(name);
+    if (!known.config) throw unreadable(known);
+    changed.before = known.config;
+    changed.after = copyOf(*known.config);
+    std::vector<rt::Problem> problems;
+    change(*changed.after, problems);
+    require(*changed.after, problems);
+    commit(changed, known, format);
+  });
+  return changed;
+}
+
+}  // namespace ctl

@@ -1,0 +1,66 @@
+// The configuration of all VMs, as it was read, and how one VM's is changed.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include "ctl/verbs/Images.h"
+#include "ctl/view/VmRows.h"
+#include "edge/ConfigIndex.h"
+
+namespace ctl {
+
+struct Changed {
+  Vm::VmConfig::Ptr before;
+  Vm::VmConfig::Ptr after;
+  rt::String formatBefore;  // of the disk image; empty: nobody has said
+  rt::String formatAfter;
+};
+
+// Whether anything of the change waits for the start of a guest that may run.
+bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after);
+
+// Whether the problem is of a field that could not be read: that has its default now, which says
+// nothing.
+bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread);
+
+// Read at first, and again when somebody else wrote meanwhile; so many VMs can be changed
+// at the price of one reading. A clash that two writers make at the same moment is not seen here:
+// the daemon refuses the newcomer.
+class Configuration {
+ public:
+  explicit Configuration(Context& context);
+
+  // Writes to the record, and adds to `problems` what it refuses.
+  using Change = std::function<void(Vm::VmConfig& vm, std::vector<rt::Problem>& problems)>;
+
+  // Makes, or changes, the VM in one transaction, and returns what was written. Refuses when
+  // anything is wrong with the outcome, with all there is; nothing was written then.
+  // `format`: what is said of the disk image; empty: nothing.
+  Changed add(const rt::String& name, const Change& change, const rt::String& format);
+  Changed change(const rt::String& name, const Change& change, const rt::String& format = {});
+
+  // By name, as they were read last, without status. `config` is null where it cannot be read.
+  const std::map<rt::String, VmRow>& rows() const { return rows_; }
+  // Those that can be read.
+  std::map<rt::String, Vm::VmConfig::Ptr> configs() const;
+  // The names of all VMs that are enabled.
+  std::vector<rt::String> enabledNames() const;
+
+  // Tries again, on rows read anew, when a commit meets what others wrote; refuses in the end.
+  void retry(const std::function<void()>& attempt);
+
+ private:
+  void read();
+  VmRow row(const rt::String& name) const;
+  void require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems);
+  void commit(Changed& changed, const VmRow& known, const rt::String& format);
+
+  Context& context_;
+  std::map<rt::String, VmRow> rows_;
+  std::optional<edge::ConfigIndex> index_;  // of those that can be read
+};
+
+}  // namespace ctl

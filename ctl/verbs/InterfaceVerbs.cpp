@@ -1,0 +1,127 @@
+#include "ctl/verbs/InterfaceVerbs.h"
+
+#include <algorithm>
+#include <map>
+
+#include "ctl/line/Json.h"
+#include "ctl/verbs/ConfigVerbs.h"
+#include "ctl/view/VmRows.h"
+#include "edge/VmConfigCheck.h"
+#include "runtime/base/NearName.h"
+#include "runtime/base/Problem.h"
+#include "runtime/base/Text.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr size_t longestDevice = edge::longestIntfName;
+
+struct InterfaceRow {
+  rt::String device;
+  bool isPresent = false;
+  rt::String problem;
+};
+using InterfaceRows = std::map<rt::String, InterfaceRow>;
+
+// The daemon's word, and of what it has not seen yet the configuration's.
+InterfaceRows allInterfaces(Context& context) {
+  InterfaceRows rows;
+  for (const auto& record : context.db().snapshot({"interface"}).records) {
+    const auto json = JsonValue::parse(record.doc);
+    rows[record.key].device = json ? json->text("deviceName").value_or("") : "";
+  }
+  for (const auto& record : context.status({"interfaceStatus"}).records) {
+    InterfaceRow& row = rows[record.key];
+    const auto json = JsonValue::parse(record.doc);
+    if (!json) continue;
+    row.device = json->text("deviceName").value_or(row.device);
+    row.isPresent = json->boolean("present").value_or(false);
+    row.problem = json->text("problem").value_or("");
+  }
+  return rows;
+}
+
+rt::String interfacesJson(const InterfaceRows& rows, bool isStale) {
+  rt::String json = jsonHead(isStale) + R"("interfaces":[)";
+  const char* separator = "";
+  for (const auto& [id, row] : rows) {
+    ((json += separator) += R"({"intfId":)") += quoted(id);
+    (json += R"(,"deviceName":)") += quoted(row.device);
+    (json += R"(,"present":)") += rt::toText(row.isPresent);
+    if (!row.problem.empty()) (json += R"(,"problem":)") += quoted(row.problem);
+    json += '}';
+    separator = ",";
+  }
+  return json += "]}";
+}
+
+// A name that the kernel takes for a device.
+bool isDeviceName(std::string_view name) {
+  const auto isBad = [](char c) {
+    return static_cast<unsigned char>(c) <= 0x20 || c == '/' || c == ':' || c == 0x7f;
+  };
+  return !name.empty() && name.size() <= longestDevice && name != "." && name != ".." &&
+         std::none_of(name.begin(), name.end(), isBad);
+}
+
+void requireSound(const rt::String& id, const rt::String& device) {
+  std::vector<rt::String> sentences;
+  if (const auto right = edge::intfNameRight(id))
+    sentences.push_back(id + ": " + rt::Problem{"name", id, *right}.text());
+  if (!isDeviceName(device))
+    sentences.push_back(id + ": " +
+                        rt::Problem{"deviceName", device,
+                                    "must be 1 to 15 characters without blanks, slashes and colons"}
+                            .text());
+  if (!sentences.empty()) throw Refusal(Exit::invalid, sentences);
+}
+
+}  // namespace
+
+Exit listInterfaces(Context& context, const Arguments&) {
+  const InterfaceRows rows = allInterfaces(context);
+  const bool isStale = complainOfStaleness(context);
+  if (context.format() == Format::json) {
+    context.printJson(interfacesJson(rows, isStale));
+  } else if (context.format() == Format::name) {
+    for (const auto& [id, row] : rows) context.world().out << visible(id) << '\n';
+  } else if (rows.empty()) {
+    context.tell("there are no interfaces");
+  } else {
+    Table table({"INTERFACE", "DEVICE", "PRESENT", "PROBLEM"});
+    for (const auto& [id, row] : rows)
+      table.row({id, row.device, row.isPresent ? "yes" : "no", {row.problem, Ink::bad}});
+    context.print(table);
+  }
+  return Exit::done;
+}
+
+Exit setInterface(Context& context, const Arguments& arguments) {
+  const rt::String& id = arguments.words().front();
+  const auto device = arguments.value("device");
+  if (!device) throw Refusal(Exit::usage, "'interface set' needs --device DEV");
+  requireSound(id, *device);
+  context.db().commit(
+      statedb::Transaction().put("interface", id, R"({"deviceName":)" + quoted(*device) + "}"));
+  context.tell(id + ": is device '" + *device + "' now");
+  complainOfDelay(context);
+  return Exit::done;
+}
+
+Exit unsetInterface(Context& context, const Arguments& arguments) {
+  const rt::String& id = arguments.words().front();
+  const statedb::Snapshot snapshot = context.db().snapshot({"interface"});
+  std::vector<std::string_view> ids;
+  ids.reserve(snapshot.records.size());
+  for (const auto& record : snapshot.records) ids.push_back(record.key);
+  if (std::find(ids.begin(), ids.end(), std::string_view(id)) == ids.end())
+    throw Refusal(Exit::noSuch,
+                  id + ": no device is set for that interface" + rt::didYouMean(id, ids));
+  context.db().commit(statedb::Transaction().del("interface", id));
+  context.tell(id + ": is the device of its own name now");
+  complainOfDelay(context);
+  return Exit::done;
+}
+
+}  // namespace ctl

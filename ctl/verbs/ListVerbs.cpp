@@ -1,0 +1,60 @@
+#include "ctl/verbs/ListVerbs.h"
+
+#include "ctl/view/CardInterfaces.h"
+#include "ctl/view/VmView.h"
+
+namespace ctl {
+
+namespace {
+
+void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
+  rt::String json = jsonHead(isStale) + R"("vms":[)";
+  for (const VmRow& row : rows) {
+    if (&row != &rows.front()) json += ',';
+    json += "{" + vmJson(row) + "}";
+  }
+  context.printJson(json + "]}");
+}
+
+// The socket that the guest's screen is on now; empty for none.
+rt::String screenOf(Context& context, const VmRow& row) {
+  const rt::String path = context.directories().run + "/vm/" + row.name + "/vnc.sock";
+  const bool isThere = row.process.pid != 0 &&
+                       context.world().machine.accessError(path, Machine::Access::exists) == 0;
+  return isThere ? path : rt::String();
+}
+
+}  // namespace
+
+Exit listVms(Context& context, const Arguments&) {
+  const std::vector<VmRow> rows = allVms(context);
+  const bool isStale = complainOfStaleness(context);
+  for (const VmRow& row : rows) complainOfUnreadable(context, row);
+  if (context.format() == Format::json) {
+    printVms(context, rows, isStale);
+  } else if (context.format() == Format::name) {
+    for (const VmRow& row : rows) context.world().out << visible(row.name) << '\n';
+  } else if (rows.empty()) {
+    context.tell("there are no VMs: 'vmctl add' makes one");
+  } else {
+    Table table = vmTable(context.format());
+    for (const VmRow& row : rows) table.row(vmCells(row, context.format()));
+    context.print(table);
+  }
+  return Exit::done;
+}
+
+Exit showVm(Context& context, const Arguments& arguments) {
+  const VmRow row = presentVm(context, arguments.words().front());
+  const bool isStale = complainOfStaleness(context);
+  complainOfUnreadable(context, row);
+  if (context.format() == Format::json)
+    context.printJson(jsonHead(isStale) + vmJson(row) + "}");
+  else if (context.format() == Format::name)
+    context.world().out << visible(row.name) << '\n';
+  else
+    context.world().out << vmText(row, presentInterfaces(context), screenOf(context, row));
+  return Exit::done;
+}
+
+}  // namespace ctl

@@ -1,0 +1,164 @@
+#include "ctl/verbs/ApplyVerbs.h"
+#include "ctl/verbs/CompletionVerbs.h"
+#include "ctl/verbs/ConfigVerbs.h"
+#include "ctl/verbs/ConsoleVerbs.h"
+#include "ctl/verbs/DoctorVerbs.h"
+#include "ctl/verbs/EditVerbs.h"
+#include "ctl/verbs/FdbVerbs.h"
+#include "ctl/verbs/InterfaceVerbs.h"
+#include "ctl/verbs/ListVerbs.h"
+#include "ctl/verbs/LogVerbs.h"
+#include "ctl/verbs/SwitchVerbs.h"
+#include "ctl/verbs/Verbs.h"
+#include "ctl/verbs/VersionVerbs.h"
+#include "ctl/verbs/WaitVerbs.h"
+#include "ctl/verbs/WatchVerbs.h"
+
+namespace ctl {
+
+namespace {
+
+constexpr std::string_view allFormats = "table wide json name";
+
+// In the order of help.
+constexpr Verb table[] = {
+    {"add", "", "NAME", 1, 1, "disk format memory vnc-port nic enabled", "", "make a VM",
+     "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
+     "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
+     "not there yet is no mistake, only a warning, and so is an interface of a card.\n"
+     "\n"
+     "What the disk image is, raw or qcow2, is fixed now, for later its bytes are the guest's:\n"
+     "what --format says, or else what it begins as.\n"
+     "\n"
+     "A card has one of QEMU's models (virtio-net-pci, e1000, rtl8139 and others), a MAC address\n"
+     "that no other card has, and an interface of the switch: 'vmctl interface list'.\n"
+     "\n"
+     "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled \\\n"
+     "      --nic model=virtio-net-pci,mac=52:54:00:12:34:56,intf=Vlan100\n",
+     addVm},
+    {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "", "", "change a VM",
+     "Changes all the fields at once or, when one is refused, none:\n"
+     "\n"
+     "  enabled                  true or false\n"
+     "  diskImage                a path, of which an absolute one is made\n"
+     "  format                   what the disk image is, raw or qcow2\n"
+     "  memory                   in MiB, or with K, M or G behind it\n"
+     "  vncPort                  5900 to 5910, or 0 for no display\n"
+     "  vnicConfig.KEY.model     a network card of QEMU's\n"
+     "  vnicConfig.KEY.macAddr   a unicast MAC address\n"
+     "  vnicConfig.KEY.intfName  the switch interface it is bridged to\n"
+     "\n"
+     "All but the first take effect at the guest's next start: 'vmctl restart NAME'. Without a\n"
+     "format, a new disk image is what it begins as now.\n",
+     setVm},
+    {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
+     "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"
+     "what was made of it. When anything is wrong with it, the editor opens again, with all that\n"
+     "is wrong at the top; a document left as it was ends it, and nothing is written.\n",
+     editVm},
+    {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key", "", "add a network card",
+     "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
+     "cards in the order of their keys.\n"
+     "\n"
+     "  vmctl nic add web1 model=virtio-net-pci,mac=52:54:00:12:34:57,intf=Vlan200\n",
+     addNic},
+    {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
+     "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
+    {"enable", "start", "NAME...", 1, anyNumber, "wait timeout", "", "start VMs",
+     "Starts virtual machines, and keeps them started: after a reboot too. Done is: the status\n"
+     "is enabled and Running. A machine whose guest has ended by itself is started again by\n"
+     "'vmctl restart'.\n",
+     enableVms},
+    {"disable", "stop", "[NAME...]", 0, anyNumber, "all wait timeout", "", "stop VMs",
+     "Asks the guests to shut down, and keeps the machines stopped. Done is: the status is not\n"
+     "enabled, and no process is left.\n",
+     disableVms},
+    {"restart", "", "NAME...", 1, anyNumber, "force wait timeout", "",
+     "stop VMs and start them again",
+     "Ends the guests and starts them again with the configuration as it is now. One that runs,\n"
+     "and whose disk image cannot be used now, is restarted with --force only. Done is: this\n"
+     "restart was carried out, and the status is enabled and Running.\n",
+     restartVms},
+    {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
+     "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"
+     "configuration, is removed with --force only, which ends its guest; until that has ended,\n"
+     "'vmctl list' has it as removed. Done is: no process and no status is left.\n",
+     removeVms},
+    {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
+     "Shows all virtual machines: whether the configuration has them enabled (or removed), the\n"
+     "state that the agent reports, the process id of the guest's keeper (or 'ending'), and the\n"
+     "one problem to look at first.\n",
+     listVms},
+    {"show", "", "NAME", 1, 1, "", allFormats, "show all about a VM",
+     "Shows the configuration, the status and the problem of a virtual machine, and of each card\n"
+     "whether its interface is there; without it, the guest runs and the card has no carrier.\n",
+     showVm},
+    {"wait", "", "NAME", 1, 1, "for timeout", "", "wait until a VM is as you say",
+     "Returns when all that --for says is so:\n"
+     "\n"
+     "  state           as the agent reports it, such as Running or Stopped\n"
+     "  enabled         whether the agent has it switched on: true or false\n"
+     "  config.enabled  whether the configuration has it enabled: true or false\n"
+     "  process         none, running or ending\n",
+     waitForVm},
+    {"watch", "", "", 0, 0, "", "table json", "show changes of VMs as they happen",
+     "Shows all virtual machines, then each again whenever anything about it changes, until it\n"
+     "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line with\n"
+     "\"op\" synced ends what there was at the beginning.\n",
+     watchVms},
+    {"console", "", "NAME", 1, 1, "view", "", "use a guest's console",
+     "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
+     "It is for one at a time; with --view any number can look at it.\n",
+     openConsole},
+    {"logs", "", "NAME", 1, 1, "follow shim", "", "show what a guest wrote on its console",
+     "Shows what the guest wrote on its serial console, the last one or two mebibytes of it or,\n"
+     "with --shim, what its keeper and QEMU had to say; over its restarts. On a terminal, control\n"
+     "characters are written \\xNN. The option -f must stand behind the verb.\n",
+     showLogs},
+    {"export", "", "", 0, 0, "", "json", "write the configuration as a document",
+     "Writes the configuration of all virtual machines, as 'vmctl apply' reads it.\n", exportVms},
+    {"apply", "", "", 0, 0, "file dry-run prune", "", "make the configuration what a document says",
+     "Makes and changes virtual machines so that each is as the document says; what it does not\n"
+     "name stays, or with --prune is removed, even when it is enabled. All in one transaction:\n"
+     "when anything is wrong, all of it is told and nothing is written.\n"
+     "\n"
+     "The document is what 'export', 'list -o json' or 'show -o json' write; status and problem\n"
+     "are passed over.\n",
+     applyDocument},
+    {"fdb list", "fdb ls", "", 0, 0, "", allFormats, "show the guests' static MAC entries",
+     "Shows which MAC addresses have a fixed place, in which VLAN, and where; with -o wide, into\n"
+     "which of the kernel's bridges the entry was put ('vmagentd --bridge').\n",
+     listFdb},
+    {"interface list", "interface ls", "", 0, 0, "", allFormats, "show the switch's interfaces",
+     "Shows which kernel device each interface of the switch is, and whether it is there.\n",
+     listInterfaces},
+    {"interface set", "", "ID", 1, 1, "device", "", "say which device an interface is",
+     "Says which kernel device an interface of the switch is. Without a word, it is the device\n"
+     "of its own name.\n"
+     "\n"
+     "  vmctl interface set Vlan100 --device br0.100\n",
+     setInterface},
+    {"interface unset", "", "ID", 1, 1, "", "", "make an interface the device of its name again",
+     "Forgets what 'vmctl interface set' said.\n", unsetInterface},
+    {"doctor", "", "", 0, 0, "", "table json", "tell what keeps this machine from running guests",
+     "Looks at all that VmAgent needs of the machine. Each line is ok, warning or FAILED, and "
+     "where\n"
+     "it is not ok, the next one tells how to mend it. The exit is 1 when anything has failed.\n",
+     examine},
+    {"completion", "", "SHELL", 1, 1, "", "", "print what makes a shell complete vmctl's words",
+     "Prints a script for bash, zsh or fish:\n"
+     "\n"
+     "  vmctl completion bash >/etc/bash_completion.d/vmctl\n"
+     "  vmctl completion zsh >/usr/local/share/zsh/site-functions/_vmctl\n"
+     "  vmctl completion fish >/etc/fish/completions/vmctl.fish\n",
+     printCompletion},
+    {"__complete", "", "WORD...", 0, anyNumber, "", "", "", "", complete},
+    {"version", "", "", 0, 0, "", "table json", "tell the version", "Tells the version.\n",
+     showVersion},
+};
+
+}  // namespace
+
+std::span<const Verb> verbs() { return table; }
+
+}  // namespace ctl

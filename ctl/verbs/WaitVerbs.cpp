@@ -1,0 +1,124 @@
+#include "ctl/verbs/WaitVerbs.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+#include "ctl/line/Fields.h"
+#include "ctl/verbs/Waiting.h"
+#include "runtime/base/NearName.h"
+#include "runtime/base/Text.h"
+
+namespace ctl {
+
+namespace {
+
+using Values = std::span<const std::string_view>;
+
+// A state is one of these, or what QEMU calls it.
+constexpr std::array<std::string_view, 3> ownStates{"Starting", "Running", "Stopped"};
+constexpr std::array<std::string_view, 2> truthValues{"true", "false"};
+constexpr std::array<std::string_view, 3> processValues{"none", "running", "ending"};
+
+// What can be waited for.
+struct Field {
+  std::string_view name;
+  Values values;  // all it can have; empty: any text
+  rt::String (*value)(const VmRow& row);
+};
+
+rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() : ""; }
+rt::String enabledOf(const VmRow& row) { return rt::toText(row.status && row.status->enabled()); }
+rt::String configEnabledOf(const VmRow& row) { return rt::toText(row.isEnabled()); }
+rt::String processOf(const VmRow& row) { return row.process.process; }
+
+constexpr Field fields[] = {{"state", {}, stateOf},
+                            {"enabled", truthValues, enabledOf},
+                            {"config.enabled", truthValues, configEnabledOf},
+                            {"process", processValues, processOf}};
+
+struct Condition {
+  const Field* field;
+  rt::String value;
+};
+
+Refusal noSuchField(const rt::String& name) {
+  std::vector<std::string_view> names;
+  names.reserve(std::size(fields));
+  for (const Field& field : fields) names.push_back(field.name);
+  return {Exit::usage, "--for: there is no field '" + name +
+                           "' to wait for; there are state, enabled, config.enabled and process"};
+}
+
+Refusal noSuchValue(const Assignment& wanted, const rt::String& right) {
+  return {Exit::usage,
+          "--for: " + rt::Problem{wanted.field, wanted.value, "must be " + right}.text()};
+}
+
+// A state of ours is meant in whatever case it is written.
+rt::String spelledAsOurs(std::string_view value) {
+  const auto isSame = [](unsigned char a, unsigned char b) {
+    return std::tolower(a) == std::tolower(b);
+  };
+  for (const std::string_view state : ownStates)
+    if (std::equal(value.begin(), value.end(), state.begin(), state.end(), isSame)) return state;
+  return value;
+}
+
+Condition conditionOf(const rt::String& text) {
+  const Assignment wanted = assignmentOf(text, "state=Running");
+  const auto field = std::find_if(std::begin(fields), std::end(fields),
+                                  [&](const Field& each) { return each.name == wanted.field; });
+  if (field == std::end(fields)) throw noSuchField(wanted.field);
+  const Values values = field->values;
+  if (!values.empty() && std::find(values.begin(), values.end(), wanted.value) == values.end()) {
+    rt::String right;
+    for (const std::string_view value : values)
+      ((right += right.empty() ? "" : value == values.back() ? " or " : ", ")) += value;
+    throw noSuchValue(wanted, right);
+  }
+  return {&*field, field->value == stateOf ? spelledAsOurs(wanted.value) : wanted.value};
+}
+
+bool isOf(const Condition& condition, std::string_view field) {
+  return condition.field->name == field;
+}
+
+Goal goalOf(const std::vector<Condition>& conditions) {
+  Goal goal;
+  goal.isReached = [conditions](const VmRow& row) {
+    return std::all_of(conditions.begin(), conditions.end(), [&](const Condition& condition) {
+      return condition.field->value(row) == condition.value;
+    });
+  };
+  goal.needsDaemon =
+      std::any_of(conditions.begin(), conditions.end(),
+                  [](const Condition& condition) { return !isOf(condition, "config.enabled"); });
+  goal.needsConfiguration =
+      std::any_of(conditions.begin(), conditions.end(),
+                  [](const Condition& condition) { return !isOf(condition, "process"); });
+  return goal;
+}
+
+}  // namespace
+
+Exit waitForVm(Context& context, const Arguments& arguments) {
+  std::vector<Condition> conditions;
+  for (const rt::String& text : arguments.values("for")) conditions.push_back(conditionOf(text));
+  if (conditions.empty())
+    throw Refusal(Exit::usage, "'wait' needs --for FIELD=VALUE, such as --for state=Running");
+  const rt::Seconds patience = arguments.timeout();
+  const rt::String& name = arguments.words().front();
+  const VmRow row = vmNamed(context, name);
+  // One that was removed may still have a process to wait for.
+  if (!row.status && row.process.process == "none") (void)requiredVm(context, name);
+  const Goal goal = goalOf(conditions);
+  if (goal.needsDaemon && !context.daemonRuns())
+    throw Refusal(
+        Exit::failed,
+        "vmagentd is not running: there is nobody to wait for; when it stopped, " + whatIsSo(row));
+  Waiter(context, patience).until(name, goal);
+  return Exit::done;
+}
+
+}  // namespace ctl

@@ -1,0 +1,137 @@
+#include "ctl/verbs/Waiting.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "ctl/line/Json.h"
+#include "runtime/base/Text.h"
+
+namespace ctl {
+
+namespace {
+
+// How often the progress line is written anew and the daemon is looked for.
+constexpr rt::Seconds beat(1);
+
+constexpr const char* clearLine = "\r\x1b[K";
+
+}  // namespace
+
+Waiter::Waiter(Context& context, rt::Seconds patience)
+    : context_(context),
+      begin_(context.world().now()),
+      asked_(context.db().store(statedb::Half::config).snapshot({}).cursor),
+      patience_(patience),
+      descriptors_{context.db().store(statedb::Half::status).wakeUp(), -1} {
+  descriptors_[1] = context.db().store(statedb::Half::config).wakeUp();
+}
+
+Waiter::~Waiter() {
+  for (const int descriptor : descriptors_) close(descriptor);
+}
+
+void Waiter::silence() {
+  // What changed is not asked for, so any cursor will do.
+  (void)context_.db().store(statedb::Half::status).changes({});
+  (void)context_.db().store(statedb::Half::config).changes({});
+}
+
+// To be asked before the rest is read, which is no older then.
+bool Waiter::daemonHasHeard() {
+  const auto record = context_.status("daemon", "vmagentd");
+  const auto json = record ? JsonValue::parse(record->doc) : std::nullopt;
+  if (!json || json->text("configStore") != asked_.storeId) return false;
+  return json->number("configSequence").value_or(0) >= static_cast<int64_t>(asked_.sequence);
+}
+
+void Waiter::until(const rt::String& name, const Goal& goal) {
+  oldProblem_.reset();
+  toldProblem_ = "";
+  for (;;) {
+    silence();
+    const bool isSettled = !goal.needsDaemon || daemonHasHeard();
+    const VmRow row = vmNamed(context_, name);
+    if (isSettled && goal.isReached(row)) return clearProgress();
+    if (goal.needsConfiguration && !row.exists() && !row.isUnknown()) {
+      clearProgress();
+      throw Refusal(Exit::noSuch, name + ": was removed while it was waited for");
+    }
+    if (isSettled && goal.isLost && goal.isLost(row)) {
+      clearProgress();
+      throw lost(row);
+    }
+    tellProblem(row);
+    const rt::Seconds left = patience_ - passed();
+    if (left <= rt::Seconds(0)) {
+      clearProgress();
+      throw timedOut(row);
+    }
+    tellAbsence();
+    tellProgress(row);
+    context_.world().waitReadable(descriptors_, std::min(left, beat));
+  }
+}
+
+void Waiter::tellProblem(const VmRow& row) {
+  // That a change waits for the next restart keeps nothing from happening, nor what a disk begins
+  // as.
+  const bool isTrouble =
+      row.problem && row.problem->source != "restart" && row.problem->source != "format";
+  const rt::String problem = isTrouble ? row.problem->problem : "";
+  if (!oldProblem_) oldProblem_ = problem;
+  // It may be out of date: the daemon needs a moment to look again.
+  const bool isOld = problem == *oldProblem_ && passed() < beat;
+  if (problem == toldProblem_ || isOld) return;
+  toldProblem_ = problem;
+  if (problem.empty()) return;
+  clearProgress();
+  context_.complain(row.name + ": " + problem);
+}
+
+void Waiter::tellAbsence() {
+  if (toldAbsence_ || context_.daemonRuns()) return;
+  toldAbsence_ = true;
+  clearProgress();
+  context_.complain("vmagentd is not running any more: nothing happens until it does");
+}
+
+void Waiter::tellProgress(const VmRow& row) {
+  if (!context_.world().errIsTerminal) return;
+  const rt::String line =
+      visible(row.name + ": waiting for " + rt::toText(static_cast<int>(passed().value())) +
+              " s: " + whatIsSo(row));
+  // A line that wraps could not be taken away.
+  context_.world().err << clearLine << cut(line, context_.world().columns - 1) << std::flush;
+  hasProgress_ = true;
+}
+
+void Waiter::clearProgress() {
+  if (hasProgress_) context_.world().err << clearLine << std::flush;
+  hasProgress_ = false;
+}
+
+Refusal Waiter::timedOut(const VmRow& row) const {
+  rt::String sentence =
+      row.name + ": timed out after " + rt::toText(patience_) + " s: " + whatIsSo(row);
+  if (row.problem) sentence += "; " + row.problem->problem;
+  return {Exit::timedOut, sentence};
+}
+
+Refusal Waiter::lost(const VmRow& row) const {
+  const bool isTold = !row.problem || row.problem->problem == toldProblem_;
+  return {Exit::failed, row.name + ": its guest has ended" +
+                            (isTold ? rt::String() : ": " + row.problem->problem)};
+}
+
+rt::String whatIsSo(const VmRow& row) {
+  const rt::String process = "process is " + row.process.process;
+  if (!row.status) return "there is no status, " + process;
+  const rt::String& state = row.status->state();
+  return "enabled is " + rt::toText(row.status->enabled()) +
+         (state.empty() ? rt::String(", there is no state yet, ")
+                        : ", state is '" + state + "', ") +
+         process;
+}
+
+}  // namespace ctl

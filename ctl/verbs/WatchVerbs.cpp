@@ -1,0 +1,149 @@
+#include "ctl/verbs/WatchVerbs.h"
+
+#include <unistd.h>
+
+#include <map>
+#include <set>
+
+#include "ctl/line/Json.h"
+#include "ctl/view/VmView.h"
+
+namespace ctl {
+
+namespace {
+
+// One half of the database, followed from its construction on.
+class Follower {
+ public:
+  // `anyTable`: one of that half.
+  Follower(statedb::StateDb& db, rt::String anyTable)
+      : store_(db.store(anyTable)),
+        anyTable_(std::move(anyTable)),
+        bell_(store_.wakeUp()),
+        cursor_(store_.snapshot({anyTable_}).cursor) {}
+  Follower(const Follower&) = delete;
+  ~Follower() { close(bell_); }
+
+  int bell() const { return bell_; }
+  // Adds the VMs of which something may have changed; false: it may be any.
+  bool take(std::set<rt::String>& names) {
+    const statedb::Changes changes = store_.changes(cursor_);
+    if (changes.resume != statedb::Resume::resumed) {
+      cursor_ = store_.snapshot({anyTable_}).cursor;
+      return false;
+    }
+    cursor_ = changes.cursor;
+    for (const statedb::Change& change : changes.changes)
+      if (change.record.table.substr(0, 2) == "vm") names.insert(change.record.key);
+    return true;
+  }
+
+ private:
+  statedb::Store& store_;
+  const rt::String anyTable_;
+  const int bell_;
+  statedb::Cursor cursor_;
+};
+
+rt::String textOf(const std::vector<Cell>& cells) {
+  rt::String text;
+  for (const Cell& cell : cells) (text += cell.text) += '\n';
+  return text;
+}
+
+// Prints each VM when it is not as it was printed last.
+class Watch {
+ public:
+  explicit Watch(Context& context)
+      : context_(context),
+        isJson_(context.format() == Format::json),
+        table_(vmTable(context.format())) {}
+
+  void all() {
+    std::set<rt::String> gone;
+    for (const auto& [name, json] : printed_) gone.insert(name);
+    for (const VmRow& row : allVms(context_)) {
+      gone.erase(row.name);
+      put(row);
+    }
+    for (const rt::String& name : gone) del(name);
+    flush();
+  }
+  void some(const std::set<rt::String>& names) {
+    for (const rt::String& name : names) {
+      const VmRow row = vmNamed(context_, name);
+      if (row.exists() || row.isUnknown() || row.isLeaving())
+        put(row);
+      else
+        del(name);
+    }
+    flush();
+  }
+  void synced() {
+    if (isJson_)
+      context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":"synced"})" << '\n';
+    flush();
+  }
+
+ private:
+  void put(const VmRow& row) {
+    const std::vector<Cell> cells = vmCells(row, context_.format());
+    const rt::String text = isJson_ ? "{" + vmJson(row) + "}" : textOf(cells);
+    rt::String& last = printed_[row.name];
+    if (last == text) return;
+    last = text;
+    if (isJson_)
+      line("put", text);
+    else
+      table_.row(cells);
+  }
+  void del(const rt::String& name) {
+    if (printed_.erase(name) == 0) return;
+    if (isJson_)
+      line("delete", R"({"name":)" + quoted(name) + "}");
+    else
+      table_.row({name, "removed", "", "", ""});
+  }
+  void line(const char* op, const rt::String& vm) {
+    context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":")" << op << R"(","vm":)"
+                         << onTerminal(vm) << "}\n";
+  }
+  void flush() {
+    if (!isJson_) context_.world().out << table_.takeText(context_.style());
+    context_.world().out.flush();
+  }
+
+  Context& context_;
+  const bool isJson_;
+  Table table_;
+  std::map<rt::String, rt::String> printed_;
+};
+
+}  // namespace
+
+Exit watchVms(Context& context, const Arguments&) {
+  statedb::StateDb& db = context.db();
+  Follower config(db, "vmConfig");
+  Follower status(db, "vmStatus");
+  const int bells[] = {config.bell(), status.bell()};
+  bool wasStale = complainOfStaleness(context);
+  Watch watch(context);
+  watch.all();
+  watch.synced();
+  while (context.world().out) {
+    context.world().waitWhileRead(bells);
+    if (!context.world().out) break;
+    if (!wasStale) wasStale = complainOfStaleness(context);
+    wasStale = wasStale && !context.daemonRuns();
+    std::set<rt::String> names;
+    const bool knowsConfig = config.take(names);
+    const bool knowsStatus = status.take(names);
+    if (knowsConfig && knowsStatus)
+      watch.some(names);
+    else
+      watch.all();
+  }
+  return Exit::failed;
+}
+
+}  // namespace ctl

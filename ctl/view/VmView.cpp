@@ -1,0 +1,164 @@
+#include "ctl/view/VmView.h"
+
+#include <ctime>
+
+#include "ctl/line/Json.h"
+#include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
+
+namespace ctl {
+
+namespace {
+
+rt::String yesOrNo(bool yes) { return yes ? "yes" : "no"; }
+
+// Whether it is to run, as the configuration says.
+rt::String wantedOf(const VmRow& row) {
+  if (row.isUnknown()) return "unknown";
+  if (row.isLeaving()) return "removed";
+  return row.config ? yesOrNo(row.isEnabled()) : "?";
+}
+
+Ink inkOf(const VmRow& row) {
+  if (row.runs()) return Ink::good;
+  return row.isOff() ? Ink::plain : Ink::busy;
+}
+
+rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() : ""; }
+
+rt::String problemOf(const VmRow& row) {
+  if (row.problem) return row.problem->problem;
+  return row.unreadable.empty() ? "" : row.unreadable.front().text();
+}
+
+// The process id, for who looks for the process; or that it is ending.
+rt::String processOf(const VmRow& row) {
+  const VmProcess& process = row.process;
+  if (process.process == "running") return rt::toText(process.pid);
+  return process.process == "none" ? "" : process.process;
+}
+
+rt::String portOf(const Vm::VmConfig& vm) {
+  return vm.vncPort() == 0 ? "" : rt::toText(vm.vncPort());
+}
+
+// "nic00=Vlan100,nic01=Vlan200".
+rt::String cardsOf(const Vm::VmConfig& vm) {
+  rt::String text;
+  for (const auto& [key, card] : vm.vnicConfigs())
+    (((text += text.empty() ? "" : ",") += key) += '=') += card->intfName();
+  return text;
+}
+
+// "2024-11-20T20:28:43Z".
+rt::String timeText(int64_t since) {
+  const time_t seconds = since;
+  tm parts{};
+  char text[32] = "";
+  if (gmtime_r(&seconds, &parts)) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
+}
+
+// Lines "Name:     web1", the values below each other.
+class Facts {
+ public:
+  void add(const char* name, const rt::String& value) {
+    text_ += rt::format("%-10s", name) + (value.empty() ? "-" : visible(value)) + "\n";
+  }
+  void lines(const rt::String& text) { text_ += text; }
+  const rt::String& text() const { return text_; }
+
+ private:
+  rt::String text_;
+};
+
+// Where to look at the guest's screen; the port counts only where the guest has no socket.
+rt::String displayOf(const VmRow& row, const rt::String& screen) {
+  const uint32_t port = row.config->vncPort();
+  if (!screen.empty()) return "VNC, " + screen;
+  if (port == 0) return {};
+  return (row.process.pid == 0 ? "VNC, vncPort " : "VNC, port ") + rt::toText(port);
+}
+
+void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::String>>& present,
+               const rt::String& screen) {
+  const Vm::VmConfig& vm = *row.config;
+  facts.add("Memory:", rt::toText(vm.memory()) + " MiB");
+  facts.add("Display:", displayOf(row, screen));
+  facts.add("Disk:", vm.diskImage());
+  facts.add("Format:", row.imageFormat());
+  if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
+  Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
+  for (const auto& [key, card] : vm.vnicConfigs()) {
+    const rt::String isThere = present ? yesOrNo(present->count(card->intfName()) != 0) : "";
+    cards.row({" ", key, card->model(), card->macAddr().text(), card->intfName(), isThere});
+  }
+  facts.lines(cards.text({}));
+}
+
+}  // namespace
+
+rt::String vmJson(const VmRow& row) {
+  rt::String json = R"("name":)" + quoted(row.name);
+  if (row.isUnknown()) json += R"(,"unknown":true)";
+  if (row.isLeaving()) json += R"(,"removed":true)";
+  (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
+  const rt::String format = row.imageFormat();
+  (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
+  (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
+  const VmProcess& process = row.process;
+  (json += R"(,"process":{"process":)") += quoted(process.process);
+  (json += R"(,"pid":)") += rt::toText(process.pid);
+  ((json += R"(,"restarts":)") += rt::toText(process.restarts)) += '}';
+  json += R"(,"problem":)";
+  if (!row.problem) return json += "null";
+  (json += R"({"problem":)") += quoted(row.problem->problem);
+  (json += R"(,"since":)") += rt::toText(row.problem->since);
+  return ((json += R"(,"source":)") += quoted(row.problem->source)) += '}';
+}
+
+Table vmTable(Format format) {
+  std::vector<Cell> headers{"NAME", "ENABLED", "STATE", "PROCESS"};
+  if (format == Format::wide)
+    headers.insert(headers.end(), {"MEMORY", "VNC", "DISK", "CARDS", "CONSOLE"});
+  headers.emplace_back("PROBLEM");
+  return Table(headers);
+}
+
+std::vector<Cell> vmCells(const VmRow& row, Format format) {
+  std::vector<Cell> cells{row.name, wantedOf(row), {stateOf(row), inkOf(row)}, processOf(row)};
+  if (format == Format::wide) {
+    const bool isRead = row.config != nullptr;
+    cells.emplace_back(isRead ? rt::toText(row.config->memory()) + "M" : "");
+    cells.emplace_back(isRead ? portOf(*row.config) : "");
+    cells.emplace_back(isRead ? row.config->diskImage() : "");
+    cells.emplace_back(isRead ? cardsOf(*row.config) : "");
+    cells.emplace_back(row.status ? row.status->consolePtyPath() : "");
+  }
+  cells.emplace_back(problemOf(row), Ink::bad);
+  return cells;
+}
+
+rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
+                  const rt::String& screen) {
+  Facts facts;
+  facts.add("Name:", row.name);
+  facts.add("Enabled:", wantedOf(row));
+  facts.add("State:", stateOf(row));
+  const VmProcess& process = row.process;
+  facts.add("Process:", process.pid == 0 ? process.process
+                                         : process.process + ", pid " + rt::toText(process.pid));
+  facts.add("Console:", row.status ? row.status->consolePtyPath() : "");
+  if (row.config) addConfig(facts, row, present, screen);
+  if (row.status && !row.status->cmdStatusStr().empty())
+    facts.add("Monitor:", row.status->cmdStatusStr());
+  if (row.problem) {
+    facts.add("Problem:", row.problem->problem);
+    facts.add("", "(" + row.problem->source + ", since " + timeText(row.problem->since) + ")");
+  } else {
+    facts.add("Problem:", problemOf(row));
+  }
+  return facts.text();
+}
+
+}  // namespace ctl

@@ -1,0 +1,39 @@
+// The agent's requests that QEMU has not been asked yet.
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "runtime/base/Descriptor.h"
+#include "shim/decide/QmpText.h"
+#include "shim/decide/Time.h"
+
+namespace shim {
+
+struct Command {
+  qmp::Request request;
+  rt::Descriptors descriptors;
+  Time deadline{};       // for the answer, when one is awaited
+  bool awaited = false;  // the agent waits for the answer
+};
+
+class CommandQueue {
+ public:
+  bool empty() const { return commands_.empty(); }
+  size_t size() const { return commands_.size(); }
+  const Command& front() const { return commands_.front(); }
+  void push(Command command) { commands_.push_back(std::move(command)); }
+  Command pop();
+
+  // Forgets the commands that would make the netdev and bind it, if they are still here; whether
+  // they were. So that a card that comes and goes while QEMU stands still costs nothing.
+  bool takeBack(const std::string& netdev);
+
+  std::deque<Command>& commands() { return commands_; }
+  const std::deque<Command>& commands() const { return commands_; }
+
+ private:
+  std::deque<Command> commands_;
+};
+
+}  // namespace shim

@@ -1,0 +1,103 @@
+// What is said on a shim's own socket, RUN/vm/NAME/shim.sock, as text. JSON stays behind this.
+//
+//   the shim, to each who connects  {"shim":1,"vm":NAME,"pid":N,"qemu":N,"state":STATE}
+//   {"status":{}}                   {"return":{"state":STATE,"qemu":N,"agent":BOOL,
+//                                     "console":PATH,"problems":[TEXT…]}}
+//   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: the next step is taken at once
+//   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket with it; or
+//                                   an error as long as the guest is not free
+//   {"row":{"store":TEXT,           {"return":{}}, see RowMark.h
+//     "sequence":N}}
+//   anything else                   {"error":TEXT}, and nothing changes
+//   the guest's end, to all         {"end":{"exit":N}} or {"end":{"signal":N}}
+//
+// One line each, ended by LF. STATE is "starting", "running" or "stopping". Members that are not
+// known are ignored, so that the protocol can grow; "shim" is another number when it breaks.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "shim/decide/Time.h"
+
+namespace shim::control {
+
+inline constexpr int protocol = 1;
+
+enum class State { starting, running, stopping };
+
+// What a shim says of itself.
+struct Greeting {
+  int protocol = control::protocol;
+  std::string vm;
+  pid_t pid = 0;
+  pid_t qemu = 0;
+  State state = State::starting;
+};
+
+struct Status {
+  State state = State::starting;
+  pid_t qemu = 0;
+  bool hasAgent = false;
+  std::string console;  // the pty's path
+  std::vector<std::string> problems;
+};
+
+// A successor's request to serve its daemon. Along with it go a descriptor of the daemon's process
+// (a pidfd) and the socket that its agent finds the guest at, if it was handed one.
+struct Adoption {
+  pid_t pid = 0;                       // the successor's
+  pid_t daemon = 0;                    // its parent's
+  std::vector<std::string> arguments;  // its command line, without the program's name
+};
+
+// The row of the configuration that made the guest's VM.
+struct Row {
+  std::string store;
+  uint64_t sequence = 0;
+};
+
+struct Request {
+  enum class Kind { status, stop, adopt, row };
+  Kind kind = Kind::status;
+  std::optional<Duration> timeout;  // of a stop: as configured, when there is none
+  Adoption adoption;
+  Row row;
+};
+
+// What is wrong with a request.
+class RequestError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+// Throws RequestError.
+Request requestFrom(std::string_view text);
+
+std::string greetingLine(const Greeting& greeting);
+std::string statusLine(const Status& status);
+std::string doneLine();
+std::string errorLine(std::string_view text);
+// Of a wait status.
+std::string endLine(int waitStatus);
+
+// A successor's side.
+std::string adoptLine(const Adoption& adoption);
+std::string stopLine(Duration timeout);
+
+struct Saying {
+  enum class Kind { greeting, done, error, end };
+  Kind kind = Kind::done;
+  Greeting greeting;
+  std::string error;
+  int waitStatus = 0;  // of an end
+};
+// Nothing for a text that is nothing that a shim says.
+std::optional<Saying> sayingFrom(std::string_view text);
+
+}  // namespace shim::control

@@ -1,0 +1,104 @@
+#include "shim/keep/Environment.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <charconv>
+
+#include "runtime/base/Descriptor.h"
+
+namespace shim {
+
+namespace {
+
+constexpr int longestStopTimeout = 24 * 3600;
+
+std::string valueOf(const std::function<const char*(const char*)>& get, const char* name,
+                    const std::string& fallback) {
+  const char* const value = get(name);
+  return value && *value ? value : fallback;
+}
+
+Duration secondsFrom(const std::string& text) {
+  int seconds = -1;
+  const char* const end = text.data() + text.size();
+  const auto [at, error] = std::from_chars(text.data(), end, seconds);
+  if (error != std::errc() || at != end || seconds < 0 || seconds > longestStopTimeout)
+    throw ArgumentError("VMAGENT_STOP_TIMEOUT: '" + text + "' is refused: it must be 0 to " +
+                        std::to_string(longestStopTimeout) + " (seconds)");
+  return Duration(1000) * seconds;
+}
+
+int descriptorFrom(const std::string& text) {
+  int number = -1;
+  const char* const end = text.data() + text.size();
+  const auto [at, error] = std::from_chars(text.data(), end, number);
+  if (text.empty() || (error == std::errc() && at == end && number >= 0)) return number;
+  throw ArgumentError("VMAGENT_LISTENER: '" + text +
+                      "' is refused: it must be a descriptor's number");
+}
+
+Acceleration accelerationFrom(const std::string& text) {
+  if (const auto value = accelerationFromText(text)) return *value;
+  throw ArgumentError("VMAGENT_ACCEL: '" + text + "' is refused: it must be auto, kvm or tcg");
+}
+
+std::optional<guest::ImageFormat> imageFormatFrom(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  if (const auto format = guest::imageFormatFrom(text)) return format;
+  throw ArgumentError("VMAGENT_IMAGE_FORMAT: '" + text + "' is refused: it must be raw or qcow2");
+}
+
+// The first bytes of a file, at most `size`; none when it cannot be read.
+std::string headOf(const std::string& path, size_t size) {
+  const rt::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  std::string head(size, '\0');
+  size_t got = 0;
+  while (file && got < size) {
+    const ssize_t count = read(file.number(), head.data() + got, size - got);
+    if (count <= 0) break;
+    got += static_cast<size_t>(count);
+  }
+  head.resize(got);
+  return head;
+}
+
+bool isWordAt(std::string_view text, size_t at, size_t length) {
+  const auto isBlank = [&](size_t i) {
+    return i >= text.size() || text[i] == ' ' || text[i] == '\t' || text[i] == '\n';
+  };
+  return (at == 0 || isBlank(at - 1)) && isBlank(at + length);
+}
+
+}  // namespace
+
+Environment environmentFrom(const std::function<const char*(const char*)>& get) {
+  Environment environment;
+  environment.qemu = valueOf(get, "VMAGENT_QEMU", environment.qemu);
+  environment.runDir = valueOf(get, "VMAGENT_RUN_DIR", environment.runDir);
+  environment.policy.vncListen = valueOf(get, "VMAGENT_VNC_LISTEN", environment.policy.vncListen);
+  environment.policy.acceleration = accelerationFrom(valueOf(get, "VMAGENT_ACCEL", "auto"));
+  environment.imageFormat = imageFormatFrom(valueOf(get, "VMAGENT_IMAGE_FORMAT", ""));
+  environment.stopTimeout = secondsFrom(valueOf(get, "VMAGENT_STOP_TIMEOUT", "15"));
+  environment.listener = descriptorFrom(valueOf(get, "VMAGENT_LISTENER", ""));
+  return environment;
+}
+
+bool isKvmUsable() {
+  // The flags of the first CPU; the others' are the same.
+  constexpr size_t cpuinfoSize = 16 * 1024;
+  const rt::Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
+  return kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
+}
+
+bool canRunGuests(std::string_view cpuinfo) {
+  const size_t begin = cpuinfo.find("\nflags");
+  if (begin == std::string_view::npos) return false;
+  const std::string_view flags = cpuinfo.substr(begin + 1, cpuinfo.find('\n', begin + 1) - begin);
+  for (const std::string_view flag : {"vmx", "svm"})
+    for (size_t at = flags.find(flag); at != std::string_view::npos; at = flags.find(flag, at + 1))
+      if (isWordAt(flags, at, flag.size())) return true;
+  return false;
+}
+
+}  // namespace shim

@@ -1,0 +1,39 @@
+// What the shim is told by its environment, and what it finds out about the machine.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "guest/ImageHeader.h"
+#include "shim/decide/Arguments.h"
+#include "shim/decide/Time.h"
+
+namespace shim {
+
+struct Environment {
+  std::string qemu = "/usr/libexec/vmagent-qemu";  // VMAGENT_QEMU
+  std::string runDir = "/run/vmagent";             // VMAGENT_RUN_DIR
+  Policy policy;                                   // VMAGENT_ACCEL, VMAGENT_VNC_LISTEN
+  // VMAGENT_IMAGE_FORMAT: what the disk image is, as the daemon says; nothing: it says nothing.
+  std::optional<guest::ImageFormat> imageFormat;
+  // VMAGENT_STOP_TIMEOUT, in seconds: what a guest gets to shut down by itself.
+  Duration stopTimeout{15'000};
+  // VMAGENT_LISTENER: the descriptor of a socket that listens at the monitor's path since before
+  // our start, so that the agent finds somebody at once; -1: there is none, as when we are started
+  // by hand.
+  int listener = -1;
+};
+
+// `get` is getenv. An empty value counts as none. Throws ArgumentError for one that is of no use.
+Environment environmentFrom(const std::function<const char*(const char*)>& get);
+
+// Whether /dev/kvm opens and /proc/cpuinfo tells of a CPU that can run guests. What cannot be read
+// counts as a machine without KVM: QEMU says what is wrong better.
+bool isKvmUsable();
+
+// Pure: whether a CPU that is so described can run guests.
+bool canRunGuests(std::string_view cpuinfo);
+
+}  // namespace shim

@@ -1,0 +1,369 @@
+// The files of a VM: its directory, lock, logs and the agent's socket.
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+
+#include "shim/fakes/TestFolder.h"
+#include "shim/keep/BoundedLog.h"
+#include "shim/keep/Failure.h"
+#include "shim/keep/ListeningSocket.h"
+#include "shim/keep/VmDirectory.h"
+
+namespace shim {
+namespace {
+
+using fakes::contentOf;
+using fakes::modeOf;
+using fakes::TestFolder;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+// A process that holds what it makes until this goes.
+class Holder {
+ public:
+  explicit Holder(const std::function<bool()>& make) {
+    int ends[2];
+    if (pipe(ends) != 0) std::abort();
+    pid_ = fork();
+    if (pid_ == 0) {
+      const char made = make() ? 'y' : 'n';
+      (void)!write(ends[1], &made, 1);
+      while (true) pause();
+    }
+    char made = 'n';
+    (void)!read(ends[0], &made, 1);
+    made_ = made == 'y';
+    close(ends[0]);
+    close(ends[1]);
+  }
+  Holder(const Holder&) = delete;
+  ~Holder() { end(); }
+  void end() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = 0;
+  }
+
+  bool made() const { return made_; }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = 0;
+  bool made_ = false;
+};
+
+// The VM's directory.
+
+TEST(VmDirectory, IsReadByItsGroupAndWrittenByNobodyElse) {
+  const TestFolder run;
+  const mode_t before = umask(077);
+  const VmDirectory directory(run.path(), "guest0");
+  umask(before);
+  EXPECT_EQ(modeOf(run / "vm"), 02750);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 02750);
+  EXPECT_EQ(directory.file("lock"), run / "vm/guest0/lock");
+}
+
+TEST(VmDirectory, OfAnEarlierVersionIsSetRight) {
+  const TestFolder run;
+  for (const char* made : {"vm", "vm/guest0"}) {
+    std::filesystem::create_directory(run / made);
+    ASSERT_EQ(chmod((run / made).c_str(), 02770), 0);
+  }
+  const VmDirectory directory(run.path(), "guest0");
+  EXPECT_EQ(modeOf(run / "vm"), 02750);
+  EXPECT_EQ(modeOf(run / "vm/guest0"), 02750);
+}
+
+TEST(VmDirectory, IsNeverWhereALinkLeads) {
+  const TestFolder run;
+  const TestFolder others;
+  for (const char* link : {"vm", "vm/guest0"}) {
+    std::filesystem::remove_all(run / "vm");
+    if (link == std::string("vm/guest0")) std::filesystem::create_directory(run / "vm");
+    std::filesystem::create_directory_symlink(others.path(), run / link);
+    const VmDirectory directory(run.path(), "guest0");
+    directory.lastErrorIs("no disk");
+    EXPECT_EQ(contentOf(run / "vm/guest0/last-error"), "no disk\n");
+    EXPECT_TRUE(std::filesystem::is_empty(others.path()));
+  }
+}
+
+TEST(VmDirectory, OfAnotherUserIsRefusedAndNamed) {
+  if (geteuid() != 0) return;  // there is no other
+  const TestFolder run;
+  std::filesystem::create_directories(run / "vm/guest0");
+  constexpr uid_t somebody = 65534;
+  ASSERT_EQ(chown((run / "vm/guest0").c_str(), somebody, somebody), 0);
+  try {
+    const VmDirectory directory(run.path(), "guest0");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "directory " + (run / "vm/guest0") + " is another user's: remove it");
+  }
+}
+
+TEST(VmDirectory, IsTheSameWhateverBecomesOfItsName) {
+  const TestFolder run;
+  const VmDirectory directory(run.path(), "guest0");
+  std::filesystem::rename(run / "vm", run / "moved");
+  std::filesystem::create_directories(run / "vm/guest0");
+  directory.lastErrorIs("no disk");
+  directory.problemIs("no answer");
+  BoundedLog(directory.place("log"), 10).write("12345678");
+  BoundedLog(directory.place("log"), 10).write("9012");
+  const VmLock lock(directory.place("lock"));
+  const ListeningSocket socket(directory.place("s"), "control");
+  EXPECT_TRUE(std::filesystem::is_empty(run / "vm/guest0"));
+  for (const char* name : {"last-error", "problem", "log", "log.1", "lock", "s"})
+    EXPECT_NE(modeOf(run / (std::string("moved/guest0/") + name)), -1) << name;
+  directory.lastErrorDel();
+  directory.problemIs("");
+  socket.remove();
+  for (const char* name : {"last-error", "problem", "s"})
+    EXPECT_EQ(modeOf(run / (std::string("moved/guest0/") + name)), -1) << name;
+}
+
+TEST(VmDirectory, IsOfTheRunDirectorysGroup) {
+  const TestFolder run;
+  constexpr gid_t operators = 4242;
+  const gid_t group = geteuid() == 0 ? operators : getegid();
+  ASSERT_EQ(chown(run.path().c_str(), static_cast<uid_t>(-1), group), 0);
+  const VmDirectory directory(run.path(), "guest0");
+  directory.lastErrorIs("no disk");
+  for (const char* made : {"vm", "vm/guest0", "vm/guest0/last-error"}) {
+    struct stat status {};
+    ASSERT_EQ(stat((run / made).c_str(), &status), 0) << made;
+    EXPECT_EQ(status.st_gid, group) << made;
+  }
+}
+
+TEST(VmDirectory, NeedsTheRunDirectory) {
+  const TestFolder run;
+  try {
+    const VmDirectory directory(run / "gone", "guest0");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_EQ(std::string(failure.what()),
+              "directory " + (run / "gone") +
+                  " cannot be used: make it, or set VMAGENT_RUN_DIR: No such file or directory");
+  }
+}
+
+TEST(VmDirectory, KeepsTheLastErrorOfARun) {
+  const TestFolder run;
+  const VmDirectory directory(run.path(), "guest0");
+  directory.lastErrorIs("no disk");
+  directory.lastErrorIs("no memory");
+  EXPECT_EQ(contentOf(run / "vm/guest0/last-error"), "no memory\n");
+  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), 0640);
+  directory.lastErrorDel();
+  EXPECT_EQ(modeOf(run / "vm/guest0/last-error"), -1);
+}
+
+// Its lock.
+
+TEST(VmLock, HasOneKeeper) {
+  const TestFolder run;
+  const Holder other([&] {
+    static VmLock held(run / "lock");
+    return held.takeKeeping() && held.takeVm();
+  });
+  ASSERT_TRUE(other.made());
+  VmLock lock(run / "lock");
+  EXPECT_FALSE(lock.takeKeeping());
+  EXPECT_EQ(lock.keeper(), other.pid());
+  EXPECT_FALSE(lock.takeVm());
+}
+
+TEST(VmLock, CanBeOpenedByNobodyElseWhateverItsModeWas) {
+  const TestFolder run;
+  std::ofstream(run / "lock") << "";
+  ASSERT_EQ(chmod((run / "lock").c_str(), 0660), 0);
+  const VmLock lock(run / "lock");
+  EXPECT_EQ(modeOf(run / "lock"), 0600);
+}
+
+TEST(VmLock, IsFreeOnceItsHolderIsKilled) {
+  const TestFolder run;
+  Holder other([&] {
+    static VmLock held(run / "lock");
+    return held.takeKeeping() && held.takeVm();
+  });
+  other.end();
+  VmLock lock(run / "lock");
+  EXPECT_EQ(lock.keeper(), 0);
+  EXPECT_TRUE(lock.takeKeeping());
+  EXPECT_TRUE(lock.takeVm());
+}
+
+TEST(VmLock, HasASuccessorWhileItsGuestEnds) {
+  const TestFolder run;
+  const Holder other([&] {
+    static VmLock held(run / "lock");
+    const bool taken = held.takeKeeping() && held.takeVm();
+    held.endKeeping();
+    return taken;
+  });
+  ASSERT_TRUE(other.made());
+  VmLock lock(run / "lock");
+  EXPECT_TRUE(lock.takeKeeping());
+  EXPECT_FALSE(lock.takeVm());
+}
+
+TEST(VmLock, OfTheVmIsHeldByWhoInheritedIt) {
+  const TestFolder run;
+  auto lock = std::make_unique<VmLock>(run / "lock");
+  ASSERT_TRUE(lock->takeKeeping() && lock->takeVm());
+  Holder child([] { return true; });
+  lock.reset();
+  VmLock next(run / "lock");
+  EXPECT_TRUE(next.takeKeeping());
+  EXPECT_FALSE(next.takeVm());
+  child.end();
+  EXPECT_TRUE(next.takeVm());
+}
+
+// Logs.
+
+TEST(BoundedLog, KeepsOneOlder) {
+  const TestFolder folder;
+  BoundedLog log(folder / "log", 10);
+  log.write("12345");
+  log.write("67890");
+  EXPECT_EQ(contentOf(folder / "log"), "1234567890");
+  log.write("abc");
+  EXPECT_EQ(contentOf(folder / "log"), "abc");
+  EXPECT_EQ(contentOf(folder / "log.1"), "1234567890");
+  log.write("defghijkl");
+  EXPECT_EQ(contentOf(folder / "log"), "defghijkl");
+  EXPECT_EQ(contentOf(folder / "log.1"), "abc");
+}
+
+TEST(BoundedLog, NeverGrowsBeyondItsBound) {
+  const TestFolder folder;
+  BoundedLog log(folder / "log", 10);
+  log.write(std::string(95, 'x'));
+  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
+  EXPECT_EQ(contentOf(folder / "log.1").size(), 10U);
+}
+
+TEST(BoundedLog, NeverGrowsBeyondItsBoundThoughTheOlderCannotBeReplaced) {
+  const TestFolder folder;
+  std::filesystem::create_directories(folder / "log.1/full");
+  BoundedLog log(folder / "log", 10);
+  log.write(std::string(95, 'x'));
+  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
+}
+
+TEST(BoundedLog, GoesOnWhereTheRunBeforeEnded) {
+  const TestFolder folder;
+  BoundedLog(folder / "log", 10).write("123456");
+  EXPECT_EQ(modeOf(folder / "log"), 0640);
+  BoundedLog log(folder / "log", 10);
+  log.write("7");
+  EXPECT_EQ(contentOf(folder / "log"), "1234567");
+  log.write("8901");
+  EXPECT_EQ(contentOf(folder / "log"), "8901");
+}
+
+TEST(BoundedLog, LosesWhatCannotBeWrittenAndGoesOn) {
+  const TestFolder folder;
+  BoundedLog log(folder / "gone/log", 10);
+  log.write("123");
+  EXPECT_EQ(modeOf(folder / "gone"), -1);
+}
+
+TEST(LogLine, HasItsTimeAndNothingButVisibleText) {
+  EXPECT_THAT(
+      logLine("qemu", "a\x1b[2J\nb c\x7f~\x1f\xc3\xa9\u202e\xff"),
+      MatchesRegex("....-..-..T..:..:..Z qemu: a.x1b.2J.x0ab c.x7f~.x1f\xc3\xa9.u202e.xff\n"));
+}
+
+// The agent's socket.
+
+bool canConnect(const std::string& path) {
+  const rt::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
+  const TestFolder folder;
+  {
+    ListeningSocket socket(folder / "m", "monitor");
+    EXPECT_TRUE(canConnect(folder / "m"));
+    EXPECT_EQ(modeOf(folder / "m"), 0660);
+    EXPECT_TRUE(socket.accept());
+    EXPECT_FALSE(socket.accept());
+  }
+  EXPECT_EQ(modeOf(folder / "m"), -1);
+}
+
+TEST(ListeningSocket, DoesNotSpeakOfWhomItCannotTakeAgainAndAgain) {
+  const TestFolder folder;
+  ListeningSocket socket(folder / "m", "monitor");
+  const int number = socket.number();
+  const rt::Descriptor client = connectionTo(folder / "m");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_FALSE(socket.accept());
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(socket.number(), -1);
+  EXPECT_EQ(socket.number(), number);
+  EXPECT_TRUE(socket.accept());
+  EXPECT_FALSE(socket.accept());
+  EXPECT_EQ(socket.number(), number) << "nobody waits";
+}
+
+TEST(ListeningSocket, TakesThePlaceOfOneThatIsLeftOver) {
+  const TestFolder folder;
+  const ListeningSocket first(folder / "m", "monitor");
+  ListeningSocket second(folder / "m", "monitor");
+  EXPECT_TRUE(canConnect(folder / "m"));
+  EXPECT_TRUE(second.accept());
+}
+
+TEST(ListeningSocket, RemovesNoOthers) {
+  const TestFolder folder;
+  const ListeningSocket first(folder / "m", "monitor");
+  const ListeningSocket second(folder / "m", "monitor");
+  first.remove();
+  EXPECT_TRUE(canConnect(folder / "m"));
+}
+
+TEST(ListeningSocket, TakesThePlaceOfNoOtherFile) {
+  const TestFolder folder;
+  std::ofstream(folder / "m") << "precious";
+  try {
+    const ListeningSocket socket(folder / "m", "monitor");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is taken by what is no socket: remove it"));
+  }
+  EXPECT_EQ(contentOf(folder / "m"), "precious");
+}
+
+TEST(ListeningSocket, IsRefusedAPathThatIsTooLong) {
+  try {
+    const ListeningSocket socket("/" + std::string(107, 'x'), "monitor");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is too long: it must have at most 107 characters"));
+  }
+}
+
+}  // namespace
+}  // namespace shim

@@ -1,0 +1,171 @@
+// What others than the agent ask of a keeper, and who takes its guest over.
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "shim/decide/Differences.h"
+#include "shim/keep/Failure.h"
+#include "shim/keep/Keeper.h"
+
+namespace shim {
+
+namespace {
+
+// A successor that was told of the end has ended by then, or never will.
+constexpr int successorsPatience = 1'000;  // milliseconds
+
+bool has(int descriptor, short event) {
+  pollfd polled{descriptor, event, 0};
+  return poll(&polled, 1, 0) == 1;
+}
+
+// Whether the other end of a connection was our user's when it was made.
+bool isOurUser(int connection) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+         peer.uid == geteuid();
+}
+
+}  // namespace
+
+control::State Keeper::state() const {
+  if (stop_.hasBegun()) return control::State::stopping;
+  return relay_->isReady() ? control::State::running : control::State::starting;
+}
+
+control::Status Keeper::status() const {
+  control::Status status{state(), pid_, relay_->hasAgent(), console_->terminal(), {}};
+  status.problems = restartReasons_;
+  for (const auto& [about, text] : relay_->standing()) status.problems.push_back(text);
+  return status;
+}
+
+Message Keeper::answer(ControlServer::Client client, const control::Request& request,
+                       rt::Descriptors descriptors) {
+  Message done{control::doneLine(), {}};
+  switch (request.kind) {
+    case control::Request::Kind::status:
+      return {control::statusLine(status()), {}};
+    case control::Request::Kind::stop:
+      orderlyStop(request.timeout.value_or(stopTimeout_));
+      break;
+    case control::Request::Kind::adopt:
+      adopt(client, request.adoption, std::move(descriptors));
+      // An agent that loses us is to find the successor, and not to look for ten seconds.
+      if (rt::Descriptor copy = socket_->duplicate()) done.descriptors.push_back(std::move(copy));
+      break;
+    case control::Request::Kind::row:
+      takeRow(client, request.row);
+      break;
+  }
+  return done;
+}
+
+void Keeper::orderlyStop(Duration timeout) {
+  log_.write(logLine("shim", "asked to stop the guest, which gets " +
+                                 std::to_string(timeout.count()) + " ms to shut itself down"));
+  stop(stop_.orderly(now(), timeout, guest()));
+}
+
+void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,
+                   rt::Descriptors descriptors) {
+  // Whoever takes the guest over says where we make a socket, and what is removed for it.
+  if (!isOurUser(control_->number(client)))
+    throw control::RequestError("adopt: only the user who keeps the guest may take it over");
+  if (stop_.hasBegun()) throw control::RequestError("adopt: the guest is being stopped");
+  if (!succession_.mayBeTakenOver() && has(daemon_.number(), POLLIN)) handleDaemonsEnd();
+  if (!succession_.mayBeTakenOver())
+    throw control::RequestError("adopt: the guest is kept for process " +
+                                std::to_string(daemonPid_) + ", which lives");
+  // It may have given up while we stood still, and must not be believed to be lost then.
+  if (has(control_->number(client), POLLRDHUP))
+    throw control::RequestError("adopt: the successor has hung up");
+  if (descriptors.empty())
+    throw control::RequestError(
+        "adopt: the daemon's process is missing: send a descriptor of it along");
+  // The next one's agent may look for us already, and is not to find what was meant for this one.
+  if (has(descriptors.front().number(), POLLIN))
+    throw control::RequestError("adopt: the daemon has ended");
+  std::unique_ptr<ListeningSocket> socket;
+  CommandLine wanted;
+  try {
+    wanted = readCommandLine(adoption.arguments);
+    if (wanted.name != name_)
+      throw Failure("the guest is VM '" + name_ + "' and not '" + wanted.name + "'");
+    rt::Descriptor handed = descriptors.size() > 1 ? std::move(descriptors[1]) : rt::Descriptor();
+    if (handed && !listens(handed.number()))
+      throw Failure("the second descriptor must be of a socket that listens");
+    socket = monitorSocket(wanted.monitorPath, std::move(handed));
+  } catch (const std::runtime_error& error) {
+    throw control::RequestError("adopt: " + std::string(error.what()));
+  }
+  socket_->giveWayTo(*socket);
+  socket_ = std::move(socket);
+  agent_.reset();
+  daemonPid_ = adoption.daemon;
+  daemon_ = std::move(descriptors.front());
+  succession_.takenOver();
+  successor_ = client;
+  control_->keep(client);
+  restartReasons_ = restartReasons(line_, wanted);
+  directory_.lastErrorDel();  // of a successor that was refused
+  log_.write(logLine("shim", "keeps the guest for process " + std::to_string(daemonPid_) +
+                                 " from now on, at which process " + std::to_string(adoption.pid) +
+                                 " stands in for it"));
+  perform(relay_->adopt(now(), cardNames(line_, wanted)));
+}
+
+// By what it is of, the next daemon may end it.
+void Keeper::takeRow(ControlServer::Client client, const control::Row& row) {
+  if (!isOurUser(control_->number(client)))
+    throw control::RequestError("row: only the user who keeps the guest may say it");
+  if (!rowMark_.rowIs(row))
+    throw control::RequestError("row: there is no room for it: the guest was started without one");
+  log_.write(logLine("shim", "the guest is of row " + std::to_string(row.sequence) + " of store " +
+                                 row.store + " from now on"));
+}
+
+void Keeper::handleDaemonsEnd() {
+  succession_.daemonEnded();
+  log_.write(logLine("shim", "process " + std::to_string(daemonPid_) +
+                                 ", for which the guest was kept, has ended: the guest goes on"));
+}
+
+void Keeper::lookForSuccessor() {
+  if (!successor_ || control_->isConnected(*successor_)) return;
+  successor_.reset();
+  succession_.successorGone(now());
+}
+
+// To a daemon that made it and lives: its agent, which may lose its connection before it learns of
+// our end, is to find somebody there. Otherwise nobody would remove it.
+void Keeper::leaveSocket() {
+  if (succession_.mayBeTakenOver() || has(daemon_.number(), POLLIN)) socket_->remove();
+  socket_.reset();
+}
+
+// The successor first, and the agent's connection is open until then: it must learn of the end
+// before it could try to reconnect.
+void Keeper::tellOfEnd() {
+  control_->removePath();
+  console_->removePath();
+  if (screen_) screen_->remove();
+  control_->tellAll(control::endLine(*status_));
+  if (!successor_) return;
+  pollfd polled{control_->number(*successor_), POLLRDHUP, 0};
+  (void)poll(&polled, 1, successorsPatience);
+}
+
+void Keeper::showProblems() {
+  if (shownProblem_.empty() && restartReasons_.empty() && relay_->standing().empty()) return;
+  std::string line;
+  for (const std::string& problem : status().problems) line += (line.empty() ? "" : "; ") + problem;
+  for (char& c : line)
+    if (static_cast<unsigned char>(c) < ' ') c = ' ';
+  if (line == shownProblem_) return;
+  shownProblem_ = line;
+  directory_.problemIs(line);
+}
+
+}  // namespace shim

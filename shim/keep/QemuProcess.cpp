@@ -1,0 +1,120 @@
+#include "shim/keep/QemuProcess.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+
+#include "shim/decide/Arguments.h"
+#include "shim/keep/Failure.h"
+
+namespace shim {
+
+namespace {
+
+constexpr int cannotRun = 127;
+constexpr int diedByNobody = 128;  // what shells add a signal's number to
+
+[[noreturn]] void giveUp(const std::string& what) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the shim has one thread
+  std::fprintf(stderr, "%s: %s\n", what.c_str(), std::strerror(errno));
+  _exit(cannotRun);
+}
+
+void restoreSignals() {
+  for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// Puts each at its place: first out of the way of all places, for one may stand at another's.
+void arrangeDescriptors(const Inheritance& inheritance) {
+  const int null = open("/dev/null", O_RDWR);
+  std::vector<int> wanted{null,
+                          inheritance.output,
+                          inheritance.output,
+                          inheritance.monitor,
+                          inheritance.serial,
+                          inheritance.lock};
+  static_assert(monitorDescriptor == 3 && serialDescriptor == 4 && lockDescriptor == 5 &&
+                firstImageDescriptor == 6);
+  wanted.insert(wanted.end(), inheritance.images.begin(), inheritance.images.end());
+  const auto places = static_cast<int>(wanted.size());
+  for (int& number : wanted) number = fcntl(number, F_DUPFD, places);
+  for (int place = 0; place < places; ++place)
+    if (dup2(wanted[static_cast<size_t>(place)], place) < 0)
+      giveUp("descriptors could not be handed over");
+  if (close_range(static_cast<unsigned>(places), ~0U, 0) != 0)
+    giveUp("descriptors could not be closed");
+}
+
+// When memory runs out the kernel ends whom it costs least to lose. The daemon, and with it the
+// shim, may be spared by its service manager; a guest, which has the memory, may not.
+void giveUpProtection() {
+  const char* const path = "/proc/self/oom_score_adj";
+  std::ifstream current(path);
+  if (int score = 0; current >> score && score < 0) std::ofstream(path) << 0;
+}
+
+[[noreturn]] void becomeQemu(const std::string& program, const std::vector<std::string>& argv,
+                             const Inheritance& inheritance, pid_t shim) {
+  giveUpProtection();
+  arrangeDescriptors(inheritance);
+  restoreSignals();
+  // In this order: a shim that ended before the first line would not be noticed.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != shim) _exit(cannotRun);
+  std::vector<char*> words;
+  words.reserve(argv.size() + 1);
+  for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  char* none[] = {nullptr};
+  execve(program.c_str(), words.data(), none);
+  giveUp("QEMU " + program + " cannot be run");
+}
+
+}  // namespace
+
+pid_t startQemu(const std::string& program, const std::vector<std::string>& argv,
+                const Inheritance& inheritance) {
+  const pid_t shim = getpid();
+  const pid_t pid = fork();
+  if (pid < 0) throw failureOf("QEMU could not be started");
+  if (pid == 0) becomeQemu(program, argv, inheritance, shim);
+  return pid;
+}
+
+std::vector<int> inheritedDescriptors() {
+  std::vector<int> inherited;
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir("/proc/self/fd"), closedir);
+  if (!open) return inherited;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the shim has one thread
+  while (const dirent* const entry = readdir(open.get())) {
+    const int number = std::atoi(entry->d_name);  // NOLINT(cert-err34-c): "." and ".." become 0
+    if (number > STDERR_FILENO && number != dirfd(open.get())) inherited.push_back(number);
+  }
+  return inherited;
+}
+
+void endAs(int waitStatus, const std::vector<int>& parting) {
+  const rlimit none{0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+  prctl(PR_SET_DUMPABLE, 0);  // a core that goes to a pipe knows no limit
+  const int signal = WIFSIGNALED(waitStatus) ? WTERMSIG(waitStatus) : 0;
+  if (signal != 0) restoreSignals();
+  for (const int number : parting) close(number);
+  if (signal == 0) _exit(WEXITSTATUS(waitStatus));
+  kill(getpid(), signal);
+  _exit(diedByNobody + signal);
+}
+
+}  // namespace shim

@@ -1,0 +1,34 @@
+#include "shim/keep/RowMark.h"
+
+#include <unistd.h>
+
+#include <cstring>
+
+namespace shim {
+
+RowMark::RowMark() : store_(placeOf("VMAGENT_STORE=")), row_(placeOf("VMAGENT_ROW=")) {}
+
+RowMark::Place RowMark::placeOf(const char* name) {
+  const size_t length = std::strlen(name);
+  for (char** variable = environ; *variable; ++variable)
+    if (std::strncmp(*variable, name, length) == 0)
+      return {*variable + length, std::strlen(*variable + length)};
+  return {};
+}
+
+// What is left over becomes empty.
+void RowMark::write(const Place& place, const std::string& text, size_t from) {
+  for (size_t i = from; i < place.size; ++i) place.begin[i] = i < text.size() ? text[i] : '\0';
+}
+
+bool RowMark::rowIs(const control::Row& row) const {
+  const std::string sequence = std::to_string(row.sequence);
+  if (row.store.size() > store_.size || sequence.size() > row_.size) return false;
+  row_.begin[0] = '\0';
+  write(store_, row.store, 0);
+  write(row_, sequence, 1);
+  row_.begin[0] = sequence[0];
+  return true;
+}
+
+}  // namespace shim
