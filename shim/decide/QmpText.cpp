@@ -112,10 +112,29 @@ std::optional<Saying> sayingFrom(std::string_view text) {
     saying.value = isAlone(root.get(), text) ? inside(text) : asQemuWrites(result);
   } else if (json_object_get(root.get(), "QMP")) {
     saying.kind = Saying::Kind::greeting;
-  } else if (!json_object_get(root.get(), "event")) {
+  } else if (const json_t* const event = json_object_get(root.get(), "event")) {
+    json_t* const data = json_object_get(root.get(), "data");
+    const json_t* const byGuest = json_object_get(data, "guest");
+    saying.event = stringOf(event);
+    saying.texts = textsOf(data);
+    if (json_is_boolean(byGuest)) saying.byGuest = json_is_true(byGuest);
+  } else {
     return std::nullopt;
   }
   return saying;
+}
+
+std::string versionFrom(std::string_view greeting) {
+  const JsonPtr root = objectFrom(greeting);
+  const json_t* version = json_object_get(root.get(), "QMP");
+  for (const char* const name : {"version", "qemu"}) version = json_object_get(version, name);
+  std::string text;
+  for (const char* const part : {"major", "minor", "micro"}) {
+    const auto number = numberOf(json_object_get(version, part));
+    if (!number) return {};
+    text += (text.empty() ? "" : ".") + std::to_string(*number);
+  }
+  return text;
 }
 
 std::string requestLine(std::string_view execute, std::string_view arguments,

@@ -31,7 +31,13 @@ struct Saying {
   std::optional<uint64_t> id;  // of the request it answers, when that is a number, as ours are
   std::string value;           // as JSON, of a result or refusal
   std::string description;     // of a refusal, for people
+  std::string event;           // its name, of an event
+  std::map<std::string, std::string> texts;  // those of an event's data that are strings
+  std::optional<bool> byGuest;               // what an event's data say of that
 };
+
+// The version that a greeting tells, such as "7.2.22"; empty for any other text.
+std::string versionFrom(std::string_view greeting);
 
 // Nothing for a text that is nothing that QEMU says.
 std::optional<Saying> sayingFrom(std::string_view text);

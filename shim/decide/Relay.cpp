@@ -2,10 +2,13 @@
 
 #include <algorithm>
 
+#include "guest/EventWords.h"
+
 namespace shim {
 
 namespace {
 
+namespace event = guest::event;
 using Kind = qmp::Saying::Kind;
 
 // A value that is longer is no answer to any question of the agent's, whose reader has no bound.
@@ -170,6 +173,7 @@ Actions Relay::qemuSays(Time now, const std::string& text) {
     giveUpOnAnswer(now, "QEMU's answer is no QMP");
   } else if (saying->kind == Kind::greeting && phase_ == Phase::greeting) {
     greeting_ = text + "\r\n";
+    out_.events.push_back({event::ready, {}, qmp::versionFrom(text), {}, {}});
     phase_ = Phase::negotiating;
     out_.toQemu.push_back({qmp::requestLine("qmp_capabilities", "", negotiationId), {}});
   } else if (saying->kind == Kind::result || saying->kind == Kind::refusal) {
@@ -182,6 +186,8 @@ Actions Relay::qemuSays(Time now, const std::string& text) {
     } else if (!saying->id) {
       noteRubbish("QEMU complains: " + text.substr(0, shownRubbish));
     }
+  } else if (auto event = eventFrom(*saying)) {
+    out_.events.push_back(std::move(*event));
   }
   return taken();
 }
@@ -226,6 +232,7 @@ void Relay::finish(Time now) {
   cards_.end(flight.command.request, flight.answers);
   if (flight.late) {
     out_.log.push_back("QEMU answers again, after " + inSeconds(now - flight.sent));
+    out_.events.push_back({event::answers, {}, {}, {}, {}});
     standing_.erase(silence);
   }
   const auto refusal =
@@ -289,6 +296,7 @@ Actions Relay::timePassed(Time now) {
     flight_->late = true;
     standing_[silence] = "QEMU does not answer";
     out_.log.push_back("QEMU does not answer " + subjectOf(flight_->command.request));
+    out_.events.push_back({event::silent, {}, subjectOf(flight_->command.request), {}, {}});
     answerInsteadOfQemu(flight_->command);
   }
   expireQueue(now);

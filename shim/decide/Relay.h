@@ -12,6 +12,7 @@
 
 #include "shim/decide/Cards.h"
 #include "shim/decide/CommandQueue.h"
+#include "shim/decide/GuestEvents.h"
 #include "shim/decide/QmpStream.h"
 #include "shim/decide/ScreenDoor.h"
 #include "shim/decide/Time.h"
@@ -26,6 +27,7 @@ struct Actions {
   std::vector<std::string> log;  // lines
   // Lines: what went wrong and the agent is not told, for it could do nothing.
   std::vector<std::string> problems;
+  std::vector<GuestEvent> events;  // what happened to the guest
 };
 
 // How long is waited for what.

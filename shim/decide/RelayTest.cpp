@@ -152,6 +152,37 @@ TEST(Relay, PassesOnNoEvents) {
   EXPECT_THAT(world.heard(), IsEmpty());
 }
 
+std::vector<std::string> kindsOf(const std::vector<GuestEvent>& events) {
+  std::vector<std::string> kinds;
+  for (const GuestEvent& event : events) kinds.emplace_back(event.kind);
+  return kinds;
+}
+
+TEST(Relay, TellsWhichQemuIsReadyAndWhatHappensToItsGuest) {
+  RelayWorld world;
+  world.begin();
+  ASSERT_THAT(kindsOf(world.events), ElementsAre("ready"));
+  EXPECT_EQ(world.events[0].text, "7.2.22");
+  world.qemuSays(R"({"event": "RESUME"})");
+  world.qemuSays(R"({"event": "DEVICE_DELETED", "data": {"path": "x"}})");
+  world.qemuSays(R"({"event": "SHUTDOWN", "data": {"guest": true, "reason": "guest-shutdown"}})");
+  EXPECT_THAT(kindsOf(world.events), ElementsAre("ready", "resumed", "shut-down"));
+}
+
+TEST(Relay, TellsWhenQemuFallsSilentAndWhenItAnswersAgain) {
+  RelayWorld world;
+  world.begin();
+  world.events.clear();
+  world.qemu.stop();
+  world.ask(queryStatus);
+  world.pass(std::chrono::milliseconds(3'999));
+  EXPECT_THAT(world.events, IsEmpty());
+  world.pass(std::chrono::milliseconds(1));
+  EXPECT_THAT(kindsOf(world.events), ElementsAre("silent"));
+  world.qemuGoes();
+  EXPECT_THAT(kindsOf(world.events), ElementsAre("silent", "answers"));
+}
+
 TEST(Relay, PassesOnNothingThatIsNoMessage) {
   RelayWorld world;
   world.begin();

@@ -46,6 +46,7 @@ class RelayWorld {
   std::vector<std::string> log;
   std::vector<std::string> problems;
   std::vector<std::string> kills;
+  std::vector<GuestEvent> events;
 
  private:
   void perform(Actions actions);

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <utility>
 
+#include "guest/EventWords.h"
 #include "shim/keep/DiskImage.h"
 #include "shim/keep/Failure.h"
 #include "shim/keep/QemuProcess.h"
@@ -18,6 +19,8 @@
 namespace shim {
 
 namespace {
+
+namespace event = guest::event;
 
 constexpr size_t logSize = 256 * 1024;
 constexpr size_t longestRequest = 64 * 1024;
@@ -94,6 +97,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
       lock_(lock),
       socket_(std::move(socket)),
       log_(directory.place("shim.log"), logSize),
+      events_(directory.place("events")),
       daemonPid_(parent.pid()),
       daemon_(parent.process()),
       succession_(static_cast<bool>(daemon_)) {
@@ -149,6 +153,7 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   }
   log_.write(logLine("shim", "process " + std::to_string(pid_) + " is " + environment.qemu +
                                  ", started as: " + joined(argv)));
+  events_.tell({event::started, {}, environment.qemu, {}, {{"pid", pid_}}});
 }
 
 int Keeper::run() {
@@ -159,7 +164,7 @@ int Keeper::run() {
     passTime();
   }
   collectRest();
-  writeLastError();
+  writeEnd();
   directory_.problemIs("");
   log_.write(logLine("shim", describe(*status_)));
   leaveSocket();
@@ -240,6 +245,7 @@ void Keeper::handleEndingSignal(unsigned signal, pid_t sender) {
   const std::string text = signalText(signal, sender);
   log_.write(logLine("shim", "told to end the guest, by " + text));
   if (sender != daemonPid_ && !stop_.hasBegun()) endedBy_ = endedByText(text, name_);
+  events_.tell({event::toldToEnd, sender == daemonPid_ ? "daemon" : "stranger", text, {}, {}});
   stop(stop_.atOnce(now(), guest()));
 }
 
@@ -253,18 +259,22 @@ void Keeper::stop(StopStep step) {
       break;
     case StopStep::powerDown:
       log_.write(logLine("shim", "presses the guest's power button"));
+      events_.tell({event::askedToEnd, {}, {}, {}, {}});
       perform(relay_->powerDown());
       break;
     case StopStep::quit:
       log_.write(logLine("shim", "asks QEMU to quit"));
+      events_.tell({event::quit, {}, {}, {}, {}});
       perform(relay_->quit());
       break;
     case StopStep::terminate:
       log_.write(logLine("shim", "sends SIGTERM to QEMU"));
+      events_.tell({event::terminated, {}, {}, {}, {}});
       kill(pid_, SIGTERM);
       break;
     case StopStep::kill:
       log_.write(logLine("shim", "kills QEMU"));
+      events_.tell({event::killed, {}, {}, {}, {}});
       kill(pid_, SIGKILL);
       break;
   }
@@ -321,11 +331,13 @@ void Keeper::passTime() {
 void Keeper::perform(Actions actions) {
   for (const std::string& line : actions.log) log_.write(logLine("shim", line));
   for (const std::string& line : actions.problems) log_.write(logLine("problem", line));
+  for (const GuestEvent& event : actions.events) events_.tell(event);
   for (Message& message : actions.toQemu) qemu_->send(std::move(message));
   if (agent_ && !actions.toAgent.empty()) agent_->send({std::move(actions.toAgent), {}});
   if (actions.killQemu.empty() || status_) return;
   killedFor_ = actions.killQemu;
   log_.write(logLine("shim", killedFor_ + ": it is killed"));
+  events_.tell({event::killed, {}, killedFor_, {}, {}});
   lock_.endKeeping();
   kill(pid_, SIGKILL);
 }
@@ -343,14 +355,22 @@ void Keeper::collectRest() {
   if (agent_) agent_->flush();
 }
 
-void Keeper::writeLastError() const {
-  if (!endedBy_.empty()) return directory_.lastErrorIs(endedBy_);
+void Keeper::writeEnd() {
+  const std::string cause = !endedBy_.empty()        ? endedBy_
+                            : !killedFor_.empty()    ? killedFor_
+                            : !lines_.last().empty() ? withNames(lines_.last(), imageNames_)
+                                                     : describe(*status_);
+  const bool bySignal = WIFSIGNALED(*status_);
+  events_.tell(
+      {event::end,
+       {},
+       cause,
+       {},
+       {{bySignal ? "signal" : "exit", bySignal ? WTERMSIG(*status_) : WEXITSTATUS(*status_)}}});
   // A guest that ended as it should has nothing to say, whatever was warned of meanwhile.
   const bool ended = WIFEXITED(*status_) && WEXITSTATUS(*status_) == 0;
-  if (ended || stop_.hasBegun()) return;
-  directory_.lastErrorIs(!killedFor_.empty()      ? killedFor_
-                         : !lines_.last().empty() ? withNames(lines_.last(), imageNames_)
-                                                  : describe(*status_));
+  if (endedBy_.empty() && (ended || stop_.hasBegun())) return;
+  directory_.lastErrorIs(cause);
 }
 
 }  // namespace shim

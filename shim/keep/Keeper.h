@@ -18,6 +18,7 @@
 #include "shim/keep/Console.h"
 #include "shim/keep/ControlServer.h"
 #include "shim/keep/Environment.h"
+#include "shim/keep/EventFile.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/Parent.h"
 #include "shim/keep/Poller.h"
@@ -81,7 +82,7 @@ class Keeper {
   void showProblems();
   void logLines(const std::vector<std::string>& lines);
   void collectRest();
-  void writeLastError() const;
+  void writeEnd();
 
   const std::string name_;
   const CommandLine& line_;
@@ -91,6 +92,7 @@ class Keeper {
   const RowMark rowMark_;
   std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;
+  EventFile events_;
   rt::Descriptor signals_;
   rt::Descriptor output_;
   std::unique_ptr<Console> console_;

@@ -1,0 +1,95 @@
+#include "shim/decide/GuestEvents.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "guest/EventWords.h"
+#include "runtime/base/VisibleText.h"
+
+namespace shim {
+
+namespace {
+
+namespace word = guest::event;
+
+struct Translation {
+  std::string_view event;   // QEMU's name
+  std::string_view kind;    // ours
+  std::string_view reason;  // the member of its data that says how, or what was done; empty: none
+  std::string_view text;    // likewise, about what
+};
+
+constexpr std::array translations{
+    Translation{"STOP", word::paused, "", ""},
+    Translation{"RESUME", word::resumed, "", ""},
+    Translation{"RESET", word::reset, "reason", ""},
+    Translation{"SUSPEND", word::suspended, "", ""},
+    Translation{"SUSPEND_DISK", word::suspended, "", ""},
+    Translation{"WAKEUP", word::wokenUp, "", ""},
+    Translation{"SHUTDOWN", word::shutDown, "reason", ""},
+    Translation{"GUEST_PANICKED", word::panicked, "action", ""},
+    Translation{"WATCHDOG", word::watchdog, "action", ""},
+    Translation{"BLOCK_IO_ERROR", word::diskError, "operation", "reason"},
+};
+
+// A guest makes these happen as often as it likes.
+bool isRepeated(std::string_view kind) {
+  constexpr std::array kinds{word::paused,  word::resumed,  word::reset,    word::suspended,
+                             word::wokenUp, word::panicked, word::watchdog, word::diskError,
+                             word::silent,  word::answers};
+  return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
+}
+
+std::string member(std::string_view name, const std::string& value) {
+  return ",\"" + std::string(name) + "\":" + value;
+}
+
+std::string textMember(std::string_view name, const std::string& text) {
+  if (text.empty()) return {};
+  return member(name, qmp::quoted(rt::visibleText(text.substr(0, EventLines::longestText))));
+}
+
+}  // namespace
+
+std::optional<GuestEvent> eventFrom(const qmp::Saying& saying) {
+  const auto* const found =
+      std::find_if(translations.begin(), translations.end(),
+                   [&](const Translation& each) { return each.event == saying.event; });
+  if (found == translations.end()) return std::nullopt;
+  const auto text = [&](std::string_view name) {
+    const auto value = saying.texts.find(std::string(name));
+    return value == saying.texts.end() ? std::string() : value->second;
+  };
+  return GuestEvent{found->kind, text(found->reason), text(found->text), saying.byGuest, {}};
+}
+
+bool EventLines::mayBeTold(const GuestEvent& event, Moment now) {
+  if (event.kind == word::reset) {
+    const bool isSame = lastReset_ && now.up - *lastReset_ < oneReset;
+    if (isSame) return false;
+    lastReset_ = now.up;
+  }
+  if (!isRepeated(event.kind)) return true;
+  Kind& kind = kinds_[event.kind];
+  kind.full = std::max(kind.full, now.up);
+  const bool may = kind.full - now.up <= (atOnce - 1) * refill;
+  if (may) kind.full += refill;
+  if (!may) ++kind.skipped;
+  return may;
+}
+
+std::string EventLines::line(const GuestEvent& event, Moment now) {
+  if (!mayBeTold(event, now)) return {};
+  std::string line = "{\"run\":" + std::to_string(run_) + member("n", std::to_string(++number_)) +
+                     member("at", std::to_string(now.at)) + member("up", std::to_string(now.up)) +
+                     textMember("kind", std::string(event.kind)) +
+                     textMember("reason", event.reason) + textMember("text", event.text);
+  if (event.byGuest) line += member("byGuest", *event.byGuest ? "true" : "false");
+  for (const auto& [name, number] : event.numbers) line += member(name, std::to_string(number));
+  if (const auto kind = kinds_.find(event.kind); kind != kinds_.end() && kind->second.skipped > 0)
+    line += member("skipped", std::to_string(std::exchange(kind->second.skipped, 0)));
+  return line + "}\n";
+}
+
+}  // namespace shim

@@ -1,0 +1,25 @@
+// The file in which a shim tells what happens to its guest.
+#pragma once
+
+#include "shim/decide/GuestEvents.h"
+#include "shim/keep/BoundedLog.h"
+
+namespace shim {
+
+// Two files of 32 KiB at most, see guest/EventWords.h. They stay when the shim has ended: what it
+// told is read when a daemon comes. On a full disk an event is lost: the guest goes on.
+class EventFile {
+ public:
+  explicit EventFile(Place place);
+
+  // Writes the event, if its kind was not told too often.
+  void tell(const GuestEvent& event);
+
+ private:
+  static constexpr size_t limit = 32 * 1024;
+
+  BoundedLog file_;
+  EventLines lines_;
+};
+
+}  // namespace shim
