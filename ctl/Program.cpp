@@ -1,6 +1,8 @@
 #include "ctl/Program.h"
 
 #include "ctl/verbs/Verbs.h"
+#include "guest/Variables.h"
+#include "guest/VmFiles.h"
 
 namespace ctl {
 
@@ -12,8 +14,8 @@ Directories directoriesOf(const World& world, const Arguments& arguments) {
     const rt::String set = world.environment(variable).value_or("");
     return set.empty() ? rt::String(byDefault) : set;
   };
-  return {directory("state-dir", "VMAGENT_STATE_DIR", "/var/lib/vmagent"),
-          directory("run-dir", "VMAGENT_RUN_DIR", "/run/vmagent")};
+  return {directory("state-dir", guest::variable::stateDir, guest::defaultStateDir),
+          directory("run-dir", guest::variable::runDir, guest::defaultRunDir)};
 }
 
 Exit runVerb(const Verb& verb, const Arguments& arguments, World& world) {

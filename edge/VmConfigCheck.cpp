@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 
+#include "guest/VmFiles.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -44,8 +45,8 @@ constexpr std::array<std::string_view, 25> models{"e1000",
                                                   "vmxnet3"};
 
 // The agent's monitor is a socket of this name, and with it the longest VM name still fits.
-constexpr size_t longestMonitorPath =
-    std::string_view("/var/run/").size() + longestName + std::string_view(".monitor").size();
+constexpr size_t longestMonitorPath = std::string_view(guest::monitorsDirectory).size() + 1 +
+                                      longestName + guest::monitorEnding.size();
 static_assert(longestMonitorPath < sizeof(sockaddr_un::sun_path));
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }

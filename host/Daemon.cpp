@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 
+#include "guest/VmFiles.h"
 #include "host/Plugin.h"
 #include "host/base/FirstLine.h"
 #include "host/base/Report.h"
@@ -99,7 +100,7 @@ class Daemon::Parts {
   void handleEnd(const rt::String& vm) const;
   void removeSocketsOfBefore() const;
   std::set<rt::EthAddr> ourAddresses() const;
-  rt::String vmsDirectory() const { return options_.runDir + "/vm"; }
+  rt::String vmsDirectory() const { return guest::vmsDirectoryOf(options_.runDir); }
   bool hasShim() const { return options_.shim != "off"; }
   bool askToStop(const rt::String& vm) const;
   bool isRemoved(const GuestProcess& guest);
@@ -249,7 +250,8 @@ void Daemon::Parts::startFeeds() {
                   .imageReleased = [this](const rt::String& vm) { images_->release(vm); },
                   .lastError =
                       [this](const rt::String& vm) {
-                        return firstLine(vmsDirectory() + "/" + vm, "last-error");
+                        return firstLine(guest::directoryOf(options_.runDir, vm),
+                                         guest::lastErrorFile);
                       },
                   .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
                   .start = {.before = [this](const VmStart& start) { handleStart(start); },

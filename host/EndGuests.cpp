@@ -3,6 +3,7 @@
 #include <mutex>
 #include <set>
 
+#include "guest/VmFiles.h"
 #include "host/base/Report.h"
 #include "host/database/Locks.h"
 #include "host/guests/ShimClient.h"
@@ -77,7 +78,7 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
 }  // namespace
 
 std::vector<GuestProcess> endGuests(const Options& options) {
-  const statedb::OwnerLock noDaemon(statedb::ownerLockFile(agentsDirectory));
+  const statedb::OwnerLock noDaemon(statedb::ownerLockFile(guest::monitorsDirectory));
   rt::ActivityManager manager;
   Asking asking(options);
   const rt::Seconds patience = stopPatience(options);

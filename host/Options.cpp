@@ -59,7 +59,7 @@ Refusal shimIs(Options& options, std::string_view value) {
 }
 
 Refusal accelIs(Options& options, std::string_view value) {
-  if (value != "auto" && value != "kvm" && value != "tcg") return "must be auto, kvm or tcg";
+  if (!guest::accelerationFrom(value)) return guest::accelerationRight;
   options.accel = rt::String(value);
   return std::nullopt;
 }
@@ -77,8 +77,7 @@ Refusal vncListenIs(Options& options, std::string_view value) {
 
 Refusal stopTimeoutIs(Options& options, std::string_view value) {
   const auto seconds = rt::fromText<uint32_t>(value);
-  constexpr uint32_t aDay = 24 * 60 * 60;
-  if (!seconds || *seconds > aDay) return "must be 0 to 86400 (seconds)";
+  if (!seconds || *seconds > guest::longestStopTimeout) return guest::stopTimeoutRight;
   options.stopTimeout = rt::toText(*seconds);
   return std::nullopt;
 }
@@ -118,9 +117,9 @@ class Reader {
   explicit Reader(std::span<const char* const> words) : words_(words) {}
 
   CommandLine read(const Environment& environment) {
-    take("--state-dir", environment.stateDir, "VMAGENT_STATE_DIR");
-    take("--run-dir", environment.runDir, "VMAGENT_RUN_DIR");
-    take("--trace", environment.trace, "VMAGENT_TRACE");
+    take("--state-dir", environment.stateDir, guest::variable::stateDir);
+    take("--run-dir", environment.runDir, guest::variable::runDir);
+    take("--trace", environment.trace, guest::variable::trace);
     while (at_ < words_.size() && result_.wish == CommandLine::Wish::run) readWord();
     if (result_.wish == CommandLine::Wish::run) result_.wish = wish_;
     return std::move(result_);

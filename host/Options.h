@@ -4,6 +4,8 @@
 #include <optional>
 #include <span>
 
+#include "guest/Variables.h"
+#include "guest/VmFiles.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/base/String.h"
 #include "runtime/base/Trace.h"
@@ -11,17 +13,17 @@
 namespace host {
 
 struct Options {
-  rt::String stateDir = "/var/lib/vmagent";
-  rt::String runDir = "/run/vmagent";
+  rt::String stateDir = guest::defaultStateDir;
+  rt::String runDir = guest::defaultRunDir;
   rt::TraceLevels traceLevels = rt::TraceHandle::defaultLevels;
   // What stands in QEMU's place: "auto", the shim that is installed with us; "off", whatever stands
   // there; or a path.
   rt::String shim = "auto";
   // For the shims.
-  rt::String accel = "auto";
-  rt::String vncListen;           // empty: screens are on sockets of the group's
-  rt::String stopTimeout = "15";  // seconds
-  rt::String bridge;              // that static MAC entries are applied to; empty: to none
+  rt::String accel = guest::defaultAcceleration;
+  rt::String vncListen;  // empty: screens are on sockets of the group's
+  rt::String stopTimeout = guest::defaultStopTimeout;  // seconds
+  rt::String bridge;  // that static MAC entries are applied to; empty: to none
 };
 
 // How long an orderly stop of a guest may take: its own time, and the shim's to end it then.
@@ -36,11 +38,11 @@ struct CommandLine {
   rt::String text;  // to print: on standard output, or on standard error for an error
 };
 
-// Values that are null are not set.
+// The variables of the environment; those that are null are not set.
 struct Environment {
-  const char* stateDir = nullptr;  // VMAGENT_STATE_DIR
-  const char* runDir = nullptr;    // VMAGENT_RUN_DIR
-  const char* trace = nullptr;     // VMAGENT_TRACE
+  const char* stateDir = nullptr;
+  const char* runDir = nullptr;
+  const char* trace = nullptr;
 };
 // Pure. `words` without the program's name.
 CommandLine readCommandLine(std::span<const char* const> words, const Environment& environment);

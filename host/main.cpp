@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "guest/Variables.h"
+#include "guest/VmFiles.h"
 #include "host/Daemon.h"
 #include "host/EndGuests.h"
 #include "host/Plugin.h"
@@ -35,9 +37,9 @@ enum ExitStatus {
 
 host::Environment environment() {
   // NOLINTBEGIN(concurrency-mt-unsafe): there are no threads yet
-  return {.stateDir = std::getenv("VMAGENT_STATE_DIR"),
-          .runDir = std::getenv("VMAGENT_RUN_DIR"),
-          .trace = std::getenv("VMAGENT_TRACE")};
+  return {.stateDir = std::getenv(guest::variable::stateDir),
+          .runDir = std::getenv(guest::variable::runDir),
+          .trace = std::getenv(guest::variable::trace)};
   // NOLINTEND(concurrency-mt-unsafe)
 }
 
@@ -45,11 +47,11 @@ host::Environment environment() {
 host::ChildEnvironment::Values childEnvironment(const host::Options& options) {
   auto values = host::keptEnvironment();
   if (options.shim == "off") return values;
-  values.insert(values.end(), {{"VMAGENT_QEMU", host::realQemuPath},
-                               {"VMAGENT_RUN_DIR", options.runDir},
-                               {"VMAGENT_ACCEL", options.accel},
-                               {"VMAGENT_VNC_LISTEN", options.vncListen},
-                               {"VMAGENT_STOP_TIMEOUT", options.stopTimeout}});
+  values.insert(values.end(), {{guest::variable::qemu, guest::realQemuPath},
+                               {guest::variable::runDir, options.runDir},
+                               {guest::variable::accel, options.accel},
+                               {guest::variable::vncListen, options.vncListen},
+                               {guest::variable::stopTimeout, options.stopTimeout}});
   return values;
 }
 
@@ -109,14 +111,14 @@ int run(const host::Options& options) {
   try {
     const auto shim = enterNamespaces(options);
     host::ChildEnvironment environment(childEnvironment(options));
-    host::MonitorListener listener(host::startingMonitor);
+    host::MonitorListener listener(guest::startingMonitor);
     const auto beforeStart = [&](const host::VmStart& start) {
       auto variables = host::variablesOf(start.row);
-      variables.emplace_back("VMAGENT_IMAGE_FORMAT", start.imageFormat);
+      variables.emplace_back(guest::variable::imageFormat, start.imageFormat);
       if (shim) {
         shim->restore();
-        listener.open(host::monitorOf(start.vm));
-        variables.emplace_back("VMAGENT_LISTENER", rt::toText(listener.number()));
+        listener.open(guest::monitorOf(start.vm));
+        variables.emplace_back(guest::variable::listener, rt::toText(listener.number()));
       }
       environment.extraIs(variables);
     };
@@ -124,7 +126,7 @@ int run(const host::Options& options) {
         options, traces,
         {.before = beforeStart,
          .after = [&] { listener.settle(); },
-         .ended = [&](const rt::String& vm) { listener.close(host::monitorOf(vm)); }});
+         .ended = [&](const rt::String& vm) { listener.close(guest::monitorOf(vm)); }});
     listener.removeLeftover();
     daemon.run(tellReady(standardError));
     return endedBySignal;

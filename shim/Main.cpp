@@ -1,5 +1,5 @@
-// vmagent-shim: what the agent runs as QEMU. Takes QEMU's command line; see Environment.h for the
-// rest. Ends as its QEMU ends; with status 1 and a sentence on standard error when there can be
+// vmagent-shim: what the agent runs as QEMU. Takes QEMU's command line; see guest/Variables.h for
+// the rest. Ends as its QEMU ends; with status 1 and a sentence on standard error when there can be
 // none.
 #include <poll.h>
 #include <sys/wait.h>
@@ -54,7 +54,7 @@ Wait waitForVm(VmLock& lock, std::time_t patience, const VmDirectory& directory)
   const Wait first = waitForVm(lock, quietPatience);
   if (first != Wait::timedOut) return first;
   directory.problemIs("waits for the QEMU before, which has not ended: 'fuser " +
-                      directory.file("lock") + "' names it");
+                      directory.file(guest::lockFile) + "' names it");
   const Wait second = waitForVm(lock, patience - quietPatience);
   directory.problemIs("");
   return second;
@@ -75,8 +75,8 @@ Failure runsAlready(const std::string& vm, pid_t keeper, const std::string& refu
     return Failure("VM '" + vm + "' runs already, kept by process " + pid + " (" + refusal +
                    "): end that process first, with 'kill " + pid + "'");
   return Failure("VM '" + vm + "' runs already (" + refusal + "), though nobody has its lock " +
-                 directory.file("lock") + ": end the process first that 'fuser " +
-                 directory.file("shim.sock") + "' names");
+                 directory.file(guest::lockFile) + ": end the process first that 'fuser " +
+                 directory.file(guest::shimSocket) + "' names");
 }
 
 enum class Keeping { ours, toldToEnd };
@@ -87,7 +87,7 @@ Keeping takeKeeping(const CommandLine& line, const VmDirectory& directory, VmLoc
                     rt::Descriptor& listener, const std::vector<int>& inherited,
                     const Parent& parent) {
   const sigset_t signals = keeperSignals();
-  const std::string socket = directory.file("shim.sock");
+  const std::string socket = directory.file(guest::shimSocket);
   const Time last = now() + takeOverPatience;
   while (!lock.takeKeeping() || isKeptWithoutLock(lock, socket)) {
     const pid_t keeper = lock.keeper();
@@ -105,7 +105,7 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
               const VmDirectory& directory, rt::Descriptor& listener,
               const std::vector<int>& inherited) {
   const Parent parent(inherited);
-  VmLock lock(directory.place("lock"));
+  VmLock lock(directory.place(guest::lockFile));
   if (takeKeeping(line, directory, lock, listener, inherited, parent) == Keeping::toldToEnd)
     return EXIT_SUCCESS;
   auto socket = monitorSocket(line.monitorPath, copyOf(listener));
@@ -119,7 +119,7 @@ int keepGuest(const Environment& environment, const CommandLine& line, const std
       return EXIT_SUCCESS;
     case Wait::timedOut:
       throw Failure("the QEMU before of VM '" + line.name + "' has not ended within " +
-                    std::to_string(patience) + " s: 'fuser " + directory.file("lock") +
+                    std::to_string(patience) + " s: 'fuser " + directory.file(guest::lockFile) +
                     "' names it");
   }
   directory.lastErrorDel();

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "guest/VmFiles.h"
 #include "runtime/base/Text.h"
 
 namespace ctl {
@@ -14,7 +15,7 @@ namespace {
 using Access = Machine::Access;
 using KernelVersion = std::pair<uint32_t, uint32_t>;
 
-constexpr const char* qemu = "/usr/bin/qemu-system-x86_64";
+constexpr const char* qemu = guest::qemuPath;
 constexpr uint32_t oldestQemu = 7;
 constexpr KernelVersion oldestKernel{5, 9};  // for close_range()
 constexpr uint64_t mebibyte = 1024 * 1024;

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "ctl/view/VmRows.h"
+#include "guest/VmFiles.h"
 
 namespace ctl {
 
@@ -44,7 +45,7 @@ ConsoleEnd opened(const rt::String& name, const std::function<ConsoleEnd()>& ope
 }
 
 rt::String socketOf(Context& context, const VmRow& row) {
-  return context.directories().run + "/vm/" + row.name + "/console.sock";
+  return guest::fileOf(context.directories().run, row.name, guest::consoleSocket);
 }
 
 // The agent, who would know its pty, has nothing to do with it.

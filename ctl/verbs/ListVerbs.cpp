@@ -2,6 +2,7 @@
 
 #include "ctl/view/CardInterfaces.h"
 #include "ctl/view/VmView.h"
+#include "guest/VmFiles.h"
 
 namespace ctl {
 
@@ -18,7 +19,7 @@ void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
 
 // The socket that the guest's screen is on now; empty for none.
 rt::String screenOf(Context& context, const VmRow& row) {
-  const rt::String path = context.directories().run + "/vm/" + row.name + "/vnc.sock";
+  const rt::String path = guest::fileOf(context.directories().run, row.name, guest::screenSocket);
   const bool isThere = row.process.pid != 0 &&
                        context.world().machine.accessError(path, Machine::Access::exists) == 0;
   return isThere ? path : rt::String();

@@ -4,6 +4,7 @@
 
 #include "ctl/machine/LogFile.h"
 #include "ctl/view/VmRows.h"
+#include "guest/VmFiles.h"
 
 namespace ctl {
 
@@ -55,8 +56,8 @@ Refusal nothingYet(const rt::String& name, const rt::String& path) {
 Exit showLogs(Context& context, const Arguments& arguments) {
   const rt::String& name = arguments.words().front();
   require(name);
-  const rt::String path = context.directories().run + "/vm/" + name +
-                          (arguments.has("shim") ? "/shim.log" : "/console.log");
+  const rt::String path = guest::fileOf(context.directories().run, name,
+                                        arguments.has("shim") ? guest::shimLog : guest::consoleLog);
   try {
     LogFile log(path);
     if (!log.exists()) {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "guest/VmFiles.h"
+
 namespace host {
 
 namespace {
@@ -19,7 +21,7 @@ bool isSameDirectory(const rt::String& a, const rt::String& b) {
 
 Locks::Locks(const rt::String& runDir) {
   take(runDir);
-  take(agentsDirectory);
+  take(guest::monitorsDirectory);
   sign_ = std::make_unique<statedb::OwnerSign>(runDir);
 }
 

@@ -9,8 +9,6 @@
 
 namespace host {
 
-inline constexpr const char* agentsDirectory = "/var/run";  // where the monitors' sockets are
-
 // One daemon a run directory, one agent a directory of monitors, one daemon a state directory,
 // though two had a /run each; and what shows others that it lives.
 class Locks {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "guest/Variables.h"
 #include "host/guests/ProcessText.h"
 #include "runtime/base/Format.h"
 #include "runtime/base/Text.h"
@@ -11,8 +12,8 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view store = "VMAGENT_STORE";
-constexpr std::string_view row = "VMAGENT_ROW";
+constexpr std::string_view store = guest::variable::store;
+constexpr std::string_view row = guest::variable::row;
 
 std::string_view valueIn(std::string_view environment, std::string_view name) {
   for (size_t at = 0; at < environment.size();) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "guest/VmFiles.h"
 #include "host/base/FirstLine.h"
 #include "host/base/Report.h"
 #include "runtime/base/Exception.h"
@@ -15,7 +16,7 @@ namespace host {
 
 namespace {
 
-constexpr const char* fileName = "problem";
+constexpr const char* fileName = guest::problemFile;
 
 }  // namespace
 

@@ -11,14 +11,15 @@
 #include <filesystem>
 #include <string_view>
 
-#include "runtime/base/Text.h"
+#include "guest/ShimProtocol.h"
+#include "guest/VmFiles.h"
 
 namespace host {
 
 namespace {
 
 rt::String socketOf(const rt::String& runDir, const rt::String& vm) {
-  return runDir + "/vm/" + vm + "/shim.sock";
+  return guest::fileOf(runDir, vm, guest::shimSocket);
 }
 
 // Connects without waiting; 0, or why it cannot be.
@@ -47,7 +48,7 @@ bool say(const rt::String& runDir, const rt::String& vm, const rt::String& reque
 }  // namespace
 
 bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout) {
-  return say(runDir, vm, R"({"stop":{"timeout":)" + timeout + "}}\n");
+  return say(runDir, vm, guest::stopRequest(timeout));
 }
 
 bool shimIsStopping(const rt::String& runDir, const rt::String& vm) {
@@ -59,14 +60,11 @@ bool shimIsStopping(const rt::String& runDir, const rt::String& vm) {
                        poll(&said, 1, patience) == 1 &&
                        recv(shim, greeting, sizeof greeting - 1, 0) > 0;
   close(shim);
-  return isHeard &&
-         std::string_view(greeting).find(R"("state":"stopping")") != std::string_view::npos;
+  return isHeard && guest::isStopping(greeting);
 }
 
 bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row) {
-  return say(
-      runDir, vm,
-      R"({"row":{"store":")" + row.history + R"(","sequence":)" + rt::toText(row.created) + "}}\n");
+  return say(runDir, vm, guest::rowRequest(row.history, row.created));
 }
 
 bool shimIsThere(const rt::String& runDir, const rt::String& vm) {
@@ -77,9 +75,8 @@ bool shimIsThere(const rt::String& runDir, const rt::String& vm) {
 }
 
 void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
-  const rt::String directory = runDir + "/vm/" + vm;
-  const rt::String paths[] = {socketOf(runDir, vm), directory + "/console.sock",
-                              directory + "/vnc.sock", "/var/run/" + vm + ".monitor"};
+  const rt::String paths[] = {socketOf(runDir, vm), guest::fileOf(runDir, vm, guest::consoleSocket),
+                              guest::fileOf(runDir, vm, guest::screenSocket), guest::monitorOf(vm)};
   for (const rt::String& path : paths) {
     struct stat facts {};
     if (lstat(path.charPtr(), &facts) != 0 || !S_ISSOCK(facts.st_mode)) continue;
@@ -91,17 +88,18 @@ void removeDeadSockets(const rt::String& runDir, const rt::String& vm) {
 
 void removeDeadSocketsOfAllBut(const std::set<rt::String>& living, const rt::String& runDir) {
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator((runDir + "/vm").str(), error)) {
+  for (const auto& entry :
+       std::filesystem::directory_iterator(guest::vmsDirectoryOf(runDir), error)) {
     const rt::String vm(entry.path().filename().string());
     if (!living.contains(vm)) removeDeadSockets(runDir, vm);
   }
 }
 
 void removeLastError(const rt::String& runDir, const rt::String& vm) {
-  const rt::String path = runDir + "/vm/" + vm;
+  const rt::String path = guest::directoryOf(runDir, vm);
   const int directory = open(path.charPtr(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (directory < 0) return;
-  (void)unlinkat(directory, "last-error", 0);
+  (void)unlinkat(directory, guest::lastErrorFile, 0);
   close(directory);
 }
 

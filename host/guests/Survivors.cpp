@@ -13,6 +13,7 @@
 #include <string>
 #include <utility>
 
+#include "guest/VmFiles.h"
 #include "host/base/Report.h"
 #include "host/guests/ProcessText.h"
 #include "runtime/base/Text.h"
@@ -21,9 +22,8 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view qemu = "/usr/bin/qemu-system-x86_64";
-constexpr std::string_view monitorBegin = "socket,id=monitor,path=/var/run/";
-constexpr std::string_view monitorEnd = ".monitor,server,nowait";
+constexpr std::string_view optionBegin = "socket,id=monitor,path=";
+constexpr std::string_view optionEnd = ",server,nowait";
 
 // What /var/run is to a process: its links are to be followed from its root and not from ours.
 std::optional<std::pair<dev_t, ino_t>> runDirectoryOf(const std::string& process) {
@@ -73,14 +73,16 @@ rt::String guestOf(const std::string& process) {
 }  // namespace
 
 rt::String vmOnCommandLine(std::string_view commandLine) {
-  if (commandLine.substr(0, commandLine.find('\0')) != qemu) return {};
+  if (commandLine.substr(0, commandLine.find('\0')) != guest::qemuPath) return {};
   for (size_t at = 0; at < commandLine.size();) {
     const std::string_view word = commandLine.substr(at, commandLine.find('\0', at) - at);
     at += word.size() + 1;
-    if (word.size() > monitorBegin.size() + monitorEnd.size() && word.starts_with(monitorBegin) &&
-        word.ends_with(monitorEnd))
-      return rt::String(
-          word.substr(monitorBegin.size(), word.size() - monitorBegin.size() - monitorEnd.size()));
+    if (word.size() < optionBegin.size() + optionEnd.size() || !word.starts_with(optionBegin) ||
+        !word.ends_with(optionEnd))
+      continue;
+    const std::string_view vm = guest::vmOfMonitor(
+        word.substr(optionBegin.size(), word.size() - optionBegin.size() - optionEnd.size()));
+    if (!vm.empty()) return rt::String(vm);
   }
   return {};
 }

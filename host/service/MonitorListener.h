@@ -7,11 +7,6 @@
 
 namespace host {
 
-// Where the agent looks for that VM's monitor.
-inline rt::String monitorOf(const rt::String& vm) { return "/var/run/" + vm + ".monitor"; }
-// Where the next guest's is until it is started. There is one agent for that directory.
-inline constexpr const char* startingMonitor = "/var/run/vmagentd.starting";
-
 // Listens for a guest that is about to be started. The agent removes what stands at the monitor's
 // path, forks, and looks for the new guest there: finding nobody it pauses, and all other guests
 // with it. So in between, in the fork, a socket that listens already is moved to that path, and the

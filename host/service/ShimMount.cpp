@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "guest/VmFiles.h"
 #include "host/base/Report.h"
 #include "runtime/base/Exception.h"
 
@@ -90,41 +91,42 @@ ShimMount::ShimMount(const rt::String& shim) : shim_(shim) {
     throw rt::Exception("the shim " + shim + " cannot be executed: " + std::strerror(errno) +
                         "; name another one with --shim");
   remember(facts);
-  if (access(qemuPath, X_OK) != 0)
-    throw rt::Exception(rt::String("there is no QEMU at ") + qemuPath +
+  if (access(guest::qemuPath, X_OK) != 0)
+    throw rt::Exception(rt::String("there is no QEMU at ") + guest::qemuPath +
                         ": install the package qemu-system-x86");
   if (stands()) {
-    isMount_ = isMountPoint(qemuPath);
+    isMount_ = isMountPoint(guest::qemuPath);
     return;
   }
   require(unshare(CLONE_NEWNS) == 0, "make a mount namespace");
   require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "keep mounts private");
-  makePlace(realQemuPath);
+  makePlace(guest::realQemuPath);
   mountBoth();
 }
 
 void ShimMount::restore() {
   // Where there is no QEMU now, its start says so.
-  if (stands() || access(qemuPath, X_OK) != 0) return;
+  if (stands() || access(guest::qemuPath, X_OK) != 0) return;
   if (!isMount_)
-    throw rt::Exception(rt::String("the shim was a file at ") + qemuPath +
+    throw rt::Exception(rt::String("the shim was a file at ") + guest::qemuPath +
                         " and is not any more; put it there again, or restart the daemon");
   // What stands in the shim's place is the new QEMU, and in QEMU's the old one.
-  (void)umount2(realQemuPath, MNT_DETACH);
+  (void)umount2(guest::realQemuPath, MNT_DETACH);
   mountBoth();
-  report(rt::String(qemuPath) + " was replaced: guests that are started from now on run the new");
+  report(rt::String(guest::qemuPath) +
+         " was replaced: guests that are started from now on run the new");
 }
 
 bool ShimMount::stands() const {
   struct stat facts {};
-  return stat(qemuPath, &facts) == 0 && facts.st_dev == device_ && facts.st_ino == inode_;
+  return stat(guest::qemuPath, &facts) == 0 && facts.st_dev == device_ && facts.st_ino == inode_;
 }
 
 void ShimMount::mountBoth() {
-  bind(qemuPath, realQemuPath);
-  bind(shim_.charPtr(), qemuPath);
+  bind(guest::qemuPath, guest::realQemuPath);
+  bind(shim_.charPtr(), guest::qemuPath);
   struct stat facts {};
-  require(stat(qemuPath, &facts) == 0, "look at it");
+  require(stat(guest::qemuPath, &facts) == 0, "look at it");
   remember(facts);
 }
 

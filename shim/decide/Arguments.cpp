@@ -191,8 +191,8 @@ class Rewriter {
   }
 
   bool kvm() const {
-    if (policy_.acceleration == Acceleration::automatic) return facts_.kvmUsable;
-    return policy_.acceleration == Acceleration::kvm;
+    if (policy_.acceleration == guest::Acceleration::automatic) return facts_.kvmUsable;
+    return policy_.acceleration == guest::Acceleration::kvm;
   }
 
   void add(std::string_view option, std::string value) {
@@ -261,13 +261,6 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
 std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
                                             const Policy& policy) {
   return Rewriter(line, facts, policy).result();
-}
-
-std::optional<Acceleration> accelerationFromText(std::string_view text) {
-  if (text == "auto") return Acceleration::automatic;
-  if (text == "kvm") return Acceleration::kvm;
-  if (text == "tcg") return Acceleration::tcg;
-  return std::nullopt;
 }
 
 }  // namespace shim

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "guest/Variables.h"
+
 namespace shim {
 
 // What a command line lacks, in a sentence for an operator.
@@ -18,10 +20,8 @@ class ArgumentError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-enum class Acceleration { automatic, kvm, tcg };
-
 struct Policy {
-  Acceleration acceleration = Acceleration::automatic;
+  guest::Acceleration acceleration = guest::Acceleration::automatic;
   // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
   // at none, and whoever is to see it is given to QEMU.
   std::string vncListen;
@@ -87,8 +87,5 @@ CommandLine readCommandLine(std::vector<std::string> arguments);
 // What to start QEMU with. What is not known stands as it is.
 std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
                                             const Policy& policy);
-
-// The value that VMAGENT_ACCEL stands for, or nothing for a text that stands for none.
-std::optional<Acceleration> accelerationFromText(std::string_view text);
 
 }  // namespace shim

@@ -243,25 +243,17 @@ TEST(Arguments, UseKvmWhenItCanBeUsed) {
 TEST(Arguments, UseNoKvmWhenThePolicyForbidsIt) {
   Facts facts;
   facts.kvmUsable = true;
-  EXPECT_THAT(rewritten(agentLine(), facts, {Acceleration::tcg, "127.0.0.1"}),
+  EXPECT_THAT(rewritten(agentLine(), facts, {guest::Acceleration::tcg, "127.0.0.1"}),
               HasSubstr(" -accel tcg -smp 1"));
 }
 
 TEST(Arguments, UseKvmWhenThePolicyDemandsItWhateverTheMachineIs) {
-  EXPECT_THAT(rewritten(agentLine(), {}, {Acceleration::kvm, "127.0.0.1"}),
+  EXPECT_THAT(rewritten(agentLine(), {}, {guest::Acceleration::kvm, "127.0.0.1"}),
               HasSubstr(" -accel kvm -smp 1"));
 }
 
 TEST(Arguments, SayNothingOfAccelerationUnlessAsked) {
   EXPECT_EQ(rewrittenTail("-smp 1"), "-smp 1");
-}
-
-TEST(Arguments, KnowThePoliciesOfAcceleration) {
-  EXPECT_EQ(accelerationFromText("auto"), Acceleration::automatic);
-  EXPECT_EQ(accelerationFromText("kvm"), Acceleration::kvm);
-  EXPECT_EQ(accelerationFromText("tcg"), Acceleration::tcg);
-  EXPECT_EQ(accelerationFromText("KVM"), std::nullopt);
-  EXPECT_EQ(accelerationFromText(""), std::nullopt);
 }
 
 // All else.

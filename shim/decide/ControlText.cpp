@@ -4,22 +4,21 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
 
+#include "guest/Variables.h"
 #include "runtime/base/Release.h"
 
 namespace shim::control {
 
 namespace {
 
+namespace word = guest::word;
 using JsonPtr = std::unique_ptr<json_t, rt::Release<json_decref>>;
 
-constexpr double longestTimeout = 24 * 3600;
 constexpr size_t longestStoreName = 64;
-constexpr std::array<std::string_view, 3> stateNames{"starting", "running", "stopping"};
 
 JsonPtr jsonOf(std::string_view text) {
   // Bytes that are no UTF-8 cannot be said in JSON.
@@ -33,7 +32,7 @@ JsonPtr jsonOf(const std::vector<std::string>& texts) {
   return list;
 }
 
-JsonPtr jsonOf(State state) { return jsonOf(stateNames[static_cast<size_t>(state)]); }
+JsonPtr jsonOf(State state) { return jsonOf(guest::shimStates[static_cast<size_t>(state)]); }
 
 // {"NAME": value}, as a line.
 std::string lineOf(const char* name, JsonPtr value) {
@@ -51,7 +50,7 @@ std::string stringOf(const json_t* value) {
 
 // The one member of a request that says what is asked for.
 const char* verbOf(const json_t* root) {
-  for (const char* const verb : {"status", "stop", "adopt", "row"})
+  for (const char* const verb : word::requests)
     if (json_is_object(json_object_get(root, verb))) return verb;
   throw RequestError(
       "the request is not understood: it must be {\"status\":{}}, {\"stop\":{\"timeout\":SECONDS}} "
@@ -59,10 +58,10 @@ const char* verbOf(const json_t* root) {
 }
 
 std::optional<Duration> timeoutOf(const json_t* stop) {
-  const json_t* const value = json_object_get(stop, "timeout");
+  const json_t* const value = json_object_get(stop, word::timeout);
   if (!value) return std::nullopt;
   const double seconds = json_number_value(value);
-  if (!json_is_number(value) || seconds < 0 || seconds > longestTimeout)
+  if (!json_is_number(value) || seconds < 0 || seconds > guest::longestStopTimeout)
     throw RequestError("stop: the timeout is refused: it must be 0 to 86400 (seconds)");
   return Duration(static_cast<Duration::rep>(seconds * 1000));
 }
@@ -77,9 +76,9 @@ pid_t processOf(const json_t* adopt, const char* name) {
 
 Adoption adoptionOf(const json_t* adopt) {
   Adoption adoption;
-  adoption.pid = processOf(adopt, "pid");
-  adoption.daemon = processOf(adopt, "daemon");
-  const json_t* const words = json_object_get(adopt, "arguments");
+  adoption.pid = processOf(adopt, word::pid);
+  adoption.daemon = processOf(adopt, word::daemon);
+  const json_t* const words = json_object_get(adopt, word::arguments);
   if (!json_is_array(words))
     throw RequestError("adopt: 'arguments' is missing: it must be a list of texts");
   adoption.arguments.reserve(json_array_size(words));
@@ -99,38 +98,38 @@ bool isStoreName(std::string_view text) {
 }
 
 Row rowOf(const json_t* value) {
-  Row row{stringOf(json_object_get(value, "store")), 0};
+  Row row{stringOf(json_object_get(value, word::store)), 0};
   if (!isStoreName(row.store))
     throw RequestError(
         "row: 'store' is refused: it must be 1 to 64 letters, digits, '-', '_' or '.'");
-  const json_int_t sequence = json_integer_value(json_object_get(value, "sequence"));
+  const json_int_t sequence = json_integer_value(json_object_get(value, word::sequence));
   if (sequence < 1) throw RequestError("row: 'sequence' is refused: it must be 1 or more");
   row.sequence = static_cast<uint64_t>(sequence);
   return row;
 }
 
 std::optional<State> stateFrom(const std::string& text) {
-  for (size_t i = 0; i < stateNames.size(); ++i)
-    if (stateNames[i] == text) return static_cast<State>(i);
+  for (size_t i = 0; i < guest::shimStates.size(); ++i)
+    if (guest::shimStates[i] == text) return static_cast<State>(i);
   return std::nullopt;
 }
 
 std::optional<Greeting> greetingOf(const json_t* root) {
   Greeting greeting;
-  greeting.protocol = static_cast<int>(json_integer_value(json_object_get(root, "shim")));
-  greeting.vm = stringOf(json_object_get(root, "vm"));
-  greeting.pid = static_cast<pid_t>(json_integer_value(json_object_get(root, "pid")));
-  greeting.qemu = static_cast<pid_t>(json_integer_value(json_object_get(root, "qemu")));
-  const auto state = stateFrom(stringOf(json_object_get(root, "state")));
+  greeting.protocol = static_cast<int>(json_integer_value(json_object_get(root, word::shim)));
+  greeting.vm = stringOf(json_object_get(root, word::vm));
+  greeting.pid = static_cast<pid_t>(json_integer_value(json_object_get(root, word::pid)));
+  greeting.qemu = static_cast<pid_t>(json_integer_value(json_object_get(root, word::qemu)));
+  const auto state = stateFrom(stringOf(json_object_get(root, word::state)));
   // A state of another protocol is nothing to go by.
-  if (!state && greeting.protocol == protocol) return std::nullopt;
+  if (!state && greeting.protocol == guest::shimProtocol) return std::nullopt;
   greeting.state = state.value_or(State::running);
   return greeting;
 }
 
 std::optional<int> waitStatusOf(const json_t* end) {
-  const json_t* const exit = json_object_get(end, "exit");
-  const json_t* const signal = json_object_get(end, "signal");
+  const json_t* const exit = json_object_get(end, word::exit);
+  const json_t* const signal = json_object_get(end, word::signal);
   const json_int_t status = json_integer_value(exit);
   const json_int_t number = json_integer_value(signal);
   if (json_is_integer(exit) && status >= 0 && status <= UINT8_MAX) return W_EXITCODE(status, 0);
@@ -148,13 +147,13 @@ Request requestFrom(std::string_view text) {
   const std::string_view verb = verbOf(root.get());
   const json_t* const body = json_object_get(root.get(), verb.data());
   Request request;
-  if (verb == "stop") {
+  if (verb == word::stop) {
     request.kind = Request::Kind::stop;
     request.timeout = timeoutOf(body);
-  } else if (verb == "adopt") {
+  } else if (verb == word::adopt) {
     request.kind = Request::Kind::adopt;
     request.adoption = adoptionOf(body);
-  } else if (verb == "row") {
+  } else if (verb == word::row) {
     request.kind = Request::Kind::row;
     request.row = rowOf(body);
   }
@@ -163,72 +162,69 @@ Request requestFrom(std::string_view text) {
 
 std::string greetingLine(const Greeting& greeting) {
   JsonPtr root(json_object());
-  json_object_set_new(root.get(), "vm", jsonOf(greeting.vm).release());
-  json_object_set_new(root.get(), "pid", json_integer(greeting.pid));
-  json_object_set_new(root.get(), "qemu", json_integer(greeting.qemu));
-  json_object_set_new(root.get(), "state", jsonOf(greeting.state).release());
+  json_object_set_new(root.get(), word::vm, jsonOf(greeting.vm).release());
+  json_object_set_new(root.get(), word::pid, json_integer(greeting.pid));
+  json_object_set_new(root.get(), word::qemu, json_integer(greeting.qemu));
+  json_object_set_new(root.get(), word::state, jsonOf(greeting.state).release());
   // First, for who reads it with the eye.
   const std::unique_ptr<char, void (*)(void*)> text(json_dumps(root.get(), JSON_COMPACT),
                                                     std::free);
-  return "{\"shim\":" + std::to_string(greeting.protocol) + "," +
+  return "{\"" + std::string(word::shim) + "\":" + std::to_string(greeting.protocol) + "," +
          std::string(text.get()).substr(1) + "\n";
 }
 
 std::string statusLine(const Status& status) {
   JsonPtr value(json_object());
-  json_object_set_new(value.get(), "state", jsonOf(status.state).release());
-  json_object_set_new(value.get(), "qemu", json_integer(status.qemu));
-  json_object_set_new(value.get(), "agent", json_boolean(status.hasAgent));
-  json_object_set_new(value.get(), "console", jsonOf(status.console).release());
-  json_object_set_new(value.get(), "problems", jsonOf(status.problems).release());
-  return lineOf("return", std::move(value));
+  json_object_set_new(value.get(), word::state, jsonOf(status.state).release());
+  json_object_set_new(value.get(), word::qemu, json_integer(status.qemu));
+  json_object_set_new(value.get(), word::agent, json_boolean(status.hasAgent));
+  json_object_set_new(value.get(), word::console, jsonOf(status.console).release());
+  json_object_set_new(value.get(), word::problems, jsonOf(status.problems).release());
+  return lineOf(word::done, std::move(value));
 }
 
-std::string doneLine() { return lineOf("return", JsonPtr(json_object())); }
+std::string doneLine() { return lineOf(word::done, JsonPtr(json_object())); }
 
-std::string errorLine(std::string_view text) { return lineOf("error", jsonOf(text)); }
+std::string errorLine(std::string_view text) { return lineOf(word::error, jsonOf(text)); }
 
 std::string endLine(int waitStatus) {
   JsonPtr value(json_object());
   if (WIFSIGNALED(waitStatus))
-    json_object_set_new(value.get(), "signal", json_integer(WTERMSIG(waitStatus)));
+    json_object_set_new(value.get(), word::signal, json_integer(WTERMSIG(waitStatus)));
   else
-    json_object_set_new(value.get(), "exit", json_integer(WEXITSTATUS(waitStatus)));
-  return lineOf("end", std::move(value));
+    json_object_set_new(value.get(), word::exit, json_integer(WEXITSTATUS(waitStatus)));
+  return lineOf(word::end, std::move(value));
 }
 
 std::string adoptLine(const Adoption& adoption) {
   JsonPtr value(json_object());
-  json_object_set_new(value.get(), "pid", json_integer(adoption.pid));
-  json_object_set_new(value.get(), "daemon", json_integer(adoption.daemon));
-  json_object_set_new(value.get(), "arguments", jsonOf(adoption.arguments).release());
-  return lineOf("adopt", std::move(value));
+  json_object_set_new(value.get(), word::pid, json_integer(adoption.pid));
+  json_object_set_new(value.get(), word::daemon, json_integer(adoption.daemon));
+  json_object_set_new(value.get(), word::arguments, jsonOf(adoption.arguments).release());
+  return lineOf(word::adopt, std::move(value));
 }
 
 std::string stopLine(Duration timeout) {
-  JsonPtr value(json_object());
-  json_object_set_new(value.get(), "timeout",
-                      json_integer(static_cast<json_int_t>(timeout.count() / 1000)));
-  return lineOf("stop", std::move(value));
+  return guest::stopRequest(std::to_string(timeout.count() / 1000));
 }
 
 std::optional<Saying> sayingFrom(std::string_view text) {
   const JsonPtr root(json_loadb(text.data(), text.size(), JSON_REJECT_DUPLICATES, nullptr));
   Saying saying;
-  if (json_object_get(root.get(), "shim")) {
+  if (json_object_get(root.get(), word::shim)) {
     saying.kind = Saying::Kind::greeting;
     const auto greeting = greetingOf(root.get());
     if (!greeting) return std::nullopt;
     saying.greeting = *greeting;
-  } else if (const json_t* const end = json_object_get(root.get(), "end")) {
+  } else if (const json_t* const end = json_object_get(root.get(), word::end)) {
     saying.kind = Saying::Kind::end;
     const auto status = waitStatusOf(end);
     if (!status) return std::nullopt;
     saying.waitStatus = *status;
-  } else if (const json_t* const error = json_object_get(root.get(), "error")) {
+  } else if (const json_t* const error = json_object_get(root.get(), word::error)) {
     saying.kind = Saying::Kind::error;
     saying.error = stringOf(error);
-  } else if (!json_object_get(root.get(), "return")) {
+  } else if (!json_object_get(root.get(), word::done)) {
     return std::nullopt;
   }
   return saying;

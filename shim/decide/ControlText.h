@@ -1,18 +1,4 @@
-// What is said on a shim's own socket, RUN/vm/NAME/shim.sock, as text. JSON stays behind this.
-//
-//   the shim, to each who connects  {"shim":1,"vm":NAME,"pid":N,"qemu":N,"state":STATE}
-//   {"status":{}}                   {"return":{"state":STATE,"qemu":N,"agent":BOOL,
-//                                     "console":PATH,"problems":[TEXT…]}}
-//   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: the next step is taken at once
-//   {"adopt":{…}}, see Adoption     {"return":{}}, and the monitor's listening socket with it; or
-//                                   an error as long as the guest is not free
-//   {"row":{"store":TEXT,           {"return":{}}, see RowMark.h
-//     "sequence":N}}
-//   anything else                   {"error":TEXT}, and nothing changes
-//   the guest's end, to all         {"end":{"exit":N}} or {"end":{"signal":N}}
-//
-// One line each, ended by LF. STATE is "starting", "running" or "stopping". Members that are not
-// known are ignored, so that the protocol can grow; "shim" is another number when it breaks.
+// What is said on a shim's own socket (guest/ShimProtocol.h), as text. JSON stays behind this.
 #pragma once
 
 #include <sys/types.h>
@@ -24,17 +10,16 @@
 #include <string_view>
 #include <vector>
 
+#include "guest/ShimProtocol.h"
 #include "shim/decide/Time.h"
 
 namespace shim::control {
 
-inline constexpr int protocol = 1;
-
-enum class State { starting, running, stopping };
+using State = guest::ShimState;
 
 // What a shim says of itself.
 struct Greeting {
-  int protocol = control::protocol;
+  int protocol = guest::shimProtocol;
   std::string vm;
   pid_t pid = 0;
   pid_t qemu = 0;

@@ -32,7 +32,7 @@ class Control : public testing::Test {
       : server(folder / "shim.sock",
                {[] {
                   return control::greetingLine(
-                      {control::protocol, "guest0", 100, 101, control::State::running});
+                      {guest::shimProtocol, "guest0", 100, 101, control::State::running});
                 },
                 [this](ControlServer::Client, const control::Request& request,
                        const rt::Descriptors& descriptors) {

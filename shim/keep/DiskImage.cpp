@@ -5,6 +5,7 @@
 
 #include <array>
 
+#include "guest/Variables.h"
 #include "shim/keep/Failure.h"
 
 namespace shim {
@@ -54,9 +55,9 @@ guest::ImageFormat formatOf(const rt::Descriptor& file, const Drive& drive,
   if (pread(file.number(), bytes.data(), bytes.size(), 0) < 0) throw cannotBeOpened(drive, "");
   const std::string_view head(bytes.data(), bytes.size());
   if (!told && guest::formatOfHead(head) == "qcow2")
-    throw refused(drive,
-                  "begins as qcow2 does, which its guest may have written: VMAGENT_IMAGE_FORMAT "
-                  "must say whether it is raw or qcow2");
+    throw refused(drive, "begins as qcow2 does, which its guest may have written: " +
+                             std::string(guest::variable::imageFormat) +
+                             " must say whether it is raw or qcow2");
   const guest::ImageFormat format = told.value_or(guest::ImageFormat::raw);
   if (format == guest::ImageFormat::qcow2)
     if (const auto right = guest::qcow2Right(head)) throw refused(drive, *right);

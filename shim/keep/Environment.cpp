@@ -11,7 +11,7 @@ namespace shim {
 
 namespace {
 
-constexpr int longestStopTimeout = 24 * 3600;
+namespace variable = guest::variable;
 
 std::string valueOf(const std::function<const char*(const char*)>& get, const char* name,
                     const std::string& fallback) {
@@ -19,13 +19,16 @@ std::string valueOf(const std::function<const char*(const char*)>& get, const ch
   return value && *value ? value : fallback;
 }
 
+ArgumentError refused(const char* name, const std::string& value, const char* right) {
+  return ArgumentError(std::string(name) + ": '" + value + "' is refused: it " + right);
+}
+
 Duration secondsFrom(const std::string& text) {
   int seconds = -1;
   const char* const end = text.data() + text.size();
   const auto [at, error] = std::from_chars(text.data(), end, seconds);
-  if (error != std::errc() || at != end || seconds < 0 || seconds > longestStopTimeout)
-    throw ArgumentError("VMAGENT_STOP_TIMEOUT: '" + text + "' is refused: it must be 0 to " +
-                        std::to_string(longestStopTimeout) + " (seconds)");
+  if (error != std::errc() || at != end || seconds < 0 || seconds > guest::longestStopTimeout)
+    throw refused(variable::stopTimeout, text, guest::stopTimeoutRight);
   return Duration(1000) * seconds;
 }
 
@@ -34,19 +37,18 @@ int descriptorFrom(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [at, error] = std::from_chars(text.data(), end, number);
   if (text.empty() || (error == std::errc() && at == end && number >= 0)) return number;
-  throw ArgumentError("VMAGENT_LISTENER: '" + text +
-                      "' is refused: it must be a descriptor's number");
+  throw refused(variable::listener, text, "must be a descriptor's number");
 }
 
-Acceleration accelerationFrom(const std::string& text) {
-  if (const auto value = accelerationFromText(text)) return *value;
-  throw ArgumentError("VMAGENT_ACCEL: '" + text + "' is refused: it must be auto, kvm or tcg");
+guest::Acceleration accelerationFrom(const std::string& text) {
+  if (const auto value = guest::accelerationFrom(text)) return *value;
+  throw refused(variable::accel, text, guest::accelerationRight);
 }
 
 std::optional<guest::ImageFormat> imageFormatFrom(const std::string& text) {
   if (text.empty()) return std::nullopt;
   if (const auto format = guest::imageFormatFrom(text)) return format;
-  throw ArgumentError("VMAGENT_IMAGE_FORMAT: '" + text + "' is refused: it must be raw or qcow2");
+  throw refused(variable::imageFormat, text, "must be raw or qcow2");
 }
 
 // The first bytes of a file, at most `size`; none when it cannot be read.
@@ -74,13 +76,15 @@ bool isWordAt(std::string_view text, size_t at, size_t length) {
 
 Environment environmentFrom(const std::function<const char*(const char*)>& get) {
   Environment environment;
-  environment.qemu = valueOf(get, "VMAGENT_QEMU", environment.qemu);
-  environment.runDir = valueOf(get, "VMAGENT_RUN_DIR", environment.runDir);
-  environment.policy.vncListen = valueOf(get, "VMAGENT_VNC_LISTEN", environment.policy.vncListen);
-  environment.policy.acceleration = accelerationFrom(valueOf(get, "VMAGENT_ACCEL", "auto"));
-  environment.imageFormat = imageFormatFrom(valueOf(get, "VMAGENT_IMAGE_FORMAT", ""));
-  environment.stopTimeout = secondsFrom(valueOf(get, "VMAGENT_STOP_TIMEOUT", "15"));
-  environment.listener = descriptorFrom(valueOf(get, "VMAGENT_LISTENER", ""));
+  environment.qemu = valueOf(get, variable::qemu, environment.qemu);
+  environment.runDir = valueOf(get, variable::runDir, environment.runDir);
+  environment.policy.vncListen = valueOf(get, variable::vncListen, environment.policy.vncListen);
+  environment.policy.acceleration =
+      accelerationFrom(valueOf(get, variable::accel, guest::defaultAcceleration));
+  environment.imageFormat = imageFormatFrom(valueOf(get, variable::imageFormat, ""));
+  environment.stopTimeout =
+      secondsFrom(valueOf(get, variable::stopTimeout, guest::defaultStopTimeout));
+  environment.listener = descriptorFrom(valueOf(get, variable::listener, ""));
   return environment;
 }
 

@@ -1,4 +1,5 @@
-// What the shim is told by its environment, and what it finds out about the machine.
+// What the shim is told by its environment (guest/Variables.h), and what it finds out about the
+// machine.
 #pragma once
 
 #include <functional>
@@ -7,20 +8,21 @@
 #include <string_view>
 
 #include "guest/ImageHeader.h"
+#include "guest/VmFiles.h"
 #include "shim/decide/Arguments.h"
 #include "shim/decide/Time.h"
 
 namespace shim {
 
 struct Environment {
-  std::string qemu = "/usr/libexec/vmagent-qemu";  // VMAGENT_QEMU
-  std::string runDir = "/run/vmagent";             // VMAGENT_RUN_DIR
-  Policy policy;                                   // VMAGENT_ACCEL, VMAGENT_VNC_LISTEN
-  // VMAGENT_IMAGE_FORMAT: what the disk image is, as the daemon says; nothing: it says nothing.
+  std::string qemu = guest::realQemuPath;
+  std::string runDir = guest::defaultRunDir;
+  Policy policy;
+  // What the disk image is, as the daemon says; nothing: it says nothing.
   std::optional<guest::ImageFormat> imageFormat;
-  // VMAGENT_STOP_TIMEOUT, in seconds: what a guest gets to shut down by itself.
+  // What a guest gets to shut down by itself.
   Duration stopTimeout{15'000};
-  // VMAGENT_LISTENER: the descriptor of a socket that listens at the monitor's path since before
+  // The descriptor of a socket that listens at the monitor's path since before
   // our start, so that the agent finds somebody at once; -1: there is none, as when we are started
   // by hand.
   int listener = -1;

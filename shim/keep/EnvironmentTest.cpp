@@ -37,7 +37,7 @@ TEST(Environment, HasDefaults) {
     const Environment found = environment(values);
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
     EXPECT_EQ(found.runDir, "/run/vmagent");
-    EXPECT_EQ(found.policy.acceleration, Acceleration::automatic);
+    EXPECT_EQ(found.policy.acceleration, guest::Acceleration::automatic);
     EXPECT_EQ(found.policy.vncListen, "");
     EXPECT_EQ(found.stopTimeout, seconds(15));
     EXPECT_EQ(found.imageFormat, std::nullopt);
@@ -54,7 +54,7 @@ TEST(Environment, SaysWhatAnOperatorWants) {
                                          {"VMAGENT_LISTENER", "7"}});
   EXPECT_EQ(found.qemu, "/q");
   EXPECT_EQ(found.runDir, "/r");
-  EXPECT_EQ(found.policy.acceleration, Acceleration::kvm);
+  EXPECT_EQ(found.policy.acceleration, guest::Acceleration::kvm);
   EXPECT_EQ(found.policy.vncListen, "10.0.0.1");
   EXPECT_EQ(found.stopTimeout, seconds(0));
   EXPECT_EQ(found.listener, 7);

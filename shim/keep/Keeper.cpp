@@ -96,8 +96,8 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
       directory_(directory),
       lock_(lock),
       socket_(std::move(socket)),
-      log_(directory.place("shim.log"), logSize),
-      events_(directory.place("events")),
+      log_(directory.place(guest::shimLog), logSize),
+      events_(directory.place(guest::eventsFile)),
       daemonPid_(parent.pid()),
       daemon_(parent.process()),
       succession_(static_cast<bool>(daemon_)) {
@@ -106,10 +106,10 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
   if (!signals_) throw failureOf("signals cannot be read");
   directory_.problemIs("");
   control_ = std::make_unique<ControlServer>(
-      directory_.place("shim.sock"),
+      directory_.place(guest::shimSocket),
       ControlServer::Answers{
           [this] {
-            return control::greetingLine({control::protocol, name_, getpid(), pid_, state()});
+            return control::greetingLine({guest::shimProtocol, name_, getpid(), pid_, state()});
           },
           [this](ControlServer::Client client, const control::Request& request,
                  rt::Descriptors descriptors) {
@@ -125,12 +125,12 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   auto [reading, writing] = outputPipe();
   output_ = std::move(reading);
   qemu_ = std::make_unique<Wire>(std::move(monitor), longestSaying);
-  console_ = std::make_unique<Console>(std::move(serial), directory_.place("console.log"),
-                                       directory_.place("console.sock"));
+  console_ = std::make_unique<Console>(std::move(serial), directory_.place(guest::consoleLog),
+                                       directory_.place(guest::consoleSocket));
   // One of an earlier run would show a screen that is served elsewhere.
-  directory_.fileDel("vnc.sock");
+  directory_.fileDel(guest::screenSocket);
   if (line.hasScreen && environment.policy.vncListen.empty())
-    screen_ = std::make_unique<ListeningSocket>(directory_.place("vnc.sock"), "screen");
+    screen_ = std::make_unique<ListeningSocket>(directory_.place(guest::screenSocket), "screen");
   RelaySetup setup;
   for (const Card& card : line.cards) setup.cards.push_back(card.id);
   setup.fileNames = {{"serial0", "pty:" + console_->terminal()},

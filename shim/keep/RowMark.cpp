@@ -4,15 +4,17 @@
 
 #include <cstring>
 
+#include "guest/Variables.h"
+
 namespace shim {
 
-RowMark::RowMark() : store_(placeOf("VMAGENT_STORE=")), row_(placeOf("VMAGENT_ROW=")) {}
+RowMark::RowMark() : store_(placeOf(guest::variable::store)), row_(placeOf(guest::variable::row)) {}
 
 RowMark::Place RowMark::placeOf(const char* name) {
   const size_t length = std::strlen(name);
   for (char** variable = environ; *variable; ++variable)
-    if (std::strncmp(*variable, name, length) == 0)
-      return {*variable + length, std::strlen(*variable + length)};
+    if (std::strncmp(*variable, name, length) == 0 && (*variable)[length] == '=')
+      return {*variable + length + 1, std::strlen(*variable + length + 1)};
   return {};
 }
 

@@ -7,10 +7,10 @@
 
 namespace shim {
 
-// The variables VMAGENT_STORE and VMAGENT_ROW of this process, which its daemon gave it at its
-// start. A daemon that finds the guest reads them in /proc/PID/environ: they are there as long as
-// the process is, whatever became of any file, and nobody but root writes them. A daemon that has
-// taken the guest up under another row says so.
+// The two variables of this process that name its row, which its daemon gave it at its start. A
+// daemon that finds the guest reads them in /proc/PID/environ: they are there as long as the
+// process is, whatever became of any file, and nobody but root writes them. A daemon that has taken
+// the guest up under another row says so.
 class RowMark {
  public:
   RowMark();

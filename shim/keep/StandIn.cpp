@@ -94,11 +94,11 @@ class Successor {
   }
 
   void ask(const control::Greeting& greeting) {
-    if (greeting.protocol != control::protocol)
+    if (greeting.protocol != guest::shimProtocol)
       throw Failure("VM '" + greeting.vm + "' runs already, kept by process " +
                     std::to_string(greeting.pid) + ", which is of another version (" +
                     std::to_string(greeting.protocol) + " and not " +
-                    std::to_string(control::protocol) + "): end that process first, with 'kill " +
+                    std::to_string(guest::shimProtocol) + "): end that process first, with 'kill " +
                     std::to_string(greeting.pid) + "'");
     Message request{control::adoptLine({getpid(), parent_.pid(), arguments_}), {}};
     request.descriptors.push_back(parent_.process());
@@ -138,7 +138,7 @@ class Successor {
 
 std::string standIn(const VmDirectory& directory, const CommandLine& line, const Parent& parent,
                     rt::Descriptor& listener, const std::vector<int>& parting) {
-  const std::string path = directory.file("shim.sock");
+  const std::string path = directory.file(guest::shimSocket);
   rt::Descriptor connection = connectionTo(path);
   if (!connection) return "its shim cannot be reached at " + path;
   if (!parent.takesUsAlong()) throw Failure("the daemon has ended");

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 
+#include "guest/Variables.h"
 #include "runtime/base/OwnFile.h"
 #include "shim/keep/Failure.h"
 
@@ -38,12 +39,14 @@ struct flock keeperRecord(short type) {
 }  // namespace
 
 VmDirectory::VmDirectory(const std::string& runDir, const std::string& name)
-    : path_(runDir + "/vm/" + name) {
+    : path_(guest::directoryOf(runDir, name)) {
   const rt::Descriptor run(open(runDir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat facts {};
   if (!run || fstat(run.number(), &facts) != 0)
-    throw failureOf("directory " + runDir + " cannot be used: make it, or set VMAGENT_RUN_DIR");
-  const rt::Descriptor all = ownDirectory(run, "vm", runDir + "/vm", facts.st_gid);
+    throw failureOf("directory " + runDir + " cannot be used: make it, or set " +
+                    guest::variable::runDir);
+  const rt::Descriptor all =
+      ownDirectory(run, guest::vmsDirectory, guest::vmsDirectoryOf(runDir), facts.st_gid);
   directory_ = ownDirectory(all, name.c_str(), path_, facts.st_gid);
 }
 
@@ -60,9 +63,9 @@ void VmDirectory::lineIs(const char* name, const std::string& text) const {
 
 void VmDirectory::problemIs(const std::string& text) const {
   if (text.empty())
-    fileDel("problem");
+    fileDel(guest::problemFile);
   else
-    lineIs("problem", text);
+    lineIs(guest::problemFile, text);
 }
 
 void VmDirectory::fileDel(const char* name) const { (void)unlinkat(directory_.number(), name, 0); }

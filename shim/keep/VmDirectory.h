@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "guest/VmFiles.h"
 #include "runtime/base/Descriptor.h"
 #include "shim/keep/Place.h"
 
@@ -23,8 +24,8 @@ class VmDirectory {
   Place place(const char* name) const { return {directory_.number(), name, file(name)}; }
 
   // The last word of a run that went wrong. A new run begins without.
-  void lastErrorIs(const std::string& text) const { lineIs("last-error", text); }
-  void lastErrorDel() const { fileDel("last-error"); }
+  void lastErrorIs(const std::string& text) const { lineIs(guest::lastErrorFile, text); }
+  void lastErrorDel() const { fileDel(guest::lastErrorFile); }
   // What is wrong with a guest that runs, on one line; without text: nothing is.
   void problemIs(const std::string& text) const;
   void fileDel(const char* name) const;

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "Vm/VmAgent/QemuCommandLine.h"
+#include "guest/VmFiles.h"
 #include "tests/component/AgentTest.h"
 
 namespace Vm {
@@ -54,6 +55,12 @@ TEST_F(CommandLine, OfAHardDiskIsExactlyThis) {
                 "-mon chardev=monitor,mode=control -usb -device usb-tablet,id=input0 -nographic "
                 "-device cirrus-vga -boot order=dc -drive file=DISK,if=none,id=ide-drive0 "
                 "-device ide-hd,drive=ide-drive0,bus=ide.0,unit=0 ");
+}
+
+// The agent spells both itself; all others go by guest/.
+TEST_F(CommandLine, NamesTheProgramAndTheMonitorThatTheOthersLookFor) {
+  EXPECT_TRUE(composed().starts_with(guest::qemuPath + std::string(" ")));
+  EXPECT_EQ(monitorPath(web1).str(), guest::monitorOf("web1"));
 }
 
 TEST_F(CommandLine, OfACdWithTwoCardsIsExactlyThis) {

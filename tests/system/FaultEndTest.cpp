@@ -9,7 +9,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "host/service/MonitorListener.h"
+#include "guest/VmFiles.h"
 #include "tests/system/FaultWorld.h"
 
 namespace host::fakes {
@@ -90,7 +90,7 @@ class EndingGuest : public testing::Test {
     for (const double seconds : world.looks()) EXPECT_LT(seconds, FaultWorld::pause);
   }
   void expectNothingLeft() const {
-    EXPECT_TRUE(waitUntil([] { return !fs::exists(monitorOf("web1").str()); }));
+    EXPECT_TRUE(waitUntil([] { return !fs::exists(guest::monitorOf("web1")); }));
     world.ctl({"disable", "web1", "--wait"});
     EXPECT_TRUE(world.settles({{"web1", false}}));
     EXPECT_EQ(FaultWorld::descriptors(world.daemon()), before_);

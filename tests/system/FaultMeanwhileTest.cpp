@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "guest/VmFiles.h"
 #include "host/guests/ShimClient.h"
-#include "host/service/MonitorListener.h"
 #include "runtime/base/Descriptor.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"
@@ -150,7 +150,7 @@ TEST_F(Meanwhile, TheSocketsOfAGuestThatEndsAreRemoved) {
   FaultWorld::signal(world.qemu("web2"), SIGKILL);
   for (const char* vm : {"web1", "web2"})
     ASSERT_TRUE(waitUntil([&] { return world.guests(vm).empty(); })) << vm;
-  EXPECT_TRUE(fs::exists(monitorOf("web2").str()));
+  EXPECT_TRUE(fs::exists(guest::monitorOf("web2")));
   world.end(SIGKILL);
   world.ctl({"disable", "web1"});
   world.ctl({"remove", "web2", "--force"});

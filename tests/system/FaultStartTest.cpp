@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "host/service/MonitorListener.h"
+#include "guest/VmFiles.h"
 #include "shim/fakes/ShimProcess.h"
 #include "tests/system/FaultWorld.h"
 
@@ -93,7 +93,7 @@ TEST_F(StartingGuest, WhoseShimIsKilledAtOnceKeepsNobodyWaiting) {
 }
 
 TEST_F(StartingGuest, HasADirectoryInPlaceOfItsMonitorUntilItIsRemoved) {
-  const std::string monitor = monitorOf("web1").str();
+  const std::string monitor = guest::monitorOf("web1");
   fs::create_directory(monitor);
   start();
   ASSERT_EQ(world.addGuest("web1").status, 0);
@@ -107,11 +107,11 @@ TEST_F(StartingGuest, HasADirectoryInPlaceOfItsMonitorUntilItIsRemoved) {
 }
 
 TEST_F(StartingGuest, OfADaemonThatWasKilledBeforeItsForkIsStartedByTheNext) {
-  fs::remove(startingMonitor);
-  (void)shim::fakes::listenerAt(startingMonitor);  // whose process is gone
+  fs::remove(guest::startingMonitor);
+  (void)shim::fakes::listenerAt(guest::startingMonitor);  // whose process is gone
   start();
   EXPECT_TRUE(world.settles({})) << "it is left though nothing is started";
-  (void)shim::fakes::listenerAt(startingMonitor);
+  (void)shim::fakes::listenerAt(guest::startingMonitor);
   ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1"}));
   EXPECT_TRUE(world.settles({{"web1"}}));
   expectFoundAtOnce(1);

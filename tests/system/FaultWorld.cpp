@@ -11,7 +11,7 @@
 #include <regex>
 #include <sstream>
 
-#include "host/service/MonitorListener.h"
+#include "guest/VmFiles.h"
 #include "runtime/base/Check.h"
 #include "shim/keep/ListeningSocket.h"
 #include "statedb/sqlite/SqliteDb.h"
@@ -154,7 +154,7 @@ std::string FaultWorld::wrong(const std::vector<Expected>& all) const {
     if (!runs && status.find(R"("enabled":true)") != std::string::npos) tell("status " + status);
     if (runs) cards += itsCards;
   }
-  if (fs::exists(startingMonitor)) found.append(startingMonitor).append(" is left\n");
+  if (fs::exists(guest::startingMonitor)) found.append(guest::startingMonitor).append(" is left\n");
   const std::string taps = run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
   if (linesOf(taps) != static_cast<size_t>(cards)) found += "macvtap devices: " + taps;
   if (fs::exists("/sys/class/net/br0")) {
