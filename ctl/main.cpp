@@ -20,7 +20,7 @@
 #include "ctl/machine/LinuxMachine.h"
 #include "ctl/machine/OutputBuffer.h"
 #include "ctl/machine/TemporaryFile.h"
-#include "edge/ImageLook.h"
+#include "model/ImageLook.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "ctl/verbs/Verbs.h"
-#include "edge/VmConfigCheck.h"
 #include "host/Options.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/records/VmConfig.h"
 #include "statedb/EntityDocument.h"
 

@@ -2,7 +2,7 @@
 //
 // Of each document: either there are problems, and the VM is as it was and nothing was told; or
 // there are none, and the VM's own document makes an equal VM of a new one.
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/Check.h"
 #include "runtime/fakes/ChangeRecorder.h"
 #include "statedb/EntityDocument.h"

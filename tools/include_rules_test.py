@@ -20,7 +20,7 @@ TREE = {
         "Vm/VmAgent/VmSm.h",
         "statedb/StateDb.h",
         "statedb/sqlite/Sqlite.h",
-        "edge/Validate.h",
+        "model/Validate.h",
         "host/Host.h",
         "shim/decide/Relay.h",
         "shim/keep/Wire.h",
@@ -75,7 +75,7 @@ class IncludeRules(unittest.TestCase):
         self.refused("Vm/Monitor/A.cpp", "netlink/Macvtap.h", why)
         self.refused("Vm/VmAgent/A.cpp", "statedb/StateDb.h", why)
         self.refused("statedb/A.cpp", "Vm/VmAgent/VmSm.h", why)
-        self.refused("edge/A.cpp", "runtime/interfaces/Status.h", why)
+        self.refused("model/A.cpp", "runtime/interfaces/Status.h", why)
         self.refused("ctl/A.cpp", "Vm/VmAgent/VmSm.h", why)
         self.refused("shim/A.cpp", "runtime/entity/Entity.h", why)
         self.refused("runtime/base/A.h", "host/Host.h", "nothing else")

@@ -8,10 +8,10 @@ import mutants
 import mutations
 
 SOURCE = "int f(int a, int b) {\n  if (a < b) return 1;\n  g(a, b);\n  return a + b;\n}\n"
-TEXTS = {"Vm/VmAgent/A.cpp": SOURCE, "ctl/B.cpp": SOURCE.replace("f(", "h("), "edge/C.cpp": SOURCE}
+TEXTS = {"Vm/VmAgent/A.cpp": SOURCE, "ctl/B.cpp": SOURCE.replace("f(", "h("), "model/C.cpp": SOURCE}
 
 
-def key(text, file="edge/C.cpp"):
+def key(text, file="model/C.cpp"):
     """The key of that file's mutant whose text ends so."""
     return next(k for k in mutants.keyed(file, mutations.mutants_of(TEXTS[file]))
                 if k.text.endswith(text))
@@ -34,12 +34,12 @@ class Draw(unittest.TestCase):
 
     def test_takes_of_a_file_what_it_takes_whatever_other_files_hold(self):
         alone = {"ctl/B.cpp": TEXTS["ctl/B.cpp"]}
-        drawn = mutants.draw({**alone, "edge/C.cpp": "int a;\n"}, 5, 7)
+        drawn = mutants.draw({**alone, "model/C.cpp": "int a;\n"}, 5, 7)
         self.assertLessEqual({k for k in drawn if k.file == "ctl/B.cpp"},
                              set(mutants.draw(alone, 5, 7)))
 
     def test_takes_all_that_there_are_and_ends(self):
-        self.assertEqual(len(mutants.draw({"edge/C.cpp": SOURCE}, 1000, 7)),
+        self.assertEqual(len(mutants.draw({"model/C.cpp": SOURCE}, 1000, 7)),
                          len(mutations.mutants_of(SOURCE)))
 
 
@@ -109,15 +109,15 @@ class Verdicts(unittest.TestCase):
 
     def test_of_a_file_are_of_all_that_have_none_of_their_own(self):
         own, other = key("a <= b) return 1;"), key("a + b; => return a - b;")
-        verdicts = self.read('[["edge/C.cpp"]]\ncaught = "tests/system/a:B.C"\n' +
+        verdicts = self.read('[["model/C.cpp"]]\ncaught = "tests/system/a:B.C"\n' +
                              mutants.as_verdict(own) + '\nequivalent = "nobody asks"\n')
         self.assertIn("equivalent", mutants.verdict_of(verdicts, own))
         self.assertEqual(mutants.verdict_of(verdicts, other), {"caught": "tests/system/a:B.C"})
         self.assertEqual(mutants.stale(verdicts, TEXTS), [])
 
     def test_that_fit_nothing_are_found(self):
-        fits, gone = key("a <= b) return 1;")[:4], ("edge/C.cpp", "f", "compare", "x => y")
-        of_a_file_that_is_not_looked_at = ("edge/D.cpp", "f", "compare", "x => y")
+        fits, gone = key("a <= b) return 1;")[:4], ("model/C.cpp", "f", "compare", "x => y")
+        of_a_file_that_is_not_looked_at = ("model/D.cpp", "f", "compare", "x => y")
         self.assertEqual(
             mutants.stale(dict.fromkeys([fits, gone, of_a_file_that_is_not_looked_at]), TEXTS),
             [gone])
@@ -131,17 +131,17 @@ class Verdicts(unittest.TestCase):
 class Table(unittest.TestCase):
     def test_counts_what_is_caught_of_what_is_not_equivalent(self):
         states = ["killed", "time-out", "system", "survived", "survived", "not compiled"]
-        keys = list(mutants.keyed("edge/C.cpp", mutations.mutants_of(SOURCE)))[:len(states)]
+        keys = list(mutants.keyed("model/C.cpp", mutations.mutants_of(SOURCE)))[:len(states)]
         entries = {k: {"state": state} for k, state in zip(keys, states)}
         lines, left = mutants.table(entries, {keys[3][:4]: {"equivalent": "nobody asks"}})
-        self.assertIn("| edge | 5 | 1 | 1 | 1 | 1 | 1 | 75.0 % |", lines)
+        self.assertIn("| model | 5 | 1 | 1 | 1 | 1 | 1 | 75.0 % |", lines)
         self.assertIn("| all | 5 | 1 | 1 | 1 | 1 | 1 | 75.0 % |", lines)
         self.assertEqual(lines[-1], "Not compiled, and not counted: 1")
         self.assertEqual(left, [keys[4]])
 
     def test_shows_what_can_be_pasted(self):
         survivor = key("a <= b) return 1;")
-        shown = tomllib.loads(mutants.as_verdict(survivor))["edge/C.cpp"]
+        shown = tomllib.loads(mutants.as_verdict(survivor))["model/C.cpp"]
         self.assertEqual(shown, [dict(zip(("function", "kind", "text"), survivor[1:4]))])
 
 

@@ -9,7 +9,7 @@
 #include <span>
 
 #include "ctl/line/Exit.h"
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 

@@ -10,8 +10,8 @@
 #include "ctl/machine/ConsoleSession.h"
 #include "ctl/machine/EditedFile.h"
 #include "ctl/machine/Machine.h"
-#include "edge/DiskImage.h"
-#include "edge/VmConfigCheck.h"
+#include "model/DiskImage.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/Seconds.h"
 #include "statedb/StateDb.h"
 

@@ -7,7 +7,7 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/view/VmRows.h"
-#include "edge/VmImage.h"
+#include "model/VmImage.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 

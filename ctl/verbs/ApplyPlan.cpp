@@ -4,8 +4,8 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Configuration.h"
-#include "edge/ConfigIndex.h"
-#include "edge/VmConfigCheck.h"
+#include "model/ConfigIndex.h"
+#include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {

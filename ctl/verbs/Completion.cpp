@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "ctl/verbs/Verbs.h"
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 
 namespace ctl {
 

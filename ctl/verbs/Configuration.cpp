@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "edge/RestartNeeded.h"
-#include "edge/VmConfigCheck.h"
+#include "model/RestartNeeded.h"
+#include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {

@@ -8,7 +8,7 @@
 
 #include "ctl/verbs/Images.h"
 #include "ctl/view/VmRows.h"
-#include "edge/ConfigIndex.h"
+#include "model/ConfigIndex.h"
 
 namespace ctl {
 

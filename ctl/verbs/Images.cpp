@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "edge/DiskImage.h"
-#include "edge/VmImage.h"
+#include "model/DiskImage.h"
+#include "model/VmImage.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {

@@ -6,7 +6,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/view/VmRows.h"
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Problem.h"
 #include "runtime/base/Text.h"

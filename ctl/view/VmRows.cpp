@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "ctl/line/Json.h"
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "statedb/EntityDocument.h"
 

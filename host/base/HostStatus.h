@@ -1,7 +1,7 @@
 // All that the host itself has to say, shown in the database.
 #pragma once
 
-#include "host/base/HostRecords.h"
+#include "model/StatusRecords.h"
 
 namespace host {
 

@@ -1,8 +1,8 @@
 #include "host/database/ImageRows.h"
 
-#include "edge/VmImage.h"
 #include "host/base/Problems.h"
 #include "host/base/Report.h"
+#include "model/VmImage.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {

@@ -6,8 +6,8 @@
 #include <set>
 #include <vector>
 
-#include "edge/ConfigIndex.h"
-#include "edge/VmConfigCheck.h"
+#include "model/ConfigIndex.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/records/VmConfig.h"
 #include "statedb/StateDb.h"
 

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "edge/ImageLook.h"
+#include "model/ImageLook.h"
 #include "runtime/base/Exception.h"
 #include "runtime/loop/FileDescriptor.h"
 

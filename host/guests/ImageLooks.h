@@ -7,7 +7,7 @@
 #include <optional>
 #include <set>
 
-#include "edge/DiskImage.h"
+#include "model/DiskImage.h"
 #include "runtime/entity/Reactor.h"
 #include "runtime/loop/Clock.h"
 

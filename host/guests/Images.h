@@ -5,9 +5,9 @@
 #include <map>
 #include <optional>
 
-#include "edge/DiskImage.h"
 #include "host/database/ImageRows.h"
 #include "host/guests/ImageVerdict.h"
+#include "model/DiskImage.h"
 
 namespace host {
 

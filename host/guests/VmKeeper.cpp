@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "edge/RestartNeeded.h"
 #include "host/guests/AgentView.h"
 #include "host/guests/Ending.h"
+#include "model/RestartNeeded.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"

@@ -1,7 +1,7 @@
 #include "host/network/InterfaceNames.h"
 
-#include "edge/VmConfigCheck.h"
 #include "host/base/Problems.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/FirstException.h"
 #include "statedb/EntityDocument.h"
 

@@ -1,7 +1,7 @@
 // Rules between VMs: who holds an address or a port keeps it.
 #include <gmock/gmock.h>
 
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 #include "runtime/base/Format.h"
 
 namespace edge {

@@ -1,4 +1,4 @@
-#include "edge/ImageLook.h"
+#include "model/ImageLook.h"
 
 #include <poll.h>
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-#include "edge/DiskImage.h"
+#include "model/DiskImage.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "edge/ConfigIndex.h"
+#include "model/ConfigIndex.h"
 
 namespace edge {
 namespace {

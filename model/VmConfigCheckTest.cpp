@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 
 namespace edge {
 namespace {

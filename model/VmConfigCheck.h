@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "edge/ConfigIndex.h"
+#include "model/ConfigIndex.h"
 #include "runtime/base/Problem.h"
 
 namespace edge {

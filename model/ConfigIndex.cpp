@@ -1,4 +1,4 @@
-#include "edge/ConfigIndex.h"
+#include "model/ConfigIndex.h"
 
 #include <algorithm>
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "edge/DiskImage.h"
+#include "model/DiskImage.h"
 #include "runtime/base/Check.h"
 
 namespace edge {

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "edge/DiskImage.h"
+#include "model/DiskImage.h"
 #include "runtime/base/Seconds.h"
 
 namespace edge {

@@ -1,4 +1,4 @@
-#include "edge/RestartNeeded.h"
+#include "model/RestartNeeded.h"
 
 #include <algorithm>
 

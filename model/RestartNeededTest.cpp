@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "edge/RestartNeeded.h"
+#include "model/RestartNeeded.h"
 
 namespace edge {
 namespace {

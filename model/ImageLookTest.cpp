@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "edge/ImageLook.h"
+#include "model/ImageLook.h"
 
 namespace edge {
 namespace {

@@ -1,4 +1,4 @@
-#include "edge/VmConfigCheck.h"
+#include "model/VmConfigCheck.h"
 
 #include <sys/un.h>
 #include <unistd.h>
