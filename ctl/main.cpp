@@ -65,8 +65,8 @@ bool isReadWhileWaiting(std::span<const int> descriptors) {
 }
 
 // An image may lie on a file system that does not answer.
-edge::ImageFacts imageFacts(const rt::String& path) {
-  return edge::imageFactsWithin([&] { return edge::imageFacts(path); }, edge::imagePatience);
+model::ImageFacts imageFacts(const rt::String& path) {
+  return model::imageFactsWithin([&] { return model::imageFacts(path); }, model::imagePatience);
 }
 
 std::unique_ptr<ctl::EditedFile> makeEditedFile(const rt::String& name) {
@@ -137,7 +137,7 @@ int main(int argc, char** argv) {
                    .joinConsole = joinConsole,
                    .viewConsole = viewConsole,
                    .machine = machine,
-                   .limits = edge::machineLimits(),
+                   .limits = model::machineLimits(),
                    .out = out,
                    .err = std::cerr,
                    .inIsTerminal = isatty(STDIN_FILENO) == 1,

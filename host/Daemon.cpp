@@ -72,7 +72,7 @@ struct AgentRecords {
 std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
   std::set<BridgeEntry> entries;
   for (const auto& row : db.snapshot({"fdb"}).records) {
-    const auto record = rt::make<FdbEntry>(row.key);
+    const auto record = rt::make<model::FdbEntry>(row.key);
     const auto entry = bridgeEntryFromKey(row.key);
     if (!entry || !statedb::fill(*record, row.doc).empty() || record->bridge() != bridge) continue;
     entries.insert(*entry);
@@ -118,7 +118,7 @@ class Daemon::Parts {
   rt::ActivityManager manager_;
   const AgentRecords records_;
   const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
-  const DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs("vmagentd");
+  const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs("vmagentd");
   Problems problems_{hostStatus_, timeOfDay};
   std::map<rt::String, uint64_t> restartsDone_;
   statedb::Cursor before_;  // how far the daemon before had come with the configuration
@@ -181,12 +181,12 @@ Daemon::Parts::~Parts() {
 // Which restarts were carried out, and of which configuration, is all of an earlier daemon's status
 // that counts.
 void Daemon::Parts::readStatusOfBefore() {
-  const auto before = rt::make<DaemonStatus>("vmagentd");
+  const auto before = rt::make<model::DaemonStatus>("vmagentd");
   if (const auto record = db_.record("daemon", before->name()))
     if (statedb::fill(*before, record->doc).empty())
       before_ = {before->configStore(), before->configSequence(), before->configHistory()};
   for (const auto& record : db_.snapshot({"vmProcess"}).records) {
-    const auto process = rt::make<VmProcess>(record.key);
+    const auto process = rt::make<model::VmProcess>(record.key);
     if (statedb::fill(*process, record.doc).empty())
       restartsDone_[record.key] = process->restarts();
   }
@@ -307,7 +307,7 @@ void Daemon::Parts::startFeeds() {
                 if (!guest.empty()) earlierGuests_->handleRow(vm);
                 supervisor_->givenUpIs(vm, guest);
               }},
-      edge::machineLimits(), before_);
+      model::machineLimits(), before_);
   configFeed_ = rt::make<ConfigFeed>(
       db_, std::vector<rt::String>{"interface", "vmImage", "vmIntent", "vmConfig"},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
@@ -326,8 +326,8 @@ void Daemon::Parts::startFeeds() {
 
 void Daemon::Parts::startImages() {
   const auto known = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); };
-  imageLooks_ = rt::make<ImageLooks>(ImageLooks::Tools{.look = edge::imageFacts, .answered = known},
-                                     manager_.clock());
+  imageLooks_ = rt::make<ImageLooks>(
+      ImageLooks::Tools{.look = model::imageFacts, .answered = known}, manager_.clock());
   images_ = std::make_unique<Images>(
       Images::Tools{
           .look = [this](const auto& vm, const auto& path) { return imageLooks_->facts(vm, path); },

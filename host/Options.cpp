@@ -83,7 +83,7 @@ Refusal stopTimeoutIs(Options& options, std::string_view value) {
 }
 
 Refusal bridgeIs(Options& options, std::string_view value) {
-  if (value.empty() || value.size() > edge::longestIntfName ||
+  if (value.empty() || value.size() > model::longestIntfName ||
       value.find_first_of("/: \t") != std::string_view::npos)
     return "must be a kernel device's name, 1 to 15 bytes";
   options.bridge = rt::String(value);

@@ -99,7 +99,7 @@ TEST(Manual, HasEachFieldOfAVm) {
 
 TEST(Manual, HasEachModelOfCards) {
   const std::string manual = std::regex_replace(page("vmagent-config.5"), std::regex("\\\\_"), "_");
-  for (const std::string_view model : edge::nicModels())
+  for (const std::string_view model : model::nicModels())
     EXPECT_THAT(manual, testing::ContainsRegex("[ \t]" + std::string(model) + "[,.]"));
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace edge {
+namespace model {
 
 ConfigIndex::ConfigIndex(const Vm::Config& config) {
   for (const auto& [name, vm] : config.vmConfigs()) vmIs(*vm);
@@ -52,4 +52,4 @@ std::optional<rt::String> ConfigIndex::vmWithPort(uint32_t port, const rt::Strin
   return other == vms->second.end() ? std::nullopt : std::optional(*other);
 }
 
-}  // namespace edge
+}  // namespace model

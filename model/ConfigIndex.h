@@ -8,7 +8,7 @@
 
 #include "runtime/records/VmConfig.h"
 
-namespace edge {
+namespace model {
 
 // A network card, by its VM's name and its key there.
 struct CardName {
@@ -56,4 +56,4 @@ class ConfigIndex final : public Holders {
   std::map<uint32_t, std::set<rt::String>> ports_;
 };
 
-}  // namespace edge
+}  // namespace model

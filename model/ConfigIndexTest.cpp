@@ -2,7 +2,7 @@
 
 #include "model/ConfigIndex.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 const rt::EthAddr macA("52:54:00:00:00:0a");
@@ -88,4 +88,4 @@ TEST(ConfigIndex, CountsPortsOfEnabledVmsOnlyAndNeverPortZero) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

@@ -9,7 +9,7 @@
 
 #include "runtime/base/Text.h"
 
-namespace edge {
+namespace model {
 
 namespace {
 
@@ -134,4 +134,4 @@ rt::String otherFormat(const ImageFacts& facts, guest::ImageFormat format) {
   return name == guest::textOf(format) ? rt::String() : rt::String(name);
 }
 
-}  // namespace edge
+}  // namespace model

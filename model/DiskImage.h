@@ -12,7 +12,7 @@
 #include "runtime/base/Problem.h"
 #include "runtime/base/Seconds.h"
 
-namespace edge {
+namespace model {
 
 // The agent reads five bytes from byte 32,769 on, to tell a CD from a hard disk.
 constexpr uint64_t smallestImage = 32774;
@@ -65,4 +65,4 @@ std::optional<guest::ImageFormat> detectedFormat(const ImageFacts& facts);
 // The name of another format than `format` that the image begins as; empty when it is none.
 rt::String otherFormat(const ImageFacts& facts, guest::ImageFormat format);
 
-}  // namespace edge
+}  // namespace model

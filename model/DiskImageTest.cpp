@@ -12,7 +12,7 @@
 #include "model/DiskImage.h"
 #include "runtime/base/Check.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 using testing::HasSubstr;
@@ -267,4 +267,4 @@ TEST_F(DiskImageFacts, LeaveNoDescriptorOpen) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

@@ -14,7 +14,7 @@
 
 #include "runtime/base/Exception.h"
 
-namespace edge {
+namespace model {
 
 namespace {
 
@@ -74,4 +74,4 @@ ImageFacts imageFactsWithin(const ImageLook::Look& look, rt::Seconds patience) {
   }
 }
 
-}  // namespace edge
+}  // namespace model

@@ -8,7 +8,7 @@
 #include "model/DiskImage.h"
 #include "runtime/base/Seconds.h"
 
-namespace edge {
+namespace model {
 
 // Looks at a file in a process of its own, so that a file system that does not answer holds up
 // nothing else. A thread would not do: one that hangs in the kernel keeps its process from ending,
@@ -37,4 +37,4 @@ class ImageLook {
 // The facts of the image, ETIMEDOUT when there are none after that long, or why nobody could look.
 ImageFacts imageFactsWithin(const ImageLook::Look& look, rt::Seconds patience);
 
-}  // namespace edge
+}  // namespace model

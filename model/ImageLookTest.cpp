@@ -8,7 +8,7 @@
 
 #include "model/ImageLook.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 ImageFacts ofSize(uint64_t size) {
@@ -65,4 +65,4 @@ TEST(ImageLook, LeavesNoDescriptorAndNoProcess) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

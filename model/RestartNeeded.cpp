@@ -4,7 +4,7 @@
 
 #include "runtime/entity/Entity.h"
 
-namespace edge {
+namespace model {
 
 namespace {
 
@@ -36,4 +36,4 @@ std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
   return fields;
 }
 
-}  // namespace edge
+}  // namespace model

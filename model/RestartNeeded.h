@@ -8,11 +8,11 @@
 
 #include "runtime/records/VmConfig.h"
 
-namespace edge {
+namespace model {
 
 // The fields that differ and that a guest, which was started with `before`, goes on without, in the
 // order of the record: "diskImage", "vnicConfig" for anything about a card. Pure.
 std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
                                                  const Vm::VmConfig& after);
 
-}  // namespace edge
+}  // namespace model

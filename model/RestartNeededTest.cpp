@@ -4,7 +4,7 @@
 
 #include "model/RestartNeeded.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 using testing::ElementsAre;
@@ -95,4 +95,4 @@ TEST(RestartNeeded, NamesAllFieldsInTheOrderOfTheRecord) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

@@ -3,7 +3,7 @@
 
 #include "runtime/entity/EntityOf.h"
 
-namespace host {
+namespace model {
 
 // How far the daemon has come. Written by the daemon.
 class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
@@ -25,7 +25,7 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
     assign<&DaemonStatus::configHistory>(configHistory_, history);
   }
 
-  static constexpr std::string_view typeName = "host::DaemonStatus";
+  static constexpr std::string_view typeName = "model::DaemonStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &DaemonStatus::name>,
       rt::Attribute<"configStore", &DaemonStatus::configStore, &DaemonStatus::configStoreIs>,
@@ -65,7 +65,7 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   const rt::String& unknown() const { return unknown_; }
   void unknownIs(const rt::String& guest) { assign<&VmProcess::unknown>(unknown_, guest); }
 
-  static constexpr std::string_view typeName = "host::VmProcess";
+  static constexpr std::string_view typeName = "model::VmProcess";
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmProcess::name>,
                          rt::Attribute<"process", &VmProcess::process, &VmProcess::processIs>,
@@ -98,7 +98,7 @@ class VmProblem final : public rt::EntityOf<VmProblem> {
   const rt::String& source() const { return source_; }
   void sourceIs(const rt::String& source) { assign<&VmProblem::source>(source_, source); }
 
-  static constexpr std::string_view typeName = "host::VmProblem";
+  static constexpr std::string_view typeName = "model::VmProblem";
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmProblem::name>,
                          rt::Attribute<"problem", &VmProblem::problem, &VmProblem::problemIs>,
@@ -130,7 +130,7 @@ class InterfaceStatus final : public rt::EntityOf<InterfaceStatus> {
   const rt::String& problem() const { return problem_; }
   void problemIs(const rt::String& text) { assign<&InterfaceStatus::problem>(problem_, text); }
 
-  static constexpr std::string_view typeName = "host::InterfaceStatus";
+  static constexpr std::string_view typeName = "model::InterfaceStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"intfId", &InterfaceStatus::intfId>,
       rt::Attribute<"deviceName", &InterfaceStatus::deviceName, &InterfaceStatus::deviceNameIs>,
@@ -161,7 +161,7 @@ class FdbEntry final : public rt::EntityOf<FdbEntry> {
   const rt::String& bridge() const { return bridge_; }
   void bridgeIs(const rt::String& name) { assign<&FdbEntry::bridge>(bridge_, name); }
 
-  static constexpr std::string_view typeName = "host::FdbEntry";
+  static constexpr std::string_view typeName = "model::FdbEntry";
   using Attributes =
       rt::AttributeTable<rt::Attribute<"key", &FdbEntry::key>,
                          rt::Attribute<"intf", &FdbEntry::intf, &FdbEntry::intfIs>,
@@ -175,4 +175,4 @@ class FdbEntry final : public rt::EntityOf<FdbEntry> {
   rt::String bridge_;
 };
 
-}  // namespace host
+}  // namespace model

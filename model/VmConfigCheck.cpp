@@ -12,7 +12,7 @@
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
-namespace edge {
+namespace model {
 
 namespace {
 
@@ -192,4 +192,4 @@ Right intfNameRight(std::string_view value) {
 
 std::span<const std::string_view> nicModels() { return models; }
 
-}  // namespace edge
+}  // namespace model

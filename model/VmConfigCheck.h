@@ -15,7 +15,7 @@
 #include "model/ConfigIndex.h"
 #include "runtime/base/Problem.h"
 
-namespace edge {
+namespace model {
 
 struct MachineLimits {
   uint32_t memory = 0;  // mebibytes
@@ -57,4 +57,4 @@ constexpr uint32_t lastVncPort = 5910;
 // The network cards of QEMU's "pc" machine.
 std::span<const std::string_view> nicModels();
 
-}  // namespace edge
+}  // namespace model

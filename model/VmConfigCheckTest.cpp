@@ -5,7 +5,7 @@
 
 #include "model/VmConfigCheck.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 using testing::ElementsAre;
@@ -176,4 +176,4 @@ TEST(VmConfigCheckIntfName, IsNoVlanUnlessADigitOrASignFollows) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

@@ -4,7 +4,7 @@
 #include "model/VmConfigCheck.h"
 #include "runtime/base/Format.h"
 
-namespace edge {
+namespace model {
 namespace {
 
 using testing::ElementsAre;
@@ -164,4 +164,4 @@ TEST(VmConfigClashOfMany, TenThousandVmsAskThirtyThousandQuestions) {
 }
 
 }  // namespace
-}  // namespace edge
+}  // namespace model

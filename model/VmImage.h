@@ -5,7 +5,7 @@
 #include "runtime/base/Problem.h"
 #include "runtime/entity/EntityOf.h"
 
-namespace edge {
+namespace model {
 
 // Fixed when the image is named, for afterwards its bytes are the guest's. Written by operators;
 // by the daemon where nobody has.
@@ -23,7 +23,7 @@ class VmImage final : public rt::EntityOf<VmImage> {
   const rt::String& format() const { return format_; }
   void formatIs(const rt::String& format) { assign<&VmImage::format>(format_, format); }
 
-  static constexpr std::string_view typeName = "edge::VmImage";
+  static constexpr std::string_view typeName = "model::VmImage";
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmImage::name>,
                          rt::Attribute<"diskImage", &VmImage::diskImage, &VmImage::diskImageIs>,
@@ -41,4 +41,4 @@ inline std::optional<rt::String> imageFormatRight(std::string_view value) {
                                        : std::optional(rt::String("must be raw or qcow2"));
 }
 
-}  // namespace edge
+}  // namespace model

@@ -12,7 +12,7 @@ namespace {
 using statedb::documentOf;
 using statedb::fill;
 
-constexpr edge::MachineLimits limits{.memory = 8192};
+constexpr model::MachineLimits limits{.memory = 8192};
 constexpr std::string_view longStanding =
     R"({"enabled":true,"diskImage":"/images/web.iso","memory":256,"vncPort":5901,)"
     R"("vnicConfig":{"nic00":{"model":"e1000","macAddr":"52:54:00:12:34:56",)"
@@ -64,7 +64,7 @@ void checkSafe(const Vm::VmConfig& vm) {
 void check(std::string_view json, std::string_view standing, bool withRules) {
   const auto vm = rt::make<Vm::VmConfig>("web1");
   rt::check(fill(*vm, standing).empty(), "the first document is right");
-  const edge::ConfigIndex others;
+  const model::ConfigIndex others;
   statedb::FillOptions options{.switchAttribute = "enabled", .check = {}};
   if (withRules)
     options.check = [&](const rt::Entity& read) {

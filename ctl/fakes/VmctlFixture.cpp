@@ -103,10 +103,10 @@ World VmctlFixture::world() {
     ++looks_;
     time_ += lookTakes_;
     if (const auto found = images_.find(path.str()); found != images_.end()) return found->second;
-    edge::ImageFacts facts;
+    model::ImageFacts facts;
     facts.error = missingImages_.count(path.str()) != 0 ? ENOENT : 0;
-    facts.kind = edge::ImageFacts::Kind::regular;
-    facts.size = edge::smallestImage;
+    facts.kind = model::ImageFacts::Kind::regular;
+    facts.size = model::smallestImage;
     facts.isCd = path.str().ends_with(".iso");
     return facts;
   };

@@ -83,7 +83,7 @@ class VmctlFixture : public testing::Test {
   std::map<std::string, std::string> environment_;
   std::set<std::string> missingImages_;
   // By path; any other is a CD when it is named so, and else an empty raw disk.
-  std::map<std::string, edge::ImageFacts> images_;
+  std::map<std::string, model::ImageFacts> images_;
   int looks_ = 0;                             // how often an image was looked at
   double lookTakes_ = 0;                      // seconds
   std::map<std::string, std::string> files_;  // by path

@@ -33,10 +33,10 @@ void Context::complain(const Refusal& refusal) {
   for (const rt::String& sentence : refusal.sentences()) complain(sentence);
 }
 
-const edge::ImageFacts& Context::imageFacts(const rt::String& path) {
+const model::ImageFacts& Context::imageFacts(const rt::String& path) {
   const auto [found, isNew] = images_.try_emplace(path);
   if (!isNew) return found->second;
-  if (looked_ >= edge::imagePatience) return found->second = edge::unreadable(ETIMEDOUT);
+  if (looked_ >= model::imagePatience) return found->second = model::unreadable(ETIMEDOUT);
   const rt::Seconds begin = world_.now();
   found->second = world_.imageFacts(path);
   looked_ = looked_ + (world_.now() - begin);

@@ -30,7 +30,7 @@ class Context {
   void complain(const Refusal& refusal);
 
   // What is at the path: looked at once, and all such looks together take five seconds at most.
-  const edge::ImageFacts& imageFacts(const rt::String& path);
+  const model::ImageFacts& imageFacts(const rt::String& path);
 
   // Writes one document over several lines.
   void printJson(const rt::String& compact);
@@ -47,8 +47,8 @@ class Context {
   const Directories directories_;
   const Format format_;
   statedb::StateDb db_;
-  std::map<rt::String, edge::ImageFacts> images_;  // by path
-  rt::Seconds looked_;                             // for so long
+  std::map<rt::String, model::ImageFacts> images_;  // by path
+  rt::Seconds looked_;                              // for so long
 };
 
 // `{"version":1,` and, when no daemon keeps the status up to date, `"stale":true,`.

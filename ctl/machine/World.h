@@ -34,7 +34,7 @@ struct World {
   // Returns when one of the descriptors is readable, or when nobody reads `out` any more, which is
   // bad then.
   std::function<void(std::span<const int> descriptors)> waitWhileRead;
-  std::function<edge::ImageFacts(const rt::String& path)> imageFacts;
+  std::function<model::ImageFacts(const rt::String& path)> imageFacts;
   // Absolute, or empty when it is not known.
   std::function<rt::String()> workingDirectory;
   // A whole file, or with "-" all of standard input; throws rt::ErrnoException.
@@ -47,7 +47,7 @@ struct World {
   // Shows on it what comes from there.
   std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
   const Machine& machine;
-  edge::MachineLimits limits;
+  model::MachineLimits limits;
 
   std::ostream& out;  // data
   std::ostream& err;  // talk

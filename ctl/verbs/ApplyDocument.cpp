@@ -94,7 +94,7 @@ class Reader {
     const auto format = vm.member("format");
     if (!format || format->dump() == "null") return;
     const rt::String text = vm.text("format").value_or(format->dump());
-    if (const auto right = edge::imageFormatRight(text))
+    if (const auto right = model::imageFormatRight(text))
       document_.problems.push_back(name + ": " + rt::Problem{"format", text, *right}.text());
     else
       document_.formats[name] = text;

@@ -70,8 +70,8 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& for
 
 // Each VM that is in the document against all as they will be.
 void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocument& document,
-           const edge::MachineLimits& limits) {
-  edge::ConfigIndex index;
+           const model::MachineLimits& limits) {
+  model::ConfigIndex index;
   for (const auto& [name, row] : rows)
     if (row.config) index.vmIs(*row.config);
   for (const Step& step : plan.steps) {
@@ -84,7 +84,7 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
     if (!step.config) continue;
     const auto found = document.unread.find(step.name);
     const auto unread = found == document.unread.end() ? Problems() : found->second;
-    for (const rt::Problem& problem : edge::problemsOf(*step.config, index, limits))
+    for (const rt::Problem& problem : model::problemsOf(*step.config, index, limits))
       if (!isOfUnread(problem, unread)) plan.problems.push_back(step.name + ": " + problem.text());
   }
 }
@@ -108,7 +108,7 @@ rt::String changesText(const Step& step) {
 }
 
 Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
-            const edge::MachineLimits& limits) {
+            const model::MachineLimits& limits) {
   std::map<rt::String, Step> steps;
   for (const auto& vm : document.vms) {
     const auto row = rows.find(vm->name());

@@ -41,6 +41,6 @@ rt::String changesText(const Step& step);
 // may have: they are checked against each other as they will be.
 enum class Others : uint8_t { stay, prune };
 Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& document, Others others,
-            const edge::MachineLimits& limits);
+            const model::MachineLimits& limits);
 
 }  // namespace ctl

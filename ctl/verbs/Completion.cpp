@@ -96,7 +96,7 @@ Words fieldWords(const Words& cards) {
               "format=qcow2", "memory=",       "vncPort="};
   for (const rt::String& key : cards) {
     const rt::String card = "vnicConfig." + key + ".";
-    for (const std::string_view model : edge::nicModels())
+    for (const std::string_view model : model::nicModels())
       found.push_back(card + "model=" + rt::String(model));
     found.push_back(card + "macAddr=");
     found.push_back(card + "intfName=");

@@ -28,7 +28,7 @@ rt::String fromHere(Context& context, const rt::String& path) {
 }
 
 void checkFormat(const rt::String& format, std::vector<rt::Problem>& problems) {
-  if (const auto right = edge::imageFormatRight(format))
+  if (const auto right = model::imageFormatRight(format))
     problems.push_back({"format", format, *right});
 }
 
@@ -70,7 +70,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
   const std::vector<Assignment> fields{
       {"enabled", arguments.has("enabled") ? "true" : "false"},
       {"diskImage", fromHere(context, *disk)},
-      {"memory", arguments.value("memory", rt::toText(edge::defaultMemory))},
+      {"memory", arguments.value("memory", rt::toText(model::defaultMemory))},
       {"vncPort", arguments.value("vnc-port", "0")}};
   const rt::String format = arguments.value("format", "");
   const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {

@@ -35,7 +35,7 @@ Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
 }  // namespace
 
 bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
-  return before.enabled() && after.enabled() && !edge::fieldsForNextStart(before, after).empty();
+  return before.enabled() && after.enabled() && !model::fieldsForNextStart(before, after).empty();
 }
 
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {
@@ -88,7 +88,7 @@ std::vector<rt::String> Configuration::enabledNames() const {
 }
 
 void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems) {
-  for (rt::Problem& problem : edge::problemsOf(vm, *index_, context_.world().limits)) {
+  for (rt::Problem& problem : model::problemsOf(vm, *index_, context_.world().limits)) {
     if (!isOfUnread(problem, problems)) problems.push_back(std::move(problem));
   }
   if (!problems.empty()) throw refusalOf(vm.name(), problems);

@@ -60,7 +60,7 @@ class Configuration {
 
   Context& context_;
   std::map<rt::String, VmRow> rows_;
-  std::optional<edge::ConfigIndex> index_;  // of those that can be read
+  std::optional<model::ConfigIndex> index_;  // of those that can be read
 };
 
 }  // namespace ctl

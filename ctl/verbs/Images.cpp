@@ -14,11 +14,11 @@ void complain(Context& context, const Vm::VmConfig& vm, const rt::String& what) 
   context.complain(vm.name() + ": warning: the disk image '" + vm.diskImage() + "' " + what);
 }
 
-std::optional<rt::Problem> problemOf(const Vm::VmConfig& vm, const edge::ImageFacts& facts,
+std::optional<rt::Problem> problemOf(const Vm::VmConfig& vm, const model::ImageFacts& facts,
                                      const rt::String& format) {
   const auto fixed = guest::imageFormatFrom(format);
-  return fixed ? edge::imageProblem(vm.diskImage(), facts, *fixed)
-               : edge::imageProblem(vm.diskImage(), facts);
+  return fixed ? model::imageProblem(vm.diskImage(), facts, *fixed)
+               : model::imageProblem(vm.diskImage(), facts);
 }
 
 }  // namespace
@@ -29,13 +29,13 @@ rt::String putImage(Context& context, statedb::Transaction& transaction, const V
   if (format.empty()) {
     if (known.diskImage == vm.diskImage()) return known.format;
     if (!wish.isNamedNow) return {};
-    const auto detected = edge::detectedFormat(context.imageFacts(vm.diskImage()));
+    const auto detected = model::detectedFormat(context.imageFacts(vm.diskImage()));
     // What was said of another image is not to be found should that be named again.
     if (!detected) transaction.del("vmImage", vm.name());
     if (!detected) return {};
     format = guest::textOf(*detected);
   }
-  const auto image = rt::make<edge::VmImage>(vm.name());
+  const auto image = rt::make<model::VmImage>(vm.name());
   image->diskImageIs(vm.diskImage());
   image->formatIs(format);
   transaction.put("vmImage", vm.name(), statedb::documentOf(*image));
@@ -43,7 +43,7 @@ rt::String putImage(Context& context, statedb::Transaction& transaction, const V
 }
 
 rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
-  const edge::ImageFacts facts = context.imageFacts(vm.diskImage());
+  const model::ImageFacts facts = context.imageFacts(vm.diskImage());
   if (facts.error == EACCES) return {};  // the daemon, which is root, may read it all the same
   const auto problem = problemOf(vm, facts, format);
   return problem ? problem->right : rt::String();
@@ -52,10 +52,10 @@ rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::
 void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
   if (const rt::String trouble = troubleWithImage(context, vm, format); !trouble.empty())
     return complain(context, vm, "cannot be used now: it " + trouble);
-  const edge::ImageFacts facts = context.imageFacts(vm.diskImage());
+  const model::ImageFacts facts = context.imageFacts(vm.diskImage());
   if (facts.error == EACCES) return;
   const auto fixed = guest::imageFormatFrom(format);
-  const rt::String other = fixed ? edge::otherFormat(facts, *fixed) : rt::String();
+  const rt::String other = fixed ? model::otherFormat(facts, *fixed) : rt::String();
   if (!other.empty())
     complain(context, vm, "is opened as " + format + ", though it begins as " + other + " does");
   // A guest that runs is whom it is in use by.

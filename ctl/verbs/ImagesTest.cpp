@@ -10,10 +10,10 @@ using fakes::Answer;
 using testing::HasSubstr;
 using testing::Not;
 
-edge::ImageFacts beginning(std::string_view head) {
-  edge::ImageFacts facts;
-  facts.kind = edge::ImageFacts::Kind::regular;
-  facts.size = edge::smallestImage;
+model::ImageFacts beginning(std::string_view head) {
+  model::ImageFacts facts;
+  facts.kind = model::ImageFacts::Kind::regular;
+  facts.size = model::smallestImage;
   std::copy(head.begin(), head.end(), facts.head.begin());
   return facts;
 }
@@ -137,7 +137,7 @@ TEST_F(ImageVerb, IsLookedAtOnceAVerb) {
 
 TEST_F(ImageVerb, OnFileSystemsThatDoNotAnswerTakesFiveSecondsInAll) {
   for (const char* path : {"/far/1", "/far/2", "/far/3"})
-    images_[path] = edge::unreadable(ETIMEDOUT);
+    images_[path] = model::unreadable(ETIMEDOUT);
   lookTakes_ = 5;
   const Answer answer = apply(
       R"({"version":1,"vms":[{"name":"a","config":{"diskImage":"/far/1"}},)"

@@ -15,7 +15,7 @@ namespace ctl {
 
 namespace {
 
-constexpr size_t longestDevice = edge::longestIntfName;
+constexpr size_t longestDevice = model::longestIntfName;
 
 struct InterfaceRow {
   rt::String device;
@@ -67,7 +67,7 @@ bool isDeviceName(std::string_view name) {
 
 void requireSound(const rt::String& id, const rt::String& device) {
   std::vector<rt::String> sentences;
-  if (const auto right = edge::intfNameRight(id))
+  if (const auto right = model::intfNameRight(id))
     sentences.push_back(id + ": " + rt::Problem{"name", id, *right}.text());
   if (!isDeviceName(device))
     sentences.push_back(id + ": " +

@@ -12,7 +12,7 @@ namespace {
 
 void require(const rt::String& name) {
   // It becomes a part of a path.
-  if (const auto right = edge::nameRight(name))
+  if (const auto right = model::nameRight(name))
     throw Refusal(Exit::noSuch, name + ": there is no such VM: a name " + *right);
 }
 

@@ -73,7 +73,7 @@ void addUnconfigured(std::vector<VmRow>& rows, const std::vector<statedb::Record
 
 std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json) {
   return statedb::fill(vm, json,
-                       {.switchAttribute = {}, .check = {}, .defaults = edge::vmDefaults});
+                       {.switchAttribute = {}, .check = {}, .defaults = model::vmDefaults});
 }
 
 VmImage imageOf(const rt::String& doc) {

@@ -11,40 +11,40 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
   template <class T>
   using Records = rt::Collection<rt::String, rt::Ptr<T>>;
 
-  const Records<DaemonStatus>& daemons() const { return daemon_; }
-  DaemonStatus::Ptr daemonIs(const rt::String& name) {
+  const Records<model::DaemonStatus>& daemons() const { return daemon_; }
+  model::DaemonStatus::Ptr daemonIs(const rt::String& name) {
     return instantiate<&HostStatus::daemon>(daemon_, name, name);
   }
-  DaemonStatus::Ptr daemon(const rt::String& name) const { return daemon_.get(name); }
+  model::DaemonStatus::Ptr daemon(const rt::String& name) const { return daemon_.get(name); }
 
-  const Records<VmProcess>& vmProcesses() const { return vmProcess_; }
-  VmProcess::Ptr vmProcess(const rt::String& name) const { return vmProcess_.get(name); }
-  VmProcess::Ptr vmProcessIs(const rt::String& name) {
+  const Records<model::VmProcess>& vmProcesses() const { return vmProcess_; }
+  model::VmProcess::Ptr vmProcess(const rt::String& name) const { return vmProcess_.get(name); }
+  model::VmProcess::Ptr vmProcessIs(const rt::String& name) {
     return instantiate<&HostStatus::vmProcess>(vmProcess_, name, name);
   }
   void vmProcessDel(const rt::String& name) { remove<&HostStatus::vmProcess>(vmProcess_, name); }
 
-  const Records<VmProblem>& vmProblems() const { return vmProblem_; }
-  VmProblem::Ptr vmProblem(const rt::String& name) const { return vmProblem_.get(name); }
-  VmProblem::Ptr vmProblemIs(const rt::String& name) {
+  const Records<model::VmProblem>& vmProblems() const { return vmProblem_; }
+  model::VmProblem::Ptr vmProblem(const rt::String& name) const { return vmProblem_.get(name); }
+  model::VmProblem::Ptr vmProblemIs(const rt::String& name) {
     return instantiate<&HostStatus::vmProblem>(vmProblem_, name, name);
   }
   void vmProblemDel(const rt::String& name) { remove<&HostStatus::vmProblem>(vmProblem_, name); }
 
-  const Records<InterfaceStatus>& interfaceStatuses() const { return interfaceStatus_; }
-  InterfaceStatus::Ptr interfaceStatus(const rt::String& id) const {
+  const Records<model::InterfaceStatus>& interfaceStatuses() const { return interfaceStatus_; }
+  model::InterfaceStatus::Ptr interfaceStatus(const rt::String& id) const {
     return interfaceStatus_.get(id);
   }
-  InterfaceStatus::Ptr interfaceStatusIs(const rt::String& id) {
+  model::InterfaceStatus::Ptr interfaceStatusIs(const rt::String& id) {
     return instantiate<&HostStatus::interfaceStatus>(interfaceStatus_, id, id);
   }
   void interfaceStatusDel(const rt::String& id) {
     remove<&HostStatus::interfaceStatus>(interfaceStatus_, id);
   }
 
-  const Records<FdbEntry>& fdbEntries() const { return fdb_; }
-  FdbEntry::Ptr fdb(const rt::String& key) const { return fdb_.get(key); }
-  FdbEntry::Ptr fdbIs(const rt::String& key) {
+  const Records<model::FdbEntry>& fdbEntries() const { return fdb_; }
+  model::FdbEntry::Ptr fdb(const rt::String& key) const { return fdb_.get(key); }
+  model::FdbEntry::Ptr fdbIs(const rt::String& key) {
     return instantiate<&HostStatus::fdb>(fdb_, key, key);
   }
   void fdbDel(const rt::String& key) { remove<&HostStatus::fdb>(fdb_, key); }
@@ -59,11 +59,11 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
       rt::CollectionAttribute<"fdb", &HostStatus::fdb, &HostStatus::fdbEntries>>;
 
  private:
-  Records<DaemonStatus> daemon_;
-  Records<VmProcess> vmProcess_;
-  Records<VmProblem> vmProblem_;
-  Records<InterfaceStatus> interfaceStatus_;
-  Records<FdbEntry> fdb_;
+  Records<model::DaemonStatus> daemon_;
+  Records<model::VmProcess> vmProcess_;
+  Records<model::VmProblem> vmProblem_;
+  Records<model::InterfaceStatus> interfaceStatus_;
+  Records<model::FdbEntry> fdb_;
 };
 
 }  // namespace host

@@ -38,7 +38,7 @@ class Configuration {
     std::function<void(const rt::String& vm, const rt::String& guest)> givenUpIs;
   };
   // `before`: how far the daemon before had come with it.
-  Configuration(Takers takers, const edge::MachineLimits& limits, statedb::Cursor before)
+  Configuration(Takers takers, const model::MachineLimits& limits, statedb::Cursor before)
       : takers_(std::move(takers)), rows_(limits), reached_(std::move(before)) {}
 
   // What a taker throws is thrown again once all changes are taken.

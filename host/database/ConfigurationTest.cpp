@@ -73,7 +73,7 @@ class ConfigurationTest : public testing::Test {
            [this](const rt::String& vm, const rt::String& guest) {
              effects.push_back("given up " + vm.str() + " " + guest.str());
            }},
-      edge::MachineLimits{.memory = 8192},
+      model::MachineLimits{.memory = 8192},
       Cursor{"s1", 100, "h1"}};
   const Cursor next{"s1", 101, "h1"};
 };

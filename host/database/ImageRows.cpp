@@ -10,14 +10,14 @@ namespace host {
 namespace {
 
 std::vector<rt::Problem> problemsOf(const rt::Entity& read) {
-  const auto& image = static_cast<const edge::VmImage&>(read);
-  const auto right = edge::imageFormatRight(image.format());
+  const auto& image = static_cast<const model::VmImage&>(read);
+  const auto right = model::imageFormatRight(image.format());
   if (!right) return {};
   return {{"format", image.format(), *right}};
 }
 
 rt::String documentOf(const rt::String& vm, const rt::String& path, guest::ImageFormat format) {
-  const auto image = rt::make<edge::VmImage>(vm);
+  const auto image = rt::make<model::VmImage>(vm);
   image->diskImageIs(path);
   image->formatIs(guest::textOf(format));
   return statedb::documentOf(*image);
@@ -30,7 +30,7 @@ void ImageRows::rowIs(const rt::String& vm, const std::optional<statedb::Record>
   if (!row) return;
   Row& known = rows_[vm];
   known.revision = row->revision;
-  const auto image = rt::make<edge::VmImage>(vm);
+  const auto image = rt::make<model::VmImage>(vm);
   const auto problems = statedb::fill(*image, row->doc, {.check = problemsOf});
   if (!problems.empty()) known.problem = "vmImage: " + textOf(problems);
   known.path = image->diskImage();

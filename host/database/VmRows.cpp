@@ -60,7 +60,7 @@ VmRows::Judged VmRows::read(const statedb::Record& record) const {
   };
   judged.problems =
       statedb::fill(*judged.vm, record.doc,
-                    {.switchAttribute = "enabled", .check = check, .defaults = edge::vmDefaults});
+                    {.switchAttribute = "enabled", .check = check, .defaults = model::vmDefaults});
   return judged;
 }
 

@@ -33,7 +33,7 @@ struct VmRow {
 // may change places. A refused row of a VM that had a valid one leaves that in force.
 class VmRows {
  public:
-  explicit VmRows(const edge::MachineLimits& limits) : limits_(limits) {}
+  explicit VmRows(const model::MachineLimits& limits) : limits_(limits) {}
 
   // The names of the VMs whose row is another now: valid, refused, lost, or gone. The changes are
   // of a store of that history.
@@ -60,10 +60,10 @@ class VmRows {
   void judgeRefused(std::set<rt::String>& changed);
   bool exchange(std::set<rt::String>& changed);
 
-  const edge::MachineLimits limits_;
+  const model::MachineLimits limits_;
   std::map<rt::String, VmRow> rows_;
   std::map<rt::String, statedb::Record> refused_;  // the documents, to be looked at again
-  edge::ConfigIndex index_;                        // of the valid ones
+  model::ConfigIndex index_;                       // of the valid ones
   uint64_t lastVm_ = 0;
 };
 

@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr edge::MachineLimits limits{.memory = 8192};
+constexpr model::MachineLimits limits{.memory = 8192};
 
 // A row with a display, if `port` is one, and with a card, if `mac` is one.
 rt::String doc(int port, const char* mac = "", int memory = 256) {
@@ -81,7 +81,7 @@ TEST_F(VmRowsTest, TakeAValidRowAsItIs) {
 TEST_F(VmRowsTest, GiveARowThatLeavesMemoryOutTheDefault) {
   is("web1", R"({"diskImage":"/a"})");
   ASSERT_THAT(problems("web1"), IsEmpty());
-  EXPECT_EQ(rows.row("web1")->valid->memory(), edge::defaultMemory);
+  EXPECT_EQ(rows.row("web1")->valid->memory(), model::defaultMemory);
   is("web1", R"({"diskImage":"/a","memory":0})");
   EXPECT_THAT(problems("web1"), HasSubstr("memory: '0' is refused"));
 }

@@ -69,7 +69,7 @@ class SupervisorWorld {
   const HostStatus::Ptr hostStatus = rt::make<HostStatus>();
   Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
-  VmRows rows{edge::MachineLimits{.memory = 8192}};
+  VmRows rows{model::MachineLimits{.memory = 8192}};
   FakeCards cards{status};
   AroundStart aroundStart = {[](const VmStart& /*start*/) {}, [] {}, {}};
   std::vector<VmStart> told;  // guests that run already

@@ -31,7 +31,7 @@ class ImageLooks::Look final : public rt::StateMachineOf<ImageLooks::Look> {
 
   ImageLooks& owner_;
   const rt::String path_;
-  const edge::ImageLook look_;
+  const model::ImageLook look_;
 
   rt::Reactor<Look, rt::FileDescriptor, rt::On<&rt::FileDescriptor::readable, &Look::handleOver>>
       over_;
@@ -49,7 +49,7 @@ void ImageLooks::handleInitialized() {
   initializedIs(true);
 }
 
-std::optional<edge::ImageFacts> ImageLooks::facts(const rt::String& vm, const rt::String& path) {
+std::optional<model::ImageFacts> ImageLooks::facts(const rt::String& vm, const rt::String& path) {
   const rt::Seconds now = clock_.notifier()->now();
   if (const auto known = answers_.extract(vm)) {
     const Answer& answer = known.mapped();
@@ -59,9 +59,9 @@ std::optional<edge::ImageFacts> ImageLooks::facts(const rt::String& vm, const rt
   Asked& asked = found->second;
   asked.vms.insert(vm);
   // It hangs still. Once it does no more, the VM is told.
-  if (asked.isLate) return edge::unreadable(ETIMEDOUT);
+  if (asked.isLate) return model::unreadable(ETIMEDOUT);
   if (!isNew) return std::nullopt;
-  asked.lateAt = now + edge::imagePatience;
+  asked.lateAt = now + model::imagePatience;
   waiting_.push_back(path);
   begin();
   setClock();
@@ -81,25 +81,25 @@ void ImageLooks::begin() {
     try {
       asked_.at(path).look = rt::make<Look>(*this, path);
     } catch (const rt::ErrnoException& error) {
-      finish(path, edge::unreadable(error.error()));
+      finish(path, model::unreadable(error.error()));
     }
   }
 }
 
-void ImageLooks::over(const rt::String& path, const edge::ImageFacts& facts) {
+void ImageLooks::over(const rt::String& path, const model::ImageFacts& facts) {
   finish(path, facts);
   begin();
   setClock();
 }
 
-void ImageLooks::finish(const rt::String& path, const edge::ImageFacts& facts) {
+void ImageLooks::finish(const rt::String& path, const model::ImageFacts& facts) {
   auto asked = asked_.extract(path);  // which keeps the path, and the look that may be asking
   --looks_;
   answer(std::move(asked.mapped().vms), asked.key(), facts);
 }
 
 void ImageLooks::answer(std::set<rt::String> vms, const rt::String& path,
-                        const edge::ImageFacts& facts) {
+                        const model::ImageFacts& facts) {
   const rt::Seconds now = clock_.notifier()->now();
   while (!vms.empty()) {
     const rt::String vm = std::move(vms.extract(vms.begin()).value());
@@ -113,7 +113,7 @@ void ImageLooks::handleClock() {
   for (auto& [path, asked] : asked_) {
     if (asked.isLate || now < asked.lateAt) continue;
     asked.isLate = true;
-    answer(asked.vms, path, edge::unreadable(ETIMEDOUT));
+    answer(asked.vms, path, model::unreadable(ETIMEDOUT));
   }
   setClock();
 }

@@ -20,7 +20,7 @@ class ImageLooks final : public rt::StateMachineOf<ImageLooks> {
  public:
   struct Tools {
     // Is run in a process of its own.
-    std::function<edge::ImageFacts(const rt::String& path)> look;
+    std::function<model::ImageFacts(const rt::String& path)> look;
     // There is an answer for the VM, or none after a while, or one after all.
     std::function<void(const rt::String& vm)> answered;
   };
@@ -29,7 +29,7 @@ class ImageLooks final : public rt::StateMachineOf<ImageLooks> {
 
   // What is at the path, if that was found out for the VM just now, and is given once. Otherwise
   // nothing: a look is under way, and `answered` follows.
-  std::optional<edge::ImageFacts> facts(const rt::String& vm, const rt::String& path);
+  std::optional<model::ImageFacts> facts(const rt::String& vm, const rt::String& path);
   // Nothing is to be told to the VM any more.
   void forget(const rt::String& vm);
 
@@ -51,16 +51,16 @@ class ImageLooks final : public rt::StateMachineOf<ImageLooks> {
   };
   struct Answer {
     rt::String path;
-    edge::ImageFacts facts;
+    model::ImageFacts facts;
     rt::Seconds time;
   };
 
   void handleInitialized();
   void handleClock();
   void begin();
-  void over(const rt::String& path, const edge::ImageFacts& facts);
-  void finish(const rt::String& path, const edge::ImageFacts& facts);
-  void answer(std::set<rt::String> vms, const rt::String& path, const edge::ImageFacts& facts);
+  void over(const rt::String& path, const model::ImageFacts& facts);
+  void finish(const rt::String& path, const model::ImageFacts& facts);
+  void answer(std::set<rt::String> vms, const rt::String& path, const model::ImageFacts& facts);
   void setClock();
 
   const Tools tools_;

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr double patience = edge::imagePatience.value();
+constexpr double patience = model::imagePatience.value();
 
 // What holds those up in other processes who come to it, until it is opened; it counts them all.
 class Gate {
@@ -51,10 +51,10 @@ class ImageLooksTest : public testing::Test {
  protected:
   // A path that begins with "/hangs" is not answered until the gate is open. The size tells which
   // was looked at.
-  edge::ImageFacts look(const rt::String& path) {
+  model::ImageFacts look(const rt::String& path) {
     gate_.count();
     if (path.substr(0, 6) == "/hangs") gate_.pass();
-    edge::ImageFacts facts;
+    model::ImageFacts facts;
     facts.size = path.size();
     return facts;
   }

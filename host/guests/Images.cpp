@@ -27,7 +27,7 @@ ImageVerdict Images::judge(const ImageQuestion& question) {
   if (!facts) return {.kind = Kind::awaited};
   waiting_.erase(question.vm);
   ImageVerdict verdict;
-  if (const auto problem = edge::accessProblem(question.path, *facts))
+  if (const auto problem = model::accessProblem(question.path, *facts))
     verdict = refused(problem->text() + (question.takesUp ? takenUpThen : ""));
   else if (question.takesUp)
     verdict = judgeTakeUp(question, *facts);
@@ -43,13 +43,13 @@ rt::String Images::format(const rt::String& vm, const rt::String& path) const {
   return format ? rt::String(guest::textOf(*format)) : rt::String();
 }
 
-ImageVerdict Images::judgeStart(const ImageQuestion& question, const edge::ImageFacts& facts) {
+ImageVerdict Images::judgeStart(const ImageQuestion& question, const model::ImageFacts& facts) {
   const auto& [vm, path, takesUp] = question;
   if (const rt::String problem = rows_.problem(vm); !problem.empty()) return refused(problem);
   auto format = rows_.format(vm, path);
   if (!format) {
-    if (const auto problem = edge::imageProblem(path, facts)) return refused(problem->text());
-    format = edge::detectedFormat(facts);
+    if (const auto problem = model::imageProblem(path, facts)) return refused(problem->text());
+    format = model::detectedFormat(facts);
   }
   if (!rows_.formatIs(vm, path, *format)) return {.kind = Kind::awaited};
   if (const rt::String problem = problemOf(question, facts, *format); !problem.empty())
@@ -58,20 +58,21 @@ ImageVerdict Images::judgeStart(const ImageQuestion& question, const edge::Image
 }
 
 // What its QEMU was told once is not known. It is told again if the guest ends meanwhile.
-ImageVerdict Images::judgeTakeUp(const ImageQuestion& question, const edge::ImageFacts& facts) {
+ImageVerdict Images::judgeTakeUp(const ImageQuestion& question, const model::ImageFacts& facts) {
   const auto& [vm, path, takesUp] = question;
   if (const rt::String problem = rows_.problem(vm); !problem.empty()) return {.note = problem};
   auto format = rows_.format(vm, path);
-  if (!format && !edge::imageProblem(path, facts)) format = edge::detectedFormat(facts);
+  if (!format && !model::imageProblem(path, facts)) format = model::detectedFormat(facts);
   if (!format) return {};
   if (!rows_.formatIs(vm, path, *format)) return {.kind = Kind::awaited};
   return {.note = noteOf(question, facts, *format), .format = guest::textOf(*format)};
 }
 
-rt::String Images::problemOf(const ImageQuestion& question, const edge::ImageFacts& facts,
+rt::String Images::problemOf(const ImageQuestion& question, const model::ImageFacts& facts,
                              guest::ImageFormat format) {
-  if (const auto problem = edge::imageProblem(question.path, facts, format)) return problem->text();
-  const rt::String other = edge::otherFormat(facts, format);
+  if (const auto problem = model::imageProblem(question.path, facts, format))
+    return problem->text();
+  const rt::String other = model::otherFormat(facts, format);
   if (tools_.formats == Formats::guessed && !other.empty())
     return textOf(question, "must begin as what it is, " + rt::String(guest::textOf(format)) +
                                 ", for QEMU is not told; it begins as " + other + " does");
@@ -88,9 +89,9 @@ rt::String Images::problemOf(const ImageQuestion& question, const edge::ImageFac
   return {};
 }
 
-rt::String Images::noteOf(const ImageQuestion& question, const edge::ImageFacts& facts,
+rt::String Images::noteOf(const ImageQuestion& question, const model::ImageFacts& facts,
                           guest::ImageFormat format) const {
-  const rt::String other = edge::otherFormat(facts, format);
+  const rt::String other = model::otherFormat(facts, format);
   if (other.empty()) return {};
   return "the disk image '" + question.path + "' is opened as " +
          rt::String(guest::textOf(format)) + ", as it was named, though it begins as " + other +
@@ -98,7 +99,7 @@ rt::String Images::noteOf(const ImageQuestion& question, const edge::ImageFacts&
          question.vm + " format=...' says so";
 }
 
-void Images::hold(const rt::String& vm, const edge::ImageFacts& facts) {
+void Images::hold(const rt::String& vm, const model::ImageFacts& facts) {
   const auto held = held_.find(vm);
   if (held != held_.end() && held->second == facts.file && !facts.isCd) return;
   letGo(vm);

@@ -35,7 +35,7 @@ class Images {
 
   struct Tools {
     // What is at the VM's path, or nothing: `known` is called then.
-    std::function<std::optional<edge::ImageFacts>(const rt::String& vm, const rt::String& path)>
+    std::function<std::optional<model::ImageFacts>(const rt::String& vm, const rt::String& path)>
         look;
     std::function<void(const rt::String& vm)> forget;  // what was asked to look at for the VM
     // What is known of the VM's image is another thing now.
@@ -55,18 +55,18 @@ class Images {
   void rowIsLost(const rt::String& vm);  // see ImageRows
 
  private:
-  ImageVerdict judgeStart(const ImageQuestion& question, const edge::ImageFacts& facts);
-  ImageVerdict judgeTakeUp(const ImageQuestion& question, const edge::ImageFacts& facts);
-  rt::String problemOf(const ImageQuestion& question, const edge::ImageFacts& facts,
+  ImageVerdict judgeStart(const ImageQuestion& question, const model::ImageFacts& facts);
+  ImageVerdict judgeTakeUp(const ImageQuestion& question, const model::ImageFacts& facts);
+  rt::String problemOf(const ImageQuestion& question, const model::ImageFacts& facts,
                        guest::ImageFormat format);
-  rt::String noteOf(const ImageQuestion& question, const edge::ImageFacts& facts,
+  rt::String noteOf(const ImageQuestion& question, const model::ImageFacts& facts,
                     guest::ImageFormat format) const;
-  void hold(const rt::String& vm, const edge::ImageFacts& facts);
+  void hold(const rt::String& vm, const model::ImageFacts& facts);
   void letGo(const rt::String& vm);
 
   const Tools tools_;
   ImageRows& rows_;
-  std::map<rt::String, edge::FileId> held_;   // by VM
+  std::map<rt::String, model::FileId> held_;  // by VM
   std::map<rt::String, rt::String> waiting_;  // VM -> the one that has its image
 };
 

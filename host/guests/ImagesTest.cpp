@@ -17,21 +17,21 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-edge::ImageFacts disk(uint64_t inode) {
-  edge::ImageFacts facts;
-  facts.kind = edge::ImageFacts::Kind::regular;
+model::ImageFacts disk(uint64_t inode) {
+  model::ImageFacts facts;
+  facts.kind = model::ImageFacts::Kind::regular;
   facts.file = {1, inode};
-  facts.size = edge::smallestImage;
+  facts.size = model::smallestImage;
   return facts;
 }
 
-edge::ImageFacts beginning(std::string_view head, edge::ImageFacts facts = disk(7)) {
+model::ImageFacts beginning(std::string_view head, model::ImageFacts facts = disk(7)) {
   std::copy(head.begin(), head.end(), facts.head.begin());
   return facts;
 }
 
-edge::ImageFacts cd(uint64_t inode) {
-  edge::ImageFacts facts = disk(inode);
+model::ImageFacts cd(uint64_t inode) {
+  model::ImageFacts facts = disk(inode);
   facts.isCd = true;
   return facts;
 }
@@ -43,7 +43,7 @@ class ImagesTest : public testing::Test {
  protected:
   explicit ImagesTest(Images::Formats formats = Images::Formats::told)
       : images({.look = [this](const rt::String&,
-                               const rt::String& path) -> std::optional<edge::ImageFacts> {
+                               const rt::String& path) -> std::optional<model::ImageFacts> {
                   const auto found = files.find(path.str());
                   return found == files.end() ? std::nullopt : std::optional(found->second);
                 },
@@ -75,7 +75,7 @@ class ImagesTest : public testing::Test {
     return row ? row->doc.str() : "none";
   }
 
-  std::map<std::string, edge::ImageFacts> files{{"/a", disk(1)}, {"/b", disk(2)}};
+  std::map<std::string, model::ImageFacts> files{{"/a", disk(1)}, {"/b", disk(2)}};
   std::vector<std::string> known;
   std::vector<std::string> forgotten;
   fakes::StoreFile file;
@@ -91,8 +91,8 @@ TEST_F(ImagesTest, ThatNobodyHasLookedAtAreAwaited) {
 }
 
 TEST_F(ImagesTest, ThatCannotBeReadAreRefusedAlsoToAGuestThatRuns) {
-  files["/fifo"].kind = edge::ImageFacts::Kind::other;
-  files["/far"] = edge::unreadable(ETIMEDOUT);
+  files["/fifo"].kind = model::ImageFacts::Kind::other;
+  files["/far"] = model::unreadable(ETIMEDOUT);
   files["/short"] = disk(3);
   files["/short"].size = 100;
   for (const char* path : {"/fifo", "/far", "/short"}) {
@@ -190,7 +190,7 @@ TEST_F(ImagesTest, OfAGuestThatIsTakenUpNeedBeReadableOnly) {
 }
 
 TEST_F(ImagesTest, OfAGuestThatCannotBeTakenUpYetSayThatItGoesOn) {
-  files["/a"] = edge::unreadable(ENOENT);
+  files["/a"] = model::unreadable(ENOENT);
   EXPECT_THAT(judgeTakeUp("web1", "/a").problem.str(),
               HasSubstr("No such file or directory; the guest that an earlier vmagentd started "
                         "goes on, and is taken up then"));
@@ -256,7 +256,7 @@ TEST_F(ImagesTest, AreReleasedWhenTheirVmTakesAnother) {
 
 TEST_F(ImagesTest, AreReleasedWhenTheirVmMayNotStart) {
   judge("web1", "/a");
-  files["/a"] = edge::unreadable(EIO);
+  files["/a"] = model::unreadable(EIO);
   judge("web1", "/a");
   files["/a"] = disk(1);
   EXPECT_EQ(judge("web2", "/a").kind, Kind::fit);

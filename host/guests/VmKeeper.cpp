@@ -384,7 +384,7 @@ bool VmKeeper::hasOtherFormat() const {
 void VmKeeper::showRestartNeeded() {
   rt::String fields;
   if (startedWith_ && wanted_ && hasProcess())
-    for (const std::string_view field : edge::fieldsForNextStart(*startedWith_, *wanted_))
+    for (const std::string_view field : model::fieldsForNextStart(*startedWith_, *wanted_))
       (fields += fields.empty() ? "" : ", ") += field;
   if (hasOtherFormat()) (fields += fields.empty() ? "" : ", ") += "format";
   if (!fields.empty())

@@ -11,9 +11,9 @@ namespace {
 
 std::vector<rt::Problem> problemsOf(const rt::String& id, const rt::String& device) {
   std::vector<rt::Problem> problems;
-  if (const auto right = edge::intfNameRight(id)) problems.push_back({"interface", id, *right});
+  if (const auto right = model::intfNameRight(id)) problems.push_back({"interface", id, *right});
   const bool isDevice =
-      !device.empty() && device.size() <= edge::longestIntfName && device != "." &&
+      !device.empty() && device.size() <= model::longestIntfName && device != "." &&
       device != ".." &&
       device.str().find_first_of(std::string_view("/: \t\n\0", 6)) == std::string::npos;
   if (!isDevice)

@@ -10,8 +10,8 @@ namespace {
 
 const std::vector<Variable>& ofThread() {
   static const std::vector<Variable> variables =
-      threadsVariables({"rt::", "Vm::", "netlink::", "statedb::", "edge::", "host::", "shim::",
-                        "ctl::", "Interface::", "Bridging::", "KernelNetInfo::"});
+      threadsVariables({"rt::", "Vm::", "netlink::", "statedb::", "guest::", "model::", "host::",
+                        "shim::", "ctl::", "Interface::", "Bridging::", "KernelNetInfo::"});
   return variables;
 }
 
