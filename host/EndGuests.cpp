@@ -6,7 +6,7 @@
 #include "guest/VmFiles.h"
 #include "host/base/Report.h"
 #include "host/database/Locks.h"
-#include "host/guests/ShimClient.h"
+#include "host/guests/DiskShims.h"
 #include "host/network/Janitor.h"
 #include "host/network/Taps.h"
 #include "netlink/Macvtap.h"

@@ -7,7 +7,7 @@
 #include <csignal>
 #include <fstream>
 
-#include "host/guests/ShimClient.h"
+#include "host/guests/DiskShims.h"
 #include "tests/system/GuestFixture.h"
 #include "tests/system/PrivateMounts.h"
 

@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "guest/VmFiles.h"
-#include "host/guests/ShimClient.h"
+#include "host/guests/DiskShims.h"
 #include "runtime/base/Descriptor.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"

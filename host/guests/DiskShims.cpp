@@ -1,4 +1,4 @@
-#include "host/guests/ShimClient.h"
+#include "host/guests/DiskShims.h"
 
 #include <fcntl.h>
 #include <poll.h>
