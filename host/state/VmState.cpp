@@ -1,0 +1,182 @@
+#include "host/state/VmState.h"
+
+#include <array>
+
+#include "host/state/TimeSpan.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint64_t hungAfter = 10'000;  // ms
+
+constexpr std::array wantedWords{"stopped", "running", "gone", "unknown"};
+constexpr std::array actualWords{"stopped", "starting", "running",  "paused", "stopping",
+                                 "hung",    "crashed",  "retrying", "refused"};
+
+bool isWanted(const Situation& now) { return now.wanted == Wanted::running; }
+
+bool isHung(const Situation& now) {
+  return now.run.silentUp != 0 && now.nowUp >= now.run.silentUp + hungAfter;
+}
+
+bool isHeld(RunState state) {
+  return state == RunState::paused || state == RunState::suspended ||
+         state == RunState::diskError || state == RunState::watchdog;
+}
+
+// A shim of an earlier version tells nothing, and without shims nobody does: then the agent's word
+// is all there is.
+bool hasRun(const Situation& now) {
+  return now.run.run == 0 ? now.agentState == "Running" : now.run.hasRun();
+}
+
+Actual ofProcess(const Situation& now) {
+  if (now.isEnding) return Actual::stopping;
+  if (isHung(now)) return Actual::hung;
+  if (now.run.state == RunState::panicked) return Actual::crashed;
+  if (isHeld(now.run.state)) return Actual::paused;
+  return hasRun(now) ? Actual::running : Actual::starting;
+}
+
+Actual ofNoProcess(const Situation& now) {
+  if (!isWanted(now)) return Actual::stopped;
+  if (now.isRefused) return Actual::refused;
+  if (now.nextUp) return Actual::retrying;
+  if (now.waits) return Actual::starting;
+  if (now.end.isFailure || !now.problem.empty()) return Actual::crashed;
+  return now.isStarted ? Actual::stopped : Actual::starting;
+}
+
+// What keeps a VM from its start, or was wrong with the last one.
+bool isOfStart(const rt::String& source) {
+  return source == "config" || source == "image" || source == "qemu" || source == "agent";
+}
+
+// Nothing is wrong: something is only to be known.
+bool isNote(const rt::String& source) { return source == "restart" || source == "format"; }
+
+Reason ofProblem(const Situation& now) {
+  if (now.problem.empty()) return {};
+  return {now.problemSource, now.problem, now.problem};
+}
+
+Reason ofEnd(const Situation& now) {
+  if (now.end.cause == EndCause::none) return ofProblem(now);
+  return {textOf(now.end.cause), now.end.text, now.end.brief};
+}
+
+// An end that left no word of the shim's may still have left one of the daemon's.
+Reason ofFailure(const Situation& now) {
+  const bool knowsMore = !now.problem.empty() && isOfStart(now.problemSource);
+  const bool isKnown = now.end.cause != EndCause::none && now.end.cause != EndCause::unknown;
+  return knowsMore && !isKnown ? ofProblem(now) : ofEnd(now);
+}
+
+Reason ofPause(const Situation& now) {
+  switch (now.run.state) {
+    case RunState::diskError:
+      return {"disk-error", "its disk failed, and QEMU paused it: " + now.run.stateText,
+              "disk: " + now.run.stateText};
+    case RunState::watchdog:
+      return {"watchdog", "it did not feed its watchdog, and QEMU paused it", "watchdog"};
+    case RunState::suspended:
+      return {"suspended", "the guest has suspended itself", "suspended itself"};
+    default:
+      return {"paused", "it was paused over its monitor", "by hand"};
+  }
+}
+
+Reason ofStop(const Situation& now) {
+  if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
+  if (now.run.askedUp != 0 && !isWanted(now))
+    return {"asked", "it was asked to shut down " + spanText(now.nowUp - now.run.askedUp) + " ago",
+            "asked to shut down"};
+  if (isWanted(now)) return {"restart", "it is ended to be started anew", "restart"};
+  return {"asked", "it is switched off", "switched off"};
+}
+
+}  // namespace
+
+rt::String textOf(Wanted wanted) { return wantedWords.at(static_cast<size_t>(wanted)); }
+rt::String textOf(Actual actual) { return actualWords.at(static_cast<size_t>(actual)); }
+
+Actual actualOf(const Situation& now) { return now.hasProcess ? ofProcess(now) : ofNoProcess(now); }
+
+rt::String severityOf(const Situation& now) {
+  switch (actualOf(now)) {
+    case Actual::running:
+      if (!now.problem.empty()) return isNote(now.problemSource) ? "note" : "bad";
+      return isWanted(now) ? "ok" : "note";
+    case Actual::stopped:
+      return isWanted(now) ? "note" : "ok";
+    case Actual::starting:
+    case Actual::stopping:
+      return "busy";
+    case Actual::paused:
+      return now.run.state == RunState::paused || now.run.state == RunState::suspended ? "note"
+                                                                                       : "bad";
+    default:
+      return "bad";
+  }
+}
+
+Reason reasonOf(const Situation& now) {
+  switch (actualOf(now)) {
+    case Actual::stopping:
+      return ofStop(now);
+    case Actual::hung:
+      return {"hung", "its QEMU has not answered for " + spanText(now.nowUp - now.run.silentUp),
+              "QEMU does not answer"};
+    case Actual::paused:
+      return ofPause(now);
+    case Actual::refused:
+      return ofProblem(now);
+    case Actual::retrying:
+      return ofFailure(now);
+    case Actual::crashed:
+      if (now.hasProcess)
+        return {"guest-panic", "the guest has panicked, and QEMU goes on", "guest panicked"};
+      return ofFailure(now);
+    case Actual::stopped:
+      return isWanted(now) ? ofEnd(now) : ofProblem(now);
+    case Actual::running:
+    case Actual::starting:
+      return ofProblem(now);
+  }
+  return {};
+}
+
+NextStep nextOf(const Situation& now, const rt::String& vm) {
+  const Actual actual = actualOf(now);
+  switch (actual) {
+    case Actual::stopping:
+      if (now.stopUp) return {"auto", "is switched off", {}, now.stopUp};
+      return {};
+    case Actual::retrying:
+      return {"auto", "is started again", {}, now.nextUp};
+    case Actual::hung:
+      return {"command", {}, "vmctl restart " + vm, {}};
+    case Actual::refused:
+      return {"wait", "is started once that is mended", {}, {}};
+    case Actual::crashed:
+    case Actual::stopped:
+      if (isWanted(now)) return {"command", {}, "vmctl restart " + vm, {}};
+      return {};
+    case Actual::running:
+      if (isNote(now.problemSource) && !now.problem.empty())
+        return {"command", {}, "vmctl restart " + vm, {}};
+      return {};
+    case Actual::paused:
+    case Actual::starting:
+      return {};
+  }
+  return {};
+}
+
+std::optional<uint64_t> wakeUpOf(const Situation& now) {
+  if (!now.hasProcess || now.run.silentUp == 0 || isHung(now)) return std::nullopt;
+  return now.run.silentUp + hungAfter;
+}
+
+}  // namespace host

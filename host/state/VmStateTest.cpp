@@ -1,0 +1,209 @@
+#include <gmock/gmock.h>
+
+#include "host/state/VmState.h"
+
+namespace host {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uint64_t now = 1'000'000;
+
+// A VM that runs as it is wanted.
+Situation running() {
+  Situation vm;
+  vm.wanted = Wanted::running;
+  vm.hasProcess = true;
+  vm.isStarted = true;
+  vm.agentState = "Running";
+  vm.run.run = 7;
+  vm.run.state = RunState::running;
+  vm.nowUp = now;
+  return vm;
+}
+
+Situation off() {
+  Situation vm;
+  vm.nowUp = now;
+  return vm;
+}
+
+// One that is wanted and has no process, as far as is known because it ended so.
+Situation ended(EndCause cause, bool isFailure) {
+  Situation vm = off();
+  vm.wanted = Wanted::running;
+  vm.isStarted = true;
+  vm.end = {.cause = cause, .text = "it ended so", .brief = "so", .isFailure = isFailure};
+  return vm;
+}
+
+template <class Change>
+Situation with(Situation vm, Change change) {
+  change(vm);
+  return vm;
+}
+
+TEST(Actual, IsStoppingBeforeAllElse) {
+  const auto vm = with(running(), [](Situation& v) {
+    v.isEnding = true;
+    v.run.silentUp = 1;
+    v.run.state = RunState::paused;
+  });
+  EXPECT_EQ(actualOf(vm), Actual::stopping);
+  EXPECT_EQ(severityOf(vm), "busy");
+}
+
+TEST(Actual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
+  auto vm = with(running(), [](Situation& v) { v.run.silentUp = now - 9'999; });
+  EXPECT_EQ(actualOf(vm), Actual::running);
+  EXPECT_EQ(wakeUpOf(vm), now + 1);
+  vm.nowUp = now + 1;
+  EXPECT_EQ(actualOf(vm), Actual::hung);
+  EXPECT_EQ(wakeUpOf(vm), std::nullopt);
+  EXPECT_EQ(reasonOf(vm).text, "its QEMU has not answered for 10 s");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(severityOf(vm), "bad");
+}
+
+TEST(Actual, IsPausedForTheReasonThatQemuGave) {
+  const auto full = with(running(), [](Situation& v) {
+    v.run.state = RunState::diskError;
+    v.run.stateText = "No space left on device";
+  });
+  EXPECT_EQ(actualOf(full), Actual::paused);
+  EXPECT_EQ(reasonOf(full).word, "disk-error");
+  EXPECT_THAT(reasonOf(full).text.str(), HasSubstr("No space left on device"));
+  EXPECT_EQ(severityOf(full), "bad");
+  const auto byHand = with(running(), [](Situation& v) { v.run.state = RunState::paused; });
+  EXPECT_EQ(reasonOf(byHand).word, "paused");
+  EXPECT_EQ(severityOf(byHand), "note");
+}
+
+TEST(Actual, IsCrashedWhereTheGuestHasPanickedAndQemuGoesOn) {
+  const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::panicked; });
+  EXPECT_EQ(actualOf(vm), Actual::crashed);
+  EXPECT_EQ(reasonOf(vm).word, "guest-panic");
+}
+
+TEST(Actual, IsStartingUntilTheGuestWasLetRun) {
+  const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::booting; });
+  EXPECT_EQ(actualOf(vm), Actual::starting);
+}
+
+TEST(Actual, IsAsTheAgentSaysWhereNoShimTells) {
+  auto vm = with(running(), [](Situation& v) { v.run = {}; });
+  EXPECT_EQ(actualOf(vm), Actual::running);
+  vm.agentState = "Starting";
+  EXPECT_EQ(actualOf(vm), Actual::starting);
+}
+
+TEST(Actual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
+  const auto vm = with(off(), [](Situation& v) {
+    v.wanted = Wanted::running;
+    v.isRefused = true;
+    v.problem = "diskImage: '/x' does not exist";
+    v.problemSource = "image";
+    v.nextUp = now + 4'000;
+  });
+  EXPECT_EQ(actualOf(vm), Actual::refused);
+  EXPECT_EQ(reasonOf(vm).word, "image");
+  EXPECT_EQ(reasonOf(vm).text, "diskImage: '/x' does not exist");
+  EXPECT_EQ(nextOf(vm, "web1").kind, "wait");
+}
+
+TEST(Actual, IsRetryingAndSaysWhen) {
+  const auto vm =
+      with(ended(EndCause::startFailed, true), [](Situation& v) { v.nextUp = now + 4'000; });
+  EXPECT_EQ(actualOf(vm), Actual::retrying);
+  EXPECT_EQ(reasonOf(vm).word, "start-failed");
+  EXPECT_EQ(nextOf(vm, "web1").kind, "auto");
+  EXPECT_EQ(nextOf(vm, "web1").up, now + 4'000);
+}
+
+TEST(Actual, IsCrashedAfterAFailureAndSaysWhatToType) {
+  const auto vm = ended(EndCause::qemuCrashed, true);
+  EXPECT_EQ(actualOf(vm), Actual::crashed);
+  EXPECT_EQ(severityOf(vm), "bad");
+  EXPECT_EQ(reasonOf(vm).text, "it ended so");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+}
+
+TEST(Actual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
+  const auto vm = ended(EndCause::guestShutdown, false);
+  EXPECT_EQ(actualOf(vm), Actual::stopped);
+  EXPECT_EQ(severityOf(vm), "note");
+  EXPECT_EQ(reasonOf(vm).word, "guest-shutdown");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+}
+
+TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
+  Situation vm = ended(EndCause::asked, false);
+  vm.wanted = Wanted::stopped;
+  EXPECT_EQ(actualOf(vm), Actual::stopped);
+  EXPECT_EQ(severityOf(vm), "ok");
+  EXPECT_EQ(reasonOf(vm).word, "");
+  EXPECT_EQ(nextOf(vm, "web1").kind, "");
+}
+
+TEST(Actual, IsStartingForAVmWhoseTurnHasNotCome) {
+  const auto vm = with(off(), [](Situation& v) {
+    v.wanted = Wanted::running;
+    v.waits = true;
+  });
+  EXPECT_EQ(actualOf(vm), Actual::starting);
+  EXPECT_EQ(severityOf(vm), "busy");
+}
+
+TEST(Reason, OfAStopIsWhoWantedIt) {
+  const auto gone = with(running(), [](Situation& v) {
+    v.wanted = Wanted::gone;
+    v.isEnding = true;
+  });
+  EXPECT_EQ(reasonOf(gone).word, "removed");
+  const auto asked = with(running(), [](Situation& v) {
+    v.wanted = Wanted::stopped;
+    v.isEnding = true;
+    v.run.askedUp = now - 3'000;
+    v.stopUp = now + 12'000;
+  });
+  EXPECT_EQ(reasonOf(asked).text, "it was asked to shut down 3 s ago");
+  EXPECT_EQ(nextOf(asked, "web1").up, now + 12'000);
+  const auto restart = with(running(), [](Situation& v) { v.isEnding = true; });
+  EXPECT_EQ(reasonOf(restart).word, "restart");
+}
+
+TEST(Reason, OfARunningVmIsWhatIsWrongThoughItRuns) {
+  const auto card = with(running(), [](Situation& v) {
+    v.problem = "card nic00 cannot be attached";
+    v.problemSource = "card";
+  });
+  EXPECT_EQ(actualOf(card), Actual::running);
+  EXPECT_EQ(severityOf(card), "bad");
+  EXPECT_EQ(reasonOf(card).word, "card");
+  const auto note = with(running(), [](Situation& v) {
+    v.problem = "memory: changed since the guest was started";
+    v.problemSource = "restart";
+  });
+  EXPECT_EQ(severityOf(note), "note");
+  EXPECT_EQ(nextOf(note, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(reasonOf(running()).word, "");
+  EXPECT_EQ(severityOf(running()), "ok");
+}
+
+TEST(Reason, OfAnEndThatNobodyToldOfIsWhatTheDaemonKnows) {
+  auto vm = with(off(), [](Situation& v) {
+    v.wanted = Wanted::running;
+    v.isStarted = true;
+    v.problem = "QEMU or its shim could not be executed";
+    v.problemSource = "qemu";
+  });
+  EXPECT_EQ(actualOf(vm), Actual::crashed);
+  EXPECT_EQ(reasonOf(vm).text, "QEMU or its shim could not be executed");
+  vm.end = {.cause = EndCause::unknown, .text = "no reason", .brief = "none", .isFailure = true};
+  EXPECT_EQ(reasonOf(vm).text, "QEMU or its shim could not be executed");
+  vm.end.cause = EndCause::killed;
+  EXPECT_EQ(reasonOf(vm).text, "no reason");
+}
+
+}  // namespace
+}  // namespace host
