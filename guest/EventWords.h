@@ -28,7 +28,7 @@ inline constexpr std::string_view shutDown = "shut-down";  // reason, byGuest
 inline constexpr std::string_view panicked = "panicked";   // reason: what QEMU does about it
 inline constexpr std::string_view watchdog = "watchdog";   // reason: likewise
 inline constexpr std::string_view diskError =
-    "disk-error";  // reason: the operation; text: the device
+    "disk-error";  // reason: what QEMU does about it; text: why
 inline constexpr std::string_view askedToEnd = "asked-to-end";  // its power button is pressed
 inline constexpr std::string_view toldToEnd = "told-to-end";    // text: by whose signal
 inline constexpr std::string_view quit = "quit";                // QEMU is asked to

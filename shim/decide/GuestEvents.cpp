@@ -30,7 +30,7 @@ constexpr std::array translations{
     Translation{"SHUTDOWN", word::shutDown, "reason", ""},
     Translation{"GUEST_PANICKED", word::panicked, "action", ""},
     Translation{"WATCHDOG", word::watchdog, "action", ""},
-    Translation{"BLOCK_IO_ERROR", word::diskError, "operation", "reason"},
+    Translation{"BLOCK_IO_ERROR", word::diskError, "action", "reason"},
 };
 
 // A guest makes these happen as often as it likes.

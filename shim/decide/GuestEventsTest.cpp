@@ -62,7 +62,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{R"({"event": "BLOCK_IO_ERROR", "data": {"device": "ide0-hd0", "operation": "write",
                  "action": "stop", "reason": "No space left on device"}})",
              word::diskError,
-             "write",
+             "stop",
              "No space left on device",
              {}}));
 
