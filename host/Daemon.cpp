@@ -12,7 +12,6 @@
 
 #include "guest/VmFiles.h"
 #include "host/Plugin.h"
-#include "host/base/FirstLine.h"
 #include "host/base/Report.h"
 #include "host/database/ConfigFeed.h"
 #include "host/database/Configuration.h"
@@ -21,7 +20,6 @@
 #include "host/guests/DiskShims.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/GuestMark.h"
-#include "host/guests/GuestProblems.h"
 #include "host/guests/ImageLooks.h"
 #include "host/guests/Images.h"
 #include "host/guests/Prompter.h"
@@ -67,6 +65,12 @@ struct AgentRecords {
   Bridging::Input::Config::Ptr bridging = rt::make<Bridging::Input::Config>();
 };
 
+// `shim` is "off" where guests have none.
+std::unique_ptr<Shims> shimsOf(const Options& options) {
+  if (options.shim == "off") return std::make_unique<NoShims>();
+  return std::make_unique<DiskShims>(options.runDir, options.stopTimeout);
+}
+
 // What an earlier daemon put into that bridge. Which of the two forms it had is not known any more;
 // what is not there is removed already.
 std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
@@ -95,14 +99,10 @@ class Daemon::Parts {
   void startFeeds();
   void startImages();
   void endOrphans();
-  void handleStart(const VmStart& start) const;
   void handleTakeUp(const rt::String& vm);
   void handleEnd(const rt::String& vm) const;
   void removeSocketsOfBefore() const;
   std::set<rt::EthAddr> ourAddresses() const;
-  rt::String vmsDirectory() const { return guest::vmsDirectoryOf(options_.runDir); }
-  bool hasShim() const { return options_.shim != "off"; }
-  bool askToStop(const rt::String& vm) const;
   bool isRemoved(const GuestProcess& guest);
   void handleUnknown(const rt::String& vm, const std::vector<GuestProcess>& guests);
   void handleLeaving(const std::vector<GuestProcess>& guests);
@@ -111,6 +111,7 @@ class Daemon::Parts {
 
   const Options options_;
   const AroundStart start_;
+  const std::unique_ptr<Shims> shims_;
   Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -142,13 +143,14 @@ class Daemon::Parts {
   Survivors::Ptr survivors_;
   std::unique_ptr<EarlierGuests> earlierGuests_;
   std::unique_ptr<Configuration> configuration_;
-  GuestProblems::Ptr guestProblems_;  // null: no shim
+  rt::Ptr<const rt::Entity> guestProblems_;  // followed; null: there are no shims
   ConfigFeed::Ptr configFeed_;
 };
 
 Daemon::Parts::Parts(const Options& options, TraceLog& traces, AroundStart start)
     : options_(options),
       start_(std::move(start)),
+      shims_(shimsOf(options)),
       locks_(options.runDir),
       traces_(traces),
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
@@ -244,51 +246,41 @@ void Daemon::Parts::startFeeds() {
                   .problems = problems_,
                   .traces = traces_,
                   .cards = *cardHealer_,
+                  .shims = *shims_,
                   .judgeImage = [this](const auto& question) { return images_->judge(question); },
                   .imageFormat = [this](const auto& vm,
                                         const auto& path) { return images_->format(vm, path); },
                   .imageReleased = [this](const rt::String& vm) { images_->release(vm); },
-                  .lastError =
-                      [this](const rt::String& vm) {
-                        return firstLine(guest::directoryOf(options_.runDir, vm),
-                                         guest::lastErrorFile);
-                      },
-                  .askToStop = [this](const rt::String& vm) { return askToStop(vm); },
-                  .start = {.before = [this](const VmStart& start) { handleStart(start); },
-                            .after = start_.after,
-                            .ended = [this](const rt::String& vm) { handleEnd(vm); }},
-                  .tellGuest =
-                      [this](const VmStart& start) {
-                        if (hasShim()) tellShimOfRow(options_.runDir, start.vm, start.row);
-                      },
+                  .start = start_,
                   .guestName = guestName,
                   .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
                   .stopPatience = stopPatience(options_),
                   .note = {}},
       restartsDone_, clock);
   prompter_ = rt::make<Prompter>(root_, records_.status, clock);
-  earlierGuests_ = std::make_unique<EarlierGuests>(EarlierGuests::Tools{
-      .guests =
-          [] {
-            auto guests = guestProcesses();
-            sortByAge(guests);
-            return guests;
-          },
-      .canBeDriven =
-          [this](const rt::String& vm) { return hasShim() && shimIsThere(options_.runDir, vm); },
-      .row = [this](const rt::String& vm) { return configuration_->rows().row(vm); },
-      .isRemoved = [this](const GuestProcess& guest) { return isRemoved(guest); },
-      .isGivenUp =
-          [this](const GuestProcess& guest) {
-            return configuration_->isGivenUp(guest.vm, guestName(guest.pid));
-          },
-      .adoptableIs = [this](const rt::String& vm, bool is) { supervisor_->adoptableIs(vm, is); },
-      .unknownIs = [this](const auto& vm, const auto& guests) { handleUnknown(vm, guests); },
-      .end =
-          [this](const auto& guests) {
-            handleLeaving(guests);
-            survivors_->add(guests);
-          }});
+  earlierGuests_ = std::make_unique<EarlierGuests>(
+      *shims_,
+      EarlierGuests::Tools{
+          .guests =
+              [] {
+                auto guests = guestProcesses();
+                sortByAge(guests);
+                return guests;
+              },
+          .row = [this](const rt::String& vm) { return configuration_->rows().row(vm); },
+          .isRemoved = [this](const GuestProcess& guest) { return isRemoved(guest); },
+          .isGivenUp =
+              [this](const GuestProcess& guest) {
+                return configuration_->isGivenUp(guest.vm, guestName(guest.pid));
+              },
+          .adoptableIs = [this](const rt::String& vm,
+                                bool is) { supervisor_->adoptableIs(vm, is); },
+          .unknownIs = [this](const auto& vm, const auto& guests) { handleUnknown(vm, guests); },
+          .end =
+              [this](const auto& guests) {
+                handleLeaving(guests);
+                survivors_->add(guests);
+              }});
   configuration_ = std::make_unique<Configuration>(
       Configuration::Takers{
           .interfaceIs = [this](const auto& id, const auto& doc) { interfaces_->rowIs(id, doc); },
@@ -312,12 +304,9 @@ void Daemon::Parts::startFeeds() {
       db_, std::vector<rt::String>{"interface", "vmImage", "vmIntent", "vmConfig"},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
   endOrphans();
-  if (hasShim()) {
-    guestProblems_ = rt::make<GuestProblems>(
-        vmsDirectory(), [this](const rt::String& vm, const rt::String& problem) {
-          supervisor_->guestProblemIs(vm, problem);
-        });
-  }
+  guestProblems_ = shims_->followProblems([this](const rt::String& vm, const rt::String& problem) {
+    supervisor_->guestProblemIs(vm, problem);
+  });
   // After the interfaces' names: so a device is heard of under its interface at once.
   kernelLinks_ = rt::make<KernelLinks>(records_.kernel, interfaces_,
                                        [this] { cardHealer_->devicesChanged(); });
@@ -333,14 +322,13 @@ void Daemon::Parts::startImages() {
           .look = [this](const auto& vm, const auto& path) { return imageLooks_->facts(vm, path); },
           .forget = [this](const rt::String& vm) { imageLooks_->forget(vm); },
           .known = known,
-          .formats = hasShim() ? Images::Formats::told : Images::Formats::guessed},
+          .formats = shims_->tellFormats() ? Images::Formats::told : Images::Formats::guessed},
       imageRows_);
 }
 
 void Daemon::Parts::endOrphans() {
   survivors_ = rt::make<Survivors>(
-      std::vector<GuestProcess>{}, [this](const rt::String& vm) { return askToStop(vm); },
-      stopPatience(options_),
+      std::vector<GuestProcess>{}, *shims_, stopPatience(options_),
       [this](const rt::String& vm, size_t left) {
         if (left == 0) {
           handleEnd(vm);
@@ -350,14 +338,14 @@ void Daemon::Parts::endOrphans() {
       },
       manager_.clock());
   earlierGuests_->decide();
-  if (hasShim()) removeSocketsOfBefore();
+  removeSocketsOfBefore();
 }
 
 // Of guests that ended while no daemon ran, or could not be told of any more.
 void Daemon::Parts::removeSocketsOfBefore() const {
   std::set<rt::String> living;
   for (const GuestProcess& guest : guestProcesses()) living.insert(guest.vm);
-  removeDeadSocketsOfAllBut(living, options_.runDir);
+  shims_->removeDeadSocketsOfAllBut(living);
 }
 
 // Of the cards that are configured. A guest that is to be taken up keeps its cards' devices.
@@ -370,11 +358,6 @@ std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
   return addresses;
 }
 
-void Daemon::Parts::handleStart(const VmStart& start) const {
-  if (hasShim()) removeLastError(options_.runDir, start.vm);
-  start_.before(start);
-}
-
 // A second device of a card's address could not go up beside the first. The agent makes it as soon
 // as the guest's shim has answered it, and until now the first served the guest.
 void Daemon::Parts::handleTakeUp(const rt::String& vm) {
@@ -384,11 +367,7 @@ void Daemon::Parts::handleTakeUp(const rt::String& vm) {
 
 void Daemon::Parts::handleEnd(const rt::String& vm) const {
   start_.ended(vm);
-  if (hasShim()) removeDeadSockets(options_.runDir, vm);
-}
-
-bool Daemon::Parts::askToStop(const rt::String& vm) const {
-  return hasShim() && askShimToStop(options_.runDir, vm, options_.stopTimeout);
+  shims_->removeDeadSockets(vm);
 }
 
 // A store that cannot be asked proves nothing.

@@ -25,18 +25,15 @@ constexpr rt::Seconds killedPatience{5};
 
 // Asks once a VM, whose shim and its stand-in both count as its guest, and nobody who has been
 // asked already: a shim that is asked again gives its guest no more time.
-class Asking {
+class ShimsAskedOnce final : public DiskShims {
  public:
-  explicit Asking(const Options& options) : options_(options) {}
+  using DiskShims::DiskShims;
 
-  bool ask(const rt::String& vm) {
-    if (!asked_.insert(vm).second) return true;
-    return shimIsStopping(options_.runDir, vm) ||
-           askShimToStop(options_.runDir, vm, options_.stopTimeout);
+  bool askToStop(const rt::String& vm) override {
+    return !asked_.insert(vm).second || isStopping(vm) || DiskShims::askToStop(vm);
   }
 
  private:
-  const Options& options_;
   std::set<rt::String> asked_;
 };
 
@@ -80,7 +77,7 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
 std::vector<GuestProcess> endGuests(const Options& options) {
   const statedb::OwnerLock noDaemon(statedb::ownerLockFile(guest::monitorsDirectory));
   rt::ActivityManager manager;
-  Asking asking(options);
+  ShimsAskedOnce shims(options.runDir, options.stopTimeout);
   const rt::Seconds patience = stopPatience(options);
   rt::Ptr<Survivors> guests;
   const auto all = guestProcesses();
@@ -88,9 +85,9 @@ std::vector<GuestProcess> endGuests(const Options& options) {
   {
     const std::lock_guard held(manager.lock());
     guests = rt::make<Survivors>(
-        all, [&](const rt::String& vm) { return asking.ask(vm); }, patience,
+        all, shims, patience,
         [&](const rt::String& vm, size_t left) {
-          if (left == 0) removeDeadSockets(options.runDir, vm);
+          if (left == 0) shims.removeDeadSockets(vm);
         },
         manager.clock());
   }

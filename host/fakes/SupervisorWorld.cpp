@@ -30,20 +30,14 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .problems = problems,
                       .traces = traceLog,
                       .cards = cards,
+                      .shims = shims,
                       .judgeImage = [this](const auto& question) { return judge(question); },
                       .imageFormat = [this](const rt::String& vm,
                                             const rt::String&) { return imageFormats[vm]; },
                       .imageReleased = [this](const rt::String& vm) { heldImages.erase(vm); },
-                      .lastError = [this](const rt::String& vm) { return lastErrors[vm]; },
-                      .askToStop =
-                          [this](const rt::String& vm) {
-                            fortune.effects.push_back("ask " + vm.str());
-                            return !deaf.contains(vm);
-                          },
                       .start = {.before = [this](const VmStart& vm) { aroundStart.before(vm); },
                                 .after = [this] { aroundStart.after(); },
                                 .ended = [this](const rt::String& vm) { ended.push_back(vm); }},
-                      .tellGuest = [this](const VmStart& start) { told.push_back(start); },
                       .guestName = [](int32_t pid) { return "guest" + rt::toText(pid); },
                       .tookUp =
                           [this](const rt::String& vm) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/fakes/FakeAgent.h"
+#include "host/fakes/FakeShims.h"
 #include "host/guests/VmSupervisor.h"
 #include "runtime/fakes/ManualClock.h"
 #include "runtime/loop/ActivityManager.h"
@@ -62,8 +63,7 @@ class SupervisorWorld {
   std::vector<ImageQuestion> imageQuestions;
   std::map<rt::String, rt::String> heldImages;    // by VM
   std::map<rt::String, rt::String> imageFormats;  // by VM: what the operator says now
-  std::set<rt::String> deaf;                      // VMs without a shim to ask
-  std::map<rt::String, rt::String> lastErrors;    // of each VM's QEMU
+  FakeShims shims{fortune.effects};
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();
   const HostStatus::Ptr hostStatus = rt::make<HostStatus>();
@@ -72,7 +72,6 @@ class SupervisorWorld {
   VmRows rows{model::MachineLimits{.memory = 8192}};
   FakeCards cards{status};
   AroundStart aroundStart = {[](const VmStart& /*start*/) {}, [] {}, {}};
-  std::vector<VmStart> told;  // guests that run already
   std::vector<rt::String> ended;
   const VmSupervisor::Ptr supervisor;
 

@@ -1,36 +1,40 @@
-// What the daemon says to a guest's shim.
+// The shims of this machine, by what they have below the run directory.
 #pragma once
 
-#include <set>
-
-#include "statedb/Record.h"
+#include "host/guests/Shims.h"
 
 namespace host {
 
-// Asks the shim of that VM, on its socket below `runDir`, to have its guest shut itself down,
-// within `timeout` (text of whole seconds), and then to end it. Does not wait for anything; false
-// when there is no shim to ask.
-bool askShimToStop(const rt::String& runDir, const rt::String& vm, const rt::String& timeout);
+// Each has a directory of its own, RUN/vm/NAME, with its socket and the files in which it leaves
+// word.
+class DiskShims : public Shims {
+ public:
+  // `stopTimeout`: what a guest is given to shut itself down, as text of whole seconds.
+  DiskShims(rt::String runDir, rt::String stopTimeout)
+      : runDir_(std::move(runDir)), stopTimeout_(std::move(stopTimeout)) {}
 
-// Whether the shim of that VM has been asked already, or is ending its guest by itself. Waits for
-// its answer, a second at most: not for the daemon.
-bool shimIsStopping(const rt::String& runDir, const rt::String& vm);
+  bool tellFormats() const override { return true; }
+  bool askToStop(const rt::String& vm) override;
+  void rowIs(const rt::String& vm, const statedb::Origin& row) override;
+  bool isThere(const rt::String& vm) const override;
+  rt::String lastError(const rt::String& vm) const override;
+  void lastErrorDel(const rt::String& vm) override;
+  rt::String problem(const rt::String& vm) const override;
+  rt::Ptr<const rt::Entity> followProblems(ProblemSink sink) override;
+  void removeDeadSockets(const rt::String& vm) override;
+  void removeDeadSocketsOfAllBut(const std::set<rt::String>& living) override;
 
-// Tells the shim of that VM of which row its guest is now. Likewise; a shim of before takes no
-// notice.
-bool tellShimOfRow(const rt::String& runDir, const rt::String& vm, const statedb::Origin& row);
+  // Whether the VM's shim has been asked to stop already, or ends its guest by itself. Waits for
+  // its answer, a second at most: not for the daemon.
+  bool isStopping(const rt::String& vm) const;
 
-// Whether somebody listens where the shim of that VM should; one that stands still does.
-bool shimIsThere(const rt::String& runDir, const rt::String& vm);
+ private:
+  rt::String socketOf(const rt::String& vm) const;
+  bool say(const rt::String& vm, const rt::String& request) const;
+  rt::String firstLine(const rt::String& vm, const char* file) const;
 
-// Of a VM without a process: removes the sockets that a shim left which was killed. One that
-// somebody listens at, or that is no socket, stays.
-void removeDeadSockets(const rt::String& runDir, const rt::String& vm);
-// The same of all VMs that ever had a guest, but for those that have one.
-void removeDeadSocketsOfAllBut(const std::set<rt::String>& living, const rt::String& runDir);
-
-// Before a start of the VM: removes the last word of the run before, which would else be taken for
-// that of a shim that cannot be executed.
-void removeLastError(const rt::String& runDir, const rt::String& vm);
+  const rt::String runDir_;
+  const rt::String stopTimeout_;
+};
 
 }  // namespace host

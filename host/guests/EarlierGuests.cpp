@@ -34,7 +34,7 @@ GuestFacts EarlierGuests::factsOf(const GuestProcess& keeper) const {
     facts.row = RowWord::unclear;
   facts.isRemoved = tools_.isRemoved(keeper);
   facts.isGivenUp = tools_.isGivenUp(keeper);
-  facts.canBeDriven = tools_.canBeDriven(keeper.vm);
+  facts.canBeDriven = shims_.isThere(keeper.vm);
   return facts;
 }
 

@@ -7,6 +7,7 @@
 
 #include "host/database/VmRows.h"
 #include "host/guests/GuestFate.h"
+#include "host/guests/Shims.h"
 #include "host/guests/Survivors.h"
 
 namespace host {
@@ -18,8 +19,6 @@ class EarlierGuests {
   struct Tools {
     // One look at all processes; of a VM's the first is who keeps its guest.
     std::function<std::vector<GuestProcess>()> guests;
-    // Whether a guest's shim is there to be asked.
-    std::function<bool(const rt::String& vm)> canBeDriven;
     // Null when there is none.
     std::function<const VmRow*(const rt::String& vm)> row;
     // As in GuestFacts.
@@ -31,7 +30,8 @@ class EarlierGuests {
     std::function<void(const rt::String& vm, const std::vector<GuestProcess>&)> unknownIs;
     std::function<void(const std::vector<GuestProcess>&)> end;
   };
-  explicit EarlierGuests(Tools tools) : tools_(std::move(tools)) {}
+  // `shims` outlive it.
+  EarlierGuests(const Shims& shims, Tools tools) : shims_(shims), tools_(std::move(tools)) {}
 
   // At the daemon's start, once the rows are known.
   void decide();
@@ -47,6 +47,7 @@ class EarlierGuests {
   void decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests);
   GuestFacts factsOf(const GuestProcess& keeper) const;
 
+  const Shims& shims_;
   const Tools tools_;
   std::map<rt::String, uint64_t> waiting_;  // by name: VmRow::vm, 0 without a row
 };

@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "host/fakes/FakeShims.h"
 #include "host/guests/EarlierGuests.h"
 
 namespace host {
@@ -31,46 +32,45 @@ class EarlierGuestsTest : public testing::Test {
   }
   // The store shows that the guest's row was removed.
   void removed(int32_t pid) { removals.insert(pid); }
-  void guestIs(const rt::String& vm, int32_t pid) {
-    processes.push_back({vm, pid});
-    driven.insert(vm);
-  }
+  void guestIs(const rt::String& vm, int32_t pid) { processes.push_back({vm, pid}); }
 
   std::vector<GuestProcess> processes;
-  std::set<rt::String> driven;  // VMs with a shim
+  std::vector<std::string> effects;
+  fakes::FakeShims shims{effects};
   std::map<rt::String, VmRow> rows;
   std::set<int32_t> removals;
   std::set<int32_t> givenUp;
   std::set<rt::String> adoptable;
   std::map<rt::String, std::vector<int32_t>> unknown;
   std::vector<int32_t> ended;  // pids
-  EarlierGuests guests{{
-      .guests = [this] { return processes; },
-      .canBeDriven = [this](const rt::String& vm) { return driven.contains(vm); },
-      .row =
-          [this](const rt::String& vm) {
-            const auto found = rows.find(vm);
-            return found == rows.end() ? nullptr : &found->second;
-          },
-      .isRemoved = [this](const GuestProcess& guest) { return removals.contains(guest.pid); },
-      .isGivenUp = [this](const GuestProcess& guest) { return givenUp.contains(guest.pid); },
-      .adoptableIs =
-          [this](const rt::String& vm, bool is) {
-            if (is)
-              adoptable.insert(vm);
-            else
-              adoptable.erase(vm);
-          },
-      .unknownIs =
-          [this](const rt::String& vm, const std::vector<GuestProcess>& all) {
-            unknown.erase(vm);
-            for (const GuestProcess& guest : all) unknown[vm].push_back(guest.pid);
-          },
-      .end =
-          [this](const std::vector<GuestProcess>& all) {
-            for (const GuestProcess& guest : all) ended.push_back(guest.pid);
-          },
-  }};
+  EarlierGuests guests{
+      shims,
+      {
+          .guests = [this] { return processes; },
+          .row =
+              [this](const rt::String& vm) {
+                const auto found = rows.find(vm);
+                return found == rows.end() ? nullptr : &found->second;
+              },
+          .isRemoved = [this](const GuestProcess& guest) { return removals.contains(guest.pid); },
+          .isGivenUp = [this](const GuestProcess& guest) { return givenUp.contains(guest.pid); },
+          .adoptableIs =
+              [this](const rt::String& vm, bool is) {
+                if (is)
+                  adoptable.insert(vm);
+                else
+                  adoptable.erase(vm);
+              },
+          .unknownIs =
+              [this](const rt::String& vm, const std::vector<GuestProcess>& all) {
+                unknown.erase(vm);
+                for (const GuestProcess& guest : all) unknown[vm].push_back(guest.pid);
+              },
+          .end =
+              [this](const std::vector<GuestProcess>& all) {
+                for (const GuestProcess& guest : all) ended.push_back(guest.pid);
+              },
+      }};
 };
 
 TEST_F(EarlierGuestsTest, GoOnWhenTheyAreWanted) {
@@ -92,7 +92,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
   guestIs("shimless", 9);
   removed(6);
   removed(8);
-  driven.erase("shimless");
+  shims.gone = {"shimless"};
   guests.decide();
   EXPECT_THAT(ended, ElementsAre(6, 7, 8, 9));
   EXPECT_THAT(adoptable, IsEmpty());
@@ -102,7 +102,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
 
 TEST_F(EarlierGuestsTest, GoOnWhenTheirVmIsNotThereAndNobodyIsKnownToHaveRemovedIt) {
   guestIs("web1", 7);
-  driven.clear();
+  shims.gone = {"web1"};
   guests.decide();
   EXPECT_THAT(ended, IsEmpty());
   EXPECT_THAT(adoptable, IsEmpty());
@@ -174,7 +174,7 @@ TEST_F(EarlierGuestsTest, AreJudgedByWhoKeepsThemAndShareTheirFate) {
 TEST_F(EarlierGuestsTest, GoOnWithoutAShimWhileTheirRowIsNotUnderstood) {
   rowIsNotUnderstood("web1");
   guestIs("web1", 7);
-  driven.clear();
+  shims.gone = {"web1"};
   guests.decide();
   EXPECT_THAT(ended, IsEmpty());
   rowIs("web1", true);

@@ -8,17 +8,10 @@
 #include <filesystem>
 
 #include "guest/VmFiles.h"
-#include "host/base/FirstLine.h"
 #include "host/base/Report.h"
 #include "runtime/base/Exception.h"
 
 namespace host {
-
-namespace {
-
-constexpr const char* fileName = guest::problemFile;
-
-}  // namespace
 
 GuestProblems::GuestProblems(const rt::String& directory, Sink sink)
     : directory_(directory),
@@ -57,11 +50,7 @@ void GuestProblems::follow(const rt::String& vm) {
     report("what is wrong with guests cannot be followed: directory " + path + ": " +
            std::strerror(errno));
   }
-  tell(vm);
-}
-
-void GuestProblems::tell(const rt::String& vm) {
-  sink_(vm, firstLine(directory_ + "/" + vm, fileName));
+  sink_(vm);
 }
 
 void GuestProblems::handleEvents() {
@@ -77,8 +66,8 @@ void GuestProblems::handleEvents() {
     } else if (event.wd == all_) {
       follow(event.name);
     } else if (const auto found = vms_.find(event.wd);
-               found != vms_.end() && std::strcmp(event.name, fileName) == 0) {
-      tell(found->second);
+               found != vms_.end() && std::strcmp(event.name, guest::problemFile) == 0) {
+      sink_(found->second);
     }
   }
 }

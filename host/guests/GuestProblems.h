@@ -10,11 +10,11 @@
 namespace host {
 
 // Follows the file "problem" in each VM's directory: a line while something is wrong, else not
-// there. What a shim that was killed has left is still told: who has the guest must know better.
+// there.
 class GuestProblems final : public rt::StateMachineOf<GuestProblems> {
  public:
-  // What the file says now; empty: there is none.
-  using Sink = std::function<void(const rt::String& vm, const rt::String& problem)>;
+  // Is told of a VM whose file may be another now.
+  using Sink = std::function<void(const rt::String& vm)>;
 
   // `directory`: of all VMs' directories; must be there. ErrnoException when it cannot be watched.
   // All there is was told when this returns.
@@ -28,7 +28,6 @@ class GuestProblems final : public rt::StateMachineOf<GuestProblems> {
   void handleEvents();
   void lookAtAll();
   void follow(const rt::String& vm);
-  void tell(const rt::String& vm);
 
   const rt::String directory_;
   const Sink sink_;

@@ -7,8 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 
-#include "host/guests/GuestProblems.h"
+#include "host/guests/DiskShims.h"
 #include "runtime/base/Exception.h"
 #include "runtime/fakes/ManualClock.h"
 #include "runtime/loop/ActivityManager.h"
@@ -25,19 +26,21 @@ class GuestProblemsTest : public testing::Test {
  protected:
   GuestProblemsTest() {
     std::string made = (fs::temp_directory_path() / "vmagent-problems-XXXXXX").string();
-    if (mkdtemp(made.data())) directory = made;
+    if (mkdtemp(made.data())) run = made;
+    directory = run / "vm";
+    fs::create_directory(directory);
   }
-  ~GuestProblemsTest() override { fs::remove_all(directory); }
+  ~GuestProblemsTest() override { fs::remove_all(run); }
 
   void start() {
-    problems = rt::make<GuestProblems>(rt::String(directory.string()),
-                                       [this](const rt::String& vm, const rt::String& problem) {
-                                         if (problem.empty())
-                                           told.erase(vm.str());
-                                         else
-                                           told[vm.str()] = problem.str();
-                                         ++times;
-                                       });
+    shims = std::make_unique<DiskShims>(rt::String(run.string()), "15");
+    problems = shims->followProblems([this](const rt::String& vm, const rt::String& problem) {
+      if (problem.empty())
+        told.erase(vm.str());
+      else
+        told[vm.str()] = problem.str();
+      ++times;
+    });
   }
   void turn() { manager.turn(rt::Seconds(0)); }
   void makeVm(const char* vm) const { fs::create_directory(directory / vm); }
@@ -49,10 +52,12 @@ class GuestProblemsTest : public testing::Test {
   void remove(const char* vm) const { fs::remove(directory / vm / "problem"); }
 
   rt::ActivityManager manager{rt::make<rt::fakes::ManualClock>()};
-  fs::path directory;
+  fs::path run;
+  fs::path directory;  // of all VMs' directories
   std::map<std::string, std::string> told;
   int times = 0;
-  GuestProblems::Ptr problems;
+  std::unique_ptr<DiskShims> shims;
+  rt::Ptr<const rt::Entity> problems;
 };
 
 TEST_F(GuestProblemsTest, ThatAreThereAreToldAtOnce) {

@@ -142,9 +142,9 @@ class Survivors::Guest final : public rt::StateMachineOf<Survivors::Guest> {
       pidfd_;
 };
 
-Survivors::Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience,
+Survivors::Survivors(const std::vector<GuestProcess>& guests, Shims& shims, rt::Seconds patience,
                      Sink sink, rt::Clock::Ptr clock)
-    : ask_(std::move(ask)),
+    : shims_(shims),
       patience_(patience < leastPatience ? leastPatience : patience),
       sink_(std::move(sink)),
       clock_(*this, std::move(clock)) {
@@ -175,7 +175,7 @@ void Survivors::add(const std::vector<GuestProcess>& guests) {
     if (!guests_.contains(guest.pid)) continue;
     report("VM " + guest.vm + ": ending the guest that an earlier daemon left (process " +
            rt::toText(guest.pid) + ")");
-    if (!ask_(guest.vm)) guests_[guest.pid]->signal(SIGTERM);
+    if (!shims_.askToStop(guest.vm)) guests_[guest.pid]->signal(SIGTERM);
     tell(guest.vm);
   }
   handleClock();

@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "host/guests/Shims.h"
 #include "runtime/entity/Reactor.h"
 #include "runtime/loop/Clock.h"
 #include "runtime/loop/FileDescriptor.h"
@@ -35,11 +36,8 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
   // How many processes of that VM are left.
   using Sink = std::function<void(const rt::String& vm, size_t left)>;
 
-  // Has a guest shut itself down; false when there is nobody to ask.
-  using Ask = std::function<bool(const rt::String& vm)>;
-
-  // `patience`: how long they may take.
-  Survivors(const std::vector<GuestProcess>& guests, Ask ask, rt::Seconds patience, Sink sink,
+  // `patience`: how long they may take. `shims` outlive it.
+  Survivors(const std::vector<GuestProcess>& guests, Shims& shims, rt::Seconds patience, Sink sink,
             rt::Clock::Ptr clock);
 
   // Further ones, watched until now perhaps.
@@ -62,7 +60,7 @@ class Survivors final : public rt::StateMachineOf<Survivors> {
   void hold(const std::vector<GuestProcess>& guests, rt::Seconds killAt);
   void tell(const rt::String& vm);
 
-  const Ask ask_;
+  Shims& shims_;
   const rt::Seconds patience_;
   const Sink sink_;
   std::map<int32_t, rt::Ptr<Guest>> guests_;  // by pid

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 
+#include "host/fakes/FakeShims.h"
 #include "host/guests/Survivors.h"
 #include "runtime/fakes/ManualClock.h"
 #include "runtime/fakes/TraceRecorder.h"
@@ -124,14 +125,11 @@ std::string own(const char* name) { return "test" + std::to_string(getpid()) + n
 
 class SurvivorsTest : public testing::Test {
  protected:
+  SurvivorsTest() { shims.gone = {own("web1"), own("web2")}; }
+
   Survivors::Ptr survivors(const std::vector<GuestProcess>& guests) {
     return rt::make<Survivors>(
-        guests,
-        [this](const rt::String& vm) {
-          asked.push_back(vm.str());
-          return hasShims;
-        },
-        patience,
+        guests, shims, patience,
         [this](const rt::String& vm, size_t left) {
           told.push_back(vm.str() + " " + std::to_string(left));
         },
@@ -146,9 +144,9 @@ class SurvivorsTest : public testing::Test {
   const rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
   rt::ActivityManager manager{clock};
   rt::fakes::TraceRecorder traces;
-  bool hasShims = false;
   rt::Seconds patience{0};
-  std::vector<std::string> asked;
+  std::vector<std::string> asked;  // "ask web1"
+  fakes::FakeShims shims{asked};
   std::vector<std::string> told;
 };
 

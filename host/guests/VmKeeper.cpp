@@ -124,7 +124,7 @@ bool VmKeeper::act(rt::Seconds now) {
   if (process_.notifier() && !isAlive(*process_.notifier())) {
     tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
     process_.notifierIs(nullptr);
-    if (!hasProcess()) tools_.start.ended(name_);
+    if (!hasProcess()) ended();
   }
   bool acted = false;
   awaitsImage_ = false;
@@ -140,10 +140,15 @@ bool VmKeeper::act(rt::Seconds now) {
   return acted;
 }
 
+void VmKeeper::ended() {
+  tools_.start.ended(name_);
+  tools_.shims.removeDeadSockets(name_);
+}
+
 // Why the process has ended; empty when nothing is wrong with that. One that was killed, or could
 // not be run, has left no word.
 rt::String VmKeeper::causeOfEnd() const {
-  rt::String lastError = tools_.lastError(name_);
+  rt::String lastError = tools_.shims.lastError(name_);
   if (!lastError.empty() || !facts().switchedOn) return lastError;
   const rt::Entity& process = *process_.notifier();
   return textOf(Ending{.signal = endSignalOf(process), .status = exitStatusOf(process)}, name_);
@@ -217,7 +222,7 @@ void VmKeeper::dismount() {
 }
 
 void VmKeeper::ask() {
-  if (!tools_.askToStop(name_)) pacing_.askFailed();
+  if (!tools_.shims.askToStop(name_)) pacing_.askFailed();
 }
 
 bool VmKeeper::apply(Step step, rt::Seconds now) {
@@ -247,6 +252,7 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
 }
 
 void VmKeeper::start(Step step) {
+  tools_.shims.lastErrorDel(name_);
   tools_.start.before({.vm = name_, .row = row_, .imageFormat = image_.format});
   told_ = row_;
   rt::FirstException failure;
@@ -327,7 +333,7 @@ void VmKeeper::giveUp() {
 void VmKeeper::tellGuest() {
   const bool isItsOwn = hasRow_ && mounted_ && !mustGo() && facts().switchedOn && hasProcess();
   if (!isItsOwn || !told_ || *told_ == row_) return;
-  tools_.tellGuest({.vm = name_, .row = row_});
+  tools_.shims.rowIs(name_, row_);
   told_ = row_;
 }
 

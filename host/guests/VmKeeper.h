@@ -10,6 +10,7 @@
 #include "host/database/VmRows.h"
 #include "host/guests/ImageVerdict.h"
 #include "host/guests/Pacing.h"
+#include "host/guests/Shims.h"
 #include "host/guests/UnknownGuest.h"
 #include "host/guests/VmCards.h"
 #include "host/guests/VmStart.h"
@@ -27,24 +28,20 @@ struct KeeperTools {
   Problems& problems;
   TraceLog& traces;
   VmCards& cards;
+  Shims& shims;
   // Whether the VM may be started with that disk image.
   std::function<ImageVerdict(const ImageQuestion&)> judgeImage;
   // What the VM's image of that path is opened as from the next start on; empty: it is not known.
   std::function<rt::String(const rt::String& vm, const rt::String& path)> imageFormat;
   // The VM is to be started with no image any more, and has no process.
   std::function<void(const rt::String& vm)> imageReleased;
-  // What the VM's QEMU said last before it ended by itself; empty when it did not, or said nothing.
-  std::function<rt::String(const rt::String& vm)> lastError;
-  // Has the VM's guest shut itself down; false when there is nobody to ask.
-  std::function<bool(const rt::String& vm)> askToStop;
   AroundStart start;
-  // Tells the VM's guest of which row it is now.
-  std::function<void(const VmStart&)> tellGuest;
   std::function<rt::String(int32_t pid)> guestName;  // see UnknownGuest
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.
   std::function<void(const rt::String& vm)> tookUp;
-  rt::Seconds stopPatience;  // how long that may take; 0: nobody is asked
+  // How long a guest may take to shut itself down; 0: nobody is asked.
+  rt::Seconds stopPatience;
   // That VM's keeper has something to do.
   std::function<void(const rt::String&)> note;
 };
@@ -115,6 +112,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void write(Step step);
   void writeRecord(Step step);
   bool hasProcess() const;
+  void ended();
   rt::String causeOfEnd() const;
   VmFacts facts() const;
   void tellGuest();

@@ -13,6 +13,7 @@ using fakes::SupervisorWorld;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 const Row on{.enabled = true};
 const Row off{.enabled = false};
@@ -85,6 +86,26 @@ TEST(VmEnd, IsToldOnceWhateverItCameOf) {
   EXPECT_THAT(world.ended, ElementsAre("web1", "web1"));
 }
 
+// Another process of that name is there still, which the agent knows nothing of.
+TEST(VmEnd, IsToldOnlyOnceNoProcessIsLeft) {
+  SupervisorWorld world;
+  world.shims.deadSockets = {"web1"};
+  world.rowIs("web1", on);
+  world.supervisor->survivorsIs("web1", 1);
+  world.end("web1");
+  EXPECT_THAT(world.ended, IsEmpty());
+  EXPECT_THAT(world.shims.deadSockets, ElementsAre("web1"));
+}
+
+TEST(VmEnd, RemovesTheSocketsThatItsShimLeft) {
+  SupervisorWorld world;
+  world.shims.deadSockets = {"web1", "web2"};
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.shims.deadSockets, ElementsAre("web1", "web2"));
+  world.end("web1");
+  EXPECT_THAT(world.shims.deadSockets, ElementsAre("web2"));
+}
+
 TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
@@ -143,7 +164,7 @@ TEST(VmStop, DoesNotWaitForEver) {
 
 TEST(VmStop, OfAGuestWithoutAShimIsAtOnce) {
   SupervisorWorld world({}, rt::Seconds(20));
-  world.deaf = {"web1"};
+  world.shims.gone = {"web1"};
   world.rowIs("web1", on);
   world.fortune.take();
   world.rowIs("web1", off);
@@ -165,11 +186,20 @@ TEST(VmStop, IsOrderlyForAVmThatIsRemoved) {
 TEST(VmEnd, IsExplainedByTheLastWordsOfItsQemuUntilTheNextStart) {
   SupervisorWorld world;
   world.rowIs("web1", on);
-  world.lastErrors["web1"] = "could not open disk image";
+  world.shims.lastErrors["web1"] = "could not open disk image";
   world.end("web1");
   EXPECT_EQ(world.problem("web1"), "qemu: could not open disk image");
   world.restartIs("web1", 1);
   EXPECT_EQ(world.problem("web1"), "");
+}
+
+TEST(VmEnd, IsNotExplainedByTheLastWordsOfTheRunBefore) {
+  SupervisorWorld world;
+  world.shims.lastErrors["web1"] = "could not open disk image";
+  world.rowIs("web1", on);
+  world.fortune.processes.back()->exitSignalIs(9);
+  world.end("web1");
+  EXPECT_THAT(world.problem("web1"), StartsWith("qemu: ended by signal 9"));
 }
 
 TEST(VmEnd, ByASignalIsExplainedByTheSignalWhenThereAreNoLastWords) {
@@ -186,7 +216,7 @@ std::string problemOf(int exitStatus, const char* lastError, bool isOn = true) {
   SupervisorWorld world;
   world.rowIs("web1", on);
   world.fortune.processes.back()->exitStatusIs(exitStatus);
-  world.lastErrors["web1"] = lastError;
+  world.shims.lastErrors["web1"] = lastError;
   if (!isOn) world.rowIs("web1", off);
   world.end("web1");
   return world.problem("web1");

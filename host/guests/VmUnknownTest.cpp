@@ -170,18 +170,18 @@ TEST_F(VmUnknown, IsRestartedByNoNumberThatAnotherConfigurationHas) {
 
 TEST_F(VmUnknown, IsToldOfItsNewRowOnceThatIsThere) {
   run("web1");
-  EXPECT_THAT(world.told, IsEmpty()) << "its start was told";
+  EXPECT_THAT(world.shims.told, IsEmpty()) << "its start was told";
   lose("web1");
-  EXPECT_THAT(world.told, IsEmpty());
+  EXPECT_THAT(world.shims.told, IsEmpty());
   find("web1", on, "h3");
-  ASSERT_EQ(world.told.size(), 1U);
-  EXPECT_EQ(world.told[0].vm, "web1");
-  EXPECT_EQ(world.told[0].row, world.rows.row("web1")->origin);
-  EXPECT_EQ(world.told[0].row.history, "h3");
+  ASSERT_EQ(world.shims.told.size(), 1U);
+  EXPECT_EQ(world.shims.told[0].vm, "web1");
+  EXPECT_EQ(world.shims.told[0].row, world.rows.row("web1")->origin);
+  EXPECT_EQ(world.shims.told[0].row.history, "h3");
   world.rowIs("web2", on);
   world.apply({world.put("web1", on.doc())}, "h3");
   world.settle();
-  EXPECT_EQ(world.told.size(), 1U) << "nothing is new of that";
+  EXPECT_EQ(world.shims.told.size(), 1U) << "nothing is new of that";
 }
 
 TEST(VmUnknownStop, IsNotToldOfTheRowOfTheVmThatComesNext) {
@@ -189,16 +189,16 @@ TEST(VmUnknownStop, IsNotToldOfTheRowOfTheVmThatComesNext) {
   patient.rowIs("web1", on);
   patient.apply({patient.putNew("web1", on.doc())});
   patient.settle();
-  EXPECT_THAT(patient.told, IsEmpty()) << "it is to end";
+  EXPECT_THAT(patient.shims.told, IsEmpty()) << "it is to end";
   patient.end("web1");
-  EXPECT_THAT(patient.told, IsEmpty()) << "its start was told";
+  EXPECT_THAT(patient.shims.told, IsEmpty()) << "its start was told";
 }
 
 TEST_F(VmUnknown, ThatIsTakenUpIsToldOfItsRow) {
   world.supervisor->adoptableIs("web1", true);
   world.rowIs("web1", on);
-  ASSERT_EQ(world.told.size(), 1U);
-  EXPECT_EQ(world.told[0].row, world.rows.row("web1")->origin);
+  ASSERT_EQ(world.shims.told.size(), 1U);
+  EXPECT_EQ(world.shims.told[0].row, world.rows.row("web1")->origin);
 }
 
 // Guests of an earlier daemon's.
