@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "model/Tables.h"
 #include "runtime/base/Text.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
@@ -40,7 +41,8 @@ class Vmctl : public testing::Test {
   ~Vmctl() override { std::filesystem::remove_all(directory_); }
 
   statedb::StateDb openDb(statedb::sqlite::Role role) const {
-    return statedb::sqlite::openDb({directory_ + "/state", directory_ + "/run", role});
+    return statedb::sqlite::openDb(
+        {directory_ + "/state", directory_ + "/run", model::isStatus, role});
   }
   statedb::StateDb setUpDb() const { return openDb(statedb::sqlite::Role::owner); }
 

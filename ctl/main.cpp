@@ -21,6 +21,7 @@
 #include "ctl/machine/OutputBuffer.h"
 #include "ctl/machine/TemporaryFile.h"
 #include "model/ImageLook.h"
+#include "model/Tables.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -30,6 +31,7 @@ statedb::StateDb openDb(const ctl::Directories& directories) {
   statedb::sqlite::DbOptions options;
   options.stateDir = directories.state;
   options.runDir = directories.run;
+  options.isStatus = model::isStatus;
   return statedb::sqlite::openDb(options);
 }
 

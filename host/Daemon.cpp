@@ -35,6 +35,7 @@
 #include "host/service/PrivateDev.h"
 #include "host/service/Signals.h"
 #include "host/service/Supervision.h"
+#include "model/Tables.h"
 #include "netlink/Macvtap.h"
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/EntityDocument.h"
@@ -156,6 +157,7 @@ Daemon::Parts::Parts(const Options& options, TraceLog& traces, AroundStart start
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
       db_(statedb::sqlite::openDb({.stateDir = options.stateDir,
                                    .runDir = options.runDir,
+                                   .isStatus = model::isStatus,
                                    .role = statedb::sqlite::Role::owner})),
       root_(loadAgent(agentModule)) {
   // After the database, which says better what is wrong with its directory.

@@ -9,6 +9,7 @@
 #include "host/guests/DiskShims.h"
 #include "host/network/Janitor.h"
 #include "host/network/Taps.h"
+#include "model/Tables.h"
 #include "netlink/Macvtap.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/loop/ActivityManager.h"
@@ -40,7 +41,8 @@ class ShimsAskedOnce final : public DiskShims {
 // A row that cannot be read was never handed to an agent.
 std::set<rt::EthAddr> configuredAddresses(const Options& options) {
   std::set<rt::EthAddr> addresses;
-  auto db = statedb::sqlite::openDb({.stateDir = options.stateDir, .runDir = options.runDir});
+  auto db = statedb::sqlite::openDb(
+      {.stateDir = options.stateDir, .runDir = options.runDir, .isStatus = model::isStatus});
   for (const auto& record : db.snapshot({"vmConfig"}).records) {
     const auto vm = rt::make<Vm::VmConfig>(record.key);
     if (!statedb::fill(*vm, record.doc).empty()) continue;

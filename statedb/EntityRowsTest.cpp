@@ -5,6 +5,7 @@
 #include "runtime/records/VmStatus.h"
 #include "statedb/EntityRows.h"
 #include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 
 namespace statedb {
@@ -25,7 +26,8 @@ class EntityRowsTest : public testing::Test {
   const std::shared_ptr<fakes::MemoryData> data = std::make_shared<fakes::MemoryData>();
   StateDb db{
       [] { return std::make_unique<fakes::MemoryStore>(std::make_shared<fakes::MemoryData>()); },
-      [this] { return std::make_unique<fakes::MemoryStore>(data, Half::status); }};
+      [this] { return std::make_unique<fakes::MemoryStore>(data, Half::status, fakes::isStatus); },
+      fakes::isStatus};
   RowWriter writer{db, {"vmStatus"}};
   const Vm::Status::Ptr status = rt::make<Vm::Status>();
   rt::Ptr<EntityRows> rows = rt::make<EntityRows>(status, "vmStatus", "vmStatus");

@@ -19,9 +19,9 @@ Change removal(const std::pair<rt::String, rt::String>& name, Proof proof) {
 }  // namespace
 
 Follower::Follower(StateDb& db, std::vector<rt::String> tables)
-    : db_(db), tables_(std::move(tables)), half_(halfOf(tables_.at(0).str())) {
+    : db_(db), tables_(std::move(tables)), half_(db.halfOf(tables_.at(0))) {
   for (const rt::String& table : tables_)
-    rt::check(halfOf(table.str()) == half_, "one half of the database is followed");
+    rt::check(db.halfOf(table) == half_, "one half of the database is followed");
 }
 
 int Follower::wakeUp() { return db_.store(half_).wakeUp(); }

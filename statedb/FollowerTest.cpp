@@ -8,6 +8,7 @@
 
 #include "statedb/Follower.h"
 #include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StatusTables.h"
 
 namespace statedb {
 namespace {
@@ -19,7 +20,7 @@ using testing::IsEmpty;
 class ShakyStore final : public Store {
  public:
   ShakyStore(std::shared_ptr<fakes::MemoryData> data, Half half, const bool& fails)
-      : store_(std::move(data), half), fails_(fails) {}
+      : store_(std::move(data), half, fakes::isStatus), fails_(fails) {}
   Snapshot snapshot(const std::vector<rt::String>& tables) override {
     return store_.snapshot(tables);
   }
@@ -76,7 +77,7 @@ class FollowerTest : public testing::Test {
   std::shared_ptr<fakes::MemoryData> status_ = std::make_shared<fakes::MemoryData>();
   ShakyStore* open_ = nullptr;
   bool fails = false;
-  StateDb db{opener(config_, Half::config), opener(status_, Half::status)};
+  StateDb db{opener(config_, Half::config), opener(status_, Half::status), fakes::isStatus};
   Follower follower{db, {"vmConfig", "vmIntent"}};
 };
 

@@ -60,16 +60,16 @@ void requireSoundName(const rt::String& table, const rt::String& key) {
                 "a key of table '" + table + "' must not be empty or hold a NUL byte");
 }
 
-void requireTables(const std::vector<rt::String>& tables, Half half) {
+void requireTables(const std::vector<rt::String>& tables, Half half, IsStatus isStatus) {
   for (const rt::String& table : tables) {
     requireTableName(table);
-    if (halfOf(std::string_view(table)) != half)
+    if (isStatus && halfOf(std::string_view(table), isStatus) != half)
       throw Error(Trouble::invalid, "table '" + table + "' is none of the " +
                                         rt::String(nameOf(half)) + " tables: ask the other store");
   }
 }
 
-void requireSound(const Transaction& transaction, Half half) {
+void requireSound(const Transaction& transaction, Half half, IsStatus isStatus) {
   for (const auto& guard : transaction.guards()) requireSoundName(guard.table, guard.key);
   std::set<std::tuple<std::string_view, std::string_view>> written;
   for (const Change& write : transaction.writes()) {
@@ -80,21 +80,27 @@ void requireSound(const Transaction& transaction, Half half) {
       throw Error(Trouble::invalid, nameOf(record.table, record.key) +
                                         " is written twice in one transaction: write it once");
   }
-  requireTables(tablesOf(transaction), half);
+  requireTables(tablesOf(transaction), half, isStatus);
 }
 
-Half halfOf(const std::vector<rt::String>& tables) {
+Half halfOf(std::string_view table, IsStatus isStatus) {
+  return isStatus(table) ? Half::status : Half::config;
+}
+
+Half halfOf(const std::vector<rt::String>& tables, IsStatus isStatus) {
   if (tables.empty()) throw Error(Trouble::invalid, "a request must name a table");
-  const Half half = halfOf(std::string_view(tables.front()));
+  const Half half = halfOf(std::string_view(tables.front()), isStatus);
   for (const rt::String& table : tables) {
-    if (halfOf(std::string_view(table)) != half)
+    if (halfOf(std::string_view(table), isStatus) != half)
       throw Error(Trouble::invalid, "tables '" + tables.front() + "' and '" + table +
                                         "' are of different stores: make two requests");
   }
   return half;
 }
 
-Half halfOf(const Transaction& transaction) { return halfOf(tablesOf(transaction)); }
+Half halfOf(const Transaction& transaction, IsStatus isStatus) {
+  return halfOf(tablesOf(transaction), isStatus);
+}
 
 Error notJson(const rt::String& table, const rt::String& key) {
   return {Trouble::invalid,

@@ -8,9 +8,9 @@
 namespace statedb {
 
 RowWriter::RowWriter(StateDb& db, std::vector<rt::String> tables)
-    : db_(db), tables_(std::move(tables)), half_(halfOf(tables_.at(0).str())) {
+    : db_(db), tables_(std::move(tables)), half_(db.halfOf(tables_.at(0))) {
   for (const rt::String& table : tables_)
-    rt::check(halfOf(table.str()) == half_, "one half of the database is written");
+    rt::check(db.halfOf(table) == half_, "one half of the database is written");
 }
 
 void RowWriter::rowIs(const rt::String& table, const rt::String& key, const rt::String& doc) {

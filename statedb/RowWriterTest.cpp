@@ -4,6 +4,7 @@
 
 #include "statedb/RowWriter.h"
 #include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 
 namespace statedb {
@@ -48,7 +49,7 @@ class RowWriterTest : public testing::Test {
   std::shared_ptr<fakes::MemoryData> data = std::make_shared<fakes::MemoryData>();
   StateDb db{
       [] { return std::make_unique<fakes::MemoryStore>(std::make_shared<fakes::MemoryData>()); },
-      [this] { return std::make_unique<ShakyStore>(data, fails); }};
+      [this] { return std::make_unique<ShakyStore>(data, fails); }, fakes::isStatus};
   RowWriter writer{db, {"vmStatus", "fdb"}};
 };
 

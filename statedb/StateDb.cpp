@@ -1,8 +1,5 @@
 #include "statedb/StateDb.h"
 
-#include <algorithm>
-#include <array>
-
 #include "statedb/Requests.h"
 
 namespace statedb {
@@ -22,14 +19,10 @@ Transaction& Transaction::guard(rt::String table, rt::String key, uint64_t revis
   return *this;
 }
 
-Half halfOf(std::string_view table) {
-  constexpr std::array<std::string_view, 6> status = {"daemon",    "vmStatus",        "vmProcess",
-                                                      "vmProblem", "interfaceStatus", "fdb"};
-  return std::find(status.begin(), status.end(), table) == status.end() ? Half::config
-                                                                        : Half::status;
-}
+StateDb::StateDb(Opener config, Opener status, IsStatus isStatus)
+    : isStatus_(isStatus), openers_{std::move(config), std::move(status)} {}
 
-StateDb::StateDb(Opener config, Opener status) : openers_{std::move(config), std::move(status)} {}
+Half StateDb::halfOf(std::string_view table) const { return statedb::halfOf(table, isStatus_); }
 
 Store& StateDb::store(Half half) {
   const auto index = static_cast<size_t>(half);
@@ -40,7 +33,7 @@ Store& StateDb::store(Half half) {
 void StateDb::close(Half half) { stores_[static_cast<size_t>(half)].reset(); }
 
 Snapshot StateDb::snapshot(const std::vector<rt::String>& tables) {
-  return store(halfOf(tables)).snapshot(tables);
+  return store(statedb::halfOf(tables, isStatus_)).snapshot(tables);
 }
 
 std::optional<Record> StateDb::record(const rt::String& table, const rt::String& key) {
@@ -49,7 +42,7 @@ std::optional<Record> StateDb::record(const rt::String& table, const rt::String&
 
 void StateDb::commit(const Transaction& transaction) {
   if (transaction.guards().empty() && transaction.writes().empty()) return;
-  store(halfOf(transaction)).commit(transaction);
+  store(statedb::halfOf(transaction, isStatus_)).commit(transaction);
 }
 
 }  // namespace statedb

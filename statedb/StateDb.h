@@ -65,10 +65,8 @@ class Store {
 // as it runs: it is written often, never to flash, and may be gone after a reboot.
 enum class Half : uint8_t { config, status };
 
-// Status: daemon, vmStatus, vmProcess, vmProblem, interfaceStatus, and fdb, whose entries the
-// daemon makes from its guests' cards. All other tables are configuration, such as vmConfig,
-// vmIntent and interface.
-Half halfOf(std::string_view table);
+// Whether a table is status; all others are configuration. Told by who gives the tables meaning.
+using IsStatus = bool (*)(std::string_view table);
 
 // Both halves, each a store of its own: no snapshot, cursor or transaction spans the two. A request
 // that names tables of both is `invalid`.
@@ -77,8 +75,9 @@ class StateDb {
   using Opener = std::function<std::unique_ptr<Store>()>;
 
   // A half is opened when first asked for; what opening throws is thrown then, each time.
-  StateDb(Opener config, Opener status);
+  StateDb(Opener config, Opener status, IsStatus isStatus);
 
+  Half halfOf(std::string_view table) const;
   Store& store(Half half);
   // The half is opened anew when next asked for; for one whose file was replaced.
   void close(Half half);
@@ -89,6 +88,7 @@ class StateDb {
   void commit(const Transaction& transaction);
 
  private:
+  IsStatus isStatus_;
   Opener openers_[2];
   std::unique_ptr<Store> stores_[2];
 };

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace statedb {
@@ -41,7 +42,7 @@ struct Files {
   }
   StateDb open(sqlite::Role role) const {
     const rt::String dir(path.string());
-    return sqlite::openDb({dir, dir, role});
+    return sqlite::openDb({dir, dir, fakes::isStatus, role});
   }
   std::filesystem::path path;
 };

@@ -6,6 +6,7 @@
 #include "runtime/fakes/LoopFixture.h"
 #include "statedb/StateDb.h"
 #include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/SqliteDb.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
@@ -21,21 +22,22 @@ class StateDbTest : public testing::Test {
  protected:
   std::unique_ptr<Store> openHalf(Half half) {
     opened.push_back(half);
-    return std::make_unique<fakes::MemoryStore>(data[static_cast<size_t>(half)], half);
+    return std::make_unique<fakes::MemoryStore>(data[static_cast<size_t>(half)], half,
+                                                fakes::isStatus);
   }
 
   std::vector<Half> opened;
   std::shared_ptr<fakes::MemoryData> data[2] = {std::make_shared<fakes::MemoryData>(),
                                                 std::make_shared<fakes::MemoryData>()};
-  StateDb db{[this] { return openHalf(Half::config); }, [this] { return openHalf(Half::status); }};
+  StateDb db{[this] { return openHalf(Half::config); }, [this] { return openHalf(Half::status); },
+             fakes::isStatus};
 };
 
-TEST_F(StateDbTest, StatusIsWhatTheDaemonWritesAndAllElseIsConfiguration) {
-  for (const char* table :
-       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
-    EXPECT_EQ(halfOf(table), Half::status) << table;
-  for (const char* table : {"vmConfig", "vmIntent", "interface", "", "anything", "vmstatus"})
-    EXPECT_EQ(halfOf(table), Half::config) << table;
+TEST_F(StateDbTest, StatusIsWhatItWasToldIsStatusAndAllElseIsConfiguration) {
+  EXPECT_EQ(db.halfOf("vmStatus"), Half::status);
+  EXPECT_EQ(db.halfOf("fdb"), Half::status);
+  for (const char* table : {"vmConfig", "", "anything", "vmstatus"})
+    EXPECT_EQ(db.halfOf(table), Half::config) << table;
 }
 
 TEST_F(StateDbTest, RequestsGoToTheirTablesHalf) {
@@ -84,7 +86,7 @@ class SqliteDbTest : public testing::Test {
  protected:
   StateDb open(sqlite::Role role) const {
     return sqlite::openDb({rt::String((dir.path() / "state").string()),
-                           rt::String((dir.path() / "run").string()), role});
+                           rt::String((dir.path() / "run").string()), fakes::isStatus, role});
   }
   SqliteDbTest() {
     std::filesystem::create_directory(dir.path() / "state");
@@ -153,7 +155,7 @@ class WatchedDbTest : public rt::fakes::LoopTest {};
 TEST_F(WatchedDbTest, TheLoopTellsOfACommitOnce) {
   const sqlite::TemporaryDir dir;
   const rt::String path(dir.path().string());
-  StateDb db = sqlite::openDb({path, path, sqlite::Role::owner});
+  StateDb db = sqlite::openDb({path, path, fakes::isStatus, sqlite::Role::owner});
   Store& store = db.store("vmConfig");
   const auto watcher = reader("watcher", store.wakeUp());
   Cursor cursor = db.snapshot({"vmConfig"}).cursor;
@@ -165,7 +167,7 @@ TEST_F(WatchedDbTest, TheLoopTellsOfACommitOnce) {
   };
   turn();
   EXPECT_THAT(take(), IsEmpty());
-  sqlite::openDb({path, path, sqlite::Role::client})
+  sqlite::openDb({path, path, fakes::isStatus, sqlite::Role::client})
       .commit(Transaction().put("vmConfig", "a", "1"));
   turn();
   EXPECT_THAT(take(), ElementsAre("watcher readable"));

@@ -43,7 +43,7 @@ ALLOWED = {
     "sim/kernel": ["sim/fiber"],
     "sim/seam": ["sim/kernel"],
     "sim/models": ["sim/kernel"],
-    "sim/world": ["sim/seam", "sim/models", "statedb"],
+    "sim/world": ["sim/seam", "sim/models", "statedb", "model"],
 }
 
 # Tests may include anything.  They stand in these folders, or beside the code they test.

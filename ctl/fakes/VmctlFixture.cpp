@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "model/Tables.h"
 #include "runtime/base/Text.h"
 
 namespace ctl::fakes {
@@ -172,12 +173,16 @@ statedb::StateDb VmctlFixture::open(const Directories& directories) {
           runDir + "/status.db does not exist: start or restart vmagentd, which makes it");
     return store(statedb::Half::status);
   };
-  return {config, status};
+  return {config, status, model::isStatus};
+}
+
+std::unique_ptr<statedb::Store> VmctlFixture::storeOf(const rt::String& table) {
+  return store(model::isStatus(table) ? statedb::Half::status : statedb::Half::config);
 }
 
 std::unique_ptr<statedb::Store> VmctlFixture::store(statedb::Half half) {
   return std::make_unique<statedb::fakes::MemoryStore>(
-      half == statedb::Half::config ? config_ : status_, half);
+      half == statedb::Half::config ? config_ : status_, half, model::isStatus);
 }
 
 // Like poll(): over at once when something happened.
@@ -194,12 +199,11 @@ void VmctlFixture::waitReadable(std::span<const int> descriptors, rt::Seconds ti
 }
 
 void VmctlFixture::put(const rt::String& table, const rt::String& key, const rt::String& doc) {
-  store(statedb::halfOf(std::string_view(table)))
-      ->commit(statedb::Transaction().put(table, key, doc));
+  storeOf(table)->commit(statedb::Transaction().put(table, key, doc));
 }
 
 void VmctlFixture::del(const rt::String& table, const rt::String& key) {
-  store(statedb::halfOf(std::string_view(table)))->commit(statedb::Transaction().del(table, key));
+  storeOf(table)->commit(statedb::Transaction().del(table, key));
 }
 
 void VmctlFixture::trim() {
@@ -207,7 +211,7 @@ void VmctlFixture::trim() {
 }
 
 std::string VmctlFixture::doc(const rt::String& table, const rt::String& key) {
-  const auto record = store(statedb::halfOf(std::string_view(table)))->record(table, key);
+  const auto record = storeOf(table)->record(table, key);
   return record ? record->doc.str() : "none";
 }
 

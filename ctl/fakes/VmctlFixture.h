@@ -95,6 +95,7 @@ class VmctlFixture : public testing::Test {
 
   statedb::StateDb open(const Directories& directories);
   std::unique_ptr<statedb::Store> store(statedb::Half half);
+  std::unique_ptr<statedb::Store> storeOf(const rt::String& table);
   void waitReadable(std::span<const int> descriptors, rt::Seconds time);
   World world();
 

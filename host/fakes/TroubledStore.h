@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "model/Tables.h"
 #include "statedb/fakes/MemoryStore.h"
 
 namespace host::fakes {
@@ -22,7 +23,7 @@ struct StoreFile {
   void replace() { data = std::make_shared<statedb::fakes::MemoryData>(); }
   // Another user's look and commit, which always succeed.
   std::unique_ptr<statedb::Store> other(statedb::Half half) const {
-    return std::make_unique<statedb::fakes::MemoryStore>(data, half);
+    return std::make_unique<statedb::fakes::MemoryStore>(data, half, model::isStatus);
   }
 };
 
@@ -30,7 +31,7 @@ class TroubledStore final : public statedb::Store {
  public:
   // `file` outlives it.
   TroubledStore(StoreFile& file, statedb::Half half)
-      : file_(file), data_(file.data), store_(file.data, half) {
+      : file_(file), data_(file.data), store_(file.data, half, model::isStatus) {
     require();
   }
 
@@ -84,7 +85,8 @@ class TroubledStore final : public statedb::Store {
 // `config` and `status` outlive it.
 inline statedb::StateDb troubledDb(StoreFile& config, StoreFile& status) {
   return {[&config] { return std::make_unique<TroubledStore>(config, statedb::Half::config); },
-          [&status] { return std::make_unique<TroubledStore>(status, statedb::Half::status); }};
+          [&status] { return std::make_unique<TroubledStore>(status, statedb::Half::status); },
+          model::isStatus};
 }
 
 }  // namespace host::fakes

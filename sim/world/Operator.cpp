@@ -1,5 +1,6 @@
 #include "sim/world/Operator.h"
 
+#include "model/Tables.h"
 #include "runtime/base/Exception.h"
 #include "sim/kernel/InodeFile.h"
 #include "sim/world/Installation.h"
@@ -16,8 +17,11 @@ std::vector<rt::String> textsOf(const std::vector<std::string>& texts) {
 }
 
 std::unique_ptr<statedb::StateDb> openDatabase() {
-  return std::make_unique<statedb::StateDb>(statedb::sqlite::openDb(
-      {.stateDir = stateDirectory, .runDir = runDirectory, .role = statedb::sqlite::Role::client}));
+  return std::make_unique<statedb::StateDb>(
+      statedb::sqlite::openDb({.stateDir = stateDirectory,
+                               .runDir = runDirectory,
+                               .isStatus = model::isStatus,
+                               .role = statedb::sqlite::Role::client}));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "statedb/fakes/MemoryStore.h"
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 
 namespace statedb {
@@ -6,7 +7,9 @@ namespace {
 
 class MemoryBackend final : public Backend {
  public:
-  std::unique_ptr<Store> open() override { return std::make_unique<fakes::MemoryStore>(data_); }
+  std::unique_ptr<Store> open() override {
+    return std::make_unique<fakes::MemoryStore>(data_, Half::config, fakes::isStatus);
+  }
   void trim(Store& store) override { dynamic_cast<fakes::MemoryStore&>(store).trim(); }
 
  private:

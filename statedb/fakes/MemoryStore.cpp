@@ -41,8 +41,8 @@ MemoryData::MemoryData(MemoryData& original) : id(nextId()), history(original.hi
   trimmedTo = original.trimmedTo;
 }
 
-MemoryStore::MemoryStore(std::shared_ptr<MemoryData> data, Half half)
-    : data_(std::move(data)), half_(half) {}
+MemoryStore::MemoryStore(std::shared_ptr<MemoryData> data, Half half, IsStatus isStatus)
+    : data_(std::move(data)), half_(half), isStatus_(isStatus) {}
 
 MemoryStore::~MemoryStore() {
   if (bell_ < 0) return;
@@ -52,7 +52,7 @@ MemoryStore::~MemoryStore() {
 }
 
 Snapshot MemoryStore::snapshot(const std::vector<rt::String>& tables) {
-  requireTables(tables, half_);
+  requireTables(tables, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
   Snapshot snapshot{{}, cursor()};
   for (const auto& [name, record] : data_->records)
@@ -63,7 +63,7 @@ Snapshot MemoryStore::snapshot(const std::vector<rt::String>& tables) {
 
 std::optional<Record> MemoryStore::record(const rt::String& table, const rt::String& key) {
   requireSoundName(table, key);
-  requireTables({table}, half_);
+  requireTables({table}, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
   const auto found = data_->records.find({table, key});
   if (found == data_->records.end()) return std::nullopt;
@@ -72,7 +72,7 @@ std::optional<Record> MemoryStore::record(const rt::String& table, const rt::Str
 
 bool MemoryStore::hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) {
   requireSoundName(table, key);
-  requireTables({table}, half_);
+  requireTables({table}, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
   const auto last = data_->removals.find({table, key});
   return origin.history == data_->history && last != data_->removals.end() &&
@@ -98,7 +98,7 @@ Changes MemoryStore::changes(const Cursor& since) {
 }
 
 void MemoryStore::commit(const Transaction& transaction) {
-  requireSound(transaction, half_);
+  requireSound(transaction, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
   require(transaction);
   bool changed = false;

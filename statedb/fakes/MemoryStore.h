@@ -33,7 +33,9 @@ struct MemoryData {
 
 class MemoryStore final : public Store {
  public:
-  explicit MemoryStore(std::shared_ptr<MemoryData> data, Half half = Half::config);
+  // Without `isStatus` it takes tables of any half.
+  explicit MemoryStore(std::shared_ptr<MemoryData> data, Half half = Half::config,
+                       IsStatus isStatus = nullptr);
   ~MemoryStore() override;
 
   Snapshot snapshot(const std::vector<rt::String>& tables) override;
@@ -53,6 +55,7 @@ class MemoryStore final : public Store {
 
   const std::shared_ptr<MemoryData> data_;
   const Half half_;
+  const IsStatus isStatus_;
   int bell_ = -1;
 };
 

@@ -1,3 +1,4 @@
+#include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
 
@@ -28,6 +29,7 @@ class SqliteBackend final : public Backend {
     sqlite::StoreOptions options;
     options.file = rt::String((dir_.path() / "store.db").string());
     options.half = half_;
+    options.isStatus = fakes::isStatus;
     options.role = role;
     return options;
   }

@@ -8,19 +8,30 @@ namespace statedb::sqlite {
 
 namespace {
 
-StateDb::Opener opener(const rt::String& file, Half half, Role role) {
-  StoreOptions options;
-  options.file = file;
-  options.half = half;
-  options.role = role;
+StoreOptions configOptions(const DbOptions& options) {
+  return {.file = options.stateDir + "/config.db",
+          .half = Half::config,
+          .isStatus = options.isStatus,
+          .role = options.role};
+}
+
+StoreOptions statusOptions(const DbOptions& options) {
+  return {.file = options.runDir + "/status.db",
+          .half = Half::status,
+          .isStatus = options.isStatus,
+          .role = options.role};
+}
+
+StateDb::Opener opener(const StoreOptions& options) {
   return [options] { return openStore(options); };
 }
 
 // Of configuration that was there before: nobody asked for an empty one in its place.
-StateDb::Opener configOpener(const rt::String& file, Role role) {
-  if (role != Role::owner) return opener(file, Half::config, role);
-  return [first = opener(file, Half::config, Role::owner),
-          later = opener(file, Half::config, Role::reopener), wasOpened = false]() mutable {
+StateDb::Opener configOpener(const StoreOptions& options) {
+  if (options.role != Role::owner) return opener(options);
+  StoreOptions again = options;
+  again.role = Role::reopener;
+  return [first = opener(options), later = opener(again), wasOpened = false]() mutable {
     auto store = wasOpened ? later() : first();
     wasOpened = true;
     return store;
@@ -28,9 +39,9 @@ StateDb::Opener configOpener(const rt::String& file, Role role) {
 }
 
 // Status that is damaged is found out again: nothing of it is worth keeping a daemon from starting.
-StateDb::Opener statusOpener(const rt::String& file, Role role) {
-  if (role != Role::owner) return opener(file, Half::status, role);
-  return [file, open = opener(file, Half::status, Role::owner)] {
+StateDb::Opener statusOpener(const StoreOptions& options) {
+  if (options.role != Role::owner) return opener(options);
+  return [file = options.file, open = opener(options)] {
     try {
       return open();
     } catch (const Error& error) {
@@ -44,8 +55,8 @@ StateDb::Opener statusOpener(const rt::String& file, Role role) {
 }  // namespace
 
 StateDb openDb(const DbOptions& options) {
-  StateDb db(configOpener(options.stateDir + "/config.db", options.role),
-             statusOpener(options.runDir + "/status.db", options.role));
+  StateDb db(configOpener(configOptions(options)), statusOpener(statusOptions(options)),
+             options.isStatus);
   if (options.role == Role::owner) {
     db.store(Half::config);
     db.store(Half::status);

@@ -26,6 +26,7 @@ enum class Role : uint8_t {
 struct DbOptions {
   rt::String stateDir;
   rt::String runDir;
+  IsStatus isStatus = nullptr;
   Role role = Role::client;
 };
 
@@ -41,6 +42,7 @@ StateDb openDb(const DbOptions& options);
 struct StoreOptions {
   rt::String file;
   Half half = Half::config;
+  IsStatus isStatus = nullptr;  // null: it takes tables of any half
   Role role = Role::client;
   // How long to wait for others' locks. By default a client waits 5 s; the daemon 0.05 s, because
   // its handlers stand still meanwhile, and it can try again later.

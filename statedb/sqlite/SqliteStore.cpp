@@ -94,7 +94,7 @@ Cursor SqliteStore::cursor() {
 }
 
 Snapshot SqliteStore::snapshot(const std::vector<rt::String>& tables) {
-  requireTables(tables, options_.half);
+  requireTables(tables, options_.half, options_.isStatus);
   requireSame(options_.file, id_);
   Snapshot snapshot;
   Transactional moment(connection_, Kind::read);
@@ -111,7 +111,7 @@ Snapshot SqliteStore::snapshot(const std::vector<rt::String>& tables) {
 
 std::optional<Record> SqliteStore::record(const rt::String& table, const rt::String& key) {
   requireSoundName(table, key);
-  requireTables({table}, options_.half);
+  requireTables({table}, options_.half, options_.isStatus);
   requireSame(options_.file, id_);
   Query row =
       connection_.query("SELECT tbl, key, doc, rev, born FROM record WHERE tbl = ? AND key = ?");
@@ -122,7 +122,7 @@ std::optional<Record> SqliteStore::record(const rt::String& table, const rt::Str
 
 bool SqliteStore::hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) {
   requireSoundName(table, key);
-  requireTables({table}, options_.half);
+  requireTables({table}, options_.half, options_.isStatus);
   requireSame(options_.file, id_);
   const Transactional moment(connection_, Kind::read);
   if (origin.history != history()) return false;
@@ -162,7 +162,7 @@ std::vector<Change> SqliteStore::changesAfter(uint64_t sequence) {
 }
 
 void SqliteStore::commit(const Transaction& transaction) {
-  requireSound(transaction, options_.half);
+  requireSound(transaction, options_.half, options_.isStatus);
   requireSame(options_.file, id_);
   if (transaction.guards().empty() && transaction.writes().empty()) return;
   Transactional all(connection_, Kind::write);

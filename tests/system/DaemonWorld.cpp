@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "host/guests/Survivors.h"
+#include "model/Tables.h"
 #include "runtime/base/Check.h"
 #include "statedb/sqlite/SqliteDb.h"
 #include "tests/system/PrivateMounts.h"
@@ -49,6 +50,7 @@ pid_t spawn(const std::vector<std::string>& words, const std::string& out, const
 statedb::StateDb openDb(const DaemonWorld& world) {
   return statedb::sqlite::openDb({.stateDir = rt::String(world.stateDir),
                                   .runDir = rt::String(world.runDir),
+                                  .isStatus = model::isStatus,
                                   .role = statedb::sqlite::Role::client});
 }
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "model/Tables.h"
 #include "statedb/sqlite/Connection.h"
 #include "statedb/sqlite/SqliteDb.h"
 #include "tests/system/FaultWorld.h"
@@ -190,6 +191,7 @@ TEST_F(Configuration, OfAnotherMachineEndsAndRestartsNoGuest) {
   {
     auto db = statedb::sqlite::openDb({.stateDir = rt::String(elsewhere),
                                        .runDir = rt::String(elsewhere),
+                                       .isStatus = model::isStatus,
                                        .role = statedb::sqlite::Role::owner});
     statedb::Transaction foreign;
     foreign.put("vmConfig", "web2",

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "guest/VmFiles.h"
+#include "model/Tables.h"
 #include "runtime/base/Check.h"
 #include "shim/keep/ListeningSocket.h"
 #include "statedb/sqlite/SqliteDb.h"
@@ -40,6 +41,7 @@ std::string list(const std::vector<pid_t>& pids) {
 std::string rowsOf(const DaemonWorld& world) {
   auto db = statedb::sqlite::openDb({.stateDir = rt::String(world.stateDir),
                                      .runDir = rt::String(world.runDir),
+                                     .isStatus = model::isStatus,
                                      .role = statedb::sqlite::Role::client});
   std::string text;
   for (const auto& table : statusTables)

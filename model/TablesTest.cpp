@@ -1,0 +1,33 @@
+// Which tables there are.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "model/Tables.h"
+
+namespace model {
+namespace {
+
+TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
+  for (const char* name :
+       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
+    EXPECT_TRUE(isStatus(name)) << name;
+  for (const char* name : {"vmConfig", "vmImage", "vmIntent", "interface", "", "vmstatus"})
+    EXPECT_FALSE(isStatus(name)) << name;
+}
+
+TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
+  for (const char* name : {"vmConfig", "vmImage", "vmIntent", "vmStatus", "vmProcess", "vmProblem"})
+    EXPECT_TRUE(isOfVms(name)) << name;
+  for (const char* name : {"interface", "interfaceStatus", "fdb", "daemon", "vm"})
+    EXPECT_FALSE(isOfVms(name)) << name;
+}
+
+TEST(Tables, AreListedOnce) {
+  std::set<std::string_view> names;
+  for (const Table& table : tables) EXPECT_TRUE(names.insert(table.name).second) << table.name;
+  EXPECT_EQ(names.size(), 10U);
+}
+
+}  // namespace
+}  // namespace model
