@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 
-#include "guest/VmFiles.h"
 #include "host/Plugin.h"
 #include "host/base/Report.h"
 #include "host/database/ConfigFeed.h"
