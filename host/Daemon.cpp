@@ -89,7 +89,7 @@ std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::Stri
 
 class Daemon::Parts {
  public:
-  Parts(const Options& options, TraceLog& traces, AroundStart start);
+  Parts(const Options& options, TraceLog& traces, AroundStart& start);
   ~Parts();
   void run(const std::function<bool()>& tellReady);
 
@@ -110,7 +110,7 @@ class Daemon::Parts {
   void turn(rt::Seconds atMost);
 
   const Options options_;
-  const AroundStart start_;
+  AroundStart& start_;
   const std::unique_ptr<Shims> shims_;
   Locks locks_;
   TraceLog& traces_;
@@ -147,9 +147,9 @@ class Daemon::Parts {
   ConfigFeed::Ptr configFeed_;
 };
 
-Daemon::Parts::Parts(const Options& options, TraceLog& traces, AroundStart start)
+Daemon::Parts::Parts(const Options& options, TraceLog& traces, AroundStart& start)
     : options_(options),
-      start_(std::move(start)),
+      start_(start),
       shims_(shimsOf(options)),
       locks_(options.runDir),
       traces_(traces),
@@ -439,12 +439,12 @@ void Daemon::Parts::run(const std::function<bool()>& tellReady) {
   statusFeed_->pass();
 }
 
-Daemon::Daemon(const Options& options, TraceLog& traces, AroundStart start) {
+Daemon::Daemon(const Options& options, TraceLog& traces, AroundStart& start) {
   const auto operators = groupOf("vmagent");
   makeSharedDirectory(options.stateDir, operators);
   makeSharedDirectory(options.runDir, operators);
   if (options.shim != "off") makeGuestsDirectory(options.runDir);
-  parts_ = std::make_unique<Parts>(options, traces, std::move(start));
+  parts_ = std::make_unique<Parts>(options, traces, start);
 }
 
 Daemon::~Daemon() = default;

@@ -14,8 +14,8 @@ namespace host {
 class Daemon {
  public:
   // Takes the locks, opens the database and starts the agent on an empty configuration.
-  // `start`: what is done around the start of a VM.
-  Daemon(const Options& options, TraceLog& traces, AroundStart start);
+  // `traces` and `start` outlive it.
+  Daemon(const Options& options, TraceLog& traces, AroundStart& start);
   Daemon(const Daemon&) = delete;
   ~Daemon();
 

@@ -8,18 +8,13 @@
 #include <vector>
 
 #include "guest/Variables.h"
-#include "guest/VmFiles.h"
 #include "host/Daemon.h"
 #include "host/EndGuests.h"
+#include "host/GuestLaunch.h"
 #include "host/Plugin.h"
 #include "host/base/LineOutput.h"
 #include "host/base/Report.h"
-#include "host/guests/GuestMark.h"
-#include "host/service/ChildEnvironment.h"
 #include "host/service/InheritedDescriptors.h"
-#include "host/service/MonitorListener.h"
-#include "host/service/PrivateDev.h"
-#include "host/service/ShimMount.h"
 #include "host/service/Signals.h"
 #include "host/service/Supervision.h"
 #include "runtime/base/Text.h"
@@ -41,38 +36,6 @@ host::Environment environment() {
           .runDir = std::getenv(guest::variable::runDir),
           .trace = std::getenv(guest::variable::trace)};
   // NOLINTEND(concurrency-mt-unsafe)
-}
-
-// What the shims that the agent starts are told.
-host::ChildEnvironment::Values childEnvironment(const host::Options& options) {
-  auto values = host::keptEnvironment();
-  if (options.shim == "off") return values;
-  values.insert(values.end(), {{guest::variable::qemu, guest::realQemuPath},
-                               {guest::variable::runDir, options.runDir},
-                               {guest::variable::accel, options.accel},
-                               {guest::variable::vncListen, options.vncListen},
-                               {guest::variable::stopTimeout, options.stopTimeout}});
-  return values;
-}
-
-// The program to put in QEMU's place; empty where none is wanted.
-rt::String shimOf(const host::Options& options) {
-  if (options.shim == "off") return {};
-  if (options.shim != "auto") return options.shim;
-  rt::String shim = host::installedShim();
-  if (shim.empty())
-    throw rt::Exception(
-        "there is no vmagent-shim beside this program; install it, or name one with --shim");
-  return shim;
-}
-
-// Null where none is wanted.
-std::unique_ptr<host::ShimMount> enterNamespaces(const host::Options& options) {
-  std::unique_ptr<host::ShimMount> mount;
-  const rt::String shim = shimOf(options);
-  if (!shim.empty()) mount = std::make_unique<host::ShimMount>(shim);
-  if (host::needsPrivateDev()) host::enterPrivateDev();
-  return mount;
 }
 
 // Tells those who started us; each once it can be told.
@@ -109,25 +72,9 @@ int run(const host::Options& options) {
   host::LineOutput standardError(STDERR_FILENO);
   host::TraceLog traces(options.traceLevels, roadTo(standardError));
   try {
-    const auto shim = enterNamespaces(options);
-    host::ChildEnvironment environment(childEnvironment(options));
-    host::MonitorListener listener(guest::startingMonitor);
-    const auto beforeStart = [&](const host::VmStart& start) {
-      auto variables = host::variablesOf(start.row);
-      variables.emplace_back(guest::variable::imageFormat, start.imageFormat);
-      if (shim) {
-        shim->restore();
-        listener.open(guest::monitorOf(start.vm));
-        variables.emplace_back(guest::variable::listener, rt::toText(listener.number()));
-      }
-      environment.extraIs(variables);
-    };
-    host::Daemon daemon(
-        options, traces,
-        {.before = beforeStart,
-         .after = [&] { listener.settle(); },
-         .ended = [&](const rt::String& vm) { listener.close(guest::monitorOf(vm)); }});
-    listener.removeLeftover();
+    host::GuestLaunch launch(options);
+    host::Daemon daemon(options, traces, launch);
+    launch.removeLeftover();
     daemon.run(tellReady(standardError));
     return endedBySignal;
   } catch (const std::exception& error) {
@@ -138,7 +85,7 @@ int run(const host::Options& options) {
 // Finds and loads what a start needs of ours, just as a start does, and does nothing with it.
 int check(const host::Options& options) {
   try {
-    const rt::String shim = shimOf(options);
+    const rt::String shim = host::shimOf(options);
     if (!shim.empty() && access(shim.charPtr(), X_OK) != 0)
       throw rt::ErrnoException(errno, "the shim " + shim + " cannot be executed");
     (void)host::loadAgent(host::agentModule);

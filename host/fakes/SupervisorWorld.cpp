@@ -35,9 +35,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                       .imageFormat = [this](const rt::String& vm,
                                             const rt::String&) { return imageFormats[vm]; },
                       .imageReleased = [this](const rt::String& vm) { heldImages.erase(vm); },
-                      .start = {.before = [this](const VmStart& vm) { aroundStart.before(vm); },
-                                .after = [this] { aroundStart.after(); },
-                                .ended = [this](const rt::String& vm) { ended.push_back(vm); }},
+                      .start = aroundStart,
                       .guestName = [](int32_t pid) { return "guest" + rt::toText(pid); },
                       .tookUp =
                           [this](const rt::String& vm) {

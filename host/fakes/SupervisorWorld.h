@@ -1,6 +1,7 @@
 // Everything around the supervisor, as a test wants it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -46,6 +47,21 @@ class FakeCards final : public VmCards {
   std::set<rt::String> changed_;
 };
 
+// Remembers which starts are prepared, and which guests have ended.
+class FakeAroundStart final : public AroundStart {
+ public:
+  std::function<void(const VmStart&)> preparing;  // may throw
+  bool isPrepared = false;                        // and not cleared up yet
+  std::vector<rt::String> endings;
+
+  void before(const VmStart& start) override {
+    if (preparing) preparing(start);
+    isPrepared = true;
+  }
+  void after() override { isPrepared = false; }
+  void ended(const rt::String& vm) override { endings.push_back(vm); }
+};
+
 // A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands
 // at 1000 s, and a loop that turns when told.
 class SupervisorWorld {
@@ -71,8 +87,7 @@ class SupervisorWorld {
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{model::MachineLimits{.memory = 8192}};
   FakeCards cards{status};
-  AroundStart aroundStart = {[](const VmStart& /*start*/) {}, [] {}, {}};
-  std::vector<rt::String> ended;
+  FakeAroundStart aroundStart;
   const VmSupervisor::Ptr supervisor;
 
   // What the configuration says now. A put of a row that is there keeps it the same VM.

@@ -192,7 +192,7 @@ TEST_F(VmImageTest, IsJudgedAsThatOfAGuestThatIsTakenUpOnlyThen) {
 
 TEST_F(VmImageTest, IsToldToTheStartWithItsFormat) {
   rt::String format;
-  world.aroundStart.before = [&](const VmStart& start) { format = start.imageFormat; };
+  world.aroundStart.preparing = [&](const VmStart& start) { format = start.imageFormat; };
   world.rowIs("web1", on);
   EXPECT_EQ(format, "qcow2");
 }

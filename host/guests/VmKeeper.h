@@ -35,7 +35,7 @@ struct KeeperTools {
   std::function<rt::String(const rt::String& vm, const rt::String& path)> imageFormat;
   // The VM is to be started with no image any more, and has no process.
   std::function<void(const rt::String& vm)> imageReleased;
-  AroundStart start;
+  AroundStart& start;
   std::function<rt::String(int32_t pid)> guestName;  // see UnknownGuest
   // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
   // when the agent's turn comes next.

@@ -42,7 +42,7 @@ TEST(VmRestart, IsOffWaitOn) {
 TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   SupervisorWorld world;
   std::vector<std::string> before;  // what had been done when a start was prepared
-  world.aroundStart.before = [&](const VmStart& /*start*/) {
+  world.aroundStart.preparing = [&](const VmStart& /*start*/) {
     before.push_back(testing::PrintToString(world.fortune.effects));
   };
   world.rowIs("web1", on);
@@ -55,7 +55,7 @@ TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
 TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
   SupervisorWorld world;
   VmStart told;
-  world.aroundStart.before = [&](const VmStart& start) { told = start; };
+  world.aroundStart.preparing = [&](const VmStart& start) { told = start; };
   world.rowIs("web1", on);
   EXPECT_EQ(told.vm, "web1");
   EXPECT_EQ(told.row, world.rows.row("web1")->origin);
@@ -65,25 +65,35 @@ TEST(VmStart, IsToldWhichVmAndWhichRowItIsOf) {
 TEST(VmStart, WaitsUntilItCanBePrepared) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
-  world.aroundStart.before = [](const VmStart& /*start*/) { throw rt::Exception("no mount"); };
+  world.aroundStart.preparing = [](const VmStart& /*start*/) { throw rt::Exception("no mount"); };
   world.rowIs("web1", on);
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), IsEmpty());
-  world.aroundStart.before = [](const VmStart& /*start*/) {};
+  world.aroundStart.preparing = [](const VmStart& /*start*/) {};
   world.advance(10);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
+}
+
+TEST(VmStart, IsClearedUpAfterAlsoWhenTheAgentThrows) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  EXPECT_FALSE(world.aroundStart.isPrepared);
+  world.fortune.throws = {"web2"};
+  world.rowIs("web2", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "start web2"));
+  EXPECT_FALSE(world.aroundStart.isPrepared);
 }
 
 TEST(VmEnd, IsToldOnceWhateverItCameOf) {
   SupervisorWorld world;
   world.rowIs("web1", on);
-  EXPECT_THAT(world.ended, IsEmpty());
+  EXPECT_THAT(world.aroundStart.endings, IsEmpty());
   world.end("web1");
-  EXPECT_THAT(world.ended, ElementsAre("web1"));
+  EXPECT_THAT(world.aroundStart.endings, ElementsAre("web1"));
   world.restartIs("web1", 1);
   world.rowIs("web1", off);
   world.end("web1");
-  EXPECT_THAT(world.ended, ElementsAre("web1", "web1"));
+  EXPECT_THAT(world.aroundStart.endings, ElementsAre("web1", "web1"));
 }
 
 // Another process of that name is there still, which the agent knows nothing of.
@@ -93,7 +103,7 @@ TEST(VmEnd, IsToldOnlyOnceNoProcessIsLeft) {
   world.rowIs("web1", on);
   world.supervisor->survivorsIs("web1", 1);
   world.end("web1");
-  EXPECT_THAT(world.ended, IsEmpty());
+  EXPECT_THAT(world.aroundStart.endings, IsEmpty());
   EXPECT_THAT(world.shims.deadSockets, ElementsAre("web1"));
 }
 

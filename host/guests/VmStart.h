@@ -1,8 +1,6 @@
 // A VM that is about to be started.
 #pragma once
 
-#include <functional>
-
 #include "statedb/Record.h"
 
 namespace host {
@@ -14,14 +12,16 @@ struct VmStart {
   rt::String imageFormat{};  // what its disk image is opened as; empty: it is not known
 };
 
-// What stands around the agent's start of a VM, and its guest's end.
-struct AroundStart {
-  // Throws when the VM cannot be started: it is tried again then.
-  std::function<void(const VmStart&)> before;
-  // To be called once `before` has returned, whatever came of the start.
-  std::function<void()> after;
-  // The VM has no process any more, and the agent knows it.
-  std::function<void(const rt::String& vm)> ended;
+// Stands around the agent's start of a VM, and its guest's end. Told by the VMs' keepers.
+class AroundStart {
+ public:
+  virtual ~AroundStart() = default;
+  // Prepares the start. Throws when the VM cannot be started: it is tried again then.
+  virtual void before(const VmStart& start) = 0;
+  // Clears up; called once before() has returned, whatever came of the start.
+  virtual void after() = 0;
+  // Takes note that the VM has no process any more, and the agent knows it.
+  virtual void ended(const rt::String& vm) = 0;
 };
 
 }  // namespace host
