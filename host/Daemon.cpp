@@ -99,7 +99,6 @@ class Daemon::Parts {
   void startFeeds();
   void startImages();
   void endOrphans();
-  void handleTakeUp(const rt::String& vm);
   void handleEnd(const rt::String& vm) const;
   void removeSocketsOfBefore() const;
   std::set<rt::EthAddr> ourAddresses() const;
@@ -112,6 +111,8 @@ class Daemon::Parts {
   const Options options_;
   AroundStart& start_;
   const std::unique_ptr<Shims> shims_;
+  const KernelGuestProcesses processes_;
+  WaitingGuests waiting_;
   Locks locks_;
   TraceLog& traces_;
   const std::unique_ptr<TapNodeMaker> tapNodes_;
@@ -239,35 +240,25 @@ void Daemon::Parts::startFeeds() {
                                                        .taps = taps},
                                      clock);
   startImages();
-  supervisor_ = rt::make<VmSupervisor>(
-      KeeperTools{.agent = root_,
-                  .config = records_.config,
-                  .status = records_.status,
-                  .hostStatus = hostStatus_,
-                  .problems = problems_,
-                  .traces = traces_,
-                  .cards = *cardHealer_,
-                  .shims = *shims_,
-                  .judgeImage = [this](const auto& question) { return images_->judge(question); },
-                  .imageFormat = [this](const auto& vm,
-                                        const auto& path) { return images_->format(vm, path); },
-                  .imageReleased = [this](const rt::String& vm) { images_->release(vm); },
-                  .start = start_,
-                  .guestName = guestName,
-                  .tookUp = [this](const rt::String& vm) { handleTakeUp(vm); },
-                  .stopPatience = stopPatience(options_),
-                  .note = {}},
-      restartsDone_, clock);
+  supervisor_ = rt::make<VmSupervisor>(KeeperTools{.agent = root_,
+                                                   .config = records_.config,
+                                                   .status = records_.status,
+                                                   .hostStatus = hostStatus_,
+                                                   .problems = problems_,
+                                                   .traces = traces_,
+                                                   .cards = *cardHealer_,
+                                                   .shims = *shims_,
+                                                   .images = *images_,
+                                                   .start = start_,
+                                                   .processes = processes_,
+                                                   .waiting = waiting_,
+                                                   .stopPatience = stopPatience(options_)},
+                                       restartsDone_, clock);
   prompter_ = rt::make<Prompter>(root_, records_.status, clock);
   earlierGuests_ = std::make_unique<EarlierGuests>(
-      *shims_,
+      *shims_, waiting_,
       EarlierGuests::Tools{
-          .guests =
-              [] {
-                auto guests = guestProcesses();
-                sortByAge(guests);
-                return guests;
-              },
+          .guests = [this] { return processes_.all(); },
           .row = [this](const rt::String& vm) { return configuration_->rows().row(vm); },
           .isRemoved = [this](const GuestProcess& guest) { return isRemoved(guest); },
           .isGivenUp =
@@ -353,17 +344,10 @@ void Daemon::Parts::removeSocketsOfBefore() const {
 std::set<rt::EthAddr> Daemon::Parts::ourAddresses() const {
   std::set<rt::EthAddr> addresses;
   for (const auto& [name, row] : configuration_->rows().rows()) {
-    if (!row.valid || earlierGuests_->isWaiting(name)) continue;
+    if (!row.valid || waiting_.isWaiting(name)) continue;
     for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
   return addresses;
-}
-
-// A second device of a card's address could not go up beside the first. The agent makes it as soon
-// as the guest's shim has answered it, and until now the first served the guest.
-void Daemon::Parts::handleTakeUp(const rt::String& vm) {
-  earlierGuests_->tookUp(vm);
-  janitor_->sweep();
 }
 
 void Daemon::Parts::handleEnd(const rt::String& vm) const {
@@ -398,7 +382,7 @@ void Daemon::Parts::handleUnknown(const rt::String& vm, const std::vector<GuestP
 
 // No card of the agent's remembers the devices of a guest that it was never given.
 void Daemon::Parts::handleLeaving(const std::vector<GuestProcess>& guests) {
-  for (const GuestProcess& guest : guests) janitor_->guestLeaves(guest.vm, tapsHeldBy(guest.pid));
+  for (const GuestProcess& guest : guests) cardHealer_->guestLeaves(guest.vm, guest.pid);
 }
 
 void Daemon::Parts::handleConfig(const std::vector<statedb::Change>& changes,

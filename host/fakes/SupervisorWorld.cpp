@@ -22,39 +22,41 @@ void FakeCards::tell(const char* what, const rt::String& vm) {
 
 SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                                  rt::Seconds stopPatience)
-    : supervisor(rt::make<VmSupervisor>(
-          KeeperTools{.agent = agent,
-                      .config = config,
-                      .status = status,
-                      .hostStatus = hostStatus,
-                      .problems = problems,
-                      .traces = traceLog,
-                      .cards = cards,
-                      .shims = shims,
-                      .judgeImage = [this](const auto& question) { return judge(question); },
-                      .imageFormat = [this](const rt::String& vm,
-                                            const rt::String&) { return imageFormats[vm]; },
-                      .imageReleased = [this](const rt::String& vm) { heldImages.erase(vm); },
-                      .start = aroundStart,
-                      .guestName = [](int32_t pid) { return "guest" + rt::toText(pid); },
-                      .tookUp =
-                          [this](const rt::String& vm) {
-                            fortune.effects.push_back("took up " + vm.str());
-                            VM_TRACE(1) << "a device is left over and is deleted";
-                          },
-                      .stopPatience = stopPatience,
-                      .note = {}},
-          std::move(restartsDone), clock)) {}
+    : supervisor(rt::make<VmSupervisor>(KeeperTools{.agent = agent,
+                                                    .config = config,
+                                                    .status = status,
+                                                    .hostStatus = hostStatus,
+                                                    .problems = problems,
+                                                    .traces = traceLog,
+                                                    .cards = cards,
+                                                    .shims = shims,
+                                                    .images = images,
+                                                    .start = aroundStart,
+                                                    .processes = processes,
+                                                    .waiting = waiting,
+                                                    .stopPatience = stopPatience},
+                                        std::move(restartsDone), clock)) {}
 
-ImageVerdict SupervisorWorld::judge(const ImageQuestion& question) {
-  imageQuestions.push_back(question);
-  if (unseenImages.contains(question.path)) return {.kind = ImageVerdict::Kind::awaited};
-  if (missingImages.contains(question.path))
+void FakeCards::tookUp(const rt::String& vm) {
+  if (takingUp) takingUp(vm);
+  effects_.push_back("took up " + vm.str());
+  VM_TRACE(1) << "a device is left over and is deleted";
+}
+
+rt::String FakeImages::format(const rt::String& vm, const rt::String& /*path*/) const {
+  const auto found = formats.find(vm);
+  return found == formats.end() ? rt::String() : found->second;
+}
+
+ImageVerdict FakeImages::judge(const ImageQuestion& question) {
+  questions.push_back(question);
+  if (unseen.contains(question.path)) return {.kind = ImageVerdict::Kind::awaited};
+  if (missing.contains(question.path))
     return {
         .kind = ImageVerdict::Kind::refused,
         .problem = rt::Problem{"diskImage", question.path, "must be a file that is there"}.text()};
-  heldImages[question.vm] = question.path;
-  return {.note = imageNote, .format = "qcow2"};
+  held[question.vm] = question.path;
+  return {.note = note, .format = "qcow2"};
 }
 
 statedb::Change SupervisorWorld::put(const rt::String& vm, const rt::String& doc) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/fakes/FakeAgent.h"
+#include "host/fakes/FakeGuestProcesses.h"
 #include "host/fakes/FakeShims.h"
 #include "host/guests/VmSupervisor.h"
 #include "runtime/fakes/ManualClock.h"
@@ -30,11 +31,20 @@ struct Row {
 // "before off: web1 is on", "off: web1 is off", "off: web1 is gone".
 class FakeCards final : public VmCards {
  public:
-  explicit FakeCards(Vm::Status::PtrConst status) : status_(std::move(status)) {}
+  // `effects`: where it writes whose guest was taken up, "took up web1", between what others do.
+  FakeCards(Vm::Status::PtrConst status, std::vector<std::string>& effects)
+      : status_(std::move(status)), effects_(effects) {}
 
   void switchingOff(const rt::String& vm) override { tell("before off: ", vm); }
   void switchedOff(const rt::String& vm) override { tell("off: ", vm); }
   void changed(const rt::String& vm) override { changed_.insert(vm); }
+  void tookUp(const rt::String& vm) override;
+  void guestLeaves(const rt::String& vm, int32_t pid) override { leaving[vm].insert(pid); }
+  void guestLeft(const rt::String& vm) override { leaving.erase(vm); }
+
+  std::function<void(const rt::String& vm)> takingUp;  // sees what is so then
+  std::map<rt::String, std::set<int32_t>> leaving;     // processes whose devices are known, by VM
+
   // Those that changed since the last call.
   std::set<rt::String> takeChanged() { return std::exchange(changed_, {}); }
   std::vector<std::string> take() { return std::exchange(told_, {}); }
@@ -43,8 +53,24 @@ class FakeCards final : public VmCards {
   void tell(const char* what, const rt::String& vm);
 
   const Vm::Status::PtrConst status_;
+  std::vector<std::string>& effects_;
   std::vector<std::string> told_;
   std::set<rt::String> changed_;
+};
+
+// Disk images that are there unless a test says otherwise.
+class FakeImages final : public ImageJudge {
+ public:
+  std::set<rt::String> missing;
+  std::set<rt::String> unseen;  // nobody can tell what is there yet
+  rt::String note;              // on each that is fit
+  std::vector<ImageQuestion> questions;
+  std::map<rt::String, rt::String> held;     // by VM
+  std::map<rt::String, rt::String> formats;  // by VM: what the operator says now
+
+  ImageVerdict judge(const ImageQuestion& question) override;
+  rt::String format(const rt::String& vm, const rt::String& path) const override;
+  void release(const rt::String& vm) override { held.erase(vm); }
 };
 
 // Remembers which starts are prepared, and which guests have ended.
@@ -73,12 +99,7 @@ class SupervisorWorld {
   rt::ActivityManager manager{clock};
   TraceLog traceLog{0, {}};
   Fortune fortune;
-  std::set<rt::String> missingImages;
-  std::set<rt::String> unseenImages;  // nobody can tell what is there yet
-  rt::String imageNote;               // on each that is fit
-  std::vector<ImageQuestion> imageQuestions;
-  std::map<rt::String, rt::String> heldImages;    // by VM
-  std::map<rt::String, rt::String> imageFormats;  // by VM: what the operator says now
+  FakeImages images;
   FakeShims shims{fortune.effects};
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();
@@ -86,7 +107,9 @@ class SupervisorWorld {
   Problems problems{hostStatus, [this] { return static_cast<uint64_t>(clock->now().value()); }};
   const FakeRoot::Ptr agent = fakeAgent(config, status, fortune);
   VmRows rows{model::MachineLimits{.memory = 8192}};
-  FakeCards cards{status};
+  FakeCards cards{status, fortune.effects};
+  FakeGuestProcesses processes;
+  WaitingGuests waiting;
   FakeAroundStart aroundStart;
   const VmSupervisor::Ptr supervisor;
 
@@ -115,8 +138,6 @@ class SupervisorWorld {
   std::string problem(const rt::String& vm) const;
 
  private:
-  ImageVerdict judge(const ImageQuestion& question);
-
   std::map<rt::String, uint64_t> created_;
   uint64_t revision_ = 0;
 };

@@ -1,5 +1,7 @@
 #include "host/guests/EarlierGuests.h"
 
+#include <map>
+
 namespace host {
 
 void EarlierGuests::decide() {
@@ -9,17 +11,15 @@ void EarlierGuests::decide() {
 }
 
 void EarlierGuests::handleRow(const rt::String& vm) {
-  const auto waiting = waiting_.find(vm);
-  if (waiting == waiting_.end()) return;
-  const uint64_t before = waiting->second;
-  waiting_.erase(waiting);
+  const auto before = waiting_.take(vm);
+  if (!before) return;
   tools_.adoptableIs(vm, false);
   tools_.unknownIs(vm, {});
   std::vector<GuestProcess> guests = tools_.guests();
   std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
   const VmRow* const row = tools_.row(vm);
   // Seen to be removed; that is forgotten with the row, and the guest may have been told nothing.
-  if (before != 0 && (!row || row->vm != before))
+  if (*before != 0 && (!row || row->vm != *before))
     tools_.end(guests);
   else
     decideOn(vm, guests);
@@ -43,7 +43,7 @@ void EarlierGuests::decideOn(const rt::String& vm, const std::vector<GuestProces
   const GuestFate fate = fateOf(factsOf(guests.front()));
   if (fate == GuestFate::ends) return tools_.end(guests);
   const VmRow* const row = tools_.row(vm);
-  waiting_[vm] = row ? row->vm : 0;
+  waiting_.waits(vm, row ? row->vm : 0);
   if (fate == GuestFate::takenUp) tools_.adoptableIs(vm, true);
   if (fate == GuestFate::unknown) tools_.unknownIs(vm, guests);
 }

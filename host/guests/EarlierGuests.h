@@ -2,13 +2,13 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <vector>
 
 #include "host/database/VmRows.h"
 #include "host/guests/GuestFate.h"
 #include "host/guests/Shims.h"
 #include "host/guests/Survivors.h"
+#include "host/guests/WaitingGuests.h"
 
 namespace host {
 
@@ -30,26 +30,23 @@ class EarlierGuests {
     std::function<void(const rt::String& vm, const std::vector<GuestProcess>&)> unknownIs;
     std::function<void(const std::vector<GuestProcess>&)> end;
   };
-  // `shims` outlive it.
-  EarlierGuests(const Shims& shims, Tools tools) : shims_(shims), tools_(std::move(tools)) {}
+  // `shims` and `waiting` outlive it.
+  EarlierGuests(const Shims& shims, WaitingGuests& waiting, Tools tools)
+      : shims_(shims), waiting_(waiting), tools_(std::move(tools)) {}
 
   // At the daemon's start, once the rows are known.
   void decide();
   // The VM is to be something else than it was, or its guest is given up. To be called before
   // anything is made of that.
   void handleRow(const rt::String& vm);
-  // The VM's start has taken its guest up.
-  void tookUp(const rt::String& vm) { waiting_.erase(vm); }
-  // Whether the VM's guest goes on, and was not taken up yet.
-  bool isWaiting(const rt::String& vm) const { return waiting_.contains(vm); }
 
  private:
   void decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests);
   GuestFacts factsOf(const GuestProcess& keeper) const;
 
   const Shims& shims_;
+  WaitingGuests& waiting_;
   const Tools tools_;
-  std::map<rt::String, uint64_t> waiting_;  // by name: VmRow::vm, 0 without a row
 };
 
 }  // namespace host

@@ -43,8 +43,10 @@ class EarlierGuestsTest : public testing::Test {
   std::set<rt::String> adoptable;
   std::map<rt::String, std::vector<int32_t>> unknown;
   std::vector<int32_t> ended;  // pids
+  WaitingGuests waiting;
   EarlierGuests guests{
       shims,
+      waiting,
       {
           .guests = [this] { return processes; },
           .row =
@@ -79,7 +81,7 @@ TEST_F(EarlierGuestsTest, GoOnWhenTheyAreWanted) {
   guests.decide();
   EXPECT_THAT(ended, IsEmpty());
   EXPECT_THAT(adoptable, ElementsAre("web1"));
-  EXPECT_TRUE(guests.isWaiting("web1"));
+  EXPECT_TRUE(waiting.isWaiting("web1"));
 }
 
 TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
@@ -97,7 +99,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
   EXPECT_THAT(ended, ElementsAre(6, 7, 8, 9));
   EXPECT_THAT(adoptable, IsEmpty());
   EXPECT_THAT(unknown, IsEmpty());
-  EXPECT_FALSE(guests.isWaiting("off"));
+  EXPECT_FALSE(waiting.isWaiting("off"));
 }
 
 TEST_F(EarlierGuestsTest, GoOnWhenTheirVmIsNotThereAndNobodyIsKnownToHaveRemovedIt) {
@@ -107,7 +109,7 @@ TEST_F(EarlierGuestsTest, GoOnWhenTheirVmIsNotThereAndNobodyIsKnownToHaveRemoved
   EXPECT_THAT(ended, IsEmpty());
   EXPECT_THAT(adoptable, IsEmpty());
   EXPECT_THAT(unknown, ElementsAre(Pair("web1", ElementsAre(7))));
-  EXPECT_TRUE(guests.isWaiting("web1"));
+  EXPECT_TRUE(waiting.isWaiting("web1"));
 }
 
 TEST_F(EarlierGuestsTest, AreTakenUpWhenTheirVmIsThereAgain) {
@@ -188,7 +190,7 @@ TEST_F(EarlierGuestsTest, GoOnWhileTheirRowIsNotUnderstood) {
   guests.decide();
   EXPECT_THAT(ended, IsEmpty());
   EXPECT_THAT(adoptable, IsEmpty());
-  EXPECT_TRUE(guests.isWaiting("web1"));
+  EXPECT_TRUE(waiting.isWaiting("web1"));
 
   rowIs("web1", true);
   guests.handleRow("web1");
@@ -218,7 +220,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheirRowIsMadeAnewBeforeTheyAreTakenUp) {
   guests.handleRow("web1");
   EXPECT_THAT(ended, ElementsAre(7));
   EXPECT_THAT(adoptable, IsEmpty());
-  EXPECT_FALSE(guests.isWaiting("web1"));
+  EXPECT_FALSE(waiting.isWaiting("web1"));
 }
 
 TEST_F(EarlierGuestsTest, GoOnWhenTheirRowIsChanged) {
@@ -234,8 +236,8 @@ TEST_F(EarlierGuestsTest, AreNoneOfOursOnceTheyAreTakenUp) {
   rowIs("web1", true);
   guestIs("web1", 7);
   guests.decide();
-  guests.tookUp("web1");
-  EXPECT_FALSE(guests.isWaiting("web1"));
+  (void)waiting.take("web1");
+  EXPECT_FALSE(waiting.isWaiting("web1"));
   rowIs("web1", false);
   guests.handleRow("web1");
   EXPECT_THAT(ended, IsEmpty()) << "its VM's keeper ends it";

@@ -28,7 +28,7 @@ namespace host {
 //
 // A guest that is taken up has its image open already: nothing is opened for it, but by the agent,
 // which reads a few bytes. So that is all that has to go well.
-class Images {
+class Images final : public ImageJudge {
  public:
   // Whether QEMU is told what an image is; if not, it goes by the first bytes.
   enum class Formats : uint8_t { told, guessed };
@@ -45,11 +45,9 @@ class Images {
   // `rows` outlives it.
   Images(Tools tools, ImageRows& rows) : tools_(std::move(tools)), rows_(rows) {}
 
-  ImageVerdict judge(const ImageQuestion& question);
-  // What the VM's image of that path is opened as from the next start on; empty: nobody has said.
-  rt::String format(const rt::String& vm, const rt::String& path) const;
-  // The VM is off, and nothing of it is left.
-  void release(const rt::String& vm);
+  ImageVerdict judge(const ImageQuestion& question) override;
+  rt::String format(const rt::String& vm, const rt::String& path) const override;
+  void release(const rt::String& vm) override;
   // What the VM's row in vmImage says now; nothing: there is none.
   void rowIs(const rt::String& vm, const std::optional<statedb::Record>& row);
   void rowIsLost(const rt::String& vm);  // see ImageRows

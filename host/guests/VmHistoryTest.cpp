@@ -51,9 +51,9 @@ class VmHistoryTest : public testing::TestWithParam<unsigned> {
       case 2:
         return toggle(world.fortune.mountThrows, anyVm());
       case 3:
-        return toggle(world.missingImages, dice(2) == 0 ? "/images/a" : "/images/b");
+        return toggle(world.images.missing, dice(2) == 0 ? "/images/a" : "/images/b");
       case 4:
-        toggle(world.unseenImages, dice(2) == 0 ? "/images/a" : "/images/b");
+        toggle(world.images.unseen, dice(2) == 0 ? "/images/a" : "/images/b");
         return world.supervisor->imageIsKnown(anyVm());
       case 5:
         if (const auto& all = world.fortune.processes; !all.empty())
@@ -80,8 +80,8 @@ class VmHistoryTest : public testing::TestWithParam<unsigned> {
     world.fortune.startFails.clear();
     world.fortune.throws.clear();
     world.fortune.mountThrows.clear();
-    world.missingImages.clear();
-    world.unseenImages.clear();
+    world.images.missing.clear();
+    world.images.unseen.clear();
     for (const char* const vm : names) world.supervisor->imageIsKnown(vm);
     world.advance(130);
     const auto isKilled = [](const auto& process) { return process->isKilled(); };

@@ -19,9 +19,9 @@ class VmImageTest : public testing::Test {
  protected:
   void imageIs(const char* path, bool there) {
     if (there)
-      world.missingImages.erase(path);
+      world.images.missing.erase(path);
     else
-      world.missingImages.insert(path);
+      world.images.missing.insert(path);
   }
 
   SupervisorWorld world;
@@ -107,7 +107,7 @@ TEST_F(VmImageTest, ThatIsRefusedIsAProblemUntilTheVmIsSwitchedOff) {
 // Looks that take a while.
 
 TEST_F(VmImageTest, ThatNobodyHasSeenYetHoldsUpItsVmOnly) {
-  world.unseenImages = {"/images/far.iso"};
+  world.images.unseen = {"/images/far.iso"};
   world.rowIs("far", {.diskImage = "/images/far.iso"});
   world.rowIs("web1", on);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
@@ -115,9 +115,9 @@ TEST_F(VmImageTest, ThatNobodyHasSeenYetHoldsUpItsVmOnly) {
 }
 
 TEST_F(VmImageTest, ThatIsSeenIsStartedFromAtOnce) {
-  world.unseenImages = {"/images/web.iso"};
+  world.images.unseen = {"/images/web.iso"};
   world.rowIs("web1", on);
-  world.unseenImages = {};
+  world.images.unseen = {};
   world.supervisor->imageIsKnown("web1");
   world.settle();
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
@@ -126,10 +126,10 @@ TEST_F(VmImageTest, ThatIsSeenIsStartedFromAtOnce) {
 TEST_F(VmImageTest, ThatIsSeenDuringALaterTryIsStartedFromAtOnce) {
   world.fortune.startFails = {"web1"};
   world.rowIs("web1", on);
-  world.unseenImages = {"/images/web.iso"};
+  world.images.unseen = {"/images/web.iso"};
   world.advance(30);
   world.fortune = {};
-  world.unseenImages = {};
+  world.images.unseen = {};
   world.supervisor->imageIsKnown("web1");
   world.settle();
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
@@ -146,21 +146,21 @@ TEST_F(VmImageTest, ThatIsSeenAfterAllIsStartedFromBeforeTheNextTryIsDue) {
 }
 
 TEST_F(VmImageTest, ThatIsSeenTooLateIsStartedFromNoMore) {
-  world.unseenImages = {"/images/web.iso"};
+  world.images.unseen = {"/images/web.iso"};
   world.rowIs("web1", on);
   world.rowIs("web1", off);
-  world.unseenImages = {};
+  world.images.unseen = {};
   world.supervisor->imageIsKnown("web1");
   world.settle();
   EXPECT_THAT(world.fortune.take(), IsEmpty());
 }
 
 TEST_F(VmImageTest, OfANewRowIsWaitedForWhateverElseChanges) {
-  world.unseenImages = {"/images/web.iso"};
+  world.images.unseen = {"/images/web.iso"};
   world.rowIs("web1", on);
   world.rowIs("web1", {.memory = 512});
   EXPECT_THAT(world.fortune.take(), IsEmpty());
-  world.unseenImages = {};
+  world.images.unseen = {};
   world.supervisor->imageIsKnown("web1");
   world.settle();
   EXPECT_EQ(world.config->vmConfig("web1")->memory(), 512U);
@@ -173,21 +173,21 @@ TEST_F(VmImageTest, IsJudgedBeforeEachStartAndNoMore) {
   world.rowIs("web1", on);
   world.rowIs("web1", {.memory = 512});
   world.advance(100);
-  ASSERT_EQ(world.imageQuestions.size(), 1U);
-  EXPECT_EQ(world.imageQuestions[0].vm, "web1");
-  EXPECT_EQ(world.imageQuestions[0].path, "/images/web.iso");
+  ASSERT_EQ(world.images.questions.size(), 1U);
+  EXPECT_EQ(world.images.questions[0].vm, "web1");
+  EXPECT_EQ(world.images.questions[0].path, "/images/web.iso");
   world.restartIs("web1", 1);
   world.end("web1");
-  EXPECT_EQ(world.imageQuestions.size(), 2U);
+  EXPECT_EQ(world.images.questions.size(), 2U);
 }
 
 TEST_F(VmImageTest, IsJudgedAsThatOfAGuestThatIsTakenUpOnlyThen) {
   world.supervisor->adoptableIs("web1", true);
   world.rowIs("web1", on);
-  EXPECT_TRUE(world.imageQuestions.back().takesUp);
+  EXPECT_TRUE(world.images.questions.back().takesUp);
   world.restartIs("web1", 1);
   world.end("web1");
-  EXPECT_FALSE(world.imageQuestions.back().takesUp);
+  EXPECT_FALSE(world.images.questions.back().takesUp);
 }
 
 TEST_F(VmImageTest, IsToldToTheStartWithItsFormat) {
@@ -198,7 +198,7 @@ TEST_F(VmImageTest, IsToldToTheStartWithItsFormat) {
 }
 
 TEST_F(VmImageTest, ThatIsOddIsSaidToBeSoWhileTheVmIsOn) {
-  world.imageNote = "it begins as another format does";
+  world.images.note = "it begins as another format does";
   world.rowIs("web1", on);
   EXPECT_EQ(world.problem("web1"), "format: it begins as another format does");
   world.rowIs("web1", off);
@@ -208,20 +208,20 @@ TEST_F(VmImageTest, ThatIsOddIsSaidToBeSoWhileTheVmIsOn) {
 TEST_F(VmImageTest, IsHeldUntilTheVmIsOffAndItsProcessIsGone) {
   world.rowIs("web1", on);
   world.end("web1");
-  EXPECT_TRUE(world.heldImages.contains("web1")) << "it is to be on, and may be restarted";
+  EXPECT_TRUE(world.images.held.contains("web1")) << "it is to be on, and may be restarted";
   world.restartIs("web1", 1);
   world.rowIs("web1", off);
-  EXPECT_TRUE(world.heldImages.contains("web1")) << "its process is there";
+  EXPECT_TRUE(world.images.held.contains("web1")) << "its process is there";
   world.end("web1");
-  EXPECT_FALSE(world.heldImages.contains("web1"));
+  EXPECT_FALSE(world.images.held.contains("web1"));
 }
 
 TEST_F(VmImageTest, IsHeldNoMoreByAVmThatIsGone) {
   world.rowIs("web1", on);
   world.rowDel("web1");
-  EXPECT_TRUE(world.heldImages.contains("web1"));
+  EXPECT_TRUE(world.images.held.contains("web1"));
   world.end("web1");
-  EXPECT_FALSE(world.heldImages.contains("web1"));
+  EXPECT_FALSE(world.images.held.contains("web1"));
 }
 
 // What is told of a guest that runs.
@@ -229,13 +229,13 @@ TEST_F(VmImageTest, IsHeldNoMoreByAVmThatIsGone) {
 TEST_F(VmImageTest, ThatIsToBeOpenedOtherwiseIsToldUntilItsGuestIsRestarted) {
   world.rowIs("web1", on);  // as qcow2
   EXPECT_EQ(world.problem("web1"), "");
-  world.imageFormats["web1"] = "raw";
+  world.images.formats["web1"] = "raw";
   world.supervisor->imageIsKnown("web1");
   world.advance(0);
   EXPECT_EQ(
       world.problem("web1"),
       "restart: format: changed since the guest was started; 'vmctl restart web1' applies it");
-  world.imageFormats["web1"] = "qcow2";
+  world.images.formats["web1"] = "qcow2";
   world.supervisor->imageIsKnown("web1");
   world.advance(0);
   EXPECT_EQ(world.problem("web1"), "");

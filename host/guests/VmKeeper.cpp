@@ -11,8 +11,9 @@
 
 namespace host {
 
-VmKeeper::VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone)
+VmKeeper::VmKeeper(const KeeperTools& tools, VmQueue& queue, rt::String name, uint64_t restartsDone)
     : tools_(tools),
+      queue_(queue),
       name_(std::move(name)),
       pacing_(restartsDone, tools.stopPatience),
       restart_(restartsDone),
@@ -25,7 +26,7 @@ VmKeeper::VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsD
 void VmKeeper::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::rowIs(const VmRow* row) {
@@ -38,49 +39,49 @@ void VmKeeper::rowIs(const VmRow* row) {
   if (!row || row->valid || mountedVm_ != vm_) wanted_ = row ? row->valid : nullptr;
   changed_ = true;
   pacing_.hurry();
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::restartIs(uint64_t number) {
   restart_ = number;
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::restartIsPast(uint64_t number) {
   restart_ = number;
   pacing_.restartsDoneIs(number);
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::givenUpIs(const rt::String& guest) {
   givenUp_ = guest;
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::guestProblemIs(const rt::String& problem) {
   guestProblem_ = problem;
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::survivorsIs(size_t count) {
   survivors_ = count;
   if (count == 0) unknown_.reset();
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::adoptableIs(bool adoptable) {
   adoptable_ = adoptable;
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::unknownIs(std::optional<UnknownGuest> guest) {
   unknown_ = std::move(guest);
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::imageIsKnown() {
   pacing_.again();
-  tools_.note(name_);
+  note();
 }
 
 rt::Seconds VmKeeper::wakeUp() const {
@@ -89,7 +90,7 @@ rt::Seconds VmKeeper::wakeUp() const {
 
 void VmKeeper::handleStatus() {
   tools_.cards.changed(name_);
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*change*/) {
@@ -97,11 +98,11 @@ void VmKeeper::handleMachine(const rt::Entity& machine, const rt::Change& /*chan
   const auto process = processOf(machine);
   if (!process || process_.notifier() == process) return;
   process_.notifierIs(process);
-  tools_.note(name_);
+  note();
 }
 
 void VmKeeper::handleProcess(const rt::Entity& process, const rt::Change& /*change*/) {
-  if (!isAlive(process)) tools_.note(name_);
+  if (!isAlive(process)) note();
 }
 
 bool VmKeeper::isDone() const { return !hasRow_ && !mounted_ && !hasProcess(); }
@@ -170,7 +171,7 @@ bool VmKeeper::step(rt::Seconds now) {
   if (mounted_) return apply(pacing_.next(facts(), now), now);
   // All others are mounted before the first is switched on: that may take long.
   mount();
-  tools_.note(name_);
+  note();
   return false;
 }
 
@@ -270,7 +271,7 @@ bool VmKeeper::wouldStart(Step step) const {
 
 ImageVerdict::Kind VmKeeper::judgeImage() {
   ImageVerdict verdict =
-      tools_.judgeImage({.vm = name_, .path = wanted_->diskImage(), .takesUp = adoptable_});
+      tools_.images.judge({.vm = name_, .path = wanted_->diskImage(), .takesUp = adoptable_});
   // What was found before holds until there is another answer.
   if (verdict.kind == ImageVerdict::Kind::awaited) return verdict.kind;
   image_ = std::move(verdict);
@@ -297,7 +298,8 @@ void VmKeeper::write(Step step) {
   if (step == Step::switchOn && takesUp_)
     thrown.run([&] {
       told_ = statedb::Origin();  // that of its own start
-      tools_.tookUp(name_);
+      (void)tools_.waiting.take(name_);
+      tools_.cards.tookUp(name_);
     });
   // What failed stays to be seen until a change went well; the rest of one that threw is none.
   const bool wentWell = facts().statusEnabled == mounted_->enabled() && !isRepeated_;
@@ -340,7 +342,7 @@ void VmKeeper::tellGuest() {
 std::optional<UnknownGuest> VmKeeper::unknownGuest() const {
   if (unknown_ || !isLost_ || !process_.notifier() || !wanted_) return unknown_;
   const int32_t pid = pidOf(*process_.notifier());
-  return UnknownGuest{pid, tools_.guestName(pid),
+  return UnknownGuest{pid, tools_.processes.nameOf(pid),
                       "config.db was replaced by one that does not have it"};
 }
 
@@ -370,7 +372,7 @@ void VmKeeper::showImage() {
   if (!isWanted) image_ = {};
   tools_.problems.problemIs(name_, ProblemSource::image, image_.problem);
   tools_.problems.problemIs(name_, ProblemSource::format, image_.note);
-  if (!isWanted && !hasProcess()) tools_.imageReleased(name_);
+  if (!isWanted && !hasProcess()) tools_.images.release(name_);
 }
 
 // A shim that was killed takes nothing back.
@@ -383,7 +385,7 @@ void VmKeeper::showGuestProblem() {
 bool VmKeeper::hasOtherFormat() const {
   if (!startedWith_ || !wanted_ || !hasProcess() || startedFormat_.empty()) return false;
   if (startedWith_->diskImage() != wanted_->diskImage()) return false;
-  const rt::String format = tools_.imageFormat(name_, wanted_->diskImage());
+  const rt::String format = tools_.images.format(name_, wanted_->diskImage());
   return !format.empty() && format != startedFormat_;
 }
 

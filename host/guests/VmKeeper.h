@@ -1,50 +1,17 @@
 // One configured VM, handed to the agent and held to what is asked for.
 #pragma once
 
-#include <functional>
 #include <optional>
 
-#include "host/base/HostStatus.h"
-#include "host/base/Problems.h"
-#include "host/base/TraceLog.h"
 #include "host/database/VmRows.h"
-#include "host/guests/ImageVerdict.h"
+#include "host/guests/KeeperTools.h"
 #include "host/guests/Pacing.h"
-#include "host/guests/Shims.h"
 #include "host/guests/UnknownGuest.h"
-#include "host/guests/VmCards.h"
-#include "host/guests/VmStart.h"
+#include "host/guests/VmQueue.h"
 #include "runtime/entity/Reactor.h"
 #include "runtime/records/VmStatus.h"
 
 namespace host {
-
-// What all keepers work with. Outlives them.
-struct KeeperTools {
-  rt::Ptr<const rt::Entity> agent;  // the root that the module's factory made
-  Vm::Config::Ptr config;
-  Vm::Status::PtrConst status;
-  HostStatus::Ptr hostStatus;
-  Problems& problems;
-  TraceLog& traces;
-  VmCards& cards;
-  Shims& shims;
-  // Whether the VM may be started with that disk image.
-  std::function<ImageVerdict(const ImageQuestion&)> judgeImage;
-  // What the VM's image of that path is opened as from the next start on; empty: it is not known.
-  std::function<rt::String(const rt::String& vm, const rt::String& path)> imageFormat;
-  // The VM is to be started with no image any more, and has no process.
-  std::function<void(const rt::String& vm)> imageReleased;
-  AroundStart& start;
-  std::function<rt::String(int32_t pid)> guestName;  // see UnknownGuest
-  // The VM's start has taken up the guest that an earlier daemon left. Its cards are attached anew
-  // when the agent's turn comes next.
-  std::function<void(const rt::String& vm)> tookUp;
-  // How long a guest may take to shut itself down; 0: nobody is asked.
-  rt::Seconds stopPatience;
-  // That VM's keeper has something to do.
-  std::function<void(const rt::String&)> note;
-};
 
 // Mounts the VM's record for the agent, switched off, and later switches it as Pacing says.
 //
@@ -60,8 +27,9 @@ struct KeeperTools {
 // Created by the supervisor with the VM's row, and dropped once row and process are gone.
 class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
  public:
-  // `restartsDone`: the number of the restart that was carried out last.
-  VmKeeper(const KeeperTools& tools, rt::String name, uint64_t restartsDone);
+  // `tools` and `queue`, where it notes that it has something to do, outlive it. `restartsDone`:
+  // the number of the restart that was carried out last.
+  VmKeeper(const KeeperTools& tools, VmQueue& queue, rt::String name, uint64_t restartsDone);
 
   const rt::String& name() const { return name_; }
 
@@ -94,6 +62,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
  private:
   void handleInitialized();
+  void note() { queue_.note(name_); }
   void handleStatus();
   void handleMachine(const rt::Entity& machine, const rt::Change& change);
   void handleProcess(const rt::Entity& process, const rt::Change& change);
@@ -125,6 +94,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void showRestartNeeded();
 
   const KeeperTools& tools_;
+  VmQueue& queue_;
   const rt::String name_;
   Pacing pacing_;
   uint64_t restart_ = 0;

@@ -116,6 +116,18 @@ TEST(VmEnd, RemovesTheSocketsThatItsShimLeft) {
   EXPECT_THAT(world.shims.deadSockets, ElementsAre("web2"));
 }
 
+TEST(VmTakeUp, EndsTheWaitOfTheGuestBeforeItsCardsAreSeenTo) {
+  SupervisorWorld world;
+  world.waiting.waits("web1", 1);
+  world.waiting.waits("web2", 2);
+  world.supervisor->adoptableIs("web1", true);
+  world.cards.takingUp = [&](const rt::String& vm) { EXPECT_FALSE(world.waiting.isWaiting(vm)); };
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1", "took up web1"));
+  EXPECT_FALSE(world.waiting.isWaiting("web1"));
+  EXPECT_TRUE(world.waiting.isWaiting("web2"));
+}
+
 TEST(VmTakeUp, IsToldJustAfterTheStartAndOnce) {
   SupervisorWorld world;
   world.supervisor->adoptableIs("web1", true);
@@ -421,14 +433,14 @@ TEST_F(VmFailureTest, IsNotTriedAgainOnceTheVmIsDisabled) {
 }
 
 TEST_F(VmFailureTest, OfAMissingImageIsAProblemAndWaitsForTheImage) {
-  world.missingImages = {"/images/web.iso"};
+  world.images.missing = {"/images/web.iso"};
   world.fortune.startFails = {"web1"};
   world.rowIs("web1", on);
   EXPECT_EQ(world.problem("web1"),
             "image: diskImage: '/images/web.iso' is refused: must be a file that is there");
   world.fortune.take();
   EXPECT_THAT(tries(60), IsEmpty()) << "the agent is not asked in vain";
-  world.missingImages = {};
+  world.images.missing = {};
   world.fortune.startFails = {};
   world.advance(60);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
@@ -436,7 +448,7 @@ TEST_F(VmFailureTest, OfAMissingImageIsAProblemAndWaitsForTheImage) {
 }
 
 TEST_F(VmFailureTest, OfAMissingImageIsNoneOfAVmThatIsOff) {
-  world.missingImages = {"/images/web.iso"};
+  world.images.missing = {"/images/web.iso"};
   world.fortune.startFails = {"web1"};
   world.rowIs("web1", on);
   world.rowIs("web1", off);
@@ -444,7 +456,7 @@ TEST_F(VmFailureTest, OfAMissingImageIsNoneOfAVmThatIsOff) {
 }
 
 TEST_F(VmFailureTest, OfAMissingImageEndsWithAnotherImage) {
-  world.missingImages = {"/images/web.iso"};
+  world.images.missing = {"/images/web.iso"};
   world.fortune.startFails = {"web1"};
   world.rowIs("web1", on);
   world.fortune.take();
@@ -455,7 +467,7 @@ TEST_F(VmFailureTest, OfAMissingImageEndsWithAnotherImage) {
 }
 
 TEST_F(VmFailureTest, HandsAChangeOverAlsoWhileTheImageIsMissing) {
-  world.missingImages = {"/images/web.iso"};
+  world.images.missing = {"/images/web.iso"};
   world.fortune.startFails = {"web1"};
   world.rowIs("web1", on);
   world.rowIs("web1", {.memory = 512});

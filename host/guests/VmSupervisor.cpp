@@ -15,7 +15,6 @@ VmSupervisor::VmSupervisor(KeeperTools tools, std::map<rt::String, uint64_t> res
 void VmSupervisor::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
-  tools_.note = [this](const rt::String& vm) { note(vm); };
 }
 
 VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
@@ -25,7 +24,8 @@ VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
   const auto asked = restarts_.find(vm);
   const uint64_t number = asked == restarts_.end() ? 0 : asked->second;
   // Of a VM that is seen for the first time, all that was asked is past.
-  found = rt::make<VmKeeper>(tools_, vm, known == restartsDone_.end() ? number : known->second);
+  found =
+      rt::make<VmKeeper>(tools_, queue_, vm, known == restartsDone_.end() ? number : known->second);
   found->restartIs(number);
   return *found;
 }
@@ -77,18 +77,12 @@ void VmSupervisor::imageIsKnown(const rt::String& vm) {
 bool VmSupervisor::pass() {
   // In turn, so that none starves that waits behind one with always more to do.
   for (size_t left = queue_.size(); left > 0; --left) {
-    const rt::String vm = queue_.front();
-    queue_.pop_front();
-    queued_.erase(vm);
+    const rt::String vm = queue_.next();
     if (!act(vm)) continue;
-    note(vm);
+    queue_.note(vm);
     break;
   }
-  return !queue_.empty();
-}
-
-void VmSupervisor::note(const rt::String& vm) {
-  if (queued_.insert(vm).second) queue_.push_back(vm);
+  return queue_.size() > 0;
 }
 
 bool VmSupervisor::act(const rt::String& vm) {
@@ -144,7 +138,7 @@ void VmSupervisor::handleClock() {
   while (!wakeUpOrder_.empty() && wakeUpOrder_.begin()->first <= now) {
     const auto due = wakeUpOrder_.extract(wakeUpOrder_.begin());
     wakeUps_.erase(due.value().second);
-    note(due.value().second);
+    queue_.note(due.value().second);
   }
   setClock();
 }

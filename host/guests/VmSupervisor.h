@@ -1,7 +1,6 @@
 // All configured VMs, held to what is asked for.
 #pragma once
 
-#include <deque>
 #include <map>
 #include <set>
 #include <utility>
@@ -49,7 +48,6 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   void handleInitialized();
   void handleClock();
   VmKeeper& keeper(const rt::String& vm);
-  void note(const rt::String& vm);
   bool act(const rt::String& vm);
   void fail(const rt::String& vm, const rt::String& failure);
   void drop(const rt::String& vm);
@@ -59,8 +57,7 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   KeeperTools tools_;
   std::map<rt::String, uint64_t> restartsDone_;
   std::map<rt::String, uint64_t> restarts_;  // asked for
-  std::deque<rt::String> queue_;             // those that have something to do
-  std::set<rt::String> queued_;              // the same
+  VmQueue queue_;
   std::map<rt::String, VmKeeper::Ptr> keepers_;
   std::map<rt::String, rt::String> failures_;  // what the last act threw
   std::map<rt::String, rt::Seconds> wakeUps_;

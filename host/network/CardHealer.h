@@ -45,6 +45,11 @@ class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
   void switchingOff(const rt::String& vm) override { tools_.janitor.switchingOff(vm); }
   void switchedOff(const rt::String& vm) override { tools_.janitor.switchedOff(vm); }
   void changed(const rt::String& vm) override;
+  void tookUp(const rt::String& /*vm*/) override { tools_.janitor.sweep(); }
+  void guestLeaves(const rt::String& vm, int32_t pid) override {
+    tools_.janitor.guestLeaves(vm, tapsHeldBy(pid));
+  }
+  void guestLeft(const rt::String& vm) override { tools_.janitor.guestLeft(vm); }
   // Something was heard of a device.
   void devicesChanged();
 

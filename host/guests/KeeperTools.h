@@ -1,0 +1,36 @@
+// What the VMs' keepers work with.
+#pragma once
+
+#include "host/base/HostStatus.h"
+#include "host/base/Problems.h"
+#include "host/base/TraceLog.h"
+#include "host/guests/GuestProcesses.h"
+#include "host/guests/ImageVerdict.h"
+#include "host/guests/Shims.h"
+#include "host/guests/VmCards.h"
+#include "host/guests/VmStart.h"
+#include "host/guests/WaitingGuests.h"
+#include "runtime/records/VmConfig.h"
+#include "runtime/records/VmStatus.h"
+
+namespace host {
+
+// All of it outlives the keepers.
+struct KeeperTools {
+  rt::Ptr<const rt::Entity> agent;  // the root that the module's factory made
+  Vm::Config::Ptr config;
+  Vm::Status::PtrConst status;
+  HostStatus::Ptr hostStatus;
+  Problems& problems;
+  TraceLog& traces;
+  VmCards& cards;
+  Shims& shims;
+  ImageJudge& images;
+  AroundStart& start;
+  const GuestProcesses& processes;
+  WaitingGuests& waiting;
+  // How long a guest may take to shut itself down; 0: nobody is asked.
+  rt::Seconds stopPatience;
+};
+
+}  // namespace host
