@@ -75,7 +75,7 @@ std::unique_ptr<Shims> shimsOf(const Options& options) {
 // what is not there is removed already.
 std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
   std::set<BridgeEntry> entries;
-  for (const auto& row : db.snapshot({"fdb"}).records) {
+  for (const auto& row : db.snapshot({model::table::fdb}).records) {
     const auto record = rt::make<model::FdbEntry>(row.key);
     const auto entry = bridgeEntryFromKey(row.key);
     if (!entry || !statedb::fill(*record, row.doc).empty() || record->bridge() != bridge) continue;
@@ -120,7 +120,7 @@ class Daemon::Parts {
   rt::ActivityManager manager_;
   const AgentRecords records_;
   const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
-  const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs("vmagentd");
+  const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs(model::daemonKey);
   Problems problems_{hostStatus_, timeOfDay};
   std::map<rt::String, uint64_t> restartsDone_;
   statedb::Cursor before_;  // how far the daemon before had come with the configuration
@@ -185,11 +185,11 @@ Daemon::Parts::~Parts() {
 // Which restarts were carried out, and of which configuration, is all of an earlier daemon's status
 // that counts.
 void Daemon::Parts::readStatusOfBefore() {
-  const auto before = rt::make<model::DaemonStatus>("vmagentd");
-  if (const auto record = db_.record("daemon", before->name()))
+  const auto before = rt::make<model::DaemonStatus>(model::daemonKey);
+  if (const auto record = db_.record(model::table::daemon, before->name()))
     if (statedb::fill(*before, record->doc).empty())
       before_ = {before->configStore(), before->configSequence(), before->configHistory()};
-  for (const auto& record : db_.snapshot({"vmProcess"}).records) {
+  for (const auto& record : db_.snapshot({model::table::vmProcess}).records) {
     const auto process = rt::make<model::VmProcess>(record.key);
     if (statedb::fill(*process, record.doc).empty())
       restartsDone_[record.key] = process->restarts();
@@ -205,15 +205,15 @@ void Daemon::Parts::startAgent() {
 void Daemon::Parts::startFeeds() {
   const rt::Clock::Ptr& clock = manager_.clock();
   heartbeat_ = rt::make<Heartbeat>(clock);
-  statusFeed_ =
-      rt::make<StatusFeed>(db_,
-                           std::vector<StatusFeed::Source>{{records_.status, "vmStatus"},
-                                                           {hostStatus_, "daemon"},
-                                                           {hostStatus_, "vmProcess"},
-                                                           {hostStatus_, "vmProblem"},
-                                                           {hostStatus_, "interfaceStatus"},
-                                                           {hostStatus_, "fdb"}},
-                           clock);
+  statusFeed_ = rt::make<StatusFeed>(
+      db_,
+      std::vector<StatusFeed::Source>{{records_.status, model::table::vmStatus},
+                                      {hostStatus_, model::table::daemon},
+                                      {hostStatus_, model::table::vmProcess},
+                                      {hostStatus_, model::table::vmProblem},
+                                      {hostStatus_, model::table::interfaceStatus},
+                                      {hostStatus_, model::table::fdb}},
+      clock);
   fdbStatus_ = rt::make<FdbStatus>(records_.bridging, hostStatus_);
   if (!options_.bridge.empty())
     bridgeFdb_ = rt::make<BridgeFdb>(options_.bridge, kernelBridges(), hostStatus_, records_.kernel,
@@ -293,7 +293,9 @@ void Daemon::Parts::startFeeds() {
               }},
       model::machineLimits(), before_);
   configFeed_ = rt::make<ConfigFeed>(
-      db_, std::vector<rt::String>{"interface", "vmImage", "vmIntent", "vmConfig"},
+      db_,
+      std::vector<rt::String>{model::table::interface, model::table::vmImage,
+                              model::table::vmIntent, model::table::vmConfig},
       [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); }, clock);
   endOrphans();
   guestProblems_ = shims_->followProblems([this](const rt::String& vm, const rt::String& problem) {
@@ -361,8 +363,9 @@ bool Daemon::Parts::isRemoved(const GuestProcess& guest) {
   const VmRow* const now = configuration_->rows().row(guest.vm);
   if (!row || (now && !now->isLost && now->origin == *row)) return false;
   bool removed = false;
-  const rt::String failure = failureOf(
-      [&] { removed = db_.store(statedb::Half::config).hasRemoved("vmConfig", guest.vm, *row); });
+  const rt::String failure = failureOf([&] {
+    removed = db_.store(statedb::Half::config).hasRemoved(model::table::vmConfig, guest.vm, *row);
+  });
   if (!failure.empty()) report("VM " + guest.vm + ": whether it was removed: " + failure);
   return removed;
 }

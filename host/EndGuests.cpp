@@ -43,7 +43,7 @@ std::set<rt::EthAddr> configuredAddresses(const Options& options) {
   std::set<rt::EthAddr> addresses;
   auto db = statedb::sqlite::openDb(
       {.stateDir = options.stateDir, .runDir = options.runDir, .isStatus = model::isStatus});
-  for (const auto& record : db.snapshot({"vmConfig"}).records) {
+  for (const auto& record : db.snapshot({model::table::vmConfig}).records) {
     const auto vm = rt::make<Vm::VmConfig>(record.key);
     if (!statedb::fill(*vm, record.doc).empty()) continue;
     for (const auto& [key, card] : vm->vnicConfigs()) addresses.insert(card->macAddr());

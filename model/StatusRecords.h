@@ -94,7 +94,7 @@ class VmProblem final : public rt::EntityOf<VmProblem> {
   uint64_t since() const { return since_; }  // seconds since 1970
   void sinceIs(uint64_t time) { assign<&VmProblem::since>(since_, time); }
 
-  // "config", "image", "qemu", "agent", "guest", "card", "restart" or "format".
+  // One of problemSources, see ProblemSource.h.
   const rt::String& source() const { return source_; }
   void sourceIs(const rt::String& source) { assign<&VmProblem::source>(source_, source); }
 

@@ -151,6 +151,13 @@ std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
   return problems;
 }
 
+void fillKnown(rt::Entity& entity, std::string_view json) {
+  const rt::Ptr<rt::Entity> scratch = entity.type().fresh(entity);
+  std::vector<rt::Problem> problems;
+  (void)readDocument(json, *scratch, problems);
+  copy(*scratch, entity);
+}
+
 void copy(const rt::Entity& from, rt::Entity& to, std::string_view switchAttribute) {
   rt::check(&from.type() == &to.type(), "a record is copied to one of its type");
   const rt::Ptr<rt::Entity> alive(&to);  // handlers may drop it

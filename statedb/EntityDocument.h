@@ -46,6 +46,10 @@ struct FillOptions {
 std::vector<rt::Problem> fill(rt::Entity& entity, std::string_view json,
                               const FillOptions& options = {});
 
+// Makes `entity` what the document says as far as it can be read: what cannot has its default, and
+// what is no field is passed over. For rows of a program that may be of another version.
+void fillKnown(rt::Entity& entity, std::string_view json);
+
 // Makes `to` equal `from`, which is of its type: as fill() does from a document.
 void copy(const rt::Entity& from, rt::Entity& to, std::string_view switchAttribute = {});
 

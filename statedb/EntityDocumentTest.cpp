@@ -221,5 +221,21 @@ TEST(EntityDocumentRoundTrip, IsExactForANewOneOfEachTypeOfRecord) {
   }
 }
 
+TEST(EntityDocument, OfAnotherVersionIsReadAsFarAsItIsKnown) {
+  const auto status = rt::make<Vm::VmStatus>("web1");
+  status->cmdStatusStrIs("of before");
+  fillKnown(*status, R"({"enabled":"maybe","state":"Running","mood":"good"})");
+  EXPECT_EQ(status->state(), "Running");
+  EXPECT_FALSE(status->enabled());
+  EXPECT_EQ(status->cmdStatusStr(), "");
+}
+
+TEST(EntityDocument, ThatIsNoneIsARecordOfDefaults) {
+  const auto status = rt::make<Vm::VmStatus>("web1");
+  status->stateIs("Running");
+  fillKnown(*status, "{");
+  EXPECT_EQ(status->state(), "");
+}
+
 }  // namespace
 }  // namespace statedb

@@ -5,6 +5,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Configuration.h"
 #include "model/ConfigIndex.h"
+#include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
 
@@ -92,13 +93,14 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
 }  // namespace
 
 void putVm(Context& context, statedb::Transaction& transaction, const Step& step) {
-  transaction.put("vmConfig", step.name, statedb::documentOf(*step.config));
-  (void)putImage(context, transaction, *step.config, step.image, step.imageBefore);
+  transaction.put(model::table::vmConfig, step.name, statedb::documentOf(*step.config));
+  (void)putImage(context, transaction, *step.config, step.image, *step.imageBefore);
 }
 
 rt::String formatOf(const Step& step) {
   if (!step.image.format.empty()) return step.image.format;
-  return step.imageBefore.diskImage == step.config->diskImage() ? step.imageBefore.format : "";
+  return step.imageBefore->diskImage() == step.config->diskImage() ? step.imageBefore->format()
+                                                                   : "";
 }
 
 rt::String changesText(const Step& step) {
@@ -119,7 +121,7 @@ Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& docume
   if (others == Others::prune)
     for (const auto& [name, row] : rows)
       if (steps.count(name) == 0)
-        steps[name] = {StepKind::remove, name, row.revision, nullptr, {}, {}, {}, false};
+        steps[name] = {.kind = StepKind::remove, .name = name, .revision = row.revision};
   Plan plan;
   plan.steps.reserve(steps.size());
   for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));

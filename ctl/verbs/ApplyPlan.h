@@ -19,8 +19,8 @@ struct Step {
   uint64_t revision = 0;     // of the row that this was planned on
   Vm::VmConfig::Ptr config;  // as it will be; null when it is removed
   ImageWish image;           // what is said of its disk image
-  VmImage imageBefore;
-  std::vector<rt::String> changes;  // such as "memory=512"
+  model::VmImage::Ptr imageBefore = rt::make<model::VmImage>("");  // never null
+  std::vector<rt::String> changes;                                 // such as "memory=512"
   bool needsRestart = false;
 };
 

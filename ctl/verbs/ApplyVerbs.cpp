@@ -6,6 +6,7 @@
 #include "ctl/verbs/ApplyPlan.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
+#include "model/Tables.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -40,9 +41,11 @@ bool isIdle(const Plan& plan) {
 statedb::Transaction transactionOf(Context& context, const Plan& plan) {
   statedb::Transaction transaction;
   for (const Step& step : plan.steps) {
-    transaction.guard("vmConfig", step.name, step.revision);
+    transaction.guard(model::table::vmConfig, step.name, step.revision);
     if (step.kind == StepKind::remove)
-      transaction.del("vmConfig", step.name).del("vmImage", step.name).del("vmIntent", step.name);
+      transaction.del(model::table::vmConfig, step.name)
+          .del(model::table::vmImage, step.name)
+          .del(model::table::vmIntent, step.name);
     else if (step.kind != StepKind::keep)
       putVm(context, transaction, step);
   }

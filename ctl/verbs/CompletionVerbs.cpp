@@ -2,6 +2,7 @@
 
 #include "ctl/verbs/Completion.h"
 #include "ctl/view/VmRows.h"
+#include "model/Tables.h"
 
 namespace ctl {
 
@@ -29,8 +30,8 @@ std::vector<rt::String> vmsOf(Context& context) {
 }
 
 std::vector<rt::String> interfacesOf(Context& context) {
-  std::vector<rt::String> keys = keysOf(context, "interface");
-  const std::vector<rt::String> known = keysOf(context, "interfaceStatus");
+  std::vector<rt::String> keys = keysOf(context, model::table::interface);
+  const std::vector<rt::String> known = keysOf(context, model::table::interfaceStatus);
   keys.insert(keys.end(), known.begin(), known.end());
   return keys;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "model/RestartNeeded.h"
+#include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
 
@@ -50,10 +51,11 @@ Configuration::Configuration(Context& context) : context_(context) { read(); }
 void Configuration::read() {
   rows_.clear();
   index_.emplace();
-  for (const statedb::Record& record : context_.db().snapshot({"vmConfig", "vmImage"}).records) {
-    if (record.table == "vmImage") {  // which comes after all vmConfig
+  for (const statedb::Record& record :
+       context_.db().snapshot({model::table::vmConfig, model::table::vmImage}).records) {
+    if (record.table == model::table::vmImage) {  // which comes after all vmConfig
       if (const auto row = rows_.find(record.key); row != rows_.end())
-        row->second.image = imageOf(record.doc);
+        row->second.image = imageOf(record);
       continue;
     }
     VmRow& row = rows_[record.key];
@@ -98,10 +100,10 @@ void Configuration::commit(Changed& changed, const VmRow& known, const rt::Strin
   const Vm::VmConfig& vm = *changed.after;
   const bool isNamedNow = !changed.before || changed.before->diskImage() != vm.diskImage();
   statedb::Transaction transaction;
-  transaction.guard("vmConfig", vm.name(), known.revision);
-  transaction.put("vmConfig", vm.name(), statedb::documentOf(vm));
+  transaction.guard(model::table::vmConfig, vm.name(), known.revision);
+  transaction.put(model::table::vmConfig, vm.name(), statedb::documentOf(vm));
   changed.formatBefore = known.imageFormat();
-  changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, known.image);
+  changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, *known.image);
   context_.db().commit(transaction);
   index_->vmIs(vm);
 }

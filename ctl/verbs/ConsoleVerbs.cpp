@@ -17,7 +17,7 @@ Refusal noGuest(const VmRow& row) {
 // Refuses when there is none, or may be none any more: what has its number then may be anybody's
 // terminal.
 rt::String ptyOf(Context& context, const VmRow& row) {
-  if (row.process.process != "running") throw noGuest(row);
+  if (row.process->process() != "running") throw noGuest(row);
   constexpr std::string_view prefix = "pty:";
   std::string_view path = row.status ? std::string_view(row.status->consolePtyPath()) : "";
   if (path.substr(0, prefix.size()) == prefix) path.remove_prefix(prefix.size());
@@ -50,7 +50,7 @@ rt::String socketOf(Context& context, const VmRow& row) {
 
 // The agent, who would know its pty, has nothing to do with it.
 ConsoleEnd join(Context& context, const VmRow& row) {
-  if (row.process.process == "none") throw noGuest(row);
+  if (row.process->process() == "none") throw noGuest(row);
   context.tell(row.name + ": this is its console; Ctrl-] leaves it");
   const rt::String socket = socketOf(context, row);
   return opened(row.name, [&] { return context.world().joinConsole(socket); });
@@ -69,7 +69,7 @@ ConsoleEnd use(Context& context, const VmRow& row) {
 }
 
 ConsoleEnd view(Context& context, const VmRow& row) {
-  if (row.process.process == "none") throw noGuest(row);
+  if (row.process->process() == "none") throw noGuest(row);
   const rt::String socket = socketOf(context, row);
   context.tell(row.name + ": this is its console, to look at only; Ctrl-] leaves it");
   return opened(row.name, [&] { return context.world().viewConsole(socket); });

@@ -4,6 +4,8 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/machine/Doctor.h"
+#include "ctl/view/VmRows.h"
+#include "model/Tables.h"
 
 namespace ctl {
 
@@ -36,7 +38,8 @@ Ink inkOf(Health health) {
 // Each half is opened, which finds damage and an old format, and read.
 Finding examineDatabase(Context& context) {
   try {
-    for (const char* table : {"vmConfig", "vmStatus"}) (void)context.db().snapshot({table});
+    for (const char* table : {model::table::vmConfig, model::table::vmStatus})
+      (void)context.db().snapshot({table});
   } catch (const statedb::Error& error) {
     // Its sentences are "what is wrong: the way out"; of what nobody foresaw there is none.
     const std::string_view sentence = error.what();
@@ -51,9 +54,8 @@ Finding examineDatabase(Context& context) {
 // Another file may have been mounted over the one that a daemon opened.
 bool isOfAnotherFile(Context& context) {
   try {
-    const auto record = context.status("daemon", "vmagentd");
-    const auto json = record ? JsonValue::parse(record->doc) : std::nullopt;
-    const rt::String store = json ? json->text("configStore").value_or("") : "";
+    const auto daemon = daemonStatus(context);
+    const rt::String store = daemon ? daemon->configStore() : rt::String();
     return !store.empty() &&
            store != context.db().store(statedb::Half::config).snapshot({}).cursor.storeId;
   } catch (const statedb::Error&) {

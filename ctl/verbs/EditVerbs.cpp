@@ -5,6 +5,7 @@
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/view/VmRows.h"
+#include "model/Tables.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -24,7 +25,7 @@ rt::String documentOf(Context& context, const VmRow& row) {
   rt::String config;
   if (row.config)
     config = statedb::documentOf(*row.config);
-  else if (const auto record = context.db().record("vmConfig", row.name))
+  else if (const auto record = context.db().record(model::table::vmConfig, row.name))
     config = record->doc;
   const rt::String format = row.imageFormat();
   const rt::String json = R"({"name":)" + quoted(row.name) + R"(,"config":)" + config +
@@ -114,7 +115,7 @@ class Edit {
     }
     try {
       statedb::Transaction transaction;
-      transaction.guard("vmConfig", row_.name, row_.revision);
+      transaction.guard(model::table::vmConfig, row_.name, row_.revision);
       putVm(context_, transaction, step);
       context_.db().commit(transaction);
     } catch (const statedb::ConflictError&) {

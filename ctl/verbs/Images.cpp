@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "model/DiskImage.h"
+#include "model/Tables.h"
 #include "model/VmImage.h"
 #include "statedb/EntityDocument.h"
 
@@ -24,21 +25,21 @@ std::optional<rt::Problem> problemOf(const Vm::VmConfig& vm, const model::ImageF
 }  // namespace
 
 rt::String putImage(Context& context, statedb::Transaction& transaction, const Vm::VmConfig& vm,
-                    const ImageWish& wish, const VmImage& known) {
+                    const ImageWish& wish, const model::VmImage& known) {
   rt::String format = wish.format;
   if (format.empty()) {
-    if (known.diskImage == vm.diskImage()) return known.format;
+    if (known.diskImage() == vm.diskImage()) return known.format();
     if (!wish.isNamedNow) return {};
     const auto detected = model::detectedFormat(context.imageFacts(vm.diskImage()));
     // What was said of another image is not to be found should that be named again.
-    if (!detected) transaction.del("vmImage", vm.name());
+    if (!detected) transaction.del(model::table::vmImage, vm.name());
     if (!detected) return {};
     format = guest::textOf(*detected);
   }
   const auto image = rt::make<model::VmImage>(vm.name());
   image->diskImageIs(vm.diskImage());
   image->formatIs(format);
-  transaction.put("vmImage", vm.name(), statedb::documentOf(*image));
+  transaction.put(model::table::vmImage, vm.name(), statedb::documentOf(*image));
   return format;
 }
 
@@ -59,7 +60,7 @@ void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& for
   if (!other.empty())
     complain(context, vm, "is opened as " + format + ", though it begins as " + other + " does");
   // A guest that runs is whom it is in use by.
-  if (facts.isInUse && !facts.isCd && vmNamed(context, vm.name()).process.process == "none")
+  if (facts.isInUse && !facts.isCd && vmNamed(context, vm.name()).process->process() == "none")
     complain(context, vm,
              "cannot be used now: the machine has it mounted, or made it part of something else");
 }

@@ -18,7 +18,7 @@ struct ImageWish {
 // told now the daemon fixes before the first start. `known`: the row before. Returns the format
 // that the image has then; empty: none yet.
 rt::String putImage(Context& context, statedb::Transaction& transaction, const Vm::VmConfig& vm,
-                    const ImageWish& wish, const VmImage& known);
+                    const ImageWish& wish, const model::VmImage& known);
 
 // Returns what is wrong with the VM's image now, such as "must be a file"; empty: it can be used,
 // as far as who asks can tell. `format`: what it is opened as, if that is fixed.

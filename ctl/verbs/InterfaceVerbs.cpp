@@ -6,10 +6,13 @@
 #include "ctl/line/Json.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/view/VmRows.h"
+#include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Problem.h"
 #include "runtime/base/Text.h"
+#include "runtime/records/Interface.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -17,27 +20,21 @@ namespace {
 
 constexpr size_t longestDevice = model::longestIntfName;
 
-struct InterfaceRow {
-  rt::String device;
-  bool isPresent = false;
-  rt::String problem;
-};
-using InterfaceRows = std::map<rt::String, InterfaceRow>;
+using InterfaceRows = std::map<rt::String, model::InterfaceStatus::Ptr>;
 
 // The daemon's word, and of what it has not seen yet the configuration's.
 InterfaceRows allInterfaces(Context& context) {
   InterfaceRows rows;
-  for (const auto& record : context.db().snapshot({"interface"}).records) {
-    const auto json = JsonValue::parse(record.doc);
-    rows[record.key].device = json ? json->text("deviceName").value_or("") : "";
+  for (const auto& record : context.db().snapshot({model::table::interface}).records) {
+    const auto wanted = rt::make<Interface::IntfStatus>(rt::IntfId(record.key));
+    statedb::fillKnown(*wanted, record.doc);
+    rows[record.key] = rt::make<model::InterfaceStatus>(record.key);
+    rows[record.key]->deviceNameIs(wanted->deviceName());
   }
-  for (const auto& record : context.status({"interfaceStatus"}).records) {
-    InterfaceRow& row = rows[record.key];
-    const auto json = JsonValue::parse(record.doc);
-    if (!json) continue;
-    row.device = json->text("deviceName").value_or(row.device);
-    row.isPresent = json->boolean("present").value_or(false);
-    row.problem = json->text("problem").value_or("");
+  for (const auto& record : context.status({model::table::interfaceStatus}).records) {
+    auto& row = rows[record.key];
+    row = rt::make<model::InterfaceStatus>(record.key);
+    statedb::fillKnown(*row, record.doc);
   }
   return rows;
 }
@@ -47,9 +44,9 @@ rt::String interfacesJson(const InterfaceRows& rows, bool isStale) {
   const char* separator = "";
   for (const auto& [id, row] : rows) {
     ((json += separator) += R"({"intfId":)") += quoted(id);
-    (json += R"(,"deviceName":)") += quoted(row.device);
-    (json += R"(,"present":)") += rt::toText(row.isPresent);
-    if (!row.problem.empty()) (json += R"(,"problem":)") += quoted(row.problem);
+    (json += R"(,"deviceName":)") += quoted(row->deviceName());
+    (json += R"(,"present":)") += rt::toText(row->present());
+    if (!row->problem().empty()) (json += R"(,"problem":)") += quoted(row->problem());
     json += '}';
     separator = ",";
   }
@@ -91,7 +88,7 @@ Exit listInterfaces(Context& context, const Arguments&) {
   } else {
     Table table({"INTERFACE", "DEVICE", "PRESENT", "PROBLEM"});
     for (const auto& [id, row] : rows)
-      table.row({id, row.device, row.isPresent ? "yes" : "no", {row.problem, Ink::bad}});
+      table.row({id, row->deviceName(), row->present() ? "yes" : "no", {row->problem(), Ink::bad}});
     context.print(table);
   }
   return Exit::done;
@@ -102,8 +99,10 @@ Exit setInterface(Context& context, const Arguments& arguments) {
   const auto device = arguments.value("device");
   if (!device) throw Refusal(Exit::usage, "'interface set' needs --device DEV");
   requireSound(id, *device);
+  const auto wanted = rt::make<Interface::IntfStatus>(rt::IntfId(id));
+  wanted->deviceNameIs(*device);
   context.db().commit(
-      statedb::Transaction().put("interface", id, R"({"deviceName":)" + quoted(*device) + "}"));
+      statedb::Transaction().put(model::table::interface, id, statedb::documentOf(*wanted)));
   context.tell(id + ": is device '" + *device + "' now");
   complainOfDelay(context);
   return Exit::done;
@@ -111,14 +110,14 @@ Exit setInterface(Context& context, const Arguments& arguments) {
 
 Exit unsetInterface(Context& context, const Arguments& arguments) {
   const rt::String& id = arguments.words().front();
-  const statedb::Snapshot snapshot = context.db().snapshot({"interface"});
+  const statedb::Snapshot snapshot = context.db().snapshot({model::table::interface});
   std::vector<std::string_view> ids;
   ids.reserve(snapshot.records.size());
   for (const auto& record : snapshot.records) ids.push_back(record.key);
   if (std::find(ids.begin(), ids.end(), std::string_view(id)) == ids.end())
     throw Refusal(Exit::noSuch,
                   id + ": no device is set for that interface" + rt::didYouMean(id, ids));
-  context.db().commit(statedb::Transaction().del("interface", id));
+  context.db().commit(statedb::Transaction().del(model::table::interface, id));
   context.tell(id + ": is the device of its own name now");
   complainOfDelay(context);
   return Exit::done;

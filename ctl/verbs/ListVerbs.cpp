@@ -20,7 +20,7 @@ void printVms(Context& context, const std::vector<VmRow>& rows, bool isStale) {
 // The socket that the guest's screen is on now; empty for none.
 rt::String screenOf(Context& context, const VmRow& row) {
   const rt::String path = guest::fileOf(context.directories().run, row.name, guest::screenSocket);
-  const bool isThere = row.process.pid != 0 &&
+  const bool isThere = row.process->pid() != 0 &&
                        context.world().machine.accessError(path, Machine::Access::exists) == 0;
   return isThere ? path : rt::String();
 }

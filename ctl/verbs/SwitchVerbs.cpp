@@ -7,7 +7,10 @@
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/verbs/Waiting.h"
+#include "model/Tables.h"
+#include "model/VmIntent.h"
 #include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -94,25 +97,26 @@ std::function<bool(const VmRow& row)> isLostSince(bool hadEnded) {
 }
 
 // The number that was asked for last.
-int64_t restartIn(const std::optional<statedb::Record>& intent) {
-  const auto json = intent ? JsonValue::parse(intent->doc) : std::nullopt;
-  return json ? json->number("restart").value_or(0) : 0;
+uint64_t restartIn(const std::optional<statedb::Record>& intent) {
+  const auto known = rt::make<model::VmIntent>("");
+  if (intent) statedb::fillKnown(*known, intent->doc);
+  return known->restart();
 }
 
 // The number that asks once more.
-int64_t askForRestart(Context& context, const rt::String& name) {
-  int64_t number = 0;
+uint64_t askForRestart(Context& context, const rt::String& name) {
+  uint64_t number = 0;
   retried([&] {
     const VmRow row = requiredVm(context, name);
     if (row.config && !row.config->enabled())
       throw Refusal(Exit::conflict,
                     name + ": is not enabled: 'vmctl enable " + name + "' starts it");
-    const auto intent = context.db().record("vmIntent", name);
-    number = std::max(restartIn(intent), row.process.restarts) + 1;
+    const auto intent = context.db().record(model::table::vmIntent, name);
+    number = std::max(restartIn(intent), row.process->restarts()) + 1;
     statedb::Transaction transaction;
-    transaction.guard("vmConfig", name, row.revision);
-    transaction.guard("vmIntent", name, intent ? intent->revision : 0);
-    transaction.put("vmIntent", name, R"({"restart":)" + rt::toText(number) + "}");
+    transaction.guard(model::table::vmConfig, name, row.revision);
+    transaction.guard(model::table::vmIntent, name, intent ? intent->revision : 0);
+    transaction.put(model::table::vmIntent, name, R"({"restart":)" + rt::toText(number) + "}");
     context.db().commit(transaction);
   });
   return number;
@@ -120,13 +124,14 @@ int64_t askForRestart(Context& context, const rt::String& name) {
 
 // There is no row to remove: the guest is named, and no other is meant.
 void giveUp(Context& context, const VmRow& row) {
-  const auto intent = context.db().record("vmIntent", row.name);
-  const rt::String restart = rt::toText(std::max(restartIn(intent), row.process.restarts));
+  const auto intent = context.db().record(model::table::vmIntent, row.name);
+  const rt::String restart = rt::toText(std::max(restartIn(intent), row.process->restarts()));
   statedb::Transaction transaction;
-  transaction.guard("vmConfig", row.name, 0);
-  transaction.guard("vmIntent", row.name, intent ? intent->revision : 0);
-  transaction.put("vmIntent", row.name,
-                  R"({"restart":)" + restart + R"(,"remove":)" + quoted(row.process.unknown) + "}");
+  transaction.guard(model::table::vmConfig, row.name, 0);
+  transaction.guard(model::table::vmIntent, row.name, intent ? intent->revision : 0);
+  transaction.put(
+      model::table::vmIntent, row.name,
+      R"({"restart":)" + restart + R"(,"remove":)" + quoted(row.process->unknown()) + "}");
   context.db().commit(transaction);
 }
 
@@ -149,8 +154,10 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
       throw Refusal(Exit::conflict, name + ": is enabled: 'vmctl disable " + name +
                                         "' first, or --force, which ends its guest");
     statedb::Transaction transaction;
-    transaction.guard("vmConfig", name, row.revision);
-    transaction.del("vmConfig", name).del("vmImage", name).del("vmIntent", name);
+    transaction.guard(model::table::vmConfig, name, row.revision);
+    transaction.del(model::table::vmConfig, name)
+        .del(model::table::vmImage, name)
+        .del(model::table::vmIntent, name);
     context.db().commit(transaction);
   });
   return row;
@@ -158,7 +165,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
 
 // Of an image that was removed the guest that runs has the last copy.
 void requireStart(Context& context, const VmRow& row) {
-  if (!row.config || !row.config->enabled() || row.process.process != "running") return;
+  if (!row.config || !row.config->enabled() || row.process->process() != "running") return;
   const rt::String trouble = troubleWithImage(context, *row.config, row.imageFormat());
   if (trouble.empty()) return;
   throw Refusal(Exit::conflict, row.name + ": the disk image '" + row.config->diskImage() +
@@ -205,7 +212,7 @@ Exit disableVms(Context& context, const Arguments& arguments) {
 }
 
 Exit restartVms(Context& context, const Arguments& arguments) {
-  std::map<rt::String, int64_t> numbers;
+  std::map<rt::String, uint64_t> numbers;
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
     const VmRow row = vmNamed(context, name);
@@ -216,7 +223,7 @@ Exit restartVms(Context& context, const Arguments& arguments) {
   };
   deed.goal = [&](const rt::String& name) {
     const auto isCarriedOut = [number = numbers[name]](const VmRow& row) {
-      return row.process.restarts >= number;
+      return row.process->restarts() >= number;
     };
     Goal goal{[=](const VmRow& row) { return isCarriedOut(row) && row.runs(); }};
     goal.isLost = [=](const VmRow& row) { return isCarriedOut(row) && row.hasEnded(); };
@@ -231,11 +238,11 @@ Exit removeVms(Context& context, const Arguments& arguments) {
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
     const VmRow row = remove(context, name, isForced);
-    return row.process.process == "none" ? "removed" : "removed; its guest is being ended";
+    return row.process->process() == "none" ? "removed" : "removed; its guest is being ended";
   };
   deed.goal = [](const rt::String&) {
-    return Goal{[](const VmRow& row) { return !row.status && row.process.process == "none"; }, true,
-                false};
+    return Goal{[](const VmRow& row) { return !row.status && row.process->process() == "none"; },
+                true, false};
   };
   deed.done = "removed, and no process is left";
   return carryOut(context, arguments, arguments.words(), deed);

@@ -30,7 +30,7 @@ struct Field {
 rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() : ""; }
 rt::String enabledOf(const VmRow& row) { return rt::toText(row.status && row.status->enabled()); }
 rt::String configEnabledOf(const VmRow& row) { return rt::toText(row.isEnabled()); }
-rt::String processOf(const VmRow& row) { return row.process.process; }
+rt::String processOf(const VmRow& row) { return row.process->process(); }
 
 constexpr Field fields[] = {{"state", {}, stateOf},
                             {"enabled", truthValues, enabledOf},
@@ -111,7 +111,7 @@ Exit waitForVm(Context& context, const Arguments& arguments) {
   const rt::String& name = arguments.words().front();
   const VmRow row = vmNamed(context, name);
   // One that was removed may still have a process to wait for.
-  if (!row.status && row.process.process == "none") (void)requiredVm(context, name);
+  if (!row.status && row.process->process() == "none") (void)requiredVm(context, name);
   const Goal goal = goalOf(conditions);
   if (goal.needsDaemon && !context.daemonRuns())
     throw Refusal(

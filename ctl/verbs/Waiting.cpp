@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "ctl/line/Json.h"
+#include "model/ProblemSource.h"
 #include "runtime/base/Text.h"
 
 namespace ctl {
@@ -39,10 +39,9 @@ void Waiter::silence() {
 
 // To be asked before the rest is read, which is no older then.
 bool Waiter::daemonHasHeard() {
-  const auto record = context_.status("daemon", "vmagentd");
-  const auto json = record ? JsonValue::parse(record->doc) : std::nullopt;
-  if (!json || json->text("configStore") != asked_.storeId) return false;
-  return json->number("configSequence").value_or(0) >= static_cast<int64_t>(asked_.sequence);
+  const auto daemon = daemonStatus(context_);
+  return daemon && daemon->configStore() == asked_.storeId &&
+         daemon->configSequence() >= asked_.sequence;
 }
 
 void Waiter::until(const rt::String& name, const Goal& goal) {
@@ -76,9 +75,10 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
 void Waiter::tellProblem(const VmRow& row) {
   // That a change waits for the next restart keeps nothing from happening, nor what a disk begins
   // as.
-  const bool isTrouble =
-      row.problem && row.problem->source != "restart" && row.problem->source != "format";
-  const rt::String problem = isTrouble ? row.problem->problem : "";
+  const bool isTrouble = row.problem &&
+                         row.problem->source() != textOf(model::ProblemSource::restart) &&
+                         row.problem->source() != textOf(model::ProblemSource::format);
+  const rt::String problem = isTrouble ? row.problem->problem() : "";
   if (!oldProblem_) oldProblem_ = problem;
   // It may be out of date: the daemon needs a moment to look again.
   const bool isOld = problem == *oldProblem_ && passed() < beat;
@@ -114,18 +114,18 @@ void Waiter::clearProgress() {
 Refusal Waiter::timedOut(const VmRow& row) const {
   rt::String sentence =
       row.name + ": timed out after " + rt::toText(patience_) + " s: " + whatIsSo(row);
-  if (row.problem) sentence += "; " + row.problem->problem;
+  if (row.problem) sentence += "; " + row.problem->problem();
   return {Exit::timedOut, sentence};
 }
 
 Refusal Waiter::lost(const VmRow& row) const {
-  const bool isTold = !row.problem || row.problem->problem == toldProblem_;
+  const bool isTold = !row.problem || row.problem->problem() == toldProblem_;
   return {Exit::failed, row.name + ": its guest has ended" +
-                            (isTold ? rt::String() : ": " + row.problem->problem)};
+                            (isTold ? rt::String() : ": " + row.problem->problem())};
 }
 
 rt::String whatIsSo(const VmRow& row) {
-  const rt::String process = "process is " + row.process.process;
+  const rt::String process = "process is " + row.process->process();
   if (!row.status) return "there is no status, " + process;
   const rt::String& state = row.status->state();
   return "enabled is " + rt::toText(row.status->enabled()) +

@@ -7,6 +7,7 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/view/VmView.h"
+#include "model/Tables.h"
 
 namespace ctl {
 
@@ -34,7 +35,7 @@ class Follower {
     }
     cursor_ = changes.cursor;
     for (const statedb::Change& change : changes.changes)
-      if (change.record.table.substr(0, 2) == "vm") names.insert(change.record.key);
+      if (model::isOfVms(change.record.table)) names.insert(change.record.key);
     return true;
   }
 
@@ -123,8 +124,8 @@ class Watch {
 
 Exit watchVms(Context& context, const Arguments&) {
   statedb::StateDb& db = context.db();
-  Follower config(db, "vmConfig");
-  Follower status(db, "vmStatus");
+  Follower config(db, model::table::vmConfig);
+  Follower status(db, model::table::vmStatus);
   const int bells[] = {config.bell(), status.bell()};
   bool wasStale = complainOfStaleness(context);
   Watch watch(context);

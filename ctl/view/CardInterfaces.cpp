@@ -1,17 +1,19 @@
 #include "ctl/view/CardInterfaces.h"
 
-#include "ctl/line/Json.h"
+#include "model/Tables.h"
 #include "runtime/base/NearName.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
 std::optional<std::set<rt::String>> presentInterfaces(Context& context) {
   if (!context.daemonRuns()) return std::nullopt;
-  const statedb::Snapshot told = context.status({"interfaceStatus"});
+  const statedb::Snapshot told = context.status({model::table::interfaceStatus});
   std::set<rt::String> present;
   for (const statedb::Record& record : told.records) {
-    const auto json = JsonValue::parse(record.doc);
-    if (json && json->boolean("present").value_or(false)) present.insert(record.key);
+    const auto interface = rt::make<model::InterfaceStatus>(record.key);
+    statedb::fillKnown(*interface, record.doc);
+    if (interface->present()) present.insert(record.key);
   }
   return present;
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ctl/line/Json.h"
+#include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "statedb/EntityDocument.h"
@@ -11,35 +11,25 @@ namespace ctl {
 
 namespace {
 
-VmProcess processOf(const rt::String& doc) {
-  VmProcess process;
-  const auto json = JsonValue::parse(doc);
-  if (!json) return process;
-  process.process = json->text("process").value_or(process.process);
-  process.pid = json->number("pid").value_or(0);
-  process.restarts = json->number("restarts").value_or(0);
-  process.unknown = json->text("unknown").value_or("");
-  return process;
-}
-
-std::optional<VmProblem> problemOf(const rt::String& doc) {
-  const auto json = JsonValue::parse(doc);
-  const auto problem = json ? json->text("problem") : std::nullopt;
-  if (!problem) return std::nullopt;
-  return VmProblem{*problem, json->number("since").value_or(0), json->text("source").value_or("")};
+// The daemon's own rows, which may be of another version's.
+template <class T>
+rt::Ptr<T> recordOf(const statedb::Record& row) {
+  auto record = rt::make<T>(row.key);
+  statedb::fillKnown(*record, row.doc);
+  return record;
 }
 
 // Adds a row of any table to what is known of its VM.
 void add(VmRow& row, const statedb::Record& record) {
-  if (record.table == "vmStatus") {
-    row.status = rt::make<Vm::VmStatus>(row.name);
-    (void)statedb::fill(*row.status, record.doc);  // the daemon's own; defaults if it is damaged
-  } else if (record.table == "vmProcess") {
-    row.process = processOf(record.doc);
-  } else if (record.table == "vmProblem") {
-    row.problem = problemOf(record.doc);
-  } else if (record.table == "vmImage") {
-    row.image = imageOf(record.doc);
+  if (record.table == model::table::vmStatus) {
+    row.status = recordOf<Vm::VmStatus>(record);
+  } else if (record.table == model::table::vmProcess) {
+    row.process = recordOf<model::VmProcess>(record);
+  } else if (record.table == model::table::vmProblem) {
+    row.problem = recordOf<model::VmProblem>(record);
+    if (row.problem->problem().empty()) row.problem = nullptr;
+  } else if (record.table == model::table::vmImage) {
+    row.image = imageOf(record);
   } else {
     configIs(row, record);
   }
@@ -57,7 +47,7 @@ VmRow* rowNamed(std::vector<VmRow>& rows, const rt::String& name) {
 void addUnconfigured(std::vector<VmRow>& rows, const std::vector<statedb::Record>& statuses) {
   std::vector<VmRow> others;
   for (const statedb::Record& record : statuses) {
-    if (record.table != "vmProcess" || rowNamed(rows, record.key)) continue;
+    if (record.table != model::table::vmProcess || rowNamed(rows, record.key)) continue;
     VmRow row;
     row.name = record.key;
     add(row, record);
@@ -76,10 +66,13 @@ std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json) {
                        {.switchAttribute = {}, .check = {}, .defaults = model::vmDefaults});
 }
 
-VmImage imageOf(const rt::String& doc) {
-  const auto json = JsonValue::parse(doc);
-  if (!json) return {};
-  return {json->text("diskImage").value_or(""), json->text("format").value_or("")};
+model::VmImage::Ptr imageOf(const statedb::Record& record) {
+  return recordOf<model::VmImage>(record);
+}
+
+model::DaemonStatus::Ptr daemonStatus(Context& context) {
+  const auto record = context.status(model::table::daemon, model::daemonKey);
+  return record ? recordOf<model::DaemonStatus>(*record) : nullptr;
 }
 
 void configIs(VmRow& row, const statedb::Record& record) {
@@ -90,11 +83,13 @@ void configIs(VmRow& row, const statedb::Record& record) {
 }
 
 std::vector<VmRow> allVms(Context& context) {
-  const statedb::Snapshot configs = context.db().snapshot({"vmConfig", "vmImage"});
-  const statedb::Snapshot statuses = context.status({"vmProblem", "vmProcess", "vmStatus"});
+  const statedb::Snapshot configs =
+      context.db().snapshot({model::table::vmConfig, model::table::vmImage});
+  const statedb::Snapshot statuses =
+      context.status({model::table::vmProblem, model::table::vmProcess, model::table::vmStatus});
   std::vector<VmRow> rows;
   for (const statedb::Record& record : configs.records) {  // vmConfig comes first
-    if (record.table == "vmConfig") rows.emplace_back().name = record.key;
+    if (record.table == model::table::vmConfig) rows.emplace_back().name = record.key;
     if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
   }
   addUnconfigured(rows, statuses.records);
@@ -107,9 +102,10 @@ VmRow vmNamed(Context& context, const rt::String& name) {
   VmRow row;
   row.name = name;
   if (name.empty()) return row;  // no key can be
-  for (const char* table : {"vmConfig", "vmImage"})
+  for (const char* table : {model::table::vmConfig, model::table::vmImage})
     if (const auto record = context.db().record(table, name)) add(row, *record);
-  for (const char* table : {"vmStatus", "vmProcess", "vmProblem"})
+  for (const char* table :
+       {model::table::vmStatus, model::table::vmProcess, model::table::vmProblem})
     if (const auto record = context.status(table, name)) add(row, *record);
   return row;
 }
@@ -118,7 +114,7 @@ VmRow requiredVm(Context& context, const rt::String& name) {
   VmRow row = vmNamed(context, name);
   if (row.exists()) return row;
   if (row.isUnknown()) throw unknownVm(name);
-  const statedb::Snapshot configs = context.db().snapshot({"vmConfig"});
+  const statedb::Snapshot configs = context.db().snapshot({model::table::vmConfig});
   std::vector<std::string_view> names;
   names.reserve(configs.records.size());
   for (const auto& record : configs.records) names.push_back(record.key);

@@ -6,30 +6,13 @@
 #include <vector>
 
 #include "ctl/line/Context.h"
+#include "model/StatusRecords.h"
+#include "model/VmImage.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 #include "runtime/records/VmStatus.h"
 
 namespace ctl {
-
-struct VmProcess {
-  rt::String process = "none";  // none, running or ending
-  int64_t pid = 0;
-  int64_t restarts = 0;
-  rt::String unknown;  // the guest's name, when its VM is in no configuration; else empty
-};
-
-struct VmProblem {
-  rt::String problem;
-  int64_t since = 0;  // seconds since 1970
-  rt::String source;
-};
-
-// A row of vmImage; without one, empty.
-struct VmImage {
-  rt::String diskImage;
-  rt::String format;
-};
 
 struct VmRow {
   rt::String name;
@@ -37,35 +20,38 @@ struct VmRow {
   Vm::VmConfig::Ptr config;             // null: there is none, or it cannot be read
   std::vector<rt::Problem> unreadable;  // why it cannot be read
   Vm::VmStatus::Ptr status;             // null: the agent has made none
-  VmProcess process;
-  std::optional<VmProblem> problem;
-  VmImage image;
+  // Never null: without a row, there is no process.
+  model::VmProcess::Ptr process = rt::make<model::VmProcess>("");
+  model::VmProblem::Ptr problem;  // null: there is none
+  // Never null: without a row, of no image.
+  model::VmImage::Ptr image = rt::make<model::VmImage>("");
 
   // What its disk image is opened as; empty: nobody has said yet.
   rt::String imageFormat() const {
-    return config && config->diskImage() == image.diskImage ? image.format : rt::String();
+    return config && config->diskImage() == image->diskImage() ? image->format() : rt::String();
   }
   bool exists() const { return revision != 0; }
   // In no configuration, and nobody is known to have removed it: its guest goes on.
-  bool isUnknown() const { return !exists() && !process.unknown.empty(); }
+  bool isUnknown() const { return !exists() && !process->unknown().empty(); }
   // It was removed, and its guest has not ended yet.
-  bool isLeaving() const { return !exists() && !isUnknown() && process.process != "none"; }
+  bool isLeaving() const { return !exists() && !isUnknown() && process->process() != "none"; }
   bool isEnabled() const { return config && config->enabled(); }
   // As it is when it was told to start and nothing is left to do.
   bool runs() const { return status && status->enabled() && status->state() == "Running"; }
   // Its guest has ended by itself, or could not be started: nothing happens until it is asked for.
   // (Its state alone says less: it is "Stopped" for a moment of each start, too.)
   bool hasEnded() const {
-    return status && status->enabled() && status->state() == "Stopped" && process.process == "none";
+    return status && status->enabled() && status->state() == "Stopped" &&
+           process->process() == "none";
   }
-  bool isOff() const { return !(status && status->enabled()) && process.process == "none"; }
+  bool isOff() const { return !(status && status->enabled()) && process->process() == "none"; }
 };
 
 // Makes the VM what a document says, or returns all that keeps it from being read.
 std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
-VmImage imageOf(const rt::String& doc);
+model::VmImage::Ptr imageOf(const statedb::Record& record);
 
 // All that are configured, that are unknown, and that are leaving, by name. Reads each table once.
 std::vector<VmRow> allVms(Context& context);
@@ -81,6 +67,9 @@ Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& na
 
 // Of an unknown one, for what only a configured one can be told to do.
 Refusal unknownVm(const rt::String& name);
+
+// What the daemon says of itself; null while it has said nothing.
+model::DaemonStatus::Ptr daemonStatus(Context& context);
 
 // A line for each row that cannot be read.
 void complainOfUnreadable(Context& context, const VmRow& row);

@@ -27,15 +27,15 @@ Ink inkOf(const VmRow& row) {
 rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() : ""; }
 
 rt::String problemOf(const VmRow& row) {
-  if (row.problem) return row.problem->problem;
+  if (row.problem) return row.problem->problem();
   return row.unreadable.empty() ? "" : row.unreadable.front().text();
 }
 
 // The process id, for who looks for the process; or that it is ending.
 rt::String processOf(const VmRow& row) {
-  const VmProcess& process = row.process;
-  if (process.process == "running") return rt::toText(process.pid);
-  return process.process == "none" ? "" : process.process;
+  const model::VmProcess& process = *row.process;
+  if (process.process() == "running") return rt::toText(process.pid());
+  return process.process() == "none" ? "" : process.process();
 }
 
 rt::String portOf(const Vm::VmConfig& vm) {
@@ -51,8 +51,8 @@ rt::String cardsOf(const Vm::VmConfig& vm) {
 }
 
 // "2024-11-20T20:28:43Z".
-rt::String timeText(int64_t since) {
-  const time_t seconds = since;
+rt::String timeText(uint64_t since) {
+  const auto seconds = static_cast<time_t>(since);
   tm parts{};
   char text[32] = "";
   if (gmtime_r(&seconds, &parts)) std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
@@ -77,7 +77,7 @@ rt::String displayOf(const VmRow& row, const rt::String& screen) {
   const uint32_t port = row.config->vncPort();
   if (!screen.empty()) return "VNC, " + screen;
   if (port == 0) return {};
-  return (row.process.pid == 0 ? "VNC, vncPort " : "VNC, port ") + rt::toText(port);
+  return (row.process->pid() == 0 ? "VNC, vncPort " : "VNC, port ") + rt::toText(port);
 }
 
 void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::String>>& present,
@@ -106,15 +106,11 @@ rt::String vmJson(const VmRow& row) {
   const rt::String format = row.imageFormat();
   (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
-  const VmProcess& process = row.process;
-  (json += R"(,"process":{"process":)") += quoted(process.process);
-  (json += R"(,"pid":)") += rt::toText(process.pid);
-  ((json += R"(,"restarts":)") += rt::toText(process.restarts)) += '}';
-  json += R"(,"problem":)";
-  if (!row.problem) return json += "null";
-  (json += R"({"problem":)") += quoted(row.problem->problem);
-  (json += R"(,"since":)") += rt::toText(row.problem->since);
-  return ((json += R"(,"source":)") += quoted(row.problem->source)) += '}';
+  const model::VmProcess& process = *row.process;
+  (json += R"(,"process":{"process":)") += quoted(process.process());
+  (json += R"(,"pid":)") += rt::toText(process.pid());
+  ((json += R"(,"restarts":)") += rt::toText(process.restarts())) += '}';
+  return (json += R"(,"problem":)") += row.problem ? statedb::documentOf(*row.problem) : "null";
 }
 
 Table vmTable(Format format) {
@@ -145,16 +141,16 @@ rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& p
   facts.add("Name:", row.name);
   facts.add("Enabled:", wantedOf(row));
   facts.add("State:", stateOf(row));
-  const VmProcess& process = row.process;
-  facts.add("Process:", process.pid == 0 ? process.process
-                                         : process.process + ", pid " + rt::toText(process.pid));
+  const model::VmProcess& process = *row.process;
+  const rt::String pid = process.pid() == 0 ? "" : ", pid " + rt::toText(process.pid());
+  facts.add("Process:", process.process() + pid);
   facts.add("Console:", row.status ? row.status->consolePtyPath() : "");
   if (row.config) addConfig(facts, row, present, screen);
   if (row.status && !row.status->cmdStatusStr().empty())
     facts.add("Monitor:", row.status->cmdStatusStr());
   if (row.problem) {
-    facts.add("Problem:", row.problem->problem);
-    facts.add("", "(" + row.problem->source + ", since " + timeText(row.problem->since) + ")");
+    facts.add("Problem:", row.problem->problem());
+    facts.add("", "(" + row.problem->source() + ", since " + timeText(row.problem->since()) + ")");
   } else {
     facts.add("Problem:", problemOf(row));
   }

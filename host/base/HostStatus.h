@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/StatusRecords.h"
+#include "model/Tables.h"
 
 namespace host {
 
@@ -51,12 +52,14 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
 
   static constexpr std::string_view typeName = "host::HostStatus";
   using Attributes = rt::AttributeTable<
-      rt::CollectionAttribute<"daemon", &HostStatus::daemon, &HostStatus::daemons>,
-      rt::CollectionAttribute<"vmProcess", &HostStatus::vmProcess, &HostStatus::vmProcesses>,
-      rt::CollectionAttribute<"vmProblem", &HostStatus::vmProblem, &HostStatus::vmProblems>,
-      rt::CollectionAttribute<"interfaceStatus", &HostStatus::interfaceStatus,
+      rt::CollectionAttribute<model::table::daemon, &HostStatus::daemon, &HostStatus::daemons>,
+      rt::CollectionAttribute<model::table::vmProcess, &HostStatus::vmProcess,
+                              &HostStatus::vmProcesses>,
+      rt::CollectionAttribute<model::table::vmProblem, &HostStatus::vmProblem,
+                              &HostStatus::vmProblems>,
+      rt::CollectionAttribute<model::table::interfaceStatus, &HostStatus::interfaceStatus,
                               &HostStatus::interfaceStatuses>,
-      rt::CollectionAttribute<"fdb", &HostStatus::fdb, &HostStatus::fdbEntries>>;
+      rt::CollectionAttribute<model::table::fdb, &HostStatus::fdb, &HostStatus::fdbEntries>>;
 
  private:
   Records<model::DaemonStatus> daemon_;

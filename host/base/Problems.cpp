@@ -13,12 +13,6 @@ constexpr size_t longestText = 1024;
 
 }  // namespace
 
-rt::String toText(ProblemSource source) {
-  constexpr std::array<const char*, problemSources> names = {
-      "config", "image", "qemu", "agent", "guest", "card", "restart", "format"};
-  return names[static_cast<size_t>(source)];
-}
-
 rt::String textOf(const std::vector<rt::Problem>& problems) {
   rt::String text;
   for (size_t i = 0; i < problems.size(); ++i) {
@@ -51,12 +45,12 @@ void Problems::vmDel(const rt::String& vm) {
 }
 
 void Problems::show(const rt::String& vm, const Entries& entries) {
-  for (size_t source = 0; source < problemSources; ++source) {
+  for (size_t source = 0; source < entries.size(); ++source) {
     if (entries[source].text.empty()) continue;
     const auto record = status_->vmProblemIs(vm);
     record->problemIs(entries[source].text);
     record->sinceIs(entries[source].since);
-    record->sourceIs(toText(static_cast<ProblemSource>(source)));
+    record->sourceIs(model::problemSources[source]);
     return;
   }
   status_->vmProblemDel(vm);

@@ -7,14 +7,12 @@
 #include <vector>
 
 #include "host/base/HostStatus.h"
+#include "model/ProblemSource.h"
 #include "runtime/base/Problem.h"
 
 namespace host {
 
-// In the order of weight: of several problems, the first is shown.
-enum class ProblemSource : uint8_t { config, image, qemu, agent, guest, card, restart, format };
-constexpr size_t problemSources = 8;
-rt::String toText(ProblemSource source);
+using model::ProblemSource;
 
 // All of them, on one line.
 rt::String textOf(const std::vector<rt::Problem>& problems);
@@ -34,7 +32,7 @@ class Problems {
     rt::String text;
     uint64_t since = 0;
   };
-  using Entries = std::array<Entry, problemSources>;
+  using Entries = std::array<Entry, model::problemSources.size()>;
 
   void show(const rt::String& vm, const Entries& entries);
 

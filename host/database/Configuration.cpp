@@ -2,6 +2,7 @@
 
 #include "host/base/Report.h"
 #include "host/database/Intents.h"
+#include "model/Tables.h"
 #include "runtime/base/FirstException.h"
 
 namespace host {
@@ -18,11 +19,11 @@ void Configuration::take(const std::vector<statedb::Change>& changes,
   std::set<rt::String> intents;
   rt::FirstException failures;
   for (const auto& change : changes) {
-    if (change.record.table == "interface") {
+    if (change.record.table == model::table::interface) {
       failures.run([&] { takeInterface(change); });
-    } else if (change.record.table == "vmImage") {
+    } else if (change.record.table == model::table::vmImage) {
       takeImage(change);
-    } else if (change.record.table == "vmIntent") {
+    } else if (change.record.table == model::table::vmIntent) {
       takeIntent(change, change.proof == Proof::comparison && !goesOn);
       intents.insert(change.record.key);
     } else {

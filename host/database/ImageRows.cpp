@@ -2,6 +2,7 @@
 
 #include "host/base/Problems.h"
 #include "host/base/Report.h"
+#include "model/Tables.h"
 #include "model/VmImage.h"
 #include "statedb/EntityDocument.h"
 
@@ -32,7 +33,8 @@ void ImageRows::rowIs(const rt::String& vm, const std::optional<statedb::Record>
   known.revision = row->revision;
   const auto image = rt::make<model::VmImage>(vm);
   const auto problems = statedb::fill(*image, row->doc, {.check = problemsOf});
-  if (!problems.empty()) known.problem = "vmImage: " + textOf(problems);
+  if (!problems.empty())
+    known.problem = rt::String(model::table::vmImage) + ": " + textOf(problems);
   known.path = image->diskImage();
   known.format = guest::imageFormatFrom(image->format());
   if (const auto own = own_.find(vm); own != own_.end() && own->second.path == known.path)
@@ -68,8 +70,8 @@ bool ImageRows::formatIs(const rt::String& vm, const rt::String& path, guest::Im
   if (own.isWritten) return true;
   try {
     db_.commit(statedb::Transaction()
-                   .guard("vmImage", vm, row == rows_.end() ? 0 : row->second.revision)
-                   .put("vmImage", vm, documentOf(vm, path, own.format)));
+                   .guard(model::table::vmImage, vm, row == rows_.end() ? 0 : row->second.revision)
+                   .put(model::table::vmImage, vm, documentOf(vm, path, own.format)));
     own.isWritten = true;
     trouble_ = {};
   } catch (const statedb::ConflictError&) {
