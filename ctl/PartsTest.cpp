@@ -11,6 +11,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/line/Table.h"
 #include "ctl/machine/OutputBuffer.h"
+#include "model/VmFields.h"
 
 namespace ctl {
 namespace {
@@ -132,16 +133,16 @@ TEST(Visible, IsTextWithoutControlCharactersOfAnyLength) {
 }
 
 TEST(Memory, IsReadInMebibytesWithAnyUnit) {
-  EXPECT_EQ(mebibytesOf("256"), 256U);
-  EXPECT_EQ(mebibytesOf("256M"), 256U);
-  EXPECT_EQ(mebibytesOf("2g"), 2048U);
-  EXPECT_EQ(mebibytesOf("2048K"), 2U);
-  EXPECT_EQ(mebibytesOf("1.5G"), 1536U);
-  EXPECT_EQ(mebibytesOf("0.25g"), 256U);
-  EXPECT_EQ(mebibytesOf("512.0"), 512U);
-  EXPECT_EQ(mebibytesOf("4294967296K"), 4194304U);
-  EXPECT_EQ(mebibytesOf("0"), 0U);
-  EXPECT_EQ(mebibytesOf("4294967295"), 4294967295U);
+  EXPECT_EQ(model::mebibytesOf("256"), 256U);
+  EXPECT_EQ(model::mebibytesOf("256M"), 256U);
+  EXPECT_EQ(model::mebibytesOf("2g"), 2048U);
+  EXPECT_EQ(model::mebibytesOf("2048K"), 2U);
+  EXPECT_EQ(model::mebibytesOf("1.5G"), 1536U);
+  EXPECT_EQ(model::mebibytesOf("0.25g"), 256U);
+  EXPECT_EQ(model::mebibytesOf("512.0"), 512U);
+  EXPECT_EQ(model::mebibytesOf("4294967296K"), 4194304U);
+  EXPECT_EQ(model::mebibytesOf("0"), 0U);
+  EXPECT_EQ(model::mebibytesOf("4294967295"), 4294967295U);
 }
 
 TEST(Memory, ThatIsNoNumberOfMebibytesIsRefused) {
@@ -165,7 +166,7 @@ TEST(Memory, ThatIsNoNumberOfMebibytesIsRefused) {
                            "17592186044416M",
                            "18446744073709551615G",
                            "99999999999999999999"})
-    EXPECT_EQ(mebibytesOf(text), std::nullopt) << text;
+    EXPECT_EQ(model::mebibytesOf(text), std::nullopt) << text;
 }
 
 TEST(NextKey, FollowsTheHighest) {

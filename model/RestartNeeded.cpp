@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "model/VmFields.h"
 #include "runtime/entity/Entity.h"
 
 namespace model {
@@ -24,6 +25,11 @@ bool isSame(const rt::Entity& a, const rt::Entity& b) {
                      [&](const auto& attribute) { return isSame(attribute, a, b); });
 }
 
+bool takesEffectAtOnce(const rt::AttributeInfo& attribute) {
+  const VmField* const field = vmFieldNamed(attribute.name);
+  return field && field->takesEffectAtOnce;
+}
+
 }  // namespace
 
 std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
@@ -31,7 +37,7 @@ std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
   std::vector<std::string_view> fields;
   if (&before == &after) return fields;
   for (const rt::AttributeInfo& attribute : before.type().attributes)
-    if (attribute.name != "enabled" && !isSame(attribute, before, after))
+    if (!takesEffectAtOnce(attribute) && !isSame(attribute, before, after))
       fields.push_back(attribute.name);
   return fields;
 }

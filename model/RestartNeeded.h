@@ -1,4 +1,5 @@
-// What of a VM's configuration takes effect at its guest's next start only: all but the switch.
+// What of a VM's configuration takes effect at its guest's next start only: all but the fields of
+// which VmFields.h says otherwise.
 //
 // The daemon and the command line ask here, so both say the same.
 #pragma once

@@ -9,6 +9,8 @@
 #include <map>
 
 #include "guest/VmFiles.h"
+#include "model/Tables.h"
+#include "model/VmFields.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -76,17 +78,25 @@ class Check {
 
   std::vector<rt::Problem> problems() && {
     add("name", vm_.name(), nameRight(vm_.name()));
-    add("diskImage", vm_.diskImage(), diskImageRight(vm_.diskImage()));
-    add("memory", rt::toText(vm_.memory()), memoryRight(vm_.memory(), limits_));
-    checkVncPort();
+    for (const VmField& field : vmFields()) {
+      if (field.isOfCard || field.table != table::vmConfig) continue;
+      const bool isWrong = check(vm_, field, {});
+      if (field.name == "vncPort" && !isWrong) checkPortsHolder();
+    }
     for (const auto& [key, card] : vm_.vnicConfigs()) checkCard(*card);
     return std::move(problems_);
   }
 
  private:
-  void checkVncPort() {
+  // Whether something is wrong with that field; `path` leads to its record.
+  bool check(const rt::Entity& record, const VmField& field, const rt::String& path) {
+    const rt::String value = valueOf(record, field);
+    return field.right && add(path + field.name, value, field.right(value, limits_));
+  }
+
+  void checkPortsHolder() {
     const uint32_t port = vm_.vncPort();
-    if (add("vncPort", rt::toText(port), vncPortRight(port)) || port == 0 || !vm_.enabled()) return;
+    if (port == 0 || !vm_.enabled()) return;
     if (const auto holder = others_.vmWithPort(port, vm_.name()))
       add("vncPort", rt::toText(port),
           "must be another port, or 0 for none: VM '" + *holder + "' is enabled and has it");
@@ -94,14 +104,15 @@ class Check {
 
   void checkCard(const Vm::VnicConfig& card) {
     const rt::String path = "vnicConfig." + card.key() + ".";
-    add(path + "model", card.model(), modelRight(card.model()));
-    checkMac(card, path + "macAddr");
-    add(path + "intfName", card.intfName(), intfNameRight(card.intfName()));
+    for (const VmField& field : vmFields()) {
+      if (!field.isOfCard) continue;
+      const bool isWrong = check(card, field, path);
+      if (field.name == "macAddr" && !isWrong) checkMacsHolder(card, path + field.name);
+    }
   }
 
-  void checkMac(const Vm::VnicConfig& card, const rt::String& path) {
+  void checkMacsHolder(const Vm::VnicConfig& card, const rt::String& path) {
     const rt::EthAddr& mac = card.macAddr();
-    if (add(path, mac.text(), macAddrRight(mac))) return;
     const auto [own, isFirst] = ownCards_.try_emplace(mac, card.key());
     if (!isFirst)
       add(path, mac.text(), "must be another address: card '" + own->second + "' has it");

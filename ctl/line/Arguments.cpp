@@ -4,6 +4,7 @@
 
 #include "ctl/line/Exit.h"
 #include "ctl/line/Json.h"
+#include "model/VmFields.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -13,11 +14,8 @@ namespace {
 
 constexpr double defaultTimeout = 60;  // seconds
 
-constexpr Option options[] = {
-    {"disk", 0, "FILE", "the disk image to boot"},
-    {"format", 0, "FORMAT", "what the disk image is, raw or qcow2; by default what it begins as"},
-    {"memory", 0, "SIZE", "in MiB, or with K, M or G behind it; 256 by default"},
-    {"vnc-port", 0, "PORT", "5900 to 5910, or 0 for no display, the default"},
+// Beside the fields of a VM, which come first.
+constexpr Option ownOptions[] = {
     {"nic", 0, "CARD", "a network card: [key=K,]model=M,mac=A,intf=I; may be repeated"},
     {"enabled", 0, "", "start it at once"},
     {"key", 0, "KEY", "the card's key; by default nic00, nic01, ... behind those there are"},
@@ -40,11 +38,20 @@ constexpr Option options[] = {
     {"version", 0, "", "tell the version"},
 };
 
+std::vector<Option> madeOptions() {
+  std::vector<Option> options;
+  for (const model::VmField& field : model::vmFields())
+    if (!field.isOfCard && !field.option.empty())
+      options.push_back({field.option, 0, field.optionValue, field.optionHelp});
+  options.insert(options.end(), std::begin(ownOptions), std::end(ownOptions));
+  return options;
+}
+
 const Option& longOption(std::string_view name) {
   if (const Option* const found = optionNamed(name)) return *found;
   std::vector<std::string_view> names;
-  names.reserve(std::size(options));
-  for (const Option& option : options) names.push_back(option.name);
+  names.reserve(allOptions().size());
+  for (const Option& option : allOptions()) names.push_back(option.name);
   const auto near = rt::nearName(name, names);
   if (name == "json" || name == "wide")
     throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) +
@@ -64,17 +71,21 @@ const Option& shortOption(char letter, std::span<const rt::String> words) {
 
 }  // namespace
 
-std::span<const Option> allOptions() { return options; }
+std::span<const Option> allOptions() {
+  static const std::vector<Option> options = madeOptions();
+  return options;
+}
 
 const Option* optionNamed(std::string_view name) {
-  const auto found = std::find_if(std::begin(options), std::end(options),
+  const auto options = allOptions();
+  const auto found = std::find_if(options.begin(), options.end(),
                                   [&](const Option& option) { return option.name == name; });
-  return found == std::end(options) ? nullptr : found;
+  return found == options.end() ? nullptr : &*found;
 }
 
 const Option* optionOfLetter(char letter, std::span<const rt::String> words) {
   const Option* found = nullptr;
-  for (const Option& option : options) {
+  for (const Option& option : allOptions()) {
     if (option.letter != letter || letter == 0) continue;
     if (option.verb.empty())
       found = &option;

@@ -1,15 +1,12 @@
 #include "ctl/line/Fields.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <limits>
 #include <map>
 #include <set>
-#include <span>
 
 #include "ctl/line/Exit.h"
-#include "model/VmConfigCheck.h"
+#include "model/Tables.h"
+#include "model/VmFields.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -18,34 +15,51 @@ namespace ctl {
 namespace {
 
 constexpr std::string_view cardsPrefix = "vnicConfig.";
-constexpr std::array<std::string_view, 6> vmFields{"enabled", "diskImage", "format",
-                                                   "memory",  "vncPort",   "vnicConfig.KEY.FIELD"};
-constexpr std::array<std::string_view, 3> cardFields{"model", "macAddr", "intfName"};
-constexpr std::array<std::string_view, 4> cardParts{"key", "model", "mac", "intf"};
+using Names = std::vector<std::string_view>;
 
-constexpr const char* memoryRight =
-    "must be a number of mebibytes, or one with K, M or G behind it that makes whole mebibytes";
 constexpr const char* cardRight =
     "must be [key=K,]model=M,mac=A,intf=I, such as "
     "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100";
-constexpr const char* macRight = "must be a MAC address, such as 52:54:00:12:34:56";
-constexpr const char* portRight = "must be 5900 to 5910, or 0 for no display";
 
-rt::String listed(std::span<const std::string_view> names) {
+Names vmFieldNames() {
+  Names names;
+  for (const model::VmField& field : model::vmFields())
+    if (!field.isOfCard) names.push_back(field.name);
+  names.push_back("vnicConfig.KEY.FIELD");
+  return names;
+}
+
+Names cardFieldNames() {
+  Names names;
+  for (const model::VmField& field : model::vmFields())
+    if (field.isOfCard) names.push_back(field.name);
+  return names;
+}
+
+// What --nic takes.
+Names cardParts() {
+  Names names{"key"};
+  for (const model::VmField& field : model::vmFields())
+    if (field.isOfCard && !field.option.empty()) names.push_back(field.option);
+  return names;
+}
+
+// "a, b, c", or with another word before the last.
+rt::String listed(const Names& names, const char* last = ", ") {
   rt::String text;
-  for (const std::string_view name : names) (text += text.empty() ? "" : ", ") += name;
+  for (const std::string_view& name : names)
+    ((text += text.empty() ? "" : &name == &names.back() ? last : ", ")) += name;
   return text;
 }
 
 // "there is no field 'memroy'; did you mean 'memory'?", or with a list of those there are.
-Refusal unknown(const rt::String& what, const rt::String& name,
-                std::span<const std::string_view> names) {
+Refusal unknown(const rt::String& what, const rt::String& name, const Names& names) {
   const rt::String near = rt::didYouMean(name, names);
   return {Exit::usage, "there is no " + what + " '" + name + "'" +
                            (near.empty() ? rt::String("; there are ") + listed(names) : near)};
 }
 
-bool has(std::span<const std::string_view> names, std::string_view name) {
+bool has(const Names& names, std::string_view name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
@@ -61,7 +75,8 @@ CardField cardFieldOf(const rt::String& path) {
   if (dot == std::string_view::npos || dot == 0)
     throw Refusal(Exit::usage, "'" + path + "' names no card's field: write vnicConfig.KEY.FIELD");
   CardField field{rest.substr(0, dot), rest.substr(dot + 1)};
-  if (!has(cardFields, field.field)) throw unknown("field of a card", field.field, cardFields);
+  if (!model::cardFieldNamed(field.field))
+    throw unknown("field of a card", field.field, cardFieldNames());
   return field;
 }
 
@@ -69,52 +84,39 @@ bool isCardField(std::string_view path) {
   return path.substr(0, cardsPrefix.size()) == cardsPrefix;
 }
 
-// Sets a card's field; false: the value is none.
-bool cardIs(Vm::VnicConfig& card, std::string_view field, const rt::String& value) {
-  if (field == "model") {
-    card.modelIs(value);
-  } else if (field == "intfName") {
-    card.intfNameIs(value);
-  } else {
-    const auto mac = rt::EthAddr::fromText(value);
-    if (!mac) return false;
-    card.macAddrIs(*mac);
-  }
-  return true;
-}
-
 Refusal unknownField(const rt::String& field) {
   const rt::String last = std::string_view(field).substr(field.str().rfind('.') + 1);
-  if (last == field || !has(cardFields, last)) return unknown("field", field, vmFields);
+  if (last == field || !model::cardFieldNamed(last)) return unknown("field", field, vmFieldNames());
   return {Exit::usage,
           "there is no field '" + field + "'; did you mean '" + cardsPrefix + field + "'?"};
 }
 
-// Sets a field of the VM itself; returns what would do when the value does not.
-const char* scalarIs(Vm::VmConfig& vm, const Assignment& assignment) {
-  const rt::String& value = assignment.value;
-  if (assignment.field == "enabled") {
-    const auto enabled = rt::fromText<bool>(value);
-    if (!enabled) return "must be true or false";
-    vm.enabledIs(*enabled);
-  } else if (assignment.field == "memory") {
-    const auto memory = mebibytesOf(value);
-    if (!memory) return memoryRight;
-    vm.memoryIs(*memory);
-  } else if (assignment.field == "vncPort") {
-    const auto port = rt::fromText<uint32_t>(value);
-    if (!port) return portRight;
-    vm.vncPortIs(*port);
-  } else if (assignment.field == "diskImage") {
-    vm.diskImageIs(value);
-  } else {
-    throw unknownField(assignment.field);
-  }
-  return nullptr;
+using Problems = std::vector<rt::Problem>;
+
+// Sets a field of the VM itself.
+void assign(const VmRecords& records, const Assignment& assignment,
+            const model::MachineLimits& limits, Problems& problems) {
+  const model::VmField* const field = model::vmFieldNamed(assignment.field);
+  if (!field) throw unknownField(assignment.field);
+  const bool isOfConfig = field->table == model::table::vmConfig;
+  rt::Entity& record = isOfConfig ? static_cast<rt::Entity&>(records.vm) : records.image;
+  if (!model::valueIs(record, *field, assignment.value))
+    return problems.push_back({assignment.field, assignment.value, field->form});
+  if (isOfConfig || !field->right) return;
+  if (const auto right = field->right(model::valueOf(record, *field), limits))
+    problems.push_back({assignment.field, assignment.value, *right});
 }
 
-std::vector<std::string_view> keysOf(const Vm::VmConfig& vm) {
-  std::vector<std::string_view> keys;
+// Sets a field of a card; `path` is what it is called.
+void assign(Vm::VnicConfig& card, const Assignment& assignment, const rt::String& path,
+            Problems& problems) {
+  const model::VmField& field = *model::cardFieldNamed(assignment.field);
+  if (!model::valueIs(card, field, assignment.value))
+    problems.push_back({path, assignment.value, field.form});
+}
+
+Names keysOf(const Vm::VmConfig& vm) {
+  Names keys;
   keys.reserve(vm.vnicConfigs().size());
   for (const auto& [key, card] : vm.vnicConfigs()) keys.emplace_back(key);
   return keys;
@@ -143,43 +145,29 @@ Assignment assignmentOf(const rt::String& word, const char* example) {
   return {word.substr(0, equals), word.substr(equals + 1)};
 }
 
-void assign(Vm::VmConfig& vm, const std::vector<Assignment>& assignments,
-            std::vector<rt::Problem>& problems) {
-  const std::vector<std::string_view> keys = keysOf(vm);
+void assign(const VmRecords& records, const std::vector<Assignment>& assignments,
+            const model::MachineLimits& limits, Problems& problems) {
+  Vm::VmConfig& vm = records.vm;
+  const Names keys = keysOf(vm);
+  const Names cardFields = cardFieldNames();
   for (const auto& [key, fields] : newCardsOf(vm, assignments))
     if (fields.size() < cardFields.size())
       throw Refusal(Exit::noSuch, vm.name() + ": there is no card '" + key + "'" +
-                                      rt::didYouMean(key, keys) +
-                                      "; a new one needs model, macAddr and intfName");
+                                      rt::didYouMean(key, keys) + "; a new one needs " +
+                                      listed(cardFields, " and "));
   for (const Assignment& assignment : assignments) {
     if (isCardField(assignment.field)) {
       const CardField field = cardFieldOf(assignment.field);
-      if (!cardIs(*vm.vnicConfigIs(field.key), field.field, assignment.value))
-        problems.push_back({assignment.field, assignment.value, macRight});
-    } else if (const char* const right = scalarIs(vm, assignment)) {
-      problems.push_back({assignment.field, assignment.value, right});
+      assign(*vm.vnicConfigIs(field.key), {field.field, assignment.value}, assignment.field,
+             problems);
+    } else {
+      assign(records, assignment, limits, problems);
     }
   }
 }
 
-std::optional<uint32_t> mebibytesOf(std::string_view text) {
-  constexpr double kibi = 1024;
-  const std::string_view letters = "KkMmGg";
-  const size_t letter = text.empty() ? std::string_view::npos : letters.find(text.back());
-  if (letter != std::string_view::npos) text.remove_suffix(1);
-  const double unit = letter < 2 ? 1 / kibi : letter == 4 || letter == 5 ? kibi : 1;  // mebibytes
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  if (text.empty() || !isDigit(text.front()) || !isDigit(text.back())) return std::nullopt;
-  if (text.find_first_not_of("0123456789.") != std::string_view::npos) return std::nullopt;
-  const auto number = rt::numberFromText<double>(text);
-  if (!number) return std::nullopt;
-  const double mebibytes = *number * unit;  // exact, where it is whole
-  if (mebibytes != std::floor(mebibytes) || mebibytes > std::numeric_limits<uint32_t>::max())
-    return std::nullopt;
-  return static_cast<uint32_t>(mebibytes);
-}
-
 Card cardOf(const rt::String& text) {
+  const Names names = cardParts();
   std::map<rt::String, rt::String> parts;
   const std::string_view all = text;
   for (size_t begin = 0; begin <= all.size();) {
@@ -188,19 +176,25 @@ Card cardOf(const rt::String& text) {
     if (word.str().find('=') == std::string::npos)
       throw Refusal(Exit::usage, "card '" + text + "' is refused: " + cardRight);
     const Assignment part = assignmentOf(word, "model=e1000");
-    if (!has(cardParts, part.field)) throw unknown("part of a card", part.field, cardParts);
+    if (!has(names, part.field)) throw unknown("part of a card", part.field, names);
     if (!parts.emplace(part.field, part.value).second)
       throw Refusal(Exit::usage,
                     "card '" + text + "' is refused: '" + part.field + "' must be there once");
     begin = comma + 1;
   }
-  for (const char* needed : {"model", "mac", "intf"})
-    if (parts.count(needed) == 0)
+  const bool hasKey = parts.count("key") != 0;
+  Card card{parts["key"], {}};
+  for (const model::VmField& field : model::vmFields()) {
+    if (!field.isOfCard || field.option.empty()) continue;
+    const auto part = parts.find(field.option);
+    if (part == parts.end())
       throw Refusal(Exit::usage,
-                    "card '" + text + "' is refused: must have " + rt::String(needed) + "=...");
-  if (parts.count("key") != 0 && parts["key"].empty())
+                    "card '" + text + "' is refused: must have " + field.option + "=...");
+    card.fields.push_back({field.name, part->second});
+  }
+  if (hasKey && card.key.empty())
     throw Refusal(Exit::usage, "card '" + text + "' is refused: its key must not be empty");
-  return {parts["key"], parts["model"], parts["mac"], parts["intf"]};
+  return card;
 }
 
 rt::String nextKey(const Vm::VmConfig& vm) {
@@ -220,16 +214,14 @@ rt::String nextKey(const Vm::VmConfig& vm) {
   return key;
 }
 
-rt::String addCard(Vm::VmConfig& vm, const Card& card, std::vector<rt::Problem>& problems) {
+rt::String addCard(Vm::VmConfig& vm, const Card& card, Problems& problems) {
   rt::String key = card.key.empty() ? nextKey(vm) : card.key;
   if (vm.vnicConfigHas(key))
     throw Refusal(Exit::conflict, vm.name() + ": there is a card '" + key +
                                       "' already: change it with 'vmctl set', or name another key");
   Vm::VnicConfig& added = *vm.vnicConfigIs(key);
-  added.modelIs(card.model);
-  added.intfNameIs(card.intf);
-  if (!cardIs(added, "macAddr", card.mac))
-    problems.push_back({cardsPrefix + key + ".macAddr", card.mac, macRight});
+  for (const Assignment& field : card.fields)
+    assign(added, field, cardsPrefix + key + "." + field.field, problems);
   return key;
 }
 

@@ -4,11 +4,11 @@
 // no value of its field is added to the problems, with what would do.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string_view>
 #include <vector>
 
+#include "model/VmConfigCheck.h"
+#include "model/VmImage.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 
@@ -21,21 +21,23 @@ struct Assignment {
 };
 Assignment assignmentOf(const rt::String& word, const char* example);
 
-// All of them or, where there are problems, those that have none. A field is "enabled",
-// "diskImage", "memory", "vncPort" or "vnicConfig.KEY.FIELD". A card that is not there is made when
-// it is given all its fields.
-void assign(Vm::VmConfig& vm, const std::vector<Assignment>& assignments,
-            std::vector<rt::Problem>& problems);
+// The records that one VM's fields stand in.
+struct VmRecords {
+  Vm::VmConfig& vm;
+  model::VmImage& image;  // of `format` alone: which image it is of is not said here
+};
 
-// "256", "512M", "1.5G" or "1048576K"; nothing when that is no whole number of mebibytes.
-std::optional<uint32_t> mebibytesOf(std::string_view text);
+// All of them or, where there are problems, those that have none. A field is one of
+// model::vmFields(), of a card as "vnicConfig.KEY.FIELD". A card that is not there is made when it
+// is given all its fields. Of vmConfig only what cannot be read is a problem here; the rest is the
+// check's of the whole VM.
+void assign(const VmRecords& records, const std::vector<Assignment>& assignments,
+            const model::MachineLimits& limits, std::vector<rt::Problem>& problems);
 
 // "[key=K,]model=M,mac=A,intf=I".
 struct Card {
-  rt::String key;  // empty: the next one
-  rt::String model;
-  rt::String mac;
-  rt::String intf;
+  rt::String key;                  // empty: the next one
+  std::vector<Assignment> fields;  // all of them
 };
 Card cardOf(const rt::String& text);
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "ctl/verbs/Verbs.h"
-#include "model/VmConfigCheck.h"
+#include "model/VmFields.h"
 
 namespace ctl {
 
@@ -84,22 +84,34 @@ Words optionWords(const Verb* verb) {
   return found;
 }
 
+// The values to choose among; none where there are too many.
+Words choicesOf(const model::VmField& field) {
+  Words found;
+  if (field.values)
+    for (const std::string_view value : field.values()) found.emplace_back(value);
+  return found;
+}
+
 Words optionValues(const Verb* verb, const Option& option) {
   if (option.name == "output" && verb) return stringsOf(verb->formats);
   if (option.name == "for") return stringsOf(waitValues);
-  if (option.name == "format") return {"raw", "qcow2"};
+  for (const model::VmField& field : model::vmFields())
+    if (!field.isOfCard && field.option == option.name) return choicesOf(field);
   return {};
 }
 
+void addField(Words& found, const rt::String& path, const model::VmField& field) {
+  if (!field.values) found.push_back(path + field.name + "=");
+  for (const rt::String& value : choicesOf(field)) found.push_back(path + field.name + "=" + value);
+}
+
 Words fieldWords(const Words& cards) {
-  Words found{"enabled=true", "enabled=false", "diskImage=", "format=raw",
-              "format=qcow2", "memory=",       "vncPort="};
-  for (const rt::String& key : cards) {
-    const rt::String card = "vnicConfig." + key + ".";
-    for (const std::string_view model : model::nicModels())
-      found.push_back(card + "model=" + rt::String(model));
-    found.push_back(card + "macAddr=");
-    found.push_back(card + "intfName=");
+  Words found;
+  for (const model::VmField& field : model::vmFields()) {
+    if (field.isOfCard)
+      for (const rt::String& key : cards) addField(found, "vnicConfig." + key + ".", field);
+    else
+      addField(found, {}, field);
   }
   return found;
 }

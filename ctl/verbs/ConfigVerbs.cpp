@@ -4,7 +4,7 @@
 #include "ctl/verbs/Configuration.h"
 #include "ctl/view/CardInterfaces.h"
 #include "model/VmConfigCheck.h"
-#include "model/VmImage.h"
+#include "model/VmFields.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -27,9 +27,20 @@ rt::String fromHere(Context& context, const rt::String& path) {
   return (here == "/" ? here : here + "/") + path;
 }
 
-void checkFormat(const rt::String& format, std::vector<rt::Problem>& problems) {
-  if (const auto right = model::imageFormatRight(format))
-    problems.push_back({"format", format, *right});
+// A path as it is meant; any other value as it is.
+rt::String meant(Context& context, const model::VmField& field, const rt::String& value) {
+  return field.kind == model::VmField::Kind::path ? fromHere(context, value) : value;
+}
+
+// What the options of 'add' say of the VM itself.
+std::vector<Assignment> fieldsOf(Context& context, const Arguments& arguments) {
+  std::vector<Assignment> fields{{"enabled", arguments.has("enabled") ? "true" : "false"}};
+  for (const model::VmField& field : model::vmFields()) {
+    if (field.isOfCard || field.option.empty()) continue;
+    if (const auto value = arguments.value(field.option))
+      fields.push_back({field.name, meant(context, field, *value)});
+  }
+  return fields;
 }
 
 void tellChanged(Context& context, const Changed& changed) {
@@ -64,24 +75,18 @@ void complainOfDelay(Context& context) {
 }
 
 Exit addVm(Context& context, const Arguments& arguments) {
-  const auto disk = arguments.value("disk");
-  if (!disk) throw Refusal(Exit::usage, "'add' needs --disk FILE");
+  if (!arguments.has("disk")) throw Refusal(Exit::usage, "'add' needs --disk FILE");
   const std::vector<Card> cards = cardsOf(arguments.values("nic"));
-  const std::vector<Assignment> fields{
-      {"enabled", arguments.has("enabled") ? "true" : "false"},
-      {"diskImage", fromHere(context, *disk)},
-      {"memory", arguments.value("memory", rt::toText(model::defaultMemory))},
-      {"vncPort", arguments.value("vnc-port", "0")}};
-  const rt::String format = arguments.value("format", "");
-  const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
-    assign(vm, fields, problems);
-    for (const Card& card : cards) addCard(vm, card, problems);
-    if (arguments.has("format")) checkFormat(format, problems);
+  const std::vector<Assignment> fields = fieldsOf(context, arguments);
+  const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    model::vmDefaults(records.vm);
+    assign(records, fields, context.world().limits, problems);
+    for (const Card& card : cards) addCard(records.vm, card, problems);
   };
   const rt::String& name = arguments.words().front();
   requireNoSurprise(context, name, arguments.has("enabled"));
   Configuration configuration(context);
-  const auto added = configuration.add(name, change, format);
+  const auto added = configuration.add(name, change);
   const auto& vm = added.after;
   warnOfImage(context, *vm, added.formatAfter);
   warnOfSharedImage(context, configuration.configs(), *vm);
@@ -93,26 +98,21 @@ Exit addVm(Context& context, const Arguments& arguments) {
 
 Exit setVm(Context& context, const Arguments& arguments) {
   std::vector<Assignment> assignments;
-  std::optional<rt::String> format;
   bool isImageTouched = false;
   bool isCardTouched = false;
   for (size_t i = 1; i < arguments.words().size(); ++i) {
     assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
-    auto& [field, value] = assignments.back();
-    if (field == "diskImage") value = fromHere(context, value);
-    isImageTouched =
-        isImageTouched || field == "diskImage" || field == "enabled" || field == "format";
-    isCardTouched = isCardTouched || field.str().ends_with(".intfName");
-    if (field != "format") continue;
-    format = value;
-    assignments.pop_back();
+    auto& [name, value] = assignments.back();
+    if (const model::VmField* const field = model::vmFieldNamed(name))
+      value = meant(context, *field, value);
+    isImageTouched = isImageTouched || name == "diskImage" || name == "enabled" || name == "format";
+    isCardTouched = isCardTouched || name.str().ends_with(".intfName");
   }
-  const auto change = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
-    assign(vm, assignments, problems);
-    if (format) checkFormat(*format, problems);
+  const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    assign(records, assignments, context.world().limits, problems);
   };
   Configuration configuration(context);
-  const auto changed = configuration.change(arguments.words().front(), change, format.value_or(""));
+  const auto changed = configuration.change(arguments.words().front(), change);
   if (isImageTouched) warnOfImage(context, *changed.after, changed.formatAfter);
   if (changed.before->diskImage() != changed.after->diskImage())
     warnOfSharedImage(context, configuration.configs(), *changed.after);
@@ -128,8 +128,8 @@ Exit addNic(Context& context, const Arguments& arguments) {
     if (key->empty()) throw Refusal(Exit::usage, "--key: must not be empty");
     card.key = *key;
   }
-  const auto add = [&](Vm::VmConfig& vm, std::vector<rt::Problem>& problems) {
-    addCard(vm, card, problems);
+  const auto add = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    addCard(records.vm, card, problems);
   };
   const auto changed = Configuration(context).change(words[0], add);
   warnOfInterfaces(context, *changed.after);
@@ -139,7 +139,8 @@ Exit addNic(Context& context, const Arguments& arguments) {
 
 Exit removeNic(Context& context, const Arguments& arguments) {
   const std::vector<rt::String>& words = arguments.words();
-  const auto remove = [&](Vm::VmConfig& vm, std::vector<rt::Problem>&) {
+  const auto remove = [&](const VmRecords& records, auto&) {
+    Vm::VmConfig& vm = records.vm;
     if (vm.vnicConfigDel(words[1])) return;
     std::vector<std::string_view> keys;
     for (const auto& [key, card] : vm.vnicConfigs()) keys.emplace_back(key);

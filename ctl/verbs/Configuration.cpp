@@ -119,7 +119,7 @@ void Configuration::retry(const std::function<void()>& attempt) {
   });
 }
 
-Changed Configuration::add(const rt::String& name, const Change& change, const rt::String& format) {
+Changed Configuration::add(const rt::String& name, const Change& change) {
   Changed added;
   retry([&] {
     if (rows_.count(name) != 0)
@@ -127,26 +127,27 @@ Changed Configuration::add(const rt::String& name, const Change& change, const r
                                         ": there is a VM of that name already: change it with "
                                         "'vmctl set', or take another name");
     added.after = rt::make<Vm::VmConfig>(name);
+    const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    change(*added.after, problems);
+    change({*added.after, *image}, problems);
     require(*added.after, problems);
-    commit(added, {}, format);
+    commit(added, {}, image->format());
   });
   return added;
 }
 
-Changed Configuration::change(const rt::String& name, const Change& change,
-                              const rt::String& format) {
+Changed Configuration::change(const rt::String& name, const Change& change) {
   Changed changed;
   retry([&] {
     const VmRow known = row(name);
     if (!known.config) throw unreadable(known);
     changed.before = known.config;
     changed.after = copyOf(*known.config);
+    const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    change(*changed.after, problems);
+    change({*changed.after, *image}, problems);
     require(*changed.after, problems);
-    commit(changed, known, format);
+    commit(changed, known, image->format());
   });
   return changed;
 }

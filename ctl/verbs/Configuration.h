@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ctl/line/Fields.h"
 #include "ctl/verbs/Images.h"
 #include "ctl/view/VmRows.h"
 #include "model/ConfigIndex.h"
@@ -33,14 +34,14 @@ class Configuration {
  public:
   explicit Configuration(Context& context);
 
-  // Writes to the record, and adds to `problems` what it refuses.
-  using Change = std::function<void(Vm::VmConfig& vm, std::vector<rt::Problem>& problems)>;
+  // Writes to the records, and adds to `problems` what it refuses. That of the image is empty at
+  // first: what it is left without is not said.
+  using Change = std::function<void(const VmRecords& records, std::vector<rt::Problem>& problems)>;
 
   // Makes, or changes, the VM in one transaction, and returns what was written. Refuses when
   // anything is wrong with the outcome, with all there is; nothing was written then.
-  // `format`: what is said of the disk image; empty: nothing.
-  Changed add(const rt::String& name, const Change& change, const rt::String& format);
-  Changed change(const rt::String& name, const Change& change, const rt::String& format = {});
+  Changed add(const rt::String& name, const Change& change);
+  Changed change(const rt::String& name, const Change& change);
 
   // By name, as they were read last, without status. `config` is null where it cannot be read.
   const std::map<rt::String, VmRow>& rows() const { return rows_; }

@@ -77,7 +77,7 @@ Exit complainOfUnknown(Context& context) {
 
 rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
   const auto changed = configuration.change(
-      name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(true); });
+      name, [](const VmRecords& records, auto&) { records.vm.enabledIs(true); });
   warnOfImage(context, *changed.after, changed.formatAfter);
   if (!changed.before->enabled()) return "enabled";
   const VmRow row = vmNamed(context, name);
@@ -197,7 +197,7 @@ Exit disableVms(Context& context, const Arguments& arguments) {
   Deed deed;
   deed.ask = [&](const rt::String& name) -> rt::String {
     const auto changed = configuration.change(
-        name, [](Vm::VmConfig& vm, std::vector<rt::Problem>&) { vm.enabledIs(false); });
+        name, [](const VmRecords& records, auto&) { records.vm.enabledIs(false); });
     return changed.before->enabled() ? "disabled" : "was disabled already";
   };
   deed.goal = [](const rt::String&) {

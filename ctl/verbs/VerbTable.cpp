@@ -22,7 +22,7 @@ constexpr std::string_view allFormats = "table wide json name";
 
 // In the order of help.
 constexpr Verb table[] = {
-    {"add", "", "NAME", 1, 1, "disk format memory vnc-port nic enabled", "", "make a VM",
+    {"add", "", "NAME", 1, 1, "FIELDS nic enabled", "", "make a VM",
      "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
      "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
      "not there yet is no mistake, only a warning, and so is an interface of a card.\n"
@@ -39,14 +39,7 @@ constexpr Verb table[] = {
     {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "", "", "change a VM",
      "Changes all the fields at once or, when one is refused, none:\n"
      "\n"
-     "  enabled                  true or false\n"
-     "  diskImage                a path, of which an absolute one is made\n"
-     "  format                   what the disk image is, raw or qcow2\n"
-     "  memory                   in MiB, or with K, M or G behind it\n"
-     "  vncPort                  5900 to 5910, or 0 for no display\n"
-     "  vnicConfig.KEY.model     a network card of QEMU's\n"
-     "  vnicConfig.KEY.macAddr   a unicast MAC address\n"
-     "  vnicConfig.KEY.intfName  the switch interface it is bridged to\n"
+     "FIELDS\n"
      "\n"
      "All but the first take effect at the guest's next start: 'vmctl restart NAME'. Without a\n"
      "format, a new disk image is what it begins as now.\n",

@@ -5,6 +5,7 @@
 
 #include "ctl/line/Synonyms.h"
 #include "ctl/verbs/SwitchVerbs.h"
+#include "model/VmFields.h"
 #include "runtime/base/NearName.h"
 
 namespace ctl {
@@ -101,6 +102,29 @@ rt::String wrapped(std::string_view synopsis) {
   return lines + rt::String(synopsis) + "\n";
 }
 
+bool isOfAField(const Option& option) {
+  const auto fields = model::vmFields();
+  return std::any_of(fields.begin(), fields.end(), [&](const model::VmField& field) {
+    return !field.isOfCard && field.option == option.name;
+  });
+}
+
+rt::String fieldsHelp() {
+  rt::String text;
+  for (const model::VmField& field : model::vmFields()) {
+    const rt::String path = (field.isOfCard ? "vnicConfig.KEY." : "") + rt::String(field.name);
+    text += rt::format("  %-23s  %s\n", path.charPtr(), rt::String(field.help).charPtr());
+  }
+  return text;
+}
+
+rt::String withFields(std::string_view help) {
+  constexpr std::string_view mark = "\nFIELDS\n";
+  const size_t at = help.find(mark);
+  if (at == std::string_view::npos) return help;
+  return rt::String(help.substr(0, at + 1)) + fieldsHelp() + help.substr(at + mark.size());
+}
+
 }  // namespace
 
 std::vector<std::string_view> wordsOf(std::string_view text) {
@@ -124,7 +148,8 @@ bool isGlobal(const Option& option) { return hasWord(globalOptions, option.name)
 
 bool takes(const Verb& verb, const Option& option) {
   if (option.name == "output") return !verb.formats.empty();
-  return hasWord(verb.options, option.name) || isGlobal(option);
+  return hasWord(verb.options, option.name) || isGlobal(option) ||
+         (hasWord(verb.options, "FIELDS") && isOfAField(option));
 }
 
 const Verb& takeVerb(Arguments& arguments) {
@@ -190,7 +215,7 @@ rt::String synopsisOf(const Verb& verb) {
 rt::String helpOf(const Verb& verb) {
   rt::String text = wrapped("usage: " + synopsisOf(verb));
   if (!verb.alias.empty()) text += "also:  vmctl " + rt::String(verb.alias) + "\n";
-  (text += "\n") += verb.help;
+  (text += "\n") += withFields(verb.help);
   if (hasWord(verb.options, "wait"))
     text +=
         "\nWithout --wait it returns when it is written down. With --wait and no vmagentd running "

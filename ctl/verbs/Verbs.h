@@ -16,10 +16,11 @@ struct Verb {
   std::string_view operands;  // in capitals, as help writes them
   size_t fewest;              // operands
   size_t most;
-  std::string_view options;  // the names of those it takes besides the global ones
+  // The names of those it takes besides the global ones; FIELDS for those of a VM's fields.
+  std::string_view options;
   std::string_view formats;  // of -o; empty: it has no output
   std::string_view summary;  // empty: for programs, and not in the help
-  std::string_view help;
+  std::string_view help;     // a line FIELDS stands for a line for each field of a VM
   Exit (*run)(Context& context, const Arguments& arguments);
 };
 

@@ -7,6 +7,7 @@
 
 #include "ctl/line/Context.h"
 #include "model/StatusRecords.h"
+#include "model/Tables.h"
 #include "model/VmImage.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
@@ -29,6 +30,11 @@ struct VmRow {
   // What its disk image is opened as; empty: nobody has said yet.
   rt::String imageFormat() const {
     return config && config->diskImage() == image->diskImage() ? image->format() : rt::String();
+  }
+  // The row of that table, one that vmFields() stand in; `config` is not null.
+  const rt::Entity& record(std::string_view table) const {
+    if (table == model::table::vmImage) return *image;
+    return *config;
   }
   bool exists() const { return revision != 0; }
   // In no configuration, and nobody is known to have removed it: its guest goes on.

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "ctl/line/Json.h"
+#include "model/VmFields.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
@@ -62,8 +63,9 @@ rt::String timeText(uint64_t since) {
 // Lines "Name:     web1", the values below each other.
 class Facts {
  public:
-  void add(const char* name, const rt::String& value) {
-    text_ += rt::format("%-10s", name) + (value.empty() ? "-" : visible(value)) + "\n";
+  void add(std::string_view name, const rt::String& value) {
+    text_ += rt::format("%-10s", rt::String(name).charPtr()) +
+             (value.empty() ? "-" : visible(value)) + "\n";
   }
   void lines(const rt::String& text) { text_ += text; }
   const rt::String& text() const { return text_; }
@@ -87,6 +89,9 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
   facts.add("Display:", displayOf(row, screen));
   facts.add("Disk:", vm.diskImage());
   facts.add("Format:", row.imageFormat());
+  for (const model::VmField& field : model::vmFields())
+    if (!field.title.empty())
+      facts.add(field.title, model::valueOf(row.record(field.table), field));
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
   Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
   for (const auto& [key, card] : vm.vnicConfigs()) {
