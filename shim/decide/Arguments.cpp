@@ -106,12 +106,12 @@ Card cardFrom(std::string_view value) {
 // What an operator knows the option as; empty for what no two runs of a VM differ in.
 std::string settingOf(const Option& option) {
   const std::string_view value = option.value.value_or("");
-  if (option.name == "-m") return "memory";
-  if (option.name == "-vnc" || option.name == "-nographic") return "display";
+  if (option.name == "-m") return setting::memory;
+  if (option.name == "-vnc" || option.name == "-nographic") return setting::display;
   if (option.name == "-drive" || (option.name == "-device" && property(value, "drive")))
-    return "disk image";
+    return setting::diskImage;
   if (option.name == "-name" || (option.name == "-chardev" && isMonitor(value))) return {};
-  return "command line";
+  return setting::rest;
 }
 
 std::string bracketed(const std::string& address) {

@@ -3,6 +3,7 @@
 // All of it is pure. What the machine is like comes as Facts; what an operator wants, as Policy.
 #pragma once
 
+#include <array>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -69,6 +70,15 @@ struct Drive {
   bool isCd = false;  // it is only read then
 };
 
+// What an operator knows QEMU's options as. The rest is what no field of a VM has a word for.
+namespace setting {
+inline constexpr const char* memory = "memory";
+inline constexpr const char* diskImage = "disk image";
+inline constexpr const char* display = "display";
+inline constexpr const char* rest = "command line";
+inline constexpr std::array all{memory, diskImage, display, rest};  // as differences are told
+}  // namespace setting
+
 // A command line after one look at it.
 struct CommandLine {
   std::vector<std::string> arguments;  // without the program's name
@@ -77,7 +87,7 @@ struct CommandLine {
   std::vector<Drive> drives;  // those without a format
   std::vector<Card> cards;    // those without a backend; the index is their hub
   bool hasScreen = false;     // one that is served at an address
-  // All the rest, by what an operator knows it as.
+  // All the rest, by the setting that it is.
   std::map<std::string, std::string> settings;
 };
 

@@ -30,7 +30,7 @@ std::map<std::string, std::string> cardNames(const CommandLine& guest, const Com
 
 std::vector<std::string> restartReasons(const CommandLine& guest, const CommandLine& wanted) {
   std::vector<std::string> reasons;
-  for (const char* const name : {"memory", "disk image", "display", "command line"})
+  for (const char* const name : setting::all)
     if (settingOf(guest, name) != settingOf(wanted, name))
       reasons.push_back(reason(std::string(name) + " was changed"));
   for (const Card& card : wanted.cards) {
