@@ -4,21 +4,30 @@
 
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <regex>
 #include <set>
 #include <string>
 
 #include "ctl/verbs/Verbs.h"
 #include "host/Options.h"
+#include "model/ProblemSource.h"
+#include "model/StatusRecords.h"
+#include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "model/VmFields.h"
+#include "model/VmImage.h"
+#include "model/VmIntent.h"
+#include "runtime/records/Interface.h"
+#include "runtime/records/VmStatus.h"
 
 namespace {
 
 using testing::HasSubstr;
 
 std::string page(const std::string& name) {
-  std::ifstream file(std::string(MANUAL) + "/" + name + ".scd");
+  const std::string path = std::string(MANUAL) + "/" + name;
+  std::ifstream file(name.ends_with(".md") ? path : path + ".scd");
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
@@ -86,6 +95,57 @@ TEST(Manual, HasEachFieldOfAVm) {
     const std::string prefix = field.isOfCard ? "vnicConfig\\.KEY\\." : "";
     EXPECT_THAT(manual,
                 testing::ContainsRegex("\n\\*" + prefix + std::string(field.name) + "\\* \\("));
+  }
+}
+
+TEST(Manual, HasEachTableOfTheDatabase) {
+  const std::string manual = page("vmagent-database.5");
+  const size_t status = manual.find("\n# STATUS\n");
+  ASSERT_NE(status, std::string::npos);
+  for (const model::Table& table : model::tables) {
+    const size_t entry = manual.find("\n" + bold(table.name) + ", by ");
+    ASSERT_NE(entry, std::string::npos) << table.name;
+    EXPECT_EQ(entry > status, table.isStatus) << table.name;
+  }
+}
+
+TEST(Manual, AgreesOnTheTablesWithTheOverviewOfThem) {
+  const std::string overview = page("../docs/database.md");
+  for (const model::Table& table : model::tables)
+    EXPECT_THAT(overview, testing::ContainsRegex(
+                              "\n\\| `" + std::string(table.name) + "` \\| [^|]* \\| [^|]* \\| `" +
+                              (table.isStatus ? "status" : "config") + "\\.db` \\|\n"));
+}
+
+TEST(Manual, HasEachFieldOfEachRow) {
+  const std::string manual = page("vmagent-database.5");
+  const std::map<std::string_view, rt::Ptr<rt::Entity>> records{
+      {model::table::vmImage, rt::make<model::VmImage>("")},
+      {model::table::vmIntent, rt::make<model::VmIntent>("")},
+      {model::table::interface, rt::make<Interface::IntfStatus>(rt::IntfId("Vlan1"))},
+      {model::table::daemon, rt::make<model::DaemonStatus>("")},
+      {model::table::vmStatus, rt::make<Vm::VmStatus>("")},
+      {model::table::vmProcess, rt::make<model::VmProcess>("")},
+      {model::table::vmProblem, rt::make<model::VmProblem>("")},
+      {model::table::interfaceStatus, rt::make<model::InterfaceStatus>("")},
+      {model::table::fdb, rt::make<model::FdbEntry>("")}};
+  EXPECT_EQ(records.size() + 1, model::tables.size());  // vmConfig has a page of its own
+  for (const auto& [table, record] : records) {
+    const size_t begin = manual.find("\n" + bold(table) + ", by ");
+    const std::string entry = manual.substr(begin, manual.find("\n\n", begin) - begin);
+    for (const rt::AttributeInfo& attribute : record->type().attributes)
+      if (attribute.textIs)
+        EXPECT_THAT(entry, testing::ContainsRegex("[\"_]" + std::string(attribute.name) + "[\"_]"))
+            << table;
+  }
+}
+
+TEST(Manual, HasEachSourceOfProblemsInTheOrderOfTheirWeight) {
+  const std::string manual = page("vmagent-database.5");
+  size_t at = manual.find("\n*vmProblem*, by ");
+  for (const std::string_view source : model::problemSources) {
+    at = manual.find(bold(source) + " (", at);
+    ASSERT_NE(at, std::string::npos) << source;
   }
 }
 
