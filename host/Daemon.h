@@ -1,6 +1,7 @@
-// The daemon's parts, put together.
+// The daemon: what it must have to itself, and its loop.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "host/Options.h"
@@ -24,8 +25,8 @@ class Daemon {
   void run(const std::function<bool()>& tellReady);
 
  private:
-  class Parts;
-  std::unique_ptr<Parts> parts_;
+  class House;
+  const std::unique_ptr<House> house_;
 };
 
 }  // namespace host

@@ -10,8 +10,28 @@ namespace host {
 using statedb::Op;
 using statedb::Proof;
 
+namespace {
+
+void takeInterface(const statedb::Change& change, ConfigurationTaker& taker) {
+  const rt::String& id = change.record.key;
+  if (change.op == Op::put) return taker.interfaceIs(id, change.record.doc);
+  if (change.proof == Proof::history) return taker.interfaceIs(id, std::nullopt);
+  report("interface " + id +
+         ": its row is lost with the configuration before; it stays what it was until it is set or "
+         "vmagentd is restarted");
+}
+
+void takeImage(const statedb::Change& change, ConfigurationTaker& taker) {
+  const rt::String& vm = change.record.key;
+  if (change.op == Op::put) return taker.imageIs(vm, change.record);
+  if (change.proof == Proof::history) return taker.imageIs(vm, std::nullopt);
+  taker.imageIsLost(vm);
+}
+
+}  // namespace
+
 void Configuration::take(const std::vector<statedb::Change>& changes,
-                         const statedb::Cursor& reached) {
+                         const statedb::Cursor& reached, ConfigurationTaker& taker) {
   // Whether it goes on from where this daemon, or the one before, was with it.
   const bool goesOn = reached.history == reached_.history && reached.sequence >= reached_.sequence;
   reached_ = reached;
@@ -20,45 +40,33 @@ void Configuration::take(const std::vector<statedb::Change>& changes,
   rt::FirstException failures;
   for (const auto& change : changes) {
     if (change.record.table == model::table::interface) {
-      failures.run([&] { takeInterface(change); });
+      failures.run([&] { takeInterface(change, taker); });
     } else if (change.record.table == model::table::vmImage) {
-      takeImage(change);
+      takeImage(change, taker);
     } else if (change.record.table == model::table::vmIntent) {
-      takeIntent(change, change.proof == Proof::comparison && !goesOn);
+      takeIntent(change, change.proof == Proof::comparison && !goesOn, taker);
       intents.insert(change.record.key);
     } else {
       vms.push_back(change);
     }
   }
-  for (const rt::String& vm : rows_.apply(vms, reached.history)) takers_.rowIs(vm, rows_.row(vm));
+  for (const rt::String& vm : rows_.apply(vms, reached.history)) taker.rowIs(vm, rows_.row(vm));
   for (const rt::String& vm : intents) {
     const auto guest = givenUp_.find(vm);
-    takers_.givenUpIs(vm, guest == givenUp_.end() ? rt::String() : guest->second);
+    taker.givenUpIs(vm, guest == givenUp_.end() ? rt::String() : guest->second);
   }
   failures.rethrow();
 }
 
-void Configuration::takeInterface(const statedb::Change& change) {
-  const rt::String& id = change.record.key;
-  if (change.op == Op::put) return takers_.interfaceIs(id, change.record.doc);
-  if (change.proof == Proof::history) return takers_.interfaceIs(id, std::nullopt);
-  report("interface " + id +
-         ": its row is lost with the configuration before; it stays what it was until it is set or "
-         "vmagentd is restarted");
-}
-
-void Configuration::takeImage(const statedb::Change& change) {
-  const rt::String& vm = change.record.key;
-  if (change.op == Op::put) return takers_.imageIs(vm, change.record);
-  if (change.proof == Proof::history) return takers_.imageIs(vm, std::nullopt);
-  takers_.imageIsLost(vm);
-}
-
-void Configuration::takeIntent(const statedb::Change& change, bool isPast) {
+void Configuration::takeIntent(const statedb::Change& change, bool isPast,
+                               ConfigurationTaker& taker) {
   if (change.op == Op::del && change.proof == Proof::comparison) return;
   const rt::String& vm = change.record.key;
   const Intent intent = change.op == Op::put ? intentOf(change.record) : Intent();
-  (isPast ? takers_.restartIsPast : takers_.restartIs)(vm, intent.restart);
+  if (isPast)
+    taker.restartIsPast(vm, intent.restart);
+  else
+    taker.restartIs(vm, intent.restart);
   if (intent.remove.empty())
     givenUp_.erase(vm);
   else

@@ -1,7 +1,6 @@
 // The configuration as the daemon goes by it.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -10,7 +9,26 @@
 
 namespace host {
 
-// Takes changes of all its tables, and hands them to those who act on them. What is only missing in
+// Acts on the configuration as it comes.
+class ConfigurationTaker {
+ public:
+  virtual ~ConfigurationTaker() = default;
+  // Takes an interface's row; nothing: it has none.
+  virtual void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) = 0;
+  // Takes the number of restarts that were asked for.
+  virtual void restartIs(const rt::String& vm, uint64_t number) = 0;
+  // The same, all of which were asked for before this daemon's time, or elsewhere.
+  virtual void restartIsPast(const rt::String& vm, uint64_t number) = 0;
+  // Takes what the VM's disk image is opened as. Before the VM's own row.
+  virtual void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) = 0;
+  virtual void imageIsLost(const rt::String& vm) = 0;
+  // Takes note that the VM's row is another now.
+  virtual void rowIs(const rt::String& vm, const VmRow* row) = 0;
+  // Takes which guest of the VM's an operator gave up; empty: none. When all rows are known.
+  virtual void givenUpIs(const rt::String& vm, const rt::String& guest) = 0;
+};
+
+// Takes changes of all its tables, and hands them to who acts on them. What is only missing in
 // a store that took the place of another is none of an operator's doing:
 //
 //   a row that is lost | is taken for
@@ -23,26 +41,13 @@ namespace host {
 // Owned by the daemon.
 class Configuration {
  public:
-  struct Takers {
-    // Nothing: it has no row.
-    std::function<void(const rt::String& id, const std::optional<rt::String>& doc)> interfaceIs;
-    std::function<void(const rt::String& vm, uint64_t number)> restartIs;
-    // All restarts up to that number were asked for before this daemon's time, or elsewhere.
-    std::function<void(const rt::String& vm, uint64_t number)> restartIsPast;
-    // What the VM's disk image is opened as. Before the VM's own row.
-    std::function<void(const rt::String& vm, const std::optional<statedb::Record>& row)> imageIs;
-    std::function<void(const rt::String& vm)> imageIsLost;
-    // The VM's row is another now.
-    std::function<void(const rt::String& vm, const VmRow* row)> rowIs;
-    // An operator gave that guest of the VM's up; empty: none. When all rows are known.
-    std::function<void(const rt::String& vm, const rt::String& guest)> givenUpIs;
-  };
   // `before`: how far the daemon before had come with it.
-  Configuration(Takers takers, const model::MachineLimits& limits, statedb::Cursor before)
-      : takers_(std::move(takers)), rows_(limits), reached_(std::move(before)) {}
+  Configuration(const model::MachineLimits& limits, statedb::Cursor before)
+      : rows_(limits), reached_(std::move(before)) {}
 
-  // What a taker throws is thrown again once all changes are taken.
-  void take(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
+  // Hands them to `taker`. What that throws is thrown again once all changes are taken.
+  void take(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached,
+            ConfigurationTaker& taker);
 
   const VmRows& rows() const { return rows_; }
   // The moment that was taken last.
@@ -50,11 +55,8 @@ class Configuration {
   bool isGivenUp(const rt::String& vm, const rt::String& guest) const;
 
  private:
-  void takeInterface(const statedb::Change& change);
-  void takeImage(const statedb::Change& change);
-  void takeIntent(const statedb::Change& change, bool isPast);
+  void takeIntent(const statedb::Change& change, bool isPast, ConfigurationTaker& taker);
 
-  const Takers takers_;
   VmRows rows_;
   statedb::Cursor reached_;
   std::map<rt::String, rt::String> givenUp_;  // by VM

@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class ConfigurationTest : public testing::Test {
+class ConfigurationTest : public testing::Test, protected ConfigurationTaker {
  protected:
   static Change put(const char* table, const char* key, const char* doc,
                     Proof proof = Proof::history) {
@@ -34,47 +34,41 @@ class ConfigurationTest : public testing::Test {
   }
   std::vector<std::string> take(const std::vector<Change>& changes, const Cursor& reached) {
     effects.clear();
-    configuration.take(changes, reached);
+    configuration.take(changes, reached, *this);
     return effects;
+  }
+
+  void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) override {
+    effects.push_back("interface " + id.str() + " " + (doc ? doc->str() : "none"));
+    if (interfaceFails) throw rt::Exception("no such interface");
+  }
+  void restartIs(const rt::String& vm, uint64_t number) override {
+    effects.push_back("restart " + vm.str() + text(number));
+  }
+  void restartIsPast(const rt::String& vm, uint64_t number) override {
+    effects.push_back("past " + vm.str() + text(number));
+  }
+  void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) override {
+    effects.push_back("image " + vm.str() + " " + (row ? row->doc.str() : "none"));
+  }
+  void imageIsLost(const rt::String& vm) override {
+    effects.push_back("image " + vm.str() + " lost");
+  }
+  void rowIs(const rt::String& vm, const VmRow* row) override {
+    effects.push_back("row " + vm.str() +
+                      (!row          ? " none"
+                       : row->isLost ? " lost"
+                                     : text(row->origin.created)));
+  }
+  void givenUpIs(const rt::String& vm, const rt::String& guest) override {
+    effects.push_back("given up " + vm.str() + " " + guest.str());
   }
   static std::string text(uint64_t number) { return " " + std::to_string(number); }
 
   rt::fakes::TraceRecorder traces;
   std::vector<std::string> effects;
   bool interfaceFails = false;
-  Configuration configuration{
-      {.interfaceIs =
-           [this](const rt::String& id, const std::optional<rt::String>& doc) {
-             effects.push_back("interface " + id.str() + " " + (doc ? doc->str() : "none"));
-             if (interfaceFails) throw rt::Exception("no such interface");
-           },
-       .restartIs =
-           [this](const rt::String& vm, uint64_t number) {
-             effects.push_back("restart " + vm.str() + text(number));
-           },
-       .restartIsPast =
-           [this](const rt::String& vm, uint64_t number) {
-             effects.push_back("past " + vm.str() + text(number));
-           },
-       .imageIs =
-           [this](const rt::String& vm, const std::optional<statedb::Record>& row) {
-             effects.push_back("image " + vm.str() + " " + (row ? row->doc.str() : "none"));
-           },
-       .imageIsLost =
-           [this](const rt::String& vm) { effects.push_back("image " + vm.str() + " lost"); },
-       .rowIs =
-           [this](const rt::String& vm, const VmRow* row) {
-             effects.push_back("row " + vm.str() +
-                               (!row          ? " none"
-                                : row->isLost ? " lost"
-                                              : text(row->origin.created)));
-           },
-       .givenUpIs =
-           [this](const rt::String& vm, const rt::String& guest) {
-             effects.push_back("given up " + vm.str() + " " + guest.str());
-           }},
-      model::MachineLimits{.memory = 8192},
-      Cursor{"s1", 100, "h1"}};
+  Configuration configuration{model::MachineLimits{.memory = 8192}, Cursor{"s1", 100, "h1"}};
   const Cursor next{"s1", 101, "h1"};
 };
 

@@ -22,25 +22,30 @@ void FakeCards::tell(const char* what, const rt::String& vm) {
 
 SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                                  rt::Seconds stopPatience)
-    : supervisor(rt::make<VmSupervisor>(KeeperTools{.agent = agent,
-                                                    .config = config,
-                                                    .status = status,
-                                                    .hostStatus = hostStatus,
-                                                    .problems = problems,
-                                                    .traces = traceLog,
-                                                    .cards = cards,
-                                                    .shims = shims,
-                                                    .images = images,
-                                                    .start = aroundStart,
-                                                    .processes = processes,
-                                                    .waiting = waiting,
-                                                    .stopPatience = stopPatience},
-                                        std::move(restartsDone), clock)) {}
+    : tools{.agent = agent,
+            .config = config,
+            .status = status,
+            .hostStatus = hostStatus,
+            .problems = problems,
+            .traces = traceLog,
+            .cards = cards,
+            .shims = shims,
+            .images = images,
+            .start = aroundStart,
+            .processes = processes,
+            .waiting = waiting,
+            .stopPatience = stopPatience},
+      supervisor(rt::make<VmSupervisor>(tools, std::move(restartsDone), clock)) {}
 
 void FakeCards::tookUp(const rt::String& vm) {
   if (takingUp) takingUp(vm);
   effects_.push_back("took up " + vm.str());
   VM_TRACE(1) << "a device is left over and is deleted";
+}
+
+void FakeCards::guestLeaves(const rt::String& vm, int32_t pid) {
+  noted.push_back(pid);
+  leaving[vm].insert(pid);
 }
 
 rt::String FakeImages::format(const rt::String& vm, const rt::String& /*path*/) const {

@@ -39,10 +39,11 @@ class FakeCards final : public VmCards {
   void switchedOff(const rt::String& vm) override { tell("off: ", vm); }
   void changed(const rt::String& vm) override { changed_.insert(vm); }
   void tookUp(const rt::String& vm) override;
-  void guestLeaves(const rt::String& vm, int32_t pid) override { leaving[vm].insert(pid); }
+  void guestLeaves(const rt::String& vm, int32_t pid) override;
   void guestLeft(const rt::String& vm) override { leaving.erase(vm); }
 
   std::function<void(const rt::String& vm)> takingUp;  // sees what is so then
+  std::vector<int32_t> noted;                          // processes whose devices were
   std::map<rt::String, std::set<int32_t>> leaving;     // processes whose devices are known, by VM
 
   // Those that changed since the last call.
@@ -111,6 +112,7 @@ class SupervisorWorld {
   FakeGuestProcesses processes;
   WaitingGuests waiting;
   FakeAroundStart aroundStart;
+  const KeeperTools tools;
   const VmSupervisor::Ptr supervisor;
 
   // What the configuration says now. A put of a row that is there keeps it the same VM.

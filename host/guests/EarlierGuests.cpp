@@ -2,50 +2,69 @@
 
 #include <map>
 
+#include "host/base/Report.h"
+
 namespace host {
 
 void EarlierGuests::decide() {
   std::map<rt::String, std::vector<GuestProcess>> all;
-  for (const GuestProcess& guest : tools_.guests()) all[guest.vm].push_back(guest);
+  for (const GuestProcess& guest : tools_.processes.all()) all[guest.vm].push_back(guest);
   for (const auto& [vm, guests] : all) decideOn(vm, guests);
 }
 
 void EarlierGuests::handleRow(const rt::String& vm) {
-  const auto before = waiting_.take(vm);
+  const auto before = tools_.waiting.take(vm);
   if (!before) return;
-  tools_.adoptableIs(vm, false);
-  tools_.unknownIs(vm, {});
-  std::vector<GuestProcess> guests = tools_.guests();
+  tools_.fates.adoptableIs(vm, false);
+  tools_.fates.unknownDel(vm);
+  std::vector<GuestProcess> guests = tools_.processes.all();
   std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
-  const VmRow* const row = tools_.row(vm);
+  const VmRow* const now = row(vm);
   // Seen to be removed; that is forgotten with the row, and the guest may have been told nothing.
-  if (*before != 0 && (!row || row->vm != *before))
-    tools_.end(guests);
+  if (*before != 0 && (!now || now->vm != *before))
+    tools_.fates.end(guests);
   else
     decideOn(vm, guests);
 }
 
+// A store that cannot be asked proves nothing.
+bool EarlierGuests::isRemoved(const GuestProcess& keeper) const {
+  const auto made = tools_.processes.rowOf(keeper);
+  const VmRow* const now = row(keeper.vm);
+  if (!made || (now && !now->isLost && now->origin == *made)) return false;
+  bool removed = false;
+  const rt::String failure = failureOf([&] {
+    removed = tools_.db.store(statedb::Half::config).hasRemoved("vmConfig", keeper.vm, *made);
+  });
+  if (!failure.empty()) report("VM " + keeper.vm + ": whether it was removed: " + failure);
+  return removed;
+}
+
 GuestFacts EarlierGuests::factsOf(const GuestProcess& keeper) const {
   GuestFacts facts;
-  const VmRow* const row = tools_.row(keeper.vm);
-  if (row && row->valid)
-    facts.row = row->valid->enabled() ? RowWord::on : RowWord::off;
-  else if (row && !row->isLost)
+  const VmRow* const now = row(keeper.vm);
+  if (now && now->valid)
+    facts.row = now->valid->enabled() ? RowWord::on : RowWord::off;
+  else if (now && !now->isLost)
     facts.row = RowWord::unclear;
-  facts.isRemoved = tools_.isRemoved(keeper);
-  facts.isGivenUp = tools_.isGivenUp(keeper);
-  facts.canBeDriven = shims_.isThere(keeper.vm);
+  facts.isRemoved = isRemoved(keeper);
+  facts.isGivenUp = tools_.configuration.isGivenUp(keeper.vm, tools_.processes.nameOf(keeper.pid));
+  facts.canBeDriven = tools_.shims.isThere(keeper.vm);
   return facts;
 }
 
 void EarlierGuests::decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests) {
   if (guests.empty()) return;
   const GuestFate fate = fateOf(factsOf(guests.front()));
-  if (fate == GuestFate::ends) return tools_.end(guests);
-  const VmRow* const row = tools_.row(vm);
-  waiting_.waits(vm, row ? row->vm : 0);
-  if (fate == GuestFate::takenUp) tools_.adoptableIs(vm, true);
-  if (fate == GuestFate::unknown) tools_.unknownIs(vm, guests);
+  if (fate == GuestFate::ends) return tools_.fates.end(guests);
+  const VmRow* const now = row(vm);
+  tools_.waiting.waits(vm, now ? now->vm : 0);
+  if (fate == GuestFate::takenUp) tools_.fates.adoptableIs(vm, true);
+  if (fate != GuestFate::unknown) return;
+  const GuestProcess& keeper = guests.front();
+  tools_.fates.unknownIs(
+      guests, {keeper.pid, tools_.processes.nameOf(keeper.pid),
+               doubtOf(tools_.processes.rowOf(keeper), tools_.configuration.reached().history)});
 }
 
 }  // namespace host

@@ -1,38 +1,44 @@
 // What becomes of the guests that run already when the daemon starts.
 #pragma once
 
-#include <functional>
 #include <vector>
 
-#include "host/database/VmRows.h"
+#include "host/database/Configuration.h"
 #include "host/guests/GuestFate.h"
+#include "host/guests/GuestProcesses.h"
 #include "host/guests/Shims.h"
-#include "host/guests/Survivors.h"
+#include "host/guests/UnknownGuest.h"
 #include "host/guests/WaitingGuests.h"
 
 namespace host {
 
-// Asks what is so of them, decides, and has it carried out: see GuestFate.h. A guest that waits, or
-// is unknown, is decided on anew whenever its VM's row is another. Owned by the daemon.
+// Carries out what is decided of them.
+class GuestFates {
+ public:
+  virtual ~GuestFates() = default;
+  // Has the VM's next start take its guest up, or not any more.
+  virtual void adoptableIs(const rt::String& vm, bool adoptable) = 0;
+  // Has the VM's guest go on, all its processes, and be shown to be in no configuration.
+  virtual void unknownIs(const std::vector<GuestProcess>& guest, const UnknownGuest& unknown) = 0;
+  // That is so no more, for whatever reason.
+  virtual void unknownDel(const rt::String& vm) = 0;
+  virtual void end(const std::vector<GuestProcess>& guest) = 0;
+};
+
+// Looks what is so of them, decides, and has it carried out: see GuestFate.h. A guest that waits,
+// or is unknown, is decided on anew whenever its VM's row is another. Owned by the daemon.
 class EarlierGuests {
  public:
+  // All of it outlives this.
   struct Tools {
-    // One look at all processes; of a VM's the first is who keeps its guest.
-    std::function<std::vector<GuestProcess>()> guests;
-    // Null when there is none.
-    std::function<const VmRow*(const rt::String& vm)> row;
-    // As in GuestFacts.
-    std::function<bool(const GuestProcess&)> isRemoved;
-    std::function<bool(const GuestProcess&)> isGivenUp;
-    // Whether the VM's next start takes its guest up.
-    std::function<void(const rt::String& vm, bool)> adoptableIs;
-    // The VM's guest goes on though its VM is unknown; none: that is so no more.
-    std::function<void(const rt::String& vm, const std::vector<GuestProcess>&)> unknownIs;
-    std::function<void(const std::vector<GuestProcess>&)> end;
+    const GuestProcesses& processes;
+    const Shims& shims;
+    const Configuration& configuration;
+    statedb::StateDb& db;
+    WaitingGuests& waiting;
+    GuestFates& fates;
   };
-  // `shims` and `waiting` outlive it.
-  EarlierGuests(const Shims& shims, WaitingGuests& waiting, Tools tools)
-      : shims_(shims), waiting_(waiting), tools_(std::move(tools)) {}
+  explicit EarlierGuests(const Tools& tools) : tools_(tools) {}
 
   // At the daemon's start, once the rows are known.
   void decide();
@@ -43,9 +49,9 @@ class EarlierGuests {
  private:
   void decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests);
   GuestFacts factsOf(const GuestProcess& keeper) const;
+  bool isRemoved(const GuestProcess& keeper) const;
+  const VmRow* row(const rt::String& vm) const { return tools_.configuration.rows().row(vm); }
 
-  const Shims& shims_;
-  WaitingGuests& waiting_;
   const Tools tools_;
 };
 

@@ -4,8 +4,12 @@
 
 #include <set>
 
+#include "host/fakes/FakeGuestProcesses.h"
 #include "host/fakes/FakeShims.h"
+#include "host/fakes/SupervisorWorld.h"
+#include "host/fakes/TroubledStore.h"
 #include "host/guests/EarlierGuests.h"
+#include "runtime/fakes/TraceRecorder.h"
 
 namespace host {
 namespace {
@@ -14,65 +18,87 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-class EarlierGuestsTest : public testing::Test {
- protected:
-  void rowIs(const rt::String& vm, bool enabled, uint64_t number = 1) {
-    rows[vm].valid = rt::make<Vm::VmConfig>(vm);
-    rows[vm].valid->enabledIs(enabled);
-    rows[vm].vm = number;
-    rows[vm].isLost = false;
-  }
-  void rowIsNotUnderstood(const rt::String& vm) {
-    rows[vm].valid = nullptr;
-    rows[vm].vm = 1;
-  }
-  void rowIsLost(const rt::String& vm) {
-    rows[vm].valid = nullptr;
-    rows[vm].isLost = true;
-  }
-  // The store shows that the guest's row was removed.
-  void removed(int32_t pid) { removals.insert(pid); }
-  void guestIs(const rt::String& vm, int32_t pid) { processes.push_back({vm, pid}); }
+// Nobody acts on the configuration but who is tried.
+class NoTaker final : public ConfigurationTaker {
+ public:
+  void interfaceIs(const rt::String&, const std::optional<rt::String>&) override {}
+  void restartIs(const rt::String&, uint64_t) override {}
+  void restartIsPast(const rt::String&, uint64_t) override {}
+  void imageIs(const rt::String&, const std::optional<statedb::Record>&) override {}
+  void imageIsLost(const rt::String&) override {}
+  void rowIs(const rt::String&, const VmRow*) override {}
+  void givenUpIs(const rt::String&, const rt::String&) override {}
+};
 
-  std::vector<GuestProcess> processes;
+class EarlierGuestsTest : public testing::Test, protected GuestFates {
+ protected:
+  // A row of another `created` is another VM's.
+  void rowIs(const rt::String& vm, bool enabled, uint64_t created = 1) {
+    put(vm, fakes::Row{.enabled = enabled}.doc(), created);
+  }
+  void rowIsNotUnderstood(const rt::String& vm) { put(vm, "{", 1); }
+  void rowIsLost(const rt::String& vm) {
+    take({statedb::Op::del, {"vmConfig", vm, {}, 0, 0}, statedb::Proof::comparison});
+  }
+  void rowDel(const rt::String& vm) { take({statedb::Op::del, {"vmConfig", vm, {}, 0, 0}}); }
+  void givenUp(const rt::String& vm, int32_t pid) {
+    take({statedb::Op::put,
+          {"vmIntent", vm, R"({"remove":")" + processes.nameOf(pid) + "\"}", 1, 1}});
+  }
+  // The store shows that the row was removed that the guest was started by.
+  void removed(const rt::String& vm, int32_t pid) {
+    const auto store = config.other(statedb::Half::config);
+    store->commit(statedb::Transaction().put("vmConfig", vm, "{}"));
+    processes.rows[pid] = {config.data->history, store->record("vmConfig", vm)->created};
+    store->commit(statedb::Transaction().del("vmConfig", vm));
+  }
+  void guestIs(const rt::String& vm, int32_t pid) { processes.guests.push_back({vm, pid}); }
+
+  void adoptableIs(const rt::String& vm, bool is) override {
+    if (is)
+      adoptable.insert(vm);
+    else
+      adoptable.erase(vm);
+  }
+  void unknownIs(const std::vector<GuestProcess>& guest, const UnknownGuest& what) override {
+    for (const GuestProcess& process : guest) unknown[process.vm].push_back(process.pid);
+    shown[guest.front().vm] = what;
+  }
+  void unknownDel(const rt::String& vm) override { unknown.erase(vm); }
+  void end(const std::vector<GuestProcess>& guest) override {
+    for (const GuestProcess& process : guest) ended.push_back(process.pid);
+  }
+
+  rt::fakes::TraceRecorder traces;
+  fakes::FakeGuestProcesses processes;
   std::vector<std::string> effects;
   fakes::FakeShims shims{effects};
-  std::map<rt::String, VmRow> rows;
-  std::set<int32_t> removals;
-  std::set<int32_t> givenUp;
+  fakes::StoreFile config;
+  fakes::StoreFile status;
+  statedb::StateDb db = fakes::troubledDb(config, status);
+  Configuration configuration{model::MachineLimits{.memory = 8192}, {"s1", 1, "h1"}};
   std::set<rt::String> adoptable;
   std::map<rt::String, std::vector<int32_t>> unknown;
+  std::map<rt::String, UnknownGuest> shown;
   std::vector<int32_t> ended;  // pids
   WaitingGuests waiting;
-  EarlierGuests guests{
-      shims,
-      waiting,
-      {
-          .guests = [this] { return processes; },
-          .row =
-              [this](const rt::String& vm) {
-                const auto found = rows.find(vm);
-                return found == rows.end() ? nullptr : &found->second;
-              },
-          .isRemoved = [this](const GuestProcess& guest) { return removals.contains(guest.pid); },
-          .isGivenUp = [this](const GuestProcess& guest) { return givenUp.contains(guest.pid); },
-          .adoptableIs =
-              [this](const rt::String& vm, bool is) {
-                if (is)
-                  adoptable.insert(vm);
-                else
-                  adoptable.erase(vm);
-              },
-          .unknownIs =
-              [this](const rt::String& vm, const std::vector<GuestProcess>& all) {
-                unknown.erase(vm);
-                for (const GuestProcess& guest : all) unknown[vm].push_back(guest.pid);
-              },
-          .end =
-              [this](const std::vector<GuestProcess>& all) {
-                for (const GuestProcess& guest : all) ended.push_back(guest.pid);
-              },
-      }};
+  EarlierGuests guests{{.processes = processes,
+                        .shims = shims,
+                        .configuration = configuration,
+                        .db = db,
+                        .waiting = waiting,
+                        .fates = *this}};
+
+ private:
+  void put(const rt::String& vm, const rt::String& doc, uint64_t created) {
+    take({statedb::Op::put, {"vmConfig", vm, doc, ++revision_, created}});
+  }
+  void take(const statedb::Change& change) {
+    NoTaker taker;
+    configuration.take({change}, {"s1", 2, "h1"}, taker);
+  }
+
+  uint64_t revision_ = 0;
 };
 
 TEST_F(EarlierGuestsTest, GoOnWhenTheyAreWanted) {
@@ -92,8 +118,8 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
   guestIs("off", 7);
   guestIs("removed", 8);
   guestIs("shimless", 9);
-  removed(6);
-  removed(8);
+  removed("anew", 6);
+  removed("removed", 8);
   shims.gone = {"shimless"};
   guests.decide();
   EXPECT_THAT(ended, ElementsAre(6, 7, 8, 9));
@@ -127,7 +153,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheirVmIsThereAgainAndThenRemoved) {
   guests.decide();
   rowIs("web1", true);
   guests.handleRow("web1");
-  rows.erase("web1");
+  rowDel("web1");
   guests.handleRow("web1");
   EXPECT_THAT(ended, ElementsAre(7));
   EXPECT_THAT(adoptable, IsEmpty());
@@ -137,7 +163,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreGivenUp) {
   guestIs("web1", 7);
   guestIs("web2", 8);
   guests.decide();
-  givenUp.insert(7);
+  givenUp("web1", 7);
   guests.handleRow("web1");
   guests.handleRow("web2");
   EXPECT_THAT(ended, ElementsAre(7));
@@ -166,8 +192,8 @@ TEST_F(EarlierGuestsTest, AreJudgedByWhoKeepsThemAndShareTheirFate) {
   guestIs("kept", 8);
   guestIs("removed", 9);
   guestIs("removed", 10);
-  removed(8);
-  removed(9);
+  removed("kept", 8);
+  removed("removed", 9);
   guests.decide();
   EXPECT_THAT(unknown, ElementsAre(Pair("kept", ElementsAre(7, 8))));
   EXPECT_THAT(ended, ElementsAre(9, 10));
@@ -206,7 +232,7 @@ TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedAnyMoreBeforeTheyAreTakenUp) {
   guests.decide();
   rowIs("web1", false);
   guests.handleRow("web1");
-  rows.erase("web2");
+  rowDel("web2");
   guests.handleRow("web2");
   EXPECT_THAT(ended, ElementsAre(7, 8));
   EXPECT_THAT(adoptable, IsEmpty());
@@ -241,6 +267,26 @@ TEST_F(EarlierGuestsTest, AreNoneOfOursOnceTheyAreTakenUp) {
   rowIs("web1", false);
   guests.handleRow("web1");
   EXPECT_THAT(ended, IsEmpty()) << "its VM's keeper ends it";
+}
+
+TEST_F(EarlierGuestsTest, GoOnWhereTheStoreCannotBeAskedWhetherTheyWereRemoved) {
+  guestIs("web1", 7);
+  removed("web1", 7);
+  config.trouble = statedb::Trouble::failed;
+  guests.decide();
+  EXPECT_THAT(ended, IsEmpty());
+  EXPECT_THAT(unknown, ElementsAre(Pair("web1", ElementsAre(7))));
+  EXPECT_THAT(traces.take(1),
+              ElementsAre("vmagentd: VM web1: whether it was removed: the file is in trouble"));
+}
+
+TEST_F(EarlierGuestsTest, ThatAreUnknownAreShownByTheirNameAndWhy) {
+  guestIs("web1", 7);
+  processes.rows[7] = {"h0", 3};
+  guests.decide();
+  EXPECT_EQ(shown["web1"].pid, 7);
+  EXPECT_EQ(shown["web1"].name, "guest7");
+  EXPECT_EQ(shown["web1"].why, "config.db is another than the one that its guest was started by");
 }
 
 }  // namespace

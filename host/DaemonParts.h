@@ -1,0 +1,63 @@
+// The daemon's parts, put together.
+#pragma once
+
+#include "host/Ground.h"
+#include "host/GuestSide.h"
+#include "host/NetworkSide.h"
+#include "host/StatusOfBefore.h"
+#include "host/database/ConfigFeed.h"
+#include "host/database/StatusFeed.h"
+#include "host/service/Heartbeat.h"
+#include "host/service/Signals.h"
+#include "model/Tables.h"
+#include "runtime/loop/ActivityManager.h"
+
+namespace host {
+
+// All that has handlers, from the agent to the configuration that is handed to it. The order of the
+// members is that of their life: each stands on those above it, and goes before them. To be made,
+// used and ended under the activity lock.
+class DaemonParts : private ConfigurationTaker {
+ public:
+  // What is named outlives it. Throws Exception, or statedb::Error, when something that it needs is
+  // not there.
+  DaemonParts(const Options& options, statedb::StateDb& db, Shims& shims, AroundStart& start,
+              TraceLog& traces, rt::ActivityManager& manager);
+  DaemonParts(const DaemonParts&) = delete;
+
+  // Once a pass of the loop; returns whether there is more to do at once.
+  bool pass();
+  // Writes what there is of status to the database.
+  void showStatus() { statusFeed_->pass(); }
+  bool isStopped() const { return stopped_; }
+
+ private:
+  DaemonParts(const Options& options, statedb::StateDb& db, Shims& shims, AroundStart& start,
+              TraceLog& traces, rt::ActivityManager& manager, const StatusOfBefore& before);
+
+  void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) override;
+  void restartIs(const rt::String& vm, uint64_t number) override;
+  void restartIsPast(const rt::String& vm, uint64_t number) override;
+  void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) override;
+  void imageIsLost(const rt::String& vm) override;
+  void rowIs(const rt::String& vm, const VmRow* row) override;
+  void givenUpIs(const rt::String& vm, const rt::String& guest) override;
+  void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
+
+  bool stopped_ = false;
+  const Signals::Ptr signals_;
+  const LoadedAgent agent_;
+  const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
+  const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs(model::daemonKey);
+  Problems problems_;
+  Configuration configuration_;
+  WaitingGuests waiting_;
+  const Ground ground_;
+  const Heartbeat::Ptr heartbeat_;
+  const StatusFeed::Ptr statusFeed_;
+  NetworkSide network_;
+  GuestSide guests_;
+  const ConfigFeed::Ptr configFeed_;
+};
+
+}  // namespace host

@@ -1,0 +1,53 @@
+// The part of the daemon that has to do with guests.
+#pragma once
+
+#include "host/Ground.h"
+#include "host/guests/EarlierGuests.h"
+#include "host/guests/ImageLooks.h"
+#include "host/guests/Images.h"
+#include "host/guests/LeftGuests.h"
+#include "host/guests/Prompter.h"
+#include "host/guests/VmSupervisor.h"
+
+namespace host {
+
+// The VMs' keepers, their disk images, and the guests that an earlier daemon left. The order of the
+// members is that of their life.
+class GuestSide {
+ public:
+  // `restartsDone`: as for VmSupervisor. `cards` outlives it.
+  GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restartsDone, VmCards& cards);
+
+  // What comes of the configuration; see ConfigurationTaker.
+  void restartIs(const rt::String& vm, uint64_t number) { supervisor_->restartIs(vm, number); }
+  void restartIsPast(const rt::String& vm, uint64_t number) {
+    supervisor_->restartIsPast(vm, number);
+  }
+  void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) {
+    images_.rowIs(vm, row);
+  }
+  void imageIsLost(const rt::String& vm) { images_.rowIsLost(vm); }
+  void rowIs(const rt::String& vm, const VmRow* row);
+  void givenUpIs(const rt::String& vm, const rt::String& guest);
+
+  // Decides what becomes of the guests that run already, and follows what shims say of theirs. To
+  // be called once the configuration is known.
+  void begin();
+  // Once a pass of the loop; returns whether there is more to do at once.
+  bool pass() { return supervisor_->pass(); }
+
+ private:
+  const Ground& ground_;
+  const KernelGuestProcesses processes_;
+  ImageRows imageRows_;
+  const ImageLooks::Ptr imageLooks_;
+  Images images_;
+  const KeeperTools tools_;
+  const VmSupervisor::Ptr supervisor_;
+  const Prompter::Ptr prompter_;
+  LeftGuests leftGuests_;
+  EarlierGuests earlierGuests_;
+  rt::Ptr<const rt::Entity> guestProblems_;  // followed; null: there are no shims
+};
+
+}  // namespace host

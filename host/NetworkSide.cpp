@@ -1,0 +1,68 @@
+#include "host/NetworkSide.h"
+
+#include "host/StatusOfBefore.h"
+#include "netlink/Macvtap.h"
+
+namespace host {
+
+namespace {
+
+BridgeFdb::Ptr bridgeFdb(const Ground& ground) {
+  const rt::String& bridge = ground.options.bridge;
+  if (bridge.empty()) return nullptr;
+  return rt::make<BridgeFdb>(bridge, kernelBridges(), ground.hostStatus, ground.agent.kernel,
+                             bridgeEntriesOfBefore(ground.db, bridge), ground.clock);
+}
+
+}  // namespace
+
+NetworkSide::NetworkSide(const Ground& ground)
+    : ground_(ground),
+      fdbStatus_(rt::make<FdbStatus>(ground.agent.bridging, ground.hostStatus)),
+      bridgeFdb_(bridgeFdb(ground)),
+      janitor_({.agent = ground.agent.root,
+                .ourAddresses = [this] { return ourAddresses(); },
+                .deviceOf = [this](const rt::String& interface) { return deviceOf(interface); },
+                .taps = taps,
+                .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }}),
+      interfaces_(rt::make<InterfaceNames>(
+          ground.agent.localDir, ground.hostStatus, ground.agent.present,
+          [this](const rt::String& id) { janitor_.handleWithdrawal(id); })),
+      cardHealer_(rt::make<CardHealer>(CardHealer::Tools{.agent = ground.agent.root,
+                                                         .present = ground.agent.present,
+                                                         .interfaces = interfaces_,
+                                                         .janitor = janitor_,
+                                                         .problems = ground.problems,
+                                                         .traces = ground.traces,
+                                                         .taps = taps},
+                                       ground.clock)) {}
+
+void NetworkSide::begin() {
+  // After the interfaces' names: so a device is heard of under its interface at once.
+  kernelLinks_ = rt::make<KernelLinks>(ground_.agent.kernel, interfaces_,
+                                       [this] { cardHealer_->devicesChanged(); });
+  janitor_.sweep();
+}
+
+bool NetworkSide::pass() {
+  const bool more = cardHealer_->pass();
+  if (bridgeFdb_) bridgeFdb_->pass();
+  return more;
+}
+
+uint32_t NetworkSide::deviceOf(const rt::String& interface) const {
+  const auto device = ground_.agent.present->intfStatusAndDeviceName(rt::IntfId(interface));
+  return device ? device->ifIndex : 0;
+}
+
+// Of the cards that are configured. A guest that is to be taken up keeps its cards' devices.
+std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
+  std::set<rt::EthAddr> addresses;
+  for (const auto& [name, row] : ground_.configuration.rows().rows()) {
+    if (!row.valid || ground_.waiting.isWaiting(name)) continue;
+    for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
+  }
+  return addresses;
+}
+
+}  // namespace host

@@ -1,0 +1,43 @@
+// The part of the daemon that has to do with the network.
+#pragma once
+
+#include "host/Ground.h"
+#include "host/network/BridgeFdb.h"
+#include "host/network/CardHealer.h"
+#include "host/network/FdbStatus.h"
+#include "host/network/InterfaceNames.h"
+#include "host/network/Janitor.h"
+#include "host/network/KernelLinks.h"
+
+namespace host {
+
+// Interfaces, the kernel's devices, the guests' cards and the bridge's entries. The order of the
+// members is that of their life.
+class NetworkSide {
+ public:
+  explicit NetworkSide(const Ground& ground);
+
+  VmCards& cards() { return *cardHealer_; }
+  void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {
+    interfaces_->rowIs(id, doc);
+  }
+  // Follows the kernel's devices. To be called once the configuration is known, and which guests go
+  // on: what is nobody's is deleted.
+  void begin();
+  // Once a pass of the loop; returns whether there is more to do at once.
+  bool pass();
+
+ private:
+  uint32_t deviceOf(const rt::String& interface) const;
+  std::set<rt::EthAddr> ourAddresses() const;
+
+  const Ground& ground_;
+  const FdbStatus::Ptr fdbStatus_;
+  const BridgeFdb::Ptr bridgeFdb_;  // null: no bridge was named
+  Janitor janitor_;
+  const InterfaceNames::Ptr interfaces_;
+  const CardHealer::Ptr cardHealer_;
+  KernelLinks::Ptr kernelLinks_;
+};
+
+}  // namespace host

@@ -1,0 +1,36 @@
+#include "host/StatusOfBefore.h"
+
+#include "model/StatusRecords.h"
+#include "model/Tables.h"
+#include "statedb/EntityDocument.h"
+
+namespace host {
+
+StatusOfBefore statusOfBefore(statedb::StateDb& db) {
+  StatusOfBefore all;
+  const auto before = rt::make<model::DaemonStatus>(model::daemonKey);
+  if (const auto record = db.record(model::table::daemon, before->name()))
+    if (statedb::fill(*before, record->doc).empty())
+      all.configuration = {before->configStore(), before->configSequence(),
+                           before->configHistory()};
+  for (const auto& record : db.snapshot({model::table::vmProcess}).records) {
+    const auto process = rt::make<model::VmProcess>(record.key);
+    if (statedb::fill(*process, record.doc).empty())
+      all.restartsDone[record.key] = process->restarts();
+  }
+  return all;
+}
+
+std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge) {
+  std::set<BridgeEntry> entries;
+  for (const auto& row : db.snapshot({model::table::fdb}).records) {
+    const auto record = rt::make<model::FdbEntry>(row.key);
+    const auto entry = bridgeEntryFromKey(row.key);
+    if (!entry || !statedb::fill(*record, row.doc).empty() || record->bridge() != bridge) continue;
+    entries.insert(*entry);
+    entries.insert({entry->mac, 0});
+  }
+  return entries;
+}
+
+}  // namespace host

@@ -1,0 +1,23 @@
+// What the daemon before has left in the database.
+#pragma once
+
+#include <map>
+#include <set>
+
+#include "host/network/BridgeFdb.h"
+#include "statedb/StateDb.h"
+
+namespace host {
+
+// All of an earlier daemon's status that counts.
+struct StatusOfBefore {
+  std::map<rt::String, uint64_t> restartsDone;  // by VM: the number that was carried out last
+  statedb::Cursor configuration;                // how far it had come with that
+};
+StatusOfBefore statusOfBefore(statedb::StateDb& db);
+
+// Returns what it put into that bridge. Which of the two forms an entry had is not known any more;
+// what is not there is removed already.
+std::set<BridgeEntry> bridgeEntriesOfBefore(statedb::StateDb& db, const rt::String& bridge);
+
+}  // namespace host
