@@ -9,6 +9,7 @@
 #include "host/service/Directories.h"
 #include "host/service/PrivateDev.h"
 #include "host/service/Supervision.h"
+#include "model/Tables.h"
 #include "runtime/loop/ActivityManager.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -74,6 +75,7 @@ Daemon::House::House(const Options& options, TraceLog& traces, AroundStart& star
       tapNodes_(needsPrivateDev() ? std::make_unique<TapNodeMaker>() : nullptr),
       db_(statedb::sqlite::openDb({.stateDir = options.stateDir,
                                    .runDir = options.runDir,
+                                   .isStatus = model::isStatus,
                                    .role = statedb::sqlite::Role::owner})),
       parts_(parts(start)) {}
 
