@@ -39,19 +39,21 @@ constexpr Option ownOptions[] = {
 };
 
 std::vector<Option> madeOptions() {
-  std::vector<Option> options;
+  std::vector<Option> made;
   for (const model::VmField& field : model::vmFields())
     if (!field.isOfCard && !field.option.empty())
-      options.push_back({field.option, 0, field.optionValue, field.optionHelp});
-  options.insert(options.end(), std::begin(ownOptions), std::end(ownOptions));
-  return options;
+      made.push_back({field.option, 0, field.optionValue, field.optionHelp});
+  made.insert(made.end(), std::begin(ownOptions), std::end(ownOptions));
+  return made;
 }
+
+const std::vector<Option> options = madeOptions();
 
 const Option& longOption(std::string_view name) {
   if (const Option* const found = optionNamed(name)) return *found;
   std::vector<std::string_view> names;
-  names.reserve(allOptions().size());
-  for (const Option& option : allOptions()) names.push_back(option.name);
+  names.reserve(options.size());
+  for (const Option& option : options) names.push_back(option.name);
   const auto near = rt::nearName(name, names);
   if (name == "json" || name == "wide")
     throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) +
@@ -71,13 +73,9 @@ const Option& shortOption(char letter, std::span<const rt::String> words) {
 
 }  // namespace
 
-std::span<const Option> allOptions() {
-  static const std::vector<Option> options = madeOptions();
-  return options;
-}
+std::span<const Option> allOptions() { return options; }
 
 const Option* optionNamed(std::string_view name) {
-  const auto options = allOptions();
   const auto found = std::find_if(options.begin(), options.end(),
                                   [&](const Option& option) { return option.name == name; });
   return found == options.end() ? nullptr : &*found;
@@ -85,7 +83,7 @@ const Option* optionNamed(std::string_view name) {
 
 const Option* optionOfLetter(char letter, std::span<const rt::String> words) {
   const Option* found = nullptr;
-  for (const Option& option : allOptions()) {
+  for (const Option& option : options) {
     if (option.letter != letter || letter == 0) continue;
     if (option.verb.empty())
       found = &option;
