@@ -42,4 +42,9 @@ std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
   return fields;
 }
 
+bool needsRestart(const AskedFor& before, const AskedFor& after) {
+  if (!before.vm.enabled() || !after.vm.enabled()) return false;
+  return before.format != after.format || !fieldsForNextStart(before.vm, after.vm).empty();
+}
+
 }  // namespace model

@@ -16,4 +16,15 @@ namespace model {
 std::vector<std::string_view> fieldsForNextStart(const Vm::VmConfig& before,
                                                  const Vm::VmConfig& after);
 
+// A VM as it is asked for: its configuration, and what its disk image is opened as; empty: nobody
+// has said.
+struct AskedFor {
+  const Vm::VmConfig& vm;
+  rt::String format;
+};
+
+// Whether a part of the change waits for the next start of a guest that may run: one whose VM was
+// enabled, and is. Pure.
+bool needsRestart(const AskedFor& before, const AskedFor& after);
+
 }  // namespace model

@@ -94,5 +94,18 @@ TEST(RestartNeeded, NamesAllFieldsInTheOrderOfTheRecord) {
               ElementsAre("diskImage", "memory", "vnicConfig"));
 }
 
+TEST(RestartNeeded, IsOfAChangeOfAFieldOrOfTheFormatWhileTheVmIsAndStaysEnabled) {
+  const auto before = vm();
+  const auto after = vm();
+  after->memoryIs(512);
+  EXPECT_FALSE(needsRestart({*before, "raw"}, {*after, "raw"}));
+  before->enabledIs(true);
+  EXPECT_FALSE(needsRestart({*before, "raw"}, {*after, "raw"}));
+  after->enabledIs(true);
+  EXPECT_TRUE(needsRestart({*before, "raw"}, {*after, "raw"}));
+  EXPECT_FALSE(needsRestart({*before, "raw"}, {*before, "raw"}));
+  EXPECT_TRUE(needsRestart({*before, "raw"}, {*before, "qcow2"}));
+}
+
 }  // namespace
 }  // namespace model

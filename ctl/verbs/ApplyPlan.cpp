@@ -5,6 +5,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Configuration.h"
 #include "model/ConfigIndex.h"
+#include "model/RestartNeeded.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
@@ -57,11 +58,10 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& for
   step.imageBefore = row->image;
   if (row->config) {
     step.changes = changesOf(*row->config, *vm);
-    step.needsRestart = needsRestart(*row->config, *vm);
-    if (!format.empty() && format != (step.image.isNamedNow ? "" : row->imageFormat())) {
-      step.changes.push_back("format=" + quoted(format));
-      step.needsRestart = step.needsRestart || (row->isEnabled() && vm->enabled());
-    }
+    const rt::String known = step.image.isNamedNow ? "" : row->imageFormat();
+    const rt::String wanted = format.empty() ? known : format;
+    if (wanted != known) step.changes.push_back("format=" + quoted(wanted));
+    step.needsRestart = model::needsRestart({*row->config, known}, {*vm, wanted});
   } else {
     step.changes.emplace_back("all of it: it could not be read");
   }

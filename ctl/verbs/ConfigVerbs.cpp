@@ -3,6 +3,7 @@
 #include "ctl/line/Fields.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/view/CardInterfaces.h"
+#include "model/RestartNeeded.h"
 #include "model/VmConfigCheck.h"
 #include "model/VmFields.h"
 #include "runtime/base/NearName.h"
@@ -49,8 +50,8 @@ void tellChanged(Context& context, const Changed& changed) {
   if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after) &&
       !isOpenedOtherwise)
     return context.tell(name + ": was so already");
-  const bool isOn = changed.before->enabled() && changed.after->enabled();
-  if (needsRestart(*changed.before, *changed.after) || (isOn && isOpenedOtherwise))
+  if (model::needsRestart({*changed.before, changed.formatBefore},
+                          {*changed.after, changed.formatAfter}))
     context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
   else
     context.tell(name + ": changed");

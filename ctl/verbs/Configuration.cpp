@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "model/RestartNeeded.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
@@ -29,15 +28,11 @@ Refusal unreadable(const VmRow& row) {
 
 Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
   auto copy = rt::make<Vm::VmConfig>(vm.name());
-  (void)statedb::fill(*copy, statedb::documentOf(vm));
+  statedb::copy(vm, *copy);
   return copy;
 }
 
 }  // namespace
-
-bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after) {
-  return before.enabled() && after.enabled() && !model::fieldsForNextStart(before, after).empty();
-}
 
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {
   return std::any_of(unread.begin(), unread.end(), [&](const rt::Problem& each) {

@@ -20,9 +20,6 @@ struct Changed {
   rt::String formatAfter;
 };
 
-// Whether anything of the change waits for the start of a guest that may run.
-bool needsRestart(const Vm::VmConfig& before, const Vm::VmConfig& after);
-
 // Whether the problem is of a field that could not be read: that has its default now, which says
 // nothing.
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread);
