@@ -61,9 +61,10 @@ TEST_F(EachField, IsInTheHelpOfSet) {
 
 TEST_F(EachField, WithAnOptionIsInTheHelpOfAdd) {
   const Answer help = vmctl("add --help");
-  for (const VmField& field : model::vmFields())
-    if (!field.isOfCard && !field.option.empty())
-      EXPECT_THAT(help.out, HasSubstr("\n  --" + std::string(field.option) + " ")) << field.name;
+  for (const VmField& field : model::vmFields()) {
+    if (field.isOfCard || field.option.empty()) continue;
+    EXPECT_THAT(help.out, HasSubstr("\n  --" + std::string(field.option) + " ")) << field.name;
+  }
 }
 
 TEST_F(EachField, IsWhatSetGoesOnWith) {
@@ -75,20 +76,18 @@ TEST_F(EachField, IsWhatSetGoesOnWith) {
 
 TEST_F(EachField, IsNamedToWhoNamesAnother) {
   const Answer answer = vmctl("set web1 colour=red");
-  for (const VmField& field : model::vmFields())
-    if (!field.isOfCard) EXPECT_THAT(answer.err, HasSubstr(std::string(field.name) + ","));
   const Answer ofCard = vmctl("set web1 vnicConfig.nic00.colour=red");
   for (const VmField& field : model::vmFields())
-    if (field.isOfCard) EXPECT_THAT(ofCard.err, HasSubstr(std::string(field.name)));
+    EXPECT_THAT(field.isOfCard ? ofCard.err : answer.err, HasSubstr(std::string(field.name)));
 }
 
 TEST_F(EachField, IsShownWithItsValue) {
   const Answer shown = vmctl("show web1");
-  for (const VmField& field : model::vmFields())
-    if (field.kind != VmField::Kind::truth || !field.title.empty())
-      EXPECT_THAT(shown.out, HasSubstr(sampleOf(field))) << field.name;
-    else
-      EXPECT_EQ(field.name, "enabled") << "needs a title";
+  for (const VmField& field : model::vmFields()) {
+    // The switch is shown as "yes".
+    if (field.name == "enabled") continue;
+    EXPECT_THAT(shown.out, HasSubstr(sampleOf(field))) << field.name;
+  }
 }
 
 TEST_F(EachField, IsInTheDocumentOfAVm) {

@@ -15,12 +15,12 @@ enum class StepKind : uint8_t { add, change, remove, keep };
 
 struct Step {
   StepKind kind = StepKind::keep;
-  rt::String name;
-  uint64_t revision = 0;     // of the row that this was planned on
-  Vm::VmConfig::Ptr config;  // as it will be; null when it is removed
-  ImageWish image;           // what is said of its disk image
+  rt::String name{};
+  uint64_t revision = 0;       // of the row that this was planned on
+  Vm::VmConfig::Ptr config{};  // as it will be; null when it is removed
+  ImageWish image{};           // what is said of its disk image
   model::VmImage::Ptr imageBefore = rt::make<model::VmImage>("");  // never null
-  std::vector<rt::String> changes;                                 // such as "memory=512"
+  std::vector<rt::String> changes{};                               // such as "memory=512"
   bool needsRestart = false;
 };
 

@@ -46,7 +46,7 @@ struct StoreOptions {
   Role role = Role::client;
   // How long to wait for others' locks. By default a client waits 5 s; the daemon 0.05 s, because
   // its handlers stand still meanwhile, and it can try again later.
-  std::optional<rt::Seconds> patience;
+  std::optional<rt::Seconds> patience{};
   // Changes kept in the log when it is trimmed, which happens once it holds a quarter more.
   int64_t keptChanges = 10'000;
 };
