@@ -22,6 +22,7 @@
 #include "ctl/machine/TemporaryFile.h"
 #include "model/ImageLook.h"
 #include "model/Tables.h"
+#include "runtime/base/Descriptor.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -83,7 +84,8 @@ rt::String workingDirectory() {
 
 rt::String readFile(const rt::String& path) {
   const bool isInput = path == "-";
-  const int descriptor = isInput ? STDIN_FILENO : open(path.charPtr(), O_RDONLY | O_CLOEXEC);
+  const rt::Descriptor file(isInput ? -1 : open(path.charPtr(), O_RDONLY | O_CLOEXEC));
+  const int descriptor = isInput ? STDIN_FILENO : file.number();
   rt::String text;
   char buffer[64 * 1024];
   ssize_t size = descriptor < 0 ? -1 : 1;
@@ -94,9 +96,7 @@ rt::String readFile(const rt::String& path) {
     else if (size > 0)
       text += std::string_view(buffer, static_cast<size_t>(size));
   }
-  const int error = errno;
-  if (descriptor >= 0 && !isInput) close(descriptor);
-  if (size < 0) throw rt::ErrnoException(error, path + " cannot be read");
+  if (size < 0) throw rt::ErrnoException(errno, path + " cannot be read");
   return text;
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Text.h"
 
 namespace model {
@@ -92,14 +93,13 @@ ImageFacts imageFacts(const rt::String& path) {
   } else {
     return facts;
   }
-  int fd = openToRead(path, facts.kind);
-  if (fd < 0 && errno == EBUSY) {
+  rt::Descriptor fd(openToRead(path, facts.kind));
+  if (!fd && errno == EBUSY) {
     facts.isInUse = true;
-    fd = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    fd.reset(open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   }
-  if (fd < 0) return unreadable(errno);
-  const int error = readFacts(fd, facts);
-  close(fd);
+  if (!fd) return unreadable(errno);
+  const int error = readFacts(fd.number(), facts);
   return error == 0 ? facts : unreadable(error);
 }
 

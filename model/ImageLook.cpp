@@ -12,6 +12,7 @@
 #include <csignal>
 #include <type_traits>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
 namespace model {
@@ -64,10 +65,9 @@ ImageFacts ImageLook::facts() const { return *answer_; }
 ImageFacts imageFactsWithin(const ImageLook::Look& look, rt::Seconds patience) {
   try {
     const ImageLook begun(look);
-    const int descriptor = begun.descriptor();
-    pollfd over{descriptor, POLLIN, 0};
+    const rt::Descriptor descriptor(begun.descriptor());
+    pollfd over{descriptor.number(), POLLIN, 0};
     const int answered = poll(&over, 1, static_cast<int>(std::ceil(patience.value() * 1000)));
-    close(descriptor);
     return answered > 0 ? begun.facts() : unreadable(ETIMEDOUT);
   } catch (const rt::ErrnoException& error) {
     return unreadable(error.error());

@@ -49,12 +49,11 @@ pid_t holderOf(int descriptor) {
 
 OwnerLock::OwnerLock(const rt::String& file)
     : descriptor_(rt::openOwnFile(AT_FDCWD, file.charPtr(), O_RDWR, ownersMode)) {
-  if (descriptor_ < 0) throw trouble(file, errno);
+  if (!descriptor_) throw trouble(file, errno);
   auto lock = wholeFile();
-  if (fcntl(descriptor_, F_SETLK, &lock) != 0) {
+  if (fcntl(descriptor_.number(), F_SETLK, &lock) != 0) {
     const int error = errno;
-    const pid_t holder = holderOf(descriptor_);
-    close(descriptor_);
+    const pid_t holder = holderOf(descriptor_.number());
     if (error != EAGAIN && error != EACCES) throw trouble(file, error);
     // Whose processes are not ours to see is nobody.
     const rt::String who = holder > 0 ? "process " + rt::toText(holder) : "in another container";
@@ -62,11 +61,9 @@ OwnerLock::OwnerLock(const rt::String& file)
   }
   const rt::String pid = rt::toText(getpid()) + "\n";
   // Only for people to read: without it the lock holds as well.
-  (void)!ftruncate(descriptor_, 0);
-  (void)!pwrite(descriptor_, pid.charPtr(), pid.size(), 0);
+  (void)!ftruncate(descriptor_.number(), 0);
+  (void)!pwrite(descriptor_.number(), pid.charPtr(), pid.size(), 0);
 }
-
-OwnerLock::~OwnerLock() { close(descriptor_); }
 
 rt::String ownerLockFile(const rt::String& directory) { return directory + "/vmagentd.lock"; }
 

@@ -1,6 +1,7 @@
 // Who owns a directory: the one daemon that goes by it.
 #pragma once
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/String.h"
 #include "statedb/Error.h"
 
@@ -19,10 +20,9 @@ class OwnerLock {
   // another process has it; the file's trouble otherwise.
   explicit OwnerLock(const rt::String& file);
   OwnerLock(const OwnerLock&) = delete;
-  ~OwnerLock();
 
  private:
-  int descriptor_;
+  const rt::Descriptor descriptor_;
 };
 
 // The lock file of the daemon that owns what is in a directory.

@@ -54,34 +54,24 @@ void giveToGroupOf(int directory) {
 
 OwnerSign::OwnerSign(const rt::String& runDir)
     : directory_(openDirectory(runDir)), socket_(makeSocket()) {
-  (void)unlinkat(directory_, fileName, 0);  // of one that was killed
-  if (!bindIn(directory_, socket_)) {
+  (void)unlinkat(directory_.number(), fileName, 0);  // of one that was killed
+  if (!bindIn(directory_.number(), socket_.number())) {
     const rt::String reason = std::strerror(errno);
-    close(socket_);
-    close(directory_);
     throw Error(Trouble::failed,
                 "cannot make the socket " + runDir + "/" + fileName + ": " + reason);
   }
-  giveToGroupOf(directory_);
-  (void)shutdown(socket_, SHUT_RD);  // what is sent to it would be kept
+  giveToGroupOf(directory_.number());
+  (void)shutdown(socket_.number(), SHUT_RD);  // what is sent to it would be kept
 }
 
-OwnerSign::~OwnerSign() {
-  (void)unlinkat(directory_, fileName, 0);
-  close(socket_);
-  close(directory_);
-}
+OwnerSign::~OwnerSign() { (void)unlinkat(directory_.number(), fileName, 0); }
 
 bool ownerIsAlive(const rt::String& runDir) {
-  const int directory = openDirectory(runDir);
-  const int client = makeSocket();
-  const sockaddr_un address = addressIn(directory);
-  const bool isAlive =
-      directory >= 0 &&
-      connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  close(client);
-  if (directory >= 0) close(directory);
-  return isAlive;
+  const rt::Descriptor directory(openDirectory(runDir));
+  const rt::Descriptor client(makeSocket());
+  const sockaddr_un address = addressIn(directory.number());
+  return directory &&
+         connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 }  // namespace statedb

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/String.h"
 
 namespace statedb {
@@ -20,8 +21,8 @@ class OwnerSign {
   ~OwnerSign();
 
  private:
-  const int directory_;
-  const int socket_;
+  const rt::Descriptor directory_;
+  const rt::Descriptor socket_;
 };
 
 // Whether the owner of the status in `runDir` runs now, ready or not. Touches nothing. What may not

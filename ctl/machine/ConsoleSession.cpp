@@ -53,15 +53,15 @@ class HeldSignals {
   HeldSignals() : descriptor_(hold()) {}
   HeldSignals(const HeldSignals&) = delete;
   ~HeldSignals() {
-    close(descriptor_);
+    descriptor_.reset();
     // Left for the caller to meet, now that all is put back.
     if (signal_ != 0) (void)raise(signal_);
     (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
   }
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return descriptor_.number(); }
   void take() {
     signalfd_siginfo info{};
-    if (read(descriptor_, &info, sizeof info) == sizeof info)
+    if (read(descriptor_.number(), &info, sizeof info) == sizeof info)
       signal_ = static_cast<int>(info.ssi_signo);
   }
 
@@ -78,7 +78,7 @@ class HeldSignals {
 
   sigset_t before_{};
   int signal_ = 0;
-  const int descriptor_;
+  rt::Descriptor descriptor_;
 };
 
 bool writeAll(int descriptor, std::string_view bytes) {
@@ -163,13 +163,11 @@ rt::Descriptor connectTo(const rt::String& path) {
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) throw rt::ErrnoException(ENAMETOOLONG, path);
   path.str().copy(address.sun_path, sizeof address.sun_path - 1);
-  const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    const int error = errno;
-    close(connection);
-    throw rt::ErrnoException(error, path + " cannot be reached");
-  }
-  return rt::Descriptor(connection);
+  rt::Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (connect(connection.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
+      0)
+    throw rt::ErrnoException(errno, path + " cannot be reached");
+  return connection;
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "runtime/base/Descriptor.h"
+
 extern char** environ;
 
 namespace ctl {
@@ -66,18 +68,15 @@ int LinuxMachine::accessError(const rt::String& path, Access access) const {
 }
 
 int LinuxMachine::openError(const rt::String& device) const {
-  const int descriptor = open(device.charPtr(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (descriptor < 0) return errno;
-  close(descriptor);
-  return 0;
+  const rt::Descriptor descriptor(
+      open(device.charPtr(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  return descriptor ? 0 : errno;
 }
 
 std::optional<rt::String> LinuxMachine::text(const rt::String& path) const {
-  const int descriptor = open(path.charPtr(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return std::nullopt;
-  rt::String text = readAll(descriptor, mostText);
-  close(descriptor);
-  return text;
+  const rt::Descriptor descriptor(open(path.charPtr(), O_RDONLY | O_CLOEXEC));
+  if (!descriptor) return std::nullopt;
+  return readAll(descriptor.number(), mostText);
 }
 
 std::optional<uint64_t> LinuxMachine::freeSpace(const rt::String& directory) const {
@@ -89,17 +88,18 @@ std::optional<uint64_t> LinuxMachine::freeSpace(const rt::String& directory) con
 ProgramEnd LinuxMachine::run(const std::vector<rt::String>& words) const {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return {-1, {}};
-  const pid_t pid = start(words, ends[1]);
-  close(ends[1]);
+  const rt::Descriptor out(ends[0]);
+  rt::Descriptor in(ends[1]);
+  const pid_t pid = start(words, in.number());
+  in.reset();
   ProgramEnd end{-1, {}};
   if (pid > 0) {
-    end.output = readAll(ends[0], mostText);
+    end.output = readAll(out.number(), mostText);
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     if (WIFEXITED(status)) end.status = WEXITSTATUS(status);
   }
-  close(ends[0]);
   return end;
 }
 

@@ -18,15 +18,13 @@ namespace ctl {
 
 namespace {
 
-// -1: it is not there. Members of the group may put links and others' files there, and root must
+// None: it is not there. Members of the group may put links and others' files there, and root must
 // read none for them.
-int openIfThere(const rt::String& path) {
-  const int descriptor = open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
-  if (descriptor < 0 && errno != ENOENT) throw rt::ErrnoException(errno, path + " cannot be read");
-  if (descriptor >= 0 && geteuid() == 0 && !rt::isOwnFile(descriptor)) {
-    close(descriptor);
+rt::Descriptor openIfThere(const rt::String& path) {
+  rt::Descriptor descriptor(open(path.charPtr(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+  if (!descriptor && errno != ENOENT) throw rt::ErrnoException(errno, path + " cannot be read");
+  if (descriptor && geteuid() == 0 && !rt::isOwnFile(descriptor.number()))
     throw rt::Exception(path + " cannot be read: it is no file of root's own");
-  }
   return descriptor;
 }
 
@@ -36,11 +34,6 @@ bool sameFile(const struct stat& a, const struct stat& b) {
 
 rt::String directoryOf(const rt::String& path) { return path.substr(0, path.str().rfind('/')); }
 
-void closeIfOpen(int& descriptor) {
-  if (descriptor >= 0) close(descriptor);
-  descriptor = -1;
-}
-
 }  // namespace
 
 LogFile::LogFile(const rt::String& path) : path_(path), current_(openIfThere(path)) {
@@ -48,64 +41,58 @@ LogFile::LogFile(const rt::String& path) : path_(path), current_(openIfThere(pat
   older_ = openIfThere(path + ".1");
   struct stat current {};
   struct stat older {};
-  if (older_ >= 0 && current_ >= 0 && fstat(current_, &current) == 0 &&
-      fstat(older_, &older) == 0 && sameFile(current, older))
-    closeIfOpen(older_);
-}
-
-LogFile::~LogFile() {
-  closeIfOpen(current_);
-  closeIfOpen(older_);
-  closeIfOpen(inotify_);
+  if (older_ && current_ && fstat(current_.number(), &current) == 0 &&
+      fstat(older_.number(), &older) == 0 && sameFile(current, older))
+    older_.reset();
 }
 
 void LogFile::readOpen(const Sink& sink) {
   char bytes[64 * 1024];
-  for (int* const file : {&older_, &current_}) {
-    while (*file >= 0) {
-      const ssize_t size = ::read(*file, bytes, sizeof bytes);
+  for (const rt::Descriptor* const file : {&older_, &current_}) {
+    while (*file) {
+      const ssize_t size = ::read(file->number(), bytes, sizeof bytes);
       if (size < 0 && errno == EINTR) continue;
       if (size < 0) throw rt::ErrnoException(errno, path_ + " cannot be read");
       if (size == 0) break;
       sink({bytes, static_cast<size_t>(size)});
     }
   }
-  closeIfOpen(older_);
+  older_.reset();
 }
 
 bool LogFile::isReplaced() const {
-  if (current_ < 0) return true;
+  if (!current_) return true;
   struct stat current {};
   struct stat named {};
-  return stat(path_.charPtr(), &named) == 0 && fstat(current_, &current) == 0 &&
+  return stat(path_.charPtr(), &named) == 0 && fstat(current_.number(), &current) == 0 &&
          !sameFile(current, named);
 }
 
 void LogFile::read(const Sink& sink) {
   readOpen(sink);
   if (!isReplaced()) return;
-  const int next = openIfThere(path_);
-  if (next < 0) return;
+  rt::Descriptor next = openIfThere(path_);
+  if (!next) return;
   readOpen(sink);  // what was written to it before it was set aside
-  closeIfOpen(current_);
-  current_ = next;
+  current_ = std::move(next);
   readOpen(sink);
 }
 
 int LogFile::follow() {
-  inotify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  inotify_.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   const rt::String directory = directoryOf(path_);
   constexpr uint32_t additions = IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_ONLYDIR;
-  if (inotify_ < 0 || inotify_add_watch(inotify_, directory.charPtr(), additions) < 0)
+  if (!inotify_ || inotify_add_watch(inotify_.number(), directory.charPtr(), additions) < 0)
     throw rt::ErrnoException(errno, path_ + " cannot be followed");
   // The directory itself does not tell its end as long as a file of it is open.
-  (void)inotify_add_watch(inotify_, directoryOf(directory).charPtr(), IN_DELETE | IN_MOVED_FROM);
-  return inotify_;
+  (void)inotify_add_watch(inotify_.number(), directoryOf(directory).charPtr(),
+                          IN_DELETE | IN_MOVED_FROM);
+  return inotify_.number();
 }
 
 bool LogFile::takeNews() {
   char bytes[4096];
-  while (::read(inotify_, bytes, sizeof bytes) > 0) {
+  while (::read(inotify_.number(), bytes, sizeof bytes) > 0) {
   }
   return access(directoryOf(path_).charPtr(), F_OK) == 0;
 }

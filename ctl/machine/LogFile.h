@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/String.h"
 
 namespace ctl {
@@ -19,9 +20,8 @@ class LogFile {
   // Throws rt::ErrnoException when a file that is there cannot be opened.
   explicit LogFile(const rt::String& path);
   LogFile(const LogFile&) = delete;
-  ~LogFile();
 
-  bool exists() const { return current_ >= 0 || older_ >= 0; }
+  bool exists() const { return current_ || older_; }
   // All that is there and was not read yet.
   void read(const Sink& sink);
 
@@ -36,9 +36,9 @@ class LogFile {
   bool isReplaced() const;
 
   const rt::String path_;
-  int current_;
-  int older_ = -1;
-  int inotify_ = -1;
+  rt::Descriptor current_;
+  rt::Descriptor older_;
+  rt::Descriptor inotify_;
 };
 
 // Makes guests' output fit for a terminal, chunk by chunk: as rt::visibleText(), with tabs and ends

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 #include "runtime/base/Text.h"
 
@@ -57,10 +58,10 @@ TemporaryFile::TemporaryFile(const rt::String& directory, const rt::String& name
   // The ending tells editors what is in it.
   constexpr std::string_view ending = ".json";
   std::string path = directory.str() + "/" + name.str() + "-XXXXXX" + std::string(ending);
-  const int descriptor = mkostemps(path.data(), static_cast<int>(ending.size()), O_CLOEXEC);
-  if (descriptor < 0)
+  const rt::Descriptor descriptor(
+      mkostemps(path.data(), static_cast<int>(ending.size()), O_CLOEXEC));
+  if (!descriptor)
     throw rt::ErrnoException(errno, "a file for the editor cannot be made in " + directory);
-  close(descriptor);
   path_ = path;
 }
 

@@ -23,13 +23,8 @@ Waiter::Waiter(Context& context, rt::Seconds patience)
       begin_(context.world().now()),
       asked_(context.db().store(statedb::Half::config).snapshot({}).cursor),
       patience_(patience),
-      descriptors_{context.db().store(statedb::Half::status).wakeUp(), -1} {
-  descriptors_[1] = context.db().store(statedb::Half::config).wakeUp();
-}
-
-Waiter::~Waiter() {
-  for (const int descriptor : descriptors_) close(descriptor);
-}
+      status_(context.db().store(statedb::Half::status).wakeUp()),
+      config_(context.db().store(statedb::Half::config).wakeUp()) {}
 
 void Waiter::silence() {
   // What changed is not asked for, so any cursor will do.
@@ -68,7 +63,8 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
     }
     tellAbsence();
     tellProgress(row);
-    context_.world().waitReadable(descriptors_, std::min(left, beat));
+    const int bells[] = {status_.number(), config_.number()};
+    context_.world().waitReadable(bells, std::min(left, beat));
   }
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "ctl/view/VmRows.h"
+#include "runtime/base/Descriptor.h"
 
 namespace ctl {
 
@@ -25,7 +26,6 @@ class Waiter {
   // together.
   Waiter(Context& context, rt::Seconds patience);
   Waiter(const Waiter&) = delete;
-  ~Waiter();
 
   // Returns when it is so; refuses with Exit::timedOut, and says what was so at the end, or with
   // Exit::failed as soon as it is lost. What the daemon finds wrong meanwhile is told once, for it
@@ -47,7 +47,8 @@ class Waiter {
   const rt::Seconds begin_;
   const statedb::Cursor asked_;  // the configuration as it was then
   const rt::Seconds patience_;
-  int descriptors_[2];
+  const rt::Descriptor status_;  // rings when something of that half may have changed
+  const rt::Descriptor config_;
   std::optional<rt::String> oldProblem_;  // as it was when the wait for this VM began
   rt::String toldProblem_;
   bool toldAbsence_ = false;

@@ -8,6 +8,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/view/VmView.h"
 #include "model/Tables.h"
+#include "runtime/base/Descriptor.h"
 
 namespace ctl {
 
@@ -23,9 +24,8 @@ class Follower {
         bell_(store_.wakeUp()),
         cursor_(store_.snapshot({anyTable_}).cursor) {}
   Follower(const Follower&) = delete;
-  ~Follower() { close(bell_); }
 
-  int bell() const { return bell_; }
+  int bell() const { return bell_.number(); }
   // Adds the VMs of which something may have changed; false: it may be any.
   bool take(std::set<rt::String>& names) {
     const statedb::Changes changes = store_.changes(cursor_);
@@ -42,7 +42,7 @@ class Follower {
  private:
   statedb::Store& store_;
   const rt::String anyTable_;
-  const int bell_;
+  const rt::Descriptor bell_;
   statedb::Cursor cursor_;
 };
 

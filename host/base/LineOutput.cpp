@@ -15,9 +15,9 @@ namespace host {
 namespace {
 
 // Of a pipe or a terminal: what is opened by its name in /proc is the same with flags of its own.
-int openedAnew(int descriptor) {
+rt::Descriptor openedAnew(int descriptor) {
   const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
-  return open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  return rt::Descriptor(open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
 // A pipe that has any room takes so much without waiting.
@@ -32,11 +32,7 @@ ssize_t writeIfReady(int descriptor, std::string_view text) {
 LineOutput::LineOutput(int descriptor)
     : descriptor_(descriptor),
       kind_(kindOf(descriptor)),
-      own_(kind_ == Kind::stream ? openedAnew(descriptor) : -1) {}
-
-LineOutput::~LineOutput() {
-  if (own_ >= 0) close(own_);
-}
+      own_(kind_ == Kind::stream ? openedAnew(descriptor) : rt::Descriptor()) {}
 
 LineOutput::Kind LineOutput::kindOf(int descriptor) {
   struct stat facts {};
@@ -60,8 +56,8 @@ bool LineOutput::writeRest() {
     const ssize_t written = kind_ == Kind::socket ? send(descriptor_, rest_.data(), rest_.size(),
                                                          MSG_DONTWAIT | MSG_NOSIGNAL)
                             : kind_ == Kind::file ? ::write(descriptor_, rest_.data(), rest_.size())
-                            : own_ >= 0           ? ::write(own_, rest_.data(), rest_.size())
-                                                  : writeIfReady(descriptor_, rest_);
+                            : own_ ? ::write(own_.number(), rest_.data(), rest_.size())
+                                   : writeIfReady(descriptor_, rest_);
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return false;
     rest_.erase(0, static_cast<size_t>(written));

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/base/Descriptor.h"
+
 namespace host {
 
 // Writes to a pipe, socket, terminal or file, and never waits for who reads it: what finds no room
@@ -14,7 +16,6 @@ class LineOutput {
   // `descriptor` stays its owner's. Its flags are left alone, for others may share them.
   explicit LineOutput(int descriptor);
   LineOutput(const LineOutput&) = delete;
-  ~LineOutput();
 
   // Whether there was room. A line that was begun is ended before the next one begins.
   bool write(std::string_view line);
@@ -28,7 +29,8 @@ class LineOutput {
   std::mutex mutex_;
   const int descriptor_;
   const Kind kind_;
-  const int own_;     // the same stream, opened once more for ourselves; -1: it could not be
+  const rt::Descriptor
+      own_;           // the same stream, opened once more for ourselves; none: it could not be
   std::string rest_;  // of a line that was begun
 };
 

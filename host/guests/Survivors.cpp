@@ -16,6 +16,7 @@
 #include "guest/VmFiles.h"
 #include "host/base/Report.h"
 #include "host/guests/ProcessText.h"
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Text.h"
 
 namespace host {
@@ -27,18 +28,15 @@ constexpr std::string_view optionEnd = ",server,nowait";
 
 // What /var/run is to a process: its links are to be followed from its root and not from ours.
 std::optional<std::pair<dev_t, ino_t>> runDirectoryOf(const std::string& process) {
-  const int root = open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (root < 0) return std::nullopt;
+  const rt::Descriptor root(open((process + "/root").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!root) return std::nullopt;
   open_how how{};
   how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   how.resolve = RESOLVE_IN_ROOT;
-  const int directory = static_cast<int>(syscall(SYS_openat2, root, "var/run", &how, sizeof how));
-  close(root);
-  if (directory < 0) return std::nullopt;
+  const rt::Descriptor directory(
+      static_cast<int>(syscall(SYS_openat2, root.number(), "var/run", &how, sizeof how)));
   struct stat info {};
-  const bool known = fstat(directory, &info) == 0;
-  close(directory);
-  if (!known) return std::nullopt;
+  if (!directory || fstat(directory.number(), &info) != 0) return std::nullopt;
   return std::pair(info.st_dev, info.st_ino);
 }
 
@@ -159,13 +157,11 @@ void Survivors::handleInitialized() {
 
 void Survivors::hold(const std::vector<GuestProcess>& guests, rt::Seconds killAt) {
   for (const auto& guest : guests) {
-    const int pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
-    if (pidfd < 0) continue;
+    rt::Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0)));
+    if (!pidfd) continue;
     // Another process may have its number by now.
     if (guestOf(directoryOf(guest.pid)) == guest.vm)
-      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd, killAt);
-    else
-      close(pidfd);
+      guests_[guest.pid] = rt::make<Guest>(*this, guest, pidfd.release(), killAt);
   }
 }
 

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 #include "runtime/base/OwnFile.h"
 
@@ -44,17 +45,13 @@ void makeSharedDirectory(const rt::String& path, std::optional<gid_t> group) {
 }
 
 void makeGuestsDirectory(const rt::String& runDir) {
-  const int run = open(runDir.charPtr(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const rt::Descriptor run(open(runDir.charPtr(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat facts {};
-  const int made = run >= 0 && fstat(run, &facts) == 0
-                       ? rt::openOwnDirectory(run, "vm", guestsMode, facts.st_gid)
-                       : -1;
+  const rt::Descriptor made(run && fstat(run.number(), &facts) == 0
+                                ? rt::openOwnDirectory(run.number(), "vm", guestsMode, facts.st_gid)
+                                : -1);
   const int error = errno;
-  if (run >= 0) close(run);
-  if (made >= 0) {
-    close(made);
-    return;
-  }
+  if (made) return;
   throw rt::Exception("the directory " + runDir + "/vm " +
                       (error == EPERM ? rt::String("is another user's: remove it")
                                       : rt::String("cannot be made: ") + std::strerror(error)));

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
 namespace host {
@@ -57,7 +58,6 @@ MonitorListener::MonitorListener(rt::String waitingPlace) : waitingPlace_(std::m
 MonitorListener::~MonitorListener() {
   current = nullptr;
   letGo();
-  for (const auto& [path, socket] : kept_) ::close(socket);
 }
 
 void MonitorListener::removeLeftover() const { (void)unlink(waitingPlace_.charPtr()); }
@@ -70,40 +70,33 @@ void MonitorListener::open(const rt::String& path) {
   requireNoDirectory(path);
   requireNoDirectory(waitingPlace_);
   removeLeftover();
-  const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (made < 0 || !bindTo(made, waitingPlace_)) {
+  rt::Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!made || !bindTo(made.number(), waitingPlace_)) {
     const int error = errno;
-    if (made >= 0) ::close(made);
     (void)unlink(waitingPlace_.charPtr());
     throw trouble(path, std::strerror(error));
   }
-  socket_ = made;
+  socket_ = std::move(made);
   path_ = path;
   isInPlace_ = false;
   isHandedOver_ = false;
 }
 
 void MonitorListener::settle() {
-  if (socket_ < 0 || !isInPlace_) return letGo();
-  close(path_);
-  kept_[path_] = std::exchange(socket_, -1);
+  if (!socket_ || !isInPlace_) return letGo();
+  kept_[path_] = std::move(socket_);
 }
 
-void MonitorListener::close(const rt::String& path) {
-  const auto kept = kept_.find(path);
-  if (kept == kept_.end()) return;
-  ::close(kept->second);
-  kept_.erase(kept);
-}
+void MonitorListener::close(const rt::String& path) { kept_.erase(path); }
 
 void MonitorListener::letGo() {
-  if (socket_ < 0) return;
+  if (!socket_) return;
   if (!isInPlace_) (void)unlink(waitingPlace_.charPtr());
-  ::close(std::exchange(socket_, -1));
+  socket_.reset();
 }
 
 void MonitorListener::handleFork() {
-  if (!current || current->socket_ < 0 || current->isInPlace_) return;
+  if (!current || !current->socket_ || current->isInPlace_) return;
   current->isInPlace_ =
       std::rename(current->waitingPlace_.charPtr(), current->path_.charPtr()) == 0;
 }
@@ -115,7 +108,7 @@ void MonitorListener::handleForkInParent() {
 // Does only what is safe in a forked child.
 void MonitorListener::handleForkInChild() {
   if (current && current->isInPlace_ && !current->isHandedOver_)
-    (void)fcntl(current->socket_, F_SETFD, 0);
+    (void)fcntl(current->socket_.number(), F_SETFD, 0);
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/String.h"
 
 namespace host {
@@ -37,7 +38,7 @@ class MonitorListener {
   void settle();
   void close(const rt::String& path);
   // The descriptor, which is the same in the child; -1 unless a start has begun.
-  int number() const { return socket_; }
+  int number() const { return socket_.number(); }
 
  private:
   static void handleFork();
@@ -48,10 +49,10 @@ class MonitorListener {
 
   const rt::String waitingPlace_;
   rt::String path_;
-  int socket_ = -1;                 // of the start that has begun
-  bool isInPlace_ = false;          // moved to the path
-  bool isHandedOver_ = false;       // a child has it
-  std::map<rt::String, int> kept_;  // of the guests that were started, by path
+  rt::Descriptor socket_;                      // of the start that has begun
+  bool isInPlace_ = false;                     // moved to the path
+  bool isHandedOver_ = false;                  // a child has it
+  std::map<rt::String, rt::Descriptor> kept_;  // of the guests that were started, by path
 };
 
 }  // namespace host

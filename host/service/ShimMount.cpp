@@ -13,6 +13,7 @@
 
 #include "guest/VmFiles.h"
 #include "host/base/Report.h"
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
 namespace host {
@@ -40,9 +41,8 @@ void bind(const fs::path& what, const fs::path& where) {
 }
 
 void makeFile(const fs::path& path) {
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0755);
-  require(file >= 0, "make a file to mount on");
-  close(file);
+  const rt::Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0755));
+  require(file.number() >= 0, "make a file to mount on");
 }
 
 // Gives QEMU's second path a file to be mounted on, in a copy of its directory that is ours alone.

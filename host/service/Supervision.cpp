@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Format.h"
 #include "runtime/base/Text.h"
 #include "runtime/base/VisibleText.h"
@@ -39,12 +40,10 @@ int sendDatagram(std::string_view path, std::string_view text) {
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   if (path.front() == '@') address.sun_path[0] = '\0';
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
-  const int own = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  const ssize_t sent = sendto(own, text.data(), text.size(), MSG_NOSIGNAL,
+  const rt::Descriptor own(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const ssize_t sent = sendto(own.number(), text.data(), text.size(), MSG_NOSIGNAL,
                               reinterpret_cast<const sockaddr*>(&address), size);
-  const int error = sent < 0 ? errno : 0;
-  close(own);
-  return error;
+  return sent < 0 ? errno : 0;
 }
 
 // A manager that is not there has heard all that it can.

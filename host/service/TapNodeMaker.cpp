@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "host/service/PrivateDev.h"
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
 namespace host {
@@ -68,12 +69,10 @@ int handleMessage(nl_msg* message, void* /*unused*/) {
 
 struct TapNodeMaker::State {
   std::unique_ptr<nl_sock, Closing> socket{nl_socket_alloc()};
-  int stop = eventfd(0, EFD_CLOEXEC);
-
-  ~State() { close(stop); }
+  const rt::Descriptor stop{eventfd(0, EFD_CLOEXEC)};
 
   void run() const {
-    pollfd ready[] = {{nl_socket_get_fd(socket.get()), POLLIN, 0}, {stop, POLLIN, 0}};
+    pollfd ready[] = {{nl_socket_get_fd(socket.get()), POLLIN, 0}, {stop.number(), POLLIN, 0}};
     while (true) {
       if (poll(ready, 2, -1) < 0) continue;
       if (ready[1].revents != 0) return;
@@ -103,7 +102,7 @@ TapNodeMaker::TapNodeMaker() : state_(std::make_unique<State>()) {
 }
 
 TapNodeMaker::~TapNodeMaker() {
-  (void)eventfd_write(state_->stop, 1);
+  (void)eventfd_write(state_->stop.number(), 1);
   thread_.join();
 }
 

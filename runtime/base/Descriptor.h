@@ -22,6 +22,8 @@ class Descriptor {
 
   int number() const { return number_; }
   explicit operator bool() const { return number_ >= 0; }
+  // Leaves it to the caller, who hands it to another owner.
+  int release() { return std::exchange(number_, -1); }
   void reset(int number = -1) {
     if (number_ >= 0) close(number_);
     number_ = number;

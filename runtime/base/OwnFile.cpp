@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "runtime/base/Descriptor.h"
+
 namespace rt {
 
 namespace {
@@ -21,7 +23,7 @@ int shared(int directory, mode_t mode, gid_t group) {
     (void)fchmod(directory, mode);
     return directory;
   }
-  close(directory);
+  Descriptor(directory).reset();
   errno = EPERM;
   return -1;
 }
@@ -37,14 +39,13 @@ bool isOwnFile(int descriptor) {
 int openOwnFile(int directory, const char* name, int flags, mode_t mode) {
   flags |= O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   for (int tries = 0; tries < mostTries; ++tries) {
-    const int file = openat(directory, name, flags, mode);
+    Descriptor file(openat(directory, name, flags, mode));
     // A link, or a pipe or socket that nobody reads.
-    if (file < 0 && errno != ELOOP && errno != ENXIO) return -1;
-    if (file >= 0 && isOwnFile(file)) {
-      (void)fchmod(file, mode);
-      return file;
+    if (!file && errno != ELOOP && errno != ENXIO) return -1;
+    if (file && isOwnFile(file.number())) {
+      (void)fchmod(file.number(), mode);
+      return file.release();
     }
-    if (file >= 0) close(file);
     if (unlinkat(directory, name, 0) != 0 && errno != ENOENT) return -1;
   }
   errno = EBUSY;

@@ -46,12 +46,11 @@ int inMilliseconds(Seconds atMost) {
 }  // namespace
 
 DescriptorWatcher::DescriptorWatcher() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
-  if (epoll_ < 0) throw ErrnoException(errno, "epoll_create1");
+  if (!epoll_) throw ErrnoException(errno, "epoll_create1");
 }
 
 DescriptorWatcher::~DescriptorWatcher() {
   for (auto& [id, watched] : watched_) watched.descriptor->watcher_ = nullptr;
-  close(epoll_);
 }
 
 void DescriptorWatcher::watch(FileDescriptor& descriptor, uint32_t events) {
@@ -59,7 +58,7 @@ void DescriptorWatcher::watch(FileDescriptor& descriptor, uint32_t events) {
   const uint64_t id = known ? descriptor.watchId_ : nextId_++;
   const int number = descriptor.descriptor();
   epoll_event event{events, {.u64 = id}};
-  if (epoll_ctl(epoll_, known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, number, &event) < 0)
+  if (epoll_ctl(epoll_.number(), known ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, number, &event) < 0)
     throw ErrnoException(errno, "watch " + descriptor.name());
   if (known) return;
   descriptor.watcher_ = this;
@@ -68,7 +67,7 @@ void DescriptorWatcher::watch(FileDescriptor& descriptor, uint32_t events) {
 }
 
 void DescriptorWatcher::unwatch(FileDescriptor& descriptor) {
-  epoll_ctl(epoll_, EPOLL_CTL_DEL, descriptor.descriptor(), nullptr);
+  epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, descriptor.descriptor(), nullptr);
   watched_.erase(descriptor.watchId_);
   descriptor.watcher_ = nullptr;
 }
@@ -85,14 +84,14 @@ bool DescriptorWatcher::isPipeEnd(const Ready& ready) const {
 }
 
 int DescriptorWatcher::waitFor(epoll_event* events, Seconds atMost) {
-  if (!(atMost < forEver)) return epoll_wait(epoll_, events, maxReady, -1);
+  if (!(atMost < forEver)) return epoll_wait(epoll_.number(), events, maxReady, -1);
   if (waitsExactly_) {
     const timespec timeout = exactly(atMost);
-    const int count = epoll_pwait2(epoll_, events, maxReady, &timeout, nullptr);
+    const int count = epoll_pwait2(epoll_.number(), events, maxReady, &timeout, nullptr);
     waitsExactly_ = count >= 0 || errno != ENOSYS;
     if (waitsExactly_) return count;
   }
-  return epoll_wait(epoll_, events, maxReady, inMilliseconds(atMost));
+  return epoll_wait(epoll_.number(), events, maxReady, inMilliseconds(atMost));
 }
 
 bool DescriptorWatcher::wait(Seconds atMost) {

@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/entity/Ptr.h"
@@ -61,7 +62,7 @@ class DescriptorWatcher {
   bool isStreamEnd(const Ready& ready) const;  // one that pipes were not given time for yet
   const Watched* find(uint64_t id) const;
 
-  int epoll_;
+  const Descriptor epoll_;
   bool waitsExactly_ = true;  // until the kernel, older than 5.11, knows milliseconds only
   uint64_t nextId_ = 1;       // events carry ids, because descriptor numbers are used again
   std::unordered_map<uint64_t, Watched> watched_;

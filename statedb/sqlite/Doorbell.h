@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include "runtime/base/Descriptor.h"
 #include "runtime/base/String.h"
 
 namespace statedb::sqlite {
@@ -18,7 +19,6 @@ class Doorbell {
  public:
   explicit Doorbell(const rt::String& file);
   Doorbell(const Doorbell&) = delete;
-  ~Doorbell();
 
   // Makes the -bell file with the mode of the database file unless it exists.
   void make() const;
@@ -35,7 +35,7 @@ class Doorbell {
 
   rt::String file_;
   rt::String bell_;
-  int inotify_ = -1;
+  rt::Descriptor inotify_;
 };
 
 }  // namespace statedb::sqlite

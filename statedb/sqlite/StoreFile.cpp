@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "runtime/base/Descriptor.h"
 #include "statedb/sqlite/Sentences.h"
 
 namespace statedb::sqlite {
@@ -17,12 +18,12 @@ constexpr mode_t sharedMode = 0660;
 // Never opens a file that exists: closing it would drop the locks that a connection of this process
 // has on it.
 void create(const rt::String& file) {
-  const int made =
-      open(file.charPtr(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, sharedMode);
-  if (made < 0 && errno == EEXIST) return;
-  if (made < 0) throw fromErrno(file, errno, "it could not be made");
-  fchmod(made, sharedMode);  // whatever the umask; SQLite gives its own files the same mode
-  close(made);
+  const rt::Descriptor made(
+      open(file.charPtr(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, sharedMode));
+  if (!made && errno == EEXIST) return;
+  if (!made) throw fromErrno(file, errno, "it could not be made");
+  fchmod(made.number(),
+         sharedMode);  // whatever the umask; SQLite gives its own files the same mode
 }
 
 }  // namespace
