@@ -18,6 +18,7 @@ struct CallNote {
   const char* name;
   uint64_t arguments;  // a digest of what of them is no address
   long first;          // the first of these that is a number, as a descriptor
+  long second;         // the next, as what is to be done to it
 };
 
 // Counts calls, gives others their turn, and lets faults happen.

@@ -76,6 +76,28 @@ std::string statOf(const Process& process) {
          " 0 -1 0 0 0 0 0 0 0 0 0 20 0 1 0 " + std::to_string(process.started / tick) + " 0\n";
 }
 
+// One each, of the process' own number.
+class Threads final : public MadeUpDirectory {
+ public:
+  explicit Threads(std::shared_ptr<Process> process)
+      : MadeUpDirectory(processDevice), process_(std::move(process)) {}
+
+  InodePtr child(const std::string& entry) override {
+    if (entry != std::to_string(process_->pid)) return nullptr;
+    const auto thread = std::make_shared<MadeUpDirectory>(device);
+    thread->children["children"] = madeUpFile(device, [process = process_] {
+      std::string all;
+      for (const Process* const each : process->children) all += std::to_string(each->pid) + " ";
+      return all;
+    });
+    return thread;
+  }
+  std::vector<std::string> entries() override { return {std::to_string(process_->pid)}; }
+
+ private:
+  const std::shared_ptr<Process> process_;
+};
+
 class ProcessDirectory final : public MadeUpDirectory {
  public:
   explicit ProcessDirectory(std::shared_ptr<Process> process)
@@ -99,6 +121,7 @@ class ProcessDirectory final : public MadeUpDirectory {
       });
     if (entry == "fd") return std::make_shared<OpenFiles>(process);
     if (!process->lives()) return nullptr;
+    if (entry == "task") return std::make_shared<Threads>(process);
     if (entry == "root") return machine().files.root();
     if (entry == "exe") return madeUpLink(device, process->programPath);
     if (entry == "oom_score_adj") return scoreFile(process);

@@ -81,14 +81,15 @@ Process& Processes::spawn(const std::string& path, const std::vector<std::string
 // The child's first turn begins here, too.
 pid_t Processes::fork() {
   Process& parent = *machine().scheduler.current();
-  if (numbersLeft() == 0) return -EAGAIN;
   for (auto at = parent.atFork.rbegin(); at != parent.atFork.rend(); ++at)
     if (at->prepare) at->prepare();
-  const auto fiber = parent.fiber->fork();
-  if (fiber) {
+  Result error = forking ? forking() : 0;
+  if (numbersLeft() == 0) error = -EAGAIN;
+  const auto fiber = error == 0 ? parent.fiber->fork() : nullptr;
+  if (fiber || error != 0) {
     for (const Process::AtFork& each : parent.atFork)
       if (each.inParent) each.inParent();
-    return beginChild(parent, fiber);
+    return error != 0 ? static_cast<pid_t>(error) : beginChild(parent, fiber);
   }
   for (const Process::AtFork& each : machine().scheduler.current()->atFork)
     if (each.inChild) each.inChild();

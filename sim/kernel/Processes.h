@@ -60,6 +60,8 @@ class Processes {
   std::vector<std::function<void(const Process&, int waitStatus)>> ending;
   // Told of each signal that a process, or the kernel, sends.
   std::function<void(const Process& target, int signal)> signaling;
+  // Asked at each fork; returns -errno to have it fail.
+  std::function<Result()> forking;
   // Told of each program that is run.
   std::function<void(Process&)> started;
 

@@ -21,14 +21,17 @@ void Scheduler::runUntil(Time end) {
 
 bool Scheduler::runUntil(const std::function<bool()>& holds, Time end) {
   while (!holds())
-    if (!turn(end)) return false;
+    if (!turn(end)) return holds();
   return true;
 }
 
 // False when that time has come.
 bool Scheduler::turn(Time end) {
-  timers_.pass(now_);
+  // Whoever waits for something looks again before more happens.
+  const bool isDue = timers_.next() <= now_;
+  if (isDue) timers_.pass(now_);
   if (stopped_ || now_ >= end) return false;
+  if (isDue) return true;
   if (Process* const next = pick()) {
     run(*next);
     return true;

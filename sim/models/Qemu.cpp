@@ -219,8 +219,9 @@ void Qemu::receive() {
   for (cmsghdr* part = CMSG_FIRSTHDR(&message); part; part = CMSG_NXTHDR(&message, part)) {
     int number = -1;
     std::memcpy(&number, CMSG_DATA(part), sizeof number);
-    came_.push_back(machine().scheduler.current()->descriptors.file(number));
-    close(number);
+    const FilePtr file = machine().scheduler.current()->descriptors.file(number);
+    // Open as long as anything is made of it.
+    came_.push_back(FilePtr(file.get(), [file, number](File* /*same*/) { close(number); }));
   }
   unread_.append(bytes, static_cast<size_t>(count));
   for (size_t end = unread_.find('\n'); end != std::string::npos; end = unread_.find('\n')) {

@@ -32,9 +32,10 @@ class Name {
   template <class Act, class... A>
   long call(Act act, const A&... arguments) const {
     Digest digest;
-    long first = -1;
-    (add(digest, first, arguments), ...);
-    const CallNote note{text_, digest.value(), first};
+    CallNote note{text_, 0, -1, -1};
+    int numbers = 0;
+    (add(digest, note, numbers, arguments), ...);
+    note.arguments = digest.value();
     Result result = machine().gate.enter(note);
     if (result == 0) result = act();
     result = machine().gate.leave(note, result);
@@ -46,13 +47,15 @@ class Name {
  private:
   // Of addresses nothing is noted: they differ from run to run.
   template <class T>
-  static void add(Digest& digest, long& first, const T& value) {
+  static void add(Digest& digest, CallNote& note, int& numbers, const T& value) {
     if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-      if (digest.value() == 0) first = static_cast<long>(value);
+      if (numbers == 0) note.first = static_cast<long>(value);
+      if (numbers == 1) note.second = static_cast<long>(value);
+      ++numbers;
       digest.add(static_cast<uint64_t>(value));
     }
   }
-  static void add(Digest& digest, long& /*first*/, const char* text) {
+  static void add(Digest& digest, CallNote& /*note*/, int& /*numbers*/, const char* text) {
     if (text) digest.add(std::string_view(text));
   }
 

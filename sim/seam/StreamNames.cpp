@@ -22,14 +22,19 @@ std::map<FILE*, int>& numbers() {
 
 int cookieNumber(void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
+// The library may have a lock meanwhile, which a process that is killed here would keep from all:
+// so nobody's turn comes, and nobody ends.
 ssize_t readCookie(void* cookie, char* to, size_t size) {
-  return ::read(cookieNumber(cookie), to, size);
+  const Result count = sys::read(cookieNumber(cookie), to, size);
+  if (count >= 0) return count;
+  errno = static_cast<int>(-count);
+  return -1;
 }
 ssize_t writeCookie(void* cookie, const char* from, size_t size) {
   return ::write(cookieNumber(cookie), from, size);
 }
 int seekCookie(void* cookie, off64_t* offset, int whence) {
-  *offset = ::lseek(cookieNumber(cookie), *offset, whence);
+  *offset = sys::seek(cookieNumber(cookie), *offset, whence);
   return *offset < 0 ? -1 : 0;
 }
 int closeCookie(void* cookie) { return ::close(cookieNumber(cookie)); }
