@@ -36,7 +36,7 @@ void Operator::begin(Machine& machine) {
 }
 
 int Operator::work() {
-  auto database = openDatabase();
+  std::unique_ptr<statedb::StateDb> database;
   while (true) {
     if (waiting_.empty()) {
       machine().scheduler.sleep({&asked_}, never, "operator");
@@ -44,12 +44,13 @@ int Operator::work() {
     }
     const auto order = waiting_.front();
     waiting_.erase(waiting_.begin());
-    if (std::exchange(reopens_, false)) database = openDatabase();
+    if (std::exchange(reopens_, false)) database.reset();
     try {
+      if (!database) database = openDatabase();
       order->task(*database);
     } catch (const statedb::Error& error) {
       order->failure = error.what();
-      database = openDatabase();
+      database.reset();
     } catch (const std::exception& error) {
       order->failure = error.what();
     }
@@ -87,11 +88,17 @@ std::string Operator::remove(const std::string& table, const std::string& key) {
 }
 
 std::map<std::string, std::string> Operator::rows(const std::vector<std::string>& tables) {
+  return readRows(tables).value_or(std::map<std::string, std::string>());
+}
+
+std::optional<std::map<std::string, std::string>> Operator::readRows(
+    const std::vector<std::string>& tables) {
   std::map<std::string, std::string> found;
-  run([&](statedb::StateDb& database) {
+  const std::string failure = run([&](statedb::StateDb& database) {
     for (const auto& record : database.snapshot(textsOf(tables)).records)
       found[record.table.str() + "/" + record.key.str()] = record.doc.str();
   });
+  if (!failure.empty()) return std::nullopt;
   return found;
 }
 

@@ -38,6 +38,9 @@ class Operator {
   std::string put(const std::string& table, const std::string& key, const std::string& document);
   std::string remove(const std::string& table, const std::string& key);
   std::map<std::string, std::string> rows(const std::vector<std::string>& tables);
+  // The same; nothing when they cannot be read.
+  std::optional<std::map<std::string, std::string>> readRows(
+      const std::vector<std::string>& tables);
   std::optional<std::string> row(const std::string& table, const std::string& key);
 
   // Its files may be others by now.
