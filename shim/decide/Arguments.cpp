@@ -1,6 +1,7 @@
 #include "shim/decide/Arguments.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace shim {
 
@@ -114,23 +115,26 @@ std::string settingOf(const Option& option) {
   return setting::rest;
 }
 
-std::string bracketed(const std::string& address) {
-  const bool bare = address.find(':') != std::string::npos && !address.starts_with('[');
-  return bare ? "[" + address + "]" : address;
-}
-
 // Where in "HOST:DISPLAY…" the colon is; npos for what is no such thing ("none", "unix:PATH").
 size_t colonOf(std::string_view display) {
   return display.starts_with("unix:") ? std::string_view::npos
                                       : display.substr(0, display.find(',')).rfind(':');
 }
 
-// "HOST:DISPLAY…" with another host, or without any, when there is a screen that nobody is served
-// but who is brought; what is no such thing stays.
-std::string listeningOn(const std::string& address, std::string_view value) {
+// DISPLAY of "HOST:DISPLAY…"; nothing for what is no such thing.
+std::optional<unsigned> screenOf(std::string_view value) {
   const size_t colon = colonOf(value);
-  if (colon == std::string_view::npos) return std::string(value);
-  if (!address.empty()) return bracketed(address) + std::string(value.substr(colon));
+  if (colon == std::string_view::npos) return std::nullopt;
+  unsigned screen = 0;
+  const char* const begin = value.data() + colon + 1;
+  const auto [at, error] = std::from_chars(begin, value.data() + value.size(), screen);
+  return error == std::errc() ? std::optional(screen) : std::nullopt;
+}
+
+// "HOST:DISPLAY…" without an address: nobody is served but who is brought. What is no such thing
+// stays.
+std::string listeningNowhere(std::string_view value) {
+  if (!screenOf(value)) return std::string(value);
   const size_t comma = value.find(',');
   return "none" + std::string(comma == std::string_view::npos ? "" : value.substr(comma));
 }
@@ -182,7 +186,7 @@ class Rewriter {
 
   std::string valueOf(const Option& option) const {
     const std::string_view value = *option.value;
-    if (option.name == "-vnc") return listeningOn(policy_.vncListen, value);
+    if (option.name == "-vnc") return listeningNowhere(value);
     if (option.name == "-chardev" && isMonitor(value))
       return "socket,id=monitor,fd=" + std::to_string(monitorDescriptor);
     if (option.name == "-chardev" && isSerialLine(value))
@@ -252,7 +256,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
     if (option.name == "-drive" && isDriveWithoutFormat(value))
       line.drives.push_back({*property(value, "file"), isOfCd(options, value)});
     if (isCard) line.cards.push_back(cardFrom(value));
-    if (option.name == "-vnc") line.hasScreen = colonOf(value) != std::string_view::npos;
+    if (option.name == "-vnc") line.screen = screenOf(value);
   }
   requireSound(line);
   return line;

@@ -23,9 +23,6 @@ class ArgumentError : public std::runtime_error {
 
 struct Policy {
   guest::Acceleration acceleration = guest::Acceleration::automatic;
-  // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
-  // at none, and whoever is to see it is given to QEMU.
-  std::string vncListen;
 };
 
 // A disk image as QEMU finds it: open.
@@ -86,7 +83,9 @@ struct CommandLine {
   std::string monitorPath;
   std::vector<Drive> drives;  // those without a format
   std::vector<Card> cards;    // those without a backend; the index is their hub
-  bool hasScreen = false;     // one that is served at an address
+  // The screen's number, when it is one that is to be served at an address. QEMU serves it at none:
+  // whoever is to see it is given to it.
+  std::optional<unsigned> screen;
   // All the rest, by the setting that it is.
   std::map<std::string, std::string> settings;
 };

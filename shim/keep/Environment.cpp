@@ -78,7 +78,7 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
   Environment environment;
   environment.qemu = valueOf(get, variable::qemu, environment.qemu);
   environment.runDir = valueOf(get, variable::runDir, environment.runDir);
-  environment.policy.vncListen = valueOf(get, variable::vncListen, environment.policy.vncListen);
+  environment.screenAddress = valueOf(get, variable::vncListen, "");
   environment.policy.acceleration =
       accelerationFrom(valueOf(get, variable::accel, guest::defaultAcceleration));
   environment.imageFormat = imageFormatFrom(valueOf(get, variable::imageFormat, ""));

@@ -18,6 +18,9 @@ struct Environment {
   std::string qemu = guest::realQemuPath;
   std::string runDir = guest::defaultRunDir;
   Policy policy;
+  // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
+  // at none, but on a socket of the group's.
+  std::string screenAddress;
   // What the disk image is, as the daemon says; nothing: it says nothing.
   std::optional<guest::ImageFormat> imageFormat;
   // What a guest gets to shut down by itself.

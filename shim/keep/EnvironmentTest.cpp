@@ -38,7 +38,7 @@ TEST(Environment, HasDefaults) {
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
     EXPECT_EQ(found.runDir, "/run/vmagent");
     EXPECT_EQ(found.policy.acceleration, guest::Acceleration::automatic);
-    EXPECT_EQ(found.policy.vncListen, "");
+    EXPECT_EQ(found.screenAddress, "");
     EXPECT_EQ(found.stopTimeout, seconds(15));
     EXPECT_EQ(found.imageFormat, std::nullopt);
     EXPECT_EQ(found.listener, -1);
@@ -55,7 +55,7 @@ TEST(Environment, SaysWhatAnOperatorWants) {
   EXPECT_EQ(found.qemu, "/q");
   EXPECT_EQ(found.runDir, "/r");
   EXPECT_EQ(found.policy.acceleration, guest::Acceleration::kvm);
-  EXPECT_EQ(found.policy.vncListen, "10.0.0.1");
+  EXPECT_EQ(found.screenAddress, "10.0.0.1");
   EXPECT_EQ(found.stopTimeout, seconds(0));
   EXPECT_EQ(found.listener, 7);
 }

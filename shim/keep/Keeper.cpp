@@ -129,8 +129,11 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
                                        directory_.place(guest::consoleSocket));
   // One of an earlier run would show a screen that is served elsewhere.
   directory_.fileDel(guest::screenSocket);
-  if (line.hasScreen && environment.policy.vncListen.empty())
-    screen_ = std::make_unique<ListeningSocket>(directory_.place(guest::screenSocket), "screen");
+  if (line.screen)
+    screen_ =
+        environment.screenAddress.empty()
+            ? std::make_unique<ListeningSocket>(directory_.place(guest::screenSocket), "screen")
+            : screenAt(environment.screenAddress, *line.screen);
   RelaySetup setup;
   for (const Card& card : line.cards) setup.cards.push_back(card.id);
   setup.fileNames = {{"serial0", "pty:" + console_->terminal()},

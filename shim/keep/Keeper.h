@@ -96,7 +96,7 @@ class Keeper {
   rt::Descriptor signals_;
   rt::Descriptor output_;
   std::unique_ptr<Console> console_;
-  std::unique_ptr<ListeningSocket> screen_;  // null: there is none, or QEMU serves it itself
+  std::unique_ptr<ListeningSocket> screen_;  // null: there is none
   std::unique_ptr<Wire> qemu_;
   std::unique_ptr<Wire> agent_;
   std::unique_ptr<Relay> relay_;

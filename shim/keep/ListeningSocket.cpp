@@ -1,6 +1,7 @@
 #include "shim/keep/ListeningSocket.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -120,6 +121,32 @@ void hangUpAt(const rt::Descriptor& listener) {
 std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, rt::Descriptor listener) {
   if (listener) return std::make_unique<ListeningSocket>(path, std::move(listener));
   return std::make_unique<ListeningSocket>(path, "monitor", ListeningSocket::Users::ours);
+}
+
+std::unique_ptr<ListeningSocket> screenAt(const std::string& address, unsigned screen) {
+  constexpr unsigned firstPort = 5900;
+  const std::string port = std::to_string(firstPort + screen);
+  const auto failure = [&](const std::string& reason) {
+    return Failure("the screen cannot be served at port " + port + " of " + address + ": " +
+                   reason);
+  };
+  addrinfo wanted{};
+  wanted.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
+  wanted.ai_socktype = SOCK_STREAM;
+  addrinfo* first = nullptr;
+  const bool isBracketed = address.starts_with('[') && address.ends_with(']');
+  const std::string host = isBracketed ? address.substr(1, address.size() - 2) : address;
+  const int error = getaddrinfo(host.c_str(), port.c_str(), &wanted, &first);
+  const std::unique_ptr<addrinfo, void (*)(addrinfo*)> found(first, freeaddrinfo);
+  if (error != 0) throw failure(gai_strerror(error));
+  rt::Descriptor listening(socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int one = 1;
+  (void)setsockopt(listening.number(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (bind(listening.number(), found->ai_addr, found->ai_addrlen) != 0 ||
+      listen(listening.number(), mostWaiting) != 0)
+    throw failure(std::strerror(errno));  // NOLINT(concurrency-mt-unsafe): the shim has one thread
+  const Place noFile(-1, "", host + ":" + port);
+  return std::make_unique<ListeningSocket>(noFile, std::move(listening));
 }
 
 rt::Descriptor connectionTo(const std::string& path) {

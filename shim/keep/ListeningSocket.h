@@ -63,6 +63,10 @@ void hangUpAt(const rt::Descriptor& listener);
 // new one when there is none.
 std::unique_ptr<ListeningSocket> monitorSocket(const std::string& path, rt::Descriptor listener);
 
+// The socket of a screen of that number, for whoever reaches `address`, of IPv6 with or without its
+// brackets. Throws Failure.
+std::unique_ptr<ListeningSocket> screenAt(const std::string& address, unsigned screen);
+
 // A connection to whoever listens at that path, which does not block; none when nobody does.
 rt::Descriptor connectionTo(const std::string& path);
 

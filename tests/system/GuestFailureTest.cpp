@@ -105,7 +105,8 @@ TEST_F(QemuThatFails, ForAScreenPortInUseIsShownStoppedWithTheCauseAndLeavesNoth
   std::vector<std::string> more = withCard();
   more.insert(more.end(), {"--vnc-port", "5901"});
   ASSERT_EQ(addVm("web1", more).status, 0);
-  expectStoppedFor("web1", "Failed to find an available port: Address already in use");
+  expectStoppedFor("web1",
+                   "the screen cannot be served at port 5901 of 127.0.0.1: Address already in use");
 }
 
 TEST_F(QemuThatFails, ForADiskThatAnotherHasIsShownStoppedWithTheCauseAndLeavesNothing) {

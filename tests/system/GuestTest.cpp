@@ -1,13 +1,18 @@
 // Real guests: vmagentd, vmctl and the shim on a real QEMU, with a guest of one sector.
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
+#include "runtime/base/Descriptor.h"
 #include "tests/system/GuestFixture.h"
 #include "tests/system/PrivateMounts.h"
 
@@ -48,6 +53,16 @@ std::string tapOf(const std::string& macvtap) {
   std::ifstream(device + "/ifindex") >> index;
   std::ifstream(device + "/tap" + index + "/dev") >> tap;
   return tap;
+}
+
+// What whoever listens there says first.
+std::string saidAt(const void* address, socklen_t size) {
+  const auto* const to = static_cast<const sockaddr*>(address);
+  const rt::Descriptor viewer(socket(to->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (connect(viewer.number(), to, size) != 0) return std::strerror(errno);
+  char said[64];
+  const ssize_t count = read(viewer.number(), said, sizeof said);
+  return {said, static_cast<size_t>(std::max<ssize_t>(count, 0))};
 }
 
 class Guest : public GuestFixture {
@@ -222,8 +237,22 @@ TEST_F(Guest, HasItsScreenAtTheAddressThatIsNamed) {
   start({"--vnc-listen", "127.0.0.1"});
   bootVm("web1", {"--vnc-port", "5901"});
   EXPECT_FALSE(std::filesystem::exists(world.runDir + "/vm/web1/vnc.sock"));
-  EXPECT_THAT(contentOf("/proc/net/tcp"), HasSubstr("0100007F:170D 00000000:0000 0A"));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(5901);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_EQ(saidAt(&address, sizeof address), "RFB 003.008\n");
   EXPECT_THAT(world.ctl({"show", "web1"}), HasSubstr("Display:  VNC, port 5901\n"));
+}
+
+TEST_F(Guest, HasItsScreenAtAnAddressOfIpv6InBrackets) {
+  start({"--vnc-listen", "[::1]"});
+  bootVm("web1", {"--vnc-port", "5901"});
+  sockaddr_in6 address{};
+  address.sin6_family = AF_INET6;
+  address.sin6_port = htons(5901);
+  address.sin6_addr = in6addr_loopback;
+  EXPECT_EQ(saidAt(&address, sizeof address), "RFB 003.008\n");
 }
 
 }  // namespace
