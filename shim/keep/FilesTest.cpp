@@ -192,6 +192,14 @@ TEST(VmLock, CanBeOpenedByNobodyElseWhateverItsModeWas) {
   EXPECT_EQ(modeOf(run / "lock"), 0600);
 }
 
+TEST(VmLock, CanBeFilledByNoQemu) {
+  const TestFolder run;
+  VmLock lock(run / "lock");
+  ASSERT_TRUE(lock.takeKeeping() && lock.takeVm());
+  EXPECT_EQ(write(lock.number(), "x", 1), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
 TEST(VmLock, IsFreeOnceItsHolderIsKilled) {
   const TestFolder run;
   Holder other([&] {

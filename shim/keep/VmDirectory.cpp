@@ -71,26 +71,29 @@ void VmDirectory::problemIs(const std::string& text) const {
 void VmDirectory::fileDel(const char* name) const { (void)unlinkat(directory_.number(), name, 0); }
 
 VmLock::VmLock(const Place& place)
-    : file_(rt::openOwnFile(place.directory, place.name.c_str(), O_RDWR, lockMode)) {
-  if (!file_) throw failureOf("lock file " + place.path + " could not be opened");
+    : keepers_(rt::openOwnFile(place.directory, place.name.c_str(), O_RDWR, lockMode)) {
+  // By whatever name it has by now.
+  const std::string again = "/proc/self/fd/" + std::to_string(keepers_.number());
+  if (keepers_) vms_.reset(open(again.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!vms_) throw failureOf("lock file " + place.path + " could not be opened");
 }
 
 bool VmLock::takeKeeping() {
   struct flock record = keeperRecord(F_WRLCK);
-  return fcntl(file_.number(), F_SETLK, &record) == 0;
+  return fcntl(keepers_.number(), F_SETLK, &record) == 0;
 }
 
 pid_t VmLock::keeper() const {
   struct flock record = keeperRecord(F_WRLCK);
-  if (fcntl(file_.number(), F_GETLK, &record) != 0 || record.l_type == F_UNLCK) return 0;
+  if (fcntl(keepers_.number(), F_GETLK, &record) != 0 || record.l_type == F_UNLCK) return 0;
   return record.l_pid;
 }
 
 void VmLock::endKeeping() {
   struct flock record = keeperRecord(F_UNLCK);
-  (void)fcntl(file_.number(), F_SETLK, &record);
+  (void)fcntl(keepers_.number(), F_SETLK, &record);
 }
 
-bool VmLock::takeVm() { return flock(file_.number(), LOCK_EX | LOCK_NB) == 0; }
+bool VmLock::takeVm() { return flock(vms_.number(), LOCK_EX | LOCK_NB) == 0; }
 
 }  // namespace shim

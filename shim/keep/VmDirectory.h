@@ -44,7 +44,8 @@ class VmDirectory {
 // the shim's process alone, and given back when its guest is about to end, at the latest by its
 // death. So a successor can tell a guest that runs from one whose end is worth waiting for.
 //
-// The file is ours alone: whoever can read it can hold it locked.
+// The file is ours alone: whoever can read it can hold it locked. QEMU, which may be its guest's by
+// then, has it for reading only, and cannot fill the memory that the file is in.
 class VmLock {
  public:
   explicit VmLock(const Place& place);
@@ -57,10 +58,11 @@ class VmLock {
   // Takes the VM's half; false while a QEMU or its shim has it.
   bool takeVm();
   // For QEMU to inherit.
-  int number() const { return file_.number(); }
+  int number() const { return vms_.number(); }
 
  private:
-  rt::Descriptor file_;
+  rt::Descriptor keepers_;
+  rt::Descriptor vms_;
 };
 
 }  // namespace shim
