@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "shim/keep/Failure.h"
+#include "shim/base/Failure.h"
 #include "shim/keep/Keeper.h"
 #include "shim/keep/QemuProcess.h"
 #include "shim/keep/StandIn.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "runtime/base/Descriptor.h"
-#include "shim/keep/Place.h"
+#include "shim/base/Place.h"
 
 namespace shim {
 

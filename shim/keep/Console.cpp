@@ -8,7 +8,7 @@
 
 #include <cstdlib>
 
-#include "shim/keep/Failure.h"
+#include "shim/base/Failure.h"
 
 namespace shim {
 

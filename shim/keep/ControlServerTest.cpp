@@ -8,9 +8,9 @@
 #include <memory>
 
 #include "runtime/base/Release.h"
+#include "shim/base/Failure.h"
 #include "shim/fakes/TestFolder.h"
 #include "shim/keep/ControlServer.h"
-#include "shim/keep/Failure.h"
 
 namespace shim {
 namespace {

@@ -6,7 +6,7 @@
 #include <array>
 
 #include "guest/Variables.h"
-#include "shim/keep/Failure.h"
+#include "shim/base/Failure.h"
 
 namespace shim {
 

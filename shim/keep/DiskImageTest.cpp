@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "shim/base/Failure.h"
 #include "shim/fakes/TestFolder.h"
 #include "shim/keep/DiskImage.h"
-#include "shim/keep/Failure.h"
 
 namespace shim {
 namespace {

@@ -9,9 +9,9 @@
 #include <csignal>
 #include <cstring>
 
+#include "shim/base/Failure.h"
 #include "shim/fakes/TestFolder.h"
 #include "shim/keep/BoundedLog.h"
-#include "shim/keep/Failure.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"
 

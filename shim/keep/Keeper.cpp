@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "guest/EventWords.h"
+#include "shim/base/Failure.h"
 #include "shim/keep/DiskImage.h"
-#include "shim/keep/Failure.h"
 #include "shim/keep/QemuProcess.h"
 #include "shim/keep/Sender.h"
 

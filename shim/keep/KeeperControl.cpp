@@ -3,8 +3,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "shim/base/Failure.h"
 #include "shim/decide/Differences.h"
-#include "shim/keep/Failure.h"
 #include "shim/keep/Keeper.h"
 
 namespace shim {

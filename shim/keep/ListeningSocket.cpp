@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "shim/keep/Failure.h"
+#include "shim/base/Failure.h"
 
 namespace shim {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "runtime/base/Descriptor.h"
-#include "shim/keep/Place.h"
+#include "shim/base/Place.h"
 
 namespace shim {
 

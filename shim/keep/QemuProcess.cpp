@@ -13,8 +13,8 @@
 #include <fstream>
 #include <memory>
 
+#include "shim/base/Failure.h"
 #include "shim/decide/Arguments.h"
-#include "shim/keep/Failure.h"
 
 namespace shim {
 

@@ -10,8 +10,8 @@
 #include <optional>
 #include <utility>
 
+#include "shim/base/Failure.h"
 #include "shim/decide/ControlText.h"
-#include "shim/keep/Failure.h"
 #include "shim/keep/Keeper.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/QemuProcess.h"

@@ -9,7 +9,7 @@
 
 #include "guest/Variables.h"
 #include "runtime/base/OwnFile.h"
-#include "shim/keep/Failure.h"
+#include "shim/base/Failure.h"
 
 namespace shim {
 

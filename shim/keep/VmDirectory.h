@@ -7,7 +7,7 @@
 
 #include "guest/VmFiles.h"
 #include "runtime/base/Descriptor.h"
-#include "shim/keep/Place.h"
+#include "shim/base/Place.h"
 
 namespace shim {
 
