@@ -98,6 +98,13 @@ class Threads final : public MadeUpDirectory {
   const std::shared_ptr<Process> process_;
 };
 
+// Who it is of, as lines of its status.
+std::string usersOf(const Process& process) {
+  const std::string user = "\t" + std::to_string(process.user);
+  const std::string four = user + user + user + user + "\n";
+  return "\nUid:" + four + "Gid:" + four;
+}
+
 class ProcessDirectory final : public MadeUpDirectory {
  public:
   explicit ProcessDirectory(std::shared_ptr<Process> process)
@@ -122,16 +129,15 @@ class ProcessDirectory final : public MadeUpDirectory {
     if (entry == "fd") return std::make_shared<OpenFiles>(process);
     if (!process->lives()) return nullptr;
     if (entry == "task") return std::make_shared<Threads>(process);
-    if (entry == "root") return machine().files.root();
+    if (entry == "root") return process->root ? process->root : machine().files.root();
     if (entry == "exe") return madeUpLink(device, process->programPath);
     if (entry == "oom_score_adj") return scoreFile(process);
     if (entry == "comm")
       return madeUpFile(device, [process] { return commandOf(*process) + "\n"; });
     if (entry == "stat") return madeUpFile(device, [process] { return statOf(*process); });
     if (entry == "status")
-      return madeUpFile(device, [process] {
-        return "Name:\t" + commandOf(*process) + "\nUid:\t0\t0\t0\t0\nGid:\t0\t0\t0\t0\n";
-      });
+      return madeUpFile(device,
+                        [process] { return "Name:\t" + commandOf(*process) + usersOf(*process); });
     machine().fail("unknown call", "/proc", "nobody has made /proc/PID/" + entry);
     return nullptr;
   }

@@ -97,7 +97,12 @@ class Process {
   Descriptors descriptors;
   Signals signals;
   std::shared_ptr<Inode> directory;  // where relative paths begin
-  std::shared_ptr<Inode> program;    // the file that it runs
+  std::shared_ptr<Inode> root;       // where absolute ones do; null: at the machine's
+  bool hasOwnMounts = false;
+  std::shared_ptr<Inode> draft;  // a file system of its own, and where it is mounted
+  std::string draftPlace;
+  uid_t user = 0;
+  std::shared_ptr<Inode> program;  // the file that it runs
   std::string programPath;
   unsigned umask = 022;
   int deathSignal = 0;

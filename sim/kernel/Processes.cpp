@@ -110,6 +110,9 @@ pid_t Processes::beginChild(Process& parent, const std::shared_ptr<Fiber>& fiber
   for (int number = 1; number < NSIG; ++number)
     child.signals.action(number) = parent.signals.action(number);
   child.directory = parent.directory;
+  child.root = parent.root;
+  child.hasOwnMounts = parent.hasOwnMounts;
+  child.user = parent.user;
   child.program = parent.program;
   child.programPath = parent.programPath;
   child.umask = parent.umask;
@@ -130,7 +133,8 @@ pid_t Processes::beginChild(Process& parent, const std::shared_ptr<Fiber>& fiber
 Result Processes::exec(const std::string& path, const std::vector<std::string>& arguments,
                        const std::vector<std::string>& environment) {
   Process& process = *machine().scheduler.current();
-  const Found found = machine().files.find(path, process.directory);
+  const Found found =
+      machine().files.find(path, process.directory, LastLink::followed, process.root);
   if (found.error) return found.error;
   if (!found.inode) return -ENOENT;
   if (found.inode->isDirectory() || (found.inode->mode & 0111U) == 0) return -EACCES;

@@ -1,8 +1,6 @@
 // Libraries that programs load, and what nobody does in a world.
 #include <dlfcn.h>
 #include <pthread.h>
-#include <sched.h>
-#include <sys/mount.h>
 
 #include <string>
 
@@ -32,26 +30,6 @@ void* simLoad(const char* library, int flags) {
   return nullptr;
 }
 
-int simMount(const char* what, const char* where, const char* type, unsigned long flags,
-             const void* data) asm("mount");
-int simMount(const char* what, const char* where, const char* type, unsigned long flags,
-             const void* data) {
-  static constinit Name name("mount");
-  if (!inWorld()) return name.library(&simMount)(what, where, type, flags, data);
-  return refuse("mount");
-}
-int simUnmount(const char* where, int flags) asm("umount2");
-int simUnmount(const char* where, int flags) {
-  static constinit Name name("umount2");
-  if (!inWorld()) return name.library(&simUnmount)(where, flags);
-  return refuse("umount2");
-}
-int simUnshare(int flags) asm("unshare");
-int simUnshare(int flags) {
-  static constinit Name name("unshare");
-  if (!inWorld()) return name.library(&simUnshare)(flags);
-  return refuse("unshare");
-}
 using ThreadBody = void* (*)(void*);
 int simThread(pthread_t* thread, const pthread_attr_t* how, ThreadBody body,
               void* argument) asm("pthread_create");

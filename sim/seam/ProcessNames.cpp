@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "sim/kernel/AtExit.h"
+#include "sim/kernel/calls/BoxCalls.h"
 #include "sim/kernel/calls/Common.h"
 #include "sim/kernel/calls/FileCalls.h"
 #include "sim/kernel/calls/ProcessCalls.h"
@@ -262,6 +263,12 @@ long simSystemCall(long number, ...) {
         return sys::openProcess(static_cast<pid_t>(given[0]), static_cast<unsigned>(given[1]));
       case SYS_pidfd_send_signal:
         return sys::signalProcess(static_cast<int>(given[0]), static_cast<int>(given[1]));
+      case SYS_pivot_root:
+        return sys::pivotRoot();
+      case SYS_capget:
+      case SYS_capset:
+      case SYS_seccomp:
+        return 0;  // nobody in a world does what is forbidden by them
       case SYS_openat2:
         return openInRoot(static_cast<int>(given[0]), reinterpret_cast<const char*>(given[1]),
                           *reinterpret_cast<const open_how*>(given[2]));

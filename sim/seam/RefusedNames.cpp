@@ -70,11 +70,6 @@ ssize_t simSendFile(int to, int from, off_t* at, size_t size) {
   static constinit Name name("sendfile");
   return inWorld() ? refuse("sendfile") : name.library(&simSendFile)(to, from, at, size);
 }
-int simChangeDirectory(const char* path) asm("chdir");
-int simChangeDirectory(const char* path) {
-  static constinit Name name("chdir");
-  return inWorld() ? refuse("chdir") : name.library(&simChangeDirectory)(path);
-}
 void* simMap(void* at, size_t size, int protection, int flags, int number,
              off_t from) asm("mmap64");
 void* simMap(void* at, size_t size, int protection, int flags, int number, off_t from) {

@@ -27,7 +27,7 @@ InodePtr directoryOf(int from) {
 Found find(int from, const char* path, LastLink lastLink) {
   const InodePtr directory = directoryOf(from);
   if (!directory && path[0] != '/') return {-EBADF, {}, {}, {}};
-  return files().find(path, directory, lastLink);
+  return files().find(path, directory, lastLink, self().root);
 }
 
 // A fifo: whoever opens one end waits for who opens the other.

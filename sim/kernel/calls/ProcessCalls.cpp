@@ -49,6 +49,11 @@ Result processControl(int option, unsigned long argument) {
     case PR_SET_PDEATHSIG:
       self().deathSignal = static_cast<int>(argument);
       return 0;
+    case PR_CAPBSET_DROP: {
+      constexpr unsigned long lastOne = 40;
+      return argument > lastOne ? -EINVAL : 0;
+    }
+    case PR_SET_SECUREBITS:
     case PR_SET_DUMPABLE:
     case PR_SET_NAME:
     case PR_SET_NO_NEW_PRIVS:
