@@ -19,6 +19,8 @@ inline constexpr const char* qemu = "VMAGENT_QEMU";                 // QEMU's pa
 inline constexpr const char* accel = "VMAGENT_ACCEL";               // "auto", "kvm" or "tcg"
 inline constexpr const char* vncListen = "VMAGENT_VNC_LISTEN";      // the address of screens
 inline constexpr const char* stopTimeout = "VMAGENT_STOP_TIMEOUT";  // whole seconds
+inline constexpr const char* guestUsers = "VMAGENT_GUEST_USERS";    // "FIRST-LAST": GuestUsers.h
+inline constexpr const char* qemuReads = "VMAGENT_QEMU_READS";      // paths, ':' between them
 inline constexpr const char* imageFormat = "VMAGENT_IMAGE_FORMAT";  // "raw" or "qcow2"
 inline constexpr const char* listener = "VMAGENT_LISTENER";  // the monitor's descriptor, a number
 // The row of the configuration that made the VM: its store's history and its sequence. The next

@@ -26,6 +26,8 @@ inline constexpr const char* lockFile = "lock";        // held while the guest h
 
 // The directory of all VMs' directories, by its name in the run directory and by its path.
 inline constexpr const char* vmsDirectory = "vm";
+// A file among them, that no VM can be called: who may have which user for QEMU, by locks.
+inline constexpr const char* guestUsersFile = ".users";
 std::string vmsDirectoryOf(std::string_view runDir);
 // The directory of one VM, and a file in it.
 std::string directoryOf(std::string_view runDir, std::string_view vm);

@@ -27,7 +27,9 @@ ChildEnvironment::Values childEnvironment(const Options& options) {
                                {guest::variable::runDir, options.runDir},
                                {guest::variable::accel, options.accel},
                                {guest::variable::vncListen, options.vncListen},
-                               {guest::variable::stopTimeout, options.stopTimeout}});
+                               {guest::variable::stopTimeout, options.stopTimeout},
+                               {guest::variable::guestUsers, options.guestUsers},
+                               {guest::variable::qemuReads, options.qemuReads}});
   return values;
 }
 

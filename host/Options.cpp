@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "guest/GuestUsers.h"
 #include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
@@ -26,6 +27,8 @@ constexpr const char* help =
     "  --accel auto|kvm|tcg how guests are run (auto: kvm where it works)\n"
     "  --vnc-listen ADDR    serve the guests' screens at an address (on sockets in DIR/vm/NAME)\n"
     "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
+    "  --guest-users N-M    numbers of users that QEMU is run as, nobody else's (60578-61183)\n"
+    "  --qemu-reads PATHS   what QEMU may read beside Debian's files for it, as /a:/b (nothing)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"
     "  --end-guests         have all guests shut down, while no daemon runs, and end\n"
@@ -82,6 +85,24 @@ Refusal stopTimeoutIs(Options& options, std::string_view value) {
   return std::nullopt;
 }
 
+Refusal guestUsersIs(Options& options, std::string_view value) {
+  const auto range = guest::userRangeFrom(value);
+  if (!range) return "must be two numbers of users, from 1 on, as " + guest::textOf({});
+  options.guestUsers = rt::String(guest::textOf(*range));
+  return std::nullopt;
+}
+
+Refusal qemuReadsIs(Options& options, std::string_view value) {
+  for (size_t begin = 0; begin <= value.size();) {
+    const size_t end = std::min(value.find(':', begin), value.size());
+    if (!value.substr(begin, end - begin).starts_with('/'))
+      return "must be absolute paths, with ':' between them";
+    begin = end + 1;
+  }
+  options.qemuReads = rt::String(value);
+  return std::nullopt;
+}
+
 Refusal bridgeIs(Options& options, std::string_view value) {
   if (value.empty() || value.size() > model::longestIntfName ||
       value.find_first_of("/: \t") != std::string_view::npos)
@@ -103,6 +124,8 @@ constexpr std::array settings = {
     Setting{"--accel", accelIs},
     Setting{"--vnc-listen", vncListenIs},
     Setting{"--stop-timeout", stopTimeoutIs},
+    Setting{"--guest-users", guestUsersIs},
+    Setting{"--qemu-reads", qemuReadsIs},
     Setting{"--bridge", bridgeIs},
 };
 

@@ -45,12 +45,15 @@ TEST(Options, HaveDefaults) {
   EXPECT_EQ(options.accel, "auto");
   EXPECT_EQ(options.vncListen, "");
   EXPECT_EQ(options.stopTimeout, "15");
+  EXPECT_EQ(options.guestUsers, "");
+  EXPECT_EQ(options.qemuReads, "");
 }
 
 TEST(Options, HaveTheirValueInTheNextWord) {
   const Options options =
       optionsOf({"--state-dir", "/s", "--run-dir", "/r", "--trace", "7", "--shim", "/opt/shim",
-                 "--accel", "kvm", "--vnc-listen", "::1", "--stop-timeout", "0"});
+                 "--accel", "kvm", "--vnc-listen", "::1", "--stop-timeout", "0", "--guest-users",
+                 "70000-70099", "--qemu-reads", "/opt/qemu:/srv"});
   EXPECT_EQ(options.stateDir, "/s");
   EXPECT_EQ(options.runDir, "/r");
   EXPECT_EQ(options.traceLevels, 1U << 7);
@@ -58,6 +61,8 @@ TEST(Options, HaveTheirValueInTheNextWord) {
   EXPECT_EQ(options.accel, "kvm");
   EXPECT_EQ(options.vncListen, "::1");
   EXPECT_EQ(options.stopTimeout, "0");
+  EXPECT_EQ(options.guestUsers, "70000-70099");
+  EXPECT_EQ(options.qemuReads, "/opt/qemu:/srv");
 }
 
 TEST(Options, HaveTheirValueInTheSameWord) {
@@ -114,7 +119,15 @@ TEST(Options, AreRefusedWithNameValueAndWhatWouldBeRight) {
       {{"--stop-timeout=-1"}, "--stop-timeout: '-1' is refused: must be 0 to 86400 (seconds)"},
       {{"--stop-timeout", "86401"},
        "--stop-timeout: '86401' is refused: must be 0 to 86400 (seconds)"},
-      {{"--stop-timeout=1.5"}, "--stop-timeout: '1.5' is refused: must be 0 to 86400 (seconds)"}};
+      {{"--stop-timeout=1.5"}, "--stop-timeout: '1.5' is refused: must be 0 to 86400 (seconds)"},
+      {{"--guest-users=0-9"},
+       "--guest-users: '0-9' is refused: must be two numbers of users, from 1 on, as 60578-61183"},
+      {{"--qemu-reads="},
+       "--qemu-reads: '' is refused: must be absolute paths, with ':' between them"},
+      {{"--qemu-reads=/a:b"},
+       "--qemu-reads: '/a:b' is refused: must be absolute paths, with ':' between them"},
+      {{"--qemu-reads=/a:"},
+       "--qemu-reads: '/a:' is refused: must be absolute paths, with ':' between them"}};
   for (const auto& [words, text] : cases) EXPECT_EQ(refusal(words), text);
 }
 
@@ -128,7 +141,7 @@ TEST(Options, OfTheEnvironmentAreRefusedUnderItsNames) {
 
 TEST(Options, AreRefusedWithoutTheirValue) {
   for (const char* name : {"--state-dir", "--run-dir", "--trace", "--shim", "--accel",
-                           "--vnc-listen", "--stop-timeout"})
+                           "--vnc-listen", "--stop-timeout", "--guest-users", "--qemu-reads"})
     EXPECT_EQ(refusal({name}), std::string(name) + " needs a value");
 }
 
@@ -174,8 +187,8 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
     EXPECT_EQ(line.wish, Wish::print);
     for (const char* name :
          {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
-          "--stop-timeout", "--check", "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR",
-          "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
+          "--stop-timeout", "--guest-users", "--qemu-reads", "--check", "--end-guests", "--version",
+          "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
           "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon "
           "runs,\n6 the database is damaged"})
       EXPECT_THAT(line.text.str(), HasSubstr(name));

@@ -1,6 +1,7 @@
 // vmagent-shim: what the agent runs as QEMU. Takes QEMU's command line; see guest/Variables.h for
 // the rest. Ends as its QEMU ends; with status 1 and a sentence on standard error when there can be
 // none.
+#include <linux/capability.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,11 +10,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include "shim/base/Failure.h"
+#include "shim/box/Rights.h"
 #include "shim/keep/Keeper.h"
 #include "shim/keep/QemuProcess.h"
 #include "shim/keep/StandIn.h"
@@ -30,6 +33,11 @@ constexpr std::time_t quietPatience = 5;
 constexpr Duration takeOverPatience{3'000};
 // flock() tells nobody that it could be taken.
 constexpr long tryAgainAfter = 10'000'000;  // nanoseconds
+
+// What a shim needs to begin with; docs/operating.md says what for.
+constexpr std::initializer_list<int> rightsOfAStart = {
+    CAP_CHOWN,   CAP_DAC_OVERRIDE, CAP_FSETID,    CAP_KILL,       CAP_MKNOD,       CAP_SETGID,
+    CAP_SETPCAP, CAP_SETUID,       CAP_SYS_ADMIN, CAP_SYS_CHROOT, CAP_SYS_RESOURCE};
 
 enum class Wait { got, toldToEnd, timedOut };
 
@@ -133,6 +141,7 @@ int keep(int argc, char** argv, std::vector<int>& inherited, rt::Descriptor& lis
   const Environment environment = environmentFrom(std::getenv);
   listener = takeListener(environment.listener, inherited);
   const CommandLine line = readCommandLine({argv + 1, argv + argc});
+  keepOnlyRights(rightsOfAStart);
   const VmDirectory directory(environment.runDir, line.name);
   try {
     return keepGuest(environment, line, argv[0], directory, listener, inherited);

@@ -173,7 +173,8 @@ class Rewriter {
  private:
   void rewrite(const Option& option) {
     if (option.name == "-nodefconfig") return;
-    if (option.name == "-enable-kvm") return add("-accel", kvm() ? "kvm" : "tcg");
+    if (option.name == "-enable-kvm")
+      return add("-accel", usesKvm(facts_, policy_) ? "kvm" : "tcg");
     if (!option.value) {
       new_.emplace_back(option.written);
       return;
@@ -192,11 +193,6 @@ class Rewriter {
     if (option.name == "-chardev" && isSerialLine(value))
       return "socket,id=serial0,fd=" + std::to_string(serialDescriptor);
     return std::string(value);
-  }
-
-  bool kvm() const {
-    if (policy_.acceleration == guest::Acceleration::automatic) return facts_.kvmUsable;
-    return policy_.acceleration == guest::Acceleration::kvm;
   }
 
   void add(std::string_view option, std::string value) {
@@ -265,6 +261,11 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
 std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
                                             const Policy& policy) {
   return Rewriter(line, facts, policy).result();
+}
+
+bool usesKvm(const Facts& facts, const Policy& policy) {
+  if (policy.acceleration == guest::Acceleration::automatic) return facts.kvmUsable;
+  return policy.acceleration == guest::Acceleration::kvm;
 }
 
 }  // namespace shim

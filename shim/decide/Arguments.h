@@ -97,4 +97,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments);
 std::vector<std::string> rewrittenArguments(const CommandLine& line, const Facts& facts,
                                             const Policy& policy);
 
+// Whether QEMU is to run its guest by KVM.
+bool usesKvm(const Facts& facts, const Policy& policy);
+
 }  // namespace shim

@@ -69,17 +69,20 @@ class ShimWorld : public testing::Test {
     return agentArguments("guest0", monitor(), folder / disk, cards);
   }
   std::map<std::string, std::string> environment(const std::string& qemu = realQemu) const {
-    return {{"VMAGENT_QEMU", qemu}, {"VMAGENT_RUN_DIR", folder.path()}, {"VMAGENT_ACCEL", "tcg"}};
+    std::map<std::string, std::string> all = {
+        {"VMAGENT_QEMU", qemu}, {"VMAGENT_RUN_DIR", folder.path()}, {"VMAGENT_ACCEL", "tcg"}};
+    if (qemu != realQemu) all["VMAGENT_QEMU_READS"] = "/usr/bin";  // what scripts are made of
+    return all;
   }
   std::unique_ptr<ShimProcess> start(const std::string& qemu = realQemu, int cards = 0,
                                      const std::string& disk = "disk.img") const {
     return std::make_unique<ShimProcess>(VMAGENT_SHIM, arguments(cards, disk), environment(qemu));
   }
-  // A program that runs in place of QEMU.
-  std::string script(const std::string& text) const {
-    std::string path = folder / "qemu.sh";
+  // A program that runs in place of QEMU, and sees as little.
+  std::string script(const std::string& text, const std::string& name = "qemu.sh") const {
+    std::string path = folder / name;
     std::ofstream(path) << "#!/bin/sh\n" << text << "\n";
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
     return path;
   }
   std::string monitor() const { return folder / "guest0.monitor"; }

@@ -1,8 +1,10 @@
 #include "shim/keep/Environment.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "runtime/base/Descriptor.h"
@@ -51,6 +53,24 @@ std::optional<guest::ImageFormat> imageFormatFrom(const std::string& text) {
   throw refused(variable::imageFormat, text, "must be raw or qcow2");
 }
 
+std::vector<std::string> pathsFrom(const std::string& text) {
+  std::vector<std::string> paths;
+  for (size_t begin = 0; begin < text.size();) {
+    const size_t end = std::min(text.find(':', begin), text.size());
+    paths.push_back(text.substr(begin, end - begin));
+    if (!paths.back().starts_with('/'))
+      throw refused(variable::qemuReads, text, "must be absolute paths with ':' between them");
+    begin = end + 1;
+  }
+  return paths;
+}
+
+guest::UserRange usersFrom(const std::string& text) {
+  if (text.empty()) return {};
+  if (const auto range = guest::userRangeFrom(text)) return *range;
+  throw refused(variable::guestUsers, text, "must be FIRST-LAST, numbers of users from 1 on");
+}
+
 // The first bytes of a file, at most `size`; none when it cannot be read.
 std::string headOf(const std::string& path, size_t size) {
   const rt::Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -79,6 +99,8 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
   environment.qemu = valueOf(get, variable::qemu, environment.qemu);
   environment.runDir = valueOf(get, variable::runDir, environment.runDir);
   environment.screenAddress = valueOf(get, variable::vncListen, "");
+  environment.qemuReads = pathsFrom(valueOf(get, variable::qemuReads, ""));
+  environment.guestUsers = usersFrom(valueOf(get, variable::guestUsers, ""));
   environment.policy.acceleration =
       accelerationFrom(valueOf(get, variable::accel, guest::defaultAcceleration));
   environment.imageFormat = imageFormatFrom(valueOf(get, variable::imageFormat, ""));
@@ -93,6 +115,12 @@ bool isKvmUsable() {
   constexpr size_t cpuinfoSize = 16 * 1024;
   const rt::Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
   return kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
+}
+
+std::optional<dev_t> kvmDevice() {
+  struct stat facts {};
+  if (stat("/dev/kvm", &facts) != 0 || !S_ISCHR(facts.st_mode)) return std::nullopt;
+  return facts.st_rdev;
 }
 
 bool canRunGuests(std::string_view cpuinfo) {

@@ -2,11 +2,15 @@
 // machine.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "guest/GuestUsers.h"
 #include "guest/ImageHeader.h"
 #include "guest/VmFiles.h"
 #include "shim/decide/Arguments.h"
@@ -17,6 +21,9 @@ namespace shim {
 struct Environment {
   std::string qemu = guest::realQemuPath;
   std::string runDir = guest::defaultRunDir;
+  // What QEMU reads beside Debian's libraries and firmware.
+  std::vector<std::string> qemuReads;
+  guest::UserRange guestUsers;
   Policy policy;
   // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
   // at none, but on a socket of the group's.
@@ -37,6 +44,9 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get);
 // Whether /dev/kvm opens and /proc/cpuinfo tells of a CPU that can run guests. What cannot be read
 // counts as a machine without KVM: QEMU says what is wrong better.
 bool isKvmUsable();
+
+// The device of /dev/kvm; nothing when there is none.
+std::optional<dev_t> kvmDevice();
 
 // Pure: whether a CPU that is so described can run guests.
 bool canRunGuests(std::string_view cpuinfo);

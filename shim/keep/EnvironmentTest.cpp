@@ -33,12 +33,16 @@ TEST(Environment, HasDefaults) {
                                                                 {"VMAGENT_VNC_LISTEN", ""},
                                                                 {"VMAGENT_IMAGE_FORMAT", ""},
                                                                 {"VMAGENT_STOP_TIMEOUT", ""},
+                                                                {"VMAGENT_GUEST_USERS", ""},
+                                                                {"VMAGENT_QEMU_READS", ""},
                                                                 {"VMAGENT_LISTENER", ""}}}) {
     const Environment found = environment(values);
     EXPECT_EQ(found.qemu, "/usr/libexec/vmagent-qemu");
     EXPECT_EQ(found.runDir, "/run/vmagent");
     EXPECT_EQ(found.policy.acceleration, guest::Acceleration::automatic);
     EXPECT_EQ(found.screenAddress, "");
+    EXPECT_EQ(found.guestUsers, guest::UserRange());
+    EXPECT_THAT(found.qemuReads, testing::IsEmpty());
     EXPECT_EQ(found.stopTimeout, seconds(15));
     EXPECT_EQ(found.imageFormat, std::nullopt);
     EXPECT_EQ(found.listener, -1);
@@ -51,11 +55,15 @@ TEST(Environment, SaysWhatAnOperatorWants) {
                                          {"VMAGENT_ACCEL", "kvm"},
                                          {"VMAGENT_VNC_LISTEN", "10.0.0.1"},
                                          {"VMAGENT_STOP_TIMEOUT", "0"},
+                                         {"VMAGENT_GUEST_USERS", "70000-70099"},
+                                         {"VMAGENT_QEMU_READS", "/opt/qemu:/srv"},
                                          {"VMAGENT_LISTENER", "7"}});
   EXPECT_EQ(found.qemu, "/q");
   EXPECT_EQ(found.runDir, "/r");
   EXPECT_EQ(found.policy.acceleration, guest::Acceleration::kvm);
   EXPECT_EQ(found.screenAddress, "10.0.0.1");
+  EXPECT_EQ(found.guestUsers, (guest::UserRange{70000, 70099}));
+  EXPECT_THAT(found.qemuReads, testing::ElementsAre("/opt/qemu", "/srv"));
   EXPECT_EQ(found.stopTimeout, seconds(0));
   EXPECT_EQ(found.listener, 7);
 }

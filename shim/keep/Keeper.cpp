@@ -1,6 +1,7 @@
 #include "shim/keep/Keeper.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -12,6 +13,7 @@
 
 #include "guest/EventWords.h"
 #include "shim/base/Failure.h"
+#include "shim/box/Rights.h"
 #include "shim/keep/DiskImage.h"
 #include "shim/keep/QemuProcess.h"
 #include "shim/keep/Sender.h"
@@ -63,6 +65,15 @@ std::vector<int> numbersOf(const std::vector<DiskImage>& images) {
   return numbers;
 }
 
+Box boxOf(const Environment& environment, const Facts& facts, const GuestUser& user) {
+  Box box{user.number(), {environment.qemu, qemusFiles(), std::nullopt}};
+  box.root.readable.insert(box.root.readable.end(), environment.qemuReads.begin(),
+                           environment.qemuReads.end());
+  if (const auto device = kvmDevice(); device && usesKvm(facts, environment.policy))
+    box.root.kvm = {*device, user.number()};
+  return box;
+}
+
 std::string describe(int status) {
   if (WIFSIGNALED(status)) return "QEMU was ended by signal " + std::to_string(WTERMSIG(status));
   return "QEMU ended with status " + std::to_string(WEXITSTATUS(status));
@@ -95,6 +106,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
       stopTimeout_(environment.stopTimeout),
       directory_(directory),
       lock_(lock),
+      user_(directory.sharedPlace(guest::guestUsersFile), environment.guestUsers),
       socket_(std::move(socket)),
       log_(directory.place(guest::shimLog), logSize),
       events_(directory.place(guest::eventsFile)),
@@ -146,15 +158,18 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   const Facts facts{isKvmUsable(), driveFiles(line.drives, images, firstImageDescriptor)};
   std::vector<std::string> argv = rewrittenArguments(line, facts, environment.policy);
   argv.insert(argv.begin(), argv0);
-  pid_ = startQemu(environment.qemu, argv,
+  pid_ = startQemu(boxOf(environment, facts, user_), argv,
                    {qemuMonitor.number(), qemuSerial.number(), lock_.number(), writing.number(),
                     numbersOf(images)});
+  // To end QEMU, which is another user's, is all that is left to do as root.
+  keepOnlyRights({CAP_KILL});
   for (const auto& [path, file] : facts.images) {
     imageNames_[fdSetName(file.set)] = path;
     log_.write(logLine(
         "shim", fdSetName(file.set) + " is " + path + ", a disk image, opened as " + file.format));
   }
   log_.write(logLine("shim", "process " + std::to_string(pid_) + " is " + environment.qemu +
+                                 ", of user " + std::to_string(user_.number()) +
                                  ", started as: " + joined(argv)));
   events_.tell({event::started, {}, environment.qemu, {}, {{"pid", pid_}}});
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "shim/box/GuestUser.h"
 #include "shim/decide/Arguments.h"
 #include "shim/decide/OutputLines.h"
 #include "shim/decide/Relay.h"
@@ -89,6 +90,7 @@ class Keeper {
   const Duration stopTimeout_;
   const VmDirectory& directory_;
   VmLock& lock_;
+  const GuestUser user_;  // QEMU's
   const RowMark rowMark_;
   std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,31 +66,55 @@ void giveUpProtection() {
   if (int score = 0; current >> score && score < 0) std::ofstream(path) << 0;
 }
 
-[[noreturn]] void becomeQemu(const std::string& program, const std::vector<std::string>& argv,
-                             const Inheritance& inheritance, pid_t shim) {
+// A file system may let nobody use a file but who mounted it, though it is open.
+void requireUsable(const Inheritance& inheritance) {
+  for (size_t i = 0; i < inheritance.images.size(); ++i) {
+    struct stat facts {};
+    if (fstat(firstImageDescriptor + static_cast<int>(i), &facts) != 0)
+      throw failureOf(
+          "the disk image cannot be given to QEMU, which is run as a user of its own (if its file "
+          "system is one of FUSE, it must be mounted with allow_other)");
+  }
+}
+
+// The order of all steps is in docs/security.md.
+void shutIn(const Box& box, const Inheritance& inheritance, pid_t shim) {
+  endWith(shim);
   giveUpProtection();
   arrangeDescriptors(inheritance);
+  enterBox(box);
+  becomeUserOf(box);
+  requireUsable(inheritance);
+  endWith(shim);
+  forbidCalls();
   restoreSignals();
-  // In this order: a shim that ended before the first line would not be noticed.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != shim) _exit(cannotRun);
+}
+
+[[noreturn]] void becomeQemu(const Box& box, const std::vector<std::string>& argv,
+                             const Inheritance& inheritance, pid_t shim) {
+  try {
+    shutIn(box, inheritance, shim);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    _exit(cannotRun);
+  }
   std::vector<char*> words;
   words.reserve(argv.size() + 1);
   for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   char* none[] = {nullptr};
-  execve(program.c_str(), words.data(), none);
-  giveUp("QEMU " + program + " cannot be run");
+  execve(box.root.program.c_str(), words.data(), none);
+  giveUp("QEMU " + box.root.program + " cannot be run");
 }
 
 }  // namespace
 
-pid_t startQemu(const std::string& program, const std::vector<std::string>& argv,
+pid_t startQemu(const Box& box, const std::vector<std::string>& argv,
                 const Inheritance& inheritance) {
   const pid_t shim = getpid();
   const pid_t pid = fork();
   if (pid < 0) throw failureOf("QEMU could not be started");
-  if (pid == 0) becomeQemu(program, argv, inheritance, shim);
+  if (pid == 0) becomeQemu(box, argv, inheritance, shim);
   return pid;
 }
 

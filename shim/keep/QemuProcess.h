@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/base/Descriptor.h"
+#include "shim/box/Box.h"
 
 namespace shim {
 
@@ -19,11 +19,11 @@ struct Inheritance {
   std::vector<int> images;  // of the disks, in the order of their numbers in QEMU
 };
 
-// Starts `program`, which dies with the thread that calls this: with SIGKILL, when that ends. With
-// no signal blocked, ignored or handled, and without an environment: QEMU needs none. A program
-// that cannot be run ends with status 127 and says so on its standard error. Throws Failure when
-// there can be no process.
-pid_t startQemu(const std::string& program, const std::vector<std::string>& argv,
+// Starts the box's program in the box. It dies with the thread that calls this: with SIGKILL, when
+// that ends. No signal is blocked, ignored or handled, and there is no environment: QEMU needs
+// none. What cannot be shut in, or run, ends with status 127 and says why on its standard error.
+// Throws Failure when there can be no process.
+pid_t startQemu(const Box& box, const std::vector<std::string>& argv,
                 const Inheritance& inheritance);
 
 // The descriptors above standard error that this process has: at its start, those of its parent.

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "shim/base/Failure.h"
+#include "shim/box/Rights.h"
 #include "shim/decide/ControlText.h"
 #include "shim/keep/Keeper.h"
 #include "shim/keep/ListeningSocket.h"
@@ -83,6 +84,7 @@ class Successor {
     if (saying.kind == Kind::greeting && !isAsked_) ask(saying.greeting);
     // What is done later is a stop.
     if (saying.kind == Kind::done && isAsked_ && !std::exchange(isTaken_, true)) {
+      keepOnlyRights({});
       // A shim that listens by itself, as older ones do, has the agent come to it.
       if (descriptors.empty()) hangUpAt(listener_);
       listener_ = descriptors.empty() ? rt::Descriptor() : std::move(descriptors.front());

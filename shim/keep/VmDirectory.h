@@ -23,6 +23,11 @@ class VmDirectory {
   // The same, to be opened by.
   Place place(const char* name) const { return {directory_.number(), name, file(name)}; }
 
+  // One beside all VMs' directories, where no VM's can be: their names begin otherwise.
+  Place sharedPlace(const std::string& name) const {
+    return {directory_.number(), "../" + name, path_ + "/../" + name};
+  }
+
   // The last word of a run that went wrong. A new run begins without.
   void lastErrorIs(const std::string& text) const { lineIs(guest::lastErrorFile, text); }
   void lastErrorDel() const { fileDel(guest::lastErrorFile); }

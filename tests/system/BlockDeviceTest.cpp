@@ -62,7 +62,8 @@ class BlockDevice : public DaemonFixture {
     fs::rename(Vm::fakes::qemuPath, aside);
     std::ofstream(Vm::fakes::qemuPath) << "#!/bin/sh\nexec sleep 1000\n";
     fs::permissions(Vm::fakes::qemuPath, fs::perms(0755));
-    world.start({"--shim", VMAGENT_SHIM, "--accel", "tcg", "--stop-timeout", "0"});
+    world.start({"--shim", VMAGENT_SHIM, "--accel", "tcg", "--stop-timeout", "0", "--qemu-reads",
+                 Vm::fakes::programs});
   }
   void addVm(const std::string& name, const std::string& disk) const {
     world.ctl({"add", name, "--disk", disk, "--memory", "32", "--enabled"});

@@ -87,7 +87,7 @@ TEST_F(QemuThatFails, IsWaitedForByNobody) {
 TEST_F(QemuThatFails, ForACardThatItHasNotIsShownStoppedWithTheCauseAndLeavesNothing) {
   const OtherQemu lessThanOurs(R"(exec "$qemu" "${@/#tulip,/no-such-card,}")");
   addPort("Ethernet1");
-  start();
+  start({"--qemu-reads", Vm::fakes::programs});
   ASSERT_EQ(addVm("web1", withCard("tulip")).status, 0);
   expectStoppedFor("web1", "'no-such-card' is not a valid device model name");
 }
@@ -131,7 +131,7 @@ TEST_F(QemuThatFails, ForADiskThatAnotherHasIsShownStoppedWithTheCauseAndLeavesN
 TEST_F(QemuThatFails, ForWantOfMemoryIsShownStoppedWithTheCauseAndLeavesNothing) {
   const OtherQemu confined("ulimit -v 2200000\nexec \"$qemu\" \"$@\"");
   addPort("Ethernet1");
-  start();
+  start({"--qemu-reads", Vm::fakes::programs});
   bootVm("web1", withCard());  // with little memory it runs
   world.ctl({"set", "web1", "memory=1500"});
   world.ctl({"restart", "web1"});

@@ -225,7 +225,8 @@ class OperatorsGroup : public testing::Test {
   mode_t modeOf(const std::string& path, mode_t kind) const {
     const bool isGuests = path == world.runDir + "/vm" || path.starts_with(world.runDir + "/vm/");
     if (S_ISDIR(kind)) return isGuests ? 02750 : 02770;
-    if (path.ends_with("/vmagentd.lock") || path.ends_with("/web1/lock")) return 0600;
+    for (const char* lock : {"/vmagentd.lock", "/web1/lock", "/vm/.users"})
+      if (path.ends_with(lock)) return 0600;
     return isGuests && S_ISREG(kind) ? 0640 : 0660;
   }
   std::string ptyOfGuest() const {

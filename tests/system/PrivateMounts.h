@@ -22,6 +22,10 @@ int leaveOut(const char* program, const std::string& needs);
 // For tests, which are root: to kill(), a number that is none of a process may mean all there are.
 void signalProcess(pid_t process, int signal);
 
+// What a script in QEMU's place is made of, and a QEMU that it runs: /usr/bin, and where its links
+// lead then.
+inline constexpr const char* programs = "/usr/bin:/var/run/.usr-bin";
+
 // QEMU's fixed path.
 inline constexpr const char* qemuPath = "/usr/bin/qemu-system-x86_64";
 

@@ -36,6 +36,7 @@ bool hangsUp(const rt::Descriptor& connection) {
 TEST_F(ShimConsole, IsSeenByTwoReadersAndTypedAtByAWriter) {
   const auto shim = start();
   AgentClient agent(monitor());
+  ASSERT_TRUE(fakes::comesToHold(file("shim.log"), "started as"));
   const LineClient first(file("console.sock"));
   const LineClient second(file("console.sock"));
   LineClient writer(file("console.sock"));

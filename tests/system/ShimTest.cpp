@@ -341,14 +341,11 @@ TEST_F(Shim, IsRefusedWhileAnotherKeepsTheGuest) {
 }
 
 TEST_F(Shim, WaitsForAGuestThatIsEnding) {
-  // Listens to SIGTERM the second time it is run only.
-  const std::string qemu = script("[ -e '" + (folder / "ran") + "' ] && exit 7\n: >'" +
-                                  (folder / "ran") + "'\ntrap '' TERM\necho up\nexec sleep 1000");
-  const auto first = start(qemu);
+  const auto first = start(script("trap '' TERM\necho up\nexec sleep 1000", "deaf.sh"));
   ASSERT_TRUE(comesToHold(file("shim.log"), "qemu: up"));
   first->signal(SIGTERM);
   ASSERT_TRUE(comesToHold(file("shim.log"), "sends SIGTERM"));
-  const auto second = start(qemu);
+  const auto second = start(script("exit 7"));
   EXPECT_EQ(signaled(first->wait()), SIGKILL);
   EXPECT_EQ(exited(second->wait()), 7);
 }
