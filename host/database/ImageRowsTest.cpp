@@ -99,6 +99,24 @@ TEST_F(ImageRowsTest, ThatCannotBeWrittenHoldAllTheSameAndAreTriedAgain) {
   EXPECT_EQ(doc(), rawDoc);
 }
 
+TEST_F(ImageRowsTest, ThatCannotBeWrittenAgainAreToldOfAgain) {
+  file_.trouble = statedb::Trouble::full;
+  rows_.formatIs("web1", path, ImageFormat::raw);
+  EXPECT_EQ(traces_.take(1).size(), 1U);
+  file_.trouble = std::nullopt;
+  rows_.formatIs("web1", path, ImageFormat::raw);
+  file_.trouble = statedb::Trouble::full;
+  rows_.formatIs("web2", path, ImageFormat::raw);
+  EXPECT_EQ(traces_.take(1).size(), 1U);
+}
+
+TEST_F(ImageRowsTest, OfAnotherImageTakeNothingBackOfWhatWasSaidOfThisOne) {
+  rows_.formatIs("web1", path, ImageFormat::raw);
+  operatorWrites(R"({"diskImage":"/images/old.img","format":"qcow2"})");
+  hear();
+  EXPECT_THAT(rows_.format("web1", path), Optional(ImageFormat::raw));
+}
+
 TEST_F(ImageRowsTest, ThatAreNotValidSayWhatWouldBeRight) {
   operatorWrites(R"({"diskImage":"/images/web.img","format":"vmdk"})");
   hear();

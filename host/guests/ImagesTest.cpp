@@ -162,6 +162,18 @@ TEST_F(ImagesTest, WhoseRowChangesAreKnownAnew) {
   EXPECT_THAT(known, ElementsAre("web1"));
 }
 
+TEST_F(ImagesTest, WhoseRowIsLostAreKnownAnew) {
+  images.rowIsLost("web1");
+  EXPECT_THAT(known, ElementsAre("web1"));
+}
+
+TEST_F(ImagesTest, ThatAnOperatorNamesWhileTheirGuestIsTakenUpAreAwaited) {
+  file.other(statedb::Half::config)
+      ->commit(
+          statedb::Transaction().put("vmImage", "web1", R"({"diskImage":"/a","format":"qcow2"})"));
+  EXPECT_EQ(images.judge({.vm = "web1", .path = "/a", .takesUp = true}).kind, Kind::awaited);
+}
+
 class GuessedImagesTest : public ImagesTest {
  protected:
   GuessedImagesTest() : ImagesTest(Images::Formats::guessed) {}

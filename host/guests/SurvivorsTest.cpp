@@ -183,6 +183,16 @@ TEST_F(SurvivorsTest, AreAskedToEndAtOnceAndToldOfWhenTheyAreGone) {
   EXPECT_EQ(guest.wait(), SIGTERM);
 }
 
+// Of two signals that wait for a process the kernel delivers the lower one first.
+TEST_F(SurvivorsTest, ThatAreAskedByTheirShimsAreNotSignalledMeanwhile) {
+  shims.gone.clear();
+  FakeGuest guest(own("web1"), FakeGuest::Manner::yielding);
+  const auto all = survivors({guest.process()});
+  EXPECT_THAT(asked, ElementsAre("ask " + own("web1")));
+  ASSERT_EQ(kill(guest.process().pid, SIGXCPU), 0);
+  EXPECT_EQ(guest.wait(), SIGXCPU);
+}
+
 TEST_F(SurvivorsTest, AreKilledWhenPatienceIsAtItsEnd) {
   FakeGuest guest(own("web1"), FakeGuest::Manner::stubborn);
   const auto all = survivors({guest.process()});

@@ -96,6 +96,17 @@ TEST(VmEnd, IsToldOnceWhateverItCameOf) {
   EXPECT_THAT(world.aroundStart.endings, ElementsAre("web1", "web1"));
 }
 
+TEST(VmEnd, IsNoProblemOfTheVmThatComesNext) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.shims.lastErrors["web1"] = "could not open disk image";
+  world.end("web1");
+  ASSERT_EQ(world.problem("web1"), "qemu: could not open disk image");
+  world.apply({world.putNew("web1", off.doc())});
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 // Another process of that name is there still, which the agent knows nothing of.
 TEST(VmEnd, IsToldOnlyOnceNoProcessIsLeft) {
   SupervisorWorld world;
