@@ -84,6 +84,13 @@ TEST_F(OwnerLockTest, IsHeldByOneAndNamesTheHolder) {
               HasSubstr("(process " + std::to_string(owner) + ")"));
 }
 
+TEST_F(OwnerLockTest, HoldsTheNumberOfItsProcessAndNothingOfTheOneBefore) {
+  std::ofstream(ownerLockFile(dir).str()) << "12345678901234567890\n";
+  const OwnerLock lock(ownerLockFile(dir));
+  std::ifstream file(ownerLockFile(dir).str());
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), std::to_string(getpid()) + "\n");
+}
+
 TEST_F(OwnerLockTest, CanBeHadAtOnceWhenItsProcessWasKilled) {
   start();
   end();

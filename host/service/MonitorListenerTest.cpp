@@ -106,6 +106,29 @@ TEST_F(MonitorListenerTest, IsKeptOverAnExecByTheChildThatItIsForAndByNoOther) {
   EXPECT_EQ(staysOpen(), 0) << "the next child";
 }
 
+// A shim that stands still takes none of them.
+TEST_F(MonitorListenerTest, HasRoomForConnectionsThatNobodyTakesAndNeverWaitsItself) {
+  MonitorListener listener(waiting());
+  listener.open(monitor());
+  EXPECT_NE(fcntl(listener.number(), F_GETFL) & O_NONBLOCK, 0);
+  inChild([] { return 0; });
+  alarm(10);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(connectTo(monitor()), 0) << i;
+  alarm(0);
+}
+
+// The child that it is for has it already, at the path.
+TEST_F(MonitorListenerTest, IsMovedToItsPathByTheFirstForkOnly) {
+  MonitorListener listener(waiting());
+  listener.open(monitor());
+  inChild([] { return 0; });
+  fs::rename(monitor().str(), folder() + "/aside");
+  fs::create_directory(waiting().str());
+  inChild([] { return 0; });
+  EXPECT_FALSE(isThere(monitor()));
+  EXPECT_TRUE(isThere(waiting()));
+}
+
 TEST_F(MonitorListenerTest, IsFoundUntilTheGuestsEndIsKnown) {
   MonitorListener listener(waiting());
   for (const rt::String& each : {monitor(), path("vm2.monitor")}) {
