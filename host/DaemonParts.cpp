@@ -1,20 +1,12 @@
 #include "host/DaemonParts.h"
 
-#include <chrono>
-
 #include "host/StatusOfBefore.h"
+#include "host/base/Times.h"
 #include "model/Tables.h"
 
 namespace host {
 
 namespace {
-
-uint64_t timeOfDay() {
-  using std::chrono::system_clock;
-  return static_cast<uint64_t>(
-      std::chrono::duration_cast<std::chrono::seconds>(system_clock::now().time_since_epoch())
-          .count());
-}
 
 // What is shown of all there is, and in which tables.
 std::vector<StatusFeed::Source> statusOf(const LoadedAgent& agent, const HostStatus::Ptr& host) {
@@ -49,7 +41,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
       statusFeed_(rt::make<StatusFeed>(db, statusOf(agent_, hostStatus_), ground_.clock)),
       network_(ground_),
-      guests_(ground_, before.restartsDone, network_.cards()),
+      guests_(ground_, before, network_.cards()),
       configFeed_(rt::make<ConfigFeed>(
           db,
           std::vector<rt::String>{model::table::interface, model::table::vmImage,

@@ -2,10 +2,11 @@
 
 #include <set>
 
+#include "host/base/Times.h"
+
 namespace host {
 
-GuestSide::GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restartsDone,
-                     VmCards& cards)
+GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards)
     : ground_(ground),
       imageRows_(ground.db),
       imageLooks_(rt::make<ImageLooks>(
@@ -20,6 +21,9 @@ GuestSide::GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restar
                .formats =
                    ground.shims.tellFormats() ? Images::Formats::told : Images::Formats::guessed},
               imageRows_),
+      states_(rt::make<VmStates>(
+          ground.hostStatus, VmStates::Times{timeOfDay, timeSinceBoot}, before.states,
+          [this](const rt::String& vm) { ground_.shims.catchUp(vm); }, ground.clock)),
       tools_({.agent = ground.agent.root,
               .config = ground.agent.config,
               .status = ground.agent.status,
@@ -28,12 +32,13 @@ GuestSide::GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restar
               .traces = ground.traces,
               .cards = cards,
               .shims = ground.shims,
+              .states = *states_,
               .images = images_,
               .start = ground.start,
               .processes = processes_,
               .waiting = ground.waiting,
               .stopPatience = stopPatience(ground.options)}),
-      supervisor_(rt::make<VmSupervisor>(tools_, std::move(restartsDone), ground.clock)),
+      supervisor_(rt::make<VmSupervisor>(tools_, before.restartsDone, ground.clock)),
       prompter_(rt::make<Prompter>(ground.agent.root, ground.agent.status, ground.clock)),
       leftGuests_(supervisor_, tools_, ground.clock),
       earlierGuests_({.processes = processes_,
@@ -41,7 +46,12 @@ GuestSide::GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restar
                       .configuration = ground.configuration,
                       .db = ground.db,
                       .waiting = ground.waiting,
-                      .fates = leftGuests_}) {}
+                      .fates = leftGuests_}) {
+  ground.problems.listenerIs(
+      [this](const rt::String& vm, const rt::String& text, const rt::String& source) {
+        states_->problemIs(vm, text, source);
+      });
+}
 
 void GuestSide::rowIs(const rt::String& vm, const VmRow* row) {
   earlierGuests_.handleRow(vm);
@@ -59,10 +69,10 @@ void GuestSide::begin() {
   std::set<rt::String> living;
   for (const GuestProcess& guest : processes_.all()) living.insert(guest.vm);
   ground_.shims.removeDeadSocketsOfAllBut(living);
-  guestProblems_ =
-      ground_.shims.followProblems([this](const rt::String& vm, const rt::String& problem) {
-        supervisor_->guestProblemIs(vm, problem);
-      });
+  guestFiles_ = ground_.shims.follow(
+      {.problem = [this](const rt::String& vm,
+                         const rt::String& problem) { supervisor_->guestProblemIs(vm, problem); },
+       .event = [this](const GuestEvent& event) { states_->eventIs(event); }});
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/Ground.h"
+#include "host/StatusOfBefore.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/ImageLooks.h"
 #include "host/guests/Images.h"
@@ -15,8 +16,8 @@ namespace host {
 // members is that of their life.
 class GuestSide {
  public:
-  // `restartsDone`: as for VmSupervisor. `cards` outlives it.
-  GuestSide(const Ground& ground, std::map<rt::String, uint64_t> restartsDone, VmCards& cards);
+  // `cards` outlives it.
+  GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards);
 
   // What comes of the configuration; see ConfigurationTaker.
   void restartIs(const rt::String& vm, uint64_t number) { supervisor_->restartIs(vm, number); }
@@ -42,12 +43,13 @@ class GuestSide {
   ImageRows imageRows_;
   const ImageLooks::Ptr imageLooks_;
   Images images_;
+  const VmStates::Ptr states_;
   const KeeperTools tools_;
   const VmSupervisor::Ptr supervisor_;
   const Prompter::Ptr prompter_;
   LeftGuests leftGuests_;
   EarlierGuests earlierGuests_;
-  rt::Ptr<const rt::Entity> guestProblems_;  // followed; null: there are no shims
+  rt::Ptr<const rt::Entity> guestFiles_;  // followed; null: there are no shims
 };
 
 }  // namespace host

@@ -15,8 +15,9 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
                            before->configHistory()};
   for (const auto& record : db.snapshot({model::table::vmProcess}).records) {
     const auto process = rt::make<model::VmProcess>(record.key);
-    if (statedb::fill(*process, record.doc).empty())
-      all.restartsDone[record.key] = process->restarts();
+    if (!statedb::fill(*process, record.doc).empty()) continue;
+    all.restartsDone[record.key] = process->restarts();
+    all.states[record.key] = {process->actual(), process->since()};
   }
   return all;
 }

@@ -5,14 +5,16 @@
 #include <set>
 
 #include "host/network/BridgeFdb.h"
+#include "host/state/VmStates.h"
 #include "statedb/StateDb.h"
 
 namespace host {
 
 // All of an earlier daemon's status that counts.
 struct StatusOfBefore {
-  std::map<rt::String, uint64_t> restartsDone;  // by VM: the number that was carried out last
-  statedb::Cursor configuration;                // how far it had come with that
+  std::map<rt::String, uint64_t> restartsDone;    // by VM: the number that was carried out last
+  std::map<rt::String, VmStates::Before> states;  // by VM: what it was, and since when
+  statedb::Cursor configuration;                  // how far it had come with that
 };
 StatusOfBefore statusOfBefore(statedb::StateDb& db);
 

@@ -1,6 +1,7 @@
 // What the host itself has to say of VMs, interfaces and addresses: records beside the agent's.
 #pragma once
 
+#include "model/VmProcess.h"
 #include "runtime/entity/EntityOf.h"
 
 namespace model {
@@ -38,47 +39,6 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   rt::String configStore_;
   uint64_t configSequence_ = 0;
   rt::String configHistory_;
-};
-
-// A VM's process, as far as the host knows of one. Written by the VM's keeper.
-class VmProcess final : public rt::EntityOf<VmProcess> {
- public:
-  explicit VmProcess(rt::String name) : name_(std::move(name)) {}
-
-  const rt::String& name() const { return name_; }
-
-  // "none", "running" or "ending".
-  const rt::String& process() const { return process_; }
-  void processIs(const rt::String& process) { assign<&VmProcess::process>(process_, process); }
-
-  // The one that the agent has: the shim's that keeps the guest, or stands in where another keeps
-  // it; without shims, QEMU's. 0: none.
-  int32_t pid() const { return pid_; }
-  void pidIs(int32_t pid) { assign<&VmProcess::pid>(pid_, pid); }
-
-  // The number of the restart that was carried out last.
-  uint64_t restarts() const { return restarts_; }
-  void restartsIs(uint64_t number) { assign<&VmProcess::restarts>(restarts_, number); }
-
-  // Of a guest whose VM is in no configuration: its name, by which an operator gives it up. Empty
-  // for all others.
-  const rt::String& unknown() const { return unknown_; }
-  void unknownIs(const rt::String& guest) { assign<&VmProcess::unknown>(unknown_, guest); }
-
-  static constexpr std::string_view typeName = "model::VmProcess";
-  using Attributes =
-      rt::AttributeTable<rt::Attribute<"name", &VmProcess::name>,
-                         rt::Attribute<"process", &VmProcess::process, &VmProcess::processIs>,
-                         rt::Attribute<"pid", &VmProcess::pid, &VmProcess::pidIs>,
-                         rt::Attribute<"restarts", &VmProcess::restarts, &VmProcess::restartsIs>,
-                         rt::Attribute<"unknown", &VmProcess::unknown, &VmProcess::unknownIs>>;
-
- private:
-  const rt::String name_;
-  rt::String process_ = "none";
-  int32_t pid_ = 0;
-  uint64_t restarts_ = 0;
-  rt::String unknown_;
 };
 
 // The one thing to look at first when a VM is not as it was asked to be. Written by Problems.

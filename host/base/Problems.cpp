@@ -51,9 +51,10 @@ void Problems::show(const rt::String& vm, const Entries& entries) {
     record->problemIs(entries[source].text);
     record->sinceIs(entries[source].since);
     record->sourceIs(model::problemSources[source]);
-    return;
+    return listener_(vm, record->problem(), record->source());
   }
   status_->vmProblemDel(vm);
+  listener_(vm, {}, {});
 }
 
 }  // namespace host

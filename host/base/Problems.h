@@ -20,8 +20,12 @@ rt::String textOf(const std::vector<rt::Problem>& problems);
 // Keeps one problem a source and VM, and shows the weightiest as the VM's record.
 class Problems {
  public:
+  // Is told of each VM's weightiest problem; empty: there is none.
+  using Listener =
+      std::function<void(const rt::String& vm, const rt::String& text, const rt::String& source)>;
   // `now`: the time of day, in seconds since 1970.
   Problems(HostStatus::Ptr status, std::function<uint64_t()> now);
+  void listenerIs(Listener listener) { listener_ = std::move(listener); }
 
   // An empty text: none.
   void problemIs(const rt::String& vm, ProblemSource source, const rt::String& text);
@@ -38,6 +42,7 @@ class Problems {
 
   const HostStatus::Ptr status_;
   const std::function<uint64_t()> now_;
+  Listener listener_ = [](const auto&, const auto&, const auto&) {};
   std::map<rt::String, Entries> vms_;
 };
 

@@ -29,10 +29,12 @@ class FakeShims final : public Shims {
   std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
   std::set<rt::String> deadSockets;             // VMs that have such
 
+  std::vector<rt::String> caughtUp;  // VMs whose events were to be told at once
+
   // What is wrong with the VM's guest now; empty: nothing.
   void problemIs(const rt::String& vm, const rt::String& problem) {
     problems_[vm] = problem;
-    if (const auto sink = sink_.lock()) (*sink)(vm, problem);
+    if (const auto sinks = sinks_.lock()) sinks->problem(vm, problem);
   }
 
   bool tellFormats() const override { return true; }
@@ -47,12 +49,13 @@ class FakeShims final : public Shims {
   rt::String lastError(const rt::String& vm) const override { return in(lastErrors, vm); }
   void lastErrorDel(const rt::String& vm) override { lastErrors.erase(vm); }
   rt::String problem(const rt::String& vm) const override { return in(problems_, vm); }
-  rt::Ptr<const rt::Entity> followProblems(ProblemSink sink) override {
-    for (const auto& [vm, problem] : problems_) sink(vm, problem);
-    const auto follower = rt::make<Follower>(std::move(sink));
-    sink_ = follower->sink;
+  rt::Ptr<const rt::Entity> follow(Sinks sinks) override {
+    for (const auto& [vm, problem] : problems_) sinks.problem(vm, problem);
+    const auto follower = rt::make<Follower>(std::move(sinks));
+    sinks_ = follower->sinks;
     return follower;
   }
+  void catchUp(const rt::String& vm) override { caughtUp.push_back(vm); }
   void removeDeadSockets(const rt::String& vm) override { deadSockets.erase(vm); }
   void removeDeadSocketsOfAllBut(const std::set<rt::String>& living) override {
     std::erase_if(deadSockets, [&](const rt::String& vm) { return !living.contains(vm); });
@@ -61,9 +64,9 @@ class FakeShims final : public Shims {
  private:
   class Follower final : public rt::StateMachineOf<Follower> {
    public:
-    explicit Follower(ProblemSink each) : sink(std::make_shared<ProblemSink>(std::move(each))) {}
+    explicit Follower(Sinks each) : sinks(std::make_shared<Sinks>(std::move(each))) {}
 
-    const std::shared_ptr<ProblemSink> sink;
+    const std::shared_ptr<Sinks> sinks;
 
     static constexpr std::string_view typeName = "host::fakes::FakeShims::Follower";
     using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Follower::initialized>>;
@@ -76,7 +79,7 @@ class FakeShims final : public Shims {
 
   std::vector<std::string>& effects_;
   std::map<rt::String, rt::String> problems_;
-  std::weak_ptr<ProblemSink> sink_;
+  std::weak_ptr<Sinks> sinks_;
 };
 
 }  // namespace host::fakes

@@ -22,7 +22,14 @@ void FakeCards::tell(const char* what, const rt::String& vm) {
 
 SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
                                  rt::Seconds stopPatience)
-    : tools{.agent = agent,
+    : states(rt::make<VmStates>(
+          hostStatus,
+          VmStates::Times{
+              .ofDay = [this] { return static_cast<uint64_t>(clock->now().value()); },
+              .sinceBoot = [this] { return static_cast<uint64_t>(clock->now().value() * 1000); }},
+          std::map<rt::String, VmStates::Before>{},
+          [this](const rt::String& vm) { shims.catchUp(vm); }, clock)),
+      tools{.agent = agent,
             .config = config,
             .status = status,
             .hostStatus = hostStatus,
@@ -30,6 +37,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
             .traces = traceLog,
             .cards = cards,
             .shims = shims,
+            .states = *states,
             .images = images,
             .start = aroundStart,
             .processes = processes,
@@ -138,7 +146,8 @@ void SupervisorWorld::end(const rt::String& vm) {
 
 std::string SupervisorWorld::process(const rt::String& vm) const {
   const auto record = hostStatus->vmProcess(vm);
-  return record ? record->process().str() + " " + std::to_string(record->pid()) : "";
+  if (!record || (record->process() == "none" && record->restarts() == 0)) return "";
+  return record->process().str() + " " + std::to_string(record->pid());
 }
 
 std::string SupervisorWorld::problem(const rt::String& vm) const {

@@ -112,6 +112,7 @@ class SupervisorWorld {
   FakeGuestProcesses processes;
   WaitingGuests waiting;
   FakeAroundStart aroundStart;
+  const VmStates::Ptr states;
   const KeeperTools tools;
   const VmSupervisor::Ptr supervisor;
 
@@ -134,7 +135,7 @@ class SupervisorWorld {
   void exits(const rt::String& vm);
   void end(const rt::String& vm);
 
-  // "running 100", "ending 100", "none 0"; empty without a row.
+  // "running 100", "ending 100", "none 0" after a restart; empty where there is none and was none.
   std::string process(const rt::String& vm) const;
   // "agent: FAIL"; empty without a row.
   std::string problem(const rt::String& vm) const;

@@ -14,7 +14,7 @@
 
 #include "guest/ShimProtocol.h"
 #include "guest/VmFiles.h"
-#include "host/guests/GuestProblems.h"
+#include "host/guests/GuestFiles.h"
 #include "runtime/base/Descriptor.h"
 #include "runtime/base/OwnFile.h"
 
@@ -105,10 +105,16 @@ void DiskShims::lastErrorDel(const rt::String& vm) {
   if (directory) (void)unlinkat(directory.number(), guest::lastErrorFile, 0);
 }
 
-rt::Ptr<const rt::Entity> DiskShims::followProblems(ProblemSink sink) {
-  return rt::make<GuestProblems>(
+rt::Ptr<const rt::Entity> DiskShims::follow(Sinks sinks) {
+  sinks_ = std::move(sinks);
+  return rt::make<GuestFiles>(
       guest::vmsDirectoryOf(runDir_),
-      [this, sink = std::move(sink)](const rt::String& vm) { sink(vm, problem(vm)); });
+      GuestFiles::Sinks{[this](const rt::String& vm) { sinks_.problem(vm, problem(vm)); },
+                        [this](const rt::String& vm) { catchUp(vm); }});
+}
+
+void DiskShims::catchUp(const rt::String& vm) {
+  for (const GuestEvent::Ptr& event : events_.read(vm)) sinks_.event(*event);
 }
 
 void DiskShims::removeDeadSockets(const rt::String& vm) {

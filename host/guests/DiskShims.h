@@ -1,6 +1,8 @@
 // The shims of this machine, by what they have below the run directory.
 #pragma once
 
+#include "guest/VmFiles.h"
+#include "host/guests/EventReader.h"
 #include "host/guests/Shims.h"
 
 namespace host {
@@ -11,7 +13,9 @@ class DiskShims : public Shims {
  public:
   // `stopTimeout`: what a guest is given to shut itself down, as text of whole seconds.
   DiskShims(rt::String runDir, rt::String stopTimeout)
-      : runDir_(std::move(runDir)), stopTimeout_(std::move(stopTimeout)) {}
+      : runDir_(std::move(runDir)),
+        stopTimeout_(std::move(stopTimeout)),
+        events_(guest::vmsDirectoryOf(runDir_)) {}
 
   bool tellFormats() const override { return true; }
   bool askToStop(const rt::String& vm) override;
@@ -20,7 +24,8 @@ class DiskShims : public Shims {
   rt::String lastError(const rt::String& vm) const override;
   void lastErrorDel(const rt::String& vm) override;
   rt::String problem(const rt::String& vm) const override;
-  rt::Ptr<const rt::Entity> followProblems(ProblemSink sink) override;
+  rt::Ptr<const rt::Entity> follow(Sinks sinks) override;
+  void catchUp(const rt::String& vm) override;
   void removeDeadSockets(const rt::String& vm) override;
   void removeDeadSocketsOfAllBut(const std::set<rt::String>& living) override;
 
@@ -35,6 +40,8 @@ class DiskShims : public Shims {
 
   const rt::String runDir_;
   const rt::String stopTimeout_;
+  EventReader events_;
+  Sinks sinks_;
 };
 
 }  // namespace host

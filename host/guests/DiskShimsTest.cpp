@@ -215,7 +215,9 @@ TEST(NoShimsTest, CanBeAskedNothingAndHaveNothingToSay) {
   EXPECT_FALSE(shims.isThere("web1"));
   EXPECT_EQ(shims.lastError("web1"), "");
   EXPECT_EQ(shims.problem("web1"), "");
-  EXPECT_FALSE(shims.followProblems([](const rt::String&, const rt::String&) { FAIL(); }));
+  EXPECT_FALSE(shims.follow({.problem = [](const rt::String&, const rt::String&) { FAIL(); },
+                             .event = [](const GuestEvent&) { FAIL(); }}));
+  shims.catchUp("web1");
 }
 
 }  // namespace

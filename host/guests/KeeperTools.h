@@ -10,6 +10,7 @@
 #include "host/guests/VmCards.h"
 #include "host/guests/VmStart.h"
 #include "host/guests/WaitingGuests.h"
+#include "host/state/VmStates.h"
 #include "runtime/records/VmConfig.h"
 #include "runtime/records/VmStatus.h"
 
@@ -25,6 +26,7 @@ struct KeeperTools {
   TraceLog& traces;
   VmCards& cards;
   Shims& shims;
+  VmStates& states;
   ImageJudge& images;
   AroundStart& start;
   const GuestProcesses& processes;

@@ -71,7 +71,11 @@ class Pacing {
   // What is to be tried again is to be tried now.
   void again();
   // When to ask again; infinity: when told.
-  rt::Seconds wakeUp() const { return std::min(retryAt_, giveUpAt_.value_or(never)); }
+  rt::Seconds wakeUp() const { return std::min(tryAt(), stopAt()); }
+  // When a start that failed is tried again, and when a guest is switched off that was asked to
+  // end; infinity: never.
+  rt::Seconds tryAt() const { return retryAt_; }
+  rt::Seconds stopAt() const { return giveUpAt_.value_or(never); }
   // The configuration changed: what failed before may do now.
   void hurry();
   uint64_t restartsDone() const { return restartsDone_; }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <set>
 
+#include "host/state/GuestEvent.h"
 #include "runtime/entity/Entity.h"
 #include "statedb/Record.h"
 
@@ -13,8 +14,12 @@ namespace host {
 // for the length of its run.
 class Shims {
  public:
-  // Is told what is wrong with a VM's guest; empty: nothing.
-  using ProblemSink = std::function<void(const rt::String& vm, const rt::String& problem)>;
+  struct Sinks {
+    // Is told what is wrong with a VM's guest; empty: nothing.
+    std::function<void(const rt::String& vm, const rt::String& problem)> problem;
+    // Is told what happened to a guest, of each VM in its order and once.
+    std::function<void(const GuestEvent& event)> event;
+  };
 
   virtual ~Shims() = default;
 
@@ -39,9 +44,11 @@ class Shims {
   // Returns what is wrong with the VM's guest, as far as its shim can see; empty: nothing. What a
   // shim that was killed has left is still told: who has the guest must know better.
   virtual rt::String problem(const rt::String& vm) const = 0;
-  // Tells of each VM's problem, now and whenever it is another, as long as what is returned lives.
-  // ErrnoException when that cannot be followed.
-  virtual rt::Ptr<const rt::Entity> followProblems(ProblemSink sink) = 0;
+  // Tells of each VM's problem and events, those that are known still and those to come, as long as
+  // what is returned lives. ErrnoException when that cannot be followed. To be called once.
+  virtual rt::Ptr<const rt::Entity> follow(Sinks sinks) = 0;
+  // Tells at once what the VM's shim has told of and was not told yet.
+  virtual void catchUp(const rt::String& vm) = 0;
 
   // Removes the sockets of a VM without a process, which a shim has left that was killed. One that
   // somebody listens at, or that is no socket, stays.
@@ -60,7 +67,8 @@ class NoShims final : public Shims {
   rt::String lastError(const rt::String& /*vm*/) const override { return {}; }
   void lastErrorDel(const rt::String& /*vm*/) override {}
   rt::String problem(const rt::String& /*vm*/) const override { return {}; }
-  rt::Ptr<const rt::Entity> followProblems(ProblemSink /*sink*/) override { return nullptr; }
+  rt::Ptr<const rt::Entity> follow(Sinks /*sinks*/) override { return nullptr; }
+  void catchUp(const rt::String& /*vm*/) override {}
   void removeDeadSockets(const rt::String& /*vm*/) override {}
   void removeDeadSocketsOfAllBut(const std::set<rt::String>& /*living*/) override {}
 };

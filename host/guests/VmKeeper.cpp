@@ -137,6 +137,7 @@ bool VmKeeper::act(rt::Seconds now) {
   showImage();
   showGuestProblem();
   showRestartNeeded();
+  showState();
   failure.rethrow();
   return acted;
 }
@@ -346,18 +347,38 @@ std::optional<UnknownGuest> VmKeeper::unknownGuest() const {
                       "config.db was replaced by one that does not have it"};
 }
 
+bool VmKeeper::isEnding() const {
+  return !unknown_ && (!facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving());
+}
+
 void VmKeeper::showProcess() {
   const bool there = hasProcess();
-  const uint64_t restarts = pacing_.restartsDone();
-  if (!there && restarts == 0) return tools_.hostStatus->vmProcessDel(name_);
   const auto record = tools_.hostStatus->vmProcessIs(name_);
-  const bool ending =
-      !unknown_ && (!facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving());
-  record->processIs(!there ? "none" : ending ? "ending" : "running");
+  record->processIs(!there ? "none" : isEnding() ? "ending" : "running");
   record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : unknown_ ? unknown_->pid : 0);
-  record->restartsIs(restarts);
+  record->restartsIs(pacing_.restartsDone());
   const auto unknown = unknownGuest();
   record->unknownIs(there && unknown ? unknown->name : rt::String());
+}
+
+Wanted VmKeeper::wantedState() const {
+  if (!hasRow_) return isLost_ || unknown_ ? Wanted::unknown : Wanted::gone;
+  if (!wanted_) return Wanted::unknown;
+  return wanted_->enabled() ? Wanted::running : Wanted::stopped;
+}
+
+void VmKeeper::showState() {
+  const bool isWanted = wantedState() == Wanted::running;
+  tools_.states.keeperSays(
+      name_, {.wanted = wantedState(),
+              .hasProcess = hasProcess() || adoptable_,
+              .isEnding = hasProcess() && isEnding(),
+              .isStarted = facts().switchedOn && facts().statusEnabled,
+              .isRefused =
+                  (hasRow_ && !wanted_) || (isWanted && image_.kind == ImageVerdict::Kind::refused),
+              .agentState = status_ ? status_->state() : rt::String(),
+              .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
+              .stopAt = pacing_.stopAt()});
 }
 
 void VmKeeper::showRowProblem() {

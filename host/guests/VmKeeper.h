@@ -86,7 +86,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   VmFacts facts() const;
   void tellGuest();
   std::optional<UnknownGuest> unknownGuest() const;
+  bool isEnding() const;
+  Wanted wantedState() const;
   void showProcess();
+  void showState();
   void showRowProblem();
   void showImage();
   void showGuestProblem();

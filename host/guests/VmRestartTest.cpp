@@ -23,6 +23,59 @@ uint64_t restartsOf(const SupervisorWorld& world, const char* vm) {
   return record ? record->restarts() : 0;
 }
 
+// What is shown of one.
+
+TEST(VmShown, IsAsItWasWhileItsGuestWaitsToBeTakenUp) {
+  SupervisorWorld world;
+  world.images.unseen.insert("/images/web.iso");
+  world.supervisor->adoptableIs("web1", true);
+  world.rowIs("web1", on);
+  EXPECT_THAT(world.fortune.take(), IsEmpty()) << "its image is looked at";
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->actual(), "starting");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->endCause(), "");
+}
+
+TEST(VmShown, IsRefusedWhereItsRowCannotBeTaken) {
+  SupervisorWorld world;
+  world.apply({world.put("web1", R"({"enabled":true,"memory":"much"})")});
+  world.settle();
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->actual(), "refused");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->wanted(), "unknown");
+}
+
+TEST(VmShown, IsRetryingWhereTheAgentCannotStartIt) {
+  SupervisorWorld world;
+  world.fortune.startFails.insert("web1");
+  world.rowIs("web1", on);
+  const auto record = world.hostStatus->vmProcess("web1");
+  EXPECT_EQ(record->actual(), "retrying");
+  EXPECT_EQ(record->nextAt(), 1001U);
+  EXPECT_EQ(record->attempt(), 1U);
+  world.advance(1);
+  EXPECT_EQ(record->attempt(), 2U);
+  EXPECT_EQ(record->nextAt(), 1003U);
+}
+
+TEST(VmShown, IsStoppingUntilItsGuestHasEnded) {
+  SupervisorWorld world({}, rt::Seconds(15));
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  const auto record = world.hostStatus->vmProcess("web1");
+  EXPECT_EQ(record->actual(), "stopping");
+  EXPECT_EQ(record->nextAt(), 1015U);
+  world.end("web1");
+  EXPECT_EQ(record->actual(), "stopped");
+}
+
+TEST(VmShown, IsGoneOnceItsRowWasRemovedAndItsGuestGoesOn) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.rowDel("web1");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->wanted(), "gone");
+  world.end("web1");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1"), nullptr);
+}
+
 // Restarts that are asked for.
 
 TEST(VmRestart, IsOffWaitOn) {

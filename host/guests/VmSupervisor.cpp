@@ -114,6 +114,7 @@ void VmSupervisor::drop(const rt::String& vm) {
   restartsDone_.erase(vm);
   failures_.erase(vm);
   tools_.problems.vmDel(vm);
+  tools_.states.vmDel(vm);
   tools_.hostStatus->vmProcessDel(vm);
 }
 

@@ -169,6 +169,11 @@ TEST_F(VmSupervisorTest, LeavesAVmAloneWhoseGuestHasEndedByItself) {
 
 TEST_F(VmSupervisorTest, ShowsNoProcessOfAVmThatNeverRan) {
   world.rowIs("web1", off);
+  const auto record = world.hostStatus->vmProcess("web1");
+  EXPECT_EQ(record->process(), "none");
+  EXPECT_EQ(record->pid(), 0);
+  EXPECT_EQ(record->actual(), "stopped");
+  world.rowDel("web1");
   EXPECT_EQ(world.hostStatus->vmProcesses().size(), 0U);
 }
 

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "host/state/EndOf.h"
+#include "runtime/base/Seconds.h"
 
 namespace host {
 
@@ -14,24 +15,33 @@ enum class Wanted : uint8_t {
   unknown,  // its row cannot be read and never could, or nobody has a row of it
 };
 
-// Written by those who know, read by the functions of VmState.h.
-struct Situation {
-  // From its keeper.
+// What a VM's keeper knows of it. Times are the loop's; infinity: never.
+struct KeeperView {
   Wanted wanted = Wanted::stopped;
   bool hasProcess = false;
-  bool isEnding = false;           // it was asked to end, or is switched off
-  bool isStarted = false;          // the agent has taken its start as done
-  bool isRefused = false;          // its row, or its image, keeps it from being started
-  bool waits = false;              // for what has to come before its start
-  rt::String agentState;           // "Starting", "Running", "Stopped" or empty
-  std::optional<uint64_t> nextUp;  // when it is tried again, in ms since boot
+  bool isEnding = false;   // it was asked to end, or is switched off
+  bool isStarted = false;  // the agent takes its start for done
+  bool isRefused = false;  // its row, or its image, keeps it from being started
+  rt::String agentState;   // "Starting", "Running", "Stopped" or empty
+  rt::Seconds tryAt = rt::Seconds::infinity();   // when its start is tried again
+  rt::Seconds stopAt = rt::Seconds::infinity();  // when it is switched off that was asked to end
+};
+
+// Put together by VmStates, read by the functions of VmState.h.
+struct Situation {
+  Wanted wanted = Wanted::stopped;
+  bool hasProcess = false;
+  bool isEnding = false;
+  bool isStarted = false;
+  bool isRefused = false;
+  rt::String agentState;
+  std::optional<uint64_t> nextUp;  // when its start is tried again, in ms since boot
   std::optional<uint64_t> stopUp;  // when it is switched off that was asked to end, likewise
 
-  // From its shim.
   GuestRun run;
   End end;  // the last one; what is kept of it when it runs again
 
-  // From all who find something wrong: the weightiest, and what kind it is of.
+  // The weightiest of all that is wrong with it, and what kind that is of.
   rt::String problem;
   rt::String problemSource;
 

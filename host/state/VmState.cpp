@@ -1,9 +1,6 @@
 #include "host/state/VmState.h"
 
 #include <array>
-
-#include "host/state/TimeSpan.h"
-
 namespace host {
 
 namespace {
@@ -39,18 +36,18 @@ Actual ofProcess(const Situation& now) {
   return hasRun(now) ? Actual::running : Actual::starting;
 }
 
-Actual ofNoProcess(const Situation& now) {
-  if (!isWanted(now)) return Actual::stopped;
-  if (now.isRefused) return Actual::refused;
-  if (now.nextUp) return Actual::retrying;
-  if (now.waits) return Actual::starting;
-  if (now.end.isFailure || !now.problem.empty()) return Actual::crashed;
-  return now.isStarted ? Actual::stopped : Actual::starting;
-}
-
 // What keeps a VM from its start, or was wrong with the last one.
 bool isOfStart(const rt::String& source) {
   return source == "config" || source == "image" || source == "qemu" || source == "agent";
+}
+
+Actual ofNoProcess(const Situation& now) {
+  if (now.isRefused) return Actual::refused;
+  if (!isWanted(now)) return Actual::stopped;
+  if (now.nextUp) return Actual::retrying;
+  if (!now.problem.empty() && isOfStart(now.problemSource)) return Actual::crashed;
+  if (!now.isStarted) return Actual::starting;
+  return now.end.isFailure ? Actual::crashed : Actual::stopped;
 }
 
 // Nothing is wrong: something is only to be known.
@@ -58,7 +55,9 @@ bool isNote(const rt::String& source) { return source == "restart" || source == 
 
 Reason ofProblem(const Situation& now) {
   if (now.problem.empty()) return {};
-  return {now.problemSource, now.problem, now.problem};
+  const bool isOfChange = now.problemSource == "restart";
+  return {now.problemSource, now.problem,
+          isOfChange ? rt::String("changed since its start") : now.problem};
 }
 
 Reason ofEnd(const Situation& now) {
@@ -90,8 +89,7 @@ Reason ofPause(const Situation& now) {
 Reason ofStop(const Situation& now) {
   if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
   if (now.run.askedUp != 0 && !isWanted(now))
-    return {"asked", "it was asked to shut down " + spanText(now.nowUp - now.run.askedUp) + " ago",
-            "asked to shut down"};
+    return {"asked", "it was asked to shut down", "asked to shut down"};
   if (isWanted(now)) return {"restart", "it is ended to be started anew", "restart"};
   return {"asked", "it is switched off", "switched off"};
 }
@@ -126,8 +124,7 @@ Reason reasonOf(const Situation& now) {
     case Actual::stopping:
       return ofStop(now);
     case Actual::hung:
-      return {"hung", "its QEMU has not answered for " + spanText(now.nowUp - now.run.silentUp),
-              "QEMU does not answer"};
+      return {"hung", "its QEMU does not answer", "QEMU does not answer"};
     case Actual::paused:
       return ofPause(now);
     case Actual::refused:
@@ -158,6 +155,7 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
     case Actual::hung:
       return {"command", {}, "vmctl restart " + vm, {}};
     case Actual::refused:
+      if (now.nextUp) return {"auto", "is tried again", {}, now.nextUp};
       return {"wait", "is started once that is mended", {}, {}};
     case Actual::crashed:
     case Actual::stopped:

@@ -60,7 +60,7 @@ TEST(Actual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   vm.nowUp = now + 1;
   EXPECT_EQ(actualOf(vm), Actual::hung);
   EXPECT_EQ(wakeUpOf(vm), std::nullopt);
-  EXPECT_EQ(reasonOf(vm).text, "its QEMU has not answered for 10 s");
+  EXPECT_EQ(reasonOf(vm).text, "its QEMU does not answer");
   EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
   EXPECT_EQ(severityOf(vm), "bad");
 }
@@ -108,7 +108,16 @@ TEST(Actual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
   EXPECT_EQ(actualOf(vm), Actual::refused);
   EXPECT_EQ(reasonOf(vm).word, "image");
   EXPECT_EQ(reasonOf(vm).text, "diskImage: '/x' does not exist");
-  EXPECT_EQ(nextOf(vm, "web1").kind, "wait");
+  EXPECT_EQ(nextOf(vm, "web1").up, now + 4'000);
+  EXPECT_EQ(nextOf(with(vm, [](Situation& v) { v.nextUp.reset(); }), "web1").kind, "wait");
+}
+
+TEST(Actual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
+  const auto vm = with(off(), [](Situation& v) {
+    v.wanted = Wanted::unknown;
+    v.isRefused = true;
+  });
+  EXPECT_EQ(actualOf(vm), Actual::refused);
 }
 
 TEST(Actual, IsRetryingAndSaysWhen) {
@@ -146,10 +155,7 @@ TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
 }
 
 TEST(Actual, IsStartingForAVmWhoseTurnHasNotCome) {
-  const auto vm = with(off(), [](Situation& v) {
-    v.wanted = Wanted::running;
-    v.waits = true;
-  });
+  const auto vm = with(off(), [](Situation& v) { v.wanted = Wanted::running; });
   EXPECT_EQ(actualOf(vm), Actual::starting);
   EXPECT_EQ(severityOf(vm), "busy");
 }
@@ -166,7 +172,7 @@ TEST(Reason, OfAStopIsWhoWantedIt) {
     v.run.askedUp = now - 3'000;
     v.stopUp = now + 12'000;
   });
-  EXPECT_EQ(reasonOf(asked).text, "it was asked to shut down 3 s ago");
+  EXPECT_EQ(reasonOf(asked).text, "it was asked to shut down");
   EXPECT_EQ(nextOf(asked, "web1").up, now + 12'000);
   const auto restart = with(running(), [](Situation& v) { v.isEnding = true; });
   EXPECT_EQ(reasonOf(restart).word, "restart");
@@ -186,6 +192,7 @@ TEST(Reason, OfARunningVmIsWhatIsWrongThoughItRuns) {
   });
   EXPECT_EQ(severityOf(note), "note");
   EXPECT_EQ(nextOf(note, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(reasonOf(note).brief, "changed since its start");
   EXPECT_EQ(reasonOf(running()).word, "");
   EXPECT_EQ(severityOf(running()), "ok");
 }

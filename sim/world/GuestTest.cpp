@@ -53,7 +53,7 @@ class GuestInAWorld : public testing::Test {
 
 TEST_F(GuestInAWorld, RunsWhenItIsEnabled) {
   add();
-  EXPECT_TRUE(shows("vmProcess", R"("running")"));
+  EXPECT_TRUE(shows("vmProcess", R"("process":"running")"));
   EXPECT_FALSE(world.person.row("vmProblem", "web1"));
 }
 

@@ -81,8 +81,9 @@ class EndingGuest : public testing::Test {
     EXPECT_TRUE(waitUntil([this] { return world.guests("web1").empty(); }));
   }
   void expectNobodyWaited() const {
-    ASSERT_TRUE(waitUntil([this] { return !world.hasRow("vmProcess", "web1", "running"); },
-                          2 * FaultWorld::truth));
+    ASSERT_TRUE(
+        waitUntil([this] { return !world.hasRow("vmProcess", "web1", R"("process":"running")"); },
+                  2 * FaultWorld::truth));
     const std::string log = world.log();
     const size_t lost = log.find("qemu monitor has forcibly closed conn");
     EXPECT_LT(lost, log.find("qemu-kvm exited")) << "it was told of in the other order";

@@ -73,7 +73,8 @@ class KilledDaemon : public testing::Test {
   }
   // From here on its QEMU is to stay.
   void settle() {
-    if (on_ && world.hasRow("vmProcess", "web1", R"("running")")) untold_ = world.qemu("web1");
+    if (on_ && world.hasRow("vmProcess", "web1", R"("process":"running")"))
+      untold_ = world.qemu("web1");
   }
 
   FaultWorld world;
@@ -120,7 +121,8 @@ TEST_F(KilledDaemon, TenTimesLeavesNoDescriptorInShimOrQemu) {
   const auto next = [&] {
     world.end(SIGKILL);
     start();
-    ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("running")"); }));
+    ASSERT_TRUE(
+        waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("process":"running")"); }));
     ASSERT_EQ(world.qemu("web1"), qemu);
   };
   next();  // from here on there is a stand-in

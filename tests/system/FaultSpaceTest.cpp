@@ -71,8 +71,9 @@ class NoRoom : public testing::Test {
   }
   void expectTakenUp(pid_t guest) {
     world.start();
-    EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("running")"); },
-                          FaultWorld::truth));
+    EXPECT_TRUE(
+        waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("process":"running")"); },
+                  FaultWorld::truth));
     EXPECT_EQ(world.qemu("web1"), guest);
   }
 

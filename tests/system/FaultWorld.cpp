@@ -92,7 +92,7 @@ void FaultWorld::runGuests(const std::vector<std::string>& vms,
     ASSERT_EQ(ended.status, 0) << ended.err;
   }
   for (const auto& vm : vms) {
-    ASSERT_TRUE(waitUntil([&] { return hasRow("vmProcess", vm, R"("running")"); }, busy))
+    ASSERT_TRUE(waitUntil([&] { return hasRow("vmProcess", vm, R"("process":"running")"); }, busy))
         << vm << log();
     // What a guest of that name said before is on the console still.
     ASSERT_TRUE(waitUntil([&] { return qemu(vm) != 0; }, busy)) << vm << log();
@@ -149,7 +149,8 @@ std::string FaultWorld::wrong(const std::vector<Expected>& all) const {
                                       directory(vm) + "/console.sock"})
       if (fs::exists(socket) != runs) tell(socket + (runs ? " is missing" : " is left"));
     const std::string process = row("vmProcess", vm);
-    if (runs != (process.find(R"("running")") != std::string::npos)) tell("process " + process);
+    if (runs != (process.find(R"("process":"running")") != std::string::npos))
+      tell("process " + process);
     if (!runs && process.find(R"("ending")") != std::string::npos) tell("process " + process);
     const std::string status = row("vmStatus", vm);
     if (runs && status.find(R"("state":"Running")") == std::string::npos) tell("status " + status);

@@ -162,7 +162,8 @@ TEST_F(Guest, KeepsItsCardFromOneDaemonToTheNext) {
   const auto before = qemus();
   world.end(SIGTERM);
   start();
-  EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", "running"); }));
+  EXPECT_TRUE(
+      waitUntil([&] { return world.hasRow("vmProcess", "web1", R"("process":"running")"); }));
   EXPECT_TRUE(hasMacvtap());
   EXPECT_EQ(qemus(), before);
   const auto taps = macvtaps();

@@ -22,25 +22,31 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-class GuestProblemsTest : public testing::Test {
+class GuestFilesTest : public testing::Test {
  protected:
-  GuestProblemsTest() {
+  GuestFilesTest() {
     std::string made = (fs::temp_directory_path() / "vmagent-problems-XXXXXX").string();
     if (mkdtemp(made.data())) run = made;
     directory = run / "vm";
     fs::create_directory(directory);
   }
-  ~GuestProblemsTest() override { fs::remove_all(run); }
+  ~GuestFilesTest() override { fs::remove_all(run); }
 
   void start() {
     shims = std::make_unique<DiskShims>(rt::String(run.string()), "15");
-    problems = shims->followProblems([this](const rt::String& vm, const rt::String& problem) {
-      if (problem.empty())
-        told.erase(vm.str());
-      else
-        told[vm.str()] = problem.str();
-      ++times;
-    });
+    followed = shims->follow({.problem =
+                                  [this](const rt::String& vm, const rt::String& problem) {
+                                    if (problem.empty())
+                                      told.erase(vm.str());
+                                    else
+                                      told[vm.str()] = problem.str();
+                                    ++times;
+                                  },
+                              .event =
+                                  [this](const GuestEvent& event) {
+                                    events.push_back(event.vm().str() + ": " + event.kind().str());
+                                    ++times;
+                                  }});
   }
   void turn() { manager.turn(rt::Seconds(0)); }
   void makeVm(const char* vm) const { fs::create_directory(directory / vm); }
@@ -49,6 +55,10 @@ class GuestProblemsTest : public testing::Test {
     std::ofstream(directory / vm / "problem.new") << text << "\n";
     fs::rename(directory / vm / "problem.new", directory / vm / "problem");
   }
+  void append(const char* vm, const std::string& kind) {
+    std::ofstream(directory / vm / "events", std::ios::app)
+        << R"({"run":1,"n":)" << ++number << R"(,"kind":")" << kind << "\"}\n";
+  }
   void remove(const char* vm) const { fs::remove(directory / vm / "problem"); }
 
   rt::ActivityManager manager{rt::make<rt::fakes::ManualClock>()};
@@ -56,18 +66,20 @@ class GuestProblemsTest : public testing::Test {
   fs::path directory;  // of all VMs' directories
   std::map<std::string, std::string> told;
   int times = 0;
+  int number = 0;
   std::unique_ptr<DiskShims> shims;
-  rt::Ptr<const rt::Entity> problems;
+  std::vector<std::string> events;
+  rt::Ptr<const rt::Entity> followed;
 };
 
-TEST_F(GuestProblemsTest, ThatAreThereAreToldAtOnce) {
+TEST_F(GuestFilesTest, ThatAreThereAreToldAtOnce) {
   makeVm("web1");
   write("web1", "no card");
   start();
   EXPECT_THAT(told, ElementsAre(Pair("web1", "no card")));
 }
 
-TEST_F(GuestProblemsTest, ThatComeChangeAndGoAreTold) {
+TEST_F(GuestFilesTest, ThatComeChangeAndGoAreTold) {
   makeVm("web1");
   start();
   write("web1", "no card");
@@ -81,7 +93,7 @@ TEST_F(GuestProblemsTest, ThatComeChangeAndGoAreTold) {
   EXPECT_THAT(told, IsEmpty());
 }
 
-TEST_F(GuestProblemsTest, OfAVmWhoseDirectoryIsMadeLaterAreTold) {
+TEST_F(GuestFilesTest, OfAVmWhoseDirectoryIsMadeLaterAreTold) {
   start();
   makeVm("web1");
   write("web1", "no card");
@@ -94,7 +106,7 @@ TEST_F(GuestProblemsTest, OfAVmWhoseDirectoryIsMadeLaterAreTold) {
   EXPECT_THAT(told, ElementsAre(Pair("web1", "no card"), Pair("web2", "no answer")));
 }
 
-TEST_F(GuestProblemsTest, AreToldAfterADirectoryWasRemovedAndMadeAnew) {
+TEST_F(GuestFilesTest, AreToldAfterADirectoryWasRemovedAndMadeAnew) {
   makeVm("web1");
   start();
   write("web1", "no card");
@@ -108,7 +120,7 @@ TEST_F(GuestProblemsTest, AreToldAfterADirectoryWasRemovedAndMadeAnew) {
   EXPECT_THAT(told, ElementsAre(Pair("web1", "no answer")));
 }
 
-TEST_F(GuestProblemsTest, DoNotWakeForOtherFiles) {
+TEST_F(GuestFilesTest, DoNotWakeForOtherFiles) {
   makeVm("web1");
   start();
   times = 0;
@@ -120,7 +132,7 @@ TEST_F(GuestProblemsTest, DoNotWakeForOtherFiles) {
 }
 
 // More than the kernel keeps for us, of one VM, and then the one that counts.
-TEST_F(GuestProblemsTest, AreNotMissedWhenTheKernelLosesEvents) {
+TEST_F(GuestFilesTest, AreNotMissedWhenTheKernelLosesEvents) {
   makeVm("a");
   makeVm("web1");
   start();
@@ -139,7 +151,44 @@ TEST_F(GuestProblemsTest, AreNotMissedWhenTheKernelLosesEvents) {
   EXPECT_THAT(told, ElementsAre(Pair("a", "x"), Pair("web1", "no card")));
 }
 
-TEST_F(GuestProblemsTest, NeedADirectory) {
+TEST_F(GuestFilesTest, EventsAreToldThatAreThereAndThatCome) {
+  makeVm("web1");
+  append("web1", "started");
+  start();
+  EXPECT_THAT(events, ElementsAre("web1: started"));
+  append("web1", "ready");
+  turn();
+  EXPECT_THAT(events, ElementsAre("web1: started", "web1: ready"));
+  fs::rename(directory / "web1/events", directory / "web1/events.1");
+  append("web1", "resumed");
+  turn();
+  append("web1", "paused");
+  turn();
+  EXPECT_THAT(events, ElementsAre("web1: started", "web1: ready", "web1: resumed", "web1: paused"));
+}
+
+TEST_F(GuestFilesTest, EventsOfAVmWhoseDirectoryIsMadeLaterAreTold) {
+  start();
+  makeVm("web1");
+  turn();
+  append("web1", "started");
+  turn();
+  append("web1", "ready");
+  turn();
+  EXPECT_THAT(events, ElementsAre("web1: started", "web1: ready"));
+}
+
+TEST_F(GuestFilesTest, EventsThatAreAskedForAtOnceAreToldOnce) {
+  makeVm("web1");
+  start();
+  append("web1", "end");
+  shims->catchUp("web1");
+  EXPECT_THAT(events, ElementsAre("web1: end"));
+  turn();
+  EXPECT_THAT(events, ElementsAre("web1: end"));
+}
+
+TEST_F(GuestFilesTest, NeedADirectory) {
   fs::remove_all(directory);
   EXPECT_THROW(start(), rt::ErrnoException);
 }

@@ -1,0 +1,13 @@
+// What time it is.
+#pragma once
+
+#include <cstdint>
+
+namespace host {
+
+// Seconds since 1970. May jump.
+uint64_t timeOfDay();
+// Milliseconds since the machine was booted. Only grows, also while the machine sleeps.
+uint64_t timeSinceBoot();
+
+}  // namespace host

@@ -1,0 +1,77 @@
+#include "host/guests/EventReader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "guest/VmFiles.h"
+#include "runtime/base/Descriptor.h"
+#include "runtime/base/OwnFile.h"
+#include "statedb/EntityDocument.h"
+
+namespace host {
+
+namespace {
+
+// A shim's file has half of it.
+constexpr size_t mostRead = 64 * 1024;
+
+rt::Descriptor opened(int directory, const std::string& name) {
+  constexpr int harmless = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  rt::Descriptor file(openat(directory, name.c_str(), O_RDONLY | harmless));
+  if (!rt::isOwnFile(file.number())) file.reset();
+  return file;
+}
+
+std::string contentOf(const rt::Descriptor& file) {
+  std::string text(mostRead, '\0');
+  size_t size = 0;
+  while (file && size < mostRead) {
+    const ssize_t count = ::read(file.number(), text.data() + size, mostRead - size);
+    if (count <= 0) break;
+    size += static_cast<size_t>(count);
+  }
+  text.resize(size);
+  return text;
+}
+
+// The newer is opened first: where it becomes the older one meanwhile, it is read twice.
+std::string bothOf(const rt::String& directory) {
+  const rt::Descriptor in(open(directory.charPtr(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const std::string name = guest::eventsFile;
+  const rt::Descriptor newer = opened(in.number(), name);
+  const rt::Descriptor older = opened(in.number(), name + ".1");
+  const std::string text = contentOf(older);
+  return text + contentOf(newer);
+}
+
+// Whole lines only: the rest is being written.
+std::vector<GuestEvent::Ptr> eventsIn(std::string_view text, const rt::String& vm) {
+  std::vector<GuestEvent::Ptr> events;
+  for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
+    auto event = rt::make<GuestEvent>(vm);
+    if (statedb::fill(*event, text.substr(0, end)).empty()) events.push_back(std::move(event));
+    text.remove_prefix(end + 1);
+  }
+  return events;
+}
+
+}  // namespace
+
+std::vector<GuestEvent::Ptr> EventReader::read(const rt::String& vm) {
+  std::vector<GuestEvent::Ptr> events = eventsIn(bothOf(directory_ + "/" + vm), vm);
+  Place& last = last_[vm];
+  const auto isLast = [&](const GuestEvent::Ptr& event) {
+    return event->run() == last.run && event->n() == last.n;
+  };
+  const auto known = std::find_if(events.rbegin(), events.rend(), isLast);
+  events.erase(events.begin(), known.base() == events.begin() ? events.begin() : known.base());
+  if (!events.empty()) last = {events.back()->run(), events.back()->n()};
+  return events;
+}
+
+}  // namespace host

@@ -1,0 +1,180 @@
+#include "host/state/VmStates.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace host {
+
+namespace {
+
+constexpr uint64_t second = 1000;  // ms
+
+void writeRun(model::VmProcess& record, const GuestRun& run) {
+  record.qemuPidIs(run.qemu);
+  record.qemuVersionIs(run.version);
+  record.startedAtIs(run.startedAt / second);
+  record.resetsIs(run.resets);
+}
+
+void writeEnd(model::VmProcess& record, const End& end) {
+  record.endCauseIs(textOf(end.cause));
+  record.endTextIs(end.text);
+  record.endByIs(end.by);
+  record.endFailedIs(end.isFailure);
+  record.endAtIs(end.at / second);
+  record.endExitIs(end.exit);
+  record.endSignalIs(end.signal);
+}
+
+}  // namespace
+
+VmStates::VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before,
+                   std::function<void(const rt::String& vm)> catchUp, rt::Clock::Ptr clock)
+    : status_(std::move(status)),
+      times_(std::move(times)),
+      before_(std::move(before)),
+      catchUp_(std::move(catchUp)),
+      clock_(*this, std::move(clock)) {
+  handleInitialized();
+}
+
+void VmStates::handleInitialized() {
+  if (initialized()) return;
+  initializedIs(true);
+}
+
+void VmStates::keeperSays(const rt::String& vm, const KeeperView& view) {
+  const bool hasLost = entries_[vm].view.hasProcess && !view.hasProcess;
+  if (hasLost) catchUp_(vm);
+  Entry& entry = entries_[vm];
+  entry.view = view;
+  entry.isKnown = true;
+  judgeEnd(entry);
+  countAttempts(entry);
+  show(vm, entry);
+}
+
+void VmStates::vmDel(const rt::String& vm) {
+  entries_.erase(vm);
+  before_.erase(vm);
+  setClock();
+}
+
+void VmStates::eventIs(const GuestEvent& event) {
+  Entry& entry = entries_[event.vm()];
+  take(entry.run, event);
+  judgeEnd(entry);
+  show(event.vm(), entry);
+}
+
+void VmStates::problemIs(const rt::String& vm, const rt::String& text, const rt::String& source) {
+  const auto found = entries_.find(vm);
+  if (found == entries_.end() && text.empty()) return;
+  Entry& entry = entries_[vm];
+  entry.problem = text;
+  entry.problemSource = source;
+  show(vm, entry);
+}
+
+// Of a run whose end its shim has told, or has left untold.
+void VmStates::judgeEnd(Entry& entry) const {
+  if (entry.run.hasEnded() ? entry.judged == entry.run.run : !entry.isKnown) return;
+  const End end = endOf(entry.run, {.hasProcess = entry.view.hasProcess});
+  if (end.cause == EndCause::none || entry.judged == entry.run.run) return;
+  entry.judged = entry.run.run;
+  entry.end = end;
+  if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
+}
+
+void VmStates::countAttempts(Entry& entry) const {
+  const KeeperView& view = entry.view;
+  if (view.hasProcess || view.wanted != Wanted::running) entry.attempt = 0;
+  const bool isTriedAnew = view.tryAt != rt::Seconds::infinity() && view.tryAt != entry.lastTry;
+  if (isTriedAnew && !view.hasProcess) ++entry.attempt;
+  entry.lastTry = view.tryAt;
+}
+
+std::optional<uint64_t> VmStates::upAt(rt::Seconds time) const {
+  if (time == rt::Seconds::infinity()) return std::nullopt;
+  const double left = std::max(0.0, (time - clock_.notifier()->now()).value());
+  return times_.sinceBoot() + static_cast<uint64_t>(left * static_cast<double>(second));
+}
+
+uint64_t VmStates::timeOfDayAt(uint64_t up) const {
+  const uint64_t now = times_.sinceBoot();
+  return times_.ofDay() + (up > now ? (up - now + second - 1) / second : 0);
+}
+
+Situation VmStates::situationOf(const Entry& entry) const {
+  const KeeperView& view = entry.view;
+  return {.wanted = view.wanted,
+          .hasProcess = view.hasProcess,
+          .isEnding = view.isEnding,
+          .isStarted = view.isStarted,
+          .isRefused = view.isRefused,
+          .agentState = view.agentState,
+          .nextUp = upAt(view.tryAt),
+          .stopUp = upAt(view.stopAt),
+          .run = entry.run,
+          .end = entry.end,
+          .problem = entry.problem,
+          .problemSource = entry.problemSource,
+          .nowUp = times_.sinceBoot()};
+}
+
+void VmStates::show(const rt::String& vm, Entry& entry) {
+  if (!entry.isKnown) return;
+  const Situation now = situationOf(entry);
+  const auto record = status_->vmProcessIs(vm);
+  writeSince(*record, vm, textOf(actualOf(now)));
+  write(*record, vm, now);
+  record->attemptIs(entry.attempt);
+  const auto wakeUp = wakeUpOf(now);
+  const double left = wakeUp ? static_cast<double>(*wakeUp - now.nowUp) : 0;
+  entry.wakeUp = wakeUp ? clock_.notifier()->now() + rt::Seconds(left / static_cast<double>(second))
+                        : rt::Seconds::infinity();
+  setClock();
+}
+
+// Of what was so already when the daemon came, the time is the earlier daemon's.
+void VmStates::writeSince(model::VmProcess& record, const rt::String& vm,
+                          const rt::String& actual) {
+  const auto known = before_.find(vm);
+  const bool wasSo = known != before_.end() && known->second.actual == actual;
+  if (record.actual() != actual) record.sinceIs(wasSo ? known->second.since : times_.ofDay());
+  if (known != before_.end()) before_.erase(known);
+}
+
+void VmStates::write(model::VmProcess& record, const rt::String& vm, const Situation& now) const {
+  const Reason reason = reasonOf(now);
+  const NextStep next = nextOf(now, vm);
+  record.wantedIs(textOf(now.wanted));
+  record.actualIs(textOf(actualOf(now)));
+  record.severityIs(severityOf(now));
+  record.reasonIs(reason.word);
+  record.whyIs(reason.text);
+  record.whyShortIs(reason.brief);
+  record.nextKindIs(next.kind);
+  record.nextIs(next.text);
+  record.nextCommandIs(next.command);
+  record.nextAtIs(next.up ? timeOfDayAt(*next.up) : 0);
+  writeRun(record, now.hasProcess ? now.run : GuestRun{});
+  writeEnd(record, now.end);
+}
+
+void VmStates::handleClock() {
+  const rt::Seconds now = clock_.notifier()->now();
+  std::vector<rt::String> due;
+  for (const auto& [vm, entry] : entries_)
+    if (entry.wakeUp <= now) due.push_back(vm);
+  for (const rt::String& vm : due) show(vm, entries_[vm]);
+  setClock();
+}
+
+void VmStates::setClock() {
+  rt::Seconds first = rt::Seconds::infinity();
+  for (const auto& [vm, entry] : entries_) first = std::min(first, entry.wakeUp);
+  clock_.timeMinIs(first);
+}
+
+}  // namespace host

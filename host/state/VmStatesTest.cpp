@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include "guest/EventWords.h"
+#include "host/state/VmStates.h"
+#include "runtime/fakes/ManualClock.h"
+#include "runtime/loop/ActivityManager.h"
+
+namespace host {
+namespace {
+
+namespace word = guest::event;
+
+class VmStatesTest : public testing::Test {
+ protected:
+  // A shim tells that now.
+  void tell(std::string_view kind, const char* reason = "", uint64_t run = 7) {
+    const auto event = rt::make<GuestEvent>("web1");
+    event->runIs(run);
+    event->nIs(++number);
+    event->kindIs(rt::String(std::string(kind)));
+    event->reasonIs(reason);
+    event->atIs(timeOfDay() * 1000);
+    event->upIs(up());
+    event->pidIs(4711);
+    states.eventIs(*event);
+  }
+  uint64_t up() const { return static_cast<uint64_t>(clock->now().value() * 1000); }
+  uint64_t timeOfDay() const { return 1'700'000'000 + up() / 1000 + clockStep; }
+  void pass(double seconds) {
+    clock->advance(rt::Seconds(seconds));
+    manager.turn(rt::Seconds(0));
+  }
+  void runs() {
+    states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+    tell(word::started);
+    tell(word::resumed);
+  }
+  const model::VmProcess& shown() const { return *status->vmProcess("web1"); }
+
+  rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
+  rt::ActivityManager manager{clock};
+  uint64_t clockStep = 0;
+  uint64_t number = 0;
+  int catchUps = 0;
+  std::string_view toldLate{};  // what its shim has told and the daemon has not read
+  HostStatus::Ptr status = rt::make<HostStatus>();
+  VmStates states{status,
+                  {.ofDay = [this] { return timeOfDay(); }, .sinceBoot = [this] { return up(); }},
+                  {{"web2", {"stopped", 1'600'000'000}}, {"web3", {"running", 1'600'000'000}}},
+                  [this](const rt::String&) {
+                    ++catchUps;
+                    if (const auto kind = std::exchange(toldLate, {}); !kind.empty()) tell(kind);
+                  },
+                  clock};
+};
+
+TEST_F(VmStatesTest, ShowAVmFromItsKeepersFirstWordOn) {
+  tell(word::started);
+  EXPECT_EQ(status->vmProcess("web1"), nullptr);
+  states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+  EXPECT_EQ(shown().wanted(), "running");
+  EXPECT_EQ(shown().actual(), "starting");
+  EXPECT_EQ(shown().severity(), "busy");
+  EXPECT_EQ(shown().qemuPid(), 4711);
+  tell(word::resumed);
+  EXPECT_EQ(shown().actual(), "running");
+}
+
+TEST_F(VmStatesTest, KeepSinceWhenItIsSoUntilItIsNot) {
+  runs();
+  const uint64_t since = timeOfDay();
+  EXPECT_EQ(shown().since(), since);
+  pass(60);
+  states.problemIs("web1", "no card", "card");
+  EXPECT_EQ(shown().severity(), "bad");
+  EXPECT_EQ(shown().since(), since) << "another reason, the same state";
+  tell(word::paused);
+  EXPECT_EQ(shown().since(), since + 60);
+}
+
+TEST_F(VmStatesTest, KeepAnEarlierDaemonsTimeOfWhatIsSoStill) {
+  states.keeperSays("web2", {});
+  EXPECT_EQ(status->vmProcess("web2")->since(), 1'600'000'000U);
+  states.keeperSays("web3", {});
+  EXPECT_EQ(status->vmProcess("web3")->since(), timeOfDay());
+}
+
+TEST_F(VmStatesTest, JudgeAnEndOnceTheShimsLastWordIsRead) {
+  runs();
+  toldLate = word::end;
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(catchUps, 1);
+  EXPECT_EQ(shown().endCause(), "unknown") << "a shim that was killed has none";
+  EXPECT_EQ(shown().qemuPid(), 0);
+}
+
+TEST_F(VmStatesTest, KnowAShimThatWasKilled) {
+  runs();
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(shown().endCause(), "shim-lost");
+  EXPECT_EQ(shown().endAt(), timeOfDay());
+  EXPECT_EQ(shown().actual(), "crashed");
+  EXPECT_TRUE(shown().endFailed());
+}
+
+TEST_F(VmStatesTest, KeepTheLastEndWhileTheNextRunGoes) {
+  runs();
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(shown().actual(), "stopped");
+  states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+  tell(word::started, "", 8);
+  tell(word::resumed, "", 8);
+  EXPECT_EQ(shown().actual(), "running");
+  EXPECT_EQ(shown().endCause(), "guest-shutdown");
+}
+
+TEST_F(VmStatesTest, SayThatQemuHangsWhenItsTimeIsUpThoughNothingHappens) {
+  runs();
+  tell(word::silent);
+  EXPECT_EQ(shown().actual(), "running");
+  pass(9.9);
+  EXPECT_EQ(shown().actual(), "running");
+  pass(0.2);
+  EXPECT_EQ(shown().actual(), "hung");
+  tell(word::answers);
+  EXPECT_EQ(shown().actual(), "running");
+}
+
+TEST_F(VmStatesTest, SayWhenAStartIsTriedAgainAndHowOftenItWas) {
+  const auto fails = [&](double in) {
+    states.problemIs("web1", "no QEMU", "qemu");
+    states.keeperSays(
+        "web1",
+        {.wanted = Wanted::running, .isStarted = true, .tryAt = clock->now() + rt::Seconds(in)});
+  };
+  fails(1);
+  EXPECT_EQ(shown().actual(), "retrying");
+  EXPECT_EQ(shown().nextAt(), timeOfDay() + 1);
+  EXPECT_EQ(shown().attempt(), 1U);
+  pass(1);
+  fails(2);
+  EXPECT_EQ(shown().nextAt(), timeOfDay() + 2);
+  EXPECT_EQ(shown().attempt(), 2U);
+  runs();
+  EXPECT_EQ(shown().attempt(), 0U);
+}
+
+TEST_F(VmStatesTest, ForgetAVmThatIsGone) {
+  runs();
+  states.vmDel("web1");
+  states.keeperSays("web1", {});
+  EXPECT_EQ(shown().endCause(), "") << "it is another VM of that name";
+}
+
+}  // namespace
+}  // namespace host
