@@ -129,6 +129,7 @@ int main(int argc, char** argv) {
                    .ownerIsAlive = statedb::ownerIsAlive,
                    .environment = environment,
                    .now = now,
+                   .timeOfDay = [] { return static_cast<uint64_t>(std::time(nullptr)); },
                    .waitReadable = waitReadable,
                    .waitWhileRead = waitWhileRead,
                    .imageFacts = imageFacts,

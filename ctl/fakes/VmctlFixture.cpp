@@ -135,6 +135,7 @@ World VmctlFixture::world() {
           .ownerIsAlive = [this](const rt::String&) { return daemonRuns_; },
           .environment = environment,
           .now = [this] { return rt::Seconds(time_); },
+          .timeOfDay = [this] { return timeOfDay_ + static_cast<uint64_t>(time_); },
           .waitReadable = [this](auto descriptors,
                                  rt::Seconds time) { waitReadable(descriptors, time); },
           .waitWhileRead = waitWhileRead,
@@ -224,13 +225,17 @@ void VmctlFixture::putVm(const rt::String& name, bool isEnabled) {
 void VmctlFixture::putRunning(const rt::String& name) {
   put("vmStatus", name,
       R"({"enabled":true,"state":"Running","consolePtyPath":"/dev/pts/4","cmdStatusStr":""})");
-  put("vmProcess", name, R"({"process":"running","pid":4711,"restarts":0})");
+  put("vmProcess", name,
+      R"({"process":"running","pid":4711,"restarts":0,"wanted":"running","actual":"running",)"
+      R"("severity":"ok","since":1700000940})");
 }
 
 void VmctlFixture::putOff(const rt::String& name) {
   put("vmStatus", name,
       R"({"enabled":false,"state":"Stopped","consolePtyPath":"","cmdStatusStr":""})");
-  put("vmProcess", name, R"({"process":"none","pid":0,"restarts":0})");
+  put("vmProcess", name,
+      R"({"process":"none","pid":0,"restarts":0,"wanted":"stopped","actual":"stopped",)"
+      R"("severity":"ok","since":1700000940})");
 }
 
 void VmctlFixture::putHeard() {

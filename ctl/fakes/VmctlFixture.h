@@ -78,8 +78,9 @@ class VmctlFixture : public testing::Test {
   std::string editor_;               // that was run last
   std::vector<std::string> edited_;  // what editors were given
   size_t columns_ = 80;
-  double time_ = 1000;  // seconds; moves while the command waits
-  int waits_ = 0;       // how often commands waited
+  double time_ = 1000;                                   // seconds; moves while the command waits
+  static constexpr uint64_t timeOfDay_ = 1'700'000'000;  // at 0 of that
+  int waits_ = 0;                                        // how often commands waited
   std::map<std::string, std::string> environment_;
   std::set<std::string> missingImages_;
   // By path; any other is a CD when it is named so, and else an empty raw disk.

@@ -32,15 +32,6 @@ std::string_view escapeOf(Ink ink) {
 
 rt::String shown(const Cell& cell) { return cell.text.empty() ? "-" : visible(cell.text); }
 
-// What is left of the terminal's width behind the other columns; where that is too little to be of
-// use, lines wrap, and nothing needs to be cut.
-size_t roomForLast(const std::vector<size_t>& widths, const TableStyle& style) {
-  size_t used = 0;
-  for (size_t i = 0; i + 1 < widths.size(); ++i) used += widths[i] + gap.size();
-  const bool isCut = style.columns != 0 && used + leastRoom <= style.columns;
-  return isCut ? style.columns - used : std::string::npos;
-}
-
 rt::String coloured(const Cell& cell, const rt::String& text, const TableStyle& style) {
   return cell.text.empty() ? text : inked(text, cell.ink, style);
 }
@@ -56,12 +47,21 @@ std::vector<size_t> Table::widths() const {
   std::vector<size_t> widths = takenWidths_;
   for (const auto& row : rows_) {
     widths.resize(row.size());
-    // None for the last column: nothing stands behind it.
-    for (size_t i = 0; i + 1 < row.size(); ++i)
-      if (const size_t own = width(shown(row[i])); own <= widestColumn)
+    for (size_t i = 0; i < row.size(); ++i)
+      if (const size_t own = width(shown(row[i])); own <= widestColumn || i == flexible_)
         widths[i] = std::max(widths[i], own);
   }
   return widths;
+}
+
+// What is left of the terminal's width beside the other columns; where that is too little to be of
+// use, lines wrap, and nothing needs to be cut.
+size_t Table::roomForFlexible(const std::vector<size_t>& widths, const TableStyle& style) const {
+  size_t used = 0;
+  for (size_t i = 0; i < widths.size(); ++i)
+    if (i != flexible_) used += widths[i] + gap.size();
+  const bool isCut = style.columns != 0 && used + leastRoom <= style.columns;
+  return isCut ? style.columns - used : std::string::npos;
 }
 
 rt::String Table::takeText(const TableStyle& style) {
@@ -72,17 +72,19 @@ rt::String Table::takeText(const TableStyle& style) {
 }
 
 rt::String Table::text(const TableStyle& style) const {
-  const std::vector<size_t> widths = this->widths();
-  const size_t room = roomForLast(widths, style);
+  std::vector<size_t> widths = this->widths();
+  const size_t room = roomForFlexible(widths, style);
+  widths[flexible_] = std::min(widths[flexible_], room);
   rt::String out;
   for (const auto& row : rows_) {
-    for (size_t i = 0; i + 1 < row.size(); ++i) {
-      const rt::String text = shown(row[i]);
+    for (size_t i = 0; i < row.size(); ++i) {
+      const rt::String text = i == flexible_ ? cut(shown(row[i]), room) : shown(row[i]);
+      out += coloured(row[i], text, style);
+      if (i + 1 == row.size()) break;
       const size_t missing = widths[i] - std::min(widths[i], width(text));
-      (out += coloured(row[i], text, style)) += std::string(missing, ' ');
-      out += gap;
+      (out += std::string(missing, ' ')) += gap;
     }
-    (out += coloured(row.back(), cut(shown(row.back()), room), style)) += '\n';
+    out += '\n';
   }
   return out;
 }

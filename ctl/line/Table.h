@@ -20,13 +20,19 @@ struct Cell {
 };
 
 struct TableStyle {
-  size_t columns = 0;  // of the terminal: the last cell is cut there, with "..."; 0: no terminal
+  size_t columns = 0;  // of the terminal: a cell is cut there, with "..."; 0: no terminal
   bool colours = false;
 };
 
 class Table {
  public:
-  explicit Table(std::vector<Cell> headers) { row(std::move(headers)); }
+  explicit Table(std::vector<Cell> headers) : flexible_(headers.size() - 1) {
+    row(std::move(headers));
+  }
+  // `flexible`: the column whose cells are cut where there is no room, instead of the last.
+  Table(std::vector<Cell> headers, size_t flexible) : Table(std::move(headers)) {
+    flexible_ = flexible;
+  }
 
   // As many cells as there are headers.
   void row(std::vector<Cell> cells) { rows_.push_back(std::move(cells)); }
@@ -37,9 +43,11 @@ class Table {
 
  private:
   std::vector<size_t> widths() const;
+  size_t roomForFlexible(const std::vector<size_t>& widths, const TableStyle& style) const;
 
   std::vector<std::vector<Cell>> rows_;
   std::vector<size_t> takenWidths_;
+  size_t flexible_;
 };
 
 // In colour, where the style has colours.

@@ -29,6 +29,7 @@ struct World {
   std::function<std::optional<rt::String>(const char* name)> environment;
   // Of a clock that only goes forward.
   std::function<rt::Seconds()> now;
+  std::function<uint64_t()> timeOfDay;  // seconds since 1970
   // Returns when one of the descriptors is readable, or the time is over.
   std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
   // Returns when one of the descriptors is readable, or when nobody reads `out` any more, which is

@@ -20,9 +20,10 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 10> vmFields{"name",    "config",  "format",  "status",
-                                                    "process", "problem", "removed", "unknown",
-                                                    "stale",   "version"};
+constexpr std::array<std::string_view, 19> vmFields{
+    "name",    "config", "format",  "status", "process", "problem",  "removed",
+    "unknown", "stale",  "version", "wanted", "actual",  "severity", "since",
+    "why",     "next",   "attempt", "end",    "qemu"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {

@@ -1,6 +1,8 @@
 #include "ctl/verbs/ListVerbs.h"
 
+#include "ctl/line/Json.h"
 #include "ctl/view/CardInterfaces.h"
+#include "ctl/view/StateView.h"
 #include "ctl/view/VmView.h"
 #include "guest/VmFiles.h"
 
@@ -39,7 +41,8 @@ Exit listVms(Context& context, const Arguments&) {
     context.tell("there are no VMs: 'vmctl add' makes one");
   } else {
     Table table = vmTable(context.format());
-    for (const VmRow& row : rows) table.row(vmCells(row, context.format()));
+    const Now now = nowFor(context);
+    for (const VmRow& row : rows) table.row(vmCells(row, context.format(), now));
     context.print(table);
   }
   return Exit::done;
@@ -54,8 +57,21 @@ Exit showVm(Context& context, const Arguments& arguments) {
   else if (context.format() == Format::name)
     context.world().out << visible(row.name) << '\n';
   else
-    context.world().out << vmText(row, presentInterfaces(context), screenOf(context, row));
+    context.world().out << vmText(row, presentInterfaces(context), screenOf(context, row),
+                                  context.world().timeOfDay());
   return Exit::done;
+}
+
+Exit tellWhy(Context& context, const Arguments& arguments) {
+  const VmRow row = presentVm(context, arguments.words().front());
+  const bool isStale = complainOfStaleness(context);
+  complainOfUnreadable(context, row);
+  if (context.format() == Format::json)
+    context.printJson(jsonHead(isStale) + R"("name":)" + quoted(row.name) + "," + stateJson(row) +
+                      "}");
+  else
+    context.world().out << whyText(row, context.world().timeOfDay());
+  return isAsWanted(row) && !isStale ? Exit::done : Exit::failed;
 }
 
 }  // namespace ctl

@@ -31,27 +31,31 @@ class ShowVerb : public ListVerb {};
 
 TEST_F(ListVerb, ShowsWhatIsAskedForWhatIsSoAndWhatIsWrong) {
   putThree();
-  EXPECT_EQ(vmctl("list"),
-            (Answer{0,
-                    "NAME   ENABLED  STATE    PROCESS  PROBLEM\n"
-                    "db     no       Stopped  -        -\n"
-                    "probe  yes      -        -        diskImage: '/images/web.iso' is refused\n"
-                    "web1   yes      Running  4711     -\n",
-                    ""}));
+  EXPECT_EQ(
+      vmctl("list"),
+      (Answer{0,
+              "NAME   WANTED   ACTUAL   SINCE  WHY                                      NEXT\n"
+              "db     stopped  stopped  1m00s  -                                        -\n"
+              "probe  running  -        -      diskImage: '/images/web.iso' is refused  -\n"
+              "web1   running  running  1m00s  -                                        -\n",
+              ""}));
 }
 
 TEST_F(ListVerb, ShowsMoreInWideFormat) {
   putThree();
-  EXPECT_EQ(
-      vmctl("ls -o wide").out,
-      "NAME   ENABLED  STATE    PROCESS  MEMORY  VNC   DISK             CARDS                 "
-      "       CONSOLE     PROBLEM\n"
-      "db     no       Stopped  -        256M    -     /images/web.iso  -                     "
-      "       -           -\n"
-      "probe  yes      -        -        256M    -     /images/web.iso  -                     "
-      "       -           diskImage: '/images/web.iso' is refused\n"
-      "web1   yes      Running  4711     256M    5901  /images/web.iso  "
-      "nic00=Vlan100,nic01=Vlan200  /dev/pts/4  -\n");
+  EXPECT_EQ(vmctl("ls -o wide").out,
+            "NAME   WANTED   ACTUAL   SINCE  WHY                                      NEXT  PID   "
+            "MEMORY  "
+            "VNC   DISK             CARDS                        CONSOLE\n"
+            "db     stopped  stopped  1m00s  -                                        -     -     "
+            "256M    "
+            "-     /images/web.iso  -                            -\n"
+            "probe  running  -        -      diskImage: '/images/web.iso' is refused  -     -     "
+            "256M    "
+            "-     /images/web.iso  -                            -\n"
+            "web1   running  running  1m00s  -                                        -     4711  "
+            "256M    "
+            "5901  /images/web.iso  nic00=Vlan100,nic01=Vlan200  /dev/pts/4\n");
 }
 
 TEST_F(ListVerb, GivesNamesOnly) {
@@ -70,6 +74,24 @@ TEST_F(ListVerb, GivesJson) {
   "vms": [
     {
       "name": "db",
+      "wanted": "stopped",
+      "actual": null,
+      "severity": null,
+      "since": null,
+      "why": {
+        "reason": null,
+        "text": null,
+        "short": null
+      },
+      "next": {
+        "kind": null,
+        "text": null,
+        "command": null,
+        "at": null
+      },
+      "attempt": 0,
+      "end": null,
+      "qemu": null,
       "config": {
         "enabled": false,
         "diskImage": "/images/web.iso",
@@ -88,6 +110,24 @@ TEST_F(ListVerb, GivesJson) {
     },
     {
       "name": "web1",
+      "wanted": "running",
+      "actual": "running",
+      "severity": "ok",
+      "since": 1700000940,
+      "why": {
+        "reason": null,
+        "text": "restart needed",
+        "short": "restart needed"
+      },
+      "next": {
+        "kind": null,
+        "text": null,
+        "command": null,
+        "at": null
+      },
+      "attempt": 0,
+      "end": null,
+      "qemu": null,
       "config": {
         "enabled": true,
         "diskImage": "/images/web.iso",
@@ -139,16 +179,43 @@ TEST_F(ListVerb, ShowsTheConfigurationWhenThereIsNoStatusYet) {
   daemonRuns_ = false;
   hasStatus_ = false;
   EXPECT_EQ(vmctl("list"), (Answer{0,
-                                   "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
-                                   "db    no       -      -        -\n",
+                                   "NAME  WANTED   ACTUAL  SINCE  WHY  NEXT\n"
+                                   "db    stopped  -       -      -    -\n",
                                    staleLine}));
 }
 
-TEST_F(ListVerb, ShowsThatAProcessIsEnding) {
+TEST_F(ListVerb, ShowsWhenWhatComesNextIs) {
   putVm("db", false);
-  putOff("db");
-  put("vmProcess", "db", R"({"process":"ending","pid":12,"restarts":0})");
-  EXPECT_THAT(vmctl("list").out, HasSubstr("db    no       Stopped  ending   -\n"));
+  put("vmProcess", "db",
+      R"({"process":"ending","pid":12,"wanted":"stopped","actual":"stopping","severity":"busy",)"
+      R"("since":1700000997,"why":"it was asked to shut down","whyShort":"asked to shut down",)"
+      R"("nextKind":"auto","next":"is switched off","nextAt":1700001012})");
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL    SINCE  WHY                        NEXT\n"
+            "db    stopped  stopping  3s     it was asked to shut down  is switched off in 12s\n");
+  isTerminal_ = true;
+  environment_["NO_COLOR"] = "1";
+  columns_ = 80;
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL    SINCE  WHY                 NEXT\n"
+            "db    stopped  stopping  3s     asked to shut down  in 12s\n");
+}
+
+TEST_F(ListVerb, ShowsWhatToTypeNext) {
+  putVm("db", true);
+  put("vmProcess", "db",
+      R"({"wanted":"running","actual":"crashed","severity":"bad","since":1700000750,)"
+      R"("why":"QEMU crashed with signal 11","whyShort":"QEMU crashed, signal 11",)"
+      R"("nextKind":"command","nextCommand":"vmctl restart db"})");
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL   SINCE  WHY                          NEXT\n"
+            "db    running  crashed  4m10s  QEMU crashed with signal 11  vmctl restart db\n");
+  isTerminal_ = true;
+  environment_["NO_COLOR"] = "1";
+  columns_ = 60;
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL   SINCE  WHY                   NEXT\n"
+            "db    running  crashed  4m10s  QEMU crashed, sig...  restart\n");
 }
 
 TEST_F(ListVerb, TellsOfARowThatCannotBeReadAndShowsTheOthers) {
@@ -159,12 +226,14 @@ TEST_F(ListVerb, TellsOfARowThatCannotBeReadAndShowsTheOthers) {
       "false, without quotes\n";
   EXPECT_EQ(vmctl("list"),
             (Answer{0,
-                    "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
-                    "db    no       -      -        -\n"
-                    "web1  ?        -      -        enabled: 'yes' is refused: must be true or "
-                    "false, without quotes\n",
+                    "NAME  WANTED   ACTUAL  SINCE  WHY                                            "
+                    "                   NEXT\n"
+                    "db    stopped  -       -      -                                              "
+                    "                   -\n"
+                    "web1  ?        -       -      enabled: 'yes' is refused: must be true or "
+                    "false, without quotes  -\n",
                     complaint}));
-  EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"web1\",\n      \"config\": null,"));
+  EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"web1\",\n      \"wanted\": null,"));
 }
 
 TEST_F(ListVerb, ShowsOneThatWasRemovedUntilItsProcessIsGone) {
@@ -173,13 +242,14 @@ TEST_F(ListVerb, ShowsOneThatWasRemovedUntilItsProcessIsGone) {
   put("vmProcess", "old", R"({"process":"ending","pid":12,"restarts":0})");
   put("vmProblem", "old", R"({"problem":"still here","since":1,"source":"guest"})");
   EXPECT_EQ(vmctl("list").out,
-            "NAME  ENABLED  STATE    PROCESS  PROBLEM\n"
-            "a     removed  Running  4711     -\n"
-            "old   removed  Running  ending   still here\n"
-            "web1  no       -        -        -\n"
-            "z     removed  Running  4711     -\n");
-  EXPECT_THAT(vmctl("list -o json").out,
-              HasSubstr("\"name\": \"old\",\n      \"removed\": true,\n      \"config\": null,"));
+            "NAME  WANTED   ACTUAL   SINCE  WHY         NEXT\n"
+            "a     gone     running  1m00s  -           -\n"
+            "old   gone     -        -      still here  -\n"
+            "web1  stopped  -        -      -           -\n"
+            "z     gone     running  1m00s  -           -\n");
+  EXPECT_THAT(
+      vmctl("list -o json").out,
+      HasSubstr("\"name\": \"old\",\n      \"removed\": true,\n      \"wanted\": \"gone\","));
   for (const char* name : {"a", "old", "z"}) del("vmProcess", name);
   EXPECT_EQ(vmctl("list -o name").out, "web1\n");
 }
@@ -208,7 +278,7 @@ TEST_F(ListVerb, ShowsNamesOfOthersAsTheyAre) {
   putVm("web1", false);
   const std::string shown = "\\u202egnp\\xff" + std::string(200, 'x');
   EXPECT_THAT(vmctl("list").out, HasSubstr("\n" + shown + "  "));
-  EXPECT_THAT(vmctl("list").out, HasSubstr("\nweb1  no       -      -        -\n"));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\nweb1  stopped  -       -      -"));
   EXPECT_THAT(vmctl("list").err, HasSubstr(shown));
   EXPECT_EQ(vmctl("list -o name").out, "web1\n" + shown + "\n");
   EXPECT_THAT(vmctl("list -o json").out, HasSubstr("\"name\": \"\\u202egnp\xef\xbf\xbd"
@@ -218,25 +288,75 @@ TEST_F(ListVerb, ShowsNamesOfOthersAsTheyAre) {
 TEST_F(ListVerb, CutsLinesOnATerminalOnly) {
   putThree();
   columns_ = 50;
-  EXPECT_THAT(vmctl("list").out, HasSubstr("diskImage: '/images/web.iso' is refused\n"));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("diskImage: '/images/web.iso' is refused  -\n"));
   isTerminal_ = true;
   environment_["NO_COLOR"] = "1";
   EXPECT_EQ(vmctl("list").out,
-            "NAME   ENABLED  STATE    PROCESS  PROBLEM\n"
-            "db     no       Stopped  -        -\n"
-            "probe  yes      -        -        diskImage: '/...\n"
-            "web1   yes      Running  4711     -\n");
+            "NAME   WANTED   ACTUAL   SINCE  WHY           NEXT\n"
+            "db     stopped  stopped  1m00s  -             -\n"
+            "probe  running  -        -      diskImage...  -\n"
+            "web1   running  running  1m00s  -             -\n");
 }
 
 TEST_F(ListVerb, HasColoursOnATerminalUnlessNoneAreWanted) {
   putThree();
   EXPECT_THAT(vmctl("list").out, Not(HasSubstr("\x1b")));
   isTerminal_ = true;
-  EXPECT_THAT(vmctl("list").out, HasSubstr("\x1b[32mRunning\x1b[0m"));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\x1b[32mrunning\x1b[0m"));
   environment_["NO_COLOR"] = "1";
   EXPECT_THAT(vmctl("list").out, Not(HasSubstr("\x1b")));
   environment_["NO_COLOR"] = "";
   EXPECT_THAT(vmctl("list").out, HasSubstr("\x1b[31mdiskImage"));
+}
+
+// why
+
+TEST_F(ListVerb, WhyTellsWhatIsSoWhyAndWhatToType) {
+  putVm("web1", true);
+  put("vmProcess", "web1",
+      R"({"wanted":"running","actual":"crashed","severity":"bad","since":1700000750,)"
+      R"("reason":"qemu-crashed","why":"QEMU crashed with signal 11","whyShort":"crashed",)"
+      R"("nextKind":"command","nextCommand":"vmctl restart web1","endCause":"qemu-crashed",)"
+      R"("endText":"QEMU crashed with signal 11","endAt":1700000750})");
+  const Answer answer = vmctl("why web1");
+  EXPECT_EQ(answer.exit, 1) << "it is not as it is wanted";
+  EXPECT_THAT(answer.out,
+              testing::MatchesRegex("web1 is wanted running, and has crashed, for 4m10s \\(since "
+                                    "2023-11-14 .*\\):\n  QEMU crashed with signal 11\n"
+                                    "Next: nothing by itself. To type: vmctl restart web1\n"));
+}
+
+TEST_F(ListVerb, WhyTellsOfTheLastEndOfOneThatIsAsItIsWanted) {
+  putVm("web1", true);
+  put("vmProcess", "web1",
+      R"({"wanted":"running","actual":"running","severity":"ok","since":1700000940,)"
+      R"("endCause":"killed","endText":"QEMU was killed by signal 9","endAt":1700000930})");
+  const Answer answer = vmctl("why web1");
+  EXPECT_EQ(answer.exit, 0);
+  EXPECT_THAT(answer.out, HasSubstr("web1 is wanted running and is running, for 1m00s (since "));
+  EXPECT_THAT(answer.out, HasSubstr("Last end: QEMU was killed by signal 9 (1m10s ago)\n"));
+}
+
+TEST_F(ListVerb, WhyTellsOfOneThatNothingIsKnownOf) {
+  putVm("web1", true);
+  EXPECT_EQ(vmctl("why web1"),
+            (Answer{1, "web1 is wanted running; nothing is known of how it is\n", ""}));
+  EXPECT_EQ(vmctl("why web2").exit, 3);
+}
+
+TEST_F(ListVerb, WhyIsNeverAsWantedWhereTheStatusIsOld) {
+  putVm("web1", true);
+  putRunning("web1");
+  EXPECT_EQ(vmctl("why web1").exit, 0);
+  daemonRuns_ = false;
+  EXPECT_EQ(vmctl("why web1").exit, 1);
+  EXPECT_THAT(vmctl("why web1 -o json").out, HasSubstr("\"actual\": \"running\","));
+}
+
+TEST_F(ListVerb, AgesAreNeverNegativeWhereTheClockWasSetBack) {
+  putVm("web1", true);
+  put("vmProcess", "web1", R"({"actual":"running","severity":"ok","since":1900000000})");
+  EXPECT_THAT(vmctl("list").out, HasSubstr("running  0s "));
 }
 
 // show
@@ -248,7 +368,11 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
   EXPECT_EQ(vmctl("show web1"),
             (Answer{0,
                     "Name:     web1\n"
-                    "Enabled:  yes\n"
+                    "Wanted:   running\n"
+                    "Actual:   running\n"
+                    "Since:    1m00s\n"
+                    "Why:      memory changed\n"
+                    "Next:     -\n"
                     "State:    Running\n"
                     "Process:  running, pid 4711\n"
                     "Console:  /dev/pts/4\n"
@@ -291,7 +415,11 @@ TEST_F(ShowVerb, TellsWhatIsNotSo) {
   putVm("db", false);
   EXPECT_EQ(vmctl("show db").out,
             "Name:     db\n"
-            "Enabled:  no\n"
+            "Wanted:   stopped\n"
+            "Actual:   -\n"
+            "Since:    -\n"
+            "Why:      -\n"
+            "Next:     -\n"
             "State:    -\n"
             "Process:  none\n"
             "Console:  -\n"
@@ -314,6 +442,24 @@ TEST_F(ShowVerb, GivesOneVmInJson) {
   putVm("db", false);
   const std::string head = "{\n  \"version\": 1,\n";
   const std::string vm = R"(  "name": "db",
+  "wanted": "stopped",
+  "actual": null,
+  "severity": null,
+  "since": null,
+  "why": {
+    "reason": null,
+    "text": null,
+    "short": null
+  },
+  "next": {
+    "kind": null,
+    "text": null,
+    "command": null,
+    "at": null
+  },
+  "attempt": 0,
+  "end": null,
+  "qemu": null,
   "config": {
     "enabled": false,
     "diskImage": "/images/web.iso",
@@ -341,14 +487,18 @@ TEST_F(ShowVerb, TellsOfOneThatWasRemovedUntilItsProcessIsGone) {
   put("vmProcess", "old", R"({"process":"ending","pid":12,"restarts":0})");
   EXPECT_EQ(vmctl("show old"), (Answer{0,
                                        "Name:     old\n"
-                                       "Enabled:  removed\n"
+                                       "Wanted:   gone\n"
+                                       "Actual:   -\n"
+                                       "Since:    -\n"
+                                       "Why:      -\n"
+                                       "Next:     -\n"
                                        "State:    Running\n"
                                        "Process:  ending, pid 12\n"
                                        "Console:  /dev/pts/4\n"
                                        "Problem:  -\n",
                                        ""}));
   EXPECT_THAT(vmctl("show old -o json").out,
-              HasSubstr("\"name\": \"old\",\n  \"removed\": true,\n  \"config\": null,"));
+              HasSubstr("\"name\": \"old\",\n  \"removed\": true,\n  \"wanted\": \"gone\","));
   del("vmProcess", "old");
   EXPECT_EQ(vmctl("show old").exit, 3);
 }

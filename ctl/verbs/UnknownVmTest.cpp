@@ -33,19 +33,24 @@ TEST_F(UnknownVm, IsListedAmongTheOthersWithWhatIsWrong) {
   putVm("db", false);
   putVm("web2", false);
   EXPECT_EQ(vmctl("list"), (Answer{0,
-                                   "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
-                                   "db    no       -      -        -\n"
-                                   "web1  unknown  -      4711     not configured, and why\n"
-                                   "web2  no       -      -        -\n",
+                                   "NAME  WANTED   ACTUAL  SINCE  WHY                      NEXT\n"
+                                   "db    stopped  -       -      -                        -\n"
+                                   "web1  unknown  -       -      not configured, and why  -\n"
+                                   "web2  stopped  -       -      -                        -\n",
                                    ""}));
   EXPECT_EQ(vmctl("list -o name").out, "db\nweb1\nweb2\n");
-  EXPECT_THAT(vmctl("list -o wide").out, HasSubstr("web1  unknown  -      4711     -"));
+  EXPECT_THAT(vmctl("list -o wide").out,
+              HasSubstr("web1  unknown  -       -      not configured, and why  -     4711  -"));
 }
 
 TEST_F(UnknownVm, IsShown) {
   EXPECT_EQ(vmctl("show web1").out,
             "Name:     web1\n"
-            "Enabled:  unknown\n"
+            "Wanted:   unknown\n"
+            "Actual:   -\n"
+            "Since:    -\n"
+            "Why:      not configured, and why\n"
+            "Next:     -\n"
             "State:    -\n"
             "Process:  running, pid 4711\n"
             "Console:  -\n"
@@ -66,7 +71,7 @@ TEST_F(UnknownVm, HasNoConfigurationInJson) {
 
 TEST_F(UnknownVm, IsNoneOnceItIsConfiguredOrItsGuestHasEnded) {
   putVm("web1", true);
-  EXPECT_THAT(vmctl("list").out, HasSubstr("web1  yes"));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("web1  running"));
   del("vmConfig", "web1");
   end();
   EXPECT_EQ(vmctl("list").out, "");
@@ -76,7 +81,7 @@ TEST_F(UnknownVm, IsNoneOnceItIsConfiguredOrItsGuestHasEnded) {
 // One that was removed, and has not ended yet.
 TEST_F(UnknownVm, IsNoneWithoutTheDaemonsWord) {
   put("vmProcess", "web1", R"({"process":"ending","pid":4711,"restarts":2,"unknown":""})");
-  EXPECT_THAT(vmctl("list").out, HasSubstr("web1  removed"));
+  EXPECT_THAT(vmctl("list").out, HasSubstr("web1  gone"));
 }
 
 TEST_F(UnknownVm, IsOnlyChangedOrSwitchedWithTheWaysOut) {
@@ -157,7 +162,8 @@ TEST_F(UnknownVm, HasItsConsoleAsBeforeWhereTheAgentKnowsIt) {
 TEST_F(UnknownVm, IsWatched) {
   onWait([&] { end(); });
   onWait([&] { closeOutput(); });
-  EXPECT_THAT(vmctl("watch").out, testing::AllOf(HasSubstr("web1  unknown"), HasSubstr("removed")));
+  EXPECT_THAT(vmctl("watch").out,
+              testing::AllOf(HasSubstr("web1  unknown"), HasSubstr("web1  gone")));
 }
 
 TEST_F(UnknownVm, IsCompleted) { EXPECT_EQ(vmctl("__complete remove w").out, "web1\n"); }

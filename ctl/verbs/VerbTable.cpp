@@ -78,10 +78,17 @@ constexpr Verb table[] = {
      "'vmctl list' has it as removed. Done is: no process and no status is left.\n",
      removeVms},
     {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
-     "Shows all virtual machines: whether the configuration has them enabled (or removed), the\n"
-     "state that the agent reports, the process id of the guest's keeper (or 'ending'), and the\n"
-     "one problem to look at first.\n",
+     "Shows all virtual machines: what is wanted (running, stopped, or gone: it was removed and "
+     "has\n"
+     "not ended yet), what is so (stopped, starting, running, paused, stopping, hung, crashed,\n"
+     "retrying or refused), for how long, why or what is wrong, and what comes next or what to\n"
+     "type. On a terminal of less than 100 columns WHY and NEXT are told in few words.\n",
      listVms},
+    {"why", "", "NAME", 1, 1, "", "table json", "tell why a VM is as it is",
+     "Tells what is wanted of a virtual machine, what is so and since when, why, how its last run\n"
+     "ended, and what comes next or what to type. Exits with 0 when it is as it is wanted, with 1\n"
+     "when it is not.\n",
+     tellWhy},
     {"show", "", "NAME", 1, 1, "", allFormats, "show all about a VM",
      "Shows the configuration, the status and the problem of a virtual machine, and of each card\n"
      "whether its interface is there; without it, the guest runs and the card has no carrier.\n",

@@ -88,22 +88,25 @@ class Watch {
 
  private:
   void put(const VmRow& row) {
-    const std::vector<Cell> cells = vmCells(row, context_.format());
-    const rt::String text = isJson_ ? "{" + vmJson(row) + "}" : textOf(cells);
+    const Now now = nowFor(context_);
+    // That time passes is no change.
+    const Now always{0, now.isNarrow};
+    const rt::String text =
+        isJson_ ? "{" + vmJson(row) + "}" : textOf(vmCells(row, context_.format(), always));
     rt::String& last = printed_[row.name];
     if (last == text) return;
     last = text;
     if (isJson_)
       line("put", text);
     else
-      table_.row(cells);
+      table_.row(vmCells(row, context_.format(), now));
   }
   void del(const rt::String& name) {
     if (printed_.erase(name) == 0) return;
     if (isJson_)
       line("delete", R"({"name":)" + quoted(name) + "}");
     else
-      table_.row({name, "removed", "", "", ""});
+      table_.row(goneCells(name, context_.format()));
   }
   void line(const char* op, const rt::String& vm) {
     context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":")" << op << R"(","vm":)"

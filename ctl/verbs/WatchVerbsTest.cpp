@@ -16,9 +16,18 @@ constexpr const char* nothing =
 
 class WatchVerb : public fakes::VmctlFixture {
  protected:
+  static std::string stateOf(const std::string& status, const std::string& wanted = "stopped") {
+    const bool runs = status == running;
+    return "\"wanted\":\"" + wanted + "\"," +
+           (runs ? R"("actual":"running","severity":"ok","since":1700000940,)"
+                 : R"("actual":null,"severity":null,"since":null,)") +
+           R"("why":{"reason":null,"text":null,"short":null},)" +
+           R"("next":{"kind":null,"text":null,"command":null,"at":null},"attempt":0,)" +
+           R"("end":null,"qemu":null,)";
+  }
   static std::string put(const std::string& name, const std::string& status) {
-    return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + config + "," + status +
-           ",\"problem\":null}}\n";
+    return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + stateOf(status) + config +
+           "," + status + ",\"problem\":null}}\n";
   }
   static std::string synced() { return "{\"version\":1,\"op\":\"synced\"}\n"; }
   void endAfterwards() {
@@ -33,15 +42,14 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
   onWait([&] { del("vmConfig", "web1"); });
   onWait([&] { del("vmProcess", "web1"); });
   endAfterwards();
-  EXPECT_EQ(
-      vmctl("watch -o json"),
-      (Answer{
-          1,
-          put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
-              R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,"config":null,"format":null,)" +
-              running + ",\"problem\":null}}\n" +
-              "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
-          ""}));
+  EXPECT_EQ(vmctl("watch -o json"),
+            (Answer{1,
+                    put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
+                        R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,)" +
+                        stateOf(running, "gone") + R"("config":null,"format":null,)" + running +
+                        ",\"problem\":null}}\n" +
+                        "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web1\"}}\n",
+                    ""}));
 }
 
 TEST_F(WatchVerb, ShowsNamesOfOthersAsTheyAre) {
@@ -87,11 +95,11 @@ TEST_F(WatchVerb, OfATableKeepsItsColumns) {
   onWait([&] { del("vmProcess", "web1"); });
   endAfterwards();
   EXPECT_EQ(vmctl("watch").out,
-            "NAME  ENABLED  STATE  PROCESS  PROBLEM\n"
-            "web1  no       -      -        -\n"
-            "web1  no       Running  4711     -\n"
-            "web1  removed  Running  4711     -\n"
-            "web1  removed  -        -        -\n");
+            "NAME  WANTED   ACTUAL  SINCE  WHY  NEXT\n"
+            "web1  stopped  -       -      -    -\n"
+            "web1  stopped  running  1m00s  -    -\n"
+            "web1  gone     running  1m00s  -    -\n"
+            "web1  gone     -        -      -    -\n");
 }
 
 TEST_F(WatchVerb, SaysThatNoDaemonRunsOnceEachTime) {

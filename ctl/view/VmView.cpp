@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "ctl/line/Json.h"
+#include "ctl/view/StateView.h"
 #include "model/VmFields.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -13,16 +14,10 @@ namespace {
 
 rt::String yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
-// Whether it is to run, as the configuration says.
-rt::String wantedOf(const VmRow& row) {
-  if (row.isUnknown()) return "unknown";
-  if (row.isLeaving()) return "removed";
-  return row.config ? yesOrNo(row.isEnabled()) : "?";
-}
-
-Ink inkOf(const VmRow& row) {
-  if (row.runs()) return Ink::good;
-  return row.isOff() ? Ink::plain : Ink::busy;
+// What is only to be known, and what passes, is not red.
+Ink whyInk(const VmRow& row) {
+  const rt::String& severity = row.process->severity();
+  return severity == "bad" || (severity.empty() && row.problem) ? Ink::bad : Ink::plain;
 }
 
 rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() : ""; }
@@ -30,13 +25,6 @@ rt::String stateOf(const VmRow& row) { return row.status ? row.status->state() :
 rt::String problemOf(const VmRow& row) {
   if (row.problem) return row.problem->problem();
   return row.unreadable.empty() ? "" : row.unreadable.front().text();
-}
-
-// The process id, for who looks for the process; or that it is ending.
-rt::String processOf(const VmRow& row) {
-  const model::VmProcess& process = *row.process;
-  if (process.process() == "running") return rt::toText(process.pid());
-  return process.process() == "none" ? "" : process.process();
 }
 
 rt::String portOf(const Vm::VmConfig& vm) {
@@ -107,6 +95,7 @@ rt::String vmJson(const VmRow& row) {
   rt::String json = R"("name":)" + quoted(row.name);
   if (row.isUnknown()) json += R"(,"unknown":true)";
   if (row.isLeaving()) json += R"(,"removed":true)";
+  (json += ",") += stateJson(row);
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   const rt::String format = row.imageFormat();
   (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
@@ -118,33 +107,56 @@ rt::String vmJson(const VmRow& row) {
   return (json += R"(,"problem":)") += row.problem ? statedb::documentOf(*row.problem) : "null";
 }
 
-Table vmTable(Format format) {
-  std::vector<Cell> headers{"NAME", "ENABLED", "STATE", "PROCESS"};
-  if (format == Format::wide)
-    headers.insert(headers.end(), {"MEMORY", "VNC", "DISK", "CARDS", "CONSOLE"});
-  headers.emplace_back("PROBLEM");
-  return Table(headers);
+Now nowFor(Context& context) {
+  constexpr size_t roomForClauses = 100;
+  const size_t columns = context.style().columns;
+  return {context.world().timeOfDay(), columns != 0 && columns < roomForClauses};
 }
 
-std::vector<Cell> vmCells(const VmRow& row, Format format) {
-  std::vector<Cell> cells{row.name, wantedOf(row), {stateOf(row), inkOf(row)}, processOf(row)};
+Table vmTable(Format format) {
+  std::vector<Cell> headers{"NAME", "WANTED", "ACTUAL", "SINCE", "WHY", "NEXT"};
+  constexpr size_t why = 4;
+  if (format == Format::wide)
+    headers.insert(headers.end(), {"PID", "MEMORY", "VNC", "DISK", "CARDS", "CONSOLE"});
+  return {headers, why};
+}
+
+std::vector<Cell> vmCells(const VmRow& row, Format format, const Now& now) {
+  std::vector<Cell> cells{row.name,
+                          wantedOf(row),
+                          actualOf(row),
+                          sinceOf(row, now.time),
+                          {whyOf(row, now.isNarrow), whyInk(row)},
+                          nextOf(row, now.time, now.isNarrow)};
   if (format == Format::wide) {
     const bool isRead = row.config != nullptr;
+    cells.emplace_back(row.process->pid() == 0 ? "" : rt::toText(row.process->pid()));
     cells.emplace_back(isRead ? rt::toText(row.config->memory()) + "M" : "");
     cells.emplace_back(isRead ? portOf(*row.config) : "");
     cells.emplace_back(isRead ? row.config->diskImage() : "");
     cells.emplace_back(isRead ? cardsOf(*row.config) : "");
     cells.emplace_back(row.status ? row.status->consolePtyPath() : "");
   }
-  cells.emplace_back(problemOf(row), Ink::bad);
+  return cells;
+}
+
+std::vector<Cell> goneCells(const rt::String& name, Format format) {
+  constexpr size_t columns = 6;
+  constexpr size_t wideColumns = 12;
+  std::vector<Cell> cells{name, "gone"};
+  cells.resize(format == Format::wide ? wideColumns : columns, "");
   return cells;
 }
 
 rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
-                  const rt::String& screen) {
+                  const rt::String& screen, uint64_t now) {
   Facts facts;
   facts.add("Name:", row.name);
-  facts.add("Enabled:", wantedOf(row));
+  facts.add("Wanted:", wantedOf(row));
+  facts.add("Actual:", actualOf(row).text);
+  facts.add("Since:", sinceOf(row, now));
+  facts.add("Why:", whyOf(row, false));
+  facts.add("Next:", nextOf(row, now, false));
   facts.add("State:", stateOf(row));
   const model::VmProcess& process = *row.process;
   const rt::String pid = process.pid() == 0 ? "" : ", pid " + rt::toText(process.pid());
