@@ -74,7 +74,7 @@ void GuestFixture::expectNothingLeftOf(const std::string& name) const {
   EXPECT_FALSE(fs::exists("/var/run/" + name + ".monitor"));
   for (const auto& entry : fs::directory_iterator(world.runDir + "/vm/" + name))
     EXPECT_THAT(entry.path().filename().string(),
-                testing::AnyOf("console.log", "shim.log", "last-error", "lock"));
+                testing::AnyOf("console.log", "events", "shim.log", "last-error", "lock"));
   EXPECT_EQ(macvtaps(), "");
   EXPECT_TRUE(waitUntil([&] { return tapNodes(world.daemon()).empty(); }));
 }
