@@ -5,7 +5,7 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall deb deb-test test soak coverage mutants bench fuzz check format clean
+.PHONY: help setup build run install uninstall deb deb-test test sim soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
@@ -14,6 +14,7 @@ help:
 	@echo 'make deb      build the Debian packages, into build/deb'
 	@echo 'make deb-test install them on a machine of their own: a guest, an upgrade, a reboot, the removal'
 	@echo 'make quick    build for daily work, and run the tests that need no machine'
+	@echo 'make sim      play what may go wrong on a machine that is made up, for SECONDS=$(SECONDS); SEED=1: that one, and all of it'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
@@ -71,6 +72,13 @@ test: build/$(PRESET)/build.ninja
 # What is looked at after each change: no root, no QEMU, no sanitizers.
 quick: build
 	@tools/quick.py build/dev
+
+# What ends badly is told as a short story, in a line for sim/stories. SEED=7: that one, and all of it;
+# SEED=7 SECONDS=60: from that on.
+sim: build/dev/build.ninja
+	@cmake --build --preset dev --target vmagent_sim
+	@build/dev/sim/vmagent-sim --stories sim/stories $(if $(SEED),--seed $(SEED)) \
+	  $(if $(and $(SEED),$(findstring file,$(origin SECONDS))),--show,--seconds $(SECONDS))
 
 # With the sanitizers' build. Each run prints its seed, and what it does.
 soak: build/asan/build.ninja

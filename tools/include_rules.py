@@ -46,6 +46,9 @@ ALLOWED = {
     "sim/seam": ["sim/kernel"],
     "sim/models": ["sim/kernel"],
     "sim/world": ["sim/seam", "sim/models", "statedb", "model"],
+    "sim/oracle": ["sim/world"],
+    "sim/story": ["sim/oracle"],
+    "sim/run": ["sim/story"],
 }
 
 # Tests may include anything.  They stand in these folders, or beside the code they test.

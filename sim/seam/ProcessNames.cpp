@@ -196,8 +196,8 @@ int simProcessControl(int option, ...) {
   if (!inWorld()) return name.library(&simProcessControl)(option, argument, 0UL, 0UL, 0UL);
   // Who wants an int may have left anything above it.
   const auto given = static_cast<unsigned>(argument);
-  return static_cast<int>(
-      name.call([&] { return sys::processControl(option, given); }, option, given));
+  // It may be an address.
+  return static_cast<int>(name.call([&] { return sys::processControl(option, given); }, option));
 }
 pid_t simNewSession() asm("setsid");
 pid_t simNewSession() {
