@@ -29,7 +29,7 @@ TEST_F(CommandInAWorld, AddsAMachineAndShowsThatItRuns) {
   EXPECT_EQ(added.status(), 0) << added.output;
   const CommandEnd waited = vmctl({"wait", "a", "--for", "state=Running"});
   EXPECT_EQ(waited.status(), 0) << waited.output << world.log();
-  EXPECT_THAT(vmctl({"list"}).output, testing::HasSubstr("Running"));
+  EXPECT_THAT(vmctl({"list"}).output, testing::HasSubstr("a     running  running"));
 }
 
 TEST_F(CommandInAWorld, RefusesWhatIsWrong) {
