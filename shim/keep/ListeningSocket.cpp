@@ -140,6 +140,8 @@ std::unique_ptr<ListeningSocket> screenAt(const std::string& address, unsigned s
   const std::unique_ptr<addrinfo, void (*)(addrinfo*)> found(first, freeaddrinfo);
   if (error != 0) throw failure(gai_strerror(error));
   rt::Descriptor listening(socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!listening && errno == EAFNOSUPPORT)
+    throw failure("the daemon's service may use no such address: vmagentd(8), --vnc-listen");
   const int one = 1;
   (void)setsockopt(listening.number(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
   if (bind(listening.number(), found->ai_addr, found->ai_addrlen) != 0 ||
