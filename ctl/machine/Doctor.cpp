@@ -1,10 +1,15 @@
 #include "ctl/machine/Doctor.h"
 
+#include <linux/capability.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
+#include <set>
 #include <utility>
 
+#include "guest/GuestUsers.h"
 #include "guest/VmFiles.h"
 #include "runtime/base/Text.h"
 
@@ -97,6 +102,24 @@ rt::String fileSystemAt(std::string_view mounts, std::string_view place) {
   return found;
 }
 
+// Which of them root may have here, a bit each; nothing where that is not told.
+std::optional<uint64_t> capabilitiesOf(std::string_view status) {
+  constexpr std::string_view mark = "\nCapBnd:\t";
+  constexpr int hexadecimal = 16;
+  const size_t at = status.find(mark);
+  if (at == std::string_view::npos) return std::nullopt;
+  status.remove_prefix(at + mark.size());
+  uint64_t bits = 0;
+  const auto [end, error] =
+      std::from_chars(status.data(), status.data() + status.size(), bits, hexadecimal);
+  return error == std::errc() ? std::optional(bits) : std::nullopt;
+}
+
+// Those that a shim cannot start a guest without.
+constexpr std::pair<int, const char*> boxRights[] = {
+    {CAP_SYS_ADMIN, "SYS_ADMIN"}, {CAP_MKNOD, "MKNOD"},     {CAP_SETUID, "SETUID"},
+    {CAP_SETGID, "SETGID"},       {CAP_SETPCAP, "SETPCAP"}, {CAP_KILL, "KILL"}};
+
 bool isDenied(int error) { return error == EACCES || error == EPERM; }
 
 }  // namespace
@@ -183,6 +206,34 @@ Finding examineDevices(const Machine& machine) {
   return warning(what, "/dev is " + found + ", where the kernel makes none",
                  "mount devtmpfs there, or let udev run, or run vmagentd in a network namespace of "
                  "its own, where it makes them itself");
+}
+
+// What the shim does with QEMU takes parts of the kernel, and rights that root may lack in a
+// container.
+Finding examineBox(const Machine& machine) {
+  constexpr const char* what = "box";
+  const rt::String cannot = "QEMU cannot be shut in, so no guest can start: ";
+  for (const char* part : {"/proc/self/ns/mnt", "/proc/self/ns/net", "/proc/self/ns/ipc",
+                           "/proc/self/ns/uts", "/proc/sys/kernel/seccomp/actions_avail"})
+    if (machine.accessError(part, Access::exists) != 0)
+      return failed(what, cannot + "the kernel has no " + part,
+                    "run a kernel with CONFIG_NAMESPACES and CONFIG_SECCOMP_FILTER");
+  const auto rights = capabilitiesOf(machine.text("/proc/self/status").value_or(""));
+  for (const auto& [number, name] : boxRights)
+    if (rights && (*rights >> number & 1U) == 0)
+      return failed(what, cannot + "root lacks the capability " + name,
+                    "if this is a container, give it that");
+  const guest::UserRange users;
+  std::set<unsigned> taken = guest::takenUsers(machine.text("/etc/passwd").value_or(""), users);
+  taken.merge(guest::takenUsers(machine.text("/etc/group").value_or(""), users));
+  if (!taken.empty())
+    return warning(what,
+                   rt::format("user or group %u, of those for guests (%s), is somebody's: it is "
+                              "passed over",
+                              *taken.begin(), guest::textOf(users).c_str()),
+                   "name others, of nobody's, with vmagentd's option --guest-users");
+  return ok(what, rt::format("QEMU can be shut in, as one of the users %s",
+                             guest::textOf(users).c_str()));
 }
 
 Finding examineClock(const Machine& machine) {

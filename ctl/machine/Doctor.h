@@ -24,6 +24,7 @@ Finding examineKernel(const Machine& machine);
 Finding examineMacvtap(const Machine& machine);
 Finding examineDevices(const Machine& machine);
 Finding examineClock(const Machine& machine);
+Finding examineBox(const Machine& machine);
 Finding examineShim(const Machine& machine);
 Finding examineAgent(const Machine& machine);
 Finding examinePermissions(const Machine& machine, const Directories& directories);

@@ -81,6 +81,7 @@ std::vector<Finding> findingsOf(Context& context) {
           examineKernel(machine),
           examineMacvtap(machine),
           examineDevices(machine),
+          examineBox(machine),
           examineShim(machine),
           examineAgent(machine),
           examineStateDirectory(machine, directories.state),

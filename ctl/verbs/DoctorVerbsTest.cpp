@@ -31,6 +31,7 @@ TEST_F(DoctorVerb, OfAMachineThatIsWellIsDone) {
                     "ok       kernel: Linux 6.1.0-44-amd64\n"
                     "ok       macvtap: the kernel has it\n"
                     "ok       tap nodes: the kernel makes them in /dev\n"
+                    "ok       box: QEMU can be shut in, as one of the users 60578-61183\n"
                     "ok       vmagent-shim: it is installed\n"
                     "ok       agent: vmagentd can load it\n"
                     "ok       state directory: /var/lib/vmagent, 12.0 GiB free\n"
@@ -166,6 +167,30 @@ TEST_F(DoctorVerb, WarnsWhereTheKernelMakesNoNodes) {
       "of its own, where it makes them itself\n");
   machine_.texts.erase("/proc/mounts");
   EXPECT_THAT(of("tap nodes"), testing::HasSubstr("/dev is no file system of its own,"));
+}
+
+TEST_F(DoctorVerb, FindsAMachineOnWhichNoQemuCanBeShutIn) {
+  machine_.texts["/proc/self/status"] = "Name:\tvmctl\nCapBnd:\t00000000a80425fb\nSeccomp:\t0\n";
+  EXPECT_EQ(
+      of("box"),
+      "FAILED   box: QEMU cannot be shut in, so no guest can start: root lacks the capability "
+      "SYS_ADMIN\n"
+      "         if this is a container, give it that\n");
+  machine_.texts["/proc/self/status"] = "Name:\tvmctl\nCapBnd:\t000001ffffffffff\nSeccomp:\t0\n";
+  EXPECT_THAT(of("box"), testing::StartsWith("ok "));
+  machine_.accessErrors["/proc/self/ns/net"] = ENOENT;
+  EXPECT_EQ(of("box"),
+            "FAILED   box: QEMU cannot be shut in, so no guest can start: the kernel has no "
+            "/proc/self/ns/net\n"
+            "         run a kernel with CONFIG_NAMESPACES and CONFIG_SECCOMP_FILTER\n");
+}
+
+TEST_F(DoctorVerb, WarnsOfAUserWhoIsOneOfThoseForGuests) {
+  machine_.texts["/etc/passwd"] = "root:x:0:0::/:/bin/sh\nbob:x:60600:60600::/:/bin/sh\n";
+  EXPECT_EQ(of("box"),
+            "warning  box: user or group 60600, of those for guests (60578-61183), is somebody's: "
+            "it is passed over\n"
+            "         name others, of nobody's, with vmagentd's option --guest-users\n");
 }
 
 TEST_F(DoctorVerb, LooksForTheShimWhereItMayLie) {
