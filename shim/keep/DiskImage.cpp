@@ -21,7 +21,12 @@ Failure refused(const Drive& drive, const std::string& right) {
 }
 
 Failure cannotBeOpened(const Drive& drive, const char* how) {
-  return failureOf("the disk image '" + drive.path + "' cannot be opened" + how);
+  const bool isDenied = errno == EACCES;
+  const Failure why = failureOf("the disk image '" + drive.path + "' cannot be opened" + how);
+  if (!isDenied) return why;
+  return Failure(std::string(why.what()) +
+                 " (to root: if it is another machine's file, that must let root have it, by the "
+                 "file's mode or as no_root_squash)");
 }
 
 // Another descriptor of the same file, whatever stands at its path by now.

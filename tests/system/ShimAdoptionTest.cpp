@@ -57,6 +57,9 @@ TEST_F(ShimAdoption, LetsTheGuestGoOnUnderItsQemuAndConsole) {
   EXPECT_THAT(qemusOfOurs(), ElementsAre(qemu));
   EXPECT_EQ(keeper(), first.shim());
   EXPECT_NE(second.shim(), first.shim());
+  EXPECT_THAT(contentOf("/proc/" + std::to_string(second.shim()) + "/status"),
+              HasSubstr("CapPrm:\t0000000000000000\n"))
+      << "who stands in does nothing that takes a right";
   EXPECT_EQ(modeOf(monitor()), 0600);
   EXPECT_THAT(contentOf(file("shim.log")),
               HasSubstr(" shim: keeps the guest for process " + std::to_string(second.pid()) +

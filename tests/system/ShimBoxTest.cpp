@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -159,6 +160,44 @@ TEST_F(ShimBox, IsOfNoUserWhoHasAProcess) {
   const ShimProcess shim(VMAGENT_SHIM, arguments(), told);
   AgentClient(monitor()).bringUp();
   EXPECT_EQ(userOf(shim.qemu()), one.first);
+}
+
+// Wherever on the way: no user stays taken, no mount, no lock.
+TEST_F(ShimBox, ThatIsNeverEnteredLeavesNothing) {
+  const std::string mounts = contentOf("/proc/self/mountinfo");
+  auto told = environment();
+  told["VMAGENT_GUEST_USERS"] = "60004-60004";
+  constexpr int moments = 40;
+  constexpr useconds_t between = 60;  // microseconds
+  int killed = 0;
+  for (int i = 0; i < moments; ++i) {
+    ShimProcess shim(VMAGENT_SHIM, arguments(), told);
+    pid_t child = 0;
+    while ((child = shim.qemu()) == 0 && !fakes::becomesReadable(shim.pipe().number(), 0)) continue;
+    usleep(static_cast<useconds_t>(i) * between);
+    if (child > 1 && fakes::signalProcess(child, SIGKILL)) ++killed;
+    EXPECT_EQ(fakes::signaled(shim.wait()), SIGKILL) << contentOf(file("shim.log"));
+  }
+  EXPECT_EQ(killed, moments);
+  const ShimProcess shim(VMAGENT_SHIM, arguments(), told);
+  AgentClient(monitor()).bringUp();
+  EXPECT_EQ(userOf(shim.qemu()), 60004);
+  EXPECT_EQ(contentOf("/proc/self/mountinfo"), mounts);
+}
+
+// As a file server refuses what root asks of it.
+TEST_F(ShimBox, SaysThatRootMayNotHaveTheImage) {
+  ASSERT_EQ(chown((folder / "disk.img").c_str(), 60005, 60005), 0);
+  ASSERT_EQ(chmod((folder / "disk.img").c_str(), 0600), 0);
+  std::vector<std::string> words = {"--bounding-set", "-dac_override,-dac_read_search",
+                                    VMAGENT_SHIM};
+  const auto shims = arguments();
+  words.insert(words.end(), shims.begin(), shims.end());
+  ShimProcess shim("/usr/bin/setpriv", words, environment());
+  EXPECT_EQ(exited(shim.wait()), 1);
+  EXPECT_THAT(shim.errors(),
+              HasSubstr("' cannot be opened for writing: Permission denied (to root: "
+                        "if it is another machine's file, that must let root"));
 }
 
 TEST_F(ShimBox, HasItsLimits) {
