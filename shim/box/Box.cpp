@@ -71,8 +71,6 @@ void endWith(pid_t parent) {
 
 void enterBox(const Box& box) {
   require(unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) == 0, "namespaces");
-  constexpr std::string_view name = "guest";
-  require(sethostname(name.data(), name.size()) == 0, "name");
   enterPrivateRoot(box.root);
   limitResources();
   forbidCores();

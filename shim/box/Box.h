@@ -17,7 +17,7 @@ struct Box {
 // the kernel takes for another program's.
 void endWith(pid_t parent);
 
-// Gives it network, messages and a machine's name of its own, of which none leads anywhere, and the
+// Gives it a network, messages and a host's name of its own, of which none leads anywhere, and the
 // files of the box. It may have few of what users have to share.
 void enterBox(const Box& box);
 

@@ -46,12 +46,6 @@ int simChangeRoot(const char* path) {
   if (!inWorld()) return name.library(&simChangeRoot)(path);
   return static_cast<int>(name.call([] { return sys::pivotRoot(); }, path));
 }
-int simHostName(const char* text, size_t size) asm("sethostname");
-int simHostName(const char* text, size_t size) {
-  static constinit Name name("sethostname");
-  if (!inWorld()) return name.library(&simHostName)(text, size);
-  return static_cast<int>(name.call([] { return sys::asRoot(); }, size));
-}
 
 int simGroups(size_t count, const gid_t* groups) asm("setgroups");
 int simGroups(size_t count, const gid_t* groups) {
