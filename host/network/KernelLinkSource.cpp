@@ -21,6 +21,8 @@ using Manager = std::unique_ptr<nl_cache_mngr, rt::Release<nl_cache_mngr_free>>;
 
 // A burst of a thousand flaps fits.
 constexpr int receiveBuffer = 1 << 20;
+// One after the other; then the rest is for the next time.
+constexpr int mostLosses = 10;
 
 void require(int result, const char* what) {
   if (result < 0)
@@ -85,8 +87,12 @@ int KernelLinkSource::descriptor() const {
 }
 
 KernelLinkTable KernelLinkSource::read() {
-  if (nl_cache_mngr_data_ready(state_->manager.get()) < 0)
-    require(nl_cache_refill(state_->requests.get(), state_->cache), "list again");
+  // What the kernel told before it lost some is older than a list, and would undo it: of a number
+  // that another device has by now it may say that it is gone. So it is read first.
+  bool isWhole = true;
+  for (int i = 0; i < mostLosses && nl_cache_mngr_data_ready(state_->manager.get()) < 0; ++i)
+    isWhole = false;
+  if (!isWhole) require(nl_cache_refill(state_->requests.get(), state_->cache), "list again");
   KernelLinkTable links;
   for (nl_object* at = nl_cache_get_first(state_->cache); at; at = nl_cache_get_next(at)) {
     auto* const link = reinterpret_cast<rtnl_link*>(at);
