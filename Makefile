@@ -5,7 +5,7 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall deb deb-test test sim soak coverage mutants bench fuzz check format clean
+.PHONY: help setup build run install uninstall deb deb-test test sim sim-sweep sim-defects soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
@@ -15,6 +15,7 @@ help:
 	@echo 'make deb-test install them on a machine of their own: a guest, an upgrade, a reboot, the removal'
 	@echo 'make quick    build for daily work, and run the tests that need no machine'
 	@echo 'make sim      play what may go wrong on a machine that is made up, for SECONDS=$(SECONDS); SEED=1: that one, and all of it'
+	@echo 'make sim-sweep, sim-defects: each call fails or is the last; known defects are put back, for SECONDS each'
 	@echo 'make soak     everything that goes wrong, at random, for SECONDS=$(SECONDS); SEED=1'
 	@echo 'make coverage which lines and branches of Vm/ and netlink/ the tests do not run'
 	@echo 'make mutants  put COUNT=20 small faults into the product, one by one, and show those that no test sees; SEED=1'
@@ -79,6 +80,15 @@ sim: build/dev/build.ninja
 	@cmake --build --preset dev --target vmagent_sim
 	@build/dev/sim/vmagent-sim --stories sim/stories $(if $(SEED),--seed $(SEED)) \
 	  $(if $(and $(SEED),$(findstring file,$(origin SECONDS))),--show,--seconds $(SECONDS))
+
+# Every call of the daemon and of a shim fails, or is its last, one at a time.
+sim-sweep: build/dev/build.ninja
+	@cmake --build --preset dev --target vmagent_sim
+	@build/dev/sim/vmagent-sim --sweep 1 --keep-going
+
+# Known defects are put back, one at a time: does it find them? For SECONDS each.
+sim-defects: | setup
+	@sim/defects $(SECONDS)
 
 # With the sanitizers' build. Each run prints its seed, and what it does.
 soak: build/asan/build.ninja

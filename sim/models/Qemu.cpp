@@ -134,6 +134,7 @@ int Qemu::run() {
     lastSignal = 0;
     const int ready =
         poll(polled, 2, next == never ? -1 : std::max(0, static_cast<int>(left.count())));
+    if (ready < 0 && lastSignal != 0 && !manner_.heedsTerm) continue;
     if (ready < 0 && lastSignal != 0) {
       std::fprintf(stderr, "qemu-system-x86_64: terminating on signal %d\n", int{lastSignal});
       shutDown("host-signal", false);

@@ -34,6 +34,7 @@ class Qemu {
   Time started() const { return started_; }
   const std::vector<std::string>& arguments() const { return arguments_; }
   QemuManner& manner() { return manner_; }
+  const QemuManner& manner() const { return manner_; }
   // Its guest shuts itself down, now.
   void powerOff();
   // What it was asked, the last at the end.

@@ -8,7 +8,7 @@ namespace {
 
 constexpr size_t mostCauses = 32;
 constexpr Duration answer = std::chrono::milliseconds(50);
-constexpr Duration untilSeen = std::chrono::milliseconds(200);
+constexpr Duration untilSeen = std::chrono::seconds(3);  // it may have to read again
 constexpr Duration startsTime = std::chrono::seconds(10);
 constexpr Duration daemonsTime = std::chrono::minutes(1);
 
@@ -83,11 +83,13 @@ Duration Ledger::calmFor(const std::string& vm) const {
   return now_() - std::max(its ? its->touched : Time{}, allTouched_);
 }
 
-void Ledger::wantedIs(const std::string& vm, std::optional<bool> wanted) {
+void Ledger::wantedIs(const std::string& vm, std::optional<bool> wanted, Time began) {
   OfVm& its = of(vm);
   if (its.wanted == wanted) return;
   // Who is switched off and on at once may not have been seen off.
-  if (its.wanted == false && now_() - its.wantedSince > untilSeen) its.stands.reset();
+  const bool wasSeenOff = its.wanted == false && now_() - its.wantedSince > untilSeen;
+  if (wasSeenOff && its.standsSince <= began) its.stands.reset();
+  if (wanted == true && !wasSeenOff) its.asked.reset();
   its.wanted = wanted;
   its.wantedSince = now_();
 }
@@ -105,11 +107,18 @@ Time Ledger::wantedSince(const std::string& vm) const {
 void Ledger::handleEnd(const std::string& vm, const std::string& why, bool isProblem) {
   of(vm).stands = why;
   of(vm).isProblem = isProblem;
+  of(vm).standsSince = now_();
 }
 
-void Ledger::handleForkThatFailed(const std::string& why) {
-  for (auto& [vm, its] : vms_)
-    if (its.wanted != false) handleEnd(vm, why, false);
+void Ledger::handleAsked(const std::string& vm, Time began) {
+  OfVm& its = of(vm);
+  if (its.standsSince <= began) its.stands.reset();
+  its.isLost = false;
+}
+
+bool Ledger::isLost(const std::string& vm) const {
+  const OfVm* const its = find(vm);
+  return its && its->isLost;
 }
 
 bool Ledger::standsWell(const std::string& vm) const {
@@ -118,7 +127,10 @@ bool Ledger::standsWell(const std::string& vm) const {
 }
 
 void Ledger::handleAskedAll() {
-  for (auto& [vm, its] : vms_) its.stands.reset();
+  for (auto& [vm, its] : vms_) {
+    its.stands.reset();
+    its.isLost = false;
+  }
 }
 
 std::optional<std::string> Ledger::standsBecause(const std::string& vm) const {

@@ -35,6 +35,7 @@ class Ledger {
   std::optional<std::string> troubleOf(const std::string& vm) const;
   // A guest with that card has ended while no daemon ran that could know. Its device stays until
   // a card of that address is configured.
+  // Nor can it know of the monitor's socket of a guest whose shim is killed while its VM goes.
   void handleOrphan(const std::string& mac) { orphans_.insert(mac); }
   bool isOrphan(const std::string& mac) const { return orphans_.contains(mac); }
   // The daemon may end, by itself, within a minute.
@@ -48,18 +49,23 @@ class Ledger {
   // Since when nothing was done to it.
   Duration calmFor(const std::string& vm) const;
 
+  // Who was to take its guest up was killed before it could: the daemon takes the guest for ended.
+  void handleLost(const std::string& vm) { of(vm).isLost = true; }
+  bool isLost(const std::string& vm) const;
+
   // What the VM's row says, as far as it can be read; nothing: it says nothing that is valid.
-  void wantedIs(const std::string& vm, std::optional<bool> wanted);
+  // By what began then.
+  void wantedIs(const std::string& vm, std::optional<bool> wanted, Time began);
+  void wantedIs(const std::string& vm, std::optional<bool> wanted) { wantedIs(vm, wanted, now_()); }
   std::optional<bool> wanted(const std::string& vm) const;
   Time wantedSince(const std::string& vm) const;
 
   // Its guest ended and nobody asked for that: it stays off until it is asked for again. A guest
   // that has shut down is no problem to anybody.
   void handleEnd(const std::string& vm, const std::string& why, bool isProblem);
-  void handleAsked(const std::string& vm) { of(vm).stands.reset(); }
+  // So it was, by what began then: what has ended since may have been the answer.
+  void handleAsked(const std::string& vm, Time began);
   void handleAskedAll();
-  // The same of whichever VM is to be started just now.
-  void handleForkThatFailed(const std::string& why);
   // Why the VM may be off although it is wanted.
   std::optional<std::string> standsBecause(const std::string& vm) const;
   bool standsWell(const std::string& vm) const;
@@ -77,6 +83,8 @@ class Ledger {
     Time wantedSince{};
     std::optional<std::string> stands;
     bool isProblem = false;
+    Time standsSince{};
+    bool isLost = false;
   };
   // A guest that began so long after what may end it had not heard of it yet.
   static constexpr Duration grace = std::chrono::seconds(3);

@@ -27,7 +27,9 @@ TEST_F(OfALedger, WhoWasAskedToEndComesBackAndWhoFellStands) {
   EXPECT_FALSE(ledger.wasAskedToEnd("vm1", 101s));
   ledger.handleEnd("vm1", "it was killed", true);
   EXPECT_EQ(ledger.standsBecause("vm1"), "it was killed");
-  ledger.handleAsked("vm1");
+  ledger.handleAsked("vm1", 99s);
+  EXPECT_TRUE(ledger.standsBecause("vm1"));
+  ledger.handleAsked("vm1", 100s);
   EXPECT_FALSE(ledger.standsBecause("vm1"));
 }
 
@@ -39,7 +41,7 @@ TEST_F(OfALedger, WhoIsSwitchedOffAndOnAtOnceMayStandOn) {
   ledger.wantedIs("vm1", true);
   EXPECT_TRUE(ledger.standsBecause("vm1"));
   ledger.wantedIs("vm1", false);
-  now += 1s;
+  now += 10s;
   ledger.wantedIs("vm1", true);
   EXPECT_FALSE(ledger.standsBecause("vm1"));
 }

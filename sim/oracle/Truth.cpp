@@ -20,7 +20,7 @@ constexpr Duration slowAnswer = std::chrono::seconds(1);
 }  // namespace
 
 bool Truth::isGood(const Qemu& qemu) {
-  const QemuManner& manner = const_cast<Qemu&>(qemu).manner();
+  const QemuManner& manner = qemu.manner();
   return (manner.answers == QemuManner::Answers::good ||
           manner.answers == QemuManner::Answers::halves) &&
          manner.untilAnswer < slowAnswer && manner.untilGreeting < slowAnswer;
@@ -54,7 +54,7 @@ std::optional<Finding> Truth::lieOf(const std::string& vm, const Rows& status) c
     if (!told || !told->lives() || !isShim(*told) || vmOf(*told) != vm)
       return lie("its process is none of its own: " + process);
   }
-  if ((word.empty() || word == "none") && !(qemus.empty() && shims.empty()))
+  if ((word.empty() || word == "none") && !(qemus.empty() && shims.empty()) && !ledger_.isLost(vm))
     return lie("it has a process, and is shown with none: " + process);
   if (state == "Running" && (qemus.empty() || !qemus.front()->guestRuns()))
     return lie("no guest of it runs, and it is shown running");
@@ -86,7 +86,7 @@ std::optional<Finding> Truth::faultOf(const std::string& vm, const Rows& status)
   const auto shims = shimsOf(world_, vm);
   const auto wanted = ledger_.wanted(vm);
   const bool isConfigured = configuration_.contains("vmConfig/" + vm);
-  if (!wanted || (!isConfigured && mayBeUnknown)) return std::nullopt;
+  if (!wanted || (!isConfigured && mayBeUnknown) || ledger_.isLost(vm)) return std::nullopt;
   if (wanted == false && !(qemus.empty() && shims.empty()))
     return fault("its VM is off, and it has " + std::to_string(qemus.size()) + " QEMUs and " +
                  std::to_string(shims.size()) + " shims");
@@ -103,6 +103,9 @@ std::optional<Finding> Truth::faultOf(const std::string& vm, const Rows& status)
   if (!qemus.empty() && isGood(*qemus.front()))
     if (auto found = cardFaultOf(*qemus.front())) return found;
   const std::string problem = rowOf(status, "vmProblem", vm);
+  if (!qemus.empty() && qemus.front()->manner().answers == QemuManner::Answers::none &&
+      problem.empty())
+    return fault("its QEMU does not answer, and nothing says so");
   if (!qemus.empty() && memberOf(problem, "source") == "card")
     return Finding{"card", vm, "its cards are well, and it is shown with " + problem};
   return strayFile(vm, !qemus.empty());
@@ -172,7 +175,8 @@ std::optional<Finding> Truth::firstRemnant(const Rows& status) const {
   if (!status.empty())
     return Finding{"remnant", status.begin()->first, "is left: " + status.begin()->second};
   for (const auto& [path, inode] : world_.machine.files.at("/run")->children)
-    if (path.ends_with(".monitor")) return Finding{"remnant", path, "is left"};
+    if (path.ends_with(".monitor") && !ledger_.isOrphan(path))
+      return Finding{"remnant", path, "is left"};
   return std::nullopt;
 }
 

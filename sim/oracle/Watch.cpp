@@ -2,6 +2,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <set>
@@ -13,7 +14,10 @@ namespace {
 // Until a daemon that is there has heard of a change.
 constexpr Duration untilHeard = std::chrono::seconds(5);
 // Until what was disturbed is in order again.
-constexpr Duration untilCalm = std::chrono::seconds(30);
+constexpr Duration untilCalm = std::chrono::seconds(3);
+
+// Until one that stands in has asked for the guest, also on a slow machine.
+constexpr Duration untilTakenUp = std::chrono::milliseconds(200);
 
 bool isWait(const char* call) {
   return std::strncmp(call, "epoll_", 6) == 0 || std::strcmp(call, "poll") == 0;
@@ -109,6 +113,8 @@ void Watch::handleGuestsEnd(const Guest& guest, int waitStatus) {
 void Watch::handleShimsEnd(const Process& process, int waitStatus) {
   if (!process.parent || !isDaemon(*process.parent) || !process.parent->lives()) return;
   const std::string vm = vmOf(process);
+  const bool wasNew = world_.machine.now() - process.started < untilTakenUp;
+  if (waitStatus != 0 && wasNew && !world_.qemus.of(vm).empty()) ledger_.handleLost(vm);
   auto cause = ledger_.causeOfEnd(vm, process.started);
   if (!cause) cause = ledger_.troubleOf(vm);
   if (waitStatus != 0 && !cause) return fail("shim-end", vm, "its shim " + endText(waitStatus));
@@ -120,10 +126,17 @@ void Watch::handleRemoval(const Link& link) {
   const Process* const remover = world_.machine.scheduler.current();
   if (!remover || !isOurs(*remover)) return;
   diary_.effect(nameOf(*remover) + " removes " + link.name);
-  for (const auto& [pid, qemu] : world_.qemus.all()) {
+  for (const auto& [pid, process] : world_.qemus.all()) {
+    const Qemu* const qemu = process;
     const auto taps = qemu->devices().taps();
     if (std::find(taps.begin(), taps.end(), &link) == taps.end()) continue;
-    if (ledger_.wanted(qemu->vm()) == true && ledger_.calmFor(qemu->vm()) > untilCalm)
+    const auto& cards = qemu->devices().cards();
+    const bool isInUse = std::any_of(cards.begin(), cards.end(), [&](const auto& card) {
+      return card.second.mac == textOf(link.mac) && qemu->devices().isConnected(card.first);
+    });
+    const auto guest = guests_.find(pid);
+    if (guest == guests_.end() || ledger_.wasAskedToEnd(qemu->vm(), guest->second.began)) continue;
+    if (isInUse && ledger_.wanted(qemu->vm()) == true && ledger_.calmFor(qemu->vm()) > untilCalm)
       fail("device", qemu->vm(), link.name + " is removed under its guest, which was left alone");
   }
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/run/Shrinker.h"
+#include "sim/run/Sweep.h"
 #include "sim/run/Zygote.h"
 
 namespace {
@@ -25,6 +26,7 @@ constexpr const char* usage =
     "  --show           play that one only, and show all of it\n"
     "  --story TEXT     play that one only, and show all of it\n"
     "  --stories FILE   play those of the file first, one a line\n"
+    "  --sweep N        play short stories, one for each Nth call that fails or is the last\n"
     "  --keep-going     find as many as time allows\n"
     "  --no-shrink      tell the story as it was found\n"
     "  --digest         print each history's digest\n"
@@ -38,6 +40,7 @@ struct Options {
   uint64_t seed = 1;
   std::string story;
   std::string stories;
+  uint64_t stride = 0;  // of a sweep; 0: none
   bool shows = false;
   bool keepsGoing = false;
   bool shrinks = true;
@@ -69,6 +72,8 @@ bool read(Options& options, const std::vector<std::string>& words) {
         options.seed = std::stoull(value);
       else if (word == "--story")
         options.story = value;
+      else if (word == "--sweep")
+        options.stride = std::stoull(value);
       else if (word == "--stories")
         options.stories = value;
       else
@@ -85,19 +90,25 @@ class Runner {
   int run() {
     if (!options_.story.empty()) return show(storyFromText(options_.story));
     if (options_.shows) return show(storyOf(options_.seed));
+    if (options_.stride > 0) {
+      sweep(options_.stride, [this](const Story& story) { return play(story); });
+      return conclude();
+    }
     if (!options_.stories.empty() && !playFile()) return 1;
     const auto end = RealClock::now() + std::chrono::duration<double>(options_.seconds);
-    bool isWell = true;
     for (uint64_t i = 0; i < options_.count && RealClock::now() < end; ++i) {
-      isWell = play(storyOf(options_.seed + i)) && isWell;
-      if (!isWell && !options_.keepsGoing) break;
+      if (!play(storyOf(options_.seed + i)) && !options_.keepsGoing) break;
     }
-    std::printf("sim: %llu histories, %.0f hours of a machine's time, %llu calls, %llu failed\n",
-                count_, hours_, calls_, failed_);
-    return isWell && failed_ == 0 ? 0 : 1;
+    return conclude();
   }
 
  private:
+  int conclude() const {
+    std::printf("sim: %llu histories, %.0f hours of a machine's time, %llu calls, %llu failed\n",
+                count_, hours_, calls_, failed_);
+    return failed_ == 0 ? 0 : 1;
+  }
+
   int show(const Story& story) {
     const Outcome outcome = zygotes_.play(story);
     std::printf("%s\n%s%s", toText(story).c_str(), outcome.diary.c_str(), outcome.records.c_str());
@@ -132,6 +143,7 @@ class Runner {
     ++failed_;
     std::printf("sim: seed %llu fails\n", static_cast<unsigned long long>(story.seed));
     if (!options_.shrinks) {
+      if (options_.stride > 0) std::printf("%s\n", toText(story).c_str());
       tell(outcome);
       return false;
     }

@@ -12,6 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr unsigned furtherCard = 7;  // its number
 constexpr size_t diskSize = 64 * 1024;
 
 void makeImage(Stage& stage, const std::string& vm) {
@@ -58,15 +59,17 @@ void set(Stage& stage, const Step& step) {
 
 void addCard(Stage& stage, const Step& step) {
   const std::string vm = subjectOf(step);
-  constexpr unsigned further = 7;
   stage.change(
-      vm, {"nic", "add", vm, cardWords(vm, further, 1 + unsigned(step.amount)), "--key", "more"},
+      vm,
+      {"nic", "add", vm, cardWords(vm, furtherCard, 1 + unsigned(step.amount)), "--key", "more"},
       [](const std::string& was, const std::string& is) {
         return cardsOf(is).size() == cardsOf(was).size() + 1 && areEqualBut(was, is, "vnicConfig");
       });
 }
 
 void removeCard(Stage& stage, const Step& step) {
+  // A daemon that takes the guest up meanwhile may give it a device that it has no card for.
+  stage.ledger.handleOrphan(Stage::macOf(subjectOf(step), furtherCard));
   stage.change(subjectOf(step), {"nic", "remove", subjectOf(step), "more"},
                [](const std::string& was, const std::string& is) {
                  return cardsOf(is).size() + 1 == cardsOf(was).size() &&
@@ -104,7 +107,7 @@ void restart(Stage& stage, const Step& step) {
   const CommandEnd end = stage.change(vm, {"restart", vm}, isAsBefore);
   if (end.status() != 0) return;
   stage.ledger.askToEnd(vm, "it is restarted");
-  stage.ledger.handleAsked(vm);
+  stage.ledger.handleAsked(vm, end.began);
 }
 
 void removeVm(Stage& stage, const std::string& vm) {
@@ -114,7 +117,7 @@ void removeVm(Stage& stage, const std::string& vm) {
                    [](const std::string& /*was*/, const std::string& is) { return is.empty(); });
   if (end.status() != 0) return;
   stage.ledger.askToEnd(vm, "it is removed");
-  stage.ledger.handleAsked(vm);
+  stage.ledger.handleAsked(vm, end.began);
 }
 
 void remove(Stage& stage, const Step& step) { removeVm(stage, subjectOf(step)); }
@@ -179,9 +182,10 @@ void renewAtOnce(Stage& stage, const Step& step) {
   const std::string vm = subjectOf(step);
   if (stage.row(vm).empty() || !stage.isValid(vm)) return;
   stage.ledger.mayEnd(vm, "it is made anew");
+  const Time at = stage.world.machine.now();
   if (!write(stage, vm, stage.row(vm), true)) return;
   stage.ledger.askToEnd(vm, "it is made anew");
-  stage.ledger.handleAsked(vm);
+  stage.ledger.handleAsked(vm, at);
 }
 
 void removeAtOnce(Stage& stage, const Step& step) {

@@ -38,6 +38,11 @@ void killDaemonSoon(Stage& stage, const Step& step) {
   stage.weather.killAt(step.amount, isIt);
 }
 
+void failDaemonSoon(Stage& stage, const Step& step) {
+  const auto isIt = [&stage](const Process& process) { return &process == stage.world.daemon(); };
+  stage.weather.failAt(step.amount, isIt);
+}
+
 void endDaemon(Stage& stage, const Step& /*step*/) {
   Process* const daemon = stage.world.daemon();
   if (!daemon) return;
@@ -75,6 +80,7 @@ void signalShims(Stage& stage, const Step& step, int number) {
   if (shims.empty()) return;
   if (step.amount == 0) shims.resize(1);
   if (step.amount == 1) shims = {shims.back()};
+  stage.ledger.handleOrphan(subjectOf(step) + ".monitor");
   stage.ledger.mayEnd(subjectOf(step), "its shim gets signal " + std::to_string(number));
   for (Process* const each : shims)
     if (each->lives()) kill(stage, *each, number);
@@ -90,6 +96,13 @@ void killShimSoon(Stage& stage, const Step& step) {
     return isShim(process) && vmOf(process) == vm;
   };
   stage.weather.killAt(step.amount, isOne);
+}
+
+void failShimSoon(Stage& stage, const Step& step) {
+  const auto isOne = [vm = subjectOf(step)](const Process& process) {
+    return isShim(process) && vmOf(process) == vm;
+  };
+  stage.weather.failAt(step.amount, isOne);
 }
 
 void pauseShim(Stage& stage, const Step& step) {
@@ -181,7 +194,10 @@ void powerOff(Stage& stage, const Step& step) {
 }
 
 void deafGuest(Stage& stage, const Step& step) {
-  if (Qemu* const qemu = qemuOf(stage, step)) qemu->manner().untilPowerOff.reset();
+  Qemu* const qemu = qemuOf(stage, step);
+  if (!qemu) return;
+  qemu->manner().untilPowerOff.reset();
+  if (step.amount == 1) qemu->manner().heedsTerm = qemu->manner().heedsQuit = false;
 }
 
 void turnClock(Stage& stage, const Step& step) {
@@ -194,12 +210,14 @@ void turnClock(Stage& stage, const Step& step) {
 const Acts& processActs() {
   static const Acts acts = {{"kill-daemon", killDaemon},
                             {"kill-daemon-soon", killDaemonSoon},
+                            {"fail-daemon-soon", failDaemonSoon},
                             {"end-daemon", endDaemon},
                             {"start-daemon", startDaemon},
                             {"pause-daemon", pauseDaemon},
                             {"second-daemon", secondDaemon},
                             {"kill-shim", killShim},
                             {"kill-shim-soon", killShimSoon},
+                            {"fail-shim-soon", failShimSoon},
                             {"end-shim", endShim},
                             {"pause-shim", pauseShim},
                             {"pause-and-kill", pauseAndKill},

@@ -118,13 +118,15 @@ CommandEnd Stage::vmctl(const std::vector<std::string>& words, Duration time) {
 CommandEnd Stage::change(const std::string& vm, const std::vector<std::string>& words,
                          const IsRight& isRight) {
   const Rows before = rows_;
+  commandBegan_ = world.machine.now();
+  ledger.touch(vm);
   const CommandEnd end = vmctl(words);
   if (!readRows()) return end;
   checkChange(vm, end, before, isRight);
   const auto was = before.find(configTable + vm);
   const bool isChanged = was == before.end() || was->second != row(vm);
-  if (end.status() == 0 && isChanged && !row(vm).empty()) valid_[vm] = row(vm);
-  judge(vm);
+  if (isChanged && !row(vm).empty()) valid_[vm] = row(vm);
+  judge(vm, end.began);
   return end;
 }
 
@@ -162,25 +164,25 @@ bool Stage::readRows() {
   rows_ = std::move(*read);
   std::vector<std::string> known;
   for (const auto& [vm, document] : valid_) known.push_back(vm);
-  for (const std::string& vm : known) judge(vm);
+  for (const std::string& vm : known) judge(vm, commandBegan_);
   return true;
 }
 
 // What its row says now.
-void Stage::judge(const std::string& vm) {
+void Stage::judge(const std::string& vm, Time began) {
   const std::string document = row(vm);
   if (document.empty()) {
     valid_.erase(vm);
-    ledger.wantedIs(vm, storeWasReplaced ? std::nullopt : std::optional(false));
+    ledger.wantedIs(vm, storeWasReplaced ? std::nullopt : std::optional(false), began);
     return;
   }
   const auto found = valid_.find(vm);
   if (found == valid_.end() || found->second != document) {
     valid_.erase(vm);
-    ledger.wantedIs(vm, std::nullopt);
+    ledger.wantedIs(vm, std::nullopt, began);
     return;
   }
-  ledger.wantedIs(vm, memberOf(document, "enabled") == "true");
+  ledger.wantedIs(vm, memberOf(document, "enabled") == "true", began);
 }
 
 std::string Stage::row(const std::string& vm) const {

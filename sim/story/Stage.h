@@ -82,11 +82,12 @@ class Stage {
 
  private:
   QemuManner mannerOf(const std::string& vm);
-  void judge(const std::string& vm);
+  void judge(const std::string& vm, Time began);
   void checkChange(const std::string& vm, const CommandEnd& end, const Rows& before,
                    const IsRight& isRight);
 
   Rows rows_;
+  Time commandBegan_{};
   std::map<std::string, std::string> valid_;  // rows as the command line has left them
 };
 

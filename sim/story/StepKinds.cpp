@@ -39,12 +39,14 @@ std::vector<StepKind> processesKinds() {
   return {
       {"kill-daemon", daemon, nobody, 14, 0},
       {"kill-daemon-soon", daemon, nobody, 20, 800},  // so many calls from now
+      {"fail-daemon-soon", daemon, nobody, 8, 800},   // at that call
       {"end-daemon", daemon, nobody, 10, 0},
       {"start-daemon", daemon, nobody, 40, 0},
       {"pause-daemon", daemon, nobody, 8, 5000},  // milliseconds
       {"second-daemon", daemon, nobody, 4, 0},
       {"kill-shim", shim, vm, 14, 2},         // which: the first, or the last
       {"kill-shim-soon", shim, vm, 14, 300},  // so many calls from now
+      {"fail-shim-soon", shim, vm, 8, 300},
       {"end-shim", shim, vm, 8, 2},
       {"pause-shim", shim, vm, 8, 20000},
       {"pause-and-kill", shim, vm, 8, 3000},  // one stands, another is killed
@@ -53,7 +55,8 @@ std::vector<StepKind> processesKinds() {
       {"pause-qemu", qemu, vm, 8, 40000},
       {"next-qemu", qemu, vm, 25, 14},  // its manner, from the next start on
       {"power-off", guest, vm, 15, 3},  // after how many seconds
-      {"deaf-guest", guest, vm, 6, 0},  // takes no notice of its button
+      {"deaf-guest", guest, vm, 8,
+       1},  // takes no notice of its button; 1: nor its QEMU of anything
       {"turn-clock", clock, nobody, 6, 172800},
   };
 }

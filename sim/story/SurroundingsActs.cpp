@@ -76,7 +76,7 @@ void loseNews(Stage& stage, const Step& /*step*/) {
   Link link;
   link.name = "busy0";
   link.kind = "dummy";
-  constexpr int changes = 400;
+  constexpr int changes = 3000;
   for (int i = 0; i < changes; ++i)
     if (network.add(link); const Link* const made = network.find(link.name))
       network.remove(made->index);

@@ -19,8 +19,8 @@ class Weather {
   // The next process for which it holds is killed at that call of its own, which it does not make.
   using Which = std::function<bool(const Process&)>;
   void killAt(uint64_t call, Which which);
-  // So does that one; its call fails with -error in place of that.
-  void failAt(uint64_t call, Which which, Result error);
+  // Likewise; that call fails in place of that, if it is one that may.
+  void failAt(uint64_t call, Which which);
   // Nothing is to happen any more.
   void calm();
 
@@ -28,7 +28,7 @@ class Weather {
   struct Snare {
     uint64_t callsLeft;
     Which which;
-    Result error;  // 0: it is killed
+    bool kills;
   };
 
   Result enter(Process& process, const CallNote& note);

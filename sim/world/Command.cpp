@@ -16,6 +16,7 @@ int CommandEnd::status() const {
 CommandEnd runCommand(Machine& machine, const char* path, const std::vector<std::string>& words,
                       Duration time) {
   CommandEnd end;
+  end.began = machine.now();
   const auto written = std::make_shared<Inode>(S_IFREG | 0600U, machine.files.root()->device);
   Process& process = machine.processes.spawn(path, words, usualEnvironment());
   const auto output = std::make_shared<InodeFile>(written, "/output");

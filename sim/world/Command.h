@@ -11,6 +11,7 @@ namespace sim {
 struct CommandEnd {
   bool inTime = false;
   int waitStatus = -1;
+  Time began{};
   std::string output;  // of both streams
 
   // Its exit status; -1: it has none.
