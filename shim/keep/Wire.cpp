@@ -46,7 +46,10 @@ void attach(msghdr& message, ControlBuffer& control, const rt::Descriptors& desc
   }
 }
 
-bool isForLater(int error) { return error == EAGAIN || error == EINTR; }
+// A kernel that has no memory now may have some soon; what is lost is never answered.
+bool isForLater(int error) {
+  return error == EAGAIN || error == EINTR || error == ENOBUFS || error == ENOMEM;
+}
 
 }  // namespace
 
