@@ -9,13 +9,14 @@ namespace host {
 StatusOfBefore statusOfBefore(statedb::StateDb& db) {
   StatusOfBefore all;
   const auto before = rt::make<model::DaemonStatus>(model::daemonKey);
-  if (const auto record = db.record(model::table::daemon, before->name()))
-    if (statedb::fill(*before, record->doc).empty())
-      all.configuration = {before->configStore(), before->configSequence(),
-                           before->configHistory()};
+  if (const auto record = db.record(model::table::daemon, before->name())) {
+    // That of a later version has more.
+    statedb::fillKnown(*before, record->doc);
+    all.configuration = {before->configStore(), before->configSequence(), before->configHistory()};
+  }
   for (const auto& record : db.snapshot({model::table::vmProcess}).records) {
     const auto process = rt::make<model::VmProcess>(record.key);
-    if (!statedb::fill(*process, record.doc).empty()) continue;
+    statedb::fillKnown(*process, record.doc);
     all.restartsDone[record.key] = process->restarts();
     all.states[record.key] = {process->actual(), process->since()};
   }

@@ -38,6 +38,19 @@ TEST_F(ProblemsTest, AreShownWithTheirSourceAndTime) {
   EXPECT_EQ(shown(), "agent: no monitor (since 5)");
 }
 
+TEST_F(ProblemsTest, AreToldToWhoListensAndSoIsThatThereIsNoneAnyMore) {
+  std::vector<std::string> told;
+  problems.listenerIs([&](const rt::String& vm, const rt::String& text, const rt::String& source) {
+    told.push_back(vm.str() + " " + source.str() + ":" + text.str());
+  });
+  is(ProblemSource::agent, "no monitor");
+  is(ProblemSource::image, "no image");
+  is(ProblemSource::image, "");
+  is(ProblemSource::agent, "");
+  EXPECT_THAT(told, testing::ElementsAre("web1 agent:no monitor", "web1 image:no image",
+                                         "web1 agent:no monitor", "web1 :"));
+}
+
 TEST_F(ProblemsTest, AreShownByWeight) {
   const std::pair<ProblemSource, const char*> byWeight[] = {
       {ProblemSource::restart, "restart"}, {ProblemSource::card, "card"},

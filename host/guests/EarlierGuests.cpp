@@ -3,6 +3,7 @@
 #include <map>
 
 #include "host/base/Report.h"
+#include "model/Tables.h"
 
 namespace host {
 
@@ -34,7 +35,8 @@ bool EarlierGuests::isRemoved(const GuestProcess& keeper) const {
   if (!made || (now && !now->isLost && now->origin == *made)) return false;
   bool removed = false;
   const rt::String failure = failureOf([&] {
-    removed = tools_.db.store(statedb::Half::config).hasRemoved("vmConfig", keeper.vm, *made);
+    removed =
+        tools_.db.store(statedb::Half::config).hasRemoved(model::table::vmConfig, keeper.vm, *made);
   });
   if (!failure.empty()) report("VM " + keeper.vm + ": whether it was removed: " + failure);
   return removed;

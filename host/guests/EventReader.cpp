@@ -49,12 +49,20 @@ std::string bothOf(const rt::String& directory) {
   return text + contentOf(newer);
 }
 
+// One that was set aside while it was read is there twice.
+bool isNew(const GuestEvent& event, const std::vector<GuestEvent::Ptr>& before) {
+  return before.empty() || before.back()->run() != event.run() || before.back()->n() < event.n();
+}
+
 // Whole lines only: the rest is being written.
 std::vector<GuestEvent::Ptr> eventsIn(std::string_view text, const rt::String& vm) {
   std::vector<GuestEvent::Ptr> events;
   for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
     auto event = rt::make<GuestEvent>(vm);
-    if (statedb::fill(*event, text.substr(0, end)).empty()) events.push_back(std::move(event));
+    // A shim of a later version may tell more than is known here.
+    statedb::fillKnown(*event, text.substr(0, end));
+    const bool isRead = event->run() != 0 && !event->kind().empty();
+    if (isRead && isNew(*event, events)) events.push_back(event);
     text.remove_prefix(end + 1);
   }
   return events;

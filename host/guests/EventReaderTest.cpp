@@ -85,6 +85,18 @@ TEST_F(EventReaderTest, LeavesOutWhatIsNoEvent) {
   EXPECT_THAT(read(), ElementsAre("started"));
 }
 
+TEST_F(EventReaderTest, TakesWhatItKnowsOfALineOfALaterVersion) {
+  write(R"({"run":7,"n":1,"kind":"end","exit":3,"mood":"bad"})"
+        "\n");
+  EXPECT_THAT(read(), ElementsAre("end"));
+}
+
+TEST_F(EventReaderTest, TellsALineOnceThatIsInBothFiles) {
+  write(line(7, 1, "started") + line(7, 2, "ready"));
+  fs::copy_file(directory / "web1/events", directory / "web1/events.1");
+  EXPECT_THAT(read(), ElementsAre("started", "ready"));
+}
+
 TEST_F(EventReaderTest, FollowsNoLinkAndWaitsForNoPipe) {
   std::ofstream(directory / "elsewhere") << line(7, 1, "started");
   fs::create_symlink(directory / "elsewhere", directory / "web1/events");

@@ -11,8 +11,8 @@
 namespace host {
 
 // In each VM's directory: "problem", a line while something is wrong, else not there; and "events",
-// which grows, and then becomes the older one. Not woken by any other file: what a guest writes on
-// its console is not the daemon's affair.
+// which grows, and then becomes the older one. Tells nothing of any other file, and does not wake
+// for what is written to one: what a guest writes on its console is not the daemon's affair.
 class GuestFiles final : public rt::StateMachineOf<GuestFiles> {
  public:
   // Are told of a VM whose file may say something else now.

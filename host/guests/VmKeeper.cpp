@@ -372,6 +372,7 @@ void VmKeeper::showState() {
   tools_.states.keeperSays(
       name_, {.wanted = wantedState(),
               .hasProcess = hasProcess() || adoptable_,
+              .mayGoOn = tools_.waiting.isWaiting(name_),
               .isEnding = hasProcess() && isEnding(),
               .isStarted = facts().switchedOn && facts().statusEnabled,
               .isRefused =

@@ -14,7 +14,7 @@ enum class EndCause : uint8_t {
   poweredOff,     // it was switched off without being asked
   signal,         // a stranger's signal ended it, in order
   killed,         // SIGKILL of a stranger's
-  memoryLimit,    // the kernel killed it at its limit of memory
+  memoryLimit,    // the kernel killed it at its limit of memory; told once guests have one
   startFailed,    // its QEMU ended before it ran
   qemuCrashed,
   qemuFailed,  // its QEMU gave up, or had to be killed

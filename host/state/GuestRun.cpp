@@ -35,6 +35,9 @@ void takeReset(GuestRun& run, const GuestEvent& event) {
   run.resetAt = event.at();
   run.wasResetByGuest = event.byGuest();
   if (run.state == RunState::panicked) run.state = RunState::running;
+  // It has begun anew: what it came to before has no part in its end.
+  run.hasPanicked = false;
+  run.watchdogAction = {};
 }
 
 void takeSuspension(GuestRun& run, const GuestEvent& /*event*/) { run.state = RunState::suspended; }

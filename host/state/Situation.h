@@ -19,6 +19,7 @@ enum class Wanted : uint8_t {
 struct KeeperView {
   Wanted wanted = Wanted::stopped;
   bool hasProcess = false;
+  bool mayGoOn = false;    // an earlier daemon's guest waits for its row
   bool isEnding = false;   // it was asked to end, or is switched off
   bool isStarted = false;  // the agent takes its start for done
   bool isRefused = false;  // its row, or its image, keeps it from being started

@@ -136,7 +136,9 @@ Reason reasonOf(const Situation& now) {
         return {"guest-panic", "the guest has panicked, and QEMU goes on", "guest panicked"};
       return ofFailure(now);
     case Actual::stopped:
-      return isWanted(now) ? ofEnd(now) : ofProblem(now);
+      if (isWanted(now)) return ofEnd(now);
+      // Of a VM that is off, only its row can be wrong.
+      return now.problemSource == "config" ? ofProblem(now) : Reason{};
     case Actual::running:
     case Actual::starting:
       return ofProblem(now);

@@ -14,10 +14,11 @@ namespace host {
 //   crashed   | a process whose guest has panicked
 //   paused    | a process whose guest QEMU holds
 //   running   | a process whose guest was let run
-//   starting  | any other process; or none, wanted, and it waits for its turn
-//   refused   | none, wanted, and row or image keeps it from being started
+//   starting  | any other process
+//   refused   | none, and row or image keeps it from being started
 //   retrying  | none, wanted, and it is tried again later
-//   crashed   | none, wanted, and its last end was a failure
+//   crashed   | none, wanted, and what kept it from its start, or its last end, was a failure
+//   starting  | none, wanted, and it waits for its turn
 //   stopped   | none
 enum class Actual : uint8_t {
   stopped,

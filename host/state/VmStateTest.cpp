@@ -154,6 +154,16 @@ TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
   EXPECT_EQ(nextOf(vm, "web1").kind, "");
 }
 
+TEST(Reason, OfAVmThatIsOffIsWhatIsWrongWithItsRowAndNothingElse) {
+  auto vm = with(off(), [](Situation& v) {
+    v.problem = "the card cannot be attached";
+    v.problemSource = "card";
+  });
+  EXPECT_EQ(reasonOf(vm).word, "");
+  vm.problemSource = "config";
+  EXPECT_EQ(reasonOf(vm).word, "config");
+}
+
 TEST(Actual, IsStartingForAVmWhoseTurnHasNotCome) {
   const auto vm = with(off(), [](Situation& v) { v.wanted = Wanted::running; });
   EXPECT_EQ(actualOf(vm), Actual::starting);

@@ -76,11 +76,15 @@ void VmStates::problemIs(const rt::String& vm, const rt::String& text, const rt:
   show(vm, entry);
 }
 
-// Of a run whose end its shim has told, or has left untold.
+// Of a run whose end its shim has told, or has left untold: its word counts more than what was
+// guessed.
 void VmStates::judgeEnd(Entry& entry) const {
-  if (entry.run.hasEnded() ? entry.judged == entry.run.run : !entry.isKnown) return;
-  const End end = endOf(entry.run, {.hasProcess = entry.view.hasProcess});
-  if (end.cause == EndCause::none || entry.judged == entry.run.run) return;
+  const bool isGuessed = entry.end.cause == EndCause::shimLost;
+  const bool isJudged = entry.judged == entry.run.run && !(isGuessed && entry.run.hasEnded());
+  if (isJudged || (!entry.run.hasEnded() && !entry.isKnown)) return;
+  const bool mayGoOn = entry.view.hasProcess || entry.view.mayGoOn;
+  const End end = endOf(entry.run, {.hasProcess = mayGoOn});
+  if (end.cause == EndCause::none) return;
   entry.judged = entry.run.run;
   entry.end = end;
   if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
@@ -88,7 +92,6 @@ void VmStates::judgeEnd(Entry& entry) const {
 
 void VmStates::countAttempts(Entry& entry) const {
   const KeeperView& view = entry.view;
-  if (view.hasProcess || view.wanted != Wanted::running) entry.attempt = 0;
   const bool isTriedAnew = view.tryAt != rt::Seconds::infinity() && view.tryAt != entry.lastTry;
   if (isTriedAnew && !view.hasProcess) ++entry.attempt;
   entry.lastTry = view.tryAt;
@@ -115,7 +118,8 @@ Situation VmStates::situationOf(const Entry& entry) const {
           .agentState = view.agentState,
           .nextUp = upAt(view.tryAt),
           .stopUp = upAt(view.stopAt),
-          .run = entry.run,
+          // One that has ended says nothing of a process that is there now.
+          .run = entry.judged == entry.run.run ? GuestRun{} : entry.run,
           .end = entry.end,
           .problem = entry.problem,
           .problemSource = entry.problemSource,
@@ -126,6 +130,7 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
   if (!entry.isKnown) return;
   const Situation now = situationOf(entry);
   const auto record = status_->vmProcessIs(vm);
+  if (actualOf(now) == Actual::running || now.wanted != Wanted::running) entry.attempt = 0;
   writeSince(*record, vm, textOf(actualOf(now)));
   write(*record, vm, now);
   record->attemptIs(entry.attempt);

@@ -116,6 +116,42 @@ TEST_F(VmStatesTest, KeepTheLastEndWhileTheNextRunGoes) {
   EXPECT_EQ(shown().endCause(), "guest-shutdown");
 }
 
+TEST_F(VmStatesTest, SayNothingOfTheLastRunWhereAProcessIsThereAgain) {
+  for (const bool isTold : {true, false}) {
+    runs();
+    tell(word::silent);
+    if (isTold) tell(word::end);
+    states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+    states.keeperSays("web1", {.wanted = Wanted::running,
+                               .hasProcess = true,
+                               .isStarted = true,
+                               .agentState = "Starting"});
+    EXPECT_EQ(shown().actual(), "starting") << isTold;
+    EXPECT_EQ(shown().qemuPid(), 0) << isTold;
+    pass(20);
+    EXPECT_EQ(shown().actual(), "starting") << isTold;
+    states.vmDel("web1");
+  }
+}
+
+TEST_F(VmStatesTest, JudgeNoEndOfAGuestThatWaitsForItsRow) {
+  tell(word::started);
+  tell(word::resumed);
+  states.keeperSays("web1", {.wanted = Wanted::unknown, .mayGoOn = true});
+  EXPECT_EQ(shown().endCause(), "");
+  states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+  EXPECT_EQ(shown().actual(), "running");
+}
+
+TEST_F(VmStatesTest, TakeTheShimsWordForMoreThanAGuess) {
+  runs();
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(shown().endCause(), "shim-lost");
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  EXPECT_EQ(shown().endCause(), "guest-shutdown");
+}
+
 TEST_F(VmStatesTest, SayThatQemuHangsWhenItsTimeIsUpThoughNothingHappens) {
   runs();
   tell(word::silent);
@@ -140,6 +176,7 @@ TEST_F(VmStatesTest, SayWhenAStartIsTriedAgainAndHowOftenItWas) {
   EXPECT_EQ(shown().nextAt(), timeOfDay() + 1);
   EXPECT_EQ(shown().attempt(), 1U);
   pass(1);
+  states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
   fails(2);
   EXPECT_EQ(shown().nextAt(), timeOfDay() + 2);
   EXPECT_EQ(shown().attempt(), 2U);

@@ -33,12 +33,27 @@ constexpr std::array translations{
     Translation{"BLOCK_IO_ERROR", word::diskError, "action", "reason"},
 };
 
-// A guest makes these happen as often as it likes.
-bool isRepeated(std::string_view kind) {
-  constexpr std::array kinds{word::paused,  word::resumed,  word::reset,    word::suspended,
-                             word::wokenUp, word::panicked, word::watchdog, word::diskError,
-                             word::silent,  word::answers};
-  return std::find(kinds.begin(), kinds.end(), kind) != kinds.end();
+// A guest makes these happen as often as it likes. An event that ends such a state has none of its
+// own: it is told where what began the state was.
+struct Begin {
+  std::string_view kind;
+  std::string_view end;  // empty: it is over at once
+};
+constexpr std::array begins{
+    Begin{word::paused, word::resumed},    Begin{word::reset, ""},
+    Begin{word::suspended, word::wokenUp}, Begin{word::panicked, word::resumed},
+    Begin{word::watchdog, word::resumed},  Begin{word::diskError, word::resumed},
+    Begin{word::silent, word::answers}};
+
+const Begin* beginOf(std::string_view kind) {
+  const auto* const found = std::find_if(begins.begin(), begins.end(),
+                                         [&](const Begin& each) { return each.kind == kind; });
+  return found == begins.end() ? nullptr : found;
+}
+
+bool isEnd(std::string_view kind) {
+  return std::any_of(begins.begin(), begins.end(),
+                     [&](const Begin& each) { return each.end == kind; });
 }
 
 std::string member(std::string_view name, const std::string& value) {
@@ -64,18 +79,23 @@ std::optional<GuestEvent> eventFrom(const qmp::Saying& saying) {
   return GuestEvent{found->kind, text(found->reason), text(found->text), saying.byGuest, {}};
 }
 
+EventLines::EventLines(int64_t run) : run_(run), owed_{word::resumed} {}
+
 bool EventLines::mayBeTold(const GuestEvent& event, Moment now) {
   if (event.kind == word::reset) {
     const bool isSame = lastReset_ && now.up - *lastReset_ < oneReset;
     if (isSame) return false;
     lastReset_ = now.up;
   }
-  if (!isRepeated(event.kind)) return true;
+  if (isEnd(event.kind)) return owed_.erase(event.kind) > 0;
+  const Begin* const begin = beginOf(event.kind);
+  if (!begin) return true;
   Kind& kind = kinds_[event.kind];
   kind.full = std::max(kind.full, now.up);
   const bool may = kind.full - now.up <= (atOnce - 1) * refill;
   if (may) kind.full += refill;
   if (!may) ++kind.skipped;
+  if (may && !begin->end.empty()) owed_.insert(begin->end);
   return may;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -30,7 +31,8 @@ struct Moment {
 
 // Makes lines of events, and bounds what a guest can make its shim write: of a kind that a guest
 // can repeat as it likes, twenty at once are told, and two a second; how many were not is told with
-// the next. QEMU tells of each reset twice: those that come within a second are one.
+// the next. The end of a state is told where its begin was, so that none is believed to last. QEMU
+// tells of each reset twice: those that come within a second are one.
 class EventLines {
  public:
   static constexpr int64_t atOnce = 20;
@@ -39,7 +41,7 @@ class EventLines {
   static constexpr size_t longestText = 160;
 
   // `run`: when it began, in ms since the machine was booted.
-  explicit EventLines(int64_t run) : run_(run) {}
+  explicit EventLines(int64_t run);
 
   // Returns the event's line, which ends in LF; empty when it is not told.
   std::string line(const GuestEvent& event, Moment now);
@@ -55,6 +57,7 @@ class EventLines {
   const int64_t run_;
   int64_t number_ = 0;
   std::map<std::string_view, Kind> kinds_;
+  std::set<std::string_view> owed_;  // ends of what was told; at first, that the guest is let run
   std::optional<int64_t> lastReset_;
 };
 

@@ -115,7 +115,30 @@ TEST(EventLines, TellSoMuchOfWhatAGuestRepeatsAndHowMuchMoreThereWas) {
 TEST(EventLines, OfOneKindTakeNoRoomFromAnother) {
   EventLines lines(1);
   for (int i = 0; i < 1000; ++i) (void)lines.line({word::paused, {}, {}, {}, {}}, {0, 0});
+  EXPECT_THAT(lines.line({word::silent, {}, {}, {}, {}}, {0, 0}), Not(IsEmpty()));
+}
+
+TEST(EventLines, TellTheEndOfAStateWhoseBeginWasTold) {
+  for (const auto& [begin, end] : {std::pair{word::silent, word::answers},
+                                   {word::paused, word::resumed},
+                                   {word::suspended, word::wokenUp},
+                                   {word::diskError, word::resumed}}) {
+    EventLines lines(1);
+    (void)lines.line({word::resumed, {}, {}, {}, {}}, {0, 0});
+    std::string last;
+    for (int i = 0; i < 1000; ++i)
+      for (const auto kind : {begin, end})
+        if (const std::string line = lines.line({kind, {}, {}, {}, {}}, {0, 0}); !line.empty())
+          last = line;
+    EXPECT_THAT(last, HasSubstr("\"" + std::string(end) + "\""));
+  }
+}
+
+TEST(EventLines, TellThatTheGuestIsLetRunAndNoOtherEndOfNothing) {
+  EventLines lines(1);
   EXPECT_THAT(lines.line({word::resumed, {}, {}, {}, {}}, {0, 0}), Not(IsEmpty()));
+  EXPECT_THAT(lines.line({word::resumed, {}, {}, {}, {}}, {0, 0}), IsEmpty());
+  EXPECT_THAT(lines.line({word::answers, {}, {}, {}, {}}, {0, 0}), IsEmpty());
 }
 
 TEST(EventLines, AlwaysTellAnEnd) {

@@ -182,6 +182,7 @@ TEST_F(GuestState, IsTheSameToTheNextDaemonSinceTheSameTime) {
   ASSERT_TRUE(says("web2", "is running")) << told("web2");
   EXPECT_TRUE(waitUntil([&] { return sinceOf("web2") == since; })) << told("web2");
   EXPECT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web2", R"("endCause":"")"); }));
+  EXPECT_TRUE(world.hasRow("vmProcess", "web1", R"("endCause":"guest-shutdown")")) << ended;
 }
 
 }  // namespace
