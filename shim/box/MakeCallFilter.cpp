@@ -35,6 +35,9 @@ constexpr const char* forbidden[] = {
     // The machine.
     "settimeofday", "clock_settime", "clock_adjtime", "adjtimex", "sethostname", "setdomainname",
     "iopl", "ioperm", "modify_ldt", "vhangup",
+    // A viewer's connection is of the machine's network: undone and made anew, it would lead
+    // anywhere there, or listen.
+    "connect", "bind", "listen", "accept", "accept4",
     // Another program; by its path QEMU's own filter forbids it, for it must be run once.
     "execveat"};
 
@@ -76,8 +79,11 @@ void addRules(scmp_filter_ctx filter) {
   forbidWith(filter, "prctl", {0, SCMP_CMP_MASKED_EQ, anInt, PR_SET_PDEATHSIG}, EPERM);
   // Its network is what it is given; of some families there is one for all.
   forbidWith(filter, "socket", {0, SCMP_CMP_NE, AF_UNIX, 0}, EAFNOSUPPORT);
-  // Its card's address is the host's to choose, though it has the card's device.
-  forbidWith(filter, "ioctl", {1, SCMP_CMP_MASKED_EQ, anInt, SIOCSIFHWADDR}, EPERM);
+  // What a socket can tell and change of its network, for those that it is handed are of the
+  // machine's. Its card's address is the host's to choose, too, though it has the card's device.
+  constexpr unsigned ofSockets = 0xffffff00U;
+  static_assert((SIOCSIFHWADDR & ofSockets) == 0x8900 && (SIOCGIFNAME & ofSockets) == 0x8900);
+  forbidWith(filter, "ioctl", {1, SCMP_CMP_MASKED_EQ, ofSockets, 0x8900}, EPERM);
   forbidWith(filter, "ioctl", {1, SCMP_CMP_MASKED_EQ, anInt, TIOCSTI}, EPERM);
 }
 

@@ -43,7 +43,7 @@ constexpr std::array begins{
     Begin{word::paused, word::resumed},    Begin{word::reset, ""},
     Begin{word::suspended, word::wokenUp}, Begin{word::panicked, word::resumed},
     Begin{word::watchdog, word::resumed},  Begin{word::diskError, word::resumed},
-    Begin{word::silent, word::answers}};
+    Begin{word::silent, word::answers},    Begin{word::shutDown, ""}};
 
 const Begin* beginOf(std::string_view kind) {
   const auto* const found = std::find_if(begins.begin(), begins.end(),

@@ -1,6 +1,6 @@
 #include "shim/decide/QmpStream.h"
 
-#include <iterator>
+#include <utility>
 
 namespace shim {
 
@@ -10,9 +10,7 @@ std::vector<Message> QmpStream::take(std::string_view bytes, rt::Descriptors des
     const size_t end = bytes.find('\n');
     const bool last = end == std::string_view::npos || end + 1 == bytes.size();
     append(bytes.substr(0, end));
-    if (last)
-      std::move(descriptors.begin(), descriptors.end(),
-                std::back_inserter(unfinished_.descriptors));
+    if (last && unfinished_.descriptors.empty()) unfinished_.descriptors = std::move(descriptors);
     if (end == std::string_view::npos) break;
     endLine(messages);
     bytes.remove_prefix(end + 1);

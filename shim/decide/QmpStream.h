@@ -23,6 +23,8 @@ class QmpStream {
 
   // The messages that these bytes end. The descriptors of one read belong to the last message that
   // it brought bytes of: the kernel ends a read behind the bytes that descriptors were sent with.
+  // Of those that come in several reads of a line only the first are kept: else a line that is
+  // never ended could use up all there are.
   std::vector<Message> take(std::string_view bytes, rt::Descriptors descriptors);
 
   // Lines that were too long, since the start.

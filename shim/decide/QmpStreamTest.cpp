@@ -52,6 +52,12 @@ TEST(QmpStream, DropsALongLineThatComesInPieces) {
   EXPECT_EQ(stream.dropped(), 1U);
 }
 
+TEST(QmpStream, KeepsNoMoreDescriptorsOfALineThanCameAtFirst) {
+  QmpStream stream(1000);
+  for (int i = 0; i < 100; ++i) (void)stream.take("x", some(2));
+  EXPECT_THAT(shown(stream.take("\n", {})), ElementsAre(std::string(100, 'x') + "/2"));
+}
+
 TEST(QmpStream, ClosesTheDescriptorsOfALineThatIsTooLong) {
   QmpStream stream(4);
   fakes::Probe probe;

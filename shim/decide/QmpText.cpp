@@ -177,13 +177,18 @@ size_t screenViewers(const std::string& servers) {
 std::string withFileNames(const std::string& chardevs,
                           const std::map<std::string, std::string>& namesByLabel) {
   const JsonPtr root(json_loadb(chardevs.data(), chardevs.size(), 0, nullptr));
-  if (!json_is_array(root.get())) return chardevs;
-  for (size_t i = 0; i < json_array_size(root.get()); ++i) {
+  if (!json_is_array(root.get())) return "[]";
+  // From the end on, for what is taken out.
+  for (size_t i = json_array_size(root.get()); i-- > 0;) {
     json_t* const device = json_array_get(root.get(), i);
-    const auto found = namesByLabel.find(stringOf(json_object_get(device, "label")));
+    const std::string label = stringOf(json_object_get(device, "label"));
+    const auto isOurs = [&](const auto& each) { return label.starts_with(each.first); };
+    const auto found = namesByLabel.find(label);
     if (found != namesByLabel.end())
       json_object_set_new(device, "filename",
                           json_stringn(found->second.data(), found->second.size()));
+    else if (std::any_of(namesByLabel.begin(), namesByLabel.end(), isOurs))
+      json_array_remove(root.get(), i);
   }
   return asQemuWrites(root.get());
 }

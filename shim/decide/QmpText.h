@@ -58,6 +58,8 @@ size_t screenViewers(const std::string& servers);
 std::string quoted(std::string_view text);
 
 // The value of an answer to query-chardev with other file names for the devices of these labels.
+// Others whose labels begin so are left out, for an agent goes by the begin, and people open what
+// stands there: that is not QEMU's to choose. What is no array becomes an empty one.
 std::string withFileNames(const std::string& chardevs,
                           const std::map<std::string, std::string>& namesByLabel);
 

@@ -100,7 +100,12 @@ TEST(FileNames, ReplaceThoseOfTheirLabels) {
   EXPECT_EQ(withFileNames(R"([{"filename": "unix:", "label": "a"}, {"label": "b"}, 7])",
                           {{"a", "x"}, {"b", "y"}, {"c", "z"}}),
             R"([{"filename": "x", "label": "a"}, {"label": "b", "filename": "y"}, 7])");
-  EXPECT_EQ(withFileNames("{}", {{"a", "x"}}), "{}");
+}
+
+TEST(FileNames, AreNeverQemusToChoose) {
+  EXPECT_EQ(withFileNames(R"([{"filename": "pty:/dev/pts/0", "label": "ax"}])", {{"a", "x"}}),
+            "[]");
+  EXPECT_EQ(withFileNames("{}", {{"a", "x"}}), "[]");
 }
 
 TEST(ScreenViewers, AreCountedOfAllServers) {
