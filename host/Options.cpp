@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "guest/GuestUsers.h"
+#include "host/guests/Shims.h"
 #include "model/VmConfigCheck.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
@@ -196,9 +197,8 @@ class Reader {
 }  // namespace
 
 rt::Seconds stopPatience(const Options& options) {
-  constexpr double shimsOwn = 8;
   if (options.shim == "off") return rt::Seconds(0);
-  return rt::Seconds(rt::fromText<uint32_t>(options.stopTimeout.str()).value_or(0) + shimsOwn);
+  return rt::Seconds(rt::fromText<uint32_t>(options.stopTimeout.str()).value_or(0)) + shimsOwn;
 }
 
 CommandLine readCommandLine(std::span<const char* const> words, const Environment& environment) {

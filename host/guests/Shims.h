@@ -5,10 +5,14 @@
 #include <set>
 
 #include "host/state/GuestEvent.h"
+#include "runtime/base/Seconds.h"
 #include "runtime/entity/Entity.h"
 #include "statedb/Record.h"
 
 namespace host {
+
+// How long a shim takes at most to end a guest whose time to shut itself down is over.
+constexpr rt::Seconds shimsOwn{8};
 
 // All that the daemon sees of shims, and says to them. Waits for none of them. Owned by the daemon,
 // for the length of its run.

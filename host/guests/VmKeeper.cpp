@@ -379,7 +379,7 @@ void VmKeeper::showState() {
                   (hasRow_ && !wanted_) || (isWanted && image_.kind == ImageVerdict::Kind::refused),
               .agentState = status_ ? status_->state() : rt::String(),
               .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
-              .stopAt = pacing_.stopAt()});
+              .stopAt = pacing_.stopAt() - shimsOwn});
 }
 
 void VmKeeper::showRowProblem() {

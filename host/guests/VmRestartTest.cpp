@@ -57,7 +57,7 @@ TEST(VmShown, IsRetryingWhereTheAgentCannotStartIt) {
 }
 
 TEST(VmShown, IsStoppingUntilItsGuestHasEnded) {
-  SupervisorWorld world({}, rt::Seconds(15));
+  SupervisorWorld world({}, rt::Seconds(15) + shimsOwn);
   world.rowIs("web1", on);
   world.rowIs("web1", off);
   const auto record = world.hostStatus->vmProcess("web1");

@@ -50,11 +50,13 @@ bool wasSwitchedOff(const GuestRun& run) {
 
 EndCause causeOfSignal(const GuestRun& run, const EndKnowledge& known) {
   if (isCrash(run.signal)) return EndCause::qemuCrashed;
-  if (run.signal != SIGKILL) return EndCause::signal;
-  if (!run.killedFor.empty()) return EndCause::qemuFailed;
-  if (!run.wasKilled) return known.memoryKills > 0 ? EndCause::memoryLimit : EndCause::killed;
-  if (!run.toldBy.empty()) return EndCause::signal;
-  return run.askedUp != 0 ? EndCause::askedForced : EndCause::poweredOff;
+  if (!run.killedFor.empty() && run.signal == SIGKILL) return EndCause::qemuFailed;
+  const bool isOurs =
+      run.signal == SIGKILL ? run.wasKilled : run.signal == SIGTERM && run.wasTerminated;
+  if (isOurs && run.toldBy.empty())
+    return run.askedUp != 0 ? EndCause::askedForced : EndCause::poweredOff;
+  if (isOurs || run.signal != SIGKILL) return EndCause::signal;
+  return known.memoryKills > 0 ? EndCause::memoryLimit : EndCause::killed;
 }
 
 // Of a QEMU that ended with status 0 and whose guest did not break down.

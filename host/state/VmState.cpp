@@ -25,7 +25,8 @@ bool isHeld(RunState state) {
 // A shim of an earlier version tells nothing, and without shims nobody does: then the agent's word
 // is all there is.
 bool hasRun(const Situation& now) {
-  return now.run.run == 0 ? now.agentState == "Running" : now.run.hasRun();
+  const bool isBeginKnown = now.run.startedUp != 0;  // of a long run it is in no file any more
+  return now.run.hasRun() || (!isBeginKnown && now.agentState == "Running");
 }
 
 Actual ofProcess(const Situation& now) {

@@ -86,8 +86,16 @@ TEST(Actual, IsCrashedWhereTheGuestHasPanickedAndQemuGoesOn) {
 }
 
 TEST(Actual, IsStartingUntilTheGuestWasLetRun) {
-  const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::booting; });
+  const auto vm = with(running(), [](Situation& v) {
+    v.run.state = RunState::booting;
+    v.run.startedUp = 1;
+  });
   EXPECT_EQ(actualOf(vm), Actual::starting);
+}
+
+TEST(Actual, IsAsTheAgentSaysWhereTheBeginOfALongRunIsInNoFileAnyMore) {
+  const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::booting; });
+  EXPECT_EQ(actualOf(vm), Actual::running);
 }
 
 TEST(Actual, IsAsTheAgentSaysWhereNoShimTells) {

@@ -186,7 +186,8 @@ TEST_F(Guest, ThatIsRemovedIsShownUntilItHasEnded) {
   EXPECT_EQ(world.vmctl({"remove", "web1", "--force"}).err,
             "web1: removed; its guest is being ended\n");
   ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmProcess", "web1", "ending"); }));
-  EXPECT_THAT(world.ctl({"list"}), HasSubstr("web1  removed  Running  ending   -\n"));
+  EXPECT_THAT(world.ctl({"list"}),
+              HasSubstr("web1  gone    stopping  0s     it was removed  is switched off in "));
   EXPECT_THAT(world.ctl({"show", "web1"}), HasSubstr("Process:  ending, pid "));
   EXPECT_THAT(qemus(), SizeIs(1));
   world.type("web1", powerOff);
