@@ -116,8 +116,8 @@ TEST_F(ListVerb, GivesJson) {
       "since": 1700000940,
       "why": {
         "reason": null,
-        "text": "restart needed",
-        "short": "restart needed"
+        "text": null,
+        "short": null
       },
       "next": {
         "kind": null,
@@ -371,7 +371,7 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
                     "Wanted:   running\n"
                     "Actual:   running\n"
                     "Since:    1m00s\n"
-                    "Why:      memory changed\n"
+                    "Why:      -\n"
                     "Next:     -\n"
                     "State:    Running\n"
                     "Process:  running, pid 4711\n"

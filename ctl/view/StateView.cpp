@@ -98,7 +98,8 @@ rt::String sinceOf(const VmRow& row, uint64_t now) {
 rt::String whyOf(const VmRow& row, bool isShort) {
   const model::VmProcess& vm = *row.process;
   if (!vm.why().empty()) return isShort ? vm.whyShort() : vm.why();
-  if (row.problem) return row.problem->problem();
+  // Without the daemon's word on the state, its word on what is wrong.
+  if (row.problem && vm.actual().empty()) return row.problem->problem();
   return row.unreadable.empty() ? rt::String() : row.unreadable.front().text();
 }
 

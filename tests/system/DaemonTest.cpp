@@ -36,7 +36,7 @@ TEST_F(Daemon, RunsAVmThatIsEnabledAndEndsItWhenItIsDisabled) {
   world.addVm("web1");
   world.ctl({"enable", "web1", "--wait"});
   EXPECT_THAT(world.guests("web1"), SizeIs(1));
-  EXPECT_THAT(world.ctl({"list"}), HasSubstr("Running"));
+  EXPECT_THAT(world.ctl({"list"}), HasSubstr("running  running"));
   world.ctl({"disable", "web1", "--wait"});
   EXPECT_THAT(world.guests(), IsEmpty());
   EXPECT_THAT(world.row("vmStatus", "web1"), HasSubstr(R"("enabled":false)"));
