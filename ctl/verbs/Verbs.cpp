@@ -247,6 +247,7 @@ rt::String generalHelp() {
       "\n'vmctl VERB --help' tells more. To begin, and when something does not work:\n\n"
       "  vmctl add web1 --disk /images/web.iso    then 'vmctl enable web1 --wait'\n"
       "  vmctl list                               what is wanted, what is so, why, what next\n"
+      "  vmctl why web1                           the same of one VM, in sentences\n"
       "  vmctl show web1                          then 'vmctl logs web1', and with --shim\n"
       "  vmctl doctor                             whether the machine is fit\n"
       "\nOptions for all:\n\n";

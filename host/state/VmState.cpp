@@ -158,6 +158,7 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
     case Actual::hung:
       return {"command", {}, "vmctl restart " + vm, {}};
     case Actual::refused:
+      if (now.problemSource == "config") return {"command", {}, "vmctl edit " + vm, {}};
       if (now.nextUp) return {"auto", "is tried again", {}, now.nextUp};
       return {"wait", "is started once that is mended", {}, {}};
     case Actual::crashed:

@@ -126,6 +126,8 @@ TEST(Actual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
     v.isRefused = true;
   });
   EXPECT_EQ(actualOf(vm), Actual::refused);
+  const auto row = with(vm, [](Situation& v) { v.problemSource = "config"; });
+  EXPECT_EQ(nextOf(row, "web1").command, "vmctl edit web1");
 }
 
 TEST(Actual, IsRetryingAndSaysWhen) {
