@@ -105,7 +105,7 @@ void print(int file) {
 }  // namespace
 
 int main() {
-  const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
+  void* const filter = seccomp_init(SCMP_ACT_ALLOW);
   require(filter != nullptr, "no memory");
   // As a program of another architecture it would go by other numbers.
   require(seccomp_attr_set(filter, SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS) == 0, "arch");

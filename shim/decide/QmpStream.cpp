@@ -10,7 +10,8 @@ std::vector<Message> QmpStream::take(std::string_view bytes, rt::Descriptors des
     const size_t end = bytes.find('\n');
     const bool last = end == std::string_view::npos || end + 1 == bytes.size();
     append(bytes.substr(0, end));
-    if (last && unfinished_.descriptors.empty()) unfinished_.descriptors = std::move(descriptors);
+    if (last && unfinished_.descriptors.empty())
+      unfinished_.descriptors = std::exchange(descriptors, {});
     if (end == std::string_view::npos) break;
     endLine(messages);
     bytes.remove_prefix(end + 1);

@@ -22,7 +22,7 @@ Failure refused(const Drive& drive, const std::string& right) {
 
 Failure cannotBeOpened(const Drive& drive, const char* how) {
   const bool isDenied = errno == EACCES;
-  const Failure why = failureOf("the disk image '" + drive.path + "' cannot be opened" + how);
+  Failure why = failureOf("the disk image '" + drive.path + "' cannot be opened" + how);
   if (!isDenied) return why;
   return Failure(std::string(why.what()) +
                  " (to root: if it is another machine's file, that must let root have it, by the "
