@@ -52,6 +52,7 @@ struct KernelLinkSource::State {
   Manager manager;
   nl_cache* cache = nullptr;               // the manager's
   std::map<uint32_t, uint32_t> deletions;  // by index, since a table was without it
+  bool hasOlderNews = false;               // than the table: more was lost than was read at once
 };
 
 namespace {
@@ -89,9 +90,10 @@ int KernelLinkSource::descriptor() const {
 KernelLinkTable KernelLinkSource::read() {
   // What the kernel told before it lost some is older than a list, and would undo it: of a number
   // that another device has by now it may say that it is gone. So it is read first.
-  bool isWhole = true;
-  for (int i = 0; i < mostLosses && nl_cache_mngr_data_ready(state_->manager.get()) < 0; ++i)
-    isWhole = false;
+  int losses = 0;
+  while (losses < mostLosses && nl_cache_mngr_data_ready(state_->manager.get()) < 0) ++losses;
+  const bool isWhole = losses == 0 && !state_->hasOlderNews;
+  state_->hasOlderNews = losses == mostLosses;
   if (!isWhole) require(nl_cache_refill(state_->requests.get(), state_->cache), "list again");
   KernelLinkTable links;
   for (nl_object* at = nl_cache_get_first(state_->cache); at; at = nl_cache_get_next(at)) {
