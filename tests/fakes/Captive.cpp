@@ -45,6 +45,7 @@ namespace {
 
 // An address that is none of ours.
 void* const nowhere = reinterpret_cast<void*>(8);
+constexpr int monitorDescriptor = 3;
 constexpr int lockDescriptor = 5;
 constexpr int imageDescriptor = 6;
 constexpr long badNumber = 0x7fffff;
@@ -111,6 +112,14 @@ void tryNetwork(const std::string& listener) {
   say("change-a-cards-address", ioctl(client, SIOCSIFHWADDR, request.data()));
   say("type-at-a-terminal", ioctl(client, TIOCSTI, request.data()));
   close(client);
+  // What it is handed was made where the machine's network is.
+  sockaddr nobody{};
+  nobody.sa_family = AF_UNSPEC;
+  say("undo-a-connection", connect(monitorDescriptor, &nobody, sizeof nobody));
+  say("name-a-connection", bind(monitorDescriptor, reinterpret_cast<sockaddr*>(&address), size));
+  say("listen-at-a-connection", listen(monitorDescriptor, 1));
+  say("accept-at-a-connection", accept(monitorDescriptor, nullptr, nullptr));
+  say("ask-for-an-interface", ioctl(monitorDescriptor, SIOCGIFNAME, request.data()));
 }
 
 // Of one that has our user, too, if there were any.
