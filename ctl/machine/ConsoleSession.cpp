@@ -5,6 +5,8 @@
 #include <sys/file.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
@@ -170,6 +172,20 @@ rt::Descriptor connectTo(const rt::String& path) {
   return connection;
 }
 
+// The path is what a guest's QEMU was asked for, who may have been taken over; to open a device can
+// do something.
+void requirePty(const rt::String& path) {
+  constexpr unsigned firstMajor = 136;  // of Unix98 terminals' slaves
+  constexpr unsigned lastMajor = 143;
+  const rt::Descriptor place(open(path.charPtr(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  struct stat facts {};
+  if (!place || fstat(place.number(), &facts) != 0)
+    throw rt::ErrnoException(errno, path + " cannot be opened");
+  const unsigned kind = major(facts.st_rdev);
+  if (!S_ISCHR(facts.st_mode) || kind < firstMajor || kind > lastMajor)
+    throw rt::Exception(path + " is no pseudo-terminal: it is not opened");
+}
+
 }  // namespace
 
 ConsoleEnd viewConsole(int input, int output, const rt::String& socket) {
@@ -188,6 +204,7 @@ ConsoleEnd joinConsole(int input, int output, const rt::String& socket) {
 }
 
 ConsoleEnd holdConsole(int input, int output, const rt::String& pty) {
+  requirePty(pty);
   const rt::Descriptor guest(open(pty.charPtr(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (guest.number() < 0) throw rt::ErrnoException(errno, pty + " cannot be opened");
   // Of two readers each would get a part.

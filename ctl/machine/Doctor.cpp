@@ -232,7 +232,7 @@ Finding examineBox(const Machine& machine) {
                               "passed over",
                               *taken.begin(), guest::textOf(users).c_str()),
                    "name others, of nobody's, with vmagentd's option --guest-users");
-  return ok(what, rt::format("QEMU can be shut in, as one of the users %s",
+  return ok(what, rt::format("QEMU can be shut in, as one of the users %s, or of --guest-users",
                              guest::textOf(users).c_str()));
 }
 

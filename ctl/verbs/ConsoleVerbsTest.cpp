@@ -341,6 +341,18 @@ TEST_F(ConsoleView, NamesTheSocketThatNobodyListensAt) {
   }
 }
 
+TEST_F(ConsoleSession, OpensNoFileAndNoOtherDevice) {
+  for (const char* const path : {"/dev/null", "/etc/passwd", "/", "/dev/stdin"}) {
+    try {
+      holdConsole(person_.terminal, person_.terminal, path);
+      FAIL() << path;
+    } catch (const rt::Exception& exception) {
+      EXPECT_EQ(std::string(exception.what()),
+                std::string(path) + " is no pseudo-terminal: it is not opened");
+    }
+  }
+}
+
 TEST_F(ConsoleSession, NamesThePtyThatIsNotThere) {
   try {
     holdConsole(person_.terminal, person_.terminal, "/dev/pts/none");

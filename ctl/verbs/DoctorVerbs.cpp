@@ -69,6 +69,10 @@ Finding examineDaemon(Context& context) {
             "it goes by another config.db than is in " + context.directories().state + " now",
             "restart it: 'systemctl restart vmagentd'; guests go on meanwhile"};
   if (context.daemonRuns()) return {Health::ok, "vmagentd", "it runs", {}};
+  if (context.world().machine.accessError(context.directories().run, Machine::Access::execute) ==
+      EACCES)
+    return {Health::warning, "vmagentd", "whether it runs cannot be seen by you",
+            "ask as root or as a member of the group vmagent"};
   return {Health::failed, "vmagentd", "it is not running",
           "start it: 'systemctl start vmagentd'; 'journalctl -u vmagentd' tells why it ended"};
 }

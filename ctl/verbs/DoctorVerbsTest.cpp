@@ -31,7 +31,8 @@ TEST_F(DoctorVerb, OfAMachineThatIsWellIsDone) {
                     "ok       kernel: Linux 6.1.0-44-amd64\n"
                     "ok       macvtap: the kernel has it\n"
                     "ok       tap nodes: the kernel makes them in /dev\n"
-                    "ok       box: QEMU can be shut in, as one of the users 60578-61183\n"
+                    "ok       box: QEMU can be shut in, as one of the users 60578-61183, or of "
+                    "--guest-users\n"
                     "ok       vmagent-shim: it is installed\n"
                     "ok       agent: vmagentd can load it\n"
                     "ok       state directory: /var/lib/vmagent, 12.0 GiB free\n"
@@ -242,6 +243,13 @@ TEST_F(DoctorVerb, FindsDirectoriesThatAreMissing) {
             "FAILED   run directory: /run/vmagent: No such file or directory\n"
             "         start vmagentd, which makes it, or name the one it uses with --run-dir\n");
   EXPECT_EQ(of("permissions"), "ok       permissions: nothing that is there yet refuses you\n");
+}
+
+TEST_F(DoctorVerb, SaysThatOneWhoMayNotLookCannotSeeWhetherTheDaemonRuns) {
+  daemonRuns_ = false;
+  machine_.accessErrors["/run/vmagent"] = EACCES;
+  EXPECT_THAT(vmctl("doctor").out,
+              testing::HasSubstr("warning  vmagentd: whether it runs cannot be seen by you\n"));
 }
 
 TEST_F(DoctorVerb, FindsFilesThatRefuse) {
