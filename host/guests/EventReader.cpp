@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -54,7 +53,6 @@ bool isNew(const GuestEvent& event, const std::vector<GuestEvent::Ptr>& before) 
   return before.empty() || before.back()->run() != event.run() || before.back()->n() < event.n();
 }
 
-// Whole lines only: the rest is being written.
 std::vector<GuestEvent::Ptr> eventsIn(std::string_view text, const rt::String& vm) {
   std::vector<GuestEvent::Ptr> events;
   for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
@@ -68,18 +66,26 @@ std::vector<GuestEvent::Ptr> eventsIn(std::string_view text, const rt::String& v
   return events;
 }
 
+// With its end, which all of the lines have.
+std::string lastLineOf(std::string_view lines) {
+  const size_t before = lines.substr(0, lines.size() - 1).rfind('\n');
+  return std::string(lines.substr(before == std::string_view::npos ? 0 : before + 1));
+}
+
 }  // namespace
 
+// Only what stands behind the line that was read last is taken apart: a guest can have much
+// written.
 std::vector<GuestEvent::Ptr> EventReader::read(const rt::String& vm) {
-  std::vector<GuestEvent::Ptr> events = eventsIn(bothOf(directory_ + "/" + vm), vm);
-  Place& last = last_[vm];
-  const auto isLast = [&](const GuestEvent::Ptr& event) {
-    return event->run() == last.run && event->n() == last.n;
-  };
-  const auto known = std::find_if(events.rbegin(), events.rend(), isLast);
-  events.erase(events.begin(), known.base() == events.begin() ? events.begin() : known.base());
-  if (!events.empty()) last = {events.back()->run(), events.back()->n()};
-  return events;
+  const std::string all = bothOf(directory_ + "/" + vm);
+  std::string_view text = all;
+  std::string& last = last_[vm];
+  if (const size_t at = last.empty() ? std::string::npos : text.rfind(last);
+      at != std::string_view::npos)
+    text.remove_prefix(at + last.size());
+  text = text.substr(0, text.rfind('\n') + 1);  // whole lines: the rest is being written
+  if (!text.empty()) last = lastLineOf(text);
+  return eventsIn(text, vm);
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <string>
 #include <vector>
 
 #include "host/state/GuestEvent.h"
@@ -19,13 +20,8 @@ class EventReader {
   std::vector<GuestEvent::Ptr> read(const rt::String& vm);
 
  private:
-  struct Place {
-    uint64_t run = 0;
-    uint64_t n = 0;
-  };
-
   const rt::String directory_;
-  std::map<rt::String, Place> last_;  // by VM: the event that was read last
+  std::map<rt::String, std::string> last_;  // by VM: the line that was read last, with its end
 };
 
 }  // namespace host
