@@ -48,7 +48,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
                       .waiting = ground.waiting,
                       .fates = leftGuests_}) {
   ground.problems.listenerIs(
-      [this](const rt::String& vm, const rt::String& text, const rt::String& source) {
+      [this](const rt::String& vm, const rt::String& text, ProblemSource source) {
         states_->problemIs(vm, text, source);
       });
 }

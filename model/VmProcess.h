@@ -59,17 +59,24 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   void whyShortIs(const rt::String& value) { assign<&VmProcess::whyShort>(whyShort_, value); }
 
   // What comes next: "auto": by itself; "wait": when something else has happened; "command": when
-  // somebody types nextCommand; empty: nothing. At nextAt, in seconds since 1970; 0: nobody knows.
+  // somebody types nextCommand; "none". A clause, and it in a word; at nextAt, in seconds since
+  // 1970; 0: nobody knows.
   const rt::String& nextKind() const { return nextKind_; }
   void nextKindIs(const rt::String& value) { assign<&VmProcess::nextKind>(nextKind_, value); }
   const rt::String& next() const { return next_; }
   void nextIs(const rt::String& value) { assign<&VmProcess::next>(next_, value); }
+  const rt::String& nextShort() const { return nextShort_; }
+  void nextShortIs(const rt::String& value) { assign<&VmProcess::nextShort>(nextShort_, value); }
   const rt::String& nextCommand() const { return nextCommand_; }
   void nextCommandIs(const rt::String& value) {
     assign<&VmProcess::nextCommand>(nextCommand_, value);
   }
   uint64_t nextAt() const { return nextAt_; }
   void nextAtIs(uint64_t value) { assign<&VmProcess::nextAt>(nextAt_, value); }
+
+  // When a guest is switched off that was asked to end, in seconds since 1970; 0: none was.
+  uint64_t stopDeadline() const { return stopDeadline_; }
+  void stopDeadlineIs(uint64_t value) { assign<&VmProcess::stopDeadline>(stopDeadline_, value); }
 
   // How often its start was tried again since it ran last.
   uint64_t attempt() const { return attempt_; }
@@ -121,8 +128,10 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
       rt::Attribute<"whyShort", &VmProcess::whyShort, &VmProcess::whyShortIs>,
       rt::Attribute<"nextKind", &VmProcess::nextKind, &VmProcess::nextKindIs>,
       rt::Attribute<"next", &VmProcess::next, &VmProcess::nextIs>,
+      rt::Attribute<"nextShort", &VmProcess::nextShort, &VmProcess::nextShortIs>,
       rt::Attribute<"nextCommand", &VmProcess::nextCommand, &VmProcess::nextCommandIs>,
       rt::Attribute<"nextAt", &VmProcess::nextAt, &VmProcess::nextAtIs>,
+      rt::Attribute<"stopDeadline", &VmProcess::stopDeadline, &VmProcess::stopDeadlineIs>,
       rt::Attribute<"attempt", &VmProcess::attempt, &VmProcess::attemptIs>,
       rt::Attribute<"qemuPid", &VmProcess::qemuPid, &VmProcess::qemuPidIs>,
       rt::Attribute<"qemuVersion", &VmProcess::qemuVersion, &VmProcess::qemuVersionIs>,
@@ -151,8 +160,10 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   rt::String whyShort_;
   rt::String nextKind_;
   rt::String next_;
+  rt::String nextShort_;
   rt::String nextCommand_;
   uint64_t nextAt_ = 0;
+  uint64_t stopDeadline_ = 0;
   uint64_t attempt_ = 0;
   int32_t qemuPid_ = 0;
   rt::String qemuVersion_;

@@ -12,30 +12,12 @@ namespace statedb {
 
 namespace {
 
-void appendQuoted(rt::String& out, std::string_view text) {
-  out += '"';
-  while (!text.empty()) {
-    const size_t length = rt::characterLength(text);
-    const char c = text[0];
-    if (length == 0)
-      out += "\xef\xbf\xbd";
-    else if (c == '"' || c == '\\')
-      (out += '\\') += c;
-    else if (static_cast<unsigned char>(c) < 0x20)
-      out += rt::format("\\u%04x", c);
-    else
-      out += text.substr(0, length);
-    text.remove_prefix(std::max<size_t>(length, 1));
-  }
-  out += '"';
-}
-
 // Numbers as they are, but for the infinite ones, which JSON does not have.
 void appendScalar(rt::String& out, const rt::Entity& entity, const rt::AttributeInfo& attribute) {
   const rt::String text = attribute.text(entity);
   const bool infinite = attribute.form == rt::ValueForm::number && text[text.size() - 1] > '9';
   if (attribute.form == rt::ValueForm::text || infinite)
-    appendQuoted(out, text);
+    out += quoted(text);
   else
     out += text;
 }
@@ -47,12 +29,12 @@ void appendMembers(rt::String& out, const rt::Entity& entity, const rt::Attribut
   for (const rt::String& key : attribute.keys(entity)) {
     out += separator;
     separator = ',';
-    appendQuoted(out, key);
+    out += quoted(key);
     out += ':';
     if (attribute.kind == rt::AttributeKind::entities)
       appendFields(out, *attribute.member(entity, key));
     else
-      appendQuoted(out, attribute.memberText(entity, key));
+      out += quoted(attribute.memberText(entity, key));
   }
   out += separator == '{' ? "{}" : "}";
 }
@@ -63,7 +45,7 @@ void appendFields(rt::String& out, const rt::Entity& entity) {
     if (!isField(attribute)) continue;
     out += separator;
     separator = ',';
-    appendQuoted(out, attribute.name);
+    out += quoted(attribute.name);
     out += ':';
     if (attribute.kind == rt::AttributeKind::scalar)
       appendScalar(out, entity, attribute);
@@ -131,6 +113,27 @@ void add(std::vector<rt::Problem>& problems, const std::vector<rt::Problem>& mor
 }
 
 }  // namespace
+
+rt::String quoted(std::string_view text) {
+  // Nearly all text needs no escapes, and passes at once.
+  const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
+  if (std::all_of(text.begin(), text.end(), isPlain)) return "\"" + rt::String(text) + "\"";
+  rt::String out = "\"";
+  while (!text.empty()) {
+    const size_t length = rt::characterLength(text);
+    const char c = text[0];
+    if (length == 0)
+      out += "\xef\xbf\xbd";
+    else if (c == '"' || c == '\\')
+      (out += '\\') += c;
+    else if (static_cast<unsigned char>(c) < 0x20)
+      out += rt::format("\\u%04x", c);
+    else
+      out += text.substr(0, length);
+    text.remove_prefix(std::max<size_t>(length, 1));
+  }
+  return out += '"';
+}
 
 rt::String documentOf(const rt::Entity& entity) {
   rt::String document;

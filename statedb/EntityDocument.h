@@ -18,6 +18,9 @@
 
 namespace statedb {
 
+// A text as JSON has it. Bytes that are no UTF-8 become U+FFFD, for JSON cannot hold them.
+rt::String quoted(std::string_view text);
+
 // Compact, on one line, its fields in the order of the type's attributes. Bytes that are no UTF-8
 // become U+FFFD, for JSON cannot hold them.
 rt::String documentOf(const rt::Entity& entity);

@@ -7,6 +7,7 @@
 
 #include "runtime/base/Format.h"
 #include "runtime/base/VisibleText.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -83,26 +84,7 @@ bool isUtf8(std::string_view text) {
   return text.empty() || owned(json_stringn(text.data(), text.size())) != nullptr;
 }
 
-rt::String quoted(std::string_view text) {
-  // Nearly all text needs no escapes, and passes at once.
-  const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; };
-  if (std::all_of(text.begin(), text.end(), isPlain)) return "\"" + rt::String(text) + "\"";
-  rt::String out = "\"";
-  while (!text.empty()) {
-    const size_t length = rt::characterLength(text);
-    const char c = text[0];
-    if (length == 0)
-      out += "\xef\xbf\xbd";
-    else if (c == '"' || c == '\\')
-      (out += '\\') += c;
-    else if (static_cast<unsigned char>(c) < 0x20)
-      out += rt::format("\\u%04x", c);
-    else
-      out += text.substr(0, length);
-    text.remove_prefix(std::max<size_t>(length, 1));
-  }
-  return out += '"';
-}
+rt::String quoted(std::string_view text) { return statedb::quoted(text); }
 
 rt::String onTerminal(std::string_view json) {
   if (std::all_of(json.begin(), json.end(), [](char c) { return c >= 0x20 && c < 0x7f; }))

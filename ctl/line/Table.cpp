@@ -32,6 +32,14 @@ std::string_view escapeOf(Ink ink) {
 
 rt::String shown(const Cell& cell) { return cell.text.empty() ? "-" : visible(cell.text); }
 
+// Where the character of that number begins, counted from 0.
+size_t beginOf(const rt::String& text, size_t number) {
+  size_t characters = 0;
+  for (size_t at = 0; at < text.size(); ++at)
+    if (!isContinuation(text[at]) && characters++ == number) return at;
+  return text.size();
+}
+
 rt::String coloured(const Cell& cell, const rt::String& text, const TableStyle& style) {
   return cell.text.empty() ? text : inked(text, cell.ink, style);
 }
@@ -94,13 +102,15 @@ rt::String visible(std::string_view text) { return rt::visibleText(text); }
 rt::String cut(const rt::String& text, size_t columns) {
   if (width(text) <= columns) return text;
   if (columns <= ellipsis.size()) return ellipsis.substr(0, columns);
-  size_t characters = 0;
-  size_t end = 0;
-  for (; end < text.size(); ++end) {
-    if (isContinuation(text[end])) continue;
-    if (characters++ == columns - ellipsis.size()) break;
-  }
-  return text.substr(0, end) + ellipsis;
+  return text.substr(0, beginOf(text, columns - ellipsis.size())) + ellipsis;
+}
+
+rt::String cutInside(const rt::String& text, size_t columns) {
+  if (width(text) <= columns || columns <= ellipsis.size()) return cut(text, columns);
+  const size_t kept = columns - ellipsis.size();
+  const size_t behind = kept / 2;
+  return text.substr(0, beginOf(text, kept - behind)) + ellipsis +
+         text.substr(beginOf(text, width(text) - behind));
 }
 
 size_t width(std::string_view text) {

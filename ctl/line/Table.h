@@ -56,7 +56,8 @@ rt::String inked(const rt::String& text, Ink ink, const TableStyle& style);
 rt::String visible(std::string_view text);
 // How many characters the UTF-8 text has.
 size_t width(std::string_view text);
-// At most `columns` characters of it, with "..." for the rest.
+// At most `columns` characters of it, with "..." for the rest: at its end, or in its middle.
 rt::String cut(const rt::String& text, size_t columns);
+rt::String cutInside(const rt::String& text, size_t columns);
 
 }  // namespace ctl

@@ -20,10 +20,10 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 19> vmFields{
-    "name",    "config", "format",  "status", "process", "problem",  "removed",
-    "unknown", "stale",  "version", "wanted", "actual",  "severity", "since",
-    "why",     "next",   "attempt", "end",    "qemu"};
+constexpr std::array<std::string_view, 24> vmFields{
+    "name",  "config",  "format", "status",       "process",  "problem",   "removed",     "unknown",
+    "stale", "version", "wanted", "actual",       "severity", "since",     "reasons",     "next",
+    "end",   "attempt", "nextAt", "stopDeadline", "pid",      "startedAt", "qemuVersion", "resets"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {

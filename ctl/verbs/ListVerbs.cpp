@@ -41,8 +41,8 @@ Exit listVms(Context& context, const Arguments&) {
     context.tell("there are no VMs: 'vmctl add' makes one");
   } else {
     Table table = vmTable(context.format());
-    const Now now = nowFor(context);
-    for (const VmRow& row : rows) table.row(vmCells(row, context.format(), now));
+    const Telling telling = tellingFor(context, isStale);
+    for (const VmRow& row : rows) table.row(vmCells(row, context.format(), telling));
     context.print(table);
   }
   return Exit::done;
@@ -58,7 +58,7 @@ Exit showVm(Context& context, const Arguments& arguments) {
     context.world().out << visible(row.name) << '\n';
   else
     context.world().out << vmText(row, presentInterfaces(context), screenOf(context, row),
-                                  context.world().timeOfDay());
+                                  tellingFor(context, isStale));
   return Exit::done;
 }
 
@@ -70,7 +70,7 @@ Exit tellWhy(Context& context, const Arguments& arguments) {
     context.printJson(jsonHead(isStale) + R"("name":)" + quoted(row.name) + "," + stateJson(row) +
                       "}");
   else
-    context.world().out << whyText(row, context.world().timeOfDay());
+    context.world().out << whyText(row, tellingFor(context, isStale));
   return isAsWanted(row) && !isStale ? Exit::done : Exit::failed;
 }
 

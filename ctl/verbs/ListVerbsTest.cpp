@@ -1,3 +1,5 @@
+#include <sstream>
+
 #include "ctl/fakes/VmctlFixture.h"
 
 namespace ctl {
@@ -28,6 +30,40 @@ class ListVerb : public fakes::VmctlFixture {
   }
 };
 class ShowVerb : public ListVerb {};
+
+// The members of a VM's state in JSON, of one that runs as putRunning() has it or of one that
+// nothing is known of.
+std::string stateJson(size_t indent, const std::string& wanted, bool runs) {
+  const std::string known = runs ? R"("actual": "running",
+"severity": "ok",
+"since": 1700000940,
+)"
+                                 : R"("actual": null,
+"severity": null,
+"since": null,
+)";
+  const std::string all = "\"wanted\": \"" + wanted + "\",\n" + known + R"("reasons": [],
+"next": {
+  "kind": "none",
+  "at": null,
+  "text": null,
+  "short": null,
+  "command": null
+},
+"end": null,
+"attempt": 0,
+"nextAt": null,
+"stopDeadline": null,
+"pid": null,
+"startedAt": null,
+"qemuVersion": null,
+"resets": 0,
+)";
+  std::string out;
+  std::istringstream lines(all);
+  for (std::string line; std::getline(lines, line);) out += std::string(indent, ' ') + line + "\n";
+  return out;
+}
 
 TEST_F(ListVerb, ShowsWhatIsAskedForWhatIsSoAndWhatIsWrong) {
   putThree();
@@ -74,25 +110,7 @@ TEST_F(ListVerb, GivesJson) {
   "vms": [
     {
       "name": "db",
-      "wanted": "stopped",
-      "actual": null,
-      "severity": null,
-      "since": null,
-      "why": {
-        "reason": null,
-        "text": null,
-        "short": null
-      },
-      "next": {
-        "kind": null,
-        "text": null,
-        "command": null,
-        "at": null
-      },
-      "attempt": 0,
-      "end": null,
-      "qemu": null,
-      "config": {
+)" + stateJson(6, "stopped", false) + R"(      "config": {
         "enabled": false,
         "diskImage": "/images/web.iso",
         "memory": 256,
@@ -110,25 +128,7 @@ TEST_F(ListVerb, GivesJson) {
     },
     {
       "name": "web1",
-      "wanted": "running",
-      "actual": "running",
-      "severity": "ok",
-      "since": 1700000940,
-      "why": {
-        "reason": null,
-        "text": null,
-        "short": null
-      },
-      "next": {
-        "kind": null,
-        "text": null,
-        "command": null,
-        "at": null
-      },
-      "attempt": 0,
-      "end": null,
-      "qemu": null,
-      "config": {
+)" + stateJson(6, "running", true) + R"(      "config": {
         "enabled": true,
         "diskImage": "/images/web.iso",
         "memory": 256,
@@ -179,8 +179,9 @@ TEST_F(ListVerb, ShowsTheConfigurationWhenThereIsNoStatusYet) {
   daemonRuns_ = false;
   hasStatus_ = false;
   EXPECT_EQ(vmctl("list"), (Answer{0,
-                                   "NAME  WANTED   ACTUAL  SINCE  WHY  NEXT\n"
-                                   "db    stopped  -       -      -    -\n",
+                                   "NAME  WANTED   ACTUAL  SINCE  WHY                      NEXT\n"
+                                   "db    stopped  -       -      vmagentd is not running  "
+                                   "systemctl start vmagentd\n",
                                    staleLine}));
 }
 
@@ -189,7 +190,7 @@ TEST_F(ListVerb, ShowsWhenWhatComesNextIs) {
   put("vmProcess", "db",
       R"({"process":"ending","pid":12,"wanted":"stopped","actual":"stopping","severity":"busy",)"
       R"("since":1700000997,"why":"it was asked to shut down","whyShort":"asked to shut down",)"
-      R"("nextKind":"auto","next":"is switched off","nextAt":1700001012})");
+      R"("nextKind":"auto","next":"is switched off","nextShort":"off","nextAt":1700001012})");
   EXPECT_EQ(vmctl("list").out,
             "NAME  WANTED   ACTUAL    SINCE  WHY                        NEXT\n"
             "db    stopped  stopping  3s     it was asked to shut down  is switched off in 12s\n");
@@ -198,7 +199,7 @@ TEST_F(ListVerb, ShowsWhenWhatComesNextIs) {
   columns_ = 80;
   EXPECT_EQ(vmctl("list").out,
             "NAME  WANTED   ACTUAL    SINCE  WHY                 NEXT\n"
-            "db    stopped  stopping  3s     asked to shut down  in 12s\n");
+            "db    stopped  stopping  3s     asked to shut down  off in 12s\n");
 }
 
 TEST_F(ListVerb, ShowsWhatToTypeNext) {
@@ -206,7 +207,7 @@ TEST_F(ListVerb, ShowsWhatToTypeNext) {
   put("vmProcess", "db",
       R"({"wanted":"running","actual":"crashed","severity":"bad","since":1700000750,)"
       R"("why":"QEMU crashed with signal 11","whyShort":"QEMU crashed, signal 11",)"
-      R"("nextKind":"command","nextCommand":"vmctl restart db"})");
+      R"("nextKind":"command","nextShort":"restart","nextCommand":"vmctl restart db"})");
   EXPECT_EQ(vmctl("list").out,
             "NAME  WANTED   ACTUAL   SINCE  WHY                          NEXT\n"
             "db    running  crashed  4m10s  QEMU crashed with signal 11  vmctl restart db\n");
@@ -349,8 +350,26 @@ TEST_F(ListVerb, WhyIsNeverAsWantedWhereTheStatusIsOld) {
   putRunning("web1");
   EXPECT_EQ(vmctl("why web1").exit, 0);
   daemonRuns_ = false;
-  EXPECT_EQ(vmctl("why web1").exit, 1);
+  const Answer answer = vmctl("why web1");
+  EXPECT_EQ(answer.exit, 1);
+  EXPECT_THAT(answer.out, HasSubstr("web1 is wanted running, and was running when vmagentd ended"));
+  EXPECT_THAT(answer.out, HasSubstr("To type: systemctl start vmagentd\n"));
   EXPECT_THAT(vmctl("why web1 -o json").out, HasSubstr("\"actual\": \"running\","));
+}
+
+TEST_F(ListVerb, WhyTellsOfOneThatWasRemovedAndOfOneWhoseRowCannotBeRead) {
+  putRunning("old");
+  EXPECT_THAT(vmctl("why old").out, HasSubstr("old was removed, and is running, for "));
+  put("vmConfig", "web1", R"({"enabled":"yes"})");
+  EXPECT_THAT(vmctl("why web1").out, HasSubstr("web1 has a row that cannot be read"));
+}
+
+TEST_F(ListVerb, CutsALongNameInItsMiddleOnANarrowTerminalOnly) {
+  const std::string name = "a-name-of-" + std::string(20, 'x') + "-is-long";
+  putVm(rt::String(name), false);
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\n" + name + "  stopped"));
+  isTerminal_ = true;
+  EXPECT_THAT(vmctl("list").out, HasSubstr("\na-name-of...-is-long  stopped"));
 }
 
 TEST_F(ListVerb, AgesAreNeverNegativeWhereTheClockWasSetBack) {
@@ -442,25 +461,8 @@ TEST_F(ShowVerb, GivesOneVmInJson) {
   putVm("db", false);
   const std::string head = "{\n  \"version\": 1,\n";
   const std::string vm = R"(  "name": "db",
-  "wanted": "stopped",
-  "actual": null,
-  "severity": null,
-  "since": null,
-  "why": {
-    "reason": null,
-    "text": null,
-    "short": null
-  },
-  "next": {
-    "kind": null,
-    "text": null,
-    "command": null,
-    "at": null
-  },
-  "attempt": 0,
-  "end": null,
-  "qemu": null,
-  "config": {
+)" + stateJson(2, "stopped", false) +
+                         R"(  "config": {
     "enabled": false,
     "diskImage": "/images/web.iso",
     "memory": 256,

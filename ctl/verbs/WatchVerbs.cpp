@@ -88,9 +88,9 @@ class Watch {
 
  private:
   void put(const VmRow& row) {
-    const Now now = nowFor(context_);
+    const Telling telling = tellingFor(context_, false);
     // That time passes is no change.
-    const Now always{0, now.isNarrow};
+    const Telling always{.isNarrow = telling.isNarrow};
     const rt::String text =
         isJson_ ? "{" + vmJson(row) + "}" : textOf(vmCells(row, context_.format(), always));
     rt::String& last = printed_[row.name];
@@ -99,7 +99,7 @@ class Watch {
     if (isJson_)
       line("put", text);
     else
-      table_.row(vmCells(row, context_.format(), now));
+      table_.row(vmCells(row, context_.format(), telling));
   }
   void del(const rt::String& name) {
     if (printed_.erase(name) == 0) return;

@@ -21,9 +21,9 @@ class WatchVerb : public fakes::VmctlFixture {
     return "\"wanted\":\"" + wanted + "\"," +
            (runs ? R"("actual":"running","severity":"ok","since":1700000940,)"
                  : R"("actual":null,"severity":null,"since":null,)") +
-           R"("why":{"reason":null,"text":null,"short":null},)" +
-           R"("next":{"kind":null,"text":null,"command":null,"at":null},"attempt":0,)" +
-           R"("end":null,"qemu":null,)";
+           R"("reasons":[],"next":{"kind":"none","at":null,"text":null,"short":null,)" +
+           R"("command":null},"end":null,"attempt":0,"nextAt":null,"stopDeadline":null,)" +
+           R"("pid":null,"startedAt":null,"qemuVersion":null,"resets":0,)";
   }
   static std::string put(const std::string& name, const std::string& status) {
     return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + stateOf(status) + config +

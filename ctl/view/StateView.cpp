@@ -1,7 +1,5 @@
 #include "ctl/view/StateView.h"
 
-#include <algorithm>
-#include <array>
 #include <ctime>
 
 #include "ctl/line/Json.h"
@@ -44,22 +42,36 @@ rt::String numberMember(const char* name, uint64_t number) {
 
 rt::String endJson(const model::VmProcess& vm) {
   if (vm.endCause().empty()) return "null";
-  return "{" + textMember("cause", vm.endCause()) + "," + textMember("text", vm.endText()) + "," +
-         textMember("by", vm.endBy()) + ",\"failed\":" + (vm.endFailed() ? "true" : "false") + "," +
-         numberMember("at", vm.endAt()) + ",\"exit\":" + rt::toText(vm.endExit()) +
-         ",\"signal\":" + rt::toText(vm.endSignal()) + "}";
+  return "{" + textMember("cause", vm.endCause()) + ",\"code\":" + rt::toText(vm.endExit()) +
+         ",\"signal\":" + rt::toText(vm.endSignal()) + "," + numberMember("at", vm.endAt()) + "," +
+         textMember("by", vm.endBy()) + "," + textMember("text", vm.endText()) +
+         ",\"failed\":" + (vm.endFailed() ? "true" : "false") + "}";
 }
 
-rt::String qemuJson(const model::VmProcess& vm) {
-  if (vm.qemuPid() == 0) return "null";
-  return "{\"pid\":" + rt::toText(vm.qemuPid()) + "," + textMember("version", vm.qemuVersion()) +
-         "," + numberMember("startedAt", vm.startedAt()) +
-         ",\"resets\":" + rt::toText(vm.resets()) + "}";
+// The weightiest first.
+rt::String reasonsJson(const VmRow& row) {
+  const rt::String text = whyOf(row, {});
+  if (text.empty()) return "[]";
+  return "[{" + textMember("reason", row.process->reason()) + "," + textMember("text", text) + "," +
+         textMember("short", whyOf(row, {.isNarrow = true})) + "}]";
 }
 
-// How it is, for a sentence: "is running", "has crashed".
-rt::String isSo(const rt::String& actual) {
+rt::String nextJson(const model::VmProcess& vm) {
+  return "{\"kind\":" + quoted(vm.nextKind().empty() ? rt::String("none") : vm.nextKind()) + "," +
+         numberMember("at", vm.nextAt()) + "," + textMember("text", vm.next()) + "," +
+         textMember("short", vm.nextShort()) + "," + textMember("command", vm.nextCommand()) + "}";
+}
+
+// How it is, or was, for a sentence: "is running", "has crashed".
+rt::String soText(const rt::String& actual, bool isStale) {
+  if (isStale) return "was " + actual + " when vmagentd ended";
   return actual == "crashed" ? rt::String("has crashed") : "is " + actual;
+}
+
+rt::String wantedText(const VmRow& row) {
+  if (row.isLeaving()) return "was removed";
+  if (row.isUnknown()) return "is in no configuration";
+  return row.config ? "is wanted " + wantedOf(row) : rt::String("has a row that cannot be read");
 }
 
 rt::String lastEnd(const model::VmProcess& vm, uint64_t now) {
@@ -67,6 +79,12 @@ rt::String lastEnd(const model::VmProcess& vm, uint64_t now) {
 }
 
 }  // namespace
+
+Telling tellingFor(Context& context, bool isStale) {
+  constexpr size_t roomForClauses = 100;
+  const size_t columns = context.style().columns;
+  return {context.world().timeOfDay(), columns != 0 && columns < roomForClauses, isStale};
+}
 
 rt::String wantedOf(const VmRow& row) {
   if (row.isUnknown()) return "unknown";
@@ -90,31 +108,26 @@ rt::String ageText(uint64_t since, uint64_t now) {
   return rt::toText(age / day) + "d";
 }
 
-rt::String sinceOf(const VmRow& row, uint64_t now) {
+rt::String sinceOf(const VmRow& row, const Telling& telling) {
   const uint64_t since = row.process->since();
-  return since == 0 ? rt::String() : ageText(since, now);
+  return since == 0 ? rt::String() : ageText(since, telling.now);
 }
 
-rt::String whyOf(const VmRow& row, bool isShort) {
+rt::String whyOf(const VmRow& row, const Telling& telling) {
   const model::VmProcess& vm = *row.process;
-  if (!vm.why().empty()) return isShort ? vm.whyShort() : vm.why();
+  if (telling.isStale) return "vmagentd is not running";
+  if (!vm.why().empty()) return telling.isNarrow ? vm.whyShort() : vm.why();
   // Without the daemon's word on the state, its word on what is wrong.
   if (row.problem && vm.actual().empty()) return row.problem->problem();
   return row.unreadable.empty() ? rt::String() : row.unreadable.front().text();
 }
 
-rt::String nextOf(const VmRow& row, uint64_t now, bool isShort) {
+rt::String nextOf(const VmRow& row, const Telling& telling) {
   const model::VmProcess& vm = *row.process;
-  if (vm.nextKind() == "command") {
-    const std::string_view command = vm.nextCommand();
-    if (!isShort) return rt::String(command);
-    constexpr std::string_view program = "vmctl ";
-    const std::string_view verb = command.substr(std::min(program.size(), command.size()));
-    return rt::String(verb.substr(0, verb.find(' ')));
-  }
-  if (vm.nextAt() == 0) return isShort ? rt::String() : vm.next();
-  const rt::String when = inTime(vm.nextAt(), now);
-  return isShort ? when : vm.next() + " " + when;
+  if (telling.isStale) return "systemctl start vmagentd";
+  if (!vm.nextCommand().empty()) return telling.isNarrow ? vm.nextShort() : vm.nextCommand();
+  const rt::String text = telling.isNarrow ? vm.nextShort() : vm.next();
+  return vm.nextAt() == 0 ? text : text + " " + inTime(vm.nextAt(), telling.now);
 }
 
 bool isAsWanted(const VmRow& row) {
@@ -124,27 +137,30 @@ bool isAsWanted(const VmRow& row) {
 
 rt::String stateJson(const VmRow& row) {
   const model::VmProcess& vm = *row.process;
-  return textMember("wanted", row.config || !row.exists() ? wantedOf(row) : rt::String()) + "," +
+  const bool isRead = row.config || !row.exists();
+  return textMember("wanted", isRead ? wantedOf(row) : rt::String()) + "," +
          textMember("actual", vm.actual()) + "," + textMember("severity", vm.severity()) + "," +
-         numberMember("since", vm.since()) + ",\"why\":{" + textMember("reason", vm.reason()) +
-         "," + textMember("text", whyOf(row, false)) + "," + textMember("short", whyOf(row, true)) +
-         "},\"next\":{" + textMember("kind", vm.nextKind()) + "," + textMember("text", vm.next()) +
-         "," + textMember("command", vm.nextCommand()) + "," + numberMember("at", vm.nextAt()) +
-         "},\"attempt\":" + rt::toText(vm.attempt()) + ",\"end\":" + endJson(vm) +
-         ",\"qemu\":" + qemuJson(vm);
+         numberMember("since", vm.since()) + ",\"reasons\":" + reasonsJson(row) +
+         ",\"next\":" + nextJson(vm) + ",\"end\":" + endJson(vm) +
+         ",\"attempt\":" + rt::toText(vm.attempt()) + "," + numberMember("nextAt", vm.nextAt()) +
+         "," + numberMember("stopDeadline", vm.stopDeadline()) + "," +
+         numberMember("pid", static_cast<uint64_t>(vm.qemuPid())) + "," +
+         numberMember("startedAt", vm.startedAt()) + "," +
+         textMember("qemuVersion", vm.qemuVersion()) + ",\"resets\":" + rt::toText(vm.resets());
 }
 
-rt::String whyText(const VmRow& row, uint64_t now) {
+rt::String whyText(const VmRow& row, const Telling& telling) {
   const model::VmProcess& vm = *row.process;
-  rt::String text = visible(row.name) + " is wanted " + wantedOf(row);
+  rt::String text = visible(row.name) + " " + wantedText(row);
   if (vm.actual().empty()) return text + "; nothing is known of how it is\n";
-  text += (isAsWanted(row) ? " and " : ", and ") + isSo(vm.actual()) + ", for " +
-          ageText(vm.since(), now) + " (since " + localTime(vm.since()) + ")";
-  const rt::String why = visible(whyOf(row, false));
+  const bool isWell = isAsWanted(row) && !telling.isStale;
+  text += (isWell ? " and " : ", and ") + soText(vm.actual(), telling.isStale) + ", for " +
+          ageText(vm.since(), telling.now) + " (since " + localTime(vm.since()) + ")";
+  const rt::String why = visible(whyOf(row, telling));
   text += why.empty() ? rt::String(".\n") : ":\n  " + why + "\n";
-  if (!vm.endCause().empty() && visible(vm.endText()) != why) text += lastEnd(vm, now);
-  const rt::String next = visible(nextOf(row, now, false));
-  if (vm.nextKind() == "command")
+  if (!vm.endCause().empty() && visible(vm.endText()) != why) text += lastEnd(vm, telling.now);
+  const rt::String next = visible(nextOf(row, telling));
+  if (telling.isStale || !vm.nextCommand().empty())
     text += "Next: nothing by itself. To type: " + next + "\n";
   else if (!next.empty())
     text += "Next: it " + next + "\n";

@@ -12,6 +12,8 @@ namespace ctl {
 
 namespace {
 
+constexpr size_t longestName = 20;  // on a narrow terminal, in characters
+
 rt::String yesOrNo(bool yes) { return yes ? "yes" : "no"; }
 
 // What is only to be known, and what passes, is not red.
@@ -107,12 +109,6 @@ rt::String vmJson(const VmRow& row) {
   return (json += R"(,"problem":)") += row.problem ? statedb::documentOf(*row.problem) : "null";
 }
 
-Now nowFor(Context& context) {
-  constexpr size_t roomForClauses = 100;
-  const size_t columns = context.style().columns;
-  return {context.world().timeOfDay(), columns != 0 && columns < roomForClauses};
-}
-
 Table vmTable(Format format) {
   std::vector<Cell> headers{"NAME", "WANTED", "ACTUAL", "SINCE", "WHY", "NEXT"};
   constexpr size_t why = 4;
@@ -121,13 +117,13 @@ Table vmTable(Format format) {
   return {headers, why};
 }
 
-std::vector<Cell> vmCells(const VmRow& row, Format format, const Now& now) {
-  std::vector<Cell> cells{row.name,
+std::vector<Cell> vmCells(const VmRow& row, Format format, const Telling& telling) {
+  std::vector<Cell> cells{telling.isNarrow ? cutInside(row.name, longestName) : row.name,
                           wantedOf(row),
                           actualOf(row),
-                          sinceOf(row, now.time),
-                          {whyOf(row, now.isNarrow), whyInk(row)},
-                          nextOf(row, now.time, now.isNarrow)};
+                          sinceOf(row, telling),
+                          {whyOf(row, telling), whyInk(row)},
+                          nextOf(row, telling)};
   if (format == Format::wide) {
     const bool isRead = row.config != nullptr;
     cells.emplace_back(row.process->pid() == 0 ? "" : rt::toText(row.process->pid()));
@@ -141,22 +137,22 @@ std::vector<Cell> vmCells(const VmRow& row, Format format, const Now& now) {
 }
 
 std::vector<Cell> goneCells(const rt::String& name, Format format) {
-  constexpr size_t columns = 6;
-  constexpr size_t wideColumns = 12;
-  std::vector<Cell> cells{name, "gone"};
-  cells.resize(format == Format::wide ? wideColumns : columns, "");
+  VmRow row;
+  row.name = name;
+  std::vector<Cell> cells = vmCells(row, format, {});
+  cells[1] = "gone";
   return cells;
 }
 
 rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
-                  const rt::String& screen, uint64_t now) {
+                  const rt::String& screen, const Telling& telling) {
   Facts facts;
   facts.add("Name:", row.name);
   facts.add("Wanted:", wantedOf(row));
   facts.add("Actual:", actualOf(row).text);
-  facts.add("Since:", sinceOf(row, now));
-  facts.add("Why:", whyOf(row, false));
-  facts.add("Next:", nextOf(row, now, false));
+  facts.add("Since:", sinceOf(row, telling));
+  facts.add("Why:", whyOf(row, telling));
+  facts.add("Next:", nextOf(row, telling));
   facts.add("State:", stateOf(row));
   const model::VmProcess& process = *row.process;
   const rt::String pid = process.pid() == 0 ? "" : ", pid " + rt::toText(process.pid());

@@ -3,7 +3,7 @@
 
 #include <set>
 
-#include "ctl/view/VmRows.h"
+#include "ctl/view/StateView.h"
 
 namespace ctl {
 
@@ -11,20 +11,14 @@ namespace ctl {
 // "status":...,"process":...,"problem":...
 rt::String vmJson(const VmRow& row);
 
-// When a table is made, and for how much room.
-struct Now {
-  uint64_t time = 0;  // seconds since 1970
-  bool isNarrow = false;
-};
-Now nowFor(Context& context);
 // The headers only, and a row for it.
 Table vmTable(Format format);
-std::vector<Cell> vmCells(const VmRow& row, Format format, const Now& now);
+std::vector<Cell> vmCells(const VmRow& row, Format format, const Telling& telling);
 // A row for a VM of which nothing is left.
 std::vector<Cell> goneCells(const rt::String& name, Format format);
 // One VM, a fact a line. `present`: the interfaces that are there, if that is known; `screen`: the
-// socket that the guest's screen is on, empty for none; `now`: seconds since 1970.
+// socket that the guest's screen is on, empty for none.
 rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& present,
-                  const rt::String& screen, uint64_t now);
+                  const rt::String& screen, const Telling& telling);
 
 }  // namespace ctl

@@ -51,7 +51,7 @@ void Problems::show(const rt::String& vm, const Entries& entries) {
     record->problemIs(entries[source].text);
     record->sinceIs(entries[source].since);
     record->sourceIs(model::problemSources[source]);
-    return listener_(vm, record->problem(), record->source());
+    return listener_(vm, record->problem(), static_cast<ProblemSource>(source));
   }
   status_->vmProblemDel(vm);
   listener_(vm, {}, {});

@@ -22,7 +22,7 @@ class Problems {
  public:
   // Is told of each VM's weightiest problem; empty: there is none.
   using Listener =
-      std::function<void(const rt::String& vm, const rt::String& text, const rt::String& source)>;
+      std::function<void(const rt::String& vm, const rt::String& text, ProblemSource source)>;
   // `now`: the time of day, in seconds since 1970.
   Problems(HostStatus::Ptr status, std::function<uint64_t()> now);
   void listenerIs(Listener listener) { listener_ = std::move(listener); }

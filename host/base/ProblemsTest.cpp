@@ -40,15 +40,15 @@ TEST_F(ProblemsTest, AreShownWithTheirSourceAndTime) {
 
 TEST_F(ProblemsTest, AreToldToWhoListensAndSoIsThatThereIsNoneAnyMore) {
   std::vector<std::string> told;
-  problems.listenerIs([&](const rt::String& vm, const rt::String& text, const rt::String& source) {
-    told.push_back(vm.str() + " " + source.str() + ":" + text.str());
+  problems.listenerIs([&](const rt::String& vm, const rt::String& text, ProblemSource source) {
+    told.push_back(vm.str() + " " + std::string(model::textOf(source)) + ":" + text.str());
   });
   is(ProblemSource::agent, "no monitor");
   is(ProblemSource::image, "no image");
   is(ProblemSource::image, "");
   is(ProblemSource::agent, "");
   EXPECT_THAT(told, testing::ElementsAre("web1 agent:no monitor", "web1 image:no image",
-                                         "web1 agent:no monitor", "web1 :"));
+                                         "web1 agent:no monitor", "web1 config:"));
 }
 
 TEST_F(ProblemsTest, AreShownByWeight) {

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "host/state/EndOf.h"
+#include "model/ProblemSource.h"
 #include "runtime/base/Seconds.h"
 
 namespace host {
@@ -44,7 +45,7 @@ struct Situation {
 
   // The weightiest of all that is wrong with it, and what kind that is of.
   rt::String problem;
-  rt::String problemSource;
+  model::ProblemSource problemSource{};
 
   uint64_t nowUp = 0;  // ms since the machine was booted
 };

@@ -1,9 +1,12 @@
 #include "host/state/VmState.h"
 
 #include <array>
+
 namespace host {
 
 namespace {
+
+using model::ProblemSource;
 
 constexpr uint64_t hungAfter = 10'000;  // ms
 
@@ -29,8 +32,13 @@ bool hasRun(const Situation& now) {
   return now.run.hasRun() || (!isBeginKnown && now.agentState == "Running");
 }
 
+// Its shim ends it, and tells who wanted that.
+bool isBeingEnded(const GuestRun& run) {
+  return run.askedUp != 0 || run.wasQuit || run.wasTerminated || run.wasKilled;
+}
+
 Actual ofProcess(const Situation& now) {
-  if (now.isEnding) return Actual::stopping;
+  if (now.isEnding || isBeingEnded(now.run)) return Actual::stopping;
   if (isHung(now)) return Actual::hung;
   if (now.run.state == RunState::panicked) return Actual::crashed;
   if (isHeld(now.run.state)) return Actual::paused;
@@ -38,8 +46,9 @@ Actual ofProcess(const Situation& now) {
 }
 
 // What keeps a VM from its start, or was wrong with the last one.
-bool isOfStart(const rt::String& source) {
-  return source == "config" || source == "image" || source == "qemu" || source == "agent";
+bool isOfStart(ProblemSource source) {
+  return source == ProblemSource::config || source == ProblemSource::image ||
+         source == ProblemSource::qemu || source == ProblemSource::agent;
 }
 
 Actual ofNoProcess(const Situation& now) {
@@ -52,13 +61,25 @@ Actual ofNoProcess(const Situation& now) {
 }
 
 // Nothing is wrong: something is only to be known.
-bool isNote(const rt::String& source) { return source == "restart" || source == "format"; }
+bool isNote(const Situation& now) {
+  return !now.problem.empty() && (now.problemSource == ProblemSource::restart ||
+                                  now.problemSource == ProblemSource::format);
+}
+
+// For little room, what a problem is of. In the order of the sources.
+constexpr std::array<const char*, model::problemSources.size()> briefs{"row refused",
+                                                                       "disk image refused",
+                                                                       "QEMU failed",
+                                                                       "start failed",
+                                                                       "its shim finds fault",
+                                                                       "card not attached",
+                                                                       "changed since its start",
+                                                                       "image's format in doubt"};
 
 Reason ofProblem(const Situation& now) {
   if (now.problem.empty()) return {};
-  const bool isOfChange = now.problemSource == "restart";
-  return {now.problemSource, now.problem,
-          isOfChange ? rt::String("changed since its start") : now.problem};
+  return {rt::String(model::textOf(now.problemSource)), now.problem,
+          briefs.at(static_cast<size_t>(now.problemSource))};
 }
 
 Reason ofEnd(const Situation& now) {
@@ -89,6 +110,8 @@ Reason ofPause(const Situation& now) {
 
 Reason ofStop(const Situation& now) {
   if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
+  if (!now.run.toldBy.empty())
+    return {"signal", "its shim was told to end it, by " + now.run.toldBy, "signal to its shim"};
   if (now.run.askedUp != 0 && !isWanted(now))
     return {"asked", "it was asked to shut down", "asked to shut down"};
   if (isWanted(now)) return {"restart", "it is ended to be started anew", "restart"};
@@ -105,7 +128,7 @@ Actual actualOf(const Situation& now) { return now.hasProcess ? ofProcess(now) :
 rt::String severityOf(const Situation& now) {
   switch (actualOf(now)) {
     case Actual::running:
-      if (!now.problem.empty()) return isNote(now.problemSource) ? "note" : "bad";
+      if (!now.problem.empty()) return isNote(now) ? "note" : "bad";
       return isWanted(now) ? "ok" : "note";
     case Actual::stopped:
       return isWanted(now) ? "note" : "ok";
@@ -139,7 +162,7 @@ Reason reasonOf(const Situation& now) {
     case Actual::stopped:
       if (isWanted(now)) return ofEnd(now);
       // Of a VM that is off, only its row can be wrong.
-      return now.problemSource == "config" ? ofProblem(now) : Reason{};
+      return now.problemSource == ProblemSource::config ? ofProblem(now) : Reason{};
     case Actual::running:
     case Actual::starting:
       return ofProblem(now);
@@ -148,32 +171,33 @@ Reason reasonOf(const Situation& now) {
 }
 
 NextStep nextOf(const Situation& now, const rt::String& vm) {
-  const Actual actual = actualOf(now);
-  switch (actual) {
+  const auto toType = [&](const char* verb) {
+    return NextStep{"command", {}, verb, rt::String("vmctl ") + verb + " " + vm, {}};
+  };
+  switch (actualOf(now)) {
     case Actual::stopping:
-      if (now.stopUp) return {"auto", "is switched off", {}, now.stopUp};
-      return {};
+      if (now.stopUp) return {"auto", "is switched off", "off", {}, now.stopUp};
+      break;
     case Actual::retrying:
-      return {"auto", "is started again", {}, now.nextUp};
-    case Actual::hung:
-      return {"command", {}, "vmctl restart " + vm, {}};
+      return {"auto", "is started again", "again", {}, now.nextUp};
     case Actual::refused:
-      if (now.problemSource == "config") return {"command", {}, "vmctl edit " + vm, {}};
-      if (now.nextUp) return {"auto", "is tried again", {}, now.nextUp};
-      return {"wait", "is started once that is mended", {}, {}};
+      if (now.problemSource == ProblemSource::config) return toType("edit");
+      if (now.nextUp) return {"auto", "is tried again", "again", {}, now.nextUp};
+      return {"wait", "is started once that is mended", {}, {}, {}};
+    case Actual::hung:
+      return toType("restart");
     case Actual::crashed:
     case Actual::stopped:
-      if (isWanted(now)) return {"command", {}, "vmctl restart " + vm, {}};
-      return {};
+      if (isWanted(now)) return toType("restart");
+      break;
     case Actual::running:
-      if (isNote(now.problemSource) && !now.problem.empty())
-        return {"command", {}, "vmctl restart " + vm, {}};
-      return {};
+      if (isNote(now)) return toType("restart");
+      break;
     case Actual::paused:
     case Actual::starting:
-      return {};
+      break;
   }
-  return {};
+  return {"none", {}, {}, {}, {}};
 }
 
 std::optional<uint64_t> wakeUpOf(const Situation& now) {

@@ -9,7 +9,7 @@ namespace host {
 
 // The first that holds:
 //
-//   stopping  | a process that is to end
+//   stopping  | a process that is to end, whoever told its shim so
 //   hung      | a process whose QEMU has not answered for ten seconds
 //   crashed   | a process whose guest has panicked
 //   paused    | a process whose guest QEMU holds
@@ -47,10 +47,11 @@ struct Reason {
 };
 Reason reasonOf(const Situation& now);
 
-// What happens next, or what to type. All empty: nothing.
+// What happens next, or what to type.
 struct NextStep {
-  rt::String kind;  // "auto": by itself; "wait": when something else happens; "command"
+  rt::String kind;  // "auto": by itself; "wait": when something else happens; "command"; "none"
   rt::String text;
+  rt::String brief;            // in a word, before the time
   rt::String command;          // to type
   std::optional<uint64_t> up;  // when, in ms since boot
 };

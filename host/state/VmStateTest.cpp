@@ -5,6 +5,7 @@
 namespace host {
 namespace {
 
+using model::ProblemSource;
 using testing::HasSubstr;
 
 constexpr uint64_t now = 1'000'000;
@@ -110,7 +111,7 @@ TEST(Actual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
     v.wanted = Wanted::running;
     v.isRefused = true;
     v.problem = "diskImage: '/x' does not exist";
-    v.problemSource = "image";
+    v.problemSource = ProblemSource::image;
     v.nextUp = now + 4'000;
   });
   EXPECT_EQ(actualOf(vm), Actual::refused);
@@ -126,7 +127,7 @@ TEST(Actual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
     v.isRefused = true;
   });
   EXPECT_EQ(actualOf(vm), Actual::refused);
-  const auto row = with(vm, [](Situation& v) { v.problemSource = "config"; });
+  const auto row = with(vm, [](Situation& v) { v.problemSource = ProblemSource::config; });
   EXPECT_EQ(nextOf(row, "web1").command, "vmctl edit web1");
 }
 
@@ -161,16 +162,16 @@ TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
   EXPECT_EQ(actualOf(vm), Actual::stopped);
   EXPECT_EQ(severityOf(vm), "ok");
   EXPECT_EQ(reasonOf(vm).word, "");
-  EXPECT_EQ(nextOf(vm, "web1").kind, "");
+  EXPECT_EQ(nextOf(vm, "web1").kind, "none");
 }
 
 TEST(Reason, OfAVmThatIsOffIsWhatIsWrongWithItsRowAndNothingElse) {
   auto vm = with(off(), [](Situation& v) {
     v.problem = "the card cannot be attached";
-    v.problemSource = "card";
+    v.problemSource = ProblemSource::card;
   });
   EXPECT_EQ(reasonOf(vm).word, "");
-  vm.problemSource = "config";
+  vm.problemSource = ProblemSource::config;
   EXPECT_EQ(reasonOf(vm).word, "config");
 }
 
@@ -198,17 +199,38 @@ TEST(Reason, OfAStopIsWhoWantedIt) {
   EXPECT_EQ(reasonOf(restart).word, "restart");
 }
 
+TEST(Actual, IsStoppingWhereItsShimEndsItWhoeverWantedThat) {
+  const auto vm = with(running(), [](Situation& v) {
+    v.run.wasQuit = true;
+    v.run.toldBy = "signal 15 to its shim, from process 6761 (bash)";
+  });
+  EXPECT_EQ(actualOf(vm), Actual::stopping);
+  EXPECT_EQ(reasonOf(vm).word, "signal");
+  EXPECT_THAT(reasonOf(vm).text.str(), HasSubstr("from process 6761 (bash)"));
+}
+
+TEST(Reason, OfEachProblemIsInFewWordsToo) {
+  for (size_t source = 0; source < model::problemSources.size(); ++source) {
+    const auto vm = with(running(), [&](Situation& v) {
+      v.problem = std::string(100, 'x');
+      v.problemSource = static_cast<ProblemSource>(source);
+    });
+    EXPECT_FALSE(reasonOf(vm).brief.empty()) << source;
+    EXPECT_LE(reasonOf(vm).brief.size(), longestBrief) << source;
+  }
+}
+
 TEST(Reason, OfARunningVmIsWhatIsWrongThoughItRuns) {
   const auto card = with(running(), [](Situation& v) {
     v.problem = "card nic00 cannot be attached";
-    v.problemSource = "card";
+    v.problemSource = ProblemSource::card;
   });
   EXPECT_EQ(actualOf(card), Actual::running);
   EXPECT_EQ(severityOf(card), "bad");
   EXPECT_EQ(reasonOf(card).word, "card");
   const auto note = with(running(), [](Situation& v) {
     v.problem = "memory: changed since the guest was started";
-    v.problemSource = "restart";
+    v.problemSource = ProblemSource::restart;
   });
   EXPECT_EQ(severityOf(note), "note");
   EXPECT_EQ(nextOf(note, "web1").command, "vmctl restart web1");
@@ -222,7 +244,7 @@ TEST(Reason, OfAnEndThatNobodyToldOfIsWhatTheDaemonKnows) {
     v.wanted = Wanted::running;
     v.isStarted = true;
     v.problem = "QEMU or its shim could not be executed";
-    v.problemSource = "qemu";
+    v.problemSource = ProblemSource::qemu;
   });
   EXPECT_EQ(actualOf(vm), Actual::crashed);
   EXPECT_EQ(reasonOf(vm).text, "QEMU or its shim could not be executed");

@@ -41,6 +41,7 @@ VmStates::VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Bef
 void VmStates::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
+  setClock();
 }
 
 void VmStates::keeperSays(const rt::String& vm, const KeeperView& view) {
@@ -67,7 +68,8 @@ void VmStates::eventIs(const GuestEvent& event) {
   show(event.vm(), entry);
 }
 
-void VmStates::problemIs(const rt::String& vm, const rt::String& text, const rt::String& source) {
+void VmStates::problemIs(const rt::String& vm, const rt::String& text,
+                         model::ProblemSource source) {
   const auto found = entries_.find(vm);
   if (found == entries_.end() && text.empty()) return;
   Entry& entry = entries_[vm];
@@ -136,9 +138,11 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
   record->attemptIs(entry.attempt);
   const auto wakeUp = wakeUpOf(now);
   const double left = wakeUp ? static_cast<double>(*wakeUp - now.nowUp) : 0;
-  entry.wakeUp = wakeUp ? clock_.notifier()->now() + rt::Seconds(left / static_cast<double>(second))
-                        : rt::Seconds::infinity();
-  setClock();
+  const rt::Seconds at =
+      wakeUp ? clock_.notifier()->now() + rt::Seconds(left / static_cast<double>(second))
+             : rt::Seconds::infinity();
+  // That looks at all VMs, which is too much for each word of each of thousands.
+  if (std::exchange(entry.wakeUp, at) != at) setClock();
 }
 
 // Of what was so already when the daemon came, the time is the earlier daemon's.
@@ -161,8 +165,10 @@ void VmStates::write(model::VmProcess& record, const rt::String& vm, const Situa
   record.whyShortIs(reason.brief);
   record.nextKindIs(next.kind);
   record.nextIs(next.text);
+  record.nextShortIs(next.brief);
   record.nextCommandIs(next.command);
   record.nextAtIs(next.up ? timeOfDayAt(*next.up) : 0);
+  record.stopDeadlineIs(now.hasProcess && now.stopUp ? timeOfDayAt(*now.stopUp) : 0);
   writeRun(record, now.hasProcess ? now.run : GuestRun{});
   writeEnd(record, now.end);
 }

@@ -33,7 +33,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
 
   void eventIs(const GuestEvent& event);
   // The weightiest that is wrong; empty: nothing.
-  void problemIs(const rt::String& vm, const rt::String& text, const rt::String& source);
+  void problemIs(const rt::String& vm, const rt::String& text, model::ProblemSource source);
 
   static constexpr std::string_view typeName = "host::VmStates";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &VmStates::initialized>>;
@@ -48,7 +48,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     uint64_t attempt = 0;
     rt::Seconds lastTry = rt::Seconds::infinity();
     rt::String problem;
-    rt::String problemSource;
+    model::ProblemSource problemSource{};
     rt::Seconds wakeUp = rt::Seconds::infinity();
   };
 

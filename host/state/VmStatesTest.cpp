@@ -71,7 +71,7 @@ TEST_F(VmStatesTest, KeepSinceWhenItIsSoUntilItIsNot) {
   const uint64_t since = timeOfDay();
   EXPECT_EQ(shown().since(), since);
   pass(60);
-  states.problemIs("web1", "no card", "card");
+  states.problemIs("web1", "no card", model::ProblemSource::card);
   EXPECT_EQ(shown().severity(), "bad");
   EXPECT_EQ(shown().since(), since) << "another reason, the same state";
   tell(word::paused);
@@ -166,7 +166,7 @@ TEST_F(VmStatesTest, SayThatQemuHangsWhenItsTimeIsUpThoughNothingHappens) {
 
 TEST_F(VmStatesTest, SayWhenAStartIsTriedAgainAndHowOftenItWas) {
   const auto fails = [&](double in) {
-    states.problemIs("web1", "no QEMU", "qemu");
+    states.problemIs("web1", "no QEMU", model::ProblemSource::qemu);
     states.keeperSays(
         "web1",
         {.wanted = Wanted::running, .isStarted = true, .tryAt = clock->now() + rt::Seconds(in)});
