@@ -58,6 +58,12 @@ TEST_F(EventReaderTest, TellsALineOnceItIsWhole) {
   EXPECT_THAT(read(), IsEmpty());
   write(whole.substr(20));
   EXPECT_THAT(read(), ElementsAre("started"));
+  const std::string next = line(7, 3, "resumed");
+  write(line(7, 2, "ready") + next.substr(0, 20));
+  EXPECT_THAT(read(), ElementsAre("ready"));
+  EXPECT_THAT(read(), IsEmpty());
+  write(next.substr(20));
+  EXPECT_THAT(read(), ElementsAre("resumed"));
 }
 
 TEST_F(EventReaderTest, GoesOnWhereTheFileBecameTheOlderOne) {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "guest/EventWords.h"
 #include "host/fakes/SupervisorWorld.h"
 #include "runtime/fakes/TraceRecorder.h"
 
@@ -25,13 +26,46 @@ uint64_t restartsOf(const SupervisorWorld& world, const char* vm) {
 
 // What is shown of one.
 
+// The shim of the VM tells that its guest was let run.
+void tellThatItRuns(SupervisorWorld& world) {
+  uint64_t number = 0;
+  for (const auto kind : {guest::event::started, guest::event::resumed}) {
+    const auto event = rt::make<GuestEvent>("web1");
+    event->runIs(7);
+    event->nIs(++number);
+    event->upIs(number);
+    event->kindIs(rt::String(kind));
+    world.states->eventIs(*event);
+  }
+}
+
 TEST(VmShown, IsAsItWasWhileItsGuestWaitsToBeTakenUp) {
   SupervisorWorld world;
+  tellThatItRuns(world);
   world.images.unseen.insert("/images/web.iso");
   world.supervisor->adoptableIs("web1", true);
   world.rowIs("web1", on);
   EXPECT_THAT(world.fortune.take(), IsEmpty()) << "its image is looked at";
-  EXPECT_EQ(world.hostStatus->vmProcess("web1")->actual(), "starting");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->actual(), "running");
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->endCause(), "");
+}
+
+TEST(VmShown, HasNotEndedWhoseGuestWaitsForItsRow) {
+  SupervisorWorld world;
+  tellThatItRuns(world);
+  world.waiting.waits("web1", 0);
+  world.apply({world.put("web1", R"({"enabled":true,"memory":"much"})")});
+  world.settle();
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->endCause(), "");
+}
+
+TEST(VmShown, HasNoEndOfTheVmThatHadItsName) {
+  SupervisorWorld world;
+  tellThatItRuns(world);
+  world.rowIs("web1", off);
+  EXPECT_EQ(world.hostStatus->vmProcess("web1")->endCause(), "shim-lost");
+  world.rowDel("web1");
+  world.rowIs("web1", off);
   EXPECT_EQ(world.hostStatus->vmProcess("web1")->endCause(), "");
 }
 
