@@ -4,7 +4,6 @@
 
 #include "host/guests/AgentView.h"
 #include "host/guests/Ending.h"
-#include "model/RestartNeeded.h"
 #include "runtime/base/FirstException.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -345,81 +344,6 @@ std::optional<UnknownGuest> VmKeeper::unknownGuest() const {
   const int32_t pid = pidOf(*process_.notifier());
   return UnknownGuest{pid, tools_.processes.nameOf(pid),
                       "config.db was replaced by one that does not have it"};
-}
-
-bool VmKeeper::isEnding() const {
-  return !unknown_ && (!facts().switchedOn || !facts().statusEnabled || pacing_.isLeaving());
-}
-
-void VmKeeper::showProcess() {
-  const bool there = hasProcess();
-  const auto record = tools_.hostStatus->vmProcessIs(name_);
-  record->processIs(!there ? "none" : isEnding() ? "ending" : "running");
-  record->pidIs(process_.notifier() ? pidOf(*process_.notifier()) : unknown_ ? unknown_->pid : 0);
-  record->restartsIs(pacing_.restartsDone());
-  const auto unknown = unknownGuest();
-  record->unknownIs(there && unknown ? unknown->name : rt::String());
-}
-
-Wanted VmKeeper::wantedState() const {
-  if (!hasRow_) return isLost_ || unknown_ ? Wanted::unknown : Wanted::gone;
-  if (!wanted_) return Wanted::unknown;
-  return wanted_->enabled() ? Wanted::running : Wanted::stopped;
-}
-
-void VmKeeper::showState() {
-  const bool isWanted = wantedState() == Wanted::running;
-  tools_.states.keeperSays(
-      name_, {.wanted = wantedState(),
-              .hasProcess = hasProcess() || adoptable_,
-              .mayGoOn = tools_.waiting.isWaiting(name_),
-              .isEnding = hasProcess() && isEnding(),
-              .isStarted = facts().switchedOn && facts().statusEnabled,
-              .isRefused =
-                  (hasRow_ && !wanted_) || (isWanted && image_.kind == ImageVerdict::Kind::refused),
-              .agentState = status_ ? status_->state() : rt::String(),
-              .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
-              .stopAt = pacing_.stopAt() - shimsOwn});
-}
-
-void VmKeeper::showRowProblem() {
-  const auto unknown = hasProcess() ? unknownGuest() : std::nullopt;
-  tools_.problems.problemIs(name_, ProblemSource::config,
-                            unknown ? problemOf(name_, *unknown) : rowProblem_);
-}
-
-// Of a VM that is to be off, nothing is wrong with its image.
-void VmKeeper::showImage() {
-  const bool isWanted = wanted_ && wanted_->enabled() && !mustGo();
-  if (!isWanted) image_ = {};
-  tools_.problems.problemIs(name_, ProblemSource::image, image_.problem);
-  tools_.problems.problemIs(name_, ProblemSource::format, image_.note);
-  if (!isWanted && !hasProcess()) tools_.images.release(name_);
-}
-
-// A shim that was killed takes nothing back.
-void VmKeeper::showGuestProblem() {
-  tools_.problems.problemIs(name_, ProblemSource::guest,
-                            hasProcess() ? guestProblem_ : rt::String());
-}
-
-// Its image is to be opened as something else than it was.
-bool VmKeeper::hasOtherFormat() const {
-  if (!startedWith_ || !wanted_ || !hasProcess() || startedFormat_.empty()) return false;
-  if (startedWith_->diskImage() != wanted_->diskImage()) return false;
-  const rt::String format = tools_.images.format(name_, wanted_->diskImage());
-  return !format.empty() && format != startedFormat_;
-}
-
-void VmKeeper::showRestartNeeded() {
-  rt::String fields;
-  if (startedWith_ && wanted_ && hasProcess())
-    for (const std::string_view field : model::fieldsForNextStart(*startedWith_, *wanted_))
-      (fields += fields.empty() ? "" : ", ") += field;
-  if (hasOtherFormat()) (fields += fields.empty() ? "" : ", ") += "format";
-  if (!fields.empty())
-    fields += ": changed since the guest was started; 'vmctl restart " + name_ + "' applies it";
-  tools_.problems.problemIs(name_, ProblemSource::restart, fields);
 }
 
 }  // namespace host
