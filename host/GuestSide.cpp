@@ -37,9 +37,12 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .start = ground.start,
               .processes = processes_,
               .waiting = ground.waiting,
+              .going = earlierGuests_,
               .stopPatience = stopPatience(ground.options)}),
       supervisor_(rt::make<VmSupervisor>(tools_, before.restartsDone, ground.clock)),
-      prompter_(rt::make<Prompter>(ground.agent.root, ground.agent.status, ground.clock)),
+      prompter_(rt::make<Prompter>(
+          ground.agent.root, ground.agent.status,
+          [this](const rt::String& vm, bool is) { states_->unansweredIs(vm, is); }, ground.clock)),
       leftGuests_(supervisor_, tools_, ground.clock),
       earlierGuests_({.processes = processes_,
                       .shims = ground.shims,

@@ -16,12 +16,15 @@ class FakeGuestProcesses final : public GuestProcesses {
   std::vector<GuestProcess> guests;
   std::map<int32_t, statedb::Origin> rows;  // by pid: what it shows of its row
 
+  mutable std::vector<int32_t> killed;
+
   std::vector<GuestProcess> all() const override { return guests; }
   rt::String nameOf(int32_t pid) const override { return "guest" + rt::toText(pid); }
   std::optional<statedb::Origin> rowOf(const GuestProcess& guest) const override {
     const auto found = rows.find(guest.pid);
     return found == rows.end() ? std::nullopt : std::optional(found->second);
   }
+  void kill(int32_t child) const override { killed.push_back(child); }
 };
 
 }  // namespace host::fakes

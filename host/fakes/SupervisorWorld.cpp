@@ -42,8 +42,13 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
             .start = aroundStart,
             .processes = processes,
             .waiting = waiting,
+            .going = going,
             .stopPatience = stopPatience},
-      supervisor(rt::make<VmSupervisor>(tools, std::move(restartsDone), clock)) {}
+      supervisor(rt::make<VmSupervisor>(tools, std::move(restartsDone), clock)) {
+  problems.listenerIs([this](const rt::String& vm, const rt::String& text, ProblemSource source) {
+    states->problemIs(vm, text, source);
+  });
+}
 
 void FakeCards::tookUp(const rt::String& vm) {
   if (takingUp) takingUp(vm);

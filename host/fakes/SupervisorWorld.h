@@ -89,6 +89,27 @@ class FakeAroundStart final : public AroundStart {
   void ended(const rt::String& vm) override { endings.push_back(vm); }
 };
 
+// Guests that go on though the agent's process has ended, as a test says. Remembers what was asked
+// of them: "end web1".
+class FakeGoingGuests final : public GoingGuests {
+ public:
+  std::function<void(const rt::String& vm)> deciding;  // what becomes of one
+  std::set<rt::String> there;                          // VMs that have such a guest
+  std::vector<std::string> told;
+
+  bool decideOn(const rt::String& vm) override { return tell("decide on ", vm, deciding); }
+  bool end(const rt::String& vm) override { return tell("end ", vm, {}); }
+
+ private:
+  bool tell(const char* what, const rt::String& vm,
+            const std::function<void(const rt::String& vm)>& made) {
+    if (!there.contains(vm)) return false;
+    told.push_back(what + vm.str());
+    if (made) made(vm);
+    return true;
+  }
+};
+
 // A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands
 // at 1000 s, and a loop that turns when told.
 class SupervisorWorld {
@@ -111,6 +132,7 @@ class SupervisorWorld {
   FakeCards cards{status, fortune.effects};
   FakeGuestProcesses processes;
   WaitingGuests waiting;
+  FakeGoingGuests going;
   FakeAroundStart aroundStart;
   const VmStates::Ptr states;
   const KeeperTools tools;

@@ -67,7 +67,9 @@ int32_t exitStatusOf(const rt::Entity& process) {
 }
 
 Session sessionOf(const rt::Entity& machine) {
-  return {.input = entityOf(machine, "monitorInput"), .status = entityOf(machine, "monitorStatus")};
+  return {.input = entityOf(machine, "monitorInput"),
+          .status = entityOf(machine, "monitorStatus"),
+          .output = entityOf(machine, "monitorOutput")};
 }
 
 bool isConnected(const Session& session) {
@@ -76,6 +78,11 @@ bool isConnected(const Session& session) {
 
 uint32_t commandsOf(const Session& session) {
   return rt::fromText<uint32_t>(attributeText(*session.input, "counter")).value_or(0);
+}
+
+uint32_t lastAnswered(const Session& session) {
+  if (!session.output) return 0;
+  return rt::fromText<uint32_t>(attributeText(*session.output, "cmdId")).value_or(0);
 }
 
 void askForState(const Session& session) {

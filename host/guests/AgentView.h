@@ -24,11 +24,14 @@ int32_t exitStatusOf(const rt::Entity& process);
 struct Session {
   rt::Ptr<rt::Entity> input;   // what it is told to ask; null: there is no session
   rt::Ptr<rt::Entity> status;  // how it is; likewise
+  rt::Ptr<rt::Entity> output;  // what came of what it was told; likewise
 };
 Session sessionOf(const rt::Entity& machine);
 bool isConnected(const Session& session);
 // How often it was told to ask something, round 2^32. Of a session that is there; likewise below.
 uint32_t commandsOf(const Session& session);
+// The number of the command that was answered last; one that was not changes nothing.
+uint32_t lastAnswered(const Session& session);
 // Has it ask for the guest's state, behind all that it was told to ask before.
 void askForState(const Session& session);
 // Has the agent hear once more that it is connected.

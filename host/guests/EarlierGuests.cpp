@@ -10,22 +10,45 @@ namespace host {
 void EarlierGuests::decide() {
   std::map<rt::String, std::vector<GuestProcess>> all;
   for (const GuestProcess& guest : tools_.processes.all()) all[guest.vm].push_back(guest);
-  for (const auto& [vm, guests] : all) decideOn(vm, guests);
+  for (const auto& [vm, guests] : all) decide(vm, guests);
+}
+
+// All that was decided on it.
+void EarlierGuests::forget(const rt::String& vm) {
+  tools_.fates.adoptableIs(vm, false);
+  tools_.fates.unknownDel(vm);
+}
+
+std::vector<GuestProcess> EarlierGuests::guestsOf(const rt::String& vm) const {
+  std::vector<GuestProcess> guests = tools_.processes.all();
+  std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
+  return guests;
+}
+
+bool EarlierGuests::decideOn(const rt::String& vm) {
+  const std::vector<GuestProcess> guests = guestsOf(vm);
+  decide(vm, guests);
+  return !guests.empty();
+}
+
+bool EarlierGuests::end(const rt::String& vm) {
+  if (tools_.waiting.take(vm)) forget(vm);
+  const std::vector<GuestProcess> guests = guestsOf(vm);
+  if (!guests.empty()) tools_.fates.end(guests);
+  return !guests.empty();
 }
 
 void EarlierGuests::handleRow(const rt::String& vm) {
   const auto before = tools_.waiting.take(vm);
   if (!before) return;
-  tools_.fates.adoptableIs(vm, false);
-  tools_.fates.unknownDel(vm);
-  std::vector<GuestProcess> guests = tools_.processes.all();
-  std::erase_if(guests, [&](const GuestProcess& guest) { return guest.vm != vm; });
+  forget(vm);
+  const std::vector<GuestProcess> guests = guestsOf(vm);
   const VmRow* const now = row(vm);
   // Seen to be removed; that is forgotten with the row, and the guest may have been told nothing.
   if (*before != 0 && (!now || now->vm != *before))
     tools_.fates.end(guests);
   else
-    decideOn(vm, guests);
+    decide(vm, guests);
 }
 
 // A store that cannot be asked proves nothing.
@@ -55,7 +78,7 @@ GuestFacts EarlierGuests::factsOf(const GuestProcess& keeper) const {
   return facts;
 }
 
-void EarlierGuests::decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests) {
+void EarlierGuests::decide(const rt::String& vm, const std::vector<GuestProcess>& guests) {
   if (guests.empty()) return;
   const GuestFate fate = fateOf(factsOf(guests.front()));
   if (fate == GuestFate::ends) return tools_.fates.end(guests);

@@ -1,9 +1,10 @@
-// What becomes of the guests that run already when the daemon starts.
+// What becomes of the guests that run already when the daemon starts, or that it has lost.
 #pragma once
 
 #include <vector>
 
 #include "host/database/Configuration.h"
+#include "host/guests/GoingGuests.h"
 #include "host/guests/GuestFate.h"
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/Shims.h"
@@ -27,7 +28,7 @@ class GuestFates {
 
 // Looks what is so of them, decides, and has it carried out: see GuestFate.h. A guest that waits,
 // or is unknown, is decided on anew whenever its VM's row is another. Owned by the daemon.
-class EarlierGuests {
+class EarlierGuests final : public GoingGuests {
  public:
   // All of it outlives this.
   struct Tools {
@@ -46,8 +47,13 @@ class EarlierGuests {
   // anything is made of that.
   void handleRow(const rt::String& vm);
 
+  bool decideOn(const rt::String& vm) override;
+  bool end(const rt::String& vm) override;
+
  private:
-  void decideOn(const rt::String& vm, const std::vector<GuestProcess>& guests);
+  void forget(const rt::String& vm);
+  std::vector<GuestProcess> guestsOf(const rt::String& vm) const;
+  void decide(const rt::String& vm, const std::vector<GuestProcess>& guests);
   GuestFacts factsOf(const GuestProcess& keeper) const;
   bool isRemoved(const GuestProcess& keeper) const;
   const VmRow* row(const rt::String& vm) const { return tools_.configuration.rows().row(vm); }

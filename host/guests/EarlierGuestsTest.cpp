@@ -110,6 +110,30 @@ TEST_F(EarlierGuestsTest, GoOnWhenTheyAreWanted) {
   EXPECT_TRUE(waiting.isWaiting("web1"));
 }
 
+TEST_F(EarlierGuestsTest, AreDecidedOnAnewOneByOne) {
+  rowIs("web1", true);
+  rowIs("web2", true);
+  EXPECT_FALSE(guests.decideOn("web1"));
+  guestIs("web1", 7);
+  guestIs("web2", 8);
+  EXPECT_TRUE(guests.decideOn("web1"));
+  EXPECT_THAT(adoptable, ElementsAre("web1"));
+  EXPECT_TRUE(waiting.isWaiting("web1"));
+  EXPECT_FALSE(waiting.isWaiting("web2"));
+}
+
+TEST_F(EarlierGuestsTest, EndWhateverIsWantedOfThemWhenTheyAreToEnd) {
+  rowIs("web1", true);
+  EXPECT_FALSE(guests.end("web1"));
+  guestIs("web1", 7);
+  guestIs("web2", 8);
+  guests.decideOn("web1");
+  EXPECT_TRUE(guests.end("web1"));
+  EXPECT_THAT(ended, ElementsAre(7));
+  EXPECT_THAT(adoptable, IsEmpty());
+  EXPECT_FALSE(waiting.isWaiting("web1"));
+}
+
 TEST_F(EarlierGuestsTest, EndWhenTheyAreNotWantedOrRemovedOrCannotBeDriven) {
   rowIs("anew", true);
   rowIs("off", false);

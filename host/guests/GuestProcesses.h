@@ -19,6 +19,8 @@ class GuestProcesses {
   virtual rt::String nameOf(int32_t pid) const = 0;
   // Returns which row the guest was started by, or taken up by last; nothing when it shows none.
   virtual std::optional<statedb::Origin> rowOf(const GuestProcess& guest) const = 0;
+  // Ends a process at once that is a child of ours, and that nobody has waited for.
+  virtual void kill(int32_t child) const = 0;
 };
 
 // Those of this machine.
@@ -27,6 +29,7 @@ class KernelGuestProcesses final : public GuestProcesses {
   std::vector<GuestProcess> all() const override;
   rt::String nameOf(int32_t pid) const override;
   std::optional<statedb::Origin> rowOf(const GuestProcess& guest) const override;
+  void kill(int32_t child) const override;
 };
 
 }  // namespace host

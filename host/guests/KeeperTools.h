@@ -4,6 +4,7 @@
 #include "host/base/HostStatus.h"
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
+#include "host/guests/GoingGuests.h"
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/ImageVerdict.h"
 #include "host/guests/Shims.h"
@@ -31,6 +32,7 @@ struct KeeperTools {
   AroundStart& start;
   const GuestProcesses& processes;
   WaitingGuests& waiting;
+  GoingGuests& going;
   // How long a guest may take to shut itself down; 0: nobody is asked.
   rt::Seconds stopPatience;
 };

@@ -13,8 +13,11 @@ Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
     if (!facts.process && !facts.adoptable) restartsDone_ = std::max(restartsDone_, facts.restart);
     return start(facts, now);
   }
-  if (facts.statusEnabled) settle();
-  return facts.statusEnabled || facts.process ? Step::none : retry(now);
+  const bool isStarted = facts.statusEnabled && !facts.inVain;
+  if (isStarted) retryAt_ = never;
+  // What is being tried may fail once more, as it did before.
+  if (isStarted && !facts.starting) delay_ = firstDelay;
+  return isStarted || facts.process ? Step::none : retry(now);
 }
 
 Step Pacing::leave(const VmFacts& facts, rt::Seconds now) {

@@ -20,7 +20,9 @@ struct VmFacts {
   bool statusEnabled = false;  // what the agent made of it
   bool process = false;        // a QEMU of that name is there, an earlier VM's perhaps
   bool takingUp = false;       // it was an earlier daemon's, and has said nothing to the agent yet
-  bool adoptable = false;      // an earlier daemon's guest is there, which a start takes up
+  bool adoptable = false;      // a guest is there that a start takes up
+  bool starting = false;       // its guest was not let run yet, or not by this agent
+  bool inVain = false;         // the agent takes its start for done, and has no guest of it
   uint64_t restart = 0;        // the number of its restart intent
 };
 
@@ -29,7 +31,7 @@ enum class Step : uint8_t {
   switchOn,
   ask,  // the guest to shut itself down, which is then waited for
   switchOff,
-  pulse,  // off and on again, at once: the agent's start had failed
+  pulse,  // off and on again, at once: the agent's start had failed, or was in vain
 };
 
 // Pure: knows no clock and no VM. Owned by the VM's keeper, which carries out what it says.
@@ -44,7 +46,8 @@ enum class Step : uint8_t {
 //   yes    | no          | yes     |         | none, until the process is gone
 //   yes    | no          | no      |         | switchOn; one that was refused is tried again after
 //          |             |         |         | 1 s, 2 s, 4 s, ... 60 s
-//   yes    | yes         | no      | no      | pulse after 1 s, 2 s, 4 s, ... 60 s
+//   yes    | yes         | no      | no, or  | pulse after 1 s, 2 s, 4 s, ... 60 s
+//          |             |         | in vain |
 //   otherwise                                | none
 class Pacing {
  public:

@@ -142,6 +142,28 @@ TEST_F(PacingTest, ForgetsThatAStartWasRefusedOnceTheVmIsNotWanted) {
   EXPECT_EQ(pacing.wakeUp(), now + Pacing::firstDelay);
 }
 
+TEST_F(PacingTest, TriesAStartAgainThatWasInVainMoreAndMorePatientlyUntilTheGuestRuns) {
+  VmFacts inVain = running;
+  inVain.process = false;
+  inVain.inVain = true;
+  VmFacts starting = running;
+  starting.starting = true;
+  std::vector<double> times;
+  while (times.size() < 4) {
+    if (next(inVain) == Step::pulse) {
+      times.push_back(now.value());
+      EXPECT_EQ(next(starting), Step::none);
+      EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+    } else {
+      now = pacing.wakeUp();
+    }
+  }
+  EXPECT_THAT(times, ElementsAre(1, 3, 7, 15));
+  next(running);
+  next(inVain);
+  EXPECT_EQ(pacing.wakeUp(), now + Pacing::firstDelay);
+}
+
 TEST_F(PacingTest, AsksForADeferredStartUntilItIsMade) {
   next(startFailed);
   now = rt::Seconds(1);

@@ -17,8 +17,9 @@ void follow(Reactor& reactor, const rt::Ptr<const rt::Entity>& entity) {
 }  // namespace
 
 SessionPrompter::SessionPrompter(rt::Ptr<const rt::Entity> agent, Vm::VmStatus::PtrConst status,
-                                 rt::Clock::Ptr clock)
+                                 std::function<void(bool)> unanswered, rt::Clock::Ptr clock)
     : agent_(std::move(agent)),
+      unanswered_(std::move(unanswered)),
       status_(*this, std::move(status)),
       machine_(*this),
       input_(*this),
@@ -42,15 +43,19 @@ void SessionPrompter::look() {
   follow(machine_, machine);
   follow(input_, session_.input);
   follow(monitor_, session_.status);
-  const auto process = machine ? processOf(*machine) : nullptr;
-  SessionFacts facts;
-  facts.isUp = process && isAlive(*process) && isConnected(session_);
-  if (facts.isUp) {
-    facts.state = status_->state();
-    facts.asked = commandsOf(session_);
-  }
-  prompting_.factsAre(facts, clock_.notifier()->now());
+  const bool wasUnanswered = prompting_.isUnanswered();
+  prompting_.factsAre(facts(machine), clock_.notifier()->now());
   clock_.timeMinIs(prompting_.wakeUp());
+  if (prompting_.isUnanswered() != wasUnanswered) unanswered_(!wasUnanswered);
+}
+
+SessionFacts SessionPrompter::facts(const rt::Ptr<rt::Entity>& machine) const {
+  const auto process = machine ? processOf(*machine) : nullptr;
+  if (!process || !isAlive(*process) || !isConnected(session_)) return {};
+  return {.isUp = true,
+          .state = status_->state(),
+          .asked = commandsOf(session_),
+          .answered = lastAnswered(session_)};
 }
 
 void SessionPrompter::handleClock() {
@@ -64,8 +69,11 @@ void SessionPrompter::handleClock() {
 }
 
 Prompter::Prompter(rt::Ptr<const rt::Entity> agent, Vm::Status::PtrConst status,
-                   rt::Clock::Ptr clock)
-    : agent_(std::move(agent)), clock_(std::move(clock)), status_(*this, std::move(status)) {
+                   Unanswered unanswered, rt::Clock::Ptr clock)
+    : agent_(std::move(agent)),
+      unanswered_(std::move(unanswered)),
+      clock_(std::move(clock)),
+      status_(*this, std::move(status)) {
   handleInitialized();
 }
 
@@ -78,7 +86,8 @@ void Prompter::handleInitialized() {
 void Prompter::handleVm(const rt::String& vm) {
   sessions_.erase(vm);
   if (const auto status = status_->vmStatus(vm))
-    sessions_[vm] = rt::make<SessionPrompter>(agent_, status, clock_);
+    sessions_[vm] = rt::make<SessionPrompter>(
+        agent_, status, [this, vm](bool isUnanswered) { unanswered_(vm, isUnanswered); }, clock_);
 }
 
 }  // namespace host

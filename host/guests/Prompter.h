@@ -1,6 +1,7 @@
 // Has guests asked for their state where the agent's own polls are not enough.
 #pragma once
 
+#include <functional>
 #include <map>
 
 #include "host/guests/AgentView.h"
@@ -15,9 +16,10 @@ namespace host {
 // agent's own records, as the session prompts itself.
 class SessionPrompter final : public rt::StateMachineOf<SessionPrompter> {
  public:
-  // `agent`: the root that the module's factory made.
+  // `agent`: the root that the module's factory made. `unanswered`: is told whether its guest does
+  // not answer, when that changes.
   SessionPrompter(rt::Ptr<const rt::Entity> agent, Vm::VmStatus::PtrConst status,
-                  rt::Clock::Ptr clock);
+                  std::function<void(bool)> unanswered, rt::Clock::Ptr clock);
 
   static constexpr std::string_view typeName = "host::SessionPrompter";
   using Attributes =
@@ -29,8 +31,10 @@ class SessionPrompter final : public rt::StateMachineOf<SessionPrompter> {
   void handleChange(const rt::Entity& /*entity*/, const rt::Change& /*change*/) { look(); }
   void handleClock();
   void look();
+  SessionFacts facts(const rt::Ptr<rt::Entity>& machine) const;
 
   const rt::Ptr<const rt::Entity> agent_;
+  const std::function<void(bool)> unanswered_;
   Session session_;
   Prompting prompting_;
 
@@ -47,7 +51,11 @@ class SessionPrompter final : public rt::StateMachineOf<SessionPrompter> {
 // One for each VM that has a status. Owned by the daemon.
 class Prompter final : public rt::StateMachineOf<Prompter> {
  public:
-  Prompter(rt::Ptr<const rt::Entity> agent, Vm::Status::PtrConst status, rt::Clock::Ptr clock);
+  // Is told whether the VM's guest does not answer, when that changes.
+  using Unanswered = std::function<void(const rt::String& vm, bool isUnanswered)>;
+
+  Prompter(rt::Ptr<const rt::Entity> agent, Vm::Status::PtrConst status, Unanswered unanswered,
+           rt::Clock::Ptr clock);
 
   static constexpr std::string_view typeName = "host::Prompter";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &Prompter::initialized>>;
@@ -57,6 +65,7 @@ class Prompter final : public rt::StateMachineOf<Prompter> {
   void handleVm(const rt::String& vm);
 
   const rt::Ptr<const rt::Entity> agent_;
+  const Unanswered unanswered_;
   const rt::Clock::Ptr clock_;
   std::map<rt::String, SessionPrompter::Ptr> sessions_;
 

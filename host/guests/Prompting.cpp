@@ -12,6 +12,13 @@ void Prompting::factsAre(const SessionFacts& facts, rt::Seconds now) {
   const bool isNew = !std::exchange(isUp_, true);
   if (isNew) askAt_ = now;
   if (isNew || facts.asked != asked_) wakeAt_ = now + longestSilence;
+  if (isNew || facts.answered != answered_) {
+    heardAt_ = now;
+    isUnanswered_ = false;
+  } else if (facts.asked != asked_ && now - heardAt_ >= longestWait) {
+    isUnanswered_ = true;
+  }
+  answered_ = facts.answered;
   asked_ = facts.asked;
   isStarting_ = facts.state == "Starting";
   if (facts.state == "Running") askAt_ = never;

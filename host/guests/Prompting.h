@@ -11,9 +11,10 @@ namespace host {
 
 // What is so of one VM's monitor session.
 struct SessionFacts {
-  bool isUp = false;   // its VM is on, its process lives, and it is connected
-  rt::String state;    // of the guest, as the agent tells it
-  uint32_t asked = 0;  // how often the session was told to ask something
+  bool isUp = false;      // its VM is on, its process lives, and it is connected
+  rt::String state;       // of the guest, as the agent tells it
+  uint32_t asked = 0;     // how often the session was told to ask something
+  uint32_t answered = 0;  // the last of them that was answered
 };
 
 enum class Prompt : uint8_t {
@@ -32,10 +33,14 @@ class Prompting {
   static constexpr int mostQuestions = 5;
   static constexpr rt::Seconds firstPause{0.25};  // and then twice as long each time
   static constexpr rt::Seconds longestSilence{15};
+  static constexpr rt::Seconds longestWait{10};
 
   void factsAre(const SessionFacts& facts, rt::Seconds now);
   // To be asked when wakeUp() has come.
   Prompt due(rt::Seconds now);
+  // Whether what it was told to ask has had no answer for so long. Seen when it is told to ask once
+  // more, so nobody is woken for it.
+  bool isUnanswered() const { return isUnanswered_; }
   rt::Seconds wakeUp() const { return isUp_ ? std::min(askAt_, wakeAt_) : never; }
 
  private:
@@ -44,6 +49,9 @@ class Prompting {
   bool isUp_ = false;
   bool isStarting_ = false;
   uint32_t asked_ = 0;
+  uint32_t answered_ = 0;
+  rt::Seconds heardAt_ = never;
+  bool isUnanswered_ = false;
   int questions_ = 0;
   rt::Seconds pause_ = firstPause;
   rt::Seconds askAt_ = never;

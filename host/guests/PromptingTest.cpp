@@ -15,8 +15,9 @@ using testing::IsEmpty;
 
 class PromptingTest : public testing::Test {
  protected:
-  void factsAre(const char* state, uint32_t asked) {
-    prompting.factsAre({.isUp = true, .state = state, .asked = asked}, rt::Seconds(now));
+  void factsAre(const char* state, uint32_t asked, uint32_t answered = 0) {
+    prompting.factsAre({.isUp = true, .state = state, .asked = asked, .answered = answered},
+                       rt::Seconds(now));
   }
   // What is prompted until then: "ask at 0.25".
   std::vector<std::string> until(double end) {
@@ -46,6 +47,31 @@ TEST_F(PromptingTest, AGuestIsAskedAtOnceAndAFewTimesMoreUntilItRuns) {
   factsAre("Starting", 3);
   EXPECT_THAT(until(14), ElementsAre("ask at 0.00", "ask at 0.25", "ask at 0.75", "ask at 1.75",
                                      "ask at 3.75"));
+}
+
+TEST_F(PromptingTest, AGuestIsUnansweredOnceNoneOfItsPollsWasAnsweredForTenSeconds) {
+  factsAre("Running", 3, 3);
+  now = 9.9;
+  factsAre("Running", 4, 3);
+  EXPECT_FALSE(prompting.isUnanswered());
+  now = 10;
+  factsAre("Stopped", 4, 3);
+  EXPECT_FALSE(prompting.isUnanswered()) << "nothing was asked that could have been answered";
+  factsAre("Running", 5, 3);
+  EXPECT_TRUE(prompting.isUnanswered());
+  factsAre("Running", 6, 5);
+  EXPECT_FALSE(prompting.isUnanswered());
+}
+
+TEST_F(PromptingTest, AGuestIsNoLongerUnansweredOnceItsSessionIsAnother) {
+  factsAre("Running", 3, 3);
+  now = 20;
+  factsAre("Running", 4, 3);
+  ASSERT_TRUE(prompting.isUnanswered());
+  prompting.factsAre({}, rt::Seconds(now));
+  EXPECT_FALSE(prompting.isUnanswered());
+  factsAre("Starting", 1, 0);
+  EXPECT_FALSE(prompting.isUnanswered());
 }
 
 TEST_F(PromptingTest, AGuestThatRunsIsNotAsked) {

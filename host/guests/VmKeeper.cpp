@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "host/base/Report.h"
 #include "host/guests/AgentView.h"
 #include "host/guests/Ending.h"
 #include "runtime/base/FirstException.h"
@@ -84,7 +85,7 @@ void VmKeeper::imageIsKnown() {
 }
 
 rt::Seconds VmKeeper::wakeUp() const {
-  return awaitsImage_ ? rt::Seconds::infinity() : pacing_.wakeUp();
+  return std::min(killAt_, awaitsImage_ ? rt::Seconds::infinity() : pacing_.wakeUp());
 }
 
 void VmKeeper::handleStatus() {
@@ -110,22 +111,28 @@ bool VmKeeper::hasProcess() const {
   return survivors_ > 0 || (process_.notifier() && isAlive(*process_.notifier()));
 }
 
+// It goes on, and what the agent had for it has ended.
+bool VmKeeper::isOutOfReach() const {
+  return adoptable_ && mounted_ && mounted_->enabled() && !hasProcess();
+}
+
 VmFacts VmKeeper::facts() const {
+  const bool isStarting = status_ && status_->state() == "Starting";
   return {.wanted = wanted_ && wanted_->enabled(),
           .switchedOn = mounted_ && mounted_->enabled(),
           .statusEnabled = status_ && status_->enabled(),
           .process = hasProcess(),
-          .takingUp = takesUp_ && status_ && status_->state() == "Starting",
+          .takingUp = takesUp_ && isStarting,
           .adoptable = adoptable_,
+          .starting = isStarting,
+          .inVain = isUnmade_ || isOutOfReach(),
           .restart = restart_};
 }
 
 bool VmKeeper::act(rt::Seconds now) {
-  if (process_.notifier() && !isAlive(*process_.notifier())) {
-    tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
-    process_.notifierIs(nullptr);
-    if (!hasProcess()) ended();
-  }
+  if (process_.notifier() && !isAlive(*process_.notifier())) processEnded();
+  lookForGuest();
+  endOverdue(now);
   bool acted = false;
   awaitsImage_ = false;
   rt::FirstException failure;
@@ -141,6 +148,43 @@ bool VmKeeper::act(rt::Seconds now) {
   return acted;
 }
 
+// Who answers at the shim's socket has a guest, though the agent's process has ended: one that only
+// stood in for it, or was to.
+void VmKeeper::processEnded() {
+  const bool wasToEnd = !facts().switchedOn;
+  tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
+  isUnmade_ = pidOf(*process_.notifier()) <= 0;
+  process_.notifierIs(nullptr);
+  if (hasProcess()) return;
+  const bool goesOn = tools_.shims.isThere(name_) &&
+                      (wasToEnd ? tools_.going.end(name_) : tools_.going.decideOn(name_));
+  if (!goesOn) ended();
+}
+
+// It may have ended meanwhile, and nobody would tell.
+void VmKeeper::lookForGuest() {
+  if (!isOutOfReach() || tools_.shims.isThere(name_)) return;
+  adoptable_ = false;
+  (void)tools_.waiting.take(name_);
+  ended();
+}
+
+// A shim that stands still, or a QEMU without one, may not hear that it is to end.
+void VmKeeper::endOverdue(rt::Seconds now) {
+  const bool isToEnd =
+      process_.notifier() && isAlive(*process_.notifier()) && !(mounted_ && mounted_->enabled());
+  const bool isDue = isToEnd && now >= killAt_;
+  if (isDue) {
+    report("VM " + name_ + ": its process " + rt::toText(pidOf(*process_.notifier())) +
+           " was told to end and does not: it is killed");
+    tools_.processes.kill(pidOf(*process_.notifier()));
+  }
+  if (!isToEnd)
+    killAt_ = rt::Seconds::infinity();
+  else if (isDue || killAt_ == rt::Seconds::infinity())
+    killAt_ = now + shimsOwn;
+}
+
 void VmKeeper::ended() {
   tools_.start.ended(name_);
   tools_.shims.removeDeadSockets(name_);
@@ -152,6 +196,8 @@ rt::String VmKeeper::causeOfEnd() const {
   rt::String lastError = tools_.shims.lastError(name_);
   if (!lastError.empty() || !facts().switchedOn) return lastError;
   const rt::Entity& process = *process_.notifier();
+  if (pidOf(process) <= 0)
+    return "no process could be made for it: too many are there, or memory is short";
   return textOf(Ending{.signal = endSignalOf(process), .status = exitStatusOf(process)}, name_);
 }
 
@@ -248,6 +294,8 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
     }
   }
   if (step == Step::none && !changed_) return false;
+  // The agent has nothing of it that it could end.
+  if (step == Step::switchOff && isOutOfReach()) (void)tools_.going.end(name_);
   write(step);
   return step != Step::none;
 }
@@ -281,6 +329,7 @@ ImageVerdict::Kind VmKeeper::judgeImage() {
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
   if (step != Step::none) startedWith_ = nullptr;
+  if (step != Step::none) isUnmade_ = false;
   if (step == Step::switchOff) tools_.cards.switchingOff(name_);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;
@@ -294,8 +343,9 @@ void VmKeeper::write(Step step) {
   const rt::String failure = isOff ? rt::String() : change.failure();
   // What is reported from here on is no failure of the agent's.
   if (step == Step::switchOff) tools_.cards.switchedOff(name_);
-  if (step == Step::switchOn) takesUp_ = std::exchange(adoptable_, false);
-  if (step == Step::switchOn && takesUp_)
+  const bool isStart = step == Step::switchOn || step == Step::pulse;
+  if (isStart) takesUp_ = std::exchange(adoptable_, false);
+  if (isStart && takesUp_)
     thrown.run([&] {
       told_ = statedb::Origin();  // that of its own start
       (void)tools_.waiting.take(name_);

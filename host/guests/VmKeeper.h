@@ -41,7 +41,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void guestProblemIs(const rt::String& problem);
   // How many processes of that name an earlier daemon left.
   void survivorsIs(size_t count);
-  // Whether an earlier daemon left a guest that the VM's start will take up.
+  // Whether a guest goes on that the VM's start will take up: an earlier daemon's, or one that was
+  // lost.
   void adoptableIs(bool adoptable);
   // A guest of an earlier daemon's goes on that is in no configuration; nothing: none does.
   void unknownIs(std::optional<UnknownGuest> guest);
@@ -81,6 +82,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void write(Step step);
   void writeRecord(Step step);
   bool hasProcess() const;
+  bool isOutOfReach() const;
+  void lookForGuest();
+  void endOverdue(rt::Seconds now);
+  void processEnded();
   void ended();
   rt::String causeOfEnd() const;
   VmFacts facts() const;
@@ -106,10 +111,12 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
-  bool takesUp_ = false;                 // so the last start
-  std::optional<UnknownGuest> unknown_;  // an earlier daemon's
-  Vm::VmConfig::Ptr wanted_;             // what is in force, switch and all; null: nothing
-  uint64_t vm_ = 0;                      // VmRow::vm
+  bool takesUp_ = false;                          // so the last start
+  bool isUnmade_ = false;                         // the process of the last start
+  rt::Seconds killAt_ = rt::Seconds::infinity();  // its process, which was told to end
+  std::optional<UnknownGuest> unknown_;           // an earlier daemon's
+  Vm::VmConfig::Ptr wanted_;                      // what is in force, switch and all; null: nothing
+  uint64_t vm_ = 0;                               // VmRow::vm
   statedb::Origin row_;
   bool hasRow_ = false;      // a refused one, perhaps
   bool isLost_ = false;      // a store has none that took the place of another

@@ -1,7 +1,6 @@
 // What a VM's keeper shows of it: its process, its state, and what is wrong.
-#include "host/guests/VmKeeper.h"
-
 #include "host/guests/AgentView.h"
+#include "host/guests/VmKeeper.h"
 #include "model/RestartNeeded.h"
 
 namespace host {
@@ -33,6 +32,7 @@ void VmKeeper::showState() {
               .hasProcess = hasProcess() || adoptable_,
               .mayGoOn = tools_.waiting.isWaiting(name_),
               .isEnding = hasProcess() && isEnding(),
+              .isOutOfReach = isOutOfReach(),
               .isStarted = facts().switchedOn && facts().statusEnabled,
               .isRefused =
                   (hasRow_ && !wanted_) || (isWanted && image_.kind == ImageVerdict::Kind::refused),

@@ -16,9 +16,12 @@ constexpr std::array actualWords{"stopped", "starting", "running",  "paused", "s
 
 bool isWanted(const Situation& now) { return now.wanted == Wanted::running; }
 
-bool isHung(const Situation& now) {
+// As its shim says, which tells the agent so.
+bool isQemuHung(const Situation& now) {
   return now.run.silentUp != 0 && now.nowUp >= now.run.silentUp + hungAfter;
 }
+
+bool isHung(const Situation& now) { return now.isUnanswered || isQemuHung(now); }
 
 bool isHeld(RunState state) {
   return state == RunState::paused || state == RunState::suspended ||
@@ -108,6 +111,14 @@ Reason ofPause(const Situation& now) {
   }
 }
 
+// What it does is not known to have changed.
+bool isCutOff(const Situation& now) { return now.isOutOfReach && now.hasProcess && !now.isEnding; }
+
+Reason ofCut(const Situation& now) {
+  const rt::String cause = now.problem.empty() ? rt::String() : ": " + now.problem;
+  return {"out-of-reach", "it goes on, and nobody drives it" + cause, "nobody drives it"};
+}
+
 Reason ofStop(const Situation& now) {
   if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
   if (!now.run.toldBy.empty())
@@ -128,6 +139,7 @@ Actual actualOf(const Situation& now) { return now.hasProcess ? ofProcess(now) :
 rt::String severityOf(const Situation& now) {
   switch (actualOf(now)) {
     case Actual::running:
+      if (isCutOff(now)) return "bad";
       if (!now.problem.empty()) return isNote(now) ? "note" : "bad";
       return isWanted(now) ? "ok" : "note";
     case Actual::stopped:
@@ -144,10 +156,13 @@ rt::String severityOf(const Situation& now) {
 }
 
 Reason reasonOf(const Situation& now) {
+  if (isCutOff(now)) return ofCut(now);
   switch (actualOf(now)) {
     case Actual::stopping:
       return ofStop(now);
     case Actual::hung:
+      if (now.run.silentUp == 0)
+        return {"hung", "its shim does not answer", "shim does not answer"};
       return {"hung", "its QEMU does not answer", "QEMU does not answer"};
     case Actual::paused:
       return ofPause(now);
@@ -174,6 +189,7 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
   const auto toType = [&](const char* verb) {
     return NextStep{"command", {}, verb, rt::String("vmctl ") + verb + " " + vm, {}};
   };
+  if (isCutOff(now) && now.nextUp) return {"auto", "is taken up again", "again", {}, now.nextUp};
   switch (actualOf(now)) {
     case Actual::stopping:
       if (now.stopUp) return {"auto", "is switched off", "off", {}, now.stopUp};

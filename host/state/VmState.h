@@ -10,7 +10,7 @@ namespace host {
 // The first that holds:
 //
 //   stopping  | a process that is to end, whoever told its shim so
-//   hung      | a process whose QEMU has not answered for ten seconds
+//   hung      | a process whose QEMU, or shim, has not answered for ten seconds
 //   crashed   | a process whose guest has panicked
 //   paused    | a process whose guest QEMU holds
 //   running   | a process whose guest was let run

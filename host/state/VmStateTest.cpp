@@ -66,6 +66,38 @@ TEST(Actual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   EXPECT_EQ(severityOf(vm), "bad");
 }
 
+TEST(Actual, IsHungWhereItsShimDoesNotAnswerTheAgent) {
+  const auto vm = with(running(), [](Situation& v) { v.isUnanswered = true; });
+  EXPECT_EQ(actualOf(vm), Actual::hung);
+  EXPECT_EQ(reasonOf(vm).text, "its shim does not answer");
+  const auto both = with(vm, [](Situation& v) { v.run.silentUp = now - 20'000; });
+  EXPECT_EQ(reasonOf(both).text, "its QEMU does not answer");
+}
+
+TEST(Actual, IsAsItWasWhereNobodyDrivesItsGuest) {
+  const auto vm = with(running(), [](Situation& v) {
+    v.isOutOfReach = true;
+    v.problem = "its shim does not answer";
+    v.problemSource = ProblemSource::qemu;
+    v.nextUp = now + 1'000;
+  });
+  EXPECT_EQ(actualOf(vm), Actual::running);
+  EXPECT_EQ(severityOf(vm), "bad");
+  EXPECT_EQ(reasonOf(vm).word, "out-of-reach");
+  EXPECT_EQ(reasonOf(vm).text, "it goes on, and nobody drives it: its shim does not answer");
+  EXPECT_EQ(nextOf(vm, "web1").text, "is taken up again");
+  EXPECT_EQ(nextOf(vm, "web1").up, now + 1'000);
+}
+
+TEST(Actual, IsStoppingForItsOwnReasonWhereNobodyDrivesItsGuest) {
+  const auto vm = with(running(), [](Situation& v) {
+    v.isOutOfReach = true;
+    v.isEnding = true;
+    v.wanted = Wanted::gone;
+  });
+  EXPECT_EQ(reasonOf(vm).word, "removed");
+}
+
 TEST(Actual, IsPausedForTheReasonThatQemuGave) {
   const auto full = with(running(), [](Situation& v) {
     v.run.state = RunState::diskError;

@@ -68,6 +68,13 @@ void VmStates::eventIs(const GuestEvent& event) {
   show(event.vm(), entry);
 }
 
+void VmStates::unansweredIs(const rt::String& vm, bool isUnanswered) {
+  const auto found = entries_.find(vm);
+  if (found == entries_.end() || found->second.isUnanswered == isUnanswered) return;
+  found->second.isUnanswered = isUnanswered;
+  show(vm, found->second);
+}
+
 void VmStates::problemIs(const rt::String& vm, const rt::String& text,
                          model::ProblemSource source) {
   const auto found = entries_.find(vm);
@@ -115,6 +122,8 @@ Situation VmStates::situationOf(const Entry& entry) const {
   return {.wanted = view.wanted,
           .hasProcess = view.hasProcess,
           .isEnding = view.isEnding,
+          .isOutOfReach = view.isOutOfReach,
+          .isUnanswered = entry.isUnanswered,
           .isStarted = view.isStarted,
           .isRefused = view.isRefused,
           .agentState = view.agentState,

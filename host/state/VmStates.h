@@ -31,6 +31,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   void keeperSays(const rt::String& vm, const KeeperView& view);
   void vmDel(const rt::String& vm);
 
+  // Whether the VM's guest does not answer the agent.
+  void unansweredIs(const rt::String& vm, bool isUnanswered);
   void eventIs(const GuestEvent& event);
   // The weightiest that is wrong; empty: nothing.
   void problemIs(const rt::String& vm, const rt::String& text, model::ProblemSource source);
@@ -42,6 +44,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   struct Entry {
     KeeperView view;
     bool isKnown = false;  // its keeper has said something
+    bool isUnanswered = false;
     GuestRun run;
     End end;
     uint64_t judged = 0;  // the run whose end is known

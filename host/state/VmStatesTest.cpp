@@ -164,6 +164,17 @@ TEST_F(VmStatesTest, SayThatQemuHangsWhenItsTimeIsUpThoughNothingHappens) {
   EXPECT_EQ(shown().actual(), "running");
 }
 
+TEST_F(VmStatesTest, SayThatAVmHangsWhoseGuestDoesNotAnswerTheAgent) {
+  states.unansweredIs("web1", true);
+  EXPECT_EQ(status->vmProcess("web1"), nullptr) << "its keeper has said nothing yet";
+  runs();
+  states.unansweredIs("web1", true);
+  EXPECT_EQ(shown().actual(), "hung");
+  EXPECT_EQ(shown().why(), "its shim does not answer");
+  states.unansweredIs("web1", false);
+  EXPECT_EQ(shown().actual(), "running");
+}
+
 TEST_F(VmStatesTest, SayWhenAStartIsTriedAgainAndHowOftenItWas) {
   const auto fails = [&](double in) {
     states.problemIs("web1", "no QEMU", model::ProblemSource::qemu);

@@ -21,7 +21,12 @@ class Prompted : public AgentTest {
  protected:
   Prompted() {
     start();
-    prompter = rt::make<host::Prompter>(root, status, clock);
+    prompter = rt::make<host::Prompter>(
+        root, status,
+        [this](const rt::String& name, bool is) {
+          told.push_back(name.str() + (is ? " is silent" : " answers"));
+        },
+        clock);
   }
   // Its QEMU answers as one does: it runs once it was let run.
   std::vector<std::string> answerAll(const std::string& name) {
@@ -62,6 +67,7 @@ class Prompted : public AgentTest {
   }
 
   host::Prompter::Ptr prompter;
+  std::vector<std::string> told;
 };
 
 TEST_F(Prompted, GuestIsShownRunningAsSoonAsItRuns) {
@@ -152,6 +158,31 @@ TEST_F(Prompted, GuestThatIsStartingIsNotWoken) {
   forget();
   advance(100);
   EXPECT_THAT(withText(said(), "is again"), IsEmpty());
+}
+
+TEST_F(Prompted, GuestThatAnswersNoPollIsToldOfAndThatItAnswersAgain) {
+  run("web1");
+  for (int i = 0; i < 20; ++i) {
+    advance(1);
+    (void)answerAll("web1");
+  }
+  EXPECT_THAT(told, IsEmpty());
+  advance(14);
+  EXPECT_THAT(told, IsEmpty());
+  advance(5);
+  EXPECT_THAT(told, ElementsAre("web1 is silent"));
+  for (int i = 0; i < 6; ++i) {
+    (void)answerAll("web1");
+    advance(1);
+  }
+  EXPECT_THAT(told, ElementsAre("web1 is silent", "web1 answers"));
+}
+
+TEST_F(Prompted, GuestThatWasSilentIsNoLongerOnceItsVmIsRemoved) {
+  run("web1");
+  advance(20);
+  config->vmConfigDel("web1");
+  EXPECT_THAT(told, ElementsAre("web1 is silent", "web1 answers"));
 }
 
 TEST_F(Prompted, VmThatIsRemovedIsForgotten) {

@@ -1,0 +1,81 @@
+// Guests whose shim stands still, with and without the daemon that started them.
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+#include "tests/system/GuestFixture.h"
+
+namespace host::fakes {
+namespace {
+
+class LostGuest : public GuestFixture {
+ protected:
+  bool says(const std::string& text) const {
+    return waitUntil(
+        [&] {
+          return world.vmctl({"why", "web1"}).out.find(text) != std::string::npos;
+        },
+        30);
+  }
+  // The next daemon has the guest's shim before it, which stands still.
+  pid_t freezeForTheNext() {
+    bootVm("web1");
+    const pid_t shim = world.guests("web1").front();
+    world.end(SIGKILL);
+    kill(shim, SIGSTOP);
+    start({"--stop-timeout", "2"});
+    EXPECT_TRUE(says("it goes on, and nobody drives it")) << world.log();
+    return shim;
+  }
+};
+
+TEST_F(LostGuest, IsToldOfAndTakenUpOnceItsShimAnswersAgain) {
+  start();
+  const pid_t shim = freezeForTheNext();
+  EXPECT_TRUE(says("its shim does not answer"));
+  EXPECT_TRUE(world.hasRow("vmProcess", "web1", R"("endCause":"")"));
+  const auto qemus = world.qemus("web1");
+  kill(shim, SIGCONT);
+  expectShownRunning("web1");
+  EXPECT_TRUE(says("web1 is wanted running and is running"));
+  EXPECT_EQ(world.qemus("web1"), qemus);
+  expectEcho("web1", "unharmed");
+}
+
+TEST_F(LostGuest, IsEndedThoughItsShimStandsStillWhenItIsDisabled) {
+  start();
+  freezeForTheNext();
+  world.ctl({"disable", "web1", "--wait"});
+  expectNothingLeftOf("web1");
+}
+
+TEST_F(LostGuest, IsStartedAnewThoughItsShimStandsStillWhenItIsRestarted) {
+  start();
+  const pid_t shim = freezeForTheNext();
+  world.ctl({"restart", "web1", "--wait"});
+  ASSERT_EQ(world.guests("web1").size(), 1U);
+  EXPECT_NE(world.guests("web1").front(), shim);
+  EXPECT_TRUE(says("web1 is wanted running and is running"));
+}
+
+TEST_F(LostGuest, OfTheSameDaemonIsHungUntilItsShimAnswersAgain) {
+  start();
+  runVm("web1");
+  const pid_t shim = world.guests("web1").front();
+  kill(shim, SIGSTOP);
+  EXPECT_TRUE(says("web1 is wanted running, and is hung")) << world.ctl({"why", "web1"});
+  EXPECT_TRUE(says("its shim does not answer"));
+  kill(shim, SIGCONT);
+  EXPECT_TRUE(says("web1 is wanted running and is running")) << world.ctl({"why", "web1"});
+}
+
+TEST_F(LostGuest, OfTheSameDaemonIsEndedThoughItsShimStandsStill) {
+  start({"--stop-timeout", "2"});
+  bootVm("web1");
+  kill(world.guests("web1").front(), SIGSTOP);
+  world.ctl({"disable", "web1", "--wait"});
+  expectNothingLeftOf("web1");
+}
+
+}  // namespace
+}  // namespace host::fakes
