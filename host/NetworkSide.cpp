@@ -35,12 +35,17 @@ NetworkSide::NetworkSide(const Ground& ground)
                                                          .problems = ground.problems,
                                                          .traces = ground.traces,
                                                          .taps = taps},
-                                       ground.clock)) {}
+                                       ground.clock)),
+      senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }) {}
 
 void NetworkSide::begin() {
   // After the interfaces' names: so a device is heard of under its interface at once.
-  kernelLinks_ = rt::make<KernelLinks>(ground_.agent.kernel, interfaces_,
-                                       [this] { cardHealer_->devicesChanged(); });
+  kernelLinks_ = rt::make<KernelLinks>(
+      ground_.agent.kernel, interfaces_,
+      [this](uint32_t device, const rt::String& name, rt::EthAddr address) {
+        if (ground_.options.holdsSenders) senderGuard_.deviceIs(device, name, address);
+      },
+      [this] { cardHealer_->devicesChanged(); });
   janitor_.sweep();
 }
 
@@ -63,6 +68,15 @@ std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
     for (const auto& [key, card] : row.valid->vnicConfigs()) addresses.insert(card->macAddr());
   }
   return addresses;
+}
+
+bool NetworkSide::isCards(rt::EthAddr address) const {
+  for (const auto& [name, row] : ground_.configuration.rows().rows()) {
+    if (!row.valid) continue;
+    for (const auto& [key, card] : row.valid->vnicConfigs())
+      if (card->macAddr() == address) return true;
+  }
+  return false;
 }
 
 }  // namespace host

@@ -8,6 +8,7 @@
 #include "host/network/InterfaceNames.h"
 #include "host/network/Janitor.h"
 #include "host/network/KernelLinks.h"
+#include "host/network/SenderFilter.h"
 
 namespace host {
 
@@ -30,6 +31,7 @@ class NetworkSide {
  private:
   uint32_t deviceOf(const rt::String& interface) const;
   std::set<rt::EthAddr> ourAddresses() const;
+  bool isCards(rt::EthAddr address) const;
 
   const Ground& ground_;
   const FdbStatus::Ptr fdbStatus_;
@@ -37,6 +39,8 @@ class NetworkSide {
   Janitor janitor_;
   const InterfaceNames::Ptr interfaces_;
   const CardHealer::Ptr cardHealer_;
+  KernelSenderFilter senderFilter_;
+  SenderGuard senderGuard_;
   KernelLinks::Ptr kernelLinks_;
 };
 

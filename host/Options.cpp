@@ -30,6 +30,7 @@ constexpr const char* help =
     "  --stop-timeout S     seconds that a guest gets to shut down by itself (15)\n"
     "  --guest-users N-M    numbers of users that QEMU is run as, nobody else's (60578-61183)\n"
     "  --qemu-reads PATHS   what QEMU may read beside Debian's files for it, as /a:/b (nothing)\n"
+    "  --guest-macs own|any what a guest may send under: its cards' addresses, or any (own)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"
     "  --end-guests         have all guests shut down, while no daemon runs, and end\n"
@@ -104,6 +105,12 @@ Refusal qemuReadsIs(Options& options, std::string_view value) {
   return std::nullopt;
 }
 
+Refusal guestMacsIs(Options& options, std::string_view value) {
+  if (value != "own" && value != "any") return "must be own or any";
+  options.holdsSenders = value == "own";
+  return std::nullopt;
+}
+
 Refusal bridgeIs(Options& options, std::string_view value) {
   if (value.empty() || value.size() > model::longestIntfName ||
       value.find_first_of("/: \t") != std::string_view::npos)
@@ -127,6 +134,7 @@ constexpr std::array settings = {
     Setting{"--stop-timeout", stopTimeoutIs},
     Setting{"--guest-users", guestUsersIs},
     Setting{"--qemu-reads", qemuReadsIs},
+    Setting{"--guest-macs", guestMacsIs},
     Setting{"--bridge", bridgeIs},
 };
 

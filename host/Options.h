@@ -24,8 +24,9 @@ struct Options {
   rt::String vncListen;  // empty: screens are on sockets of the group's
   rt::String stopTimeout = guest::defaultStopTimeout;  // seconds
   rt::String guestUsers;                               // "FIRST-LAST"; empty: the shim's own
-  rt::String qemuReads;  // beside Debian's files for QEMU: paths, ':' between them
-  rt::String bridge;     // that static MAC entries are applied to; empty: to none
+  rt::String qemuReads;      // beside Debian's files for QEMU: paths, ':' between them
+  bool holdsSenders = true;  // guests send under their cards' addresses only
+  rt::String bridge;         // that static MAC entries are applied to; empty: to none
 };
 
 // How long an orderly stop of a guest may take: its own time, and the shim's to end it then.

@@ -47,13 +47,20 @@ TEST(Options, HaveDefaults) {
   EXPECT_EQ(options.stopTimeout, "15");
   EXPECT_EQ(options.guestUsers, "");
   EXPECT_EQ(options.qemuReads, "");
+  EXPECT_TRUE(options.holdsSenders);
 }
 
 TEST(Options, HaveTheirValueInTheNextWord) {
-  const Options options =
-      optionsOf({"--state-dir", "/s", "--run-dir", "/r", "--trace", "7", "--shim", "/opt/shim",
-                 "--accel", "kvm", "--vnc-listen", "::1", "--stop-timeout", "0", "--guest-users",
-                 "70000-70099", "--qemu-reads", "/opt/qemu:/srv"});
+  const Options options = optionsOf({"--state-dir",    "/s",
+                                     "--run-dir",      "/r",
+                                     "--trace",        "7",
+                                     "--shim",         "/opt/shim",
+                                     "--accel",        "kvm",
+                                     "--vnc-listen",   "::1",
+                                     "--stop-timeout", "0",
+                                     "--guest-users",  "70000-70099",
+                                     "--qemu-reads",   "/opt/qemu:/srv",
+                                     "--guest-macs",   "any"});
   EXPECT_EQ(options.stateDir, "/s");
   EXPECT_EQ(options.runDir, "/r");
   EXPECT_EQ(options.traceLevels, 1U << 7);
@@ -63,6 +70,8 @@ TEST(Options, HaveTheirValueInTheNextWord) {
   EXPECT_EQ(options.stopTimeout, "0");
   EXPECT_EQ(options.guestUsers, "70000-70099");
   EXPECT_EQ(options.qemuReads, "/opt/qemu:/srv");
+  EXPECT_FALSE(options.holdsSenders);
+  EXPECT_TRUE(optionsOf({"--guest-macs", "any", "--guest-macs=own"}).holdsSenders);
 }
 
 TEST(Options, HaveTheirValueInTheSameWord) {
@@ -127,7 +136,8 @@ TEST(Options, AreRefusedWithNameValueAndWhatWouldBeRight) {
       {{"--qemu-reads=/a:b"},
        "--qemu-reads: '/a:b' is refused: must be absolute paths, with ':' between them"},
       {{"--qemu-reads=/a:"},
-       "--qemu-reads: '/a:' is refused: must be absolute paths, with ':' between them"}};
+       "--qemu-reads: '/a:' is refused: must be absolute paths, with ':' between them"},
+      {{"--guest-macs=all"}, "--guest-macs: 'all' is refused: must be own or any"}};
   for (const auto& [words, text] : cases) EXPECT_EQ(refusal(words), text);
 }
 
@@ -140,8 +150,9 @@ TEST(Options, OfTheEnvironmentAreRefusedUnderItsNames) {
 }
 
 TEST(Options, AreRefusedWithoutTheirValue) {
-  for (const char* name : {"--state-dir", "--run-dir", "--trace", "--shim", "--accel",
-                           "--vnc-listen", "--stop-timeout", "--guest-users", "--qemu-reads"})
+  for (const char* name :
+       {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
+        "--stop-timeout", "--guest-users", "--qemu-reads", "--guest-macs"})
     EXPECT_EQ(refusal({name}), std::string(name) + " needs a value");
 }
 
@@ -187,8 +198,9 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
     EXPECT_EQ(line.wish, Wish::print);
     for (const char* name :
          {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
-          "--stop-timeout", "--guest-users", "--qemu-reads", "--check", "--end-guests", "--version",
-          "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR", "VMAGENT_TRACE",
+          "--stop-timeout", "--guest-users", "--qemu-reads", "--guest-macs", "--check",
+          "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR",
+          "VMAGENT_TRACE",
           "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon "
           "runs,\n6 the database is damaged"})
       EXPECT_THAT(line.text.str(), HasSubstr(name));

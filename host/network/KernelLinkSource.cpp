@@ -1,10 +1,12 @@
 #include <fcntl.h>
 #include <net/if.h>
+#include <netlink/addr.h>
 #include <netlink/cache.h>
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <map>
 #include <string_view>
 
@@ -30,11 +32,22 @@ void require(int result, const char* what) {
                         ": " + nl_geterror(result));
 }
 
+std::optional<rt::EthAddr> addressOf(rtnl_link* link) {
+  const nl_addr* const address = rtnl_link_get_addr(link);
+  rt::EthAddr::Bytes bytes{};
+  if (!address || nl_addr_get_len(address) != bytes.size()) return std::nullopt;
+  const auto* const found = static_cast<const uint8_t*>(nl_addr_get_binary_addr(address));
+  std::copy_n(found, bytes.size(), bytes.begin());
+  return rt::EthAddr(bytes);
+}
+
 KernelLink linkOf(rtnl_link* link) {
   const char* const kind = rtnl_link_get_type(link);
   const bool isTap = kind && std::string_view(kind) == "macvtap";
   const bool isLoopback = (rtnl_link_get_flags(link) & IFF_LOOPBACK) != 0;
-  return {rtnl_link_get_name(link), !isTap && !isLoopback};
+  return {.name = rtnl_link_get_name(link),
+          .canBeInterface = !isTap && !isLoopback,
+          .macvtap = isTap ? addressOf(link) : std::nullopt};
 }
 
 // A bridge tells of its ports in messages of its own family, without a kind; the bridge itself the

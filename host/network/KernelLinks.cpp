@@ -5,8 +5,8 @@
 namespace host {
 
 KernelLinks::KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names,
-                         std::function<void()> heard)
-    : records_(std::move(status), std::move(names)),
+                         LinkRecords::MacvtapSink macvtap, std::function<void()> heard)
+    : records_(std::move(status), std::move(names), std::move(macvtap)),
       heard_(std::move(heard)),
       descriptor_(*this, rt::make<rt::FileDescriptor>("kernel links")) {
   handleInitialized();

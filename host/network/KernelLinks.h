@@ -32,7 +32,7 @@ class KernelLinks final : public rt::StateMachineOf<KernelLinks> {
  public:
   // `heard` is called after the kernel told of any device, also of one that is no interface.
   KernelLinks(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names,
-              std::function<void()> heard);
+              LinkRecords::MacvtapSink macvtap, std::function<void()> heard);
 
   static constexpr std::string_view typeName = "host::KernelLinks";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &KernelLinks::initialized>>;

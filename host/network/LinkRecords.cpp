@@ -44,6 +44,7 @@ void LinkRecords::withdraw(uint32_t ifIndex, const KernelLink& link) {
 
 void LinkRecords::present(uint32_t ifIndex, const KernelLink& link) {
   rt::FirstException failures;
+  if (link.macvtap) failures.run([&] { macvtap_(ifIndex, link.name, *link.macvtap); });
   if (link.canBeInterface) failures.run([&] { names_->deviceIs(link.name); });
   failures.run([&] { status_->interfaceIs(keyOf(ifIndex), link.name); });
   failures.rethrow();

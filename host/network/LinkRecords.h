@@ -1,9 +1,12 @@
 // The kernel's network devices, as records.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <optional>
 
 #include "host/network/InterfaceNames.h"
+#include "runtime/net/EthAddr.h"
 #include "runtime/records/KernelNetInfo.h"
 
 namespace host {
@@ -15,6 +18,7 @@ struct KernelLink {
   // How many devices had its index before it, since nothing had. So one that was made anew between
   // two looks, with the old one's name and index, is another.
   uint32_t before = 0;
+  std::optional<rt::EthAddr> macvtap{};  // its address; nothing: it is of another kind
 
   friend bool operator==(const KernelLink&, const KernelLink&) = default;
 };
@@ -24,8 +28,12 @@ using KernelLinkTable = std::map<uint32_t, KernelLink>;  // by ifindex
 // Owned by KernelLinks, which reads that.
 class LinkRecords {
  public:
-  LinkRecords(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names)
-      : status_(std::move(status)), names_(std::move(names)) {}
+  // Is told of each macvtap device that is there, or is another than it was.
+  using MacvtapSink =
+      std::function<void(uint32_t ifIndex, const rt::String& name, rt::EthAddr address)>;
+
+  LinkRecords(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names, MacvtapSink macvtap)
+      : status_(std::move(status)), names_(std::move(names)), macvtap_(std::move(macvtap)) {}
 
   // All devices there are now. What is gone is told first: a name may have passed to another
   // device. Whoever hears of one may throw; all others are told of, and the first exception passes
@@ -38,6 +46,7 @@ class LinkRecords {
 
   const KernelNetInfo::Status::Ptr status_;
   const InterfaceNames::Ptr names_;
+  const MacvtapSink macvtap_;
   KernelLinkTable links_;
 };
 

@@ -58,7 +58,11 @@ class LinkRecordsTest : public testing::Test {
   const InterfaceNames::Ptr names =
       rt::make<InterfaceNames>(localDir, rt::make<HostStatus>(),
                                rt::make<Interface::DeviceIntfStatusDir>(), [](const auto&) {});
-  LinkRecords records{kernel, names};
+  std::vector<std::string> macvtaps;  // that were told of
+  LinkRecords records{
+      kernel, names, [this](uint32_t ifIndex, const rt::String& name, rt::EthAddr address) {
+        macvtaps.push_back(std::to_string(ifIndex) + " " + name.str() + " " + address.text().str());
+      }};
 };
 
 TEST_F(LinkRecordsTest, HaveAllDevicesAndTheInterfacesAmongThem) {
@@ -128,6 +132,19 @@ TEST_F(LinkRecordsTest, TellOfADeviceThatWasMadeAnewAsOneThatWentAndOneThatCame)
   EXPECT_THAT(devices(), ElementsAre("2 eth0"));
 }
 
+TEST_F(LinkRecordsTest, TellOfAMacvtapOnceAndWhenItIsAnotherOrHasAnotherAddress) {
+  const auto macvtap = [](const char* address, uint32_t before) {
+    return KernelLink{"macvtap0", false, before, rt::EthAddr(rt::String(address))};
+  };
+  records.linksAre({{2, {"eth0", true}}, {7, macvtap("52:54:00:12:34:01", 0)}});
+  records.linksAre({{7, macvtap("52:54:00:12:34:01", 0)}});
+  EXPECT_THAT(macvtaps, ElementsAre("7 macvtap0 52:54:00:12:34:01"));
+  records.linksAre({{7, macvtap("52:54:00:12:34:01", 1)}});
+  records.linksAre({{7, macvtap("52:54:00:12:34:02", 1)}});
+  EXPECT_THAT(macvtaps, ElementsAre("7 macvtap0 52:54:00:12:34:01", "7 macvtap0 52:54:00:12:34:01",
+                                    "7 macvtap0 52:54:00:12:34:02"));
+}
+
 TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
   const auto thrower = rt::make<DeviceThrower>(kernel, 2U);
   EXPECT_THROW(records.linksAre({{2, {"eth0", true}}, {3, {"eth1", true}}}), rt::Exception);
@@ -139,7 +156,8 @@ TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
 
 TEST_F(LinkRecordsTest, AreTheKernelsFromTheBeginning) {
   const rt::ActivityManager manager;
-  const auto links = rt::make<KernelLinks>(kernel, names, [] {});
+  const auto links = rt::make<KernelLinks>(
+      kernel, names, [](auto...) {}, [] {});
   EXPECT_THAT(devices(), Contains("1 lo"));
   EXPECT_THAT(interfaces(), testing::Not(Contains("lo")));
 }

@@ -269,6 +269,8 @@ long simSystemCall(long number, ...) {
       case SYS_capset:
       case SYS_seccomp:
         return 0;  // nobody in a world does what is forbidden by them
+      case SYS_bpf:
+        return -EPERM;  // a kernel that takes no programs
       case SYS_openat2:
         return openInRoot(static_cast<int>(given[0]), reinterpret_cast<const char*>(given[1]),
                           *reinterpret_cast<const open_how*>(given[2]));

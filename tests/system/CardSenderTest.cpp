@@ -1,0 +1,118 @@
+// What a guest's card lets through of what it sends, on real macvtap devices.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "host/network/SenderFilter.h"
+#include "runtime/base/Check.h"
+#include "tests/system/DaemonFixture.h"
+
+namespace host::fakes {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* own = "52:54:00:12:34:01";
+
+// Frames are sent from the card's device as its guest's are.
+class CardSender : public DaemonFixture {
+ protected:
+  CardSender() {
+    ip("link add Ethernet1 type veth peer name peer1");
+    ip("link set peer1 up");
+    ip("link set Ethernet1 up");
+  }
+  static int received() {
+    int packets = -1;
+    std::ifstream("/sys/class/net/peer1/statistics/rx_packets") >> packets;
+    return packets;
+  }
+  static void send(const std::string& device, const char* sender) {
+    const auto bytes = rt::EthAddr(rt::String(sender)).bytes();
+    ether_header header{};
+    std::memset(header.ether_dhost, 0xff, sizeof header.ether_dhost);
+    std::memcpy(header.ether_shost, bytes.data(), bytes.size());
+    header.ether_type = htons(0x88b5);  // for experiments
+    char frame[60] = {};
+    std::memcpy(frame, &header, sizeof header);
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
+    const int sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    // A frame that is dropped counts as sent, or is ENOBUFS.
+    (void)sendto(sock, frame, sizeof frame, 0, reinterpret_cast<const sockaddr*>(&address),
+                 sizeof address);
+    close(sock);
+  }
+  // How many of so many frames arrive.
+  static int arriving(const std::string& device, const char* sender, int count = 10) {
+    const int before = received();
+    for (int i = 0; i < count; ++i) send(device, sender);
+    (void)waitUntil([&] { return received() - before >= count; }, 0.2);
+    return received() - before;
+  }
+  static void quiet() { (void)run({"/sbin/sysctl", "-qw", "net.ipv6.conf.all.disable_ipv6=1"}); }
+  static std::string filters(const std::string& device) {
+    return run({"/sbin/tc", "filter", "show", "dev", device, "egress"}).out;
+  }
+  void attach(const std::string& macs) {
+    world.start({"--shim", "off", "--guest-macs", macs});
+    world.addVm("web1",
+                {"--nic", std::string("model=e1000,intf=Ethernet1,mac=") + own, "--enabled"});
+    ASSERT_TRUE(waitUntil([] { return if_nametoindex("macvtap0") != 0; })) << world.log();
+    ASSERT_TRUE(waitUntil([] { return arriving("macvtap0", own, 1) >= 1; })) << world.log();
+  }
+};
+
+TEST_F(CardSender, IsHeldToTheAddressThatIsSetLast) {
+  quiet();
+  ip(std::string("link add link Ethernet1 name macvtap7 address ") + own +
+     " type macvtap mode bridge");
+  ip("link set macvtap7 up");
+  EXPECT_EQ(arriving("macvtap7", "52:54:00:12:34:02"), 10);
+  KernelSenderFilter filter;
+  const uint32_t device = if_nametoindex("macvtap7");
+  ASSERT_EQ(filter.set(device, rt::EthAddr(rt::String(own))), "");
+  EXPECT_EQ(arriving("macvtap7", own), 10);
+  for (const char* const other :
+       {"52:54:00:12:34:02", "52:54:00:13:34:01", "53:54:00:12:34:01", "52:54:00:12:35:01"})
+    EXPECT_EQ(arriving("macvtap7", other), 0) << other;
+  ASSERT_EQ(filter.set(device, rt::EthAddr(rt::String("52:54:00:12:34:02"))), "");
+  EXPECT_EQ(arriving("macvtap7", own), 0);
+  EXPECT_EQ(arriving("macvtap7", "52:54:00:12:34:02"), 10);
+  EXPECT_THAT(filter.set(4711, rt::EthAddr()), HasSubstr("clsact"));
+}
+
+TEST_F(CardSender, IsTheCardsAddressWhereTheDaemonHasAttachedIt) {
+  quiet();
+  attach("own");
+  EXPECT_TRUE(waitUntil([] { return arriving("macvtap0", "52:54:00:12:34:02", 3) == 0; }));
+  EXPECT_EQ(arriving("macvtap0", own), 10);
+  EXPECT_THAT(world.log(), Not(HasSubstr("any address")));
+}
+
+TEST_F(CardSender, MayBeAnyWhereTheDaemonIsToldSo) {
+  quiet();
+  attach("any");
+  EXPECT_EQ(arriving("macvtap0", "52:54:00:12:34:02"), 10);
+  EXPECT_THAT(filters("macvtap0"), Not(HasSubstr("vmagent")));
+}
+
+TEST_F(CardSender, IsHeldWhileNoDaemonRuns) {
+  quiet();
+  attach("own");
+  ASSERT_TRUE(waitUntil([] { return filters("macvtap0").find("vmagent") != std::string::npos; }));
+  world.end(SIGKILL);
+  EXPECT_EQ(arriving("macvtap0", "52:54:00:12:34:02"), 0);
+}
+
+}  // namespace
+}  // namespace host::fakes
