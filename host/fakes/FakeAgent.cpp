@@ -51,6 +51,8 @@ bool FakeMachine::start() {
 }
 
 void FakeMachine::switchOff() {
+  if (fortune_.complains.contains(config_->name()))
+    VM_TRACE(1) << "FAIL: no such device: " << config_->name();
   if (qemuChildProcess()) {
     fortune_.effects.push_back("kill " + config_->name().str());
     qemuChildProcess()->kill();

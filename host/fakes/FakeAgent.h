@@ -51,6 +51,7 @@ struct Fortune {
   std::set<rt::String> startFails;  // level-1 message, no process, status not enabled
   std::set<rt::String> throws;      // what handles a change of the VM's record, after it did
   std::set<rt::String> mountThrows;
+  std::set<rt::String> complains;    // level-1 message when it is switched off
   bool twoOfOneVm = false;           // a process was started while another of that VM was there
   std::vector<std::string> effects;  // "start web1", "fail web1", "kill web1"
   std::vector<FakeProcess::Ptr> processes;

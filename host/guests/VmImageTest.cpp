@@ -30,6 +30,16 @@ class VmImageTest : public testing::Test {
 constexpr const char* missing =
     "image: diskImage: '/images/web.iso' is refused: must be a file that is there";
 
+TEST_F(VmImageTest, ThatWasRefusedIsNoProblemOfTheVmThatComesNext) {
+  imageIs("/images/web.iso", false);
+  world.rowIs("web1", on);
+  ASSERT_EQ(world.problem("web1"), missing);
+  world.images.unseen.insert("/images/new.iso");
+  world.apply({world.putNew("web1", Row{.diskImage = "/images/new.iso"}.doc())});
+  world.settle();
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 // Each road to a start.
 
 TEST_F(VmImageTest, ThatIsRefusedKeepsAVmFromBeingSwitchedOn) {

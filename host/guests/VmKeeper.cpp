@@ -252,7 +252,6 @@ void VmKeeper::dismount() {
   mounted_ = nullptr;
   mountedVm_ = 0;
   startedWith_ = nullptr;
-  told_.reset();
   pacing_ = Pacing(pacing_.restartsDone(), tools_.stopPatience);  // what failed was the other VM
   image_ = {};
   for (const auto source : {ProblemSource::qemu, ProblemSource::restart})

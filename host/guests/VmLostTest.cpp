@@ -115,6 +115,9 @@ TEST(VmStart, IsTriedAgainWhereNoProcessCouldBeMade) {
   world.advance(1);
   EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
   EXPECT_EQ(world.problem("web1"), "");
+  world.end("web1");
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), IsEmpty()) << "what has ended is not started by itself";
 }
 
 TEST(VmEnd, IsForcedOnAProcessThatDoesNotEndWhenItIsTold) {

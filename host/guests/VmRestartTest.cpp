@@ -126,6 +126,26 @@ TEST(VmRestart, IsOffWaitOn) {
   EXPECT_EQ(restartsOf(world, "web1"), 1U);
 }
 
+TEST(VmRestart, ThatWasAskedWhileAVmWasGoneIsPastForTheNextOfItsName) {
+  SupervisorWorld world({{"web1", 3}});
+  world.restartIs("web1", 3);
+  world.rowIs("web1", off);
+  world.rowDel("web1");
+  world.restartIs("web1", 7);
+  world.rowIs("web1", on);
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(restartsOf(world, "web1"), 7U);
+}
+
+TEST(VmEnd, HasNoProblemOfWhatTheAgentDidNotFindOnTheWay) {
+  SupervisorWorld world;
+  world.fortune.complains.insert("web1");
+  world.rowIs("web1", on);
+  world.rowIs("web1", off);
+  EXPECT_EQ(world.problem("web1"), "");
+}
+
 TEST(VmStart, IsPreparedEachTimeAndNothingElseIs) {
   SupervisorWorld world;
   std::vector<std::string> before;  // what had been done when a start was prepared
