@@ -89,6 +89,8 @@ rt::Seconds VmKeeper::wakeUp() const {
 }
 
 void VmKeeper::handleStatus() {
+  const bool isThere = process_.notifier() && isAlive(*process_.notifier());
+  if (isThere && status_->state() != "Starting") takesUp_ = false;
   tools_.cards.changed(name_);
   note();
 }
@@ -148,15 +150,16 @@ bool VmKeeper::act(rt::Seconds now) {
   return acted;
 }
 
-// Who answers at the shim's socket has a guest, though the agent's process has ended: one that only
-// stood in for it, or was to.
+// Who answers at the shim's socket has a guest, though the agent's process has ended: it was to
+// stand in for that shim, and did not come to it. A shim whose stand-in is lost later ends its
+// guest.
 void VmKeeper::processEnded() {
   const bool wasToEnd = !facts().switchedOn;
   tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
   isUnmade_ = pidOf(*process_.notifier()) <= 0;
   process_.notifierIs(nullptr);
   if (hasProcess()) return;
-  const bool goesOn = tools_.shims.isThere(name_) &&
+  const bool goesOn = (takesUp_ || wasToEnd) && tools_.shims.isThere(name_) &&
                       (wasToEnd ? tools_.going.end(name_) : tools_.going.decideOn(name_));
   if (!goesOn) ended();
 }

@@ -111,8 +111,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
-  bool takesUp_ = false;                          // so the last start
-  bool isUnmade_ = false;                         // the process of the last start
+  bool takesUp_ = false;   // the last start does, and its guest has not answered yet
+  bool isUnmade_ = false;  // the process of the last start
   rt::Seconds killAt_ = rt::Seconds::infinity();  // its process, which was told to end
   std::optional<UnknownGuest> unknown_;           // an earlier daemon's
   Vm::VmConfig::Ptr wanted_;                      // what is in force, switch and all; null: nothing

@@ -18,7 +18,7 @@ const Row on{.enabled = true};
 const Row off{.enabled = false};
 const rt::Seconds patience = rt::Seconds(15) + shimsOwn;
 
-// The guest of web1 is kept by a shim that only was stood in for.
+// The guest of web1 is kept by an earlier daemon's shim, and is to be taken up.
 class VmLost : public testing::Test {
  protected:
   VmLost() {
@@ -27,7 +27,7 @@ class VmLost : public testing::Test {
       world.waiting.waits(vm, 1);
       world.supervisor->adoptableIs(vm, true);
     };
-    world.shims.lastErrors["web1"] = "its shim does not answer";
+    world.supervisor->adoptableIs("web1", true);
     world.rowIs("web1", on);
     (void)world.fortune.take();
   }
@@ -92,6 +92,15 @@ TEST_F(VmLost, HasItsGuestEndedWhoseStandInDiedWhenItWasToEnd) {
   world.advance(patience.value());
   world.end("web1");
   EXPECT_THAT(world.going.told, ElementsAre("end web1"));
+}
+
+TEST_F(VmLost, IsOneThatHasEndedWhoseStandInDiedOnceTheGuestHadAnswered) {
+  world.status->vmStatus("web1")->stateIs("Running");
+  fail();
+  EXPECT_THAT(world.going.told, IsEmpty()) << "its shim ends it";
+  EXPECT_THAT(world.aroundStart.endings, ElementsAre("web1"));
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), IsEmpty());
 }
 
 TEST_F(VmLost, IsOneThatHasEndedWhereNobodyHasAGuestOfIt) {
