@@ -5,6 +5,10 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cerrno>
+
+#include "runtime/base/Exception.h"
+
 namespace host {
 
 namespace {
@@ -43,7 +47,10 @@ void Signals::handleInitialized() {
   if (initialized()) return;
   initializedIs(true);
   const sigset_t set = endingSignals();
-  descriptor_->descriptorIs(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+  const int signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  // They wait for nobody else: such a daemon could only be killed.
+  if (signals < 0) throw rt::ErrnoException(errno, "signals cannot be read");
+  descriptor_->descriptorIs(signals);
   descriptor_->notifyOnReadableIs(true);
 }
 
