@@ -45,7 +45,7 @@ ALLOWED = {
     "sim/kernel": ["sim/fiber"],
     "sim/seam": ["sim/kernel"],
     "sim/models": ["sim/kernel"],
-    "sim/world": ["sim/seam", "sim/models", "statedb", "model"],
+    "sim/world": ["sim/seam", "sim/models", "statedb", "model", "ctl"],
     "sim/oracle": ["sim/world"],
     "sim/story": ["sim/oracle"],
     "sim/run": ["sim/story"],

@@ -116,6 +116,16 @@ void Ledger::handleAsked(const std::string& vm, Time began) {
   its.isLost = false;
 }
 
+void Ledger::handleLost(const std::string& vm) {
+  of(vm).isLost = true;
+  of(vm).lostSince = now_();
+}
+
+bool Ledger::wasLost(const std::string& vm, Time began) const {
+  const OfVm* const its = find(vm);
+  return its && its->lostSince > began;
+}
+
 bool Ledger::isLost(const std::string& vm) const {
   const OfVm* const its = find(vm);
   return its && its->isLost;

@@ -50,8 +50,10 @@ class Ledger {
   Duration calmFor(const std::string& vm) const;
 
   // Who was to take its guest up was killed before it could: the daemon takes the guest for ended.
-  void handleLost(const std::string& vm) { of(vm).isLost = true; }
+  void handleLost(const std::string& vm);
   bool isLost(const std::string& vm) const;
+  // One that is asked for again is taken up then.
+  bool wasLost(const std::string& vm, Time began) const;
 
   // What the VM's row says, as far as it can be read; nothing: it says nothing that is valid.
   // By what began then.
@@ -85,6 +87,7 @@ class Ledger {
     bool isProblem = false;
     Time standsSince{};
     bool isLost = false;
+    Time lostSince{};
   };
   // A guest that began so long after what may end it had not heard of it yet.
   static constexpr Duration grace = std::chrono::seconds(3);

@@ -46,6 +46,7 @@ std::optional<Finding> Truth::lieOf(const std::string& vm, const Rows& status) c
   const std::string process = rowOf(status, "vmProcess", vm);
   const std::string state = memberOf(rowOf(status, "vmStatus", vm), "state");
   const std::string word = memberOf(process, "process");
+  const bool isConfigured = configuration_.contains(vmTable + vm);
   const auto lie = [&](const std::string& text) { return Finding{"status", vm, text}; };
   const auto qemus = world_.qemus.of(vm);
   const auto shims = shimsOf(world_, vm);
@@ -58,13 +59,14 @@ std::optional<Finding> Truth::lieOf(const std::string& vm, const Rows& status) c
     return lie("it has a process, and is shown with none: " + process);
   if (state == "Running" && (qemus.empty() || !qemus.front()->guestRuns()))
     return lie("no guest of it runs, and it is shown running");
+  const bool mayBeOther = !isConfigured && mayBeUnknown && state.empty();
+  const bool isToEnd = !qemus.empty() && ledger_.wasAskedToEnd(vm, qemus.front()->started());
   if (state != "Running" && word == "running" && !qemus.empty() && isGood(*qemus.front()) &&
-      qemus.front()->guestRuns())
+      qemus.front()->guestRuns() && !isToEnd && !mayBeOther)
     return lie("its guest runs, and it is shown " + state);
   const std::string problem = memberOf(rowOf(status, "vmProblem", vm), "problem");
   if (ledger_.wanted(vm) == true && qemus.empty() && problem.empty() && !ledger_.standsWell(vm))
     return lie("it does not run, and nothing says why");
-  const bool isConfigured = configuration_.contains("vmConfig/" + vm);
   if (!isConfigured && word.empty() && !rowOf(status, "vmStatus", vm).empty())
     return lie("it is not configured, has no process, and has a status");
   return std::nullopt;
@@ -95,6 +97,9 @@ std::optional<Finding> Truth::faultOf(const std::string& vm, const Rows& status)
   const auto stands = ledger_.standsBecause(vm);
   if (wanted == true && qemus.empty() && !stands)
     return fault("its VM is on, and it does not run: " + rowOf(status, "vmProblem", vm));
+  if (!qemus.empty() && ledger_.wasAskedToEnd(vm, qemus.front()->started()) &&
+      !ledger_.wasLost(vm, qemus.front()->started()) && !mayBeUnknown)
+    return fault("its guest was to end, and is still there");
   if (shims.size() > 2 || (qemus.empty() && !shims.empty()) || (!qemus.empty() && shims.empty()))
     return fault("it has " + std::to_string(shims.size()) + " shims and " +
                  std::to_string(qemus.size()) + " QEMUs");
@@ -114,7 +119,8 @@ std::optional<Finding> Truth::faultOf(const std::string& vm, const Rows& status)
 std::optional<Finding> Truth::strayFile(const std::string& vm, bool runs) const {
   for (const std::string& path : {"/run/" + vm + ".monitor", "/run/vmagent/vm/" + vm + "/shim.sock",
                                   "/run/vmagent/vm/" + vm + "/console.sock"})
-    if (world_.machine.files.at(path) && !runs) return Finding{"wanted", vm, path + " is left"};
+    if (world_.machine.files.at(path) && !runs && !ledger_.isOrphan(path))
+      return Finding{"wanted", vm, path + " is left"};
   return std::nullopt;
 }
 

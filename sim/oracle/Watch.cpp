@@ -16,9 +16,6 @@ constexpr Duration untilHeard = std::chrono::seconds(5);
 // Until what was disturbed is in order again.
 constexpr Duration untilCalm = std::chrono::seconds(3);
 
-// Until one that stands in has asked for the guest, also on a slow machine.
-constexpr Duration untilTakenUp = std::chrono::milliseconds(200);
-
 bool isWait(const char* call) {
   return std::strncmp(call, "epoll_", 6) == 0 || std::strcmp(call, "poll") == 0;
 }
@@ -110,11 +107,20 @@ void Watch::handleGuestsEnd(const Guest& guest, int waitStatus) {
     ledger_.handleEnd(guest.vm, *cause, waitStatus != 0);
 }
 
+// Whether the keeper of the VM's guest, which was there before it, has written down that it stands
+// in.
+bool Watch::wasGivenIts(const Process& standIn, const std::string& vm) const {
+  const auto qemus = world_.qemus.of(vm);
+  if (qemus.empty() || qemus.front()->started() > standIn.started) return true;
+  const InodePtr log = world_.machine.files.at("/run/vmagent/vm/" + vm + "/shim.log");
+  const std::string words = "at which process " + std::to_string(standIn.pid) + " stands in";
+  return log && log->bytes.find(words) != std::string::npos;
+}
+
 void Watch::handleShimsEnd(const Process& process, int waitStatus) {
   if (!process.parent || !isDaemon(*process.parent) || !process.parent->lives()) return;
   const std::string vm = vmOf(process);
-  const bool wasNew = world_.machine.now() - process.started < untilTakenUp;
-  if (waitStatus != 0 && wasNew && !world_.qemus.of(vm).empty()) ledger_.handleLost(vm);
+  if (waitStatus != 0 && !wasGivenIts(process, vm)) ledger_.handleLost(vm);
   auto cause = ledger_.causeOfEnd(vm, process.started);
   if (!cause) cause = ledger_.troubleOf(vm);
   if (waitStatus != 0 && !cause) return fail("shim-end", vm, "its shim " + endText(waitStatus));
@@ -136,7 +142,13 @@ void Watch::handleRemoval(const Link& link) {
     });
     const auto guest = guests_.find(pid);
     if (guest == guests_.end() || ledger_.wasAskedToEnd(qemu->vm(), guest->second.began)) continue;
-    if (isInUse && ledger_.wanted(qemu->vm()) == true && ledger_.calmFor(qemu->vm()) > untilCalm)
+    // A daemon that takes a guest up gives it devices of its own.
+    const auto isKept = [&](const Process* shim) {
+      return shim->parent == world_.daemon() && world_.machine.now() - shim->started > untilCalm;
+    };
+    const auto shims = shimsOf(world_, qemu->vm());
+    if (isInUse && ledger_.wanted(qemu->vm()) == true && ledger_.calmFor(qemu->vm()) > untilCalm &&
+        std::any_of(shims.begin(), shims.end(), isKept))
       fail("device", qemu->vm(), link.name + " is removed under its guest, which was left alone");
   }
 }
@@ -157,7 +169,7 @@ void Watch::enter(const Process& process, const CallNote& note) {
   if (&process != world_.daemon() || backSince_ == never || !isWait(note.name)) return;
   const Duration absence = world_.machine.now() - backSince_;
   backSince_ = never;
-  if (absence > longestAbsence)
+  if (absence > longestAbsence && world_.machine.now() > forgivesUntil_)
     fail("stands", "vmagentd", "was away from its loop for " + secondsText(absence) + " s");
 }
 

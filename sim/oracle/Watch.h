@@ -32,6 +32,8 @@ class Watch {
   Duration longestAbsence = std::chrono::seconds(1);
   // It stands still, or another does that it waits for.
   void forgiveAbsence() { backSince_ = never; }
+  // A start whose socket could not be put in place looks for it for ten seconds.
+  void forgiveNextAbsence() { forgivesUntil_ = world_.machine.now() + std::chrono::seconds(15); }
 
  private:
   struct Guest {
@@ -45,6 +47,7 @@ class Watch {
   void handleQemu(pid_t pid, const Qemu& qemu);
   void handleEnd(const Process& process, int waitStatus);
   void handleGuestsEnd(const Guest& guest, int waitStatus);
+  bool wasGivenIts(const Process& standIn, const std::string& vm) const;
   void handleShimsEnd(const Process& process, int waitStatus);
   void noteOrphans();
   void handleRemoval(const Link& link);
@@ -55,6 +58,7 @@ class Watch {
   Ledger& ledger_;
   Diary& diary_;
   std::map<pid_t, Guest> guests_;
+  Time forgivesUntil_{};
   Time backSince_ = never;  // that the daemon works; never: it waits
 };
 

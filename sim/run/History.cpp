@@ -49,7 +49,8 @@ std::string toText(const Outcome& outcome) {
   put(text, outcome.verdict.clause);
   put(text, outcome.verdict.about);
   put(text, outcome.verdict.text);
-  text << outcome.digest << ' ' << outcome.calls << ' ' << outcome.passed.count() << ' ';
+  text << outcome.digest << ' ' << outcome.calls << ' ' << outcome.passed.count() << ' '
+       << outcome.work.count() << ' ' << outcome.memory << ' ';
   put(text, outcome.diary);
   put(text, outcome.records);
   return text.str();
@@ -62,8 +63,10 @@ Outcome outcomeFromText(const std::string& text) {
   outcome.verdict.about = take(from);
   outcome.verdict.text = take(from);
   Duration::rep passed = 0;
-  from >> outcome.digest >> outcome.calls >> passed;
+  Duration::rep work = 0;
+  from >> outcome.digest >> outcome.calls >> passed >> work >> outcome.memory;
   outcome.passed = Duration(passed);
+  outcome.work = Duration(work);
   outcome.diary = take(from);
   outcome.records = take(from);
   return outcome;

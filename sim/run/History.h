@@ -12,6 +12,8 @@ struct Outcome {
   uint64_t digest = 0;  // of all calls of all programs, and what they returned
   uint64_t calls = 0;
   Duration passed{};  // of the machine's time
+  Duration work{};    // of the processor's, which differs from run to run
+  long memory = 0;    // KiB at most, of the process that has played it; likewise
   std::string diary;
   std::string records;  // logs, and what QEMUs were asked; of one that is shown
 

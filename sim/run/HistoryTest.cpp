@@ -41,6 +41,8 @@ TEST(Outcome, IsReadAsItIsWritten) {
   outcome.digest = UINT64_MAX;
   outcome.calls = 3;
   outcome.passed = std::chrono::seconds(5);
+  outcome.work = std::chrono::milliseconds(7);
+  outcome.memory = 9;
   outcome.diary = "a\nb";
   const Outcome read = outcomeFromText(toText(outcome));
   EXPECT_EQ(toText(read), toText(outcome));

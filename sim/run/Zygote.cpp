@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -55,11 +56,20 @@ bool hear(int from, std::string& text) {
   return readAll(from, text.data(), text.size());
 }
 
+Duration durationOf(const timeval& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+}
+
 [[noreturn]] void playAndExit(Stage& stage, const std::string& story, int to) {
   const itimerval work{{}, {longestWork, 0}};
   setitimer(ITIMER_VIRTUAL, &work, nullptr);
   alarm(longestHistory);
-  tell(to, toText(play(stage, storyFromText(story))));
+  Outcome outcome = play(stage, storyFromText(story));
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  outcome.work = durationOf(used.ru_utime) + durationOf(used.ru_stime);
+  outcome.memory = used.ru_maxrss;
+  tell(to, toText(outcome));
   // Not by exit(): a world in the midst of everything is not to be taken apart.
   _exit(0);
 }

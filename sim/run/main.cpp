@@ -1,4 +1,5 @@
 // vmagent-sim: plays stories, and tells of those that end badly.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,7 @@ constexpr const char* usage =
     "Plays what may happen to a switch and its guests on a machine that is made up.\n"
     "\n"
     "  --seconds S      play for so long (10)\n"
+    "  --work S         play until a processor has worked for so long, whatever else it does\n"
     "  --count N        play so many histories and no more\n"
     "  --seed N         begin with that seed (1)\n"
     "  --show           play that one only, and show all of it\n"
@@ -36,6 +38,7 @@ constexpr const char* usage =
 
 struct Options {
   double seconds = 10;
+  double work = 0;  // in place of it; 0: none
   uint64_t count = UINT64_MAX;
   uint64_t seed = 1;
   std::string story;
@@ -66,6 +69,8 @@ bool read(Options& options, const std::vector<std::string>& words) {
       const std::string& value = words[++i];
       if (word == "--seconds")
         options.seconds = std::stod(value);
+      else if (word == "--work")
+        options.work = std::stod(value);
       else if (word == "--count")
         options.count = std::stoull(value);
       else if (word == "--seed")
@@ -96,7 +101,10 @@ class Runner {
     }
     if (!options_.stories.empty() && !playFile()) return 1;
     const auto end = RealClock::now() + std::chrono::duration<double>(options_.seconds);
-    for (uint64_t i = 0; i < options_.count && RealClock::now() < end; ++i) {
+    const auto isOver = [&] {
+      return options_.work > 0 ? work_ >= options_.work : RealClock::now() >= end;
+    };
+    for (uint64_t i = 0; i < options_.count && !isOver(); ++i) {
       if (!play(storyOf(options_.seed + i)) && !options_.keepsGoing) break;
     }
     return conclude();
@@ -104,8 +112,11 @@ class Runner {
 
  private:
   int conclude() const {
-    std::printf("sim: %llu histories, %.0f hours of a machine's time, %llu calls, %llu failed\n",
-                count_, hours_, calls_, failed_);
+    std::printf(
+        "sim: %llu histories, %.0f hours of a machine's time, %llu calls, %llu failed; "
+        "%.1f s of a processor, %.0f histories each, %ld MiB at most\n",
+        count_, hours_, calls_, failed_, work_, work_ > 0 ? double(count_) / work_ : 0,
+        memory_ / 1024);
     return failed_ == 0 ? 0 : 1;
   }
 
@@ -135,6 +146,8 @@ class Runner {
     const Outcome outcome = zygotes_.play(story);
     ++count_;
     calls_ += outcome.calls;
+    work_ += std::chrono::duration<double>(outcome.work).count();
+    memory_ = std::max(memory_, outcome.memory);
     hours_ += std::chrono::duration<double, std::ratio<3600>>(outcome.passed).count();
     if (options_.digests)
       std::printf("%llu %016llx\n", static_cast<unsigned long long>(story.seed),
@@ -169,6 +182,8 @@ class Runner {
   unsigned long long calls_ = 0;
   unsigned long long failed_ = 0;
   double hours_ = 0;
+  double work_ = 0;
+  long memory_ = 0;
 };
 
 }  // namespace

@@ -395,6 +395,7 @@ void databaseFilesAreTheWorlds() {
   files.xGetLastError = lastError;
   // What a killed process holds it would hold for ever.
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   sqlite3_initialize();
   sqlite3_vfs_register(&files, 1);
 }

@@ -33,7 +33,7 @@ class Name {
   long call(Act act, const A&... arguments) const {
     Digest digest;
     CallNote note{text_, 0, -1, -1};
-    int numbers = 0;
+    [[maybe_unused]] int numbers = 0;
     (add(digest, note, numbers, arguments), ...);
     note.arguments = digest.value();
     Result result = machine().gate.enter(note);

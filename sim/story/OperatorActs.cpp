@@ -85,7 +85,7 @@ void switchTo(Stage& stage, const std::string& vm, bool on) {
                                         return memberOf(is, "enabled") == (on ? "true" : "false") &&
                                                areEqualBut(was, is, "enabled");
                                       });
-  if (!on && end.status() == 0) stage.ledger.askToEnd(vm, "it is disabled");
+  if (!on && end.status() == 0) stage.handleEnding(vm, "it is disabled", std::nullopt);
 }
 
 void enable(Stage& stage, const Step& step) { switchTo(stage, subjectOf(step), true); }
@@ -106,8 +106,7 @@ void restart(Stage& stage, const Step& step) {
   stage.ledger.mayEnd(vm, "it is restarted");
   const CommandEnd end = stage.change(vm, {"restart", vm}, isAsBefore);
   if (end.status() != 0) return;
-  stage.ledger.askToEnd(vm, "it is restarted");
-  stage.ledger.handleAsked(vm, end.began);
+  stage.handleEnding(vm, "it is restarted", end.began);
 }
 
 void removeVm(Stage& stage, const std::string& vm) {
@@ -116,8 +115,7 @@ void removeVm(Stage& stage, const std::string& vm) {
       stage.change(vm, {"remove", vm, "--force"},
                    [](const std::string& /*was*/, const std::string& is) { return is.empty(); });
   if (end.status() != 0) return;
-  stage.ledger.askToEnd(vm, "it is removed");
-  stage.ledger.handleAsked(vm, end.began);
+  stage.handleEnding(vm, "it is removed", end.began);
 }
 
 void remove(Stage& stage, const Step& step) { removeVm(stage, subjectOf(step)); }
@@ -200,8 +198,8 @@ void holdDatabase(Stage& stage, const Step& step) {
   const std::string path =
       step.amount % 2 == 0 ? "/var/lib/vmagent/config.db" : "/run/vmagent/status.db";
   const Room room(stage.world.machine);
-  stage.world.machine.files.fileAt("/usr/bin/holder", "program", 0755)->program = [time, path](
-                                                                                      int, char**) {
+  stage.world.machine.files.fileAt(holderPath, "program", 0755)->program = [time, path](int,
+                                                                                        char**) {
     sqlite3* database = nullptr;
     if (sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
         sqlite3_exec(database, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK) {
@@ -211,7 +209,7 @@ void holdDatabase(Stage& stage, const Step& step) {
     sqlite3_close(database);
     return 0;
   };
-  stage.world.machine.processes.spawn("/usr/bin/holder", {"holder"}, usualEnvironment());
+  stage.world.machine.processes.spawn(holderPath, {"holder"}, usualEnvironment());
 }
 
 }  // namespace

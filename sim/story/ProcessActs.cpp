@@ -81,6 +81,7 @@ void signalShims(Stage& stage, const Step& step, int number) {
   if (step.amount == 0) shims.resize(1);
   if (step.amount == 1) shims = {shims.back()};
   stage.ledger.handleOrphan(subjectOf(step) + ".monitor");
+  if (stage.storeIsAway) stage.ledger.handleOrphan("/run/" + subjectOf(step) + ".monitor");
   stage.ledger.mayEnd(subjectOf(step), "its shim gets signal " + std::to_string(number));
   for (Process* const each : shims)
     if (each->lives()) kill(stage, *each, number);
@@ -106,6 +107,9 @@ void failShimSoon(Stage& stage, const Step& step) {
 }
 
 void pauseShim(Stage& stage, const Step& step) {
+  // One that is to stand in for it gives up after four seconds.
+  constexpr uint64_t patience = 3500;
+  if (step.amount > patience) stage.ledger.mayEnd(subjectOf(step), "its shim stands still");
   stage.ledger.touch(subjectOf(step));
   for (Process* const each : shimsOf(stage.world, subjectOf(step)))
     pause(stage, *each, std::chrono::milliseconds(step.amount));
@@ -116,6 +120,11 @@ void pauseAndKill(Stage& stage, const Step& step) {
   const auto shims = shimsOf(stage.world, subjectOf(step));
   if (shims.size() < 2) return;
   const bool first = step.amount % 2 == 0;
+  // Its daemon thinks it gone: if it is killed, too, nobody removes its sockets.
+  const std::string its = "/run/vmagent/vm/" + subjectOf(step);
+  for (const std::string& path :
+       {"/run/" + subjectOf(step) + ".monitor", its + "/shim.sock", its + "/console.sock"})
+    stage.ledger.handleOrphan(path);
   pause(stage, first ? *shims.back() : *shims.front(), std::chrono::milliseconds(step.amount));
   stage.ledger.mayEnd(subjectOf(step), "its shim is killed");
   kill(stage, first ? *shims.front() : *shims.back(), SIGKILL);

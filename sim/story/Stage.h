@@ -19,6 +19,9 @@ namespace sim {
 
 using Rows = std::map<std::string, std::string>;  // by "table/key"
 
+// Somebody's program that holds a database for a while.
+inline constexpr const char* holderPath = "/usr/bin/holder";
+
 class Stage {
  public:
   Stage();
@@ -41,6 +44,9 @@ class Stage {
   using IsRight = std::function<bool(const std::string& before, const std::string& after)>;
   CommandEnd change(const std::string& vm, const std::vector<std::string>& words,
                     const IsRight& isRight);
+  // It was successful and ends the VM's guest. Where the configuration is away it was about another
+  // one's VM of that name.
+  void handleEnding(const std::string& vm, const std::string& why, std::optional<Time> began);
   // What another program has made of the configuration, and the ledger is to know; false when it
   // cannot be read.
   bool readRows();
@@ -81,6 +87,7 @@ class Stage {
   Rows lastStatus;  // as it was read last
 
  private:
+  bool needsProgram(const std::vector<std::string>& words);
   QemuManner mannerOf(const std::string& vm);
   void judge(const std::string& vm, Time began);
   void checkChange(const std::string& vm, const CommandEnd& end, const Rows& before,

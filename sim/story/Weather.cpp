@@ -174,6 +174,7 @@ void Weather::blame(const Process& process, const CallNote& note, Result error) 
     ledger_.startsMayFail(why);
     ledger_.touchAll();
     watch_.forgiveAbsence();
+    if (std::strcmp(note.name, "rename") == 0) watch_.forgiveNextAbsence();
   } else {
     ledger_.mayEnd(vmOf(process), why);
   }

@@ -1,9 +1,12 @@
 #include "sim/world/Operator.h"
 
+#include <sys/wait.h>
+
 #include "model/Tables.h"
 #include "runtime/base/Exception.h"
 #include "sim/kernel/InodeFile.h"
 #include "sim/world/Installation.h"
+#include "sim/world/LastingVmctl.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace sim {
@@ -68,6 +71,23 @@ std::string Operator::run(Task task, Duration time) {
   const auto order = waiting_.back();
   machine().scheduler.runUntil([&] { return order->done; }, machine().now() + time);
   return order->done ? order->failure : "it takes too long";
+}
+
+CommandEnd Operator::vmctl(const std::vector<std::string>& words, Duration time) {
+  // Not on the stack: an operator who waits too long is left with it.
+  const auto said = std::make_shared<CommandWords>();
+  CommandEnd end;
+  end.began = machine().now();
+  const std::string failure = run(
+      [said, words](statedb::StateDb& database) {
+        *said = runVmctl({words.begin() + 1, words.end()}, database);
+      },
+      time);
+  if (said->hasFailed) reopen();
+  end.inTime = failure.empty();
+  end.waitStatus = W_EXITCODE(said->status, 0);
+  end.output = said->output;
+  return end;
 }
 
 std::string Operator::put(const std::string& table, const std::string& key,

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "sim/kernel/Machine.h"
+#include "sim/world/Command.h"
 
 namespace statedb {
 class StateDb;
@@ -33,6 +34,9 @@ class Operator {
   std::string run(Task task, Duration time = std::chrono::seconds(60));
   // Does not wait.
   void ask(Task task);
+
+  // vmctl, with its name, over the database that is open; not for what waits for changes.
+  CommandEnd vmctl(const std::vector<std::string>& words, Duration time);
 
   // Rows by "table/key".
   std::string put(const std::string& table, const std::string& key, const std::string& document);
