@@ -8,7 +8,6 @@ namespace sim {
 
 Result EpollFile::control(int operation, int number, const FilePtr& file,
                           const epoll_event& event) {
-  if (!file->canBeWatched()) return -EPERM;
   const auto found = std::find_if(watched_.begin(), watched_.end(), [&](const auto& each) {
     return each.first.first == number && each.second.file.lock() == file;
   });

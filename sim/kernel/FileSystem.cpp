@@ -108,8 +108,13 @@ Result FileSystem::put(const Found& where, const InodePtr& inode) {
 
 void FileSystem::unlinkInode(const InodePtr& inode) {
   --inode->links;
-  if (inode->links > 0 && !inode->isDirectory()) return;
-  for (const Inode::Watch& each : std::exchange(inode->watches, {})) {
+  handleUnused(*inode);
+}
+
+// Whoever watches it hears of its end when nobody has it open any more.
+void FileSystem::handleUnused(Inode& inode) {
+  if (inode.links > 0 || inode.users > 0) return;
+  for (const Inode::Watch& each : std::exchange(inode.watches, {})) {
     each.listener->add(each.number, IN_DELETE_SELF, 0, "");
     each.listener->end(each.number);
   }
@@ -148,6 +153,10 @@ Result FileSystem::rename(const Found& from, const Found& to) {
   if (from.inode->device != to.directory->device) return -EXDEV;
   if (const Result error = requireWritable(*from.directory)) return error;
   if (from.inode == to.inode) return 0;
+  for (InodePtr up = to.directory; up && up != root_; up = up->parent.lock())
+    if (up == from.inode) return -EINVAL;
+  for (InodePtr up = from.directory; up && up != root_; up = up->parent.lock())
+    if (up == to.inode) return -ENOTEMPTY;
   if (to.inode) {
     if (to.inode->isDirectory() && !from.inode->isDirectory()) return -EISDIR;
     if (!to.inode->isDirectory() && from.inode->isDirectory()) return -ENOTDIR;
@@ -164,6 +173,8 @@ Result FileSystem::rename(const Found& from, const Found& to) {
   from.inode->homeEntry = to.name;
   tellEntry(*from.directory, from.name, IN_MOVED_FROM | isDirectory, cookie);
   tellEntry(*to.directory, to.name, IN_MOVED_TO | isDirectory, cookie);
+  for (const Inode::Watch& each : from.inode->watches)
+    if ((each.mask & IN_MOVE_SELF) != 0) each.listener->add(each.number, IN_MOVE_SELF, 0, "");
   if (to.inode) unlinkInode(to.inode);
   return 0;
 }

@@ -59,6 +59,8 @@ class FileSystem {
   Volume& volume(dev_t device) { return volumes_[device]; }
   ino_t nextInodeNumber() { return ++lastInode_; }
 
+  // It has a name, or a user, less.
+  void handleUnused(Inode& inode);
   // Tells who watches of what became of a file: it and its directory.
   void tell(Inode& inode, uint32_t event);
   // The same of a directory's entry.

@@ -53,6 +53,7 @@ class Inode : public std::enable_shared_from_this<Inode> {
   uid_t user = 0;
   gid_t group = 0;
   nlink_t links = 0;
+  unsigned users = 0;    // that have it open, or are bound to it
   dev_t represents = 0;  // of a device's node
   timespec changedAt{};
 

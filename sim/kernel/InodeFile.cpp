@@ -12,14 +12,17 @@ namespace sim {
 
 InodeFile::InodeFile(InodePtr opened, std::string path)
     : inode_(std::move(opened)), path_(std::move(path)) {
+  ++inode_->users;
   if (inode_->madeUp) madeUp_ = inode_->madeUp();
 }
 
 InodeFile::~InodeFile() {
   inode_->locks.drop(*this);
-  if ((flags & O_PATH) != 0) return;
   const bool couldWrite = (flags & O_ACCMODE) != O_RDONLY;
-  machine().files.tell(*inode_, couldWrite ? IN_CLOSE_WRITE : IN_CLOSE_NOWRITE);
+  if ((flags & O_PATH) == 0)
+    machine().files.tell(*inode_, couldWrite ? IN_CLOSE_WRITE : IN_CLOSE_NOWRITE);
+  --inode_->users;
+  machine().files.handleUnused(*inode_);
 }
 
 Result InodeFile::read(char* to, size_t size) {
@@ -48,6 +51,7 @@ Result InodeFile::write(const char* from, size_t size) {
 
 Result InodeFile::writeAt(const char* from, size_t size, off_t at) const {
   if (at < 0) return -EINVAL;
+  if ((flags & O_APPEND) != 0) at = static_cast<off_t>(inode_->bytes.size());
   if (madeUp_) {
     if (inode_->written) inode_->written({from, size});
     return static_cast<Result>(size);

@@ -10,6 +10,10 @@ namespace sim {
 UnixSocket::UnixSocket() : number_(static_cast<unsigned>(machine().files.nextInodeNumber())) {}
 
 UnixSocket::~UnixSocket() {
+  if (node_) {
+    --node_->users;
+    machine().files.handleUnused(*node_);
+  }
   for (const auto& each : waiting_)
     if (const auto client = each->peer_.lock()) client->hangUp(true);
   if (const auto other = peer_.lock()) other->hangUp(!received_.empty());
@@ -31,9 +35,15 @@ std::pair<std::shared_ptr<UnixSocket>, std::shared_ptr<UnixSocket>> UnixSocket::
   return {a, b};
 }
 
+void UnixSocket::nodeIs(const InodePtr& node) {
+  node_ = node;
+  ++node->users;
+}
+
 Result UnixSocket::bind(const InodePtr& node, std::string path) {
   if (isBound()) return -EINVAL;
   path_ = std::move(path);
+  nodeIs(node);
   node->listener = weak_from_this();
   return 0;
 }
@@ -46,13 +56,15 @@ Result UnixSocket::listen(int backlog) {
 
 Result UnixSocket::connect(const InodePtr& node) {
   const auto listener = node->listener.lock();
-  if (!listener || !listener->isListening()) return -ECONNREFUSED;
-  if (wasConnected_) return -EISCONN;
+  if (!listener || !listener->isListening() || listener->receivesNoMore_) return -ECONNREFUSED;
   if (listener->waiting_.size() > static_cast<size_t>(listener->backlog_)) return -EAGAIN;
+  if (isListening()) return -EINVAL;
+  if (wasConnected_) return -EISCONN;
   const auto served = std::make_shared<UnixSocket>();
   served->peer_ = weak_from_this();
   served->wasConnected_ = true;
   served->path_ = listener->path_;
+  served->nodeIs(listener->node_);
   served->owner = listener->owner;
   peer_ = served;
   wasConnected_ = true;
@@ -71,6 +83,7 @@ std::shared_ptr<UnixSocket> UnixSocket::accept() {
 }
 
 Result UnixSocket::read(char* to, size_t size) {
+  if (size == 0) return 0;
   std::vector<FilePtr> dropped;
   return receive(to, size, dropped, 0);
 }
@@ -81,7 +94,8 @@ Result UnixSocket::receive(char* to, size_t size, std::vector<FilePtr>& files, i
   if (isListening() || !wasConnected_) return -EINVAL;
   size_t count = 0;
   size_t piece = 0;
-  while (count < size && piece < received_.size()) {
+  // A look ahead goes on to the next descriptors that come, though there is no room for bytes.
+  while ((count < size || (how & MSG_PEEK) != 0) && piece < received_.size()) {
     Piece& next = received_[piece];
     const size_t part = std::min(size - count, next.bytes.size());
     std::memcpy(to + count, next.bytes.data(), part);
@@ -89,6 +103,8 @@ Result UnixSocket::receive(char* to, size_t size, std::vector<FilePtr>& files, i
     const bool hasFiles = !next.files.empty();
     if ((how & MSG_PEEK) != 0) {
       ++piece;
+      files = next.files;
+      if (hasFiles) break;
       continue;
     }
     files = std::exchange(next.files, {});
@@ -130,22 +146,26 @@ Result UnixSocket::send(const char* from, size_t size, const std::vector<FilePtr
 }
 
 Result UnixSocket::shutdown(int how) {
-  const auto other = peer_.lock();
-  if (!other) return -ENOTCONN;
-  if (how == SHUT_RD || how == SHUT_RDWR) receivesNoMore_ = other->sendsNoMore_ = true;
-  if (how == SHUT_WR || how == SHUT_RDWR) sendsNoMore_ = other->receivesNoMore_ = true;
+  const bool reads = how == SHUT_RD || how == SHUT_RDWR;
+  const bool writes = how == SHUT_WR || how == SHUT_RDWR;
+  receivesNoMore_ |= reads;
+  sendsNoMore_ |= writes;
   changed.wake();
+  const auto other = peer_.lock();
+  if (!other) return 0;
+  other->sendsNoMore_ |= reads;
+  other->receivesNoMore_ |= writes;
   other->changed.wake();
   return 0;
 }
 
 short UnixSocket::ready() const {
   int events = 0;
-  if (isListening()) return static_cast<short>(POLLOUT | (waiting_.empty() ? 0 : POLLIN));
   if (error_ != 0) events |= POLLERR;
-  if (!wasConnected_) return static_cast<short>(events | POLLHUP | POLLOUT);
-  if (receivesNoMore_ && sendsNoMore_) events |= POLLHUP;
   if (receivesNoMore_) events |= POLLRDHUP | POLLIN;
+  if (receivesNoMore_ && sendsNoMore_) events |= POLLHUP;
+  if (isListening()) return static_cast<short>(events | (waiting_.empty() ? 0 : POLLIN));
+  if (!wasConnected_) return static_cast<short>(events | POLLHUP | POLLOUT);
   if (!received_.empty()) events |= POLLIN;
   constexpr size_t quarter = capacity / 4;
   if (room() >= quarter * 3) events |= POLLOUT;

@@ -27,6 +27,7 @@ class UnixSocket final : public File, public std::enable_shared_from_this<UnixSo
   // -EAGAIN: too many wait already.
   Result connect(const InodePtr& node);
   std::shared_ptr<UnixSocket> accept();  // null: nobody waits
+  bool isBound() const { return !path_.empty(); }
   bool isListening() const { return backlog_ >= 0; }
   bool isConnected() const { return wasConnected_; }
 
@@ -50,12 +51,13 @@ class UnixSocket final : public File, public std::enable_shared_from_this<UnixSo
   static constexpr size_t capacity = 208 * 1024;
   static constexpr size_t pieceCost = 768;  // of the kernel's own
 
-  bool isBound() const { return !path_.empty(); }
   size_t room() const;
   void hangUp(bool unreadWasLost);
+  void nodeIs(const InodePtr& node);
 
   const unsigned number_;
   std::string path_;
+  InodePtr node_;  // that it, or who has accepted it, is bound to
   int backlog_ = -1;
   std::deque<std::shared_ptr<UnixSocket>> waiting_;  // to be accepted
   std::weak_ptr<UnixSocket> peer_;

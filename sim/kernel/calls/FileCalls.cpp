@@ -60,7 +60,8 @@ Result openInode(const InodePtr& inode, const char* path, int flags) {
   if ((flags & O_PATH) == 0) {
     if (inode->type() == S_IFIFO) return openFifo(inode, flags);
     if (inode->type() == S_IFSOCK) return -ENXIO;
-    if (inode->isDirectory() && writes) return -EISDIR;
+    const bool wouldWrite = writes || (flags & (O_CREAT | O_TRUNC)) != 0;
+    if (inode->isDirectory() && wouldWrite) return -EISDIR;
     if (writes && files().volume(inode->device).readOnly && inode->isRegular()) return -EROFS;
     if (inode->type() == S_IFCHR || inode->type() == S_IFBLK) {
       file = inode->open ? inode->open() : nullptr;
@@ -70,7 +71,7 @@ Result openInode(const InodePtr& inode, const char* path, int flags) {
   if (!file) file = std::make_shared<InodeFile>(inode, pathToTell(path));
   constexpr int notKept = O_CREAT | O_EXCL | O_TRUNC | O_NOCTTY | O_CLOEXEC;
   file->flags = flags & ~notKept;
-  if ((flags & O_TRUNC) != 0 && writes && inode->isRegular() && !inode->bytes.empty())
+  if ((flags & O_TRUNC) != 0 && inode->isRegular())
     if (const Result error = files().resize(*inode, 0)) return error;
   const Result number = addDescriptor(file, flags);
   if (number >= 0) files().tell(*inode, IN_OPEN);
@@ -95,6 +96,7 @@ Result open(int from, const char* path, int flags, unsigned mode, bool inRoot) {
     const Result error =
         files().make(found, S_IFREG | (mode & 07777U & ~self().umask), &found.inode);
     if (error) return error;
+    flags &= ~O_TRUNC;
   }
   if (found.inode->type() == S_IFLNK && (flags & O_PATH) == 0) return -ELOOP;
   if ((flags & O_DIRECTORY) != 0 && !found.inode->isDirectory()) return -ENOTDIR;
@@ -129,6 +131,7 @@ Result write(int number, const void* from, size_t size) {
 Result readAt(int number, void* to, size_t size, off_t at) {
   const InodeFile* const file = inodeFile(number);
   if (!file) return fileOf(number) ? -ESPIPE : -EBADF;
+  if ((file->flags & O_ACCMODE) == O_WRONLY) return -EBADF;
   return file->readAt(static_cast<char*>(to), size, at);
 }
 
@@ -141,7 +144,9 @@ Result writeAt(int number, const void* from, size_t size, off_t at) {
 
 Result seek(int number, off_t offset, int whence) {
   InodeFile* const file = inodeFile(number);
-  if (!file) return fileOf(number) ? -ESPIPE : -EBADF;
+  if (!file && !fileOf(number)) return -EBADF;
+  // What has no place in a tree has none in itself, either.
+  if (!file) return (fileOf(number)->mode() & S_IFMT) == 0 ? 0 : -ESPIPE;
   return file->seek(offset, whence);
 }
 
@@ -256,7 +261,9 @@ Result link(const char* from, const char* to) {
   const Found found = find(AT_FDCWD, from, LastLink::kept);
   if (found.error) return found.error;
   if (!found.inode) return -ENOENT;
-  return files().put(find(AT_FDCWD, to, LastLink::kept), found.inode);
+  const Found where = find(AT_FDCWD, to, LastLink::kept);
+  if (found.inode->isDirectory() && !where.error && !where.inode) return -EPERM;
+  return files().put(where, found.inode);
 }
 
 namespace {

@@ -195,9 +195,10 @@ Result bind(int number, const sockaddr* address, socklen_t length) {
   if (const Result error = requireLocal(address, length)) return error;
   const std::string path = pathOf(address, length);
   FileSystem& files = machine().files;
+  const Found found = files.find(path, self().directory, LastLink::kept);
+  if (!found.error && !found.inode && socket && socket->isBound()) return -EINVAL;
   InodePtr node;
-  const Result error = files.make(files.find(path, self().directory, LastLink::kept),
-                                  S_IFSOCK | (0777U & ~self().umask), &node);
+  const Result error = files.make(found, S_IFSOCK | (0777U & ~self().umask), &node);
   if (error) return error == -EEXIST ? -EADDRINUSE : error;
   return socket ? socket->bind(node, path) : datagrams->bind(node, path);
 }

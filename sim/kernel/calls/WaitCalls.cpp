@@ -89,12 +89,15 @@ Result select(int end, fd_set* readable, fd_set* writable, Duration time) {
 }
 
 Result epollCreate(int flags) {
-  return addDescriptor(std::make_shared<EpollFile>(), (flags & EPOLL_CLOEXEC) != 0 ? O_CLOEXEC : 0);
+  const auto file = std::make_shared<EpollFile>();
+  file->flags = O_RDWR;
+  return addDescriptor(file, (flags & EPOLL_CLOEXEC) != 0 ? O_CLOEXEC : 0);
 }
 
 Result epollControl(int number, int operation, int about, const epoll_event* event) {
   const FilePtr file = fileOf(about);
   if (!fileOf(number) || !file) return -EBADF;
+  if (!file->canBeWatched()) return -EPERM;
   const auto epoll = epollFile(number);
   if (!epoll || epoll == file) return -EINVAL;
   return epoll->control(operation, about, file, event ? *event : epoll_event{});
@@ -120,7 +123,7 @@ Result signalFile(int number, const sigset_t& set, int flags) {
     return number;
   }
   const auto file = std::make_shared<SignalFile>(set);
-  if ((flags & SFD_NONBLOCK) != 0) file->flags = O_NONBLOCK;
+  file->flags = O_RDWR | ((flags & SFD_NONBLOCK) != 0 ? O_NONBLOCK : 0);
   return addDescriptor(file, (flags & SFD_CLOEXEC) != 0 ? O_CLOEXEC : 0);
 }
 
