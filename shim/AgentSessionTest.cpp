@@ -1,9 +1,9 @@
 // The agent's own monitor session, with a relay and a QEMU behind it.
 #include <gmock/gmock.h>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/TraceRecorder.h"
 #include "shim/fakes/RelayWorld.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace shim {
 namespace {

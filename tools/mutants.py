@@ -42,11 +42,10 @@ VERDICTS = ROOT / "tools/mutants.toml"
 
 # Which tests could notice, the likeliest first; the first row that a path begins with counts.
 # "program:filter" is a part of a program: every order of six events takes too long.
-AGENT = ["tests/component/agent_lifecycle_test",
-         "tests/component/agent_nic_test:-*FollowsTheModel*"]
+AGENT = ["Vm/VmAgent/agent_lifecycle_test", "Vm/VmAgent/agent_nic_test:-*FollowsTheModel*",
+         "netlink/netlink_test"]
 MONITOR = ["Vm/Monitor/monitor_test", "Vm/Monitor/monitor_syscall_test",
-           "Vm/Monitor/monitor_memory_test", "tests/component/monitor_session_test",
-           "shim/shim_agent_test"]
+           "Vm/Monitor/monitor_memory_test", "shim/shim_agent_test"]
 DOCUMENTS = ["statedb/statedb_document_test", "statedb/statedb_binding_test"]
 STORE = ["statedb/statedb_test", "statedb/statedb_binding_test", "statedb/statedb_contract_test",
          "statedb/statedb_sqlite_test", "statedb/statedb_memory_test"]
@@ -61,7 +60,7 @@ TESTS = {
     "runtime/entity/": ["runtime/runtime_entity_test", "runtime/runtime_allocation_test",
                         "runtime/runtime_records_test"] + DOCUMENTS,
     "runtime/loop/": ["runtime/runtime_loop_test", "runtime/runtime_old_kernel_test",
-                      "tests/component/pipe_end_grace_test", "Vm/Monitor/monitor_test"] + AGENT,
+                      "runtime/runtime_pipe_end_test", "Vm/Monitor/monitor_test"] + AGENT,
     "runtime/net/": ["runtime/runtime_net_test", "runtime/runtime_records_test", "model/model_test"],
     "runtime/records/": ["runtime/runtime_records_test"] + AGENT,
     "runtime/interfaces/": ["runtime/runtime_interfaces_test"] + AGENT,
@@ -71,7 +70,7 @@ TESTS = {
     "statedb/": STORE + PROGRAMS,
     "guest/": ["guest/guest_rules_test", "model/model_test"] + PROGRAMS,
     "model/": ["model/model_test"] + PROGRAMS,
-    "host/": ["host/host_test"],
+    "host/": ["host/host_test", "host/host_agent_test"],
     "shim/": ["shim/shim_deciders_test", "shim/shim_keeper_test", "shim/shim_agent_test"],
     "ctl/": ["ctl/ctl_test", "ctl/ctl_process_test"],
 }

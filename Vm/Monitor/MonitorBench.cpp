@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/base/Trace.h"
 #include "runtime/fakes/AllocationCounter.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/base/Trace.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

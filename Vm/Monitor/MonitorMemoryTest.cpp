@@ -1,8 +1,8 @@
 // What a long session takes of memory.
 #include <gtest/gtest.h>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/AllocationCounter.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

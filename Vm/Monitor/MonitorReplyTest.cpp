@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/ChangeRecorder.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

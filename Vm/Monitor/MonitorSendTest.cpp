@@ -6,8 +6,8 @@
 
 #include <array>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <deque>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

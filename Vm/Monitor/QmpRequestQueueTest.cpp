@@ -1,8 +1,8 @@
 // The requests that wait in a session, by index.
 #include <gtest/gtest.h>
 
+#include "Vm/Monitor/fakes/MonitorSession.h"
 #include "runtime/fakes/ChangeRecorder.h"
-#include "tests/fakes/MonitorSession.h"
 
 namespace Vm {
 

@@ -18,9 +18,9 @@
 #include <memory>
 #include <mutex>
 
+#include "Vm/Monitor/fakes/QmpPeer.h"
 #include "netlink/Macvtap.h"
 #include "runtime/base/Check.h"
-#include "tests/fakes/QmpPeer.h"
 #include "tests/system/KernelSandbox.h"
 #include "tests/system/PrivateMounts.h"
 #include "tests/system/RealWorld.h"

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include "Vm/VmAgent/fakes/AgentWorld.h"
 #include "runtime/base/Check.h"
-#include "tests/fakes/AgentWorld.h"
 
 namespace Vm {
 

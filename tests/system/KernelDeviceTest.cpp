@@ -13,13 +13,13 @@
 #include <string_view>
 #include <thread>
 
+#include "Vm/Monitor/fakes/QmpPeer.h"
 #include "netlink/InterfaceFlags.h"
 #include "netlink/Macvtap.h"
 #include "netlink/MacvtapSetup.h"
 #include "netlink/TapNode.h"
 #include "runtime/base/Check.h"
 #include "runtime/fakes/TraceRecorder.h"
-#include "tests/fakes/QmpPeer.h"
 #include "tests/system/KernelSandbox.h"
 #include "tests/system/PrivateMounts.h"
 

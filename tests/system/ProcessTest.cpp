@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/fakes/QmpPeer.h"
+#include "Vm/Monitor/fakes/QmpPeer.h"
 #include "tests/system/PrivateMounts.h"
 #include "tests/system/RealWorld.h"
 
