@@ -16,6 +16,7 @@
 
 #include "model/Tables.h"
 #include "runtime/base/Text.h"
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -33,12 +34,9 @@ struct Result {
 class Vmctl : public testing::Test {
  protected:
   Vmctl() {
-    char name[] = "/tmp/vmctl-test-XXXXXX";
-    directory_ = mkdtemp(name);
     std::filesystem::create_directory(directory_ + "/state");
     std::filesystem::create_directory(directory_ + "/run");
   }
-  ~Vmctl() override { std::filesystem::remove_all(directory_); }
 
   statedb::StateDb openDb(statedb::sqlite::Role role) const {
     return statedb::sqlite::openDb(
@@ -82,7 +80,8 @@ class Vmctl : public testing::Test {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileText("out"), fileText("err")};
   }
 
-  std::string directory_;
+  const rt::fakes::TestFolder folder_;
+  const std::string& directory_ = folder_.path();
 };
 
 TEST_F(Vmctl, WritesWhatAnotherReads) {

@@ -11,6 +11,7 @@
 
 #include "model/DiskImage.h"
 #include "runtime/base/Check.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace model {
 namespace {
@@ -183,16 +184,13 @@ TEST(DiskImage, MayBeginAsAnotherFormatThanItHas) {
 
 class DiskImageFacts : public testing::Test {
  protected:
-  DiskImageFacts() { rt::check(mkdtemp(folder_.data()) != nullptr, "a folder is made"); }
-  ~DiskImageFacts() override { std::filesystem::remove_all(folder_); }
-
-  rt::String path(const char* name) const { return folder_ + "/" + name; }
+  rt::String path(const char* name) const { return rt::String(folder_ / name); }
   rt::String fileOf(std::string_view bytes) const {
     std::ofstream(path("image").str(), std::ios::binary) << bytes;
     return path("image");
   }
 
-  std::string folder_ = testing::TempDir() + "vmagent-image-XXXXXX";
+  const rt::fakes::TestFolder folder_;
 };
 
 TEST_F(DiskImageFacts, AreTheSizeAndTheFirstBytesOfAFile) {
@@ -249,7 +247,8 @@ TEST_F(DiskImageFacts, TellACdFromADisk) {
 
 TEST_F(DiskImageFacts, OfAFolderAFifoOrACharacterDeviceAreThatItIsNone) {
   ASSERT_EQ(mkfifo(path("fifo").charPtr(), 0600), 0);
-  for (const rt::String& each : {rt::String(folder_), path("fifo"), rt::String("/dev/zero")}) {
+  for (const rt::String& each :
+       {rt::String(folder_.path()), path("fifo"), rt::String("/dev/zero")}) {
     const ImageFacts facts = imageFacts(each);
     EXPECT_EQ(facts.error, 0) << each;
     EXPECT_EQ(facts.kind, ImageFacts::Kind::other) << each;

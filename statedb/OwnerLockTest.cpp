@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/OwnerLock.h"
 
 namespace statedb {
@@ -21,14 +22,7 @@ using testing::HasSubstr;
 
 class OwnerLockTest : public testing::Test {
  protected:
-  OwnerLockTest() {
-    char name[] = "/tmp/ownerLockXXXXXX";
-    dir = mkdtemp(name);
-  }
-  ~OwnerLockTest() override {
-    end();
-    std::filesystem::remove_all(dir.str());
-  }
+  ~OwnerLockTest() override { end(); }
   std::string sentenceOf(const rt::String& file, Trouble trouble) {
     try {
       const OwnerLock second(file);
@@ -65,7 +59,8 @@ class OwnerLockTest : public testing::Test {
     owner = 0;
   }
 
-  rt::String dir;
+  const rt::fakes::TestFolder folder;
+  const rt::String dir{folder.path()};
   pid_t owner = 0;
 
  private:

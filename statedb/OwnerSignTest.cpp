@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/Error.h"
 #include "statedb/OwnerSign.h"
 
@@ -20,12 +21,6 @@ namespace {
 
 class OwnerSignTest : public testing::Test {
  protected:
-  OwnerSignTest() {
-    char name[] = "/tmp/ownerSignXXXXXX";
-    dir = mkdtemp(name);
-  }
-  ~OwnerSignTest() override { std::filesystem::remove_all(dir.str()); }
-
   rt::String file() const { return dir + "/vmagentd.alive"; }
   // An owner that was killed.
   void leaveADeadOne() const {
@@ -40,7 +35,8 @@ class OwnerSignTest : public testing::Test {
     ASSERT_TRUE(std::filesystem::is_socket(file().str()));
   }
 
-  rt::String dir;
+  const rt::fakes::TestFolder folder;
+  const rt::String dir{folder.path()};
 };
 
 TEST_F(OwnerSignTest, IsSeenForAsLongAsItsOwnerLives) {

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/fakes/StatusTables.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -30,21 +31,11 @@ rt::String document(int64_t n) {
 
 // Both halves on the disk: configuration as it is used, status slower than on a tmpfs.
 struct Files {
-  Files() {
-    std::string name = std::filesystem::temp_directory_path() / "vmagent-bench-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-    path = name;
-  }
-  Files(const Files&) = delete;
-  ~Files() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
   StateDb open(sqlite::Role role) const {
-    const rt::String dir(path.string());
+    const rt::String dir(folder.path());
     return sqlite::openDb({dir, dir, fakes::isStatus, role});
   }
-  std::filesystem::path path;
+  const rt::fakes::TestFolder folder;
 };
 
 const char* tableOf(const benchmark::State& state) {

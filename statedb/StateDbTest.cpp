@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "runtime/fakes/LoopFixture.h"
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/StateDb.h"
 #include "statedb/fakes/MemoryStore.h"
 #include "statedb/fakes/StatusTables.h"
@@ -85,57 +86,57 @@ TEST_F(StateDbTest, AHalfIsOpenedOnceWhenFirstAskedFor) {
 class SqliteDbTest : public testing::Test {
  protected:
   StateDb open(sqlite::Role role) const {
-    return sqlite::openDb({rt::String((dir.path() / "state").string()),
-                           rt::String((dir.path() / "run").string()), fakes::isStatus, role});
+    return sqlite::openDb(
+        {rt::String(dir / "state"), rt::String(dir / "run"), fakes::isStatus, role});
   }
   SqliteDbTest() {
-    std::filesystem::create_directory(dir.path() / "state");
-    std::filesystem::create_directory(dir.path() / "run");
+    std::filesystem::create_directory(dir / "state");
+    std::filesystem::create_directory(dir / "run");
   }
 
-  const sqlite::TemporaryDir dir;
+  const rt::fakes::TestFolder dir;
 };
 
 TEST_F(SqliteDbTest, TheOwnerMakesBothFilesAtOnce) {
   StateDb db = open(sqlite::Role::owner);
-  EXPECT_TRUE(std::filesystem::exists(dir.path() / "state" / "config.db"));
-  EXPECT_TRUE(std::filesystem::exists(dir.path() / "run" / "status.db"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "state/config.db"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "run/status.db"));
 }
 
 TEST_F(SqliteDbTest, TheOwnerMakesNoConfigurationInThePlaceOfWhatItHadAndReadsWhatIsPutBack) {
   StateDb db = open(sqlite::Role::owner);
   db.commit(Transaction().put("vmConfig", "a", "1"));
-  const auto file = dir.path() / "state" / "config.db";
-  std::filesystem::rename(file, dir.path() / "away");
+  const auto file = dir / "state/config.db";
+  std::filesystem::rename(file, dir / "away");
   db.close(Half::config);
   EXPECT_EQ(troubleOf([&] { db.store(Half::config); }), Trouble::missing);
   EXPECT_FALSE(std::filesystem::exists(file));
-  std::filesystem::rename(dir.path() / "away", file);
+  std::filesystem::rename(dir / "away", file);
   EXPECT_EQ(db.record("vmConfig", "a")->doc, "1");
   // Status is made anew: it holds nothing that cannot be found out again.
-  std::filesystem::remove(dir.path() / "run" / "status.db");
+  std::filesystem::remove(dir / "run/status.db");
   db.close(Half::status);
   EXPECT_THAT(db.snapshot({"vmStatus"}).records, IsEmpty());
 }
 
 TEST_F(SqliteDbTest, TheOwnerMakesStatusThatIsDamagedAnewAndTouchesNoSuchConfiguration) {
   const auto text = std::string(4096, 'x');
-  std::ofstream(dir.path() / "run" / "status.db") << text;
+  std::ofstream(dir / "run/status.db") << text;
   {
     StateDb db = open(sqlite::Role::owner);
     EXPECT_THAT(db.snapshot({"vmStatus"}).records, IsEmpty());
   }
-  std::ofstream(dir.path() / "run" / "status.db") << text;
+  std::ofstream(dir / "run/status.db") << text;
   EXPECT_EQ(troubleOf([&] { (void)open(sqlite::Role::client).snapshot({"vmStatus"}); }),
             Trouble::corrupt);
-  std::ofstream(dir.path() / "state" / "config.db") << text;
+  std::ofstream(dir / "state/config.db") << text;
   EXPECT_EQ(troubleOf([&] { open(sqlite::Role::owner); }), Trouble::corrupt);
-  EXPECT_EQ(std::filesystem::file_size(dir.path() / "state" / "config.db"), text.size());
+  EXPECT_EQ(std::filesystem::file_size(dir / "state/config.db"), text.size());
 }
 
 TEST_F(SqliteDbTest, ConfigurationCanBeWrittenWhileThereIsNoStatus) {
   open(sqlite::Role::owner);
-  std::filesystem::remove(dir.path() / "run" / "status.db");
+  std::filesystem::remove(dir / "run/status.db");
   StateDb client = open(sqlite::Role::client);
   client.commit(Transaction().put("vmConfig", "a", "{}"));
   EXPECT_EQ(troubleOf([&] { (void)client.snapshot({"vmStatus"}); }), Trouble::missing);
@@ -153,8 +154,8 @@ TEST_F(SqliteDbTest, TheHalvesAreDifferentStores) {
 class WatchedDbTest : public rt::fakes::LoopTest {};
 
 TEST_F(WatchedDbTest, TheLoopTellsOfACommitOnce) {
-  const sqlite::TemporaryDir dir;
-  const rt::String path(dir.path().string());
+  const rt::fakes::TestFolder dir;
+  const rt::String path(dir.string());
   StateDb db = sqlite::openDb({path, path, fakes::isStatus, sqlite::Role::owner});
   Store& store = db.store("vmConfig");
   const auto watcher = reader("watcher", store.wakeUp());

@@ -16,7 +16,7 @@ PR_SET_CHILD_SUBREAPER = 36
 PATIENCE = 5  # seconds, for what is ending
 
 PLACES = {
-    "/tmp": ("vmagent*", "vmctl*", "ownerLock*", "shim.*", "statedb*"),
+    "/tmp": ("vmagent*", "vmctl*"),
     "/run": ("vmagent*", "*.sock", "*.monitor", "*.started"),
     "/dev": ("tap*",),
     "/dev/shm": ("vmagent*",),

@@ -1,9 +1,8 @@
 // Starting a VM: the steps, and what becomes of each failure.
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "Vm/VmAgent/fakes/AgentTest.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace Vm {
 
@@ -173,15 +172,13 @@ TEST_F(FailedStart, OfADirectoryNamesIt) {
 
 // The daemon's only thread would wait for somebody to write.
 TEST_F(FailedStart, OfAPipeThatNobodyWritesNamesItAndWaitsForNobody) {
-  char folder[] = "/tmp/vmagent-pipe-XXXXXX";
-  ASSERT_NE(mkdtemp(folder), nullptr);
-  const std::string pipe = std::string(folder) + "/pipe";
+  const rt::fakes::TestFolder folder;
+  const std::string pipe = folder / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   web1->diskImageIs(pipe);
   forget();
   EXPECT_THAT(failed(),
               ElementsAre("1 diskIsCDROM FAIL: cannot read from file " + pipe, startingFailed));
-  std::filesystem::remove_all(folder);
 }
 
 TEST_F(FailedStart, WithoutAPipeNamesTheErrno) {

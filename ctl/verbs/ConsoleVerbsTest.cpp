@@ -15,6 +15,7 @@
 #include "ctl/fakes/VmctlFixture.h"
 #include "ctl/machine/ConsoleSession.h"
 #include "runtime/base/Exception.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace ctl {
 namespace {
@@ -254,19 +255,14 @@ TEST_F(ConsoleSession, IsRefusedWhileAnotherHasThePty) {
 class ConsoleView : public ConsoleSession {
  protected:
   ConsoleView() {
-    char name[] = "/tmp/vmctl-view-XXXXXX";
-    folder_ = mkdtemp(name);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path().copy(address.sun_path, sizeof address.sun_path - 1);
     EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     EXPECT_EQ(listen(socket_, 1), 0);
   }
-  ~ConsoleView() override {
-    close(socket_);
-    std::filesystem::remove_all(folder_);
-  }
-  std::string path() const { return folder_ + "/console.sock"; }
+  ~ConsoleView() override { close(socket_); }
+  std::string path() const { return folder_ / "console.sock"; }
   int listener() const { return socket_; }
   ConsoleEnd view(const std::function<void(int keeper)>& meanwhile) {
     std::thread other([&] {
@@ -282,7 +278,7 @@ class ConsoleView : public ConsoleSession {
   }
 
  private:
-  std::string folder_;
+  const rt::fakes::TestFolder folder_;
   const int socket_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 

@@ -7,6 +7,7 @@
 #include "ctl/fakes/VmctlFixture.h"
 #include "ctl/machine/TemporaryFile.h"
 #include "runtime/base/Exception.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace ctl {
 namespace {
@@ -156,14 +157,10 @@ TEST_F(EditVerb, KnowsWhatIsNoVm) {
 
 class EditorsFile : public testing::Test {
  protected:
-  EditorsFile() {
-    char name[] = "/tmp/vmctl-edit-XXXXXX";
-    directory_ = mkdtemp(name);
-  }
-  ~EditorsFile() override { std::filesystem::remove_all(directory_); }
   bool isEmpty() const { return std::filesystem::is_empty(directory_); }
 
-  std::string directory_;
+  const rt::fakes::TestFolder folder_;
+  const std::string& directory_ = folder_.path();
 };
 
 TEST_F(EditorsFile, IsWhatTheEditorMadeOfIt) {

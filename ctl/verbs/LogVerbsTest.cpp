@@ -7,6 +7,7 @@
 
 #include "ctl/fakes/VmctlFixture.h"
 #include "ctl/machine/LogFile.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace ctl {
 namespace {
@@ -16,13 +17,9 @@ using fakes::Answer;
 class LogsVerb : public fakes::VmctlFixture {
  protected:
   LogsVerb() {
-    char name[] = "/tmp/vmctl-logs-XXXXXX";
-    run_ = mkdtemp(name);
-    environment_["VMAGENT_RUN_DIR"] = run_;
-    directory_ = run_ + "/vm/web1";
+    environment_["VMAGENT_RUN_DIR"] = run_.path();
     std::filesystem::create_directories(directory_);
   }
-  ~LogsVerb() override { std::filesystem::remove_all(run_); }
 
   void append(const std::string& file, const std::string& text) const {
     std::ofstream(directory_ + "/" + file, std::ios::app) << text;
@@ -31,8 +28,8 @@ class LogsVerb : public fakes::VmctlFixture {
     std::filesystem::rename(directory_ + "/console.log", directory_ + "/console.log.1");
   }
 
-  std::string run_;
-  std::string directory_;
+  const rt::fakes::TestFolder run_;
+  const std::string directory_ = run_ / "vm/web1";
 };
 
 TEST_F(LogsVerb, ShowsTheOlderFileFirst) {

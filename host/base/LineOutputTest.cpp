@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/base/LineOutput.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace host {
 namespace {
@@ -147,15 +148,15 @@ TEST_F(Line, ThatIsLongerThanThereIsRoomIsEndedBeforeTheNextOne) {
 }
 
 TEST_F(Line, OfAFileIsWrittenBehindWhatOthersWrote) {
-  char name[] = "/tmp/vmagent-line-XXXXXX";
-  writing = mkostemp(name, O_CLOEXEC);
+  const rt::fakes::TestFolder folder;
+  const std::string name = folder / "log";
+  writing = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   ASSERT_GE(writing, 0);
   LineOutput output(writing);
   EXPECT_TRUE(output.write("one\n"));
   EXPECT_EQ(write(writing, "two\n", 4), 4);
   EXPECT_TRUE(output.write("three\n"));
-  reading = open(name, O_RDONLY | O_CLOEXEC);
-  unlink(name);
+  reading = open(name.c_str(), O_RDONLY | O_CLOEXEC);
   EXPECT_EQ(read(), "one\ntwo\nthree\n");
 }
 

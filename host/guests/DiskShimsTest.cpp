@@ -14,6 +14,7 @@
 
 #include "host/guests/DiskShims.h"
 #include "runtime/base/Descriptor.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace host {
 namespace {
@@ -23,12 +24,6 @@ namespace fs = std::filesystem;
 class DiskShimsTest : public testing::Test {
  protected:
   DiskShimsTest() { fs::create_directories(directory); }
-  ~DiskShimsTest() override { fs::remove_all(run); }
-
-  static fs::path newDirectory() {
-    std::string made = (fs::temp_directory_path() / "vmagent-shims-XXXXXX").string();
-    return mkdtemp(made.data()) ? made : "";
-  }
 
   // A socket at that path, at which nobody listens once what is returned has gone.
   static rt::Descriptor socketAt(const fs::path& path, int backlog = 8) {
@@ -47,7 +42,8 @@ class DiskShimsTest : public testing::Test {
     return {bytes, size > 0 ? static_cast<size_t>(size) : 0};
   }
 
-  const fs::path run = newDirectory();
+  const rt::fakes::TestFolder folder;
+  const fs::path run = folder.path();
   const fs::path directory = run / "vm" / "web1";
   const fs::path shim = directory / "shim.sock";
   DiskShims shims{rt::String(run.string()), "15"};

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "host/guests/EventReader.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace host {
 namespace {
@@ -17,7 +18,6 @@ using testing::IsEmpty;
 class EventReaderTest : public testing::Test {
  protected:
   EventReaderTest() { fs::create_directory(directory / "web1"); }
-  ~EventReaderTest() override { fs::remove_all(directory); }
 
   void write(const std::string& text) const {
     std::ofstream(directory / "web1/events", std::ios::app) << text;
@@ -32,12 +32,8 @@ class EventReaderTest : public testing::Test {
     return kinds;
   }
 
-  static fs::path newDirectory() {
-    std::string made = (fs::temp_directory_path() / "vmagent-events-XXXXXX").string();
-    return mkdtemp(made.data()) ? made : "";
-  }
-
-  const fs::path directory = newDirectory();
+  const rt::fakes::TestFolder folder;
+  const fs::path directory = folder.path();
   EventReader reader{rt::String((directory.string()))};
 };
 

@@ -12,6 +12,7 @@
 #include "host/guests/DiskShims.h"
 #include "runtime/base/Exception.h"
 #include "runtime/fakes/ManualClock.h"
+#include "runtime/fakes/TestFolder.h"
 #include "runtime/loop/ActivityManager.h"
 
 namespace host {
@@ -24,13 +25,7 @@ using testing::Pair;
 
 class GuestFilesTest : public testing::Test {
  protected:
-  GuestFilesTest() {
-    std::string made = (fs::temp_directory_path() / "vmagent-problems-XXXXXX").string();
-    if (mkdtemp(made.data())) run = made;
-    directory = run / "vm";
-    fs::create_directory(directory);
-  }
-  ~GuestFilesTest() override { fs::remove_all(run); }
+  GuestFilesTest() { fs::create_directory(directory); }
 
   void start() {
     shims = std::make_unique<DiskShims>(rt::String(run.string()), "15");
@@ -62,8 +57,9 @@ class GuestFilesTest : public testing::Test {
   void remove(const char* vm) const { fs::remove(directory / vm / "problem"); }
 
   rt::ActivityManager manager{rt::make<rt::fakes::ManualClock>()};
-  fs::path run;
-  fs::path directory;  // of all VMs' directories
+  const rt::fakes::TestFolder folder;
+  const fs::path run = folder.path();
+  const fs::path directory = run / "vm";  // of all VMs' directories
   std::map<std::string, std::string> told;
   int times = 0;
   int number = 0;

@@ -16,6 +16,7 @@
 
 #include "host/service/MonitorListener.h"
 #include "runtime/base/Exception.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace host {
 namespace {
@@ -28,14 +29,8 @@ using testing::HasSubstr;
 
 class MonitorListenerTest : public testing::Test {
  protected:
-  MonitorListenerTest() {
-    char name[] = "/tmp/listenerXXXXXX";
-    folder_ = mkdtemp(name);
-  }
-  ~MonitorListenerTest() override { fs::remove_all(folder_); }
-
-  const std::string& folder() const { return folder_; }
-  rt::String path(const char* name) const { return rt::String(folder_ + "/" + name); }
+  const std::string& folder() const { return folder_.path(); }
+  rt::String path(const char* name) const { return rt::String(folder_ / name); }
   rt::String waiting() const { return path("starting"); }
   rt::String monitor() const { return path("vm1.monitor"); }
 
@@ -72,7 +67,7 @@ class MonitorListenerTest : public testing::Test {
   bool isThere(const rt::String& path) const { return fs::exists(path.str()); }
 
  private:
-  std::string folder_;
+  const rt::fakes::TestFolder folder_;
 };
 
 TEST_F(MonitorListenerTest, IsFoundAtThePathByTheFirstConnectAfterTheFork) {

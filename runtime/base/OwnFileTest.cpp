@@ -16,6 +16,7 @@
 #include <string>
 
 #include "runtime/base/OwnFile.h"
+#include "runtime/fakes/TestFolder.h"
 
 namespace rt {
 namespace {
@@ -32,16 +33,11 @@ bool giveAway(const std::string& path) {
 class OwnFile : public testing::Test {
  protected:
   OwnFile() {
-    char name[] = "/tmp/ownFileXXXXXX";
-    path = mkdtemp(name);
-    directory = open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     std::ofstream(path + "/precious") << "all my work";
     EXPECT_EQ(chmod((path + "/precious").c_str(), 0644), 0);
   }
-  ~OwnFile() override {
-    close(directory);
-    fs::remove_all(path);
-  }
+  ~OwnFile() override { close(directory); }
   struct stat factsOf(const std::string& name) const {
     struct stat facts {};
     EXPECT_EQ(lstat((path + "/" + name).c_str(), &facts), 0) << name;
@@ -65,7 +61,8 @@ class OwnFile : public testing::Test {
     EXPECT_EQ(factsOf(name).st_size, 1);
   }
 
-  std::string path;
+  const rt::fakes::TestFolder folder;
+  const std::string& path = folder.path();
   int directory = -1;
 };
 

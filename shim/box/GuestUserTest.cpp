@@ -5,14 +5,14 @@
 #include <csignal>
 #include <optional>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
 #include "shim/box/GuestUser.h"
-#include "shim/fakes/TestFolder.h"
 
 namespace shim {
 namespace {
 
-using fakes::TestFolder;
+using rt::fakes::TestFolder;
 
 // None of them has a process.
 constexpr guest::UserRange two{60001, 60002};
@@ -85,7 +85,7 @@ TEST(GuestUser, IsNobodyWhoIsNamedOnTheMachine) {
 TEST(GuestUser, LeavesAFileThatNobodyElseMayOpen) {
   const TestFolder folder;
   const GuestUser user(folder / "users", one);
-  EXPECT_EQ(fakes::modeOf(folder / "users"), 0600);
+  EXPECT_EQ(rt::fakes::modeOf(folder / "users"), 0600);
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
-#include "shim/fakes/TestFolder.h"
 
 namespace shim::fakes {
 

@@ -10,8 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
-#include "shim/fakes/TestFolder.h"
 #include "shim/keep/ListeningSocket.h"
 
 namespace shim::fakes {

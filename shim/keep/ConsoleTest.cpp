@@ -6,14 +6,14 @@
 
 #include <filesystem>
 
-#include "shim/fakes/TestFolder.h"
+#include "runtime/fakes/TestFolder.h"
 #include "shim/keep/Console.h"
 
 namespace shim {
 namespace {
 
-using fakes::contentOf;
-using fakes::TestFolder;
+using rt::fakes::contentOf;
+using rt::fakes::TestFolder;
 using testing::EndsWith;
 
 class ConsoleLine : public testing::Test {

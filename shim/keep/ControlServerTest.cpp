@@ -8,14 +8,14 @@
 #include <memory>
 
 #include "runtime/base/Release.h"
+#include "runtime/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
-#include "shim/fakes/TestFolder.h"
 #include "shim/keep/ControlServer.h"
 
 namespace shim {
 namespace {
 
-using fakes::TestFolder;
+using rt::fakes::TestFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -93,7 +93,7 @@ class Control : public testing::Test {
 TEST_F(Control, GreetsWhoConnects) {
   const auto client = connected();
   EXPECT_THAT(heard(*client), ElementsAre(greeting));
-  EXPECT_EQ(fakes::modeOf(folder / "shim.sock"), 0660);
+  EXPECT_EQ(rt::fakes::modeOf(folder / "shim.sock"), 0660);
 }
 
 TEST_F(Control, SpeaksVersion1AsItWasShipped) {

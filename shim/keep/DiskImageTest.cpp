@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
-#include "shim/fakes/TestFolder.h"
 #include "shim/keep/DiskImage.h"
 
 namespace shim {
@@ -43,7 +43,7 @@ class OpenedImage : public testing::Test {
     return fcntl(descriptor.number(), F_GETFL) & (O_ACCMODE | O_NONBLOCK);
   }
 
-  const fakes::TestFolder folder;
+  const rt::fakes::TestFolder folder;
 };
 
 TEST_F(OpenedImage, OfADiskIsTwoDescriptorsOneToWriteAndOneToRead) {

@@ -9,8 +9,8 @@
 #include <csignal>
 #include <cstring>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
-#include "shim/fakes/TestFolder.h"
 #include "shim/keep/BoundedLog.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"
@@ -18,9 +18,9 @@
 namespace shim {
 namespace {
 
-using fakes::contentOf;
-using fakes::modeOf;
-using fakes::TestFolder;
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
+using rt::fakes::TestFolder;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 

@@ -1,7 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include "shim/fakes/TestFolder.h"
+#include "runtime/fakes/TestFolder.h"
 #include "shim/keep/ListeningSocket.h"
 
 namespace shim {
@@ -14,12 +14,12 @@ class InheritedListener : public testing::Test {
  protected:
   InheritedListener() : handed(fcntl(made.number(), F_DUPFD, 0)) {}
 
-  bool isThere() const { return fakes::modeOf(path) != -1; }
+  bool isThere() const { return rt::fakes::modeOf(path) != -1; }
   std::unique_ptr<ListeningSocket> another() const {
     return std::make_unique<ListeningSocket>(path, copyOf(handed));
   }
 
-  const fakes::TestFolder folder;
+  const rt::fakes::TestFolder folder;
   const std::string path = folder / "guest0.monitor";
   ListeningSocket made{path, "monitor", ListeningSocket::Users::ours};
   const rt::Descriptor handed;
@@ -79,7 +79,7 @@ TEST_F(InheritedListener, IsRemovedThoughTheNextIsElsewhere) {
 TEST_F(InheritedListener, IsReplacedWhereThereIsNone) {
   const auto socket = monitorSocket(path, rt::Descriptor());
   EXPECT_NE(socket->number(), -1);
-  EXPECT_EQ(fakes::modeOf(path), 0600);
+  EXPECT_EQ(rt::fakes::modeOf(path), 0600);
 }
 
 }  // namespace

@@ -5,13 +5,13 @@
 
 #include <memory>
 
-#include "shim/fakes/TestFolder.h"
+#include "runtime/fakes/TestFolder.h"
 #include "shim/keep/Console.h"
 
 namespace shim {
 namespace {
 
-using fakes::TestFolder;
+using rt::fakes::TestFolder;
 using testing::EndsWith;
 using testing::HasSubstr;
 
@@ -91,7 +91,7 @@ TEST_F(ConsoleViewers, AllSeeWhatTheGuestWrites) {
   guestWrites("login:\xff\r\n");
   EXPECT_EQ(seen(first), "login:\xff\r\n");
   EXPECT_EQ(seen(second), "login:\xff\r\n");
-  EXPECT_EQ(fakes::modeOf(folder / "console.sock"), 0660);
+  EXPECT_EQ(rt::fakes::modeOf(folder / "console.sock"), 0660);
 }
 
 TEST_F(ConsoleViewers, WhoComeLateSeeTheNewest) {

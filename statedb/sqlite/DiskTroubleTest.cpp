@@ -85,7 +85,7 @@ class DeniedTest : public SqliteTest {
 };
 
 TEST_F(DeniedTest, ADirectoryThatMayNotBeWrittenIsNamedWithTheWayOut) {
-  modeIs(dir.path(), 0555);
+  modeIs(dir, 0555);
   {
     const Unprivileged somebody;
     std::string sentence;
@@ -93,19 +93,19 @@ TEST_F(DeniedTest, ADirectoryThatMayNotBeWrittenIsNamedWithTheWayOut) {
     EXPECT_EQ(sentence, "no permission to use " + file.string() +
                             ": run as root, or as a member of the file's group");
   }
-  modeIs(dir.path(), 0755);
+  modeIs(dir, 0755);
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 TEST_F(DeniedTest, AFileThatMayBeReadButNotWrittenNeedsTheDaemonToBeRunning) {
   put(*open(), "a", "1");
   modeIs(file, 0444);
-  modeIs(dir.path(), 0555);
+  modeIs(dir, 0555);
   {
     const Unprivileged somebody;
     EXPECT_EQ(troubleOf([&] { openClient()->snapshot({"vmConfig"}); }), Trouble::denied);
   }
-  modeIs(dir.path(), 0755);
+  modeIs(dir, 0755);
 }
 
 TEST_F(DeniedTest, AWriteByOneWhoMayOnlyReadIsDenied) {
@@ -130,14 +130,14 @@ std::string lockTrouble(const rt::String& lock, Trouble trouble) {
 }
 
 TEST_F(DeniedTest, ALockThatMayNotBeMadeIsNamedWithTheWayOut) {
-  modeIs(dir.path(), 0555);
+  modeIs(dir, 0555);
   {
     const Unprivileged somebody;
     EXPECT_EQ(lockTrouble(companion("-lock").string(), Trouble::denied),
               "cannot make the lock file " + file.string() +
                   "-lock: Permission denied; run as a user who may write there");
   }
-  modeIs(dir.path(), 0755);
+  modeIs(dir, 0755);
 }
 
 TEST_F(DeniedTest, ALockOfANameThatIsTooLongIsToldWithTheReason) {
@@ -168,11 +168,11 @@ class MountTest : public SqliteTest {
  protected:
   void SetUp() override {
     if (!hasPrivateMounts()) return;
-    mounted = mount("tmpfs", dir.path().c_str(), "tmpfs", 0, "size=512k,mode=755") == 0;
+    mounted = mount("tmpfs", dir.c_str(), "tmpfs", 0, "size=512k,mode=755") == 0;
     ASSERT_TRUE(mounted);
   }
   void TearDown() override {
-    if (mounted) umount2(dir.path().c_str(), MNT_DETACH);
+    if (mounted) umount2(dir.c_str(), MNT_DETACH);
   }
   // Fills the disk to its last byte.
   void fill() const {
@@ -181,9 +181,9 @@ class MountTest : public SqliteTest {
     const std::string block(4096, 'x');
     while (::write(filler, block.data(), block.size()) > 0) continue;
   }
-  std::string fillerName() const { return (dir.path() / "filler").string(); }
+  std::string fillerName() const { return (dir / "filler").string(); }
   void remount(unsigned long flags) const {
-    ASSERT_EQ(mount("tmpfs", dir.path().c_str(), "tmpfs", MS_REMOUNT | flags, nullptr), 0)
+    ASSERT_EQ(mount("tmpfs", dir.c_str(), "tmpfs", MS_REMOUNT | flags, nullptr), 0)
         << std::strerror(errno);
   }
 

@@ -61,7 +61,7 @@ TEST_F(FilesTest, AClientMakesNone) {
   EXPECT_EQ(sentence, file.string() +
                           " does not exist: put it back if it was lost; or start or restart "
                           "vmagentd, which makes an empty one");
-  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir));
 }
 
 TEST_F(FilesTest, AReopenerMakesNoneAndSetsUpNoneThatIsEmpty) {
@@ -70,7 +70,7 @@ TEST_F(FilesTest, AReopenerMakesNoneAndSetsUpNoneThatIsEmpty) {
   EXPECT_EQ(sentence, file.string() +
                           " is gone: put it back, and it is read; or restart vmagentd, which makes "
                           "an empty one");
-  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir));
   contentIs(file, "");
   EXPECT_EQ(troubleOf([&] { open(Role::reopener); }, &sentence), Trouble::missing);
   EXPECT_EQ(sentence, file.string() +
@@ -83,7 +83,7 @@ TEST_F(FilesTest, AReopenerMakesNoneAndSetsUpNoneThatIsEmpty) {
 }
 
 TEST_F(FilesTest, AMissingDirectoryIsNamed) {
-  const auto missing = dir.path() / "no" / "such";
+  const auto missing = dir / "no" / "such";
   for (const Role role : {Role::owner, Role::reopener, Role::client}) {
     StoreOptions options;
     options.file = rt::String((missing / "config.db").string());
@@ -116,7 +116,7 @@ TEST_F(FilesTest, AFileThatIsNoDatabaseIsRefusedAndLeftAlone) {
 
 // Nothing that is the daemon's own is worth a backup.
 TEST_F(FilesTest, AStatusThatIsDamagedOrMissingIsToBeMadeAnew) {
-  const std::string status = (dir.path() / "status.db").string();
+  const std::string status = (dir / "status.db").string();
   const auto openStatus = [&](Role role) {
     StoreOptions options;
     options.file = rt::String(status);
@@ -226,21 +226,21 @@ TEST_F(FilesTest, ARemovedFileIsToldAndNothingIsWrittenToWhatIsLeftOfIt) {
 }
 
 TEST_F(FilesTest, ADirectoryThatIsMovedAwayIsTold) {
-  const auto inner = dir.path() / "inner";
+  const auto inner = dir / "inner";
   std::filesystem::create_directory(inner);
   StoreOptions options;
   options.file = rt::String((inner / "config.db").string());
   options.role = Role::owner;
   const auto store = openStore(options);
   const Closing wakeUp(store->wakeUp());
-  std::filesystem::rename(inner, dir.path() / "away");
+  std::filesystem::rename(inner, dir / "away");
   EXPECT_TRUE(wakeUp.isReadable());
   EXPECT_EQ(troubleOf([&] { (void)store->changes({}); }), Trouble::missing);
 }
 
 TEST_F(FilesTest, AReplacedFileIsTold) {
   open();
-  const auto backup = dir.path() / "backup.db";
+  const auto backup = dir / "backup.db";
   std::filesystem::copy(file, backup);
   const auto store = open();
   const Closing wakeUp(store->wakeUp());
@@ -254,7 +254,7 @@ TEST_F(FilesTest, ABackupPutBackIsAnotherStore) {
   put(*store, "a", "1");
   const Cursor before = store->snapshot({}).cursor;
   store.reset();
-  const auto backup = dir.path() / "backup.db";
+  const auto backup = dir / "backup.db";
   std::filesystem::copy(file, backup);
   std::filesystem::rename(backup, file);
   EXPECT_EQ(open()->changes(before).resume, Resume::otherStore);
@@ -265,7 +265,7 @@ TEST_F(FilesTest, ABackupGoesOnWithTheHistoryByItself) {
   put(*store, "a", "1");
   const Origin origin{store->snapshot({}).cursor.history, store->record("vmConfig", "a")->created};
   store.reset();
-  const auto backup = dir.path() / "backup.db";
+  const auto backup = dir / "backup.db";
   std::filesystem::copy(file, backup);
   store = open();
   store->commit(Transaction().del("vmConfig", "a"));
@@ -308,7 +308,7 @@ TEST_F(FilesTest, WhatIsNoBellMakesRoomForOneAndKeepsNobodyWaiting) {
   const auto bell = companion("-bell");
   const std::vector<std::function<void()>> strange = {
       [&] { ASSERT_EQ(mkfifo(bell.c_str(), 0660), 0); },
-      [&] { std::filesystem::create_symlink(dir.path() / "elsewhere", bell); },
+      [&] { std::filesystem::create_symlink(dir / "elsewhere", bell); },
       [&] { std::filesystem::create_directory(bell); }};
   for (size_t i = 0; i < strange.size(); ++i) {
     std::filesystem::remove(bell);
@@ -321,7 +321,7 @@ TEST_F(FilesTest, WhatIsNoBellMakesRoomForOneAndKeepsNobodyWaiting) {
     EXPECT_EQ(modeOf(bell), 0660U);
     EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(bell)));
   }
-  EXPECT_FALSE(std::filesystem::exists(dir.path() / "elsewhere"));
+  EXPECT_FALSE(std::filesystem::exists(dir / "elsewhere"));
 }
 
 TEST_F(FilesTest, ABellThatCannotBeOpenedNowStays) {
@@ -337,7 +337,7 @@ TEST_F(FilesTest, ABellThatCannotBeOpenedNowStays) {
 }
 
 TEST_F(FilesTest, ALinkInPlaceOfTheDatabaseIsRefused) {
-  const auto others = dir.path() / "others";
+  const auto others = dir / "others";
   contentIs(others, "");
   std::filesystem::create_symlink(others, file);
   for (const Role role : {Role::owner, Role::client}) {

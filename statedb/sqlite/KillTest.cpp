@@ -80,7 +80,7 @@ TEST_F(KillTest, FiveHundredKillsLoseNothingCommittedAndLeaveNothingHalf) {
 
 // Nobody else has the file open: what is killed leaves its files for the next to recover.
 TEST_F(KillTest, AFileWhoseOnlyUserIsKilledRecovers) {
-  const auto lonely = dir.path() / "lonely.db";
+  const auto lonely = dir / "lonely.db";
   StoreOptions options;
   options.file = rt::String(lonely.string());
   options.role = Role::owner;

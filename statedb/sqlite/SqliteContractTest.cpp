@@ -1,3 +1,4 @@
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
@@ -27,7 +28,7 @@ class SqliteBackend final : public Backend {
  private:
   sqlite::StoreOptions options(sqlite::Role role) const {
     sqlite::StoreOptions options;
-    options.file = rt::String((dir_.path() / "store.db").string());
+    options.file = rt::String(dir_ / "store.db");
     options.half = half_;
     options.isStatus = fakes::isStatus;
     options.role = role;
@@ -35,7 +36,7 @@ class SqliteBackend final : public Backend {
   }
 
   const Half half_;
-  const sqlite::TemporaryDir dir_;
+  const rt::fakes::TestFolder dir_;
 };
 
 INSTANTIATE_TEST_SUITE_P(

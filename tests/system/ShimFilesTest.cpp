@@ -285,7 +285,7 @@ class Encounter {
     (void)poll(nullptr, 0, 20);
   }
 
-  const fakes::TestFolder folder_;
+  const rt::fakes::TestFolder folder_;
   std::unique_ptr<ListeningSocket> socket_;  // the stranger's, and what follows
   rt::Descriptors clients_;
   std::unique_ptr<Stranger> stranger_;

@@ -15,9 +15,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "runtime/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
 #include "shim/fakes/ShimWorld.h"
-#include "shim/fakes/TestFolder.h"
 #include "shim/keep/ListeningSocket.h"
 #include "tests/system/KernelSandbox.h"
 #include "tests/system/PrivateMounts.h"

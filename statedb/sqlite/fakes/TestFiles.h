@@ -11,29 +11,10 @@
 #include <iterator>
 #include <string>
 
+#include "runtime/fakes/TestFolder.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace statedb::sqlite {
-
-// A directory that anybody may pass through, removed when it ends.
-class TemporaryDir {
- public:
-  TemporaryDir() {
-    std::string name = testing::TempDir() + "vmagent-statedb-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
-    path_ = name;
-    chmod(name.c_str(), 0755);
-  }
-  TemporaryDir(const TemporaryDir&) = delete;
-  ~TemporaryDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 inline mode_t modeOf(const std::filesystem::path& file) {
   struct stat found {};
@@ -71,8 +52,9 @@ class SqliteTest : public testing::Test {
   // The file beside the database that ends so.
   std::filesystem::path companion(const char* ending) const { return file.string() + ending; }
 
-  const TemporaryDir dir;
-  const std::filesystem::path file = dir.path() / "config.db";
+  const rt::fakes::TestFolder folder;
+  const std::filesystem::path dir = folder.path();
+  const std::filesystem::path file = dir / "config.db";
 };
 
 }  // namespace statedb::sqlite

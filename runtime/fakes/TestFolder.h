@@ -1,4 +1,4 @@
-// A folder of a test's own.
+// A folder of a test's own, through which anybody may pass, and what is seen of files.
 #pragma once
 
 #include <sys/stat.h>
@@ -9,13 +9,13 @@
 #include <iterator>
 #include <string>
 
-namespace shim::fakes {
+namespace rt::fakes {
 
 class TestFolder {
  public:
   TestFolder() {
-    std::string made = (std::filesystem::temp_directory_path() / "shim.XXXXXX").string();
-    if (!mkdtemp(made.data())) std::abort();
+    std::string made = (std::filesystem::temp_directory_path() / "vmagent-test-XXXXXX").string();
+    if (!mkdtemp(made.data()) || chmod(made.c_str(), 0755) != 0) std::abort();
     path_ = made;
   }
   TestFolder(const TestFolder&) = delete;
@@ -24,7 +24,7 @@ class TestFolder {
     std::filesystem::remove_all(path_, ignored);
   }
 
-  std::string path() const { return path_; }
+  const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
  private:
@@ -42,4 +42,4 @@ inline int modeOf(const std::string& path) {
   return lstat(path.c_str(), &found) == 0 ? static_cast<int>(found.st_mode & 07777) : -1;
 }
 
-}  // namespace shim::fakes
+}  // namespace rt::fakes
