@@ -12,7 +12,7 @@ using testing::StartsWith;
 
 class Usage : public fakes::VmctlFixture {};
 class Help : public fakes::VmctlFixture {};
-class Directory : public fakes::VmctlFixture {};
+class ProgramDirectories : public fakes::VmctlFixture {};
 
 Answer usageError(const std::string& sentence) { return {2, "", "vmctl: " + sentence + "\n"}; }
 
@@ -176,7 +176,7 @@ TEST_F(Help, TellsTheNewestFormatOfADatabaseThatItReads) {
   EXPECT_THAT(vmctl("version -o json").out, HasSubstr("\"databaseFormat\": " + format + "\n"));
 }
 
-TEST_F(Directory, IsTheOptionsElseTheEnvironmentsElseTheSystems) {
+TEST_F(ProgramDirectories, IsTheOptionsElseTheEnvironmentsElseTheSystems) {
   vmctl("list");
   EXPECT_EQ(stateDir_, "/var/lib/vmagent");
   EXPECT_EQ(runDir_, "/run/vmagent");
@@ -189,14 +189,14 @@ TEST_F(Directory, IsTheOptionsElseTheEnvironmentsElseTheSystems) {
   EXPECT_EQ(runDir_, "/o/run");
 }
 
-TEST_F(Directory, IsTheSystemsWhenTheEnvironmentsIsEmpty) {
+TEST_F(ProgramDirectories, IsTheSystemsWhenTheEnvironmentsIsEmpty) {
   environment_ = {{"VMAGENT_STATE_DIR", ""}, {"VMAGENT_RUN_DIR", ""}};
   vmctl("list");
   EXPECT_EQ(stateDir_, "/var/lib/vmagent");
   EXPECT_EQ(runDir_, "/run/vmagent");
 }
 
-TEST_F(Directory, ThatCannotBeUsedIsExitSix) {
+TEST_F(ProgramDirectories, ThatCannotBeUsedIsExitSix) {
   putVm("web1", false);
   beforeCommit([] {
     throw statedb::Error(statedb::Trouble::full, "no space left on the disk of /x: free some");

@@ -32,7 +32,7 @@ TEST(ImageFormat, IsItsNameAndBack) {
     EXPECT_EQ(imageFormatFrom(text), std::nullopt) << text;
 }
 
-TEST(ImageHead, TellsItsFormat) {
+TEST(ImageHeader, TellsItsFormat) {
   EXPECT_EQ(formatOfHead(qcow2(3)), "qcow2");
   EXPECT_EQ(formatOfHead(at(0, "KDMV")), "VMDK");
   EXPECT_EQ(formatOfHead(at(64, "\x7f\x10\xda\xbe")), "VDI");
@@ -40,7 +40,7 @@ TEST(ImageHead, TellsItsFormat) {
   EXPECT_EQ(formatOfHead(at(1, "KDMV")), "raw") << "it must stand in its place";
 }
 
-TEST(ImageHead, MayBeShort) {
+TEST(ImageHeader, MayBeShort) {
   EXPECT_EQ(formatOfHead(""), "raw");
   EXPECT_EQ(formatOfHead("QFI"), "raw");
   EXPECT_EQ(formatOfHead("QFI\xfb"), "qcow2");

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "model/VmConfigCheck.h"
+#include "model/fakes/Limits.h"
 
 namespace model {
 namespace {
@@ -11,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr MachineLimits limits{.memory = 8192};
+using fakes::limits;
 
 Vm::VmConfig::Ptr aVm(const char* name = "web1") {
   auto vm = rt::make<Vm::VmConfig>(name);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "model/VmConfigCheck.h"
+#include "model/fakes/Limits.h"
 #include "runtime/base/Format.h"
 
 namespace model {
@@ -10,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr MachineLimits limits{.memory = 8192};
+using fakes::limits;
 
 Vm::VmConfig::Ptr vmWith(const rt::String& name, uint32_t port, std::vector<rt::EthAddr> macs) {
   auto vm = rt::make<Vm::VmConfig>(name);

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::Eq;
 using testing::Optional;
 
-constexpr MachineLimits limits{1024};
+constexpr MachineLimits smallMachine{1024};
 
 // The names of what can be set of a record, collections apart.
 std::vector<std::string> scalarsOf(const rt::Entity& record) {
@@ -38,7 +38,7 @@ class VmFields : public testing::Test {
     return *image;
   }
   std::optional<rt::String> right(const VmField& field, std::string_view value) {
-    return field.right ? field.right(value, limits) : std::nullopt;
+    return field.right ? field.right(value, smallMachine) : std::nullopt;
   }
 
   const Vm::VmConfig::Ptr vm = rt::make<Vm::VmConfig>("web1");

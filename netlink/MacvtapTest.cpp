@@ -11,12 +11,14 @@
 #include "Vm/VmAgent/fakes/FakeKernel.h"
 #include "netlink/Macvtap.h"
 #include "netlink/MacvtapSetup.h"
+#include "netlink/fakes/Pauses.h"
 #include "runtime/fakes/TraceRecorder.h"
 
 namespace netlink {
 
 namespace {
 
+using fakes::Pauses;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Vm::fakes::FakeKernel;
@@ -25,9 +27,6 @@ using Vm::fakes::KernelCall;
 constexpr char mac[] = "\x52\x54\x00\x12\x34\x56";
 constexpr char otherMac[] = "\x52\x54\x00\x12\x34\x57";
 
-int pauses = 0;
-void countPause() { ++pauses; }
-
 class Macvtap : public testing::Test {
  protected:
   Vm::fakes::EffectLog effects;
@@ -35,10 +34,7 @@ class Macvtap : public testing::Test {
   rt::fakes::TraceRecorder traces;
   int ifindex = -1;
 
-  Macvtap() {
-    pauses = 0;
-    kernel.deviceIs("Vlan100", 7);
-  }
+  Macvtap() { kernel.deviceIs("Vlan100", 7); }
   int add(const char* name = "macvtap0") { return deviceAdd(mac, name, "Vlan100", 4, &ifindex); }
 };
 
@@ -154,7 +150,9 @@ TEST_F(Macvtap, ThatIsNotThereCannotBeRemoved) {
 
 class MacvtapSetupTest : public Macvtap {
  protected:
-  MacvtapSetup setup() { return setupMacvtap("Vlan100", mac, countPause); }
+  MacvtapSetup setup() { return setupMacvtap("Vlan100", mac, Pauses::count); }
+
+  const Pauses pauses;
 };
 
 TEST_F(MacvtapSetupTest, MakesTheDeviceSetsItUpAndOpensItsTap) {
@@ -242,7 +240,7 @@ TEST_F(MacvtapSetupTest, SetsTheDeviceDownAgainWhenItsTapCannotBeOpened) {
   const MacvtapSetup made = setup();
   EXPECT_EQ(made.fd, -1);
   EXPECT_TRUE(made.leftover);
-  EXPECT_EQ(pauses, 100);
+  EXPECT_EQ(Pauses::counted, 100);
   EXPECT_THAT(traces.take(1), ElementsAre("openTap FAIL: cannot open macvtap device /dev/tap501 "
                                           "check if udevd is running ",
                                           "setupMacvtap FAIL: cannot open tap device "));

@@ -6,18 +6,17 @@
 
 #include "Vm/VmAgent/fakes/FakeKernel.h"
 #include "netlink/TapNode.h"
+#include "netlink/fakes/Pauses.h"
 #include "runtime/fakes/TraceRecorder.h"
 
 namespace netlink {
 
 namespace {
 
+using fakes::Pauses;
 using testing::ElementsAre;
 using Vm::fakes::FakeKernel;
 using Vm::fakes::KernelCall;
-
-int pauses = 0;
-void countPause() { ++pauses; }
 
 class TapNode : public testing::Test {
  protected:
@@ -26,14 +25,13 @@ class TapNode : public testing::Test {
   rt::fakes::TraceRecorder traces;
   int fd = -1;
 
-  TapNode() {
-    pauses = 0;
-    kernel.deviceIs("macvtap0", 7);
-  }
+  TapNode() { kernel.deviceIs("macvtap0", 7); }
   ~TapNode() override {
     if (fd >= 0) close(fd);
   }
-  int open(const char* ifname) { return fd = openTap(ifname, countPause); }
+  int open(const char* ifname) { return fd = openTap(ifname, Pauses::count); }
+
+  const Pauses pauses;
 };
 
 TEST_F(TapNode, IsNamedByTheDevicesIndex) {
@@ -48,7 +46,7 @@ TEST_F(TapNode, ThatIsThereIsOpenedWithoutAPause) {
   kernel.nodeIs(7);
   open("macvtap0");
   EXPECT_EQ(kernel.calls(KernelCall::openTap), 1);
-  EXPECT_EQ(pauses, 0);
+  EXPECT_EQ(Pauses::counted, 0);
 }
 
 TEST_F(TapNode, IsOpenedForReadingAndWriting) {
@@ -65,20 +63,20 @@ TEST_F(TapNode, MadeTwoSecondsLateIsOpenedOnThe21stAttempt) {
   kernel.nodeIs(7, 20);
   EXPECT_GE(open("macvtap0"), 0);
   EXPECT_EQ(kernel.calls(KernelCall::openTap), 21);
-  EXPECT_EQ(pauses, 20);
+  EXPECT_EQ(Pauses::counted, 20);
 }
 
 TEST_F(TapNode, IsOpenedOnThe101stAttemptToo) {
   kernel.nodeIs(7, 100);
   EXPECT_GE(open("macvtap0"), 0);
-  EXPECT_EQ(pauses, 100);
+  EXPECT_EQ(Pauses::counted, 100);
 }
 
 TEST_F(TapNode, ThatIsNeverMadeFailsAfter101AttemptsAnd100Pauses) {
   kernel.nodeIs(7, 101);
   EXPECT_EQ(open("macvtap0"), -1);
   EXPECT_EQ(kernel.calls(KernelCall::openTap), 101);
-  EXPECT_EQ(pauses, 100);
+  EXPECT_EQ(Pauses::counted, 100);
   EXPECT_THAT(traces.take(1), ElementsAre("openTap FAIL: cannot open macvtap device /dev/tap7 "
                                           "check if udevd is running "));
 }
@@ -102,7 +100,7 @@ TEST_F(TapNode, IsRetriedWhateverTheErrorIs) {
   kernel.nodeIs(7);
   kernel.fail(KernelCall::openTap, EACCES);
   EXPECT_GE(open("macvtap0"), 0);
-  EXPECT_EQ(pauses, 1);
+  EXPECT_EQ(Pauses::counted, 1);
 }
 
 }  // namespace

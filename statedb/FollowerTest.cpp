@@ -16,36 +16,11 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A store that can be told to fail when it is asked for a removal.
-class ShakyStore final : public Store {
- public:
-  ShakyStore(std::shared_ptr<fakes::MemoryData> data, Half half, const bool& fails)
-      : store_(std::move(data), half, fakes::isStatus), fails_(fails) {}
-  Snapshot snapshot(const std::vector<rt::String>& tables) override {
-    return store_.snapshot(tables);
-  }
-  std::optional<Record> record(const rt::String& table, const rt::String& key) override {
-    return store_.record(table, key);
-  }
-  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override {
-    if (fails_) throw Error(Trouble::locked, "somebody has it");
-    return store_.hasRemoved(table, key, origin);
-  }
-  Changes changes(const Cursor& since) override { return store_.changes(since); }
-  void commit(const Transaction& transaction) override { store_.commit(transaction); }
-  int wakeUp() override { return store_.wakeUp(); }
-  void trim() { store_.trim(); }
-
- private:
-  fakes::MemoryStore store_;
-  const bool& fails_;
-};
-
 class FollowerTest : public testing::Test {
  protected:
   StateDb::Opener opener(std::shared_ptr<fakes::MemoryData>& data, Half half) {
     return [this, &data, half] {
-      auto store = std::make_unique<ShakyStore>(data, half, fails);
+      auto store = std::make_unique<fakes::MemoryStore>(data, half, fakes::isStatus);
       if (half == Half::config) open_ = store.get();
       return store;
     };
@@ -75,8 +50,7 @@ class FollowerTest : public testing::Test {
 
   std::shared_ptr<fakes::MemoryData> config_ = std::make_shared<fakes::MemoryData>();
   std::shared_ptr<fakes::MemoryData> status_ = std::make_shared<fakes::MemoryData>();
-  ShakyStore* open_ = nullptr;
-  bool fails = false;
+  fakes::MemoryStore* open_ = nullptr;
   StateDb db{opener(config_, Half::config), opener(status_, Half::status), fakes::isStatus};
   Follower follower{db, {"vmConfig", "vmIntent"}};
 };
@@ -229,16 +203,16 @@ TEST_F(FollowerTest, TellsTheSameAgainWhenALookFailed) {
   news();
   replace(backup());
   del("a");
-  fails = true;
+  config_->failsLooks = true;
   EXPECT_THROW(follower.catchUp(), Error);
-  fails = false;
+  config_->failsLooks = false;
   EXPECT_THAT(news(), ElementsAre("del a", "put? b 1"));
   replace(std::make_shared<fakes::MemoryData>());
   news();
   put("b", "2");
-  fails = true;
+  config_->failsLooks = true;
   EXPECT_THROW(follower.catchUp(), Error);
-  fails = false;
+  config_->failsLooks = false;
   EXPECT_THAT(news(), ElementsAre("put b 2"));
 }
 

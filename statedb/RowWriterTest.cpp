@@ -14,42 +14,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-// A store that can be told to fail.
-class ShakyStore final : public Store {
- public:
-  ShakyStore(std::shared_ptr<fakes::MemoryData> data, const bool& fails)
-      : store_(std::move(data), Half::status), fails_(fails) {}
-  Snapshot snapshot(const std::vector<rt::String>& tables) override {
-    return store_.snapshot(tables);
-  }
-  std::optional<Record> record(const rt::String& table, const rt::String& key) override {
-    return store_.record(table, key);
-  }
-  bool hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) override {
-    return store_.hasRemoved(table, key, origin);
-  }
-  Changes changes(const Cursor& since) override { return store_.changes(since); }
-  void commit(const Transaction& transaction) override {
-    if (fails_) throw Error(Trouble::full, "there is no space left");
-    store_.commit(transaction);
-  }
-  int wakeUp() override { return store_.wakeUp(); }
-
- private:
-  fakes::MemoryStore store_;
-  const bool& fails_;
-};
-
 class RowWriterTest : public testing::Test {
  protected:
   Contents rows() { return contentsOf(db.snapshot({"vmStatus", "fdb"})); }
   uint64_t sequence() { return db.snapshot({}).cursor.sequence; }
 
-  bool fails = false;
   std::shared_ptr<fakes::MemoryData> data = std::make_shared<fakes::MemoryData>();
   StateDb db{
       [] { return std::make_unique<fakes::MemoryStore>(std::make_shared<fakes::MemoryData>()); },
-      [this] { return std::make_unique<ShakyStore>(data, fails); }, fakes::isStatus};
+      [this] { return std::make_unique<fakes::MemoryStore>(data, Half::status); }, fakes::isStatus};
   RowWriter writer{db, {"vmStatus", "fdb"}};
 };
 
@@ -121,11 +94,11 @@ TEST_F(RowWriterTest, DoesNotWriteWhatStandsThereAlready) {
 
 TEST_F(RowWriterTest, KeepsWhatCouldNotBeWrittenForTheNextTime) {
   writer.rowIs("vmStatus", "web1", "1");
-  fails = true;
+  data->failsCommits = true;
   EXPECT_THROW(writer.flush(), Error);
   EXPECT_TRUE(writer.hasNews());
   writer.rowIs("vmStatus", "web2", "1");
-  fails = false;
+  data->failsCommits = false;
   writer.flush();
   EXPECT_THAT(rows(), ElementsAre(Pair("vmStatus/web1", "1"), Pair("vmStatus/web2", "1")));
 }

@@ -155,7 +155,7 @@ class WatchedDbTest : public rt::fakes::LoopTest {};
 
 TEST_F(WatchedDbTest, TheLoopTellsOfACommitOnce) {
   const rt::fakes::TestFolder dir;
-  const rt::String path(dir.string());
+  const rt::String path(dir.path());
   StateDb db = sqlite::openDb({path, path, fakes::isStatus, sqlite::Role::owner});
   Store& store = db.store("vmConfig");
   const auto watcher = reader("watcher", store.wakeUp());

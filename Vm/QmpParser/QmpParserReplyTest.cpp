@@ -9,38 +9,38 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-struct QmpMessage : fakes::ParserTest {};
+struct QmpParserReply : fakes::ParserTest {};
 
-TEST_F(QmpMessage, GreetingIsHello) {
+TEST_F(QmpParserReply, GreetingIsHello) {
   EXPECT_THAT(resultsOf(R"({"QMP": {"version": {}, "capabilities": ["oob"]}})"),
               ElementsAre("hello qmpTypeQmp hello"));
 }
 
-TEST_F(QmpMessage, EventIsAnEventOfNoCommand) {
+TEST_F(QmpParserReply, EventIsAnEventOfNoCommand) {
   EXPECT_THAT(resultsOf(R"({"timestamp": {"seconds": 1, "microseconds": 2}, "event": "STOP"})"),
               ElementsAre("event qmpTypeEvent invalid"));
 }
 
-TEST_F(QmpMessage, EventWithTheIdOfACommandIsStillOfNoCommand) {
+TEST_F(QmpParserReply, EventWithTheIdOfACommandIsStillOfNoCommand) {
   EXPECT_THAT(resultsOf(R"({"event": "STOP", "id": "cont"})"),
               ElementsAre("event qmpTypeEvent invalid"));
 }
 
-TEST_F(QmpMessage, ErrorGoesBeforeAllOtherKeys) {
+TEST_F(QmpParserReply, ErrorGoesBeforeAllOtherKeys) {
   EXPECT_THAT(resultsOf(R"({"event": "E", "QMP": {}, "return": {}, "error": {}, "id": "cont"})"),
               ElementsAre("contError qmpTypeError cont"));
 }
 
-TEST_F(QmpMessage, ReturnGoesBeforeGreetingAndEvent) {
+TEST_F(QmpParserReply, ReturnGoesBeforeGreetingAndEvent) {
   EXPECT_THAT(resultsOf(R"({"event": "E", "QMP": {}, "return": {}, "id": "cont"})"),
               ElementsAre("cont qmpTypeReturn cont"));
 }
 
-TEST_F(QmpMessage, GreetingGoesBeforeEvent) {
+TEST_F(QmpParserReply, GreetingGoesBeforeEvent) {
   EXPECT_THAT(resultsOf(R"({"event": "E", "QMP": {}})"), ElementsAre("hello qmpTypeQmp hello"));
 }
 
-TEST_F(QmpMessage, KeyThatIsNullIsPresent) {
+TEST_F(QmpParserReply, KeyThatIsNullIsPresent) {
   EXPECT_THAT(resultsOf(R"({"error": null, "return": {}, "id": "cont"})"),
               ElementsAre("contError qmpTypeError cont"));
   EXPECT_THAT(resultsOf(R"({"return": null, "QMP": {}, "id": "cont"})"),
@@ -49,25 +49,25 @@ TEST_F(QmpMessage, KeyThatIsNullIsPresent) {
   EXPECT_THAT(resultsOf(R"({"event": null})"), ElementsAre("event qmpTypeEvent invalid"));
 }
 
-TEST_F(QmpMessage, KeysInsideAnotherValueDoNotCount) {
+TEST_F(QmpParserReply, KeysInsideAnotherValueDoNotCount) {
   EXPECT_THAT(resultsOf(R"({"data": {"error": {}, "return": {}, "QMP": {}, "event": "E"}})"),
               IsEmpty());
   EXPECT_THAT(resultsOf(R"({"return": {"error": {}, "id": "status"}, "id": "cont"})"),
               ElementsAre("cont qmpTypeReturn cont"));
 }
 
-TEST_F(QmpMessage, WithNoneOfTheFourKeysHasNoResult) {
+TEST_F(QmpParserReply, WithNoneOfTheFourKeysHasNoResult) {
   EXPECT_THAT(resultsOf(R"({"id": "cont", "data": {}})"), IsEmpty());
   EXPECT_THAT(resultsOf("{}"), IsEmpty());
   EXPECT_EQ(response->counter(), 0U);
   EXPECT_EQ(unparsed(), "");
 }
 
-TEST_F(QmpMessage, ArrayAtTheTopHasNoResultAndWhatFollowsIsParsed) {
+TEST_F(QmpParserReply, ArrayAtTheTopHasNoResultAndWhatFollowsIsParsed) {
   EXPECT_THAT(resultsOf(R"([{"event": "E"}] {"QMP": {}})"), ElementsAre("hello qmpTypeQmp hello"));
 }
 
-TEST_F(QmpMessage, OfARepeatedKeyTheLastCounts) {
+TEST_F(QmpParserReply, OfARepeatedKeyTheLastCounts) {
   EXPECT_THAT(resultsOf(R"({"return": {}, "id": "cont", "id": "getfd"})"),
               ElementsAre("getfd qmpTypeReturn getfd"));
 }
@@ -115,43 +115,43 @@ constexpr std::array unknownIds{R"("hello")", R"("invalid")", R"("capabilities")
                                 "true",       "{}",           R"({"id": "cont"})",
                                 "[]",         R"(["cont"])"};
 
-TEST_F(QmpMessage, ReturnWithAnUnknownIdIsAReturnErrorOfNoCommand) {
+TEST_F(QmpParserReply, ReturnWithAnUnknownIdIsAReturnErrorOfNoCommand) {
   for (const std::string id : unknownIds)
     EXPECT_THAT(resultsOf(R"({"return": {"running": true}, "id": )" + id + "}"),
                 ElementsAre("returnError qmpTypeReturn invalid"))
         << id;
 }
 
-TEST_F(QmpMessage, ErrorWithAnUnknownIdIsAnUnknownErrorOfNoCommand) {
+TEST_F(QmpParserReply, ErrorWithAnUnknownIdIsAnUnknownErrorOfNoCommand) {
   for (const std::string id : unknownIds)
     EXPECT_THAT(resultsOf(R"({"error": {}, "id": )" + id + "}"),
                 ElementsAre("unknownError qmpTypeError invalid"))
         << id;
 }
 
-TEST_F(QmpMessage, ErrorWithoutIdIsAnErrorOfNoCommand) {
+TEST_F(QmpParserReply, ErrorWithoutIdIsAnErrorOfNoCommand) {
   EXPECT_THAT(resultsOf(R"({"error": {"class": "GenericError", "desc": "JSON parse error"}})"),
               ElementsAre("error qmpTypeError invalid"));
 }
 
-TEST_F(QmpMessage, ErrorWithAReturnNeedsNoId) {
+TEST_F(QmpParserReply, ErrorWithAReturnNeedsNoId) {
   EXPECT_THAT(resultsOf(R"({"error": {}, "return": {}})"),
               ElementsAre("error qmpTypeError invalid"));
 }
 
-TEST_F(QmpMessage, IdMayBeWrittenWithEscapes) {
+TEST_F(QmpParserReply, IdMayBeWrittenWithEscapes) {
   EXPECT_THAT(resultsOf(R"({"return": {}, "id": "\u0063ont"})"),
               ElementsAre("cont qmpTypeReturn cont"));
 }
 
-using QmpMessageDeathTest = QmpMessage;
+using QmpParserReplyDeathTest = QmpParserReply;
 
-TEST_F(QmpMessageDeathTest, ReturnWithoutIdEndsTheProcess) {
+TEST_F(QmpParserReplyDeathTest, ReturnWithoutIdEndsTheProcess) {
   EXPECT_DEATH(feed(R"({"return": {}})"),
                "assertion failed: idObj != __null && returnObj != __null\n");
 }
 
-TEST_F(QmpMessageDeathTest, ReturnWithAnIdOnlyInsideItEndsTheProcess) {
+TEST_F(QmpParserReplyDeathTest, ReturnWithAnIdOnlyInsideItEndsTheProcess) {
   EXPECT_DEATH(feed(R"({"return": {"id": "cont"}})"),
                "assertion failed: idObj != __null && returnObj != __null\n");
 }

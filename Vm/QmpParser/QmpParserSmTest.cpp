@@ -8,29 +8,28 @@
 namespace Vm {
 namespace {
 
+using fakes::cont;
+using fakes::event;
+using fakes::hello;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* cont = "cont qmpTypeReturn cont";
-constexpr const char* hello = "hello qmpTypeQmp hello";
-constexpr const char* event = "event qmpTypeEvent invalid";
+struct QmpParserSmTest : fakes::ParserTest {};
 
-struct QmpParser : fakes::ParserTest {};
-
-TEST_F(QmpParser, IsInitializedAndHoldsItsRecordsFromConstruction) {
+TEST_F(QmpParserSmTest, IsInitializedAndHoldsItsRecordsFromConstruction) {
   EXPECT_TRUE(parser->initialized());
   EXPECT_EQ(parser->qmpParserRequest(), request);
   EXPECT_EQ(parser->qmpParserResponse(), response);
   EXPECT_EQ(parser->unparsedString(), "");
 }
 
-TEST_F(QmpParser, SaysWhenItIsInitializedAndNothingElse) {
+TEST_F(QmpParserSmTest, SaysWhenItIsInitializedAndNothingElse) {
   rt::fakes::TraceRecorder traces;
   const auto another = rt::make<QmpParserSm>(request, response);
   EXPECT_THAT(traces.take(), ElementsAre("8 void Vm::QmpParserSm::handleInitialized()"));
 }
 
-TEST_F(QmpParser, DoesNotReadARequestThatWasIssuedBeforeIt) {
+TEST_F(QmpParserSmTest, DoesNotReadARequestThatWasIssuedBeforeIt) {
   feed(R"({"QMP": {}})");
   EXPECT_THAT(reader->take(), ElementsAre(hello));
   parser = nullptr;
@@ -39,20 +38,20 @@ TEST_F(QmpParser, DoesNotReadARequestThatWasIssuedBeforeIt) {
   EXPECT_THAT(resultsOf(R"({"event": "A"})"), ElementsAre(event));
 }
 
-TEST_F(QmpParser, WithoutARequestIsSilent) {
+TEST_F(QmpParserSmTest, WithoutARequestIsSilent) {
   const auto idle = rt::make<QmpParserSm>(nullptr, response);
   EXPECT_TRUE(idle->initialized());
   EXPECT_EQ(idle->qmpParserRequest(), nullptr);
   EXPECT_THAT(resultsOf(R"({"QMP": {}})"), ElementsAre(hello));
 }
 
-TEST_F(QmpParser, ThatHasGoneReadsNothing) {
+TEST_F(QmpParserSmTest, ThatHasGoneReadsNothing) {
   parser = nullptr;
   EXPECT_THAT(resultsOf(R"({"QMP": {}})"), IsEmpty());
   EXPECT_FALSE(request->hasReactors());
 }
 
-TEST_F(QmpParser, KeepsUnparsedTextForItselfAlone) {
+TEST_F(QmpParserSmTest, KeepsUnparsedTextForItselfAlone) {
   const auto otherRequest = rt::make<QmpParserRequest>();
   const auto otherResponse = rt::make<QmpParserResponse>();
   const auto other = rt::make<QmpParserSm>(otherRequest, otherResponse);
@@ -63,7 +62,7 @@ TEST_F(QmpParser, KeepsUnparsedTextForItselfAlone) {
   EXPECT_THAT(resultsOf(": {}}"), ElementsAre(hello));
 }
 
-TEST_F(QmpParser, SetsTextTypeAndIdAndThenRaisesTheCounter) {
+TEST_F(QmpParserSmTest, SetsTextTypeAndIdAndThenRaisesTheCounter) {
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(response);
   feed(R"({"error": {}, "id": "getfd"})");
@@ -73,7 +72,7 @@ TEST_F(QmpParser, SetsTextTypeAndIdAndThenRaisesTheCounter) {
                                            "Vm::QmpParserResponse.counter = 1"));
 }
 
-TEST_F(QmpParser, TellsOfAnEqualResultByTheCounterOnly) {
+TEST_F(QmpParserSmTest, TellsOfAnEqualResultByTheCounterOnly) {
   feed(R"({"event": "A"})");
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(response);
@@ -81,7 +80,7 @@ TEST_F(QmpParser, TellsOfAnEqualResultByTheCounterOnly) {
   EXPECT_THAT(changes->take(), ElementsAre("Vm::QmpParserResponse.counter = 2"));
 }
 
-TEST_F(QmpParser, TellsOnlyOfTheAttributesThatAResultChanges) {
+TEST_F(QmpParserSmTest, TellsOnlyOfTheAttributesThatAResultChanges) {
   feed(R"({"return": {"running": false}, "id": "status"})");
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(response);
@@ -94,7 +93,7 @@ TEST_F(QmpParser, TellsOnlyOfTheAttributesThatAResultChanges) {
                                            "Vm::QmpParserResponse.counter = 3"));
 }
 
-TEST_F(QmpParser, TellsOfTheGreetingWithoutTypeAndIdForTheyAreTheDefaults) {
+TEST_F(QmpParserSmTest, TellsOfTheGreetingWithoutTypeAndIdForTheyAreTheDefaults) {
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(response);
   feed(R"({"QMP": {}})");
@@ -102,14 +101,14 @@ TEST_F(QmpParser, TellsOfTheGreetingWithoutTypeAndIdForTheyAreTheDefaults) {
                                            "Vm::QmpParserResponse.counter = 1"));
 }
 
-TEST_F(QmpParser, CounterOfResultsGoesOnAtZeroAfterItsGreatestValue) {
+TEST_F(QmpParserSmTest, CounterOfResultsGoesOnAtZeroAfterItsGreatestValue) {
   response->counterIs(0xffff'ffff);
   reader->take();
   EXPECT_THAT(resultsOf(R"({"QMP": {}})"), ElementsAre(hello));
   EXPECT_EQ(response->counter(), 0U);
 }
 
-TEST_F(QmpParser, LeavesTheRequestAlone) {
+TEST_F(QmpParserSmTest, LeavesTheRequestAlone) {
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   feed(R"({"event": )");
   changes->watch(request);
@@ -118,7 +117,7 @@ TEST_F(QmpParser, LeavesTheRequestAlone) {
                                            "Vm::QmpParserRequest.counter = 2"));
 }
 
-TEST_F(QmpParser, TellsOfTheUnparsedTextThatItKeepsAndGivesUp) {
+TEST_F(QmpParserSmTest, TellsOfTheUnparsedTextThatItKeepsAndGivesUp) {
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(parser);
   feed(R"({"event": )");
@@ -129,7 +128,7 @@ TEST_F(QmpParser, TellsOfTheUnparsedTextThatItKeepsAndGivesUp) {
   EXPECT_THAT(changes->take(), IsEmpty());
 }
 
-TEST_F(QmpParser, SaysNothingOfATailThatStaysTheSame) {
+TEST_F(QmpParserSmTest, SaysNothingOfATailThatStaysTheSame) {
   const auto changes = rt::make<rt::fakes::ChangeRecorder>();
   changes->watch(parser);
   feed("{\"event\": \"A\"}\r\n");
@@ -139,7 +138,7 @@ TEST_F(QmpParser, SaysNothingOfATailThatStaysTheSame) {
   EXPECT_EQ(unparsed(), "\r\n");
 }
 
-TEST_F(QmpParser, DoesNotRepeatAResultWhoseReaderThrew) {
+TEST_F(QmpParserSmTest, DoesNotRepeatAResultWhoseReaderThrew) {
   feed(R"({"event")");
   reader->onResult = [] { throw std::runtime_error("boom"); };
   EXPECT_THROW(feed(R"(: "A"})"), std::runtime_error);
@@ -149,7 +148,7 @@ TEST_F(QmpParser, DoesNotRepeatAResultWhoseReaderThrew) {
   EXPECT_THAT(resultsOf(R"({"QMP": {}})"), ElementsAre(hello));
 }
 
-TEST_F(QmpParser, DropsTheRestOfAChunkWhenAReaderThrows) {
+TEST_F(QmpParserSmTest, DropsTheRestOfAChunkWhenAReaderThrows) {
   reader->onResult = [] { throw std::runtime_error("boom"); };
   EXPECT_THROW(feed(R"({"event": "A"} {"event": "B"} {"ev)"), std::runtime_error);
   EXPECT_THAT(reader->take(), ElementsAre(event));
@@ -158,19 +157,19 @@ TEST_F(QmpParser, DropsTheRestOfAChunkWhenAReaderThrows) {
   EXPECT_EQ(response->counter(), 2U);
 }
 
-TEST_F(QmpParser, FinishesItsChunkWhenAReaderDropsIt) {
+TEST_F(QmpParserSmTest, FinishesItsChunkWhenAReaderDropsIt) {
   reader->onResult = [&] { parser = nullptr; };
   EXPECT_THAT(resultsOf(R"({"event": "A"} {"QMP": {}} {"ev)"), ElementsAre(event, hello));
   EXPECT_EQ(request->references(), 1U);
   EXPECT_THAT(resultsOf(R"({"QMP": {}})"), IsEmpty());
 }
 
-TEST_F(QmpParser, GoesOnWithTheChunkItReadWhenAReaderSetsAnotherText) {
+TEST_F(QmpParserSmTest, GoesOnWithTheChunkItReadWhenAReaderSetsAnotherText) {
   reader->onResult = [&] { request->inputStringIs("another text"); };
   EXPECT_THAT(resultsOf(R"({"event": "A"} {"QMP": {}})"), ElementsAre(event, hello));
 }
 
-TEST_F(QmpParser, ReadsAChunkThatAReaderIssuesBeforeItGoesOn) {
+TEST_F(QmpParserSmTest, ReadsAChunkThatAReaderIssuesBeforeItGoesOn) {
   reader->onResult = [&] {
     reader->onResult = nullptr;
     feed(R"({"return": {}, "id": "cont"})");
@@ -222,7 +221,7 @@ TEST(QmpParserRecords, TypesAreRegisteredAtLoad) {
   EXPECT_EQ(rt::typeInfo<QmpParserSm>.name, "Vm::QmpParserSm");
 }
 
-TEST_F(QmpParser, IsDrivenByAttributeNamesAlone) {
+TEST_F(QmpParserSmTest, IsDrivenByAttributeNamesAlone) {
   rt::attributeTextIs(*request, "inputString", R"({"error": {}, "id": "netdev"}{)");
   rt::attributeTextIs(*request, "counter", "1");
   EXPECT_EQ(rt::attributeText(*response, "val"), "netdevError");
@@ -233,7 +232,7 @@ TEST_F(QmpParser, IsDrivenByAttributeNamesAlone) {
   EXPECT_EQ(rt::attributeText(*parser, "initialized"), "true");
 }
 
-TEST_F(QmpParser, ResponseIsWrittenByAttributeNames) {
+TEST_F(QmpParserSmTest, ResponseIsWrittenByAttributeNames) {
   rt::attributeTextIs(*response, "val", "x");
   rt::attributeTextIs(*response, "qmpType", "qmpTypeInvalid");
   rt::attributeTextIs(*response, "qmpIdType", "invalid");
@@ -242,14 +241,14 @@ TEST_F(QmpParser, ResponseIsWrittenByAttributeNames) {
   EXPECT_EQ(response->counter(), 0xffff'ffffU);
 }
 
-TEST_F(QmpParser, IsReadOnlyByAttributeNames) {
+TEST_F(QmpParserSmTest, IsReadOnlyByAttributeNames) {
   EXPECT_THROW(rt::attributeTextIs(*parser, "unparsedString", "{"), rt::AttributeException);
   EXPECT_THROW(rt::attributeTextIs(*parser, "initialized", "false"), rt::AttributeException);
   EXPECT_EQ(unparsed(), "");
   EXPECT_TRUE(parser->initialized());
 }
 
-TEST_F(QmpParser, LeadsToItsRecordsByAttributeNames) {
+TEST_F(QmpParserSmTest, LeadsToItsRecordsByAttributeNames) {
   const auto& type = parser->type();
   EXPECT_EQ(type.find("qmpParserRequest")->entity(*parser), request);
   EXPECT_EQ(type.find("qmpParserResponse")->entity(*parser), response);

@@ -1,5 +1,5 @@
 // The command line as an argument vector.
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -7,7 +7,7 @@ namespace {
 
 using testing::ElementsAre;
 
-class Argv : public AgentTest {
+class Argv : public AgentFixture {
  protected:
   void SetUp() override {
     start();

@@ -4,7 +4,7 @@
 #include <csignal>
 
 #include "Vm/VmAgent/ChildProcess.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -14,7 +14,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using StatusCode = ChildProcess::StatusCode;
 
-class Child : public AgentTest {
+class ChildProcessTest : public AgentFixture {
  protected:
   ChildProcess::Ptr launch() {
     char program[] = "/bin/true";
@@ -30,7 +30,7 @@ class Child : public AgentTest {
   }
 };
 
-TEST_F(Child, IsLaunchedWithItsNameItsPidAndItsPipe) {
+TEST_F(ChildProcessTest, IsLaunchedWithItsNameItsPidAndItsPipe) {
   const auto child = launch();
   EXPECT_EQ(child->name(), "ChildProcess-1000");
   EXPECT_EQ(child->pid(), 1000);
@@ -46,7 +46,7 @@ TEST_F(Child, IsLaunchedWithItsNameItsPidAndItsPipe) {
   EXPECT_THAT(effects.take(), ElementsAre("fork 1000"));
 }
 
-TEST_F(Child, IsWatchedForReadabilityOfAPipeEndThatNoGuestInherits) {
+TEST_F(ChildProcessTest, IsWatchedForReadabilityOfAPipeEndThatNoGuestInherits) {
   const auto child = launch();
   const auto& pipe = *child->pipeFd();
   EXPECT_TRUE(pipe.nonBlocking());
@@ -58,7 +58,7 @@ TEST_F(Child, IsWatchedForReadabilityOfAPipeEndThatNoGuestInherits) {
   EXPECT_NE(fcntl(pipe.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
-TEST_F(Child, TracesTheVectorsAddress) {
+TEST_F(ChildProcessTest, TracesTheVectorsAddress) {
   char program[] = "/bin/true";
   char* argv[] = {program, nullptr};
   runCmd(argv);
@@ -67,14 +67,14 @@ TEST_F(Child, TracesTheVectorsAddress) {
   EXPECT_THAT(traces.take(), ElementsAre(expected.str()));
 }
 
-TEST_F(Child, ThatRunsIsLeftAlone) {
+TEST_F(ChildProcessTest, ThatRunsIsLeftAlone) {
   const auto child = watched();
   advance(60);
   EXPECT_THAT(effects.take(), IsEmpty());
   EXPECT_THAT(said(), IsEmpty());
 }
 
-TEST_F(Child, ThatExitsWithOneIsReapedInOrder) {
+TEST_F(ChildProcessTest, ThatExitsWithOneIsReapedInOrder) {
   const auto child = watched();
   processes.end(1000, 1 << 8);
   turn();
@@ -87,7 +87,7 @@ TEST_F(Child, ThatExitsWithOneIsReapedInOrder) {
   EXPECT_EQ(child->pipeFd(), nullptr);
 }
 
-TEST_F(Child, ThatExitsWithZeroTellsOfItsStatusOnly) {
+TEST_F(ChildProcessTest, ThatExitsWithZeroTellsOfItsStatusOnly) {
   const auto child = watched();
   processes.end(1000, 0);
   turn();
@@ -96,7 +96,7 @@ TEST_F(Child, ThatExitsWithZeroTellsOfItsStatusOnly) {
   EXPECT_EQ(child->exitStatus(), 0);
 }
 
-TEST_F(Child, KilledByATermSignalIsReapedInOrder) {
+TEST_F(ChildProcessTest, KilledByATermSignalIsReapedInOrder) {
   const auto child = watched();
   processes.end(1000, SIGTERM);
   turn();
@@ -106,7 +106,7 @@ TEST_F(Child, KilledByATermSignalIsReapedInOrder) {
   EXPECT_EQ(child->exitStatus(), 0);
 }
 
-TEST_F(Child, EndsWithTheCodeOrTheSignalOfItsWaitStatus) {
+TEST_F(ChildProcessTest, EndsWithTheCodeOrTheSignalOfItsWaitStatus) {
   struct End {
     int waitStatus;
     StatusCode status;
@@ -127,7 +127,7 @@ TEST_F(Child, EndsWithTheCodeOrTheSignalOfItsWaitStatus) {
   }
 }
 
-TEST_F(Child, HasItsPipeClosedWhenItIsReaped) {
+TEST_F(ChildProcessTest, HasItsPipeClosedWhenItIsReaped) {
   const auto child = launch();
   const auto pipe = child->pipeFd();
   const int number = pipe->descriptor();
@@ -137,7 +137,7 @@ TEST_F(Child, HasItsPipeClosedWhenItIsReaped) {
   EXPECT_FALSE(fakes::isOpen(number));
 }
 
-TEST_F(Child, IsReapedOnce) {
+TEST_F(ChildProcessTest, IsReapedOnce) {
   launch();
   processes.end(1000);
   turn();
@@ -146,7 +146,7 @@ TEST_F(Child, IsReapedOnce) {
   EXPECT_THAT(effects.take(), IsEmpty());
 }
 
-TEST_F(Child, ThatNobodyHoldsIsReapedAndReleased) {
+TEST_F(ChildProcessTest, ThatNobodyHoldsIsReapedAndReleased) {
   auto child = launch();
   const auto pipe = child->pipeFd();
   child = nullptr;
@@ -157,7 +157,7 @@ TEST_F(Child, ThatNobodyHoldsIsReapedAndReleased) {
   EXPECT_EQ(pipe->references(), 1u);
 }
 
-TEST_F(Child, WithThePidZeroIsNotReaped) {
+TEST_F(ChildProcessTest, WithThePidZeroIsNotReaped) {
   const auto child = rt::make<ChildProcess>("ChildProcess-0", 0);
   const auto pipe = child->pipeFdIs("Child0Pipe");
   pipe->descriptorIs(fakes::fileWith("x").release());
@@ -171,7 +171,7 @@ TEST_F(Child, WithThePidZeroIsNotReaped) {
   child->pipeFdDel();
 }
 
-TEST_F(Child, IsNotThereWithoutAPipe) {
+TEST_F(ChildProcessTest, IsNotThereWithoutAPipe) {
   processes.failPipe = ENFILE;
   EXPECT_EQ(launch(), nullptr);
   EXPECT_THAT(said(), ElementsAre("8 Vm::ChildProcess::Ptr Vm::runCmd(char**) cmd ADDRESS",
@@ -179,7 +179,7 @@ TEST_F(Child, IsNotThereWithoutAPipe) {
   EXPECT_THAT(effects.take(), IsEmpty());
 }
 
-TEST_F(Child, OfAFailedForkIsAChildThatHasEnded) {
+TEST_F(ChildProcessTest, OfAFailedForkIsAChildThatHasEnded) {
   processes.failFork = true;
   const auto child = launch();
   EXPECT_EQ(child->name(), "ChildProcess--1");
@@ -196,7 +196,7 @@ TEST_F(Child, OfAFailedForkIsAChildThatHasEnded) {
   EXPECT_EQ(child->references(), 1u);
 }
 
-TEST_F(Child, ReturnsItsPipeWhenAskedForTheSameNameOnly) {
+TEST_F(ChildProcessTest, ReturnsItsPipeWhenAskedForTheSameNameOnly) {
   const auto child = rt::make<ChildProcess>("ChildProcess-7", 7);
   const auto pipe = child->pipeFdIs("Child7Pipe");
   EXPECT_EQ(child->pipeFdIs("Child7Pipe"), pipe);
@@ -208,7 +208,7 @@ TEST_F(Child, ReturnsItsPipeWhenAskedForTheSameNameOnly) {
   child->pipeFdDel();  // a second time: nothing
 }
 
-TEST_F(Child, ReturnsItsMachineWhenAskedForTheSameInputsOnly) {
+TEST_F(ChildProcessTest, ReturnsItsMachineWhenAskedForTheSameInputsOnly) {
   const auto child = rt::make<ChildProcess>("ChildProcess-7", 7);
   const auto pipe = child->pipeFdIs("Child7Pipe");
   const auto machine = child->childSmIs(child, pipe);
@@ -222,7 +222,7 @@ TEST_F(Child, ReturnsItsMachineWhenAskedForTheSameInputsOnly) {
   child->childSmDel();
 }
 
-TEST_F(Child, ListsItsAttributes) {
+TEST_F(ChildProcessTest, ListsItsAttributes) {
   const auto child = launch();
   EXPECT_EQ(listing(*child), "[name] [pid] [pipeFd] [childSm] exitStatus exitSignal status");
   EXPECT_EQ(listing(*child->childSm()), "[child] [pipeFd] [initialized]");
@@ -234,7 +234,7 @@ TEST_F(Child, ListsItsAttributes) {
   EXPECT_THROW(rt::attributeTextIs(*child, "exitStatus", "256"), rt::AttributeException);
 }
 
-TEST_F(Child, HasStatusCodesOfOneByteInOrder) {
+TEST_F(ChildProcessTest, HasStatusCodesOfOneByteInOrder) {
   EXPECT_EQ(sizeof(StatusCode), 1u);
   EXPECT_EQ(static_cast<int>(StatusCode::none), 0);
   EXPECT_EQ(static_cast<int>(StatusCode::exited), 1);
@@ -250,7 +250,7 @@ void reapAStoppedChild() {
   world.turn();
 }
 
-TEST(ChildDeathTest, ThatIsStoppedEndsTheProcess) {
+TEST(ChildProcessDeathTest, ThatIsStoppedEndsTheProcess) {
   EXPECT_DEATH(reapAStoppedChild(), "ChildProcess.cpp:[0-9]+: assertion failed: 0\n");
 }
 

@@ -21,6 +21,7 @@
 #include "Vm/Monitor/fakes/QmpPeer.h"
 #include "netlink/Macvtap.h"
 #include "runtime/base/Check.h"
+#include "runtime/fakes/TraceRecorder.h"
 #include "tests/system/KernelSandbox.h"
 #include "tests/system/PrivateMounts.h"
 #include "tests/system/RealWorld.h"
@@ -67,7 +68,9 @@ void measure(benchmark::State& state, Action action) {
 // A switch with one interface, whose device stays, and a VM with one card on it.
 class Switch : public fakes::RealWorld {
  public:
-  Switch() {
+  Switch() : RealWorld(rootFactory) {
+    start();
+    web1 = addVm("web1");
     rt::vmTrace().levelsIs(rt::TraceHandle::defaultLevels);
     traces.take();
     const auto card = web1->vnicConfigIs("nic00");
@@ -105,7 +108,8 @@ class Switch : public fakes::RealWorld {
     traces.take();
   }
 
-  const VmConfig::Ptr web1 = addVm("web1");
+  rt::fakes::TraceRecorder traces;
+  VmConfig::Ptr web1;
   const rt::IntfId vlan{"Vlan100"};
 };
 

@@ -1,5 +1,5 @@
 // The monitoring ticks of a running VM.
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -13,7 +13,7 @@ constexpr const char* schedule = "9 void Vm::VmConfigSm::doScheduleMonitoring() 
 const std::string queryStatus = "{ \"execute\": \"query-status\",\"id\": \"status\" }\n";
 const std::string queryChardev = "{ \"execute\": \"query-chardev\",\"id\": \"chardev\" }\n";
 
-class Monitoring : public AgentTest {
+class Monitoring : public AgentFixture {
  protected:
   void SetUp() override {
     web1 = addRunning("web1");

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "Vm/VmAgent/QemuCommandLine.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 #include "guest/VmFiles.h"
 
 namespace Vm {
@@ -20,7 +20,7 @@ constexpr const char* fixed =
     "/usr/bin/qemu-system-x86_64 -S -M pc -enable-kvm -smp 1 -nodefaults -nodefconfig "
     "-no-user-config -rtc base=utc -chardev pty,id=serial0 -device isa-serial,chardev=serial0 ";
 
-class CommandLine : public AgentTest {
+class QemuCommandLine : public AgentFixture {
  protected:
   void SetUp() override {
     start();
@@ -47,7 +47,7 @@ class CommandLine : public AgentTest {
   VmConfig::Ptr web1;
 };
 
-TEST_F(CommandLine, OfAHardDiskIsExactlyThis) {
+TEST_F(QemuCommandLine, OfAHardDiskIsExactlyThis) {
   EXPECT_EQ(composed(),
             std::string(fixed) +
                 "-m 256 -name web1 "
@@ -58,12 +58,12 @@ TEST_F(CommandLine, OfAHardDiskIsExactlyThis) {
 }
 
 // The agent spells both itself; all others go by guest/.
-TEST_F(CommandLine, NamesTheProgramAndTheMonitorThatTheOthersLookFor) {
+TEST_F(QemuCommandLine, NamesTheProgramAndTheMonitorThatTheOthersLookFor) {
   EXPECT_TRUE(composed().starts_with(guest::qemuPath + std::string(" ")));
   EXPECT_EQ(monitorPath(web1).str(), guest::monitorOf("web1"));
 }
 
-TEST_F(CommandLine, OfACdWithTwoCardsIsExactlyThis) {
+TEST_F(QemuCommandLine, OfACdWithTwoCardsIsExactlyThis) {
   const DiskImage cd(DiskImage::Kind::cdRom);
   web1->diskImageIs(cd.path());
   web1->vncPortIs(5903);
@@ -82,14 +82,14 @@ TEST_F(CommandLine, OfACdWithTwoCardsIsExactlyThis) {
                 "-device e1000,id=net1,mac=52:54:00:aa:bb:02 ");
 }
 
-TEST_F(CommandLine, IsTracedWhenItIsDone) {
+TEST_F(QemuCommandLine, IsTracedWhenItIsDone) {
   const std::string line = composed();
   EXPECT_THAT(said(), ElementsAre("8 void Vm::VmConfigSm::doComposeQemuCommandLine() for web1",
                                   "8 int diskIsCDROM(std::string) image path DISK",
                                   "8 doComposeQemuCommandLine qemu cmd line: " + line));
 }
 
-TEST_F(CommandLine, IsToldOfAsEmptyFirstAndThenWhole) {
+TEST_F(QemuCommandLine, IsToldOfAsEmptyFirstAndThenWhole) {
   const std::string line = composed();
   recorder->watch(vm("web1"));
   composed();
@@ -97,12 +97,12 @@ TEST_F(CommandLine, IsToldOfAsEmptyFirstAndThenWhole) {
               ElementsAre("VmConfigSm.qemuCommandLine = ", "VmConfigSm.qemuCommandLine = " + line));
 }
 
-TEST_F(CommandLine, WithoutCardsMakesNoCard) {
+TEST_F(QemuCommandLine, WithoutCardsMakesNoCard) {
   composed();
   EXPECT_TRUE(vm("web1")->vnics().empty());
 }
 
-TEST_F(CommandLine, RegistersACardForEachConfiguredOne) {
+TEST_F(QemuCommandLine, RegistersACardForEachConfiguredOne) {
   addCard(web1, "b", "52:54:00:00:00:02", "Vlan200");
   addCard(web1, "a", "52:54:00:00:00:01", "Vlan100");
   composed();
@@ -120,7 +120,7 @@ TEST_F(CommandLine, RegistersACardForEachConfiguredOne) {
   EXPECT_EQ(second->backendDev(), "Vlan200");
 }
 
-TEST_F(CommandLine, NumbersTwelveCardsInTheOrderOfTheirKeys) {
+TEST_F(QemuCommandLine, NumbersTwelveCardsInTheOrderOfTheirKeys) {
   for (int i = 0; i < 12; ++i)
     addCard(web1, "nic" + std::to_string(i), "52:54:00:00:00:" + std::to_string(10 + i), "Vlan1");
   // nic0, nic1, nic10, nic11, nic2, …
@@ -134,7 +134,7 @@ TEST_F(CommandLine, NumbersTwelveCardsInTheOrderOfTheirKeys) {
   EXPECT_EQ(vm("web1")->vnic("net11")->backendId(), "hostnet11");
 }
 
-TEST_F(CommandLine, HasADisplayForTheElevenPortsFrom5900OnOnly) {
+TEST_F(QemuCommandLine, HasADisplayForTheElevenPortsFrom5900OnOnly) {
   const auto display = [this](uint32_t port) {
     web1->vncPortIs(port);
     const std::string found = words("-vnc", 2);
@@ -147,13 +147,13 @@ TEST_F(CommandLine, HasADisplayForTheElevenPortsFrom5900OnOnly) {
     EXPECT_EQ(display(none), "-nographic") << none;
 }
 
-TEST_F(CommandLine, HasACirrusCardWithAndWithoutADisplay) {
+TEST_F(QemuCommandLine, HasACirrusCardWithAndWithoutADisplay) {
   EXPECT_EQ(words("-nographic", 3), "-nographic -device cirrus-vga");
   web1->vncPortIs(5900);
   EXPECT_EQ(words("-vnc", 4), "-vnc 0.0.0.0:0 -device cirrus-vga");
 }
 
-TEST_F(CommandLine, WritesMemoryAsASignedNumber) {
+TEST_F(QemuCommandLine, WritesMemoryAsASignedNumber) {
   const auto memory = [this](uint32_t mebibytes) {
     web1->memoryIs(mebibytes);
     return words("-m ", 2);
@@ -164,7 +164,7 @@ TEST_F(CommandLine, WritesMemoryAsASignedNumber) {
   EXPECT_EQ(memory(0xFFFFFFFF), "-m -1");
 }
 
-TEST_F(CommandLine, IsNotQuotedWhereANameOrAPathHoldsABlank) {
+TEST_F(QemuCommandLine, IsNotQuotedWhereANameOrAPathHoldsABlank) {
   const auto odd = addVm("two words");
   const std::string path = std::filesystem::temp_directory_path() / "vmagent-disk copy";
   std::filesystem::copy_file(disk.path(), path, std::filesystem::copy_options::overwrite_existing);
@@ -177,7 +177,7 @@ TEST_F(CommandLine, IsNotQuotedWhereANameOrAPathHoldsABlank) {
   EXPECT_NE(line.find(" file=" + path + ",if=none"), std::string::npos);
 }
 
-TEST_F(CommandLine, IsEmptyAfterAFailedProbeAndNoCardIsMade) {
+TEST_F(QemuCommandLine, IsEmptyAfterAFailedProbeAndNoCardIsMade) {
   addCard(web1, "nic0", "52:54:00:00:00:01", "Vlan100");
   web1->diskImageIs("/nowhere/disk.img");
   forget();
@@ -189,14 +189,14 @@ TEST_F(CommandLine, IsEmptyAfterAFailedProbeAndNoCardIsMade) {
                                   "1 diskIsCDROM FAIL: cannot open file /nowhere/disk.img"));
 }
 
-TEST_F(CommandLine, DoesNotOutliveAFailedRecomposition) {
+TEST_F(QemuCommandLine, DoesNotOutliveAFailedRecomposition) {
   composed();
   web1->diskImageIs("/nowhere/disk.img");
   vm("web1")->doComposeQemuCommandLine();
   EXPECT_TRUE(vm("web1")->qemuCommandLine().empty());
 }
 
-TEST_F(CommandLine, FollowsTheConfigurationWhenComposedAgain) {
+TEST_F(QemuCommandLine, FollowsTheConfigurationWhenComposedAgain) {
   composed();
   web1->memoryIs(1024);
   addCard(web1, "nic0", "52:54:00:00:00:01", "Vlan100");
@@ -204,7 +204,7 @@ TEST_F(CommandLine, FollowsTheConfigurationWhenComposedAgain) {
   EXPECT_EQ(words("virtio-net-pci", 1), "virtio-net-pci,id=net0,mac=52:54:00:00:00:01");
 }
 
-TEST_F(CommandLine, KeepsTheCardsThatThereAreWhenComposedAgain) {
+TEST_F(QemuCommandLine, KeepsTheCardsThatThereAreWhenComposedAgain) {
   addCard(web1, "nic0", "52:54:00:00:00:01", "Vlan100");
   composed();
   const auto card = vm("web1")->vnic("net0");
@@ -216,7 +216,7 @@ TEST_F(CommandLine, KeepsTheCardsThatThereAreWhenComposedAgain) {
   EXPECT_EQ(card->status(), Vnic::linkDown);
 }
 
-TEST_F(CommandLine, IsEmptyWhenACardReturnsWithAnotherMacAddress) {
+TEST_F(QemuCommandLine, IsEmptyWhenACardReturnsWithAnotherMacAddress) {
   addCard(web1, "nic0", "52:54:00:00:00:01", "Vlan100");
   composed();
   web1->vnicConfig("nic0")->macAddrIs(rt::EthAddr(rt::String("52:54:00:00:00:02")));

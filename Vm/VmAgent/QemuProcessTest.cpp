@@ -1,7 +1,7 @@
 // QEMU's process and its VM: seeing its end, stopping it.
 #include <csignal>
 
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class QemuProcess : public AgentTest {
+class QemuProcess : public AgentFixture {
  protected:
   void SetUp() override {
     web1 = addRunning("web1");
@@ -119,7 +119,7 @@ TEST_F(QemuProcess, MayEndWhileTheMonitorIsAwaited) {
 }
 
 // A fork that fails is taken for a child that has ended.
-class FailedFork : public AgentTest {
+class FailedFork : public AgentFixture {
  protected:
   void SetUp() override {
     start();

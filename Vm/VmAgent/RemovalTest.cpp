@@ -1,5 +1,5 @@
 // Removing a VM's configuration.
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -8,7 +8,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class Removal : public AgentTest {
+class Removal : public AgentFixture {
  protected:
   // A running VM with two cards, attached to interfaces of two VLANs.
   void addWithCards() {

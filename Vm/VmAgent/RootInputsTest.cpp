@@ -1,5 +1,5 @@
 // Handing the agent its seven inputs a second time.
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -7,7 +7,7 @@ namespace {
 
 using testing::IsEmpty;
 
-class RootInputs : public AgentTest {};
+class RootInputs : public AgentFixture {};
 
 TEST_F(RootInputs, TheSameSevenReturnTheAgentUnchanged) {
   addVm("web1");
@@ -35,7 +35,7 @@ TEST_F(RootInputs, TheAgentsOwnInputsMayBeHandedBackWithAnotherOne) {
 }
 
 // One of the seven is missing.
-class NoInput : public AgentTest, public testing::WithParamInterface<int> {
+class NoInput : public AgentFixture, public testing::WithParamInterface<int> {
  protected:
   static constexpr const char* names[] = {"config",
                                           "status",
@@ -64,7 +64,7 @@ TEST_P(NoInput, IsRefusedByItsNameAndTheAgentStaysAsItWas) {
 INSTANTIATE_TEST_SUITE_P(Each, NoInput, testing::Range(0, 7));
 
 // One of the seven is another one.
-class OtherInput : public AgentTest, public testing::WithParamInterface<int> {
+class OtherInput : public AgentFixture, public testing::WithParamInterface<int> {
  protected:
   AgentCreator::Ptr startWithAnother() {
     const int other = GetParam();

@@ -1,6 +1,6 @@
 // The agent's root and creator: start and end of the agent.
 #include "Vm/VmAgent/VmRoot.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 #include "runtime/entity/TypeRegistry.h"
 
 namespace Vm {
@@ -10,23 +10,23 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class AgentRoot : public AgentTest {};
+class RootTest : public AgentFixture {};
 
-TEST_F(AgentRoot, IsMadeWithItsNameAndNotificationsAndWithoutAnAgent) {
+TEST_F(RootTest, IsMadeWithItsNameAndNotificationsAndWithoutAnAgent) {
   const Root::Ptr made = rootFactory("agents/vm");
   EXPECT_EQ(made->name(), "agents/vm");
   EXPECT_TRUE(made->hasNotificationActive());
   EXPECT_EQ(made->agent(), nullptr);
 }
 
-TEST_F(AgentRoot, AttachesItsAgentWithNotificationsOn) {
+TEST_F(RootTest, AttachesItsAgentWithNotificationsOn) {
   const auto agent = start();
   EXPECT_EQ(root->agent(), agent);
   EXPECT_EQ(agent->parent(), root.get());
   EXPECT_TRUE(agent->hasNotificationActive());
 }
 
-TEST_F(AgentRoot, TellsOfItsAgentComingAndGoing) {
+TEST_F(RootTest, TellsOfItsAgentComingAndGoing) {
   recorder->watch(root);
   start();
   EXPECT_THAT(effects.take(), ElementsAre("Root.agent"));
@@ -34,13 +34,13 @@ TEST_F(AgentRoot, TellsOfItsAgentComingAndGoing) {
   EXPECT_THAT(effects.take(), ElementsAre("Root.agent"));
 }
 
-TEST_F(AgentRoot, DeletesNoAgentWhereThereIsNone) {
+TEST_F(RootTest, DeletesNoAgentWhereThereIsNone) {
   recorder->watch(root);
   root->agentDel();
   EXPECT_THAT(effects.take(), IsEmpty());
 }
 
-TEST_F(AgentRoot, DetachesADeletedAgentThatIsHeld) {
+TEST_F(RootTest, DetachesADeletedAgentThatIsHeld) {
   const auto agent = start();
   root->agentDel();
   EXPECT_EQ(agent->parent(), nullptr);
@@ -48,7 +48,7 @@ TEST_F(AgentRoot, DetachesADeletedAgentThatIsHeld) {
   EXPECT_EQ(agent->references(), 1u);
 }
 
-TEST_F(AgentRoot, EndsTheAgentWithItself) {
+TEST_F(RootTest, EndsTheAgentWithItself) {
   auto own = rootFactory("own");
   own->agentIs(config, status, allIntfStatusDir, allIntfStatusLocalDir, deviceIntfStatusDir,
                kniStatus, bridging);
@@ -57,7 +57,7 @@ TEST_F(AgentRoot, EndsTheAgentWithItself) {
   EXPECT_THAT(said(), ElementsAre("8 void Vm::VmSm::handleCleanup() initialized ? true"));
 }
 
-class Creator : public AgentTest {};
+class Creator : public AgentFixture {};
 
 TEST_F(Creator, InitialisesAtItsConstruction) {
   const auto agent = start();
@@ -266,7 +266,7 @@ TEST(VmAgentTypes, AreRegisteredWhenTheModuleIsLoaded) {
   }
 }
 
-TEST_F(AgentRoot, ListsItsAttributes) { EXPECT_EQ(listing(*root), "[name] [agent]"); }
+TEST_F(RootTest, ListsItsAttributes) { EXPECT_EQ(listing(*root), "[name] [agent]"); }
 
 TEST_F(Creator, ListsItsAttributes) {
   EXPECT_EQ(listing(*start()),

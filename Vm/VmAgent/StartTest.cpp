@@ -1,7 +1,7 @@
 // Starting a VM: the steps, and what becomes of each failure.
 #include <sys/stat.h>
 
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 #include "runtime/fakes/TestFolder.h"
 
 namespace Vm {
@@ -27,7 +27,7 @@ Lines startLines() {
           "8 Vm::ChildProcess::Ptr Vm::runCmd(char**) cmd ADDRESS"};
 }
 
-class Start : public AgentTest {
+class Start : public AgentFixture {
  protected:
   void SetUp() override {
     start();

@@ -1,6 +1,6 @@
 // One VM's machine: what switches it, and switching off.
 #include "Vm/VmAgent/VmConfigSm.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -9,9 +9,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class Machine : public AgentTest {};
+class VmConfigSmTest : public AgentFixture {};
 
-TEST_F(Machine, OfADisabledVmDoesNothing) {
+TEST_F(VmConfigSmTest, OfADisabledVmDoesNothing) {
   start();
   addVm("web1");
   EXPECT_TRUE(vm("web1")->initialized());
@@ -20,7 +20,7 @@ TEST_F(Machine, OfADisabledVmDoesNothing) {
   EXPECT_TRUE(vm("web1")->qemuCommandLine().empty());
 }
 
-TEST_F(Machine, OnlyTracesWhenEnabledEqualsTheRecords) {
+TEST_F(VmConfigSmTest, OnlyTracesWhenEnabledEqualsTheRecords) {
   start();
   const auto web1 = addVm("web1");
   vmStatus("web1")->cmdStatusStrIs("kept");
@@ -35,7 +35,7 @@ TEST_F(Machine, OnlyTracesWhenEnabledEqualsTheRecords) {
   EXPECT_EQ(vmStatus("web1")->cmdStatusStr(), "kept");
 }
 
-TEST_F(Machine, LeavesARunningVmAloneWhenItsDiskImageChanges) {
+TEST_F(VmConfigSmTest, LeavesARunningVmAloneWhenItsDiskImageChanges) {
   const auto web1 = addRunning("web1");
   recorder->watch(vmStatus("web1"));
   web1->diskImageIs("/another");
@@ -46,7 +46,7 @@ TEST_F(Machine, LeavesARunningVmAloneWhenItsDiskImageChanges) {
   EXPECT_THAT(effects.take(), IsEmpty());
 }
 
-TEST_F(Machine, StartsFromTheNewDiskImageTheNextTime) {
+TEST_F(VmConfigSmTest, StartsFromTheNewDiskImageTheNextTime) {
   const auto web1 = addRunning("web1");
   const fakes::DiskImage cd(fakes::DiskImage::Kind::cdRom);
   web1->diskImageIs(cd.path());
@@ -56,7 +56,7 @@ TEST_F(Machine, StartsFromTheNewDiskImageTheNextTime) {
   EXPECT_NE(vm("web1")->qemuCommandLine().str().find("file=" + cd.path() + ","), std::string::npos);
 }
 
-TEST_F(Machine, SwitchesOffInOrder) {
+TEST_F(VmConfigSmTest, SwitchesOffInOrder) {
   const auto web1 = addRunning("web1");
   vmStatus("web1")->cmdStatusStrIs("an old outcome");
   recorder->watch(vmStatus("web1"));
@@ -80,7 +80,7 @@ TEST_F(Machine, SwitchesOffInOrder) {
   EXPECT_TRUE(qemu.sessionHasClosed());
 }
 
-TEST_F(Machine, SendsNoQmpCommandForTheCardsOfAVmThatIsSwitchedOff) {
+TEST_F(VmConfigSmTest, SendsNoQmpCommandForTheCardsOfAVmThatIsSwitchedOff) {
   start();
   interfaceIs("Vlan100", 7);
   const auto web1 = addVm("web1");
@@ -93,7 +93,7 @@ TEST_F(Machine, SendsNoQmpCommandForTheCardsOfAVmThatIsSwitchedOff) {
   EXPECT_TRUE(vm("web1")->vnics().empty());
 }
 
-TEST_F(Machine, KeepsItsStateUntilTheEndIsSeenWhenItIsSwitchedOff) {
+TEST_F(VmConfigSmTest, KeepsItsStateUntilTheEndIsSeenWhenItIsSwitchedOff) {
   const auto web1 = addRunning("web1");
   web1->enabledIs(false);
   EXPECT_EQ(vmStatus("web1")->state(), "Running");
@@ -103,7 +103,7 @@ TEST_F(Machine, KeepsItsStateUntilTheEndIsSeenWhenItIsSwitchedOff) {
   EXPECT_EQ(vm("web1")->qemuChildProcess(), nullptr);
 }
 
-TEST_F(Machine, SwitchesOffAVmWhoseProcessHasEndedWithoutKillingAnybody) {
+TEST_F(VmConfigSmTest, SwitchesOffAVmWhoseProcessHasEndedWithoutKillingAnybody) {
   const auto web1 = addRunning("web1");
   endProcess("web1", 0);
   forget();
@@ -113,7 +113,7 @@ TEST_F(Machine, SwitchesOffAVmWhoseProcessHasEndedWithoutKillingAnybody) {
   EXPECT_THAT(said(), testing::Contains("8 void Vm::VmConfigSm::killQemu() for web1"));
 }
 
-TEST_F(Machine, SwitchesOffAVmThatOnlyTheRecordSaysIsOn) {
+TEST_F(VmConfigSmTest, SwitchesOffAVmThatOnlyTheRecordSaysIsOn) {
   addVm("web1");
   status->vmStatusIs("web1")->enabledIs(true);
   start();
@@ -121,7 +121,7 @@ TEST_F(Machine, SwitchesOffAVmThatOnlyTheRecordSaysIsOn) {
   EXPECT_THAT(effects.take(), IsEmpty());
 }
 
-TEST_F(Machine, AsksForTheRemovalOfADeviceAlsoWhenItsNameIsEmpty) {
+TEST_F(VmConfigSmTest, AsksForTheRemovalOfADeviceAlsoWhenItsNameIsEmpty) {
   start();
   const auto web1 = addVm("web1");
   addCard(web1, "nic0", "52:54:00:00:00:01", "Vlan100");  // an interface that is not there
@@ -132,7 +132,7 @@ TEST_F(Machine, AsksForTheRemovalOfADeviceAlsoWhenItsNameIsEmpty) {
   EXPECT_THAT(effects.take(), ElementsAre("link del (no name)", "kill 1000 15"));
 }
 
-TEST_F(Machine, SwitchesNotificationsOfItselfItsReactorsAndItsSession) {
+TEST_F(VmConfigSmTest, SwitchesNotificationsOfItselfItsReactorsAndItsSession) {
   const auto web1 = addRunning("web1");
   vm("web1")->hasNotificationActiveIs(false);
   EXPECT_FALSE(vm("web1")->hasNotificationActive());
@@ -145,7 +145,7 @@ TEST_F(Machine, SwitchesNotificationsOfItselfItsReactorsAndItsSession) {
   EXPECT_TRUE(vmStatus("web1")->enabled());
 }
 
-TEST_F(Machine, HearsAgainOnceItsNotificationsAreBackOn) {
+TEST_F(VmConfigSmTest, HearsAgainOnceItsNotificationsAreBackOn) {
   const auto web1 = addRunning("web1");
   vm("web1")->hasNotificationActiveIs(false);
   vm("web1")->hasNotificationActiveIs(true);
@@ -154,14 +154,14 @@ TEST_F(Machine, HearsAgainOnceItsNotificationsAreBackOn) {
   EXPECT_FALSE(vmStatus("web1")->enabled());
 }
 
-TEST_F(Machine, SwitchesNoSessionWhenItsNotificationsAreSoAlready) {
+TEST_F(VmConfigSmTest, SwitchesNoSessionWhenItsNotificationsAreSoAlready) {
   addRunning("web1");
   vm("web1")->monSm()->hasNotificationActiveIs(false);
   vm("web1")->hasNotificationActiveIs(true);
   EXPECT_FALSE(vm("web1")->monSm()->hasNotificationActive());
 }
 
-TEST_F(Machine, ReleasesItsCardsAndItsSessionWhenItEnds) {
+TEST_F(VmConfigSmTest, ReleasesItsCardsAndItsSessionWhenItEnds) {
   start();
   interfaceIs("Vlan100", 7);
   const auto web1 = addVm("web1");
@@ -177,7 +177,7 @@ TEST_F(Machine, ReleasesItsCardsAndItsSessionWhenItEnds) {
   EXPECT_GE(descriptor->references(), 1u);
 }
 
-TEST_F(Machine, ListsItsAttributes) {
+TEST_F(VmConfigSmTest, ListsItsAttributes) {
   start();
   addVm("web1");
   EXPECT_EQ(listing(*vm("web1")),

@@ -1,5 +1,5 @@
 // The VM set's heartbeat.
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -12,7 +12,7 @@ constexpr const char* clockTrace = "8 void Vm::VmSm::handleClock() initialized ?
 constexpr const char* activityTrace = "8 void Vm::VmSm::doMonitorActivity() initialized ? true";
 constexpr const char* exitTrace = "8 doMonitorActivity: exiting";
 
-class Heartbeat : public AgentTest {
+class VmSmHeartbeat : public AgentFixture {
  protected:
   // What the set itself said.
   Lines beats() {
@@ -23,7 +23,7 @@ class Heartbeat : public AgentTest {
   }
 };
 
-TEST_F(Heartbeat, BeginsWithTheFirstTurnAndBeatsEveryFiveSeconds) {
+TEST_F(VmSmHeartbeat, BeginsWithTheFirstTurnAndBeatsEveryFiveSeconds) {
   addVm("web1");
   start();
   forget();
@@ -37,14 +37,14 @@ TEST_F(Heartbeat, BeginsWithTheFirstTurnAndBeatsEveryFiveSeconds) {
   EXPECT_EQ(beats().size(), 6u);
 }
 
-TEST_F(Heartbeat, ExitsOnceWithoutAVm) {
+TEST_F(VmSmHeartbeat, ExitsOnceWithoutAVm) {
   start();
   forget();
   advance(60);
   EXPECT_THAT(beats(), ElementsAre(clockTrace, activityTrace, exitTrace));
 }
 
-TEST_F(Heartbeat, ExitsAtTheBeatAfterTheLastVmWent) {
+TEST_F(VmSmHeartbeat, ExitsAtTheBeatAfterTheLastVmWent) {
   addVm("web1");
   start();
   turn();
@@ -54,7 +54,7 @@ TEST_F(Heartbeat, ExitsAtTheBeatAfterTheLastVmWent) {
   EXPECT_THAT(beats(), ElementsAre(clockTrace, activityTrace, exitTrace));
 }
 
-TEST_F(Heartbeat, IsNotSetAgainByAVmThatComesLater) {
+TEST_F(VmSmHeartbeat, IsNotSetAgainByAVmThatComesLater) {
   start();
   turn();
   addVm("web1");
@@ -63,7 +63,7 @@ TEST_F(Heartbeat, IsNotSetAgainByAVmThatComesLater) {
   EXPECT_THAT(beats(), IsEmpty());
 }
 
-TEST_F(Heartbeat, GoesOnWhenAVmCameBeforeItWouldHaveExited) {
+TEST_F(VmSmHeartbeat, GoesOnWhenAVmCameBeforeItWouldHaveExited) {
   addVm("web1");
   start();
   turn();
@@ -74,7 +74,7 @@ TEST_F(Heartbeat, GoesOnWhenAVmCameBeforeItWouldHaveExited) {
   EXPECT_THAT(beats(), ElementsAre(clockTrace, activityTrace, clockTrace, activityTrace));
 }
 
-TEST_F(Heartbeat, MonitorsARunningVmWithoutTheSet) {
+TEST_F(VmSmHeartbeat, MonitorsARunningVmWithoutTheSet) {
   start();
   turn();  // the heartbeat exits
   addRunning("web1");
@@ -82,7 +82,7 @@ TEST_F(Heartbeat, MonitorsARunningVmWithoutTheSet) {
   EXPECT_EQ(processes.monitor("web1").takeTexts().size(), 1u);
 }
 
-TEST_F(Heartbeat, BeatsOnTheClockThatTheSetWasGiven) {
+TEST_F(VmSmHeartbeat, BeatsOnTheClockThatTheSetWasGiven) {
   addVm("web1");
   const auto ownClock = rt::make<rt::fakes::ManualClock>();
   const auto set =

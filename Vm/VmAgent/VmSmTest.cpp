@@ -1,6 +1,6 @@
 // The VM set: a record and a machine for each configured VM.
 #include "Vm/VmAgent/VmSm.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -12,7 +12,7 @@ using testing::IsEmpty;
 // A full pass visits each name; creation is between the visits.
 constexpr const char* visit = "8 void Vm::VmSm::handleVmConfig(const String&) initialized ? true";
 
-class VmSet : public AgentTest {
+class VmSmTest : public AgentFixture {
  protected:
   static Lines created(const std::string& name) {
     return {visit,
@@ -25,7 +25,7 @@ class VmSet : public AgentTest {
   }
 };
 
-TEST_F(VmSet, StartsWithThreeConfiguredVmsAndOneStaleRecord) {
+TEST_F(VmSmTest, StartsWithThreeConfiguredVmsAndOneStaleRecord) {
   for (const char* name : {"a", "b", "c"}) addVm(name);
   status->vmStatusIs("b")->stateIs("Stopped");
   const auto kept = vmStatus("b");
@@ -49,7 +49,7 @@ TEST_F(VmSet, StartsWithThreeConfiguredVmsAndOneStaleRecord) {
   EXPECT_EQ(said(), expected);
 }
 
-TEST_F(VmSet, RemovesTheFirstAndTheLastOfTwoStaleRecords) {
+TEST_F(VmSmTest, RemovesTheFirstAndTheLastOfTwoStaleRecords) {
   status->vmStatusIs("a");
   addVm("b");
   status->vmStatusIs("z");
@@ -58,7 +58,7 @@ TEST_F(VmSet, RemovesTheFirstAndTheLastOfTwoStaleRecords) {
   EXPECT_TRUE(status->vmStatusHas("b"));
 }
 
-TEST_F(VmSet, CreatesRecordAndMachineOfAVmThatIsAddedLater) {
+TEST_F(VmSmTest, CreatesRecordAndMachineOfAVmThatIsAddedLater) {
   start();
   forget();
   const auto web1 = addVm("web1");
@@ -72,7 +72,7 @@ TEST_F(VmSet, CreatesRecordAndMachineOfAVmThatIsAddedLater) {
   EXPECT_EQ(vm("web1")->clock(), manager.clock());
 }
 
-TEST_F(VmSet, GivesADisabledVmARecordThatIsDisabledWithoutAState) {
+TEST_F(VmSmTest, GivesADisabledVmARecordThatIsDisabledWithoutAState) {
   start();
   addVm("web1");
   const auto record = vmStatus("web1");
@@ -83,7 +83,7 @@ TEST_F(VmSet, GivesADisabledVmARecordThatIsDisabledWithoutAState) {
   EXPECT_TRUE(record->cmdStatusStr().empty());
 }
 
-TEST_F(VmSet, KeepsARecordThatIsThereWhenItsVmIsAdded) {
+TEST_F(VmSmTest, KeepsARecordThatIsThereWhenItsVmIsAdded) {
   start();
   const auto record = status->vmStatusIs("web1");
   forget();
@@ -92,7 +92,7 @@ TEST_F(VmSet, KeepsARecordThatIsThereWhenItsVmIsAdded) {
   EXPECT_THAT(withText(said(), "new VmStatus"), IsEmpty());
 }
 
-TEST_F(VmSet, RecreatesNothingWhenAConfigurationChanges) {
+TEST_F(VmSmTest, RecreatesNothingWhenAConfigurationChanges) {
   const auto web1 = addVm("web1");
   start();
   const auto machine = vm("web1");
@@ -107,7 +107,7 @@ TEST_F(VmSet, RecreatesNothingWhenAConfigurationChanges) {
   EXPECT_EQ(vmStatus("web1"), record);
 }
 
-TEST_F(VmSet, TakesTheMachinesClockFromTheActivityManager) {
+TEST_F(VmSmTest, TakesTheMachinesClockFromTheActivityManager) {
   addVm("web1");
   const auto ownClock = rt::make<rt::fakes::ManualClock>();
   const auto set =
@@ -116,7 +116,7 @@ TEST_F(VmSet, TakesTheMachinesClockFromTheActivityManager) {
   EXPECT_EQ(set->vmConfigSm("web1")->clock(), manager.clock());
 }
 
-TEST_F(VmSet, LetsOneVmsFailureDisturbNoOther) {
+TEST_F(VmSmTest, LetsOneVmsFailureDisturbNoOther) {
   addVm("a")->enabledIs(true);
   const auto broken = addVm("b");
   broken->diskImageIs("/nowhere/at/all");
@@ -129,14 +129,14 @@ TEST_F(VmSet, LetsOneVmsFailureDisturbNoOther) {
   EXPECT_EQ(processes.living().size(), 2u);
 }
 
-TEST_F(VmSet, ReturnsAMachineThatIsThereOfTheSameInputs) {
+TEST_F(VmSmTest, ReturnsAMachineThatIsThereOfTheSameInputs) {
   const auto web1 = addVm("web1");
   start();
   EXPECT_EQ(vmSm()->vmConfigSmIs(web1, vmStatus("web1"), bridging, allIntfStatusDir, vmSm(), clock),
             vm("web1"));
 }
 
-TEST_F(VmSet, RefusesAMachineOfOtherInputsAndNamesTheFirst) {
+TEST_F(VmSmTest, RefusesAMachineOfOtherInputsAndNamesTheFirst) {
   const auto web1 = addVm("web1");
   start();
   const auto machine = vm("web1");
@@ -164,7 +164,7 @@ TEST_F(VmSet, RefusesAMachineOfOtherInputsAndNamesTheFirst) {
   EXPECT_EQ(vm("web1"), machine);
 }
 
-TEST_F(VmSet, DeletesMachinesByNameOrAll) {
+TEST_F(VmSmTest, DeletesMachinesByNameOrAll) {
   for (const char* name : {"a", "b", "c"}) addVm(name);
   start();
   recorder->watch(vmSm());
@@ -177,7 +177,7 @@ TEST_F(VmSet, DeletesMachinesByNameOrAll) {
               ElementsAre("VmSm.vmConfigSm[b]", "VmSm.vmConfigSm[a]", "VmSm.vmConfigSm[c]"));
 }
 
-TEST_F(VmSet, DropsChangesWhileItsNotificationsAreOff) {
+TEST_F(VmSmTest, DropsChangesWhileItsNotificationsAreOff) {
   const auto a = addVm("a");
   start();
   vmSm()->hasNotificationActiveIs(false);
@@ -194,7 +194,7 @@ TEST_F(VmSet, DropsChangesWhileItsNotificationsAreOff) {
   EXPECT_FALSE(status->vmStatusHas("b"));  // what was dropped is not told later
 }
 
-TEST_F(VmSet, SwitchesNotificationsOfEveryMachineAndOfItsSession) {
+TEST_F(VmSmTest, SwitchesNotificationsOfEveryMachineAndOfItsSession) {
   addRunning("a");
   addVm("b");
   vmSm()->hasNotificationActiveIs(false);
@@ -207,7 +207,7 @@ TEST_F(VmSet, SwitchesNotificationsOfEveryMachineAndOfItsSession) {
   EXPECT_TRUE(vm("b")->hasNotificationActive());
 }
 
-TEST_F(VmSet, SwitchesNothingWhenItsNotificationsAreSoAlready) {
+TEST_F(VmSmTest, SwitchesNothingWhenItsNotificationsAreSoAlready) {
   addVm("a");
   start();
   vm("a")->hasNotificationActiveIs(false);
@@ -215,13 +215,13 @@ TEST_F(VmSet, SwitchesNothingWhenItsNotificationsAreSoAlready) {
   EXPECT_FALSE(vm("a")->hasNotificationActive());
 }
 
-TEST_F(VmSet, EndsWithACleanupTraceAndNothingElse) {
+TEST_F(VmSmTest, EndsWithACleanupTraceAndNothingElse) {
   addRunning("web1");
   root->agentDel();
   EXPECT_THAT(said(), ElementsAre("8 void Vm::VmSm::handleCleanup() initialized ? true"));
 }
 
-TEST_F(VmSet, LeavesAMachineThatSomebodyHoldsWithoutASet) {
+TEST_F(VmSmTest, LeavesAMachineThatSomebodyHoldsWithoutASet) {
   addVm("web1");
   start();
   const auto held = vm("web1");
@@ -229,7 +229,7 @@ TEST_F(VmSet, LeavesAMachineThatSomebodyHoldsWithoutASet) {
   EXPECT_EQ(held->vmSm(), nullptr);
 }
 
-TEST_F(VmSet, LeavesARemovedMachineThatSomebodyHoldsWithoutASet) {
+TEST_F(VmSmTest, LeavesARemovedMachineThatSomebodyHoldsWithoutASet) {
   addVm("web1");
   start();
   const auto held = vm("web1");
@@ -238,7 +238,7 @@ TEST_F(VmSet, LeavesARemovedMachineThatSomebodyHoldsWithoutASet) {
   EXPECT_EQ(held->vmSm(), nullptr);
 }
 
-TEST_F(VmSet, IsNotKeptAliveByItsMachines) {
+TEST_F(VmSmTest, IsNotKeptAliveByItsMachines) {
   addVm("web1");
   start();
   const auto set = vmSm();
@@ -247,7 +247,7 @@ TEST_F(VmSet, IsNotKeptAliveByItsMachines) {
   EXPECT_EQ(set->references(), 1u);
 }
 
-TEST_F(VmSet, ListsItsAttributes) {
+TEST_F(VmSmTest, ListsItsAttributes) {
   start();
   EXPECT_EQ(listing(*vmSm()),
             "[config] [status] [kisd] [bridgingInputConfig] [allIntfStatusDir] [clock] "

@@ -2,7 +2,7 @@
 #include <fcntl.h>
 
 #include "Vm/VmAgent/Vnic.h"
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 namespace Vm {
 
@@ -71,7 +71,7 @@ TEST(Vnic, ListsItsAttributesAndReadsAndWritesThemAsText) {
   EXPECT_THROW(rt::attributeTextIs(*card, "nicId", "net1"), rt::AttributeException);
 }
 
-class VnicTables : public AgentTest {
+class VnicTables : public AgentFixture {
  protected:
   void SetUp() override {
     start();

@@ -5,9 +5,9 @@ namespace {
 
 using fakes::Answer;
 
-class Completion : public fakes::VmctlFixture {
+class CompletionVerb : public fakes::VmctlFixture {
  protected:
-  Completion() {
+  CompletionVerb() {
     putVm("db1", false);
     putVm("web1", false);
     putVm("web2", false);
@@ -30,7 +30,7 @@ class Completion : public fakes::VmctlFixture {
   }
 };
 
-TEST_F(Completion, OfVerbs) {
+TEST_F(CompletionVerb, OfVerbs) {
   EXPECT_EQ(after({"re"}), "remove restart");
   EXPECT_EQ(after({"st"}), "start stop");
   EXPECT_EQ(after({"nic", ""}), "add remove rm");
@@ -40,7 +40,7 @@ TEST_F(Completion, OfVerbs) {
   EXPECT_EQ(after({"nonsense", ""}), "");
 }
 
-TEST_F(Completion, OfVmNames) {
+TEST_F(CompletionVerb, OfVmNames) {
   EXPECT_EQ(after({"show", ""}), "db1 web1 web2");
   EXPECT_EQ(after({"show", "w"}), "web1 web2");
   EXPECT_EQ(after({"show", "web1", ""}), "");
@@ -49,14 +49,14 @@ TEST_F(Completion, OfVmNames) {
   EXPECT_EQ(after({"add", ""}), "");
 }
 
-TEST_F(Completion, OfOptions) {
+TEST_F(CompletionVerb, OfOptions) {
   EXPECT_EQ(after({"list", "--"}), "--help --output --run-dir --state-dir");
   EXPECT_EQ(after({"enable", "web1", "--w"}), "--wait");
   EXPECT_EQ(after({"logs", "--f"}), "--follow");
   EXPECT_EQ(after({"--s"}), "--state-dir");
 }
 
-TEST_F(Completion, OfOptionsValues) {
+TEST_F(CompletionVerb, OfOptionsValues) {
   EXPECT_EQ(after({"list", "-o", ""}), "json name table wide");
   EXPECT_EQ(after({"watch", "--output", "j"}), "json");
   EXPECT_EQ(after({"apply", "-f", ""}), "");
@@ -66,7 +66,7 @@ TEST_F(Completion, OfOptionsValues) {
   EXPECT_EQ(after({"enable", "--timeout", "5", "web"}), "web1 web2");
 }
 
-TEST_F(Completion, OfFields) {
+TEST_F(CompletionVerb, OfFields) {
   EXPECT_EQ(after({"set", "web1", ""}), "diskImage= enabled= format= memory= vncPort=");
   EXPECT_EQ(after({"set", "web2", "vn"}),
             "vncPort= vnicConfig.nic00.intfName= vnicConfig.nic00.macAddr= "
@@ -78,24 +78,24 @@ TEST_F(Completion, OfFields) {
   EXPECT_EQ(after({"set", "web2", "vnicConfig.nic00.model=vm"}), "vnicConfig.nic00.model=vmxnet3");
 }
 
-TEST_F(Completion, OfCardsInterfacesAndShells) {
+TEST_F(CompletionVerb, OfCardsInterfacesAndShells) {
   EXPECT_EQ(after({"nic", "remove", "web2", ""}), "nic00");
   EXPECT_EQ(after({"nic", "remove", "web9", ""}), "");
   EXPECT_EQ(after({"interface", "set", ""}), "Ethernet1 Vlan100");
   EXPECT_EQ(after({"completion", ""}), "bash fish zsh");
 }
 
-TEST_F(Completion, SaysNothingWhereThereIsNoDatabase) {
+TEST_F(CompletionVerb, SaysNothingWhereThereIsNoDatabase) {
   hasStatus_ = false;
   EXPECT_EQ(after({"interface", "set", ""}), "Vlan100");
 }
 
-TEST_F(Completion, TellsNobodyOfItsVerb) {
+TEST_F(CompletionVerb, TellsNobodyOfItsVerb) {
   EXPECT_THAT(vmctl("--help").out, testing::Not(testing::HasSubstr("__complete")));
   EXPECT_THAT(vmctl("__complet").err, testing::Not(testing::HasSubstr("did you mean")));
 }
 
-TEST_F(Completion, IsTaughtToThreeShells) {
+TEST_F(CompletionVerb, IsTaughtToThreeShells) {
   for (const char* shell : {"bash", "zsh", "fish"}) {
     const Answer answer = vmctl(std::string("completion ") + shell);
     EXPECT_EQ(answer.exit, 0);

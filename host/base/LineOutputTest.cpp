@@ -17,9 +17,9 @@ namespace host {
 namespace {
 
 // As of a descriptor that waits: without a cure each of these tests would never end.
-class Line : public testing::Test {
+class LineOutputTest : public testing::Test {
  protected:
-  ~Line() override {
+  ~LineOutputTest() override {
     for (const int end : {reading, writing})
       if (end >= 0) close(end);
   }
@@ -91,23 +91,23 @@ class Line : public testing::Test {
   int writing = -1;
 };
 
-TEST_F(Line, OfAPipeThatNobodyReadsIsLostAndWaitsForNobody) {
+TEST_F(LineOutputTest, OfAPipeThatNobodyReadsIsLostAndWaitsForNobody) {
   pipeIs();
   expectWholeLines();
 }
 
-TEST_F(Line, OfASocketThatNobodyReadsIsLostAndWaitsForNobody) {
+TEST_F(LineOutputTest, OfASocketThatNobodyReadsIsLostAndWaitsForNobody) {
   socketIs();
   expectWholeLines();
 }
 
-TEST_F(Line, OfATerminalThatNobodyReadsIsLostAndWaitsForNobody) {
+TEST_F(LineOutputTest, OfATerminalThatNobodyReadsIsLostAndWaitsForNobody) {
   terminalIs();
   expectWholeLines();
 }
 
 // As where there is no /proc.
-TEST_F(Line, OfAPipeThatCannotBeOpenedAnewIsLostAndWaitsForNobody) {
+TEST_F(LineOutputTest, OfAPipeThatCannotBeOpenedAnewIsLostAndWaitsForNobody) {
   pipeIs();
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
@@ -121,17 +121,17 @@ TEST_F(Line, OfAPipeThatCannotBeOpenedAnewIsLostAndWaitsForNobody) {
   EXPECT_EQ(read(), "after\n");
 }
 
-TEST_F(Line, ChangesNoFlagThatOthersShare) {
+TEST_F(LineOutputTest, ChangesNoFlagThatOthersShare) {
   pipeIs();
   expectSharedFlagsAreLeftAlone();
 }
 
-TEST_F(Line, OfATerminalChangesNoFlagThatOthersShare) {
+TEST_F(LineOutputTest, OfATerminalChangesNoFlagThatOthersShare) {
   terminalIs();
   expectSharedFlagsAreLeftAlone();
 }
 
-TEST_F(Line, ThatIsLongerThanThereIsRoomIsEndedBeforeTheNextOne) {
+TEST_F(LineOutputTest, ThatIsLongerThanThereIsRoomIsEndedBeforeTheNextOne) {
   pipeIs();
   LineOutput output(writing);
   std::string longLine(200'000, 'x');
@@ -147,7 +147,7 @@ TEST_F(Line, ThatIsLongerThanThereIsRoomIsEndedBeforeTheNextOne) {
   EXPECT_THAT(seen.substr(longLine.size()), testing::StartsWith("next\n"));
 }
 
-TEST_F(Line, OfAFileIsWrittenBehindWhatOthersWrote) {
+TEST_F(LineOutputTest, OfAFileIsWrittenBehindWhatOthersWrote) {
   const rt::fakes::TestFolder folder;
   const std::string name = folder / "log";
   writing = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
@@ -160,7 +160,7 @@ TEST_F(Line, OfAFileIsWrittenBehindWhatOthersWrote) {
   EXPECT_EQ(read(), "one\ntwo\nthree\n");
 }
 
-TEST_F(Line, OfAReaderThatIsGoneIsLost) {
+TEST_F(LineOutputTest, OfAReaderThatIsGoneIsLost) {
   signal(SIGPIPE, SIG_IGN);  // as the daemon does
   for (const bool isSocket : {false, true}) {
     isSocket ? socketIs() : pipeIs();
@@ -173,7 +173,7 @@ TEST_F(Line, OfAReaderThatIsGoneIsLost) {
   signal(SIGPIPE, SIG_DFL);
 }
 
-TEST_F(Line, OfAClosedDescriptorIsLost) { EXPECT_FALSE(LineOutput(-1).write("one\n")); }
+TEST_F(LineOutputTest, OfAClosedDescriptorIsLost) { EXPECT_FALSE(LineOutput(-1).write("one\n")); }
 
 }  // namespace
 }  // namespace host

@@ -26,6 +26,8 @@ struct Row {
 
   rt::String doc() const;
 };
+inline const Row on{.enabled = true};
+inline const Row off{.enabled = false};
 
 // Remembers what it was told of VMs' cards, and what the agent had made of the VM by then:
 // "before off: web1 is on", "off: web1 is off", "off: web1 is gone".

@@ -1,7 +1,7 @@
 // The host's prompter and the agent itself.
 #include <sys/socket.h>
 
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 #include "host/guests/Prompter.h"
 
 namespace Vm {
@@ -17,9 +17,9 @@ const std::string cont = "{ \"execute\": \"cont\",\"id\": \"cont\" }\n";
 constexpr const char* prelaunch = "{\"status\": \"prelaunch\", \"running\": false}";
 constexpr const char* running = "{\"status\": \"running\", \"running\": true}";
 
-class Prompted : public AgentTest {
+class PrompterTest : public AgentFixture {
  protected:
-  Prompted() {
+  PrompterTest() {
     start();
     prompter = rt::make<host::Prompter>(
         root, status,
@@ -70,14 +70,14 @@ class Prompted : public AgentTest {
   std::vector<std::string> told;
 };
 
-TEST_F(Prompted, GuestIsShownRunningAsSoonAsItRuns) {
+TEST_F(PrompterTest, GuestIsShownRunningAsSoonAsItRuns) {
   const auto requests = run("web1");
   EXPECT_EQ(vmStatus("web1")->state(), "Running");
   EXPECT_EQ(requests.back(), queryStatus) << "behind all that the agent asked";
   EXPECT_EQ(std::count(requests.begin(), requests.end(), queryStatus), 2);
 }
 
-TEST_F(Prompted, GuestIsNotAskedMoreThanByTheAgentOnceItRuns) {
+TEST_F(PrompterTest, GuestIsNotAskedMoreThanByTheAgentOnceItRuns) {
   run("web1");
   clock->nowIs(clock->now() + rt::Seconds(4.9));
   EXPECT_THAT(answerAll("web1"), IsEmpty());
@@ -85,7 +85,7 @@ TEST_F(Prompted, GuestIsNotAskedMoreThanByTheAgentOnceItRuns) {
   EXPECT_THAT(answerAll("web1"), ElementsAre(queryStatus));
 }
 
-TEST_F(Prompted, GuestThatTakesItsTimeIsAskedAgain) {
+TEST_F(PrompterTest, GuestThatTakesItsTimeIsAskedAgain) {
   enable("web1");
   auto& qemu = processes.monitor("web1");
   qemu.valueIs("query-status", prelaunch);
@@ -97,7 +97,7 @@ TEST_F(Prompted, GuestThatTakesItsTimeIsAskedAgain) {
   EXPECT_EQ(vmStatus("web1")->state(), "Running");
 }
 
-TEST_F(Prompted, GuestThatWasSwitchedOffIsNotAsked) {
+TEST_F(PrompterTest, GuestThatWasSwitchedOffIsNotAsked) {
   run("web1");
   config->vmConfig("web1")->enabledIs(false);
   forget();
@@ -105,7 +105,7 @@ TEST_F(Prompted, GuestThatWasSwitchedOffIsNotAsked) {
   EXPECT_THAT(withText(said(), "sendCommand"), IsEmpty());
 }
 
-TEST_F(Prompted, GuestWhoseProcessEndedIsNotAsked) {
+TEST_F(PrompterTest, GuestWhoseProcessEndedIsNotAsked) {
   enable("web1");
   processes.monitor("web1").valueIs("query-status", prelaunch);
   converse("web1");
@@ -116,7 +116,7 @@ TEST_F(Prompted, GuestWhoseProcessEndedIsNotAsked) {
   EXPECT_EQ(vmStatus("web1")->state(), "Stopped");
 }
 
-TEST_F(Prompted, GuestIsPolledAgainAfterAPollThatCouldNotBeSent) {
+TEST_F(PrompterTest, GuestIsPolledAgainAfterAPollThatCouldNotBeSent) {
   run("web1");
   fillMonitor("web1");
   EXPECT_THROW(advance(5), rt::InternalException);
@@ -132,7 +132,7 @@ TEST_F(Prompted, GuestIsPolledAgainAfterAPollThatCouldNotBeSent) {
   EXPECT_EQ(processes.connections("web1"), 1U);
 }
 
-TEST_F(Prompted, GuestIsPolledAgainHoweverOftenAPollCouldNotBeSent) {
+TEST_F(PrompterTest, GuestIsPolledAgainHoweverOftenAPollCouldNotBeSent) {
   run("web1");
   fillMonitor("web1");
   for (int i = 0; i < 100; ++i) {
@@ -147,7 +147,7 @@ TEST_F(Prompted, GuestIsPolledAgainHoweverOftenAPollCouldNotBeSent) {
   EXPECT_GE(withText(said(), "VmConfigSm::doMonitorActivity").size(), 5U);
 }
 
-TEST_F(Prompted, GuestThatIsStartingIsNotWoken) {
+TEST_F(PrompterTest, GuestThatIsStartingIsNotWoken) {
   enable("web1");
   auto& qemu = processes.monitor("web1");
   qemu.send(fakes::greeting());
@@ -160,7 +160,7 @@ TEST_F(Prompted, GuestThatIsStartingIsNotWoken) {
   EXPECT_THAT(withText(said(), "is again"), IsEmpty());
 }
 
-TEST_F(Prompted, GuestThatAnswersNoPollIsToldOfAndThatItAnswersAgain) {
+TEST_F(PrompterTest, GuestThatAnswersNoPollIsToldOfAndThatItAnswersAgain) {
   run("web1");
   for (int i = 0; i < 20; ++i) {
     advance(1);
@@ -178,14 +178,14 @@ TEST_F(Prompted, GuestThatAnswersNoPollIsToldOfAndThatItAnswersAgain) {
   EXPECT_THAT(told, ElementsAre("web1 is silent", "web1 answers"));
 }
 
-TEST_F(Prompted, GuestThatWasSilentIsNoLongerOnceItsVmIsRemoved) {
+TEST_F(PrompterTest, GuestThatWasSilentIsNoLongerOnceItsVmIsRemoved) {
   run("web1");
   advance(20);
   config->vmConfigDel("web1");
   EXPECT_THAT(told, ElementsAre("web1 is silent", "web1 answers"));
 }
 
-TEST_F(Prompted, VmThatIsRemovedIsForgotten) {
+TEST_F(PrompterTest, VmThatIsRemovedIsForgotten) {
   run("web1");
   config->vmConfigDel("web1");
   forget();

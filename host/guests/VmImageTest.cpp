@@ -7,13 +7,12 @@
 namespace host {
 namespace {
 
+using fakes::off;
+using fakes::on;
 using fakes::Row;
 using fakes::SupervisorWorld;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-const Row on{.enabled = true};
-const Row off{.enabled = false};
 
 class VmImageTest : public testing::Test {
  protected:

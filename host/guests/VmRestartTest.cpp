@@ -9,15 +9,14 @@
 namespace host {
 namespace {
 
+using fakes::off;
+using fakes::on;
 using fakes::Row;
 using fakes::SupervisorWorld;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-
-const Row on{.enabled = true};
-const Row off{.enabled = false};
 
 uint64_t restartsOf(const SupervisorWorld& world, const char* vm) {
   const auto record = world.hostStatus->vmProcess(vm);

@@ -8,13 +8,12 @@
 namespace host {
 namespace {
 
+using fakes::off;
+using fakes::on;
 using fakes::Row;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-const Row on{.enabled = true};
-const Row off{.enabled = false};
 
 class VmSupervisorTest : public testing::Test {
  protected:

@@ -7,14 +7,13 @@
 namespace host {
 namespace {
 
+using fakes::off;
+using fakes::on;
 using fakes::Row;
 using fakes::SupervisorWorld;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-const Row on{.enabled = true};
-const Row off{.enabled = false};
 
 class VmUnknown : public testing::Test {
  protected:

@@ -14,11 +14,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class HostCardHealer : public testing::Test, protected HostCardsWorld {
+class CardHealerTest : public testing::Test, protected HostCardsWorld {
  protected:
   using HostCardsWorld::HostCardsWorld;
   // No test may close what is not open.
-  ~HostCardHealer() override { EXPECT_EQ(kernel.badCloses(), 0); }
+  ~CardHealerTest() override { EXPECT_EQ(kernel.badCloses(), 0); }
 
   // Two guests whose cards are attached, and all that was to be looked at was.
   void runBoth() {
@@ -54,14 +54,14 @@ class HostCardHealer : public testing::Test, protected HostCardsWorld {
   }
 };
 
-TEST_F(HostCardHealer, LooksAtNothingWhileAllIsWell) {
+TEST_F(CardHealerTest, LooksAtNothingWhileAllIsWell) {
   runBoth();
   pass(60);
   EXPECT_EQ(looks, 0);
   EXPECT_THAT(asked("web1"), IsEmpty());
 }
 
-TEST_F(HostCardHealer, LooksOnceAtWhatIsHeardTogether) {
+TEST_F(CardHealerTest, LooksOnceAtWhatIsHeardTogether) {
   runBoth();
   hear();
   for (int i = 0; i < 3; ++i) {
@@ -76,7 +76,7 @@ TEST_F(HostCardHealer, LooksOnceAtWhatIsHeardTogether) {
   EXPECT_THAT(asked("web1"), IsEmpty());
 }
 
-TEST_F(HostCardHealer, GivesACardAnotherDeviceWhenItsOwnWasDeleted) {
+TEST_F(CardHealerTest, GivesACardAnotherDeviceWhenItsOwnWasDeleted) {
   runBoth();
   kernel.deviceDel("macvtap0");
   hear();
@@ -89,7 +89,7 @@ TEST_F(HostCardHealer, GivesACardAnotherDeviceWhenItsOwnWasDeleted) {
 }
 
 // As when the interface was made anew under its name and index, and nobody told.
-TEST_F(HostCardHealer, GivesACardADeviceOnAnInterfaceThatWasMadeAnewUnheard) {
+TEST_F(CardHealerTest, GivesACardADeviceOnAnInterfaceThatWasMadeAnewUnheard) {
   runBoth();
   kernel.deviceDel("Ethernet1");
   kernel.deviceIs("Ethernet1", firstPort);
@@ -98,7 +98,7 @@ TEST_F(HostCardHealer, GivesACardADeviceOnAnInterfaceThatWasMadeAnewUnheard) {
   EXPECT_TRUE(isAttached("web1"));
 }
 
-TEST_F(HostCardHealer, GivesACardAnotherDeviceWhenItsOwnWasSwitchedOff) {
+TEST_F(CardHealerTest, GivesACardAnotherDeviceWhenItsOwnWasSwitchedOff) {
   runBoth();
   netlink::ifUp("macvtap0", netlink::AdminState::down);
   hear();
@@ -107,7 +107,7 @@ TEST_F(HostCardHealer, GivesACardAnotherDeviceWhenItsOwnWasSwitchedOff) {
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0", "macvtap1"));
 }
 
-TEST_F(HostCardHealer, GivesACardADeviceWhoseOwnIsAnothersByName) {
+TEST_F(CardHealerTest, GivesACardADeviceWhoseOwnIsAnothersByName) {
   runBoth();
   kernel.deviceDel("macvtap0");
   netlink::deviceAdd("\x52\x54\x00\x99\x99\x99", "macvtap0", "Ethernet1", 4, nullptr);
@@ -117,7 +117,7 @@ TEST_F(HostCardHealer, GivesACardADeviceWhoseOwnIsAnothersByName) {
   EXPECT_EQ(macOf("macvtap0"), "52:54:00:99:99:99");
 }
 
-TEST_F(HostCardHealer, AttachesACardThatCouldNotBeAttachedAtTheStart) {
+TEST_F(CardHealerTest, AttachesACardThatCouldNotBeAttachedAtTheStart) {
   kernel.fail(KernelCall::buildRequest, 12);
   run(web1);
   ASSERT_EQ(card("web1")->status(), Vnic::linkDown);
@@ -125,7 +125,7 @@ TEST_F(HostCardHealer, AttachesACardThatCouldNotBeAttachedAtTheStart) {
   EXPECT_TRUE(isAttached("web1"));
 }
 
-TEST_F(HostCardHealer, AttachesACardWhoseInterfaceCameWhenItCouldNotBe) {
+TEST_F(CardHealerTest, AttachesACardWhoseInterfaceCameWhenItCouldNotBe) {
   runBoth();
   loseInterface();
   pass(1);
@@ -136,7 +136,7 @@ TEST_F(HostCardHealer, AttachesACardWhoseInterfaceCameWhenItCouldNotBe) {
   EXPECT_TRUE(isAttached("web1"));
 }
 
-TEST_F(HostCardHealer, LeavesACardAloneWhoseInterfaceIsNotThere) {
+TEST_F(CardHealerTest, LeavesACardAloneWhoseInterfaceIsNotThere) {
   runBoth();
   loseInterface();
   pass(2);
@@ -149,7 +149,7 @@ TEST_F(HostCardHealer, LeavesACardAloneWhoseInterfaceIsNotThere) {
 
 // Answers that never come.
 
-TEST_F(HostCardHealer, AttachesACardWhoseDetachingWasNeverAnswered) {
+TEST_F(CardHealerTest, AttachesACardWhoseDetachingWasNeverAnswered) {
   runBoth();
   qemu("web1").silenceIs("netdev_del");
   loseInterface();
@@ -162,7 +162,7 @@ TEST_F(HostCardHealer, AttachesACardWhoseDetachingWasNeverAnswered) {
   EXPECT_EQ(kernel.openTaps(), 2U);
 }
 
-TEST_F(HostCardHealer, AttachesACardWhoseAttachingWasNeverAnswered) {
+TEST_F(CardHealerTest, AttachesACardWhoseAttachingWasNeverAnswered) {
   runBoth();
   loseInterface();
   pass(1);
@@ -177,7 +177,7 @@ TEST_F(HostCardHealer, AttachesACardWhoseAttachingWasNeverAnswered) {
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0", "macvtap1"));
 }
 
-TEST_F(HostCardHealer, WaitsForAnAnswerThatMayComeStill) {
+TEST_F(CardHealerTest, WaitsForAnAnswerThatMayComeStill) {
   runBoth();
   qemu("web1").silenceIs("netdev_del");
   loseInterface();
@@ -189,7 +189,7 @@ TEST_F(HostCardHealer, WaitsForAnAnswerThatMayComeStill) {
   EXPECT_TRUE(isAttached("web1"));
 }
 
-TEST_F(HostCardHealer, AttachesACardWhoseDetachingCouldNotBeWritten) {
+TEST_F(CardHealerTest, AttachesACardWhoseDetachingCouldNotBeWritten) {
   runBoth();
   whileQemuTakesNothing("web1", [&] { EXPECT_THROW(loseInterface(), rt::Exception); });
   ASSERT_EQ(card("web1")->status(), Vnic::linkGoingDown);
@@ -199,7 +199,7 @@ TEST_F(HostCardHealer, AttachesACardWhoseDetachingCouldNotBeWritten) {
   EXPECT_EQ(kernel.openTaps(), 2U);
 }
 
-TEST_F(HostCardHealer, AttachesACardWhoseAttachingCouldNotBeWritten) {
+TEST_F(CardHealerTest, AttachesACardWhoseAttachingCouldNotBeWritten) {
   runBoth();
   loseInterface();
   pass(1);
@@ -213,7 +213,7 @@ TEST_F(HostCardHealer, AttachesACardWhoseAttachingCouldNotBeWritten) {
 
 // In vain.
 
-TEST_F(HostCardHealer, TellsWhyACardCannotBeAttachedAndThatItIsAtLast) {
+TEST_F(CardHealerTest, TellsWhyACardCannotBeAttachedAndThatItIsAtLast) {
   runBoth();
   kernel.deviceDel("macvtap0");
   netlink::deviceAdd("\x52\x54\x00\x12\x34\x01", "lan0", "Ethernet1", 4, nullptr);
@@ -234,7 +234,7 @@ TEST_F(HostCardHealer, TellsWhyACardCannotBeAttachedAndThatItIsAtLast) {
   EXPECT_EQ(problem("web1"), "");
 }
 
-TEST_F(HostCardHealer, TellsWhatTheAgentSaysOfACardThatCannotBeAttached) {
+TEST_F(CardHealerTest, TellsWhatTheAgentSaysOfACardThatCannotBeAttached) {
   runBoth();
   kernel.deviceDel("macvtap0");
   kernel.nodeAfter = FakeKernel::never;
@@ -244,7 +244,7 @@ TEST_F(HostCardHealer, TellsWhatTheAgentSaysOfACardThatCannotBeAttached) {
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap1"));
 }
 
-TEST_F(HostCardHealer, HoldsTheLoopUpSeldomForACardThatCannotBeAttached) {
+TEST_F(CardHealerTest, HoldsTheLoopUpSeldomForACardThatCannotBeAttached) {
   runBoth();
   kernel.deviceDel("macvtap0");
   kernel.nodeAfter = FakeKernel::never;
@@ -257,7 +257,7 @@ TEST_F(HostCardHealer, HoldsTheLoopUpSeldomForACardThatCannotBeAttached) {
   EXPECT_LT(paused, (clock->now().value() - before) / 25);
 }
 
-TEST_F(HostCardHealer, ForgetsTheProblemOfAGuestThatHasEnded) {
+TEST_F(CardHealerTest, ForgetsTheProblemOfAGuestThatHasEnded) {
   runBoth();
   kernel.deviceDel("macvtap0");
   kernel.nodeAfter = FakeKernel::never;
@@ -272,7 +272,7 @@ TEST_F(HostCardHealer, ForgetsTheProblemOfAGuestThatHasEnded) {
   EXPECT_EQ(looks, 0);
 }
 
-TEST_F(HostCardHealer, LooksAgainWhenTheKernelDidNotAnswer) {
+TEST_F(CardHealerTest, LooksAgainWhenTheKernelDidNotAnswer) {
   runBoth();
   kernelAnswers = false;
   kernel.deviceDel("macvtap0");
@@ -284,12 +284,12 @@ TEST_F(HostCardHealer, LooksAgainWhenTheKernelDidNotAnswer) {
 }
 
 // Two guests on one interface.
-class HostCardHealerOfOneInterface : public HostCardHealer {
+class CardHealerOfOneInterface : public CardHealerTest {
  protected:
-  HostCardHealerOfOneInterface() : HostCardHealer(secondMac, "Ethernet1") {}
+  CardHealerOfOneInterface() : CardHealerTest(secondMac, "Ethernet1") {}
 };
 
-TEST_F(HostCardHealerOfOneInterface, SparesTheOtherGuest) {
+TEST_F(CardHealerOfOneInterface, SparesTheOtherGuest) {
   runBoth();
   kernel.deviceDel("macvtap0");
   hear();
@@ -299,7 +299,7 @@ TEST_F(HostCardHealerOfOneInterface, SparesTheOtherGuest) {
   EXPECT_THAT(asked("web2"), IsEmpty());
 }
 
-TEST_F(HostCardHealerOfOneInterface, CuresBothThatLostTheirDevices) {
+TEST_F(CardHealerOfOneInterface, CuresBothThatLostTheirDevices) {
   runBoth();
   kernel.deviceDel("macvtap0");
   kernel.deviceDel("macvtap1");

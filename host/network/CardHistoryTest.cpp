@@ -11,7 +11,7 @@ namespace Vm::fakes {
 
 namespace {
 
-class HostCardHistory : public testing::TestWithParam<unsigned>, protected HostCardsWorld {
+class CardHistory : public testing::TestWithParam<unsigned>, protected HostCardsWorld {
  protected:
   unsigned below(unsigned bound) {
     return std::uniform_int_distribution<unsigned>(0, bound - 1)(random_);
@@ -97,7 +97,7 @@ class HostCardHistory : public testing::TestWithParam<unsigned>, protected HostC
   int thrown_ = 0;
 };
 
-TEST_P(HostCardHistory, EndsWithEachCardOnItsInterface) {
+TEST_P(CardHistory, EndsWithEachCardOnItsInterface) {
   run(web1);
   run(web2);
   pass(5.5);  // until they are running
@@ -118,7 +118,7 @@ TEST_P(HostCardHistory, EndsWithEachCardOnItsInterface) {
   EXPECT_EQ(kernel.badCloses(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, HostCardHistory, testing::Range(0U, 30U));
+INSTANTIATE_TEST_SUITE_P(Seeds, CardHistory, testing::Range(0U, 30U));
 
 }  // namespace
 

@@ -8,9 +8,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class HostJanitor : public testing::Test, protected HostCardsWorld {
+class JanitorCards : public testing::Test, protected HostCardsWorld {
  protected:
-  explicit HostJanitor(const char* macOfSecond = secondMac) : HostCardsWorld(macOfSecond) {}
+  explicit JanitorCards(const char* macOfSecond = secondMac) : HostCardsWorld(macOfSecond) {}
   // web1's interface goes with web1's device, and web2 gets a device of that name.
   void passTheNameOn() {
     run(web1);
@@ -23,21 +23,21 @@ class HostJanitor : public testing::Test, protected HostCardsWorld {
 };
 
 // Without whom this is so: the agent deletes by the name it remembers.
-TEST_F(HostJanitor, IsNeededForTheAgentDeletesWhatHasTheNameByNow) {
+TEST_F(JanitorCards, IsNeededForTheAgentDeletesWhatHasTheNameByNow) {
   passTheNameOn();
   locked([&] { web1->enabledIs(false); });
   EXPECT_THAT(deletions(), ElementsAre("link del macvtap0"));
   EXPECT_EQ(macOf("macvtap0"), "");
 }
 
-TEST_F(HostJanitor, LeavesAVmItsDeviceWhenAnotherThatHadTheNameIsSwitchedOff) {
+TEST_F(JanitorCards, LeavesAVmItsDeviceWhenAnotherThatHadTheNameIsSwitchedOff) {
   passTheNameOn();
   switchOff(web1);
   EXPECT_EQ(macOf("macvtap0"), secondMac);
   EXPECT_THAT(deletions(), ElementsAre("link del (no name)"));
 }
 
-TEST_F(HostJanitor, LeavesAVmItsDeviceWhenAnotherThatHadTheNameIsRemoved) {
+TEST_F(JanitorCards, LeavesAVmItsDeviceWhenAnotherThatHadTheNameIsRemoved) {
   passTheNameOn();
   locked([&] {
     janitor.switchingOff("web1");
@@ -47,7 +47,7 @@ TEST_F(HostJanitor, LeavesAVmItsDeviceWhenAnotherThatHadTheNameIsRemoved) {
   EXPECT_EQ(macOf("macvtap0"), secondMac);
 }
 
-TEST_F(HostJanitor, LeavesAVmItsDeviceThoughTheNewsOfTheOthersWasRead) {
+TEST_F(JanitorCards, LeavesAVmItsDeviceThoughTheNewsOfTheOthersWasRead) {
   run(web1);
   locked([&] { interfaceDel("Ethernet1", firstPort); });
   converse("web1");
@@ -57,7 +57,7 @@ TEST_F(HostJanitor, LeavesAVmItsDeviceThoughTheNewsOfTheOthersWasRead) {
   EXPECT_EQ(macOf("macvtap0"), secondMac);
 }
 
-TEST_F(HostJanitor, HasAVmThatIsSwitchedOffLoseItsOwnDeviceOnce) {
+TEST_F(JanitorCards, HasAVmThatIsSwitchedOffLoseItsOwnDeviceOnce) {
   run(web1);
   effects.take();
   switchOff(web1);
@@ -65,7 +65,7 @@ TEST_F(HostJanitor, HasAVmThatIsSwitchedOffLoseItsOwnDeviceOnce) {
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
 }
 
-TEST_F(HostJanitor, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) {
+TEST_F(JanitorCards, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) {
   run(web1);
   run(web2);
   card("web1")->macvtapDevIs("");
@@ -75,7 +75,7 @@ TEST_F(HostJanitor, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) {
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap1"));
 }
 
-TEST_F(HostJanitor, DeletesWhatARemovedVmHadWithoutTheAgentsKnowing) {
+TEST_F(JanitorCards, DeletesWhatARemovedVmHadWithoutTheAgentsKnowing) {
   run(web1);
   card("web1")->macvtapDevIs("");
   locked([&] {
@@ -86,7 +86,7 @@ TEST_F(HostJanitor, DeletesWhatARemovedVmHadWithoutTheAgentsKnowing) {
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
 }
 
-TEST_F(HostJanitor, HasNothingDeletedWhileTheKernelDoesNotAnswer) {
+TEST_F(JanitorCards, HasNothingDeletedWhileTheKernelDoesNotAnswer) {
   passTheNameOn();
   kernelAnswers = false;
   switchOff(web1);
@@ -94,7 +94,7 @@ TEST_F(HostJanitor, HasNothingDeletedWhileTheKernelDoesNotAnswer) {
   EXPECT_EQ(macOf("macvtap0"), secondMac);
 }
 
-TEST_F(HostJanitor, DeletesAtTheNextSweepWhatWasLeftWhileTheKernelDidNotAnswer) {
+TEST_F(JanitorCards, DeletesAtTheNextSweepWhatWasLeftWhileTheKernelDidNotAnswer) {
   run(web1);
   kernelAnswers = false;
   switchOff(web1);
@@ -104,14 +104,14 @@ TEST_F(HostJanitor, DeletesAtTheNextSweepWhatWasLeftWhileTheKernelDidNotAnswer) 
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
 }
 
-TEST_F(HostJanitor, AsksTheKernelNothingForAVmWithoutCards) {
+TEST_F(JanitorCards, AsksTheKernelNothingForAVmWithoutCards) {
   const auto plain = addVm("plain");
   run(plain);
   switchOff(plain);
   EXPECT_EQ(looks, 0);
 }
 
-TEST_F(HostJanitor, DeletesWhatACardHasOnAnInterfaceThatIsWithdrawn) {
+TEST_F(JanitorCards, DeletesWhatACardHasOnAnInterfaceThatIsWithdrawn) {
   run(web1);
   run(web2);
   effects.take();
@@ -121,14 +121,14 @@ TEST_F(HostJanitor, DeletesWhatACardHasOnAnInterfaceThatIsWithdrawn) {
   EXPECT_EQ(card("web2")->macvtapDev(), "macvtap1");
 }
 
-TEST_F(HostJanitor, LeavesAVmItsDeviceWhenTheInterfaceOfAnotherThatHadTheNameIsWithdrawn) {
+TEST_F(JanitorCards, LeavesAVmItsDeviceWhenTheInterfaceOfAnotherThatHadTheNameIsWithdrawn) {
   passTheNameOn();
   janitor.handleWithdrawal("Ethernet1");
   EXPECT_EQ(macOf("macvtap0"), secondMac);
   EXPECT_EQ(card("web1")->macvtapDev(), "");
 }
 
-TEST_F(HostJanitor, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
+TEST_F(JanitorCards, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
   run(web1);
   run(web2);
   card("web1")->macvtapDevIs("macvtap1");
@@ -140,12 +140,12 @@ TEST_F(HostJanitor, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
 }
 
 // Two VMs of one address: the one is to go, and the other was made in its stead.
-class HostJanitorOfOneAddress : public HostJanitor {
+class JanitorCardsOfOneAddress : public JanitorCards {
  protected:
-  HostJanitorOfOneAddress() : HostJanitor(firstMac) {}
+  JanitorCardsOfOneAddress() : JanitorCards(firstMac) {}
 };
 
-TEST_F(HostJanitorOfOneAddress, LeavesTheNewVmItsDeviceOnItsOwnInterface) {
+TEST_F(JanitorCardsOfOneAddress, LeavesTheNewVmItsDeviceOnItsOwnInterface) {
   passTheNameOn();
   switchOff(web1);
   EXPECT_EQ(macOf("macvtap0"), firstMac);

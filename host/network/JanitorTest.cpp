@@ -22,36 +22,36 @@ std::vector<Tap> tapsAre(const std::vector<std::pair<const char*, rt::EthAddr>>&
   return taps;
 }
 
-TEST(StrayTaps, AreThoseOfOurCardsThatNoCardNames) {
+TEST(JanitorStrayTaps, AreThoseOfOurCardsThatNoCardNames) {
   EXPECT_THAT(strayTaps(tapsAre({{"macvtap0", mac(1)}, {"macvtap1", mac(2)}}), {mac(1), mac(2)},
                         {{"macvtap1", mac(2), port}}),
               ElementsAre("macvtap0"));
 }
 
-TEST(StrayTaps, AreNeverAnotherPrograms) {
+TEST(JanitorStrayTaps, AreNeverAnotherPrograms) {
   EXPECT_THAT(strayTaps(tapsAre({{"macvtap0", mac(9)}}), {mac(1)}, {}), IsEmpty());
   for (const char* const name : {"tap0", "macvtap", "macvtap0a", "macvtapx", "mymacvtap0"})
     EXPECT_THAT(strayTaps(tapsAre({{name, mac(1)}}), {mac(1)}, {}), IsEmpty()) << name;
 }
 
-TEST(StrayTaps, AreNotWhatACardNames) {
+TEST(JanitorStrayTaps, AreNotWhatACardNames) {
   EXPECT_THAT(strayTaps(tapsAre({{"macvtap0", mac(1)}}), {mac(1)}, {{"macvtap0", mac(1), port}}),
               IsEmpty());
 }
 
-TEST(StrayTaps, MayHaveANameThatAnotherCardRemembers) {
+TEST(JanitorStrayTaps, MayHaveANameThatAnotherCardRemembers) {
   EXPECT_THAT(
       strayTaps(tapsAre({{"macvtap0", mac(1)}}), {mac(1), mac(2)}, {{"macvtap0", mac(2), port}}),
       ElementsAre("macvtap0"));
 }
 
-TEST(StrayTaps, MayBeSeveralOfOneCard) {
+TEST(JanitorStrayTaps, MayBeSeveralOfOneCard) {
   EXPECT_THAT(strayTaps(tapsAre({{"macvtap0", mac(1)}, {"macvtap1", mac(1)}}), {mac(1)},
                         {{"macvtap1", mac(1), port}}),
               ElementsAre("macvtap0"));
 }
 
-TEST(ACardsTap, IsTheDeviceOfThatNameWithItsAddressOnItsInterface) {
+TEST(JanitorTap, IsTheDeviceOfThatNameWithItsAddressOnItsInterface) {
   const auto all = tapsAre({{"macvtap0", mac(1)}, {"macvtap1", mac(2)}});
   EXPECT_EQ(tapOf({"macvtap0", mac(1), port}, all), &all[0]);
   EXPECT_EQ(tapOf({"macvtap1", mac(2), port}, all), &all[1]);

@@ -22,7 +22,7 @@ extern "C" int close_range(unsigned /*first*/, unsigned /*last*/, int /*flags*/)
 namespace host {
 namespace {
 
-TEST(OnAnOldKernel, InheritedDescriptorsAreKeptFromChildrenAllTheSame) {
+TEST(OldKernel, InheritedDescriptorsAreKeptFromChildrenAllTheSame) {
   const int low = dup(STDERR_FILENO);
   const int high = fcntl(STDERR_FILENO, F_DUPFD, 500);
   ASSERT_GE(high, 500);

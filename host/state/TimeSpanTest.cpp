@@ -5,7 +5,7 @@
 namespace host {
 namespace {
 
-TEST(SpanText, IsAsLongAsPeopleWantIt) {
+TEST(TimeSpanText, IsAsLongAsPeopleWantIt) {
   constexpr uint64_t second = 1000;
   EXPECT_EQ(spanText(999), "0 s");
   EXPECT_EQ(spanText(59 * second), "59 s");

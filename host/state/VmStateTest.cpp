@@ -44,7 +44,7 @@ Situation with(Situation vm, Change change) {
   return vm;
 }
 
-TEST(Actual, IsStoppingBeforeAllElse) {
+TEST(VmStateActual, IsStoppingBeforeAllElse) {
   const auto vm = with(running(), [](Situation& v) {
     v.isEnding = true;
     v.run.silentUp = 1;
@@ -54,7 +54,7 @@ TEST(Actual, IsStoppingBeforeAllElse) {
   EXPECT_EQ(severityOf(vm), "busy");
 }
 
-TEST(Actual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
+TEST(VmStateActual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   auto vm = with(running(), [](Situation& v) { v.run.silentUp = now - 9'999; });
   EXPECT_EQ(actualOf(vm), Actual::running);
   EXPECT_EQ(wakeUpOf(vm), now + 1);
@@ -66,7 +66,7 @@ TEST(Actual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   EXPECT_EQ(severityOf(vm), "bad");
 }
 
-TEST(Actual, IsHungWhereItsShimDoesNotAnswerTheAgent) {
+TEST(VmStateActual, IsHungWhereItsShimDoesNotAnswerTheAgent) {
   const auto vm = with(running(), [](Situation& v) { v.isUnanswered = true; });
   EXPECT_EQ(actualOf(vm), Actual::hung);
   EXPECT_EQ(reasonOf(vm).text, "its shim does not answer");
@@ -74,7 +74,7 @@ TEST(Actual, IsHungWhereItsShimDoesNotAnswerTheAgent) {
   EXPECT_EQ(reasonOf(both).text, "its QEMU does not answer");
 }
 
-TEST(Actual, IsAsItWasWhereNobodyDrivesItsGuest) {
+TEST(VmStateActual, IsAsItWasWhereNobodyDrivesItsGuest) {
   const auto vm = with(running(), [](Situation& v) {
     v.isOutOfReach = true;
     v.problem = "its shim does not answer";
@@ -89,7 +89,7 @@ TEST(Actual, IsAsItWasWhereNobodyDrivesItsGuest) {
   EXPECT_EQ(nextOf(vm, "web1").up, now + 1'000);
 }
 
-TEST(Actual, IsStoppingForItsOwnReasonWhereNobodyDrivesItsGuest) {
+TEST(VmStateActual, IsStoppingForItsOwnReasonWhereNobodyDrivesItsGuest) {
   const auto vm = with(running(), [](Situation& v) {
     v.isOutOfReach = true;
     v.isEnding = true;
@@ -98,7 +98,7 @@ TEST(Actual, IsStoppingForItsOwnReasonWhereNobodyDrivesItsGuest) {
   EXPECT_EQ(reasonOf(vm).word, "removed");
 }
 
-TEST(Actual, IsPausedForTheReasonThatQemuGave) {
+TEST(VmStateActual, IsPausedForTheReasonThatQemuGave) {
   const auto full = with(running(), [](Situation& v) {
     v.run.state = RunState::diskError;
     v.run.stateText = "No space left on device";
@@ -112,13 +112,13 @@ TEST(Actual, IsPausedForTheReasonThatQemuGave) {
   EXPECT_EQ(severityOf(byHand), "note");
 }
 
-TEST(Actual, IsCrashedWhereTheGuestHasPanickedAndQemuGoesOn) {
+TEST(VmStateActual, IsCrashedWhereTheGuestHasPanickedAndQemuGoesOn) {
   const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::panicked; });
   EXPECT_EQ(actualOf(vm), Actual::crashed);
   EXPECT_EQ(reasonOf(vm).word, "guest-panic");
 }
 
-TEST(Actual, IsStartingUntilTheGuestWasLetRun) {
+TEST(VmStateActual, IsStartingUntilTheGuestWasLetRun) {
   const auto vm = with(running(), [](Situation& v) {
     v.run.state = RunState::booting;
     v.run.startedUp = 1;
@@ -126,19 +126,19 @@ TEST(Actual, IsStartingUntilTheGuestWasLetRun) {
   EXPECT_EQ(actualOf(vm), Actual::starting);
 }
 
-TEST(Actual, IsAsTheAgentSaysWhereTheBeginOfALongRunIsInNoFileAnyMore) {
+TEST(VmStateActual, IsAsTheAgentSaysWhereTheBeginOfALongRunIsInNoFileAnyMore) {
   const auto vm = with(running(), [](Situation& v) { v.run.state = RunState::booting; });
   EXPECT_EQ(actualOf(vm), Actual::running);
 }
 
-TEST(Actual, IsAsTheAgentSaysWhereNoShimTells) {
+TEST(VmStateActual, IsAsTheAgentSaysWhereNoShimTells) {
   auto vm = with(running(), [](Situation& v) { v.run = {}; });
   EXPECT_EQ(actualOf(vm), Actual::running);
   vm.agentState = "Starting";
   EXPECT_EQ(actualOf(vm), Actual::starting);
 }
 
-TEST(Actual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
+TEST(VmStateActual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
   const auto vm = with(off(), [](Situation& v) {
     v.wanted = Wanted::running;
     v.isRefused = true;
@@ -153,7 +153,7 @@ TEST(Actual, IsRefusedWhereRowOrImageKeepsItFromAStart) {
   EXPECT_EQ(nextOf(with(vm, [](Situation& v) { v.nextUp.reset(); }), "web1").kind, "wait");
 }
 
-TEST(Actual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
+TEST(VmStateActual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
   const auto vm = with(off(), [](Situation& v) {
     v.wanted = Wanted::unknown;
     v.isRefused = true;
@@ -163,7 +163,7 @@ TEST(Actual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) {
   EXPECT_EQ(nextOf(row, "web1").command, "vmctl edit web1");
 }
 
-TEST(Actual, IsRetryingAndSaysWhen) {
+TEST(VmStateActual, IsRetryingAndSaysWhen) {
   const auto vm =
       with(ended(EndCause::startFailed, true), [](Situation& v) { v.nextUp = now + 4'000; });
   EXPECT_EQ(actualOf(vm), Actual::retrying);
@@ -172,7 +172,7 @@ TEST(Actual, IsRetryingAndSaysWhen) {
   EXPECT_EQ(nextOf(vm, "web1").up, now + 4'000);
 }
 
-TEST(Actual, IsCrashedAfterAFailureAndSaysWhatToType) {
+TEST(VmStateActual, IsCrashedAfterAFailureAndSaysWhatToType) {
   const auto vm = ended(EndCause::qemuCrashed, true);
   EXPECT_EQ(actualOf(vm), Actual::crashed);
   EXPECT_EQ(severityOf(vm), "bad");
@@ -180,7 +180,7 @@ TEST(Actual, IsCrashedAfterAFailureAndSaysWhatToType) {
   EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
 }
 
-TEST(Actual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
+TEST(VmStateActual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
   const auto vm = ended(EndCause::guestShutdown, false);
   EXPECT_EQ(actualOf(vm), Actual::stopped);
   EXPECT_EQ(severityOf(vm), "note");
@@ -188,7 +188,7 @@ TEST(Actual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
   EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
 }
 
-TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
+TEST(VmStateActual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
   Situation vm = ended(EndCause::asked, false);
   vm.wanted = Wanted::stopped;
   EXPECT_EQ(actualOf(vm), Actual::stopped);
@@ -197,7 +197,7 @@ TEST(Actual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
   EXPECT_EQ(nextOf(vm, "web1").kind, "none");
 }
 
-TEST(Reason, OfAVmThatIsOffIsWhatIsWrongWithItsRowAndNothingElse) {
+TEST(VmStateReason, OfAVmThatIsOffIsWhatIsWrongWithItsRowAndNothingElse) {
   auto vm = with(off(), [](Situation& v) {
     v.problem = "the card cannot be attached";
     v.problemSource = ProblemSource::card;
@@ -207,13 +207,13 @@ TEST(Reason, OfAVmThatIsOffIsWhatIsWrongWithItsRowAndNothingElse) {
   EXPECT_EQ(reasonOf(vm).word, "config");
 }
 
-TEST(Actual, IsStartingForAVmWhoseTurnHasNotCome) {
+TEST(VmStateActual, IsStartingForAVmWhoseTurnHasNotCome) {
   const auto vm = with(off(), [](Situation& v) { v.wanted = Wanted::running; });
   EXPECT_EQ(actualOf(vm), Actual::starting);
   EXPECT_EQ(severityOf(vm), "busy");
 }
 
-TEST(Reason, OfAStopIsWhoWantedIt) {
+TEST(VmStateReason, OfAStopIsWhoWantedIt) {
   const auto gone = with(running(), [](Situation& v) {
     v.wanted = Wanted::gone;
     v.isEnding = true;
@@ -231,7 +231,7 @@ TEST(Reason, OfAStopIsWhoWantedIt) {
   EXPECT_EQ(reasonOf(restart).word, "restart");
 }
 
-TEST(Actual, IsStoppingWhereItsShimEndsItWhoeverWantedThat) {
+TEST(VmStateActual, IsStoppingWhereItsShimEndsItWhoeverWantedThat) {
   const auto vm = with(running(), [](Situation& v) {
     v.run.wasQuit = true;
     v.run.toldBy = "signal 15 to its shim, from process 6761 (bash)";
@@ -241,7 +241,7 @@ TEST(Actual, IsStoppingWhereItsShimEndsItWhoeverWantedThat) {
   EXPECT_THAT(reasonOf(vm).text.str(), HasSubstr("from process 6761 (bash)"));
 }
 
-TEST(Reason, OfEachProblemIsInFewWordsToo) {
+TEST(VmStateReason, OfEachProblemIsInFewWordsToo) {
   for (size_t source = 0; source < model::problemSources.size(); ++source) {
     const auto vm = with(running(), [&](Situation& v) {
       v.problem = std::string(100, 'x');
@@ -252,7 +252,7 @@ TEST(Reason, OfEachProblemIsInFewWordsToo) {
   }
 }
 
-TEST(Reason, OfARunningVmIsWhatIsWrongThoughItRuns) {
+TEST(VmStateReason, OfARunningVmIsWhatIsWrongThoughItRuns) {
   const auto card = with(running(), [](Situation& v) {
     v.problem = "card nic00 cannot be attached";
     v.problemSource = ProblemSource::card;
@@ -271,7 +271,7 @@ TEST(Reason, OfARunningVmIsWhatIsWrongThoughItRuns) {
   EXPECT_EQ(severityOf(running()), "ok");
 }
 
-TEST(Reason, OfAnEndThatNobodyToldOfIsWhatTheDaemonKnows) {
+TEST(VmStateReason, OfAnEndThatNobodyToldOfIsWhatTheDaemonKnows) {
   auto vm = with(off(), [](Situation& v) {
     v.wanted = Wanted::running;
     v.isStarted = true;

@@ -48,9 +48,9 @@ using testing::SizeIs;
 
 constexpr int longest = std::numeric_limits<int>::max();
 
-class OnAnOldKernel : public fakes::LoopTest {
+class OldKernel : public fakes::LoopTest {
  protected:
-  OnAnOldKernel() {
+  OldKernel() {
     exactWaits = 0;
     waits.clear();
   }
@@ -58,35 +58,35 @@ class OnAnOldKernel : public fakes::LoopTest {
   DescriptorWatcher watcher;
 };
 
-TEST_F(OnAnOldKernel, AWaitIsRoundedUpToMilliseconds) {
+TEST_F(OldKernel, AWaitIsRoundedUpToMilliseconds) {
   for (const double seconds : {0.0, 1e-9, 0.001, 0.0010001, 1.5, 5.0})
     EXPECT_FALSE(watcher.wait(Seconds(seconds))) << seconds;
   EXPECT_THAT(waits, ElementsAre(0, 1, 1, 2, 1500, 5000));
 }
 
-TEST_F(OnAnOldKernel, AWaitIsNeverLongerThanTheKernelCanCount) {
+TEST_F(OldKernel, AWaitIsNeverLongerThanTheKernelCanCount) {
   for (const double seconds : {3e6, 9e8}) watcher.wait(Seconds(seconds));
   EXPECT_THAT(waits, ElementsAre(longest, longest));
 }
 
-TEST_F(OnAnOldKernel, AWaitForEverIsOne) {
+TEST_F(OldKernel, AWaitForEverIsOne) {
   watcher.wait(Seconds::infinity());
   EXPECT_THAT(waits, ElementsAre(-1));
 }
 
-TEST_F(OnAnOldKernel, TheNewCallIsTriedOnce) {
+TEST_F(OldKernel, TheNewCallIsTriedOnce) {
   for (int i = 0; i < 3; ++i) watcher.wait(Seconds(1));
   EXPECT_EQ(exactWaits, 1);
   EXPECT_THAT(waits, SizeIs(3));
 }
 
-TEST_F(OnAnOldKernel, AWaitThatASignalEndsFindsNothing) {
+TEST_F(OldKernel, AWaitThatASignalEndsFindsNothing) {
   failure = EINTR;
   EXPECT_FALSE(watcher.wait(Seconds(1)));
   EXPECT_FALSE(watcher.moreMayBeReady());
 }
 
-TEST_F(OnAnOldKernel, AWaitThatFailsIsThrown) {
+TEST_F(OldKernel, AWaitThatFailsIsThrown) {
   failure = EBADF;
   try {
     watcher.wait(Seconds(1));
@@ -97,7 +97,7 @@ TEST_F(OnAnOldKernel, AWaitThatFailsIsThrown) {
   }
 }
 
-TEST_F(OnAnOldKernel, TheLoopTellsWhatIsReadyAndDue) {
+TEST_F(OldKernel, TheLoopTellsWhatIsReadyAndDue) {
   const auto [own, peer] = fakes::pipeEnds();
   const fakes::Closer end(peer);
   const auto listener = reader("pipe", own);

@@ -18,13 +18,13 @@ using testing::IsEmpty;
 
 const IntfId vlan100("Vlan100");
 
-TEST(IntfStatusTest, ANewOneHasItsIdAndNoDevice) {
+TEST(InterfaceTest, ANewOneHasItsIdAndNoDevice) {
   const auto status = rt::make<IntfStatus>(vlan100);
   EXPECT_EQ(status->intfId(), vlan100);
   EXPECT_EQ(status->deviceName(), "");
 }
 
-TEST(IntfStatusTest, ItsDeviceIsReadAndWrittenByName) {
+TEST(InterfaceTest, ItsDeviceIsReadAndWrittenByName) {
   const auto status = rt::make<IntfStatus>(vlan100);
   attributeTextIs(*status, "deviceName", "br0.100");
   EXPECT_EQ(status->deviceName(), "br0.100");
@@ -33,7 +33,7 @@ TEST(IntfStatusTest, ItsDeviceIsReadAndWrittenByName) {
   EXPECT_THROW(attributeTextIs(*status, "intfId", "Vlan1"), rt::AttributeException);
 }
 
-TEST(IntfStatusTest, AnotherDeviceIsToldOnce) {
+TEST(InterfaceTest, AnotherDeviceIsToldOnce) {
   const auto status = rt::make<IntfStatus>(vlan100);
   const auto recorder = rt::make<ChangeRecorder>();
   recorder->watch(status);

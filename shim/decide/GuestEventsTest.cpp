@@ -26,9 +26,9 @@ struct Case {
   std::optional<bool> byGuest;
 };
 
-class QemusEvent : public testing::TestWithParam<Case> {};
+class GuestEventsOfQemu : public testing::TestWithParam<Case> {};
 
-TEST_P(QemusEvent, IsAnEventOfTheGuests) {
+TEST_P(GuestEventsOfQemu, IsAnEventOfTheGuests) {
   const auto event = eventOf(GetParam().said);
   ASSERT_TRUE(event);
   EXPECT_EQ(event->kind, GetParam().kind);
@@ -38,7 +38,7 @@ TEST_P(QemusEvent, IsAnEventOfTheGuests) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Kinds, QemusEvent,
+    Kinds, GuestEventsOfQemu,
     testing::Values(
         Case{R"({"event": "STOP"})", word::paused, "", "", {}},
         Case{R"({"event": "RESUME"})", word::resumed, "", "", {}},
@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(
              "No space left on device",
              {}}));
 
-TEST(QemusEvents, ThatTellNothingOfTheGuestAreNone) {
+TEST(GuestEvents, ThatTellNothingOfTheGuestAreNone) {
   EXPECT_FALSE(eventOf(R"({"event": "NIC_RX_FILTER_CHANGED", "data": {"name": "nic0"}})"));
   EXPECT_FALSE(eventOf(R"({"event": 7})"));
   EXPECT_FALSE(eventOf(R"({"return": {}})"));

@@ -8,7 +8,7 @@ namespace {
 using testing::ElementsAre;
 using testing::Pair;
 
-TEST(Request, IsTakenApart) {
+TEST(QmpTextRequest, IsTakenApart) {
   const auto request = requestFrom(
       R"({ "execute": "set_link","arguments": {"name": "h0","up": true},"id": "setlink" })");
   ASSERT_TRUE(request);
@@ -19,7 +19,7 @@ TEST(Request, IsTakenApart) {
   EXPECT_TRUE(request->up);
 }
 
-TEST(Request, NeedsNeitherIdNorArguments) {
+TEST(QmpTextRequest, NeedsNeitherIdNorArguments) {
   const auto request = requestFrom(R"({"execute": "cont"})");
   ASSERT_TRUE(request);
   EXPECT_EQ(request->id, "");
@@ -27,14 +27,14 @@ TEST(Request, NeedsNeitherIdNorArguments) {
   EXPECT_FALSE(request->up);
 }
 
-TEST(Request, IsNothingElse) {
+TEST(QmpTextRequest, IsNothingElse) {
   for (const char* const text : {"", "x", "{}", "[]", "7", R"({"execute": 7})", R"({"return": {}})",
                                  R"({"execute": "a"} {})", R"({"execute": "a", "execute": "b"})",
                                  R"({"execute": "a\u0000"})"})
     EXPECT_FALSE(requestFrom(text)) << text;
 }
 
-TEST(Request, IsNotNestedDeeply) {
+TEST(QmpTextRequest, IsNotNestedDeeply) {
   const auto nested = [](size_t depth) {
     return R"({"execute": "a", "id": )" + std::string(depth, '[') + std::string(depth, ']') + "}";
   };
@@ -81,7 +81,7 @@ TEST(Saying, IsNothingElse) {
     EXPECT_FALSE(sayingFrom(text)) << text;
 }
 
-TEST(Line, IsOneLineWhateverIsInIt) {
+TEST(QmpTextLine, IsOneLineWhateverIsInIt) {
   EXPECT_EQ(requestLine("a\"b\n", "{}", 5),
             "{\"execute\":\"a\\\"b\\n\",\"arguments\":{},\"id\":5}\n");
   EXPECT_EQ(requestLine("quit", "", std::nullopt), "{\"execute\":\"quit\"}\n");
@@ -91,7 +91,7 @@ TEST(Line, IsOneLineWhateverIsInIt) {
   EXPECT_EQ(returnLine("7"), "{\"return\": {}, \"id\": 7}\r\n");
 }
 
-TEST(Quoted, IsEmptyForWhatIsNoText) {
+TEST(QmpTextQuoted, IsEmptyForWhatIsNoText) {
   EXPECT_EQ(quoted("\xff"), "\"\"");
   EXPECT_EQ(quoted("a\\"), "\"a\\\\\"");
 }

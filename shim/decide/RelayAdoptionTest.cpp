@@ -7,8 +7,10 @@
 namespace shim {
 namespace {
 
+using fakes::done;
 using fakes::FakeQemu;
 using fakes::Probe;
+using fakes::queryStatus;
 using fakes::RelayWorld;
 using testing::Contains;
 using testing::Each;
@@ -20,9 +22,6 @@ using testing::Pair;
 using testing::UnorderedElementsAre;
 
 const std::map<std::string, std::string> sameNames{{"net0", "net0"}, {"net1", "net1"}};
-constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
-
-std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
 
 void getFd(RelayWorld& world, const std::string& name, rt::Descriptors descriptors) {
   world.ask(R"({"execute":"getfd","arguments":{"fdname":")" + name + R"("},"id":"getfd"})",

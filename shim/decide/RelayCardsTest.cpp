@@ -7,6 +7,7 @@
 namespace shim {
 namespace {
 
+using fakes::done;
 using fakes::RelayWorld;
 using testing::Each;
 using testing::ElementsAre;
@@ -14,8 +15,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
-
-std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
 
 TEST(RelayCards, AreAttachedByAHubPort) {
   RelayWorld world;

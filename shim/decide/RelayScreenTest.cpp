@@ -7,6 +7,7 @@ namespace shim {
 namespace {
 
 using fakes::Probe;
+using fakes::queryStatus;
 using fakes::RelayWorld;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
@@ -14,8 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
 
 class RelayScreen : public testing::Test {
  protected:

@@ -7,19 +7,18 @@
 namespace shim {
 namespace {
 
+using fakes::done;
 using fakes::FakeQemu;
+using fakes::queryStatus;
 using fakes::RelayWorld;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
-constexpr char running[] =
+constexpr char isRunning[] =
     "{\"return\": {\"status\": \"running\", \"singlestep\": false, \"running\": true}, "
     "\"id\": \"status\"}\r\n";
-
-std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
 
 TEST(Relay, WithholdsTheGreetingUntilQemuHasGreetedAndNegotiated) {
   RelayWorld world;
@@ -93,13 +92,13 @@ TEST(Relay, AsksWithIdsOfItsOwnOnceQemuHasSaidWhatIsNoMessage) {
   world.ask(queryStatus);
   EXPECT_EQ(world.qemu.asked().back(), "{\"execute\":\"query-status\",\"id\":1}\n");
   world.qemuGoes();  // answers both
-  EXPECT_THAT(world.heard(), ElementsAre(running));
+  EXPECT_THAT(world.heard(), ElementsAre(isRunning));
 }
 
 TEST(Relay, AnswersWithTheIdOfTheRequest) {
   RelayWorld world;
   world.begin();
-  EXPECT_THAT(world.ask(queryStatus), ElementsAre(running));
+  EXPECT_THAT(world.ask(queryStatus), ElementsAre(isRunning));
   EXPECT_THAT(world.ask(R"({"execute": "cont", "id": {"a": [1, null]}})"),
               ElementsAre("{\"return\": {}, \"id\": {\"a\": [1, null]}}\r\n"));
 }
@@ -142,7 +141,7 @@ TEST(Relay, TakesNoOtherAnswerForTheOneThatIsAwaited) {
   world.qemuSays(R"({"return": {}, "id": 77})");
   EXPECT_THAT(world.heard(), IsEmpty());
   world.qemuGoes();
-  EXPECT_THAT(world.heard(), ElementsAre(running));
+  EXPECT_THAT(world.heard(), ElementsAre(isRunning));
 }
 
 TEST(Relay, PassesOnNoEvents) {
@@ -207,7 +206,7 @@ TEST(Relay, AsksQemuOneThingAtATime) {
   EXPECT_EQ(world.qemu.asked().size(), 2U);
   world.qemuGoes();
   EXPECT_EQ(world.qemu.asked().size(), 3U);
-  EXPECT_THAT(world.heard(), ElementsAre(running, done("cont")));
+  EXPECT_THAT(world.heard(), ElementsAre(isRunning, done("cont")));
 }
 
 TEST(Relay, ShowsItsOwnEndsOfTheCharacterDevices) {
@@ -248,7 +247,7 @@ TEST(Relay, GoesOnAfterAnAnswerThatIsNoQmp) {
   world.qemuSays("{\"return\": \"\\u0000\", \"id\": 1}");
   EXPECT_THAT(world.heard(), ElementsAre(HasSubstr("QEMU's answer is no QMP")));
   world.qemuGoes();
-  EXPECT_THAT(world.ask(queryStatus), ElementsAre(running));
+  EXPECT_THAT(world.ask(queryStatus), ElementsAre(isRunning));
 }
 
 TEST(Relay, LetsTheAgentSendWhatIsNoRequest) {
@@ -256,7 +255,7 @@ TEST(Relay, LetsTheAgentSendWhatIsNoRequest) {
   world.begin();
   for (const char* const text : {"{", "[]", "{\"execute\": 1}", "\xff"})
     EXPECT_THAT(world.ask(text), IsEmpty());
-  EXPECT_THAT(world.ask(queryStatus), ElementsAre(running));
+  EXPECT_THAT(world.ask(queryStatus), ElementsAre(isRunning));
 }
 
 // Descriptors.

@@ -7,7 +7,9 @@
 namespace shim {
 namespace {
 
+using fakes::done;
 using fakes::FakeQemu;
+using fakes::queryStatus;
 using fakes::RelayWorld;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
@@ -20,12 +22,9 @@ using testing::Pair;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
 constexpr char silence[] =
     "{\"id\": \"status\", \"error\": {\"class\": \"GenericError\", \"desc\": \"QEMU does not "
     "answer\"}}\r\n";
-
-std::string done(const std::string& id) { return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n"; }
 
 // A world whose QEMU has been silent for longer than it may.
 class StalledQemu : public testing::Test {

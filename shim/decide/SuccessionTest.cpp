@@ -8,7 +8,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr Time start{5'000};
+constexpr Time gone{5'000};
 
 TEST(Succession, IsForADaemonThatIsGone) {
   EXPECT_FALSE(Succession(true).mayBeTakenOver());
@@ -29,38 +29,38 @@ TEST(Succession, IsForOneDaemonAtATime) {
 TEST(Succession, EndsTheGuestWhoseSuccessorIsGoneWhileTheDaemonLives) {
   Succession succession(false);
   succession.takenOver();
-  succession.successorGone(start);
-  EXPECT_EQ(succession.deadline(), start + seconds(1));
-  EXPECT_FALSE(succession.timePassed(start + milliseconds(999)));
-  EXPECT_TRUE(succession.timePassed(start + seconds(1)));
-  EXPECT_FALSE(succession.timePassed(start + seconds(2)));
+  succession.successorGone(gone);
+  EXPECT_EQ(succession.deadline(), gone + seconds(1));
+  EXPECT_FALSE(succession.timePassed(gone + milliseconds(999)));
+  EXPECT_TRUE(succession.timePassed(gone + seconds(1)));
+  EXPECT_FALSE(succession.timePassed(gone + seconds(2)));
   EXPECT_EQ(succession.deadline(), std::nullopt);
 }
 
 TEST(Succession, LeavesTheGuestWhoseDaemonIsSeenToEndJustAfterItsSuccessor) {
   Succession succession(false);
   succession.takenOver();
-  succession.successorGone(start);
+  succession.successorGone(gone);
   succession.daemonEnded();
   EXPECT_EQ(succession.deadline(), std::nullopt);
-  EXPECT_FALSE(succession.timePassed(start + seconds(1'000)));
+  EXPECT_FALSE(succession.timePassed(gone + seconds(1'000)));
 }
 
 TEST(Succession, LeavesTheGuestWhoseDaemonEndsBeforeItsSuccessor) {
   Succession succession(false);
   succession.takenOver();
   succession.daemonEnded();
-  succession.successorGone(start);
-  EXPECT_FALSE(succession.timePassed(start + seconds(1'000)));
+  succession.successorGone(gone);
+  EXPECT_FALSE(succession.timePassed(gone + seconds(1'000)));
 }
 
 TEST(Succession, IsNoLongerAtStakeOnceTakenOverAnew) {
   Succession succession(false);
   succession.takenOver();
-  succession.successorGone(start);
+  succession.successorGone(gone);
   succession.daemonEnded();
   succession.takenOver();
-  EXPECT_FALSE(succession.timePassed(start + seconds(1'000)));
+  EXPECT_FALSE(succession.timePassed(gone + seconds(1'000)));
 }
 
 }  // namespace

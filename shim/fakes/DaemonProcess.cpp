@@ -17,8 +17,6 @@ namespace shim::fakes {
 
 namespace {
 
-constexpr int lookAgain = 5;  // milliseconds
-
 void report(int to, int value) {
   if (write(to, &value, sizeof value) != sizeof value) _exit(EXIT_FAILURE);
 }
@@ -95,11 +93,7 @@ std::vector<pid_t> qemusWith(const std::string& text) {
 }
 
 bool comeToBe(size_t count, const std::string& text) {
-  for (int waited = 0; waited < amplePatience; waited += lookAgain) {
-    if (qemusWith(text).size() == count) return true;
-    poll(nullptr, 0, lookAgain);
-  }
-  return false;
+  return comesTrue([&] { return qemusWith(text).size() == count; });
 }
 
 }  // namespace shim::fakes

@@ -10,6 +10,12 @@
 
 namespace shim::fakes {
 
+// What the agent asks QEMU for now and then, and what it is told when something was done.
+inline constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
+inline std::string done(const std::string& id) {
+  return "{\"return\": {}, \"id\": \"" + id + "\"}\r\n";
+}
+
 class RelayWorld {
  public:
   explicit RelayWorld(const std::vector<std::string>& cards = {"net0", "net1"});

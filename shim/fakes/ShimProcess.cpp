@@ -24,16 +24,6 @@ namespace {
 
 constexpr int lookAgain = 5;  // milliseconds
 
-// What nothing tells of is looked at again and again.
-template <class Condition>
-bool comesTrue(const Condition& condition) {
-  for (int waited = 0; waited < amplePatience; waited += lookAgain) {
-    if (condition()) return true;
-    poll(nullptr, 0, lookAgain);
-  }
-  return condition();
-}
-
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -54,6 +44,14 @@ sockaddr_un addressOf(const std::string& path) {
 }
 
 }  // namespace
+
+bool comesTrue(const std::function<bool()>& condition) {
+  for (int waited = 0; waited < amplePatience; waited += lookAgain) {
+    if (condition()) return true;
+    poll(nullptr, 0, lookAgain);
+  }
+  return condition();
+}
 
 std::vector<std::string> agentArguments(const std::string& name, const std::string& monitorPath,
                                         const std::string& disk, int cards) {
@@ -102,7 +100,7 @@ ShimProcess::~ShimProcess() {
 
 pid_t ShimProcess::qemu() const {
   const std::string pid = std::to_string(pid_);
-  return std::atoi(contentOf("/proc/" + pid + "/task/" + pid + "/children").c_str());
+  return std::atoi(rt::fakes::contentOf("/proc/" + pid + "/task/" + pid + "/children").c_str());
 }
 
 void ShimProcess::signal(int number) const { signalProcess(pid_, number); }
@@ -213,7 +211,7 @@ bool ends(pid_t pid) {
 }
 
 bool comesToHold(const std::string& path, const std::string& text) {
-  return comesTrue([&] { return contentOf(path).find(text) != std::string::npos; });
+  return comesTrue([&] { return rt::fakes::contentOf(path).find(text) != std::string::npos; });
 }
 
 }  // namespace shim::fakes

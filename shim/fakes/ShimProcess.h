@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ namespace shim::fakes {
 
 // How long anything may take on a busy machine, in milliseconds.
 inline constexpr int amplePatience = 20'000;
+
+// Whether it becomes so in time. For what nothing tells of: it is looked at again and again.
+bool comesTrue(const std::function<bool()>& condition);
 
 // The agent's command line for a VM of that name, with so many cards.
 std::vector<std::string> agentArguments(const std::string& name, const std::string& monitorPath,

@@ -91,7 +91,7 @@ class ShimWorld : public testing::Test {
     return rt::Descriptor(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   }
 
-  const TestFolder folder;
+  const rt::fakes::TestFolder folder;
 };
 
 }  // namespace shim::fakes

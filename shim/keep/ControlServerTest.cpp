@@ -26,9 +26,9 @@ constexpr char greeting[] =
     "{\"shim\":1,\"vm\":\"guest0\",\"pid\":100,\"qemu\":101,"
     "\"state\":\"running\"}";
 
-class Control : public testing::Test {
+class ControlServerTest : public testing::Test {
  protected:
-  Control()
+  ControlServerTest()
       : server(folder / "shim.sock",
                {[] {
                   return control::greetingLine(
@@ -90,13 +90,13 @@ class Control : public testing::Test {
   ControlServer server;
 };
 
-TEST_F(Control, GreetsWhoConnects) {
+TEST_F(ControlServerTest, GreetsWhoConnects) {
   const auto client = connected();
   EXPECT_THAT(heard(*client), ElementsAre(greeting));
   EXPECT_EQ(rt::fakes::modeOf(folder / "shim.sock"), 0660);
 }
 
-TEST_F(Control, SpeaksVersion1AsItWasShipped) {
+TEST_F(ControlServerTest, SpeaksVersion1AsItWasShipped) {
   const auto client = connected();
   std::vector<std::string> heardLines = heard(*client);
   std::ifstream in(VMAGENT_TEST_DATA "/shim/protocol-1.jsonl");
@@ -120,7 +120,7 @@ TEST_F(Control, SpeaksVersion1AsItWasShipped) {
   EXPECT_EQ(stops, 3);
 }
 
-TEST_F(Control, AnswersSeveralClientsEachByItself) {
+TEST_F(ControlServerTest, AnswersSeveralClientsEachByItself) {
   const auto first = connected();
   const auto second = connected();
   heard(*second);
@@ -129,7 +129,7 @@ TEST_F(Control, AnswersSeveralClientsEachByItself) {
   EXPECT_THAT(heard(*second), IsEmpty());
 }
 
-TEST_F(Control, AnswersWhoHasSentItsLastRequest) {
+TEST_F(ControlServerTest, AnswersWhoHasSentItsLastRequest) {
   const auto client = connected();
   heard(*client);
   client->send({"{\"status\":{}}\n", {}});
@@ -138,7 +138,7 @@ TEST_F(Control, AnswersWhoHasSentItsLastRequest) {
   EXPECT_TRUE(client->isClosed());
 }
 
-TEST_F(Control, SaysOfItsSocketThatItIsTheControlSocket) {
+TEST_F(ControlServerTest, SaysOfItsSocketThatItIsTheControlSocket) {
   const std::string path = folder / "taken";
   std::ofstream(path) << "mine";
   try {
@@ -149,7 +149,7 @@ TEST_F(Control, SaysOfItsSocketThatItIsTheControlSocket) {
   }
 }
 
-TEST_F(Control, HeedsWhoAsksAndLeavesAtOnce) {
+TEST_F(ControlServerTest, HeedsWhoAsksAndLeavesAtOnce) {
   const std::string stop = control::stopLine(Duration(15'000));
   {
     const rt::Descriptor client = connectionTo(folder / "shim.sock");
@@ -165,7 +165,7 @@ TEST_F(Control, HeedsWhoAsksAndLeavesAtOnce) {
   EXPECT_EQ(stops, 2);
 }
 
-TEST_F(Control, TellsAllOfTheEnd) {
+TEST_F(ControlServerTest, TellsAllOfTheEnd) {
   const auto first = connected();
   const auto second = connected();
   heard(*first);
@@ -175,7 +175,7 @@ TEST_F(Control, TellsAllOfTheEnd) {
   EXPECT_THAT(heard(*second), ElementsAre("{\"end\":{\"exit\":0}}"));
 }
 
-TEST_F(Control, DropsWhoIsNeverUnderstood) {
+TEST_F(ControlServerTest, DropsWhoIsNeverUnderstood) {
   const auto client = connected();
   heard(*client);
   for (int i = 0; i < ControlServer::mostMistakes; ++i)
@@ -184,7 +184,7 @@ TEST_F(Control, DropsWhoIsNeverUnderstood) {
   EXPECT_EQ(stops, 0);
 }
 
-TEST_F(Control, DropsWhoSendsALineWithoutAnEnd) {
+TEST_F(ControlServerTest, DropsWhoSendsALineWithoutAnEnd) {
   const auto client = connected();
   heard(*client);
   client->send({std::string(2 * ControlServer::longestRequest, 'x'), {}});
@@ -195,7 +195,7 @@ TEST_F(Control, DropsWhoSendsALineWithoutAnEnd) {
   EXPECT_TRUE(client->isClosed());
 }
 
-TEST_F(Control, DropsWhoDoesNotReadItsAnswers) {
+TEST_F(ControlServerTest, DropsWhoDoesNotReadItsAnswers) {
   const auto client = connected();
   const auto other = connected();
   heard(*other);
@@ -209,7 +209,7 @@ TEST_F(Control, DropsWhoDoesNotReadItsAnswers) {
   EXPECT_THAT(ask(*other, R"({"status":{}})"), SizeIs(1));
 }
 
-TEST_F(Control, MakesRoomByDroppingTheOneThatWasIdleForLongest) {
+TEST_F(ControlServerTest, MakesRoomByDroppingTheOneThatWasIdleForLongest) {
   std::vector<std::unique_ptr<Wire>> clients;
   for (size_t i = 0; i < ControlServer::mostClients; ++i) clients.push_back(connected());
   heard(*clients[0]);
@@ -221,7 +221,7 @@ TEST_F(Control, MakesRoomByDroppingTheOneThatWasIdleForLongest) {
   EXPECT_THAT(ask(*clients[0], R"({"status":{}})"), SizeIs(1));
 }
 
-TEST_F(Control, KeepsWhoIsToStayHoweverIdle) {
+TEST_F(ControlServerTest, KeepsWhoIsToStayHoweverIdle) {
   const auto kept = connected();
   heard(*kept);
   server.keep(1);
@@ -231,7 +231,7 @@ TEST_F(Control, KeepsWhoIsToStayHoweverIdle) {
   EXPECT_THAT(ask(*kept, R"({"status":{}})"), SizeIs(1));
 }
 
-TEST_F(Control, KnowsWhoIsGone) {
+TEST_F(ControlServerTest, KnowsWhoIsGone) {
   auto client = connected();
   EXPECT_TRUE(server.isConnected(1));
   client.reset();

@@ -21,7 +21,7 @@ using testing::HasSubstr;
 constexpr std::string_view plainQcow2("QFI\xfb\0\0\0\3", 8);
 constexpr std::string_view backedQcow2("QFI\xfb\0\0\0\3\0\0\0\0\0\0\1\0", 16);
 
-class OpenedImage : public testing::Test {
+class DiskImageOpened : public testing::Test {
  protected:
   Drive disk(std::string_view head = "") const { return {made(head)}; }
   Drive cd() const { return {made(""), true}; }
@@ -46,7 +46,7 @@ class OpenedImage : public testing::Test {
   const rt::fakes::TestFolder folder;
 };
 
-TEST_F(OpenedImage, OfADiskIsTwoDescriptorsOneToWriteAndOneToRead) {
+TEST_F(DiskImageOpened, OfADiskIsTwoDescriptorsOneToWriteAndOneToRead) {
   const DiskImage image = openDiskImage(disk(), ImageFormat::raw);
   EXPECT_EQ(image.format, ImageFormat::raw);
   EXPECT_FALSE(image.isBlockDevice);
@@ -57,13 +57,13 @@ TEST_F(OpenedImage, OfADiskIsTwoDescriptorsOneToWriteAndOneToRead) {
     EXPECT_EQ(fcntl(each.number(), F_GETFD), FD_CLOEXEC);
 }
 
-TEST_F(OpenedImage, OfACdIsOneToRead) {
+TEST_F(DiskImageOpened, OfACdIsOneToRead) {
   const DiskImage image = openDiskImage(cd(), ImageFormat::raw);
   ASSERT_EQ(image.descriptors.size(), 1U);
   EXPECT_EQ(modeOf(image.descriptors[0]), O_RDONLY);
 }
 
-TEST_F(OpenedImage, LeavesNoOtherDescriptor) {
+TEST_F(DiskImageOpened, LeavesNoOtherDescriptor) {
   const Drive drive = disk();
   const int before = dup(0);
   close(before);
@@ -73,11 +73,11 @@ TEST_F(OpenedImage, LeavesNoOtherDescriptor) {
   EXPECT_EQ(after, before);
 }
 
-TEST_F(OpenedImage, ThatWasNamedRawIsRawWhateverItsGuestWroteIntoIt) {
+TEST_F(DiskImageOpened, ThatWasNamedRawIsRawWhateverItsGuestWroteIntoIt) {
   EXPECT_EQ(openDiskImage(disk(backedQcow2), ImageFormat::raw).format, ImageFormat::raw);
 }
 
-TEST_F(OpenedImage, ThatWasNamedQcow2NeedsNoSecondFile) {
+TEST_F(DiskImageOpened, ThatWasNamedQcow2NeedsNoSecondFile) {
   EXPECT_EQ(openDiskImage(disk(plainQcow2), ImageFormat::qcow2).format, ImageFormat::qcow2);
   EXPECT_EQ(refusal(disk(backedQcow2), ImageFormat::qcow2),
             "the disk image '" + (folder / "image") +
@@ -86,7 +86,7 @@ TEST_F(OpenedImage, ThatWasNamedQcow2NeedsNoSecondFile) {
   EXPECT_THAT(refusal(disk(), ImageFormat::qcow2), HasSubstr("must be qcow2"));
 }
 
-TEST_F(OpenedImage, ThatOthersMayWriteIsNoQcow2) {
+TEST_F(DiskImageOpened, ThatOthersMayWriteIsNoQcow2) {
   const Drive drive = disk(plainQcow2);
   for (const mode_t mode : {0620U, 0602U}) {
     ASSERT_EQ(chmod(drive.path.c_str(), mode), 0);
@@ -100,24 +100,24 @@ TEST_F(OpenedImage, ThatOthersMayWriteIsNoQcow2) {
   EXPECT_THAT(refusal(drive, ImageFormat::qcow2), HasSubstr("nobody but root may write"));
 }
 
-TEST_F(OpenedImage, OfWhichNothingIsSaidIsRawAndNeverGuessed) {
+TEST_F(DiskImageOpened, OfWhichNothingIsSaidIsRawAndNeverGuessed) {
   EXPECT_EQ(openDiskImage(disk(), std::nullopt).format, ImageFormat::raw);
   EXPECT_THAT(refusal(disk(plainQcow2)), HasSubstr("VMAGENT_IMAGE_FORMAT must say"));
 }
 
-TEST_F(OpenedImage, ThatIsNoFileIsNotOpened) {
+TEST_F(DiskImageOpened, ThatIsNoFileIsNotOpened) {
   ASSERT_EQ(mkfifo((folder / "fifo").c_str(), 0600), 0);
   for (const std::string& each : {folder / "fifo", folder.path(), std::string("/dev/null")})
     EXPECT_EQ(refusal({each}), "the disk image '" + each +
                                    "' is refused: it must be a regular file or a block device");
 }
 
-TEST_F(OpenedImage, ThatIsMissingIsToldWithTheReason) {
+TEST_F(DiskImageOpened, ThatIsMissingIsToldWithTheReason) {
   EXPECT_EQ(refusal({"/nowhere/disk.img"}),
             "the disk image '/nowhere/disk.img' cannot be opened: No such file or directory");
 }
 
-TEST_F(OpenedImage, IsThatFileWhateverTakesItsPlace) {
+TEST_F(DiskImageOpened, IsThatFileWhateverTakesItsPlace) {
   const DiskImage image = openDiskImage(disk("first"), ImageFormat::raw);
   std::filesystem::remove(folder / "image");
   made("other");
@@ -126,7 +126,7 @@ TEST_F(OpenedImage, IsThatFileWhateverTakesItsPlace) {
   EXPECT_EQ(std::string_view(head, sizeof head), "first");
 }
 
-TEST_F(OpenedImage, IsKnownToQemuByASetOfItsOwn) {
+TEST_F(DiskImageOpened, IsKnownToQemuByASetOfItsOwn) {
   const std::vector<Drive> drives{{"/a"}, {"/b", true}};
   std::vector<DiskImage> images(2);
   images[0].descriptors.resize(2);

@@ -1,13 +1,100 @@
+// The agent's socket, made by the shim or handed over.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
+#include <fstream>
 
 #include "runtime/fakes/TestFolder.h"
+#include "shim/base/Failure.h"
 #include "shim/keep/ListeningSocket.h"
 
 namespace shim {
 namespace {
 
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
+using rt::fakes::TestFolder;
 using testing::ElementsAre;
+using testing::HasSubstr;
+
+bool canConnect(const std::string& path) {
+  const rt::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
+  const TestFolder folder;
+  {
+    ListeningSocket socket(folder / "m", "monitor");
+    EXPECT_TRUE(canConnect(folder / "m"));
+    EXPECT_EQ(modeOf(folder / "m"), 0660);
+    EXPECT_TRUE(socket.accept());
+    EXPECT_FALSE(socket.accept());
+  }
+  EXPECT_EQ(modeOf(folder / "m"), -1);
+}
+
+TEST(ListeningSocket, DoesNotSpeakOfWhomItCannotTakeAgainAndAgain) {
+  const TestFolder folder;
+  ListeningSocket socket(folder / "m", "monitor");
+  const int number = socket.number();
+  const rt::Descriptor client = connectionTo(folder / "m");
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_FALSE(socket.accept());
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(socket.number(), -1);
+  EXPECT_EQ(socket.number(), number);
+  EXPECT_TRUE(socket.accept());
+  EXPECT_FALSE(socket.accept());
+  EXPECT_EQ(socket.number(), number) << "nobody waits";
+}
+
+TEST(ListeningSocket, TakesThePlaceOfOneThatIsLeftOver) {
+  const TestFolder folder;
+  const ListeningSocket first(folder / "m", "monitor");
+  ListeningSocket second(folder / "m", "monitor");
+  EXPECT_TRUE(canConnect(folder / "m"));
+  EXPECT_TRUE(second.accept());
+}
+
+TEST(ListeningSocket, RemovesNoOthers) {
+  const TestFolder folder;
+  const ListeningSocket first(folder / "m", "monitor");
+  const ListeningSocket second(folder / "m", "monitor");
+  first.remove();
+  EXPECT_TRUE(canConnect(folder / "m"));
+}
+
+TEST(ListeningSocket, TakesThePlaceOfNoOtherFile) {
+  const TestFolder folder;
+  std::ofstream(folder / "m") << "precious";
+  try {
+    const ListeningSocket socket(folder / "m", "monitor");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is taken by what is no socket: remove it"));
+  }
+  EXPECT_EQ(contentOf(folder / "m"), "precious");
+}
+
+TEST(ListeningSocket, IsRefusedAPathThatIsTooLong) {
+  try {
+    const ListeningSocket socket("/" + std::string(107, 'x'), "monitor");
+    FAIL();
+  } catch (const Failure& failure) {
+    EXPECT_THAT(failure.what(), HasSubstr("is too long: it must have at most 107 characters"));
+  }
+}
 
 // What a daemon hands over: a descriptor of a socket that listens at a path.
 class InheritedListener : public testing::Test {

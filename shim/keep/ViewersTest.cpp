@@ -15,9 +15,9 @@ using rt::fakes::TestFolder;
 using testing::EndsWith;
 using testing::HasSubstr;
 
-class ConsoleViewers : public testing::Test {
+class ViewersTest : public testing::Test {
  protected:
-  ConsoleViewers() {
+  ViewersTest() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) std::abort();
     guest.reset(ends[0]);
@@ -85,7 +85,7 @@ class ConsoleViewers : public testing::Test {
   std::unique_ptr<Console> console;
 };
 
-TEST_F(ConsoleViewers, AllSeeWhatTheGuestWrites) {
+TEST_F(ViewersTest, AllSeeWhatTheGuestWrites) {
   const rt::Descriptor first = viewer();
   const rt::Descriptor second = viewer();
   guestWrites("login:\xff\r\n");
@@ -94,14 +94,14 @@ TEST_F(ConsoleViewers, AllSeeWhatTheGuestWrites) {
   EXPECT_EQ(rt::fakes::modeOf(folder / "console.sock"), 0660);
 }
 
-TEST_F(ConsoleViewers, WhoComeLateSeeTheNewest) {
+TEST_F(ViewersTest, WhoComeLateSeeTheNewest) {
   guestWrites(std::string(200'000, 'x') + "end");
   const std::string late = seen(viewer());
   EXPECT_EQ(late.size(), Replay::capacity);
   EXPECT_THAT(late, EndsWith("xend"));
 }
 
-TEST_F(ConsoleViewers, TheFirstThatSendsWrites) {
+TEST_F(ViewersTest, TheFirstThatSendsWrites) {
   const rt::Descriptor reader = viewer();
   const rt::Descriptor writer = viewer();
   type(writer, "root\r\x03");
@@ -110,7 +110,7 @@ TEST_F(ConsoleViewers, TheFirstThatSendsWrites) {
   EXPECT_EQ(seen(reader), "");
 }
 
-TEST_F(ConsoleViewers, TheSecondThatSendsIsToldOnceThatItReads) {
+TEST_F(ViewersTest, TheSecondThatSendsIsToldOnceThatItReads) {
   const rt::Descriptor writer = viewer();
   const rt::Descriptor other = viewer();
   type(writer, "a");
@@ -122,7 +122,7 @@ TEST_F(ConsoleViewers, TheSecondThatSendsIsToldOnceThatItReads) {
   EXPECT_EQ(seen(other), "more");
 }
 
-TEST_F(ConsoleViewers, AnotherMayWriteOnceTheWriterIsGone) {
+TEST_F(ViewersTest, AnotherMayWriteOnceTheWriterIsGone) {
   rt::Descriptor writer = viewer();
   const rt::Descriptor other = viewer();
   type(writer, "a");
@@ -133,7 +133,7 @@ TEST_F(ConsoleViewers, AnotherMayWriteOnceTheWriterIsGone) {
   EXPECT_EQ(guestReads(), "ac");
 }
 
-TEST_F(ConsoleViewers, WhoAskToViewNeverWrite) {
+TEST_F(ViewersTest, WhoAskToViewNeverWrite) {
   const rt::Descriptor reader = viewer();
   type(reader, "view\nroot\r");
   type(reader, "root\r");
@@ -144,13 +144,13 @@ TEST_F(ConsoleViewers, WhoAskToViewNeverWrite) {
   EXPECT_EQ(guestReads(), "a");
 }
 
-TEST_F(ConsoleViewers, MayTypeTheWordView) {
+TEST_F(ViewersTest, MayTypeTheWordView) {
   const rt::Descriptor writer = viewer();
   for (const char* const key : {"v", "i", "e", "w", "\n"}) type(writer, key);
   EXPECT_EQ(guestReads(), "view\n");
 }
 
-TEST_F(ConsoleViewers, TypeBesideTheTerminal) {
+TEST_F(ViewersTest, TypeBesideTheTerminal) {
   const rt::Descriptor writer = viewer();
   type(writer, "a");
   const rt::Descriptor terminal(open(console->terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
@@ -163,7 +163,7 @@ TEST_F(ConsoleViewers, TypeBesideTheTerminal) {
   EXPECT_EQ(got, "ab");
 }
 
-TEST_F(ConsoleViewers, ThatStallAreDroppedAndTheOthersSeeAll) {
+TEST_F(ViewersTest, ThatStallAreDroppedAndTheOthersSeeAll) {
   const rt::Descriptor stalled = viewer();
   const rt::Descriptor other = viewer();
   std::string all;
@@ -176,7 +176,7 @@ TEST_F(ConsoleViewers, ThatStallAreDroppedAndTheOthersSeeAll) {
   EXPECT_FALSE(isDropped(other));
 }
 
-TEST_F(ConsoleViewers, AreSoManyAndNoMore) {
+TEST_F(ViewersTest, AreSoManyAndNoMore) {
   std::vector<rt::Descriptor> viewers;
   for (size_t i = 0; i < Viewers::mostViewers; ++i) viewers.push_back(viewer());
   const rt::Descriptor late = viewer();
@@ -188,7 +188,7 @@ TEST_F(ConsoleViewers, AreSoManyAndNoMore) {
   EXPECT_FALSE(isDropped(next));
 }
 
-TEST_F(ConsoleViewers, TypeNoFasterThanTheGuestTakes) {
+TEST_F(ViewersTest, TypeNoFasterThanTheGuestTakes) {
   const rt::Descriptor writer = viewer();
   size_t typed = 0;
   for (int i = 0; i < 100'000; ++i) {
@@ -202,7 +202,7 @@ TEST_F(ConsoleViewers, TypeNoFasterThanTheGuestTakes) {
   EXPECT_EQ(got.size(), typed);
 }
 
-TEST_F(ConsoleViewers, MayComeAndGo) {
+TEST_F(ViewersTest, MayComeAndGo) {
   for (int i = 0; i < 100; ++i) {
     const rt::Descriptor one = viewer();
     type(one, "x");

@@ -7,13 +7,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class OfALedger : public testing::Test {
+class LedgerTest : public testing::Test {
  protected:
   Time now = 100s;
   Ledger ledger{[this] { return now; }};
 };
 
-TEST_F(OfALedger, AGuestMayEndForWhatWasDoneSinceItBegan) {
+TEST_F(LedgerTest, AGuestMayEndForWhatWasDoneSinceItBegan) {
   EXPECT_FALSE(ledger.causeOfEnd("vm1", 90s));
   ledger.mayEnd("vm1", "it is killed");
   EXPECT_EQ(ledger.causeOfEnd("vm1", 90s), "it is killed");
@@ -21,7 +21,7 @@ TEST_F(OfALedger, AGuestMayEndForWhatWasDoneSinceItBegan) {
   EXPECT_FALSE(ledger.causeOfEnd("vm1", 110s));
 }
 
-TEST_F(OfALedger, WhoWasAskedToEndComesBackAndWhoFellStands) {
+TEST_F(LedgerTest, WhoWasAskedToEndComesBackAndWhoFellStands) {
   ledger.askToEnd("vm1", "it is restarted");
   EXPECT_TRUE(ledger.wasAskedToEnd("vm1", 90s));
   EXPECT_FALSE(ledger.wasAskedToEnd("vm1", 101s));
@@ -33,7 +33,7 @@ TEST_F(OfALedger, WhoWasAskedToEndComesBackAndWhoFellStands) {
   EXPECT_FALSE(ledger.standsBecause("vm1"));
 }
 
-TEST_F(OfALedger, WhoIsSwitchedOffAndOnAtOnceMayStandOn) {
+TEST_F(LedgerTest, WhoIsSwitchedOffAndOnAtOnceMayStandOn) {
   ledger.wantedIs("vm1", true);
   ledger.handleEnd("vm1", "it was killed", true);
   ledger.wantedIs("vm1", false);
@@ -46,7 +46,7 @@ TEST_F(OfALedger, WhoIsSwitchedOffAndOnAtOnceMayStandOn) {
   EXPECT_FALSE(ledger.standsBecause("vm1"));
 }
 
-TEST_F(OfALedger, AVmIsCalmSinceItWasTouchedLast) {
+TEST_F(LedgerTest, AVmIsCalmSinceItWasTouchedLast) {
   ledger.touch("vm1");
   now += 5s;
   EXPECT_EQ(ledger.calmFor("vm1"), 5s);

@@ -71,6 +71,7 @@ std::optional<Record> MemoryStore::record(const rt::String& table, const rt::Str
 }
 
 bool MemoryStore::hasRemoved(const rt::String& table, const rt::String& key, const Origin& origin) {
+  if (data_->failsLooks) throw Error(Trouble::locked, "somebody has it");
   requireSoundName(table, key);
   requireTables({table}, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
@@ -98,6 +99,7 @@ Changes MemoryStore::changes(const Cursor& since) {
 }
 
 void MemoryStore::commit(const Transaction& transaction) {
+  if (data_->failsCommits) throw Error(Trouble::full, "there is no space left");
   requireSound(transaction, half_, isStatus_);
   const std::lock_guard held(data_->mutex);
   require(transaction);

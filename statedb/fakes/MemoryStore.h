@@ -28,7 +28,9 @@ struct MemoryData {
   std::map<std::pair<rt::String, rt::String>, uint64_t> removals;    // the last of each
   uint64_t sequence = 0;
   uint64_t trimmedTo = 0;
-  std::set<int> bells;  // the users' eventfds
+  std::set<int> bells;        // the users' eventfds
+  bool failsLooks = false;    // hasRemoved() throws, for somebody has it locked
+  bool failsCommits = false;  // commit() throws, for there is no space left
 };
 
 class MemoryStore final : public Store {

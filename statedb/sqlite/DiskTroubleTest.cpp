@@ -19,9 +19,9 @@
 namespace statedb::sqlite {
 namespace {
 
-using LockTest = SqliteTest;
+using DiskTroubleLock = SqliteTest;
 
-TEST_F(LockTest, ALockHeldTooLongIsToldAndNothingIsWritten) {
+TEST_F(DiskTroubleLock, ALockHeldTooLongIsToldAndNothingIsWritten) {
   StoreOptions options;
   options.file = fileName();
   options.role = Role::owner;
@@ -38,7 +38,7 @@ TEST_F(LockTest, ALockHeldTooLongIsToldAndNothingIsWritten) {
   put(*store, "a", "1");
 }
 
-TEST_F(LockTest, ReadersAndWatchersAreNotLockedOut) {
+TEST_F(DiskTroubleLock, ReadersAndWatchersAreNotLockedOut) {
   const auto store = open();
   put(*store, "a", "1");
   const Cursor before = store->snapshot({}).cursor;
@@ -49,7 +49,7 @@ TEST_F(LockTest, ReadersAndWatchersAreNotLockedOut) {
   EXPECT_EQ(openClient()->record("vmConfig", "a")->doc, "1");
 }
 
-TEST_F(LockTest, AClientWaitsForAShortLock) {
+TEST_F(DiskTroubleLock, AClientWaitsForAShortLock) {
   open();
   const auto client = openClient();
   Writer holder("lock", fileName());
@@ -77,14 +77,14 @@ class Unprivileged {
   bool changed_ = false;
 };
 
-class DeniedTest : public SqliteTest {
+class DiskTroubleDenied : public SqliteTest {
  protected:
   void modeIs(const std::filesystem::path& path, mode_t mode) const {
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
   }
 };
 
-TEST_F(DeniedTest, ADirectoryThatMayNotBeWrittenIsNamedWithTheWayOut) {
+TEST_F(DiskTroubleDenied, ADirectoryThatMayNotBeWrittenIsNamedWithTheWayOut) {
   modeIs(dir, 0555);
   {
     const Unprivileged somebody;
@@ -97,7 +97,7 @@ TEST_F(DeniedTest, ADirectoryThatMayNotBeWrittenIsNamedWithTheWayOut) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-TEST_F(DeniedTest, AFileThatMayBeReadButNotWrittenNeedsTheDaemonToBeRunning) {
+TEST_F(DiskTroubleDenied, AFileThatMayBeReadButNotWrittenNeedsTheDaemonToBeRunning) {
   put(*open(), "a", "1");
   modeIs(file, 0444);
   modeIs(dir, 0555);
@@ -108,7 +108,7 @@ TEST_F(DeniedTest, AFileThatMayBeReadButNotWrittenNeedsTheDaemonToBeRunning) {
   modeIs(dir, 0755);
 }
 
-TEST_F(DeniedTest, AWriteByOneWhoMayOnlyReadIsDenied) {
+TEST_F(DiskTroubleDenied, AWriteByOneWhoMayOnlyReadIsDenied) {
   const auto store = open();
   put(*store, "a", "1");
   for (const char* ending : {"", "-wal", "-shm"}) modeIs(companion(ending), 0444);
@@ -129,7 +129,7 @@ std::string lockTrouble(const rt::String& lock, Trouble trouble) {
   }
 }
 
-TEST_F(DeniedTest, ALockThatMayNotBeMadeIsNamedWithTheWayOut) {
+TEST_F(DiskTroubleDenied, ALockThatMayNotBeMadeIsNamedWithTheWayOut) {
   modeIs(dir, 0555);
   {
     const Unprivileged somebody;
@@ -140,12 +140,12 @@ TEST_F(DeniedTest, ALockThatMayNotBeMadeIsNamedWithTheWayOut) {
   modeIs(dir, 0755);
 }
 
-TEST_F(DeniedTest, ALockOfANameThatIsTooLongIsToldWithTheReason) {
+TEST_F(DiskTroubleDenied, ALockOfANameThatIsTooLongIsToldWithTheReason) {
   const std::string lock = file.string() + std::string(300, 'x');
   EXPECT_EQ(lockTrouble(lock, Trouble::failed), "cannot lock " + lock + ": File name too long");
 }
 
-TEST_F(DeniedTest, AFileThatMayNotBeReadIsDenied) {
+TEST_F(DiskTroubleDenied, AFileThatMayNotBeReadIsDenied) {
   put(*open(), "a", "1");
   modeIs(file, 0);
   const Unprivileged somebody;
@@ -164,7 +164,7 @@ bool hasPrivateMounts() {
   return false;
 }
 
-class MountTest : public SqliteTest {
+class DiskTroubleMount : public SqliteTest {
  protected:
   void SetUp() override {
     if (!hasPrivateMounts()) return;
@@ -190,7 +190,7 @@ class MountTest : public SqliteTest {
   bool mounted = false;
 };
 
-TEST_F(MountTest, AFullDiskLeavesNothingHalfWrittenAndIsGotOver) {
+TEST_F(DiskTroubleMount, AFullDiskLeavesNothingHalfWrittenAndIsGotOver) {
   if (!mounted) return;
   const auto store = open();
   put(*store, "before", "1");
@@ -219,7 +219,7 @@ TEST_F(MountTest, AFullDiskLeavesNothingHalfWrittenAndIsGotOver) {
 }
 
 // Small commits, as a running system makes them, until the disk has no room for the next.
-TEST_F(MountTest, ADiskThatFillsUpKeepsAllThatWasCommitted) {
+TEST_F(DiskTroubleMount, ADiskThatFillsUpKeepsAllThatWasCommitted) {
   if (!mounted) return;
   const auto store = open();
   int committed = 0;
@@ -234,7 +234,7 @@ TEST_F(MountTest, ADiskThatFillsUpKeepsAllThatWasCommitted) {
   EXPECT_EQ(store->snapshot({}).cursor.sequence, static_cast<uint64_t>(committed));
 }
 
-TEST_F(MountTest, AFullDiskIsToldWhenTheDatabaseIsMade) {
+TEST_F(DiskTroubleMount, AFullDiskIsToldWhenTheDatabaseIsMade) {
   if (!mounted) return;
   fill();
   EXPECT_EQ(troubleOf([&] { open(); }), Trouble::full);
@@ -242,7 +242,7 @@ TEST_F(MountTest, AFullDiskIsToldWhenTheDatabaseIsMade) {
   put(*open(), "a", "1");
 }
 
-TEST_F(MountTest, AReadOnlyDiskIsNamedWithTheWayOut) {
+TEST_F(DiskTroubleMount, AReadOnlyDiskIsNamedWithTheWayOut) {
   if (!mounted) return;
   put(*open(), "a", "1");
   remount(MS_RDONLY);
@@ -256,7 +256,7 @@ TEST_F(MountTest, AReadOnlyDiskIsNamedWithTheWayOut) {
   EXPECT_EQ(open()->record("vmConfig", "a")->doc, "1");
 }
 
-TEST_F(MountTest, ALockOnAReadOnlyDiskIsNamedWithTheWayOut) {
+TEST_F(DiskTroubleMount, ALockOnAReadOnlyDiskIsNamedWithTheWayOut) {
   if (!mounted) return;
   remount(MS_RDONLY);
   EXPECT_EQ(lockTrouble(fileName(), Trouble::readOnly),
@@ -264,7 +264,7 @@ TEST_F(MountTest, ALockOnAReadOnlyDiskIsNamedWithTheWayOut) {
                 ": its file system is read-only; name another directory");
 }
 
-TEST_F(MountTest, WhatIsNotWritableOnAReadOnlyDiskIsToldAsThatAndElseAsDenied) {
+TEST_F(DiskTroubleMount, WhatIsNotWritableOnAReadOnlyDiskIsToldAsThatAndElseAsDenied) {
   if (!mounted) return;
   open();
   EXPECT_EQ(notWritable(fileName()).trouble(), Trouble::denied);
@@ -272,7 +272,7 @@ TEST_F(MountTest, WhatIsNotWritableOnAReadOnlyDiskIsToldAsThatAndElseAsDenied) {
   EXPECT_EQ(notWritable(fileName()).trouble(), Trouble::readOnly);
 }
 
-TEST_F(MountTest, AnEmptyReadOnlyDiskIsNamedToo) {
+TEST_F(DiskTroubleMount, AnEmptyReadOnlyDiskIsNamedToo) {
   if (!mounted) return;
   remount(MS_RDONLY);
   EXPECT_EQ(troubleOf([&] { open(); }), Trouble::readOnly);

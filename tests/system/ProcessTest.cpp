@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "Vm/Monitor/fakes/QmpPeer.h"
+#include "runtime/fakes/TraceRecorder.h"
 #include "tests/system/PrivateMounts.h"
 #include "tests/system/RealWorld.h"
 
@@ -28,6 +29,8 @@ using StatusCode = ChildProcess::StatusCode;
 
 class Processes : public testing::Test, public fakes::RealWorld {
  protected:
+  Processes() : RealWorld(rootFactory) { start(); }
+
   // Switched on, and its QEMU has been told to let the guest run.
   VmConfig::Ptr addRunning(const std::string& name, const std::string& script = "") {
     auto added = addVm(name, script);
@@ -39,6 +42,8 @@ class Processes : public testing::Test, public fakes::RealWorld {
   static std::string linkOf(int descriptor) {
     return fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string();
   }
+  rt::fakes::TraceRecorder traces;
+
   static std::string ownSignals(const std::string& name) {
     std::ifstream file("/proc/self/status");
     for (std::string line; std::getline(file, line);)

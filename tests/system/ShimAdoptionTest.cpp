@@ -14,15 +14,15 @@ namespace {
 
 using fakes::AgentClient;
 using fakes::comesToHold;
-using fakes::contentOf;
 using fakes::DaemonProcess;
 using fakes::exited;
 using fakes::LineClient;
-using fakes::modeOf;
 using fakes::queryStatus;
 using fakes::readUntil;
 using fakes::ShimProcess;
 using fakes::signaled;
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;

@@ -24,9 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 
 using fakes::AgentClient;
-using fakes::contentOf;
 using fakes::exited;
 using fakes::ShimProcess;
+using rt::fakes::contentOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -12,9 +12,9 @@ namespace shim {
 namespace {
 
 using fakes::AgentClient;
-using fakes::contentOf;
 using fakes::queryStatus;
 using fakes::realQemu;
+using rt::fakes::contentOf;
 using testing::HasSubstr;
 using testing::Not;
 

@@ -10,8 +10,8 @@ namespace {
 
 using fakes::AgentClient;
 using fakes::LineClient;
-using fakes::modeOf;
 using fakes::readUntil;
+using rt::fakes::modeOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 

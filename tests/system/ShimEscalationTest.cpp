@@ -9,9 +9,9 @@ namespace shim {
 namespace {
 
 using fakes::AgentClient;
-using fakes::contentOf;
 using fakes::LineClient;
 using fakes::signaled;
+using rt::fakes::contentOf;
 using std::chrono::milliseconds;
 
 // A QEMU that answers, and does nothing of what it is told to; SIGTERM is nothing to it.

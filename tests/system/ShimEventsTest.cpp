@@ -11,8 +11,8 @@ namespace {
 
 using fakes::AgentClient;
 using fakes::comesToHold;
-using fakes::contentOf;
 using fakes::LineClient;
+using rt::fakes::contentOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;

@@ -19,10 +19,10 @@ namespace {
 namespace fs = std::filesystem;
 
 using fakes::AgentClient;
-using fakes::contentOf;
 using fakes::DaemonProcess;
 using fakes::exited;
 using fakes::queryStatus;
+using rt::fakes::contentOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -182,7 +182,7 @@ TEST_F(ShimFiles, LockedByAStrangerAreToldOfWhileTheEndIsWaitedFor) {
     EXPECT_THAT(qemusOfOurs(), IsEmpty());
   }
   EXPECT_TRUE(fakes::comeToBe(1, folder.path())) << "it starts once the lock is free";
-  EXPECT_EQ(fakes::modeOf(file("problem")), -1);
+  EXPECT_EQ(rt::fakes::modeOf(file("problem")), -1);
 }
 
 // A guest runs.

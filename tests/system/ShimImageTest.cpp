@@ -15,9 +15,9 @@ namespace fs = std::filesystem;
 
 using fakes::AgentClient;
 using fakes::comesToHold;
-using fakes::contentOf;
 using fakes::exited;
 using fakes::ShimProcess;
+using rt::fakes::contentOf;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;

@@ -16,12 +16,12 @@ namespace {
 
 using fakes::AgentClient;
 using fakes::becomesReadable;
-using fakes::contentOf;
 using fakes::exited;
-using fakes::modeOf;
 using fakes::queryStatus;
 using fakes::ShimProcess;
 using fakes::signaled;
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
 using testing::HasSubstr;
 using testing::SizeIs;
 using testing::StartsWith;

@@ -154,7 +154,8 @@ TEST_F(ShimProtocol1, LeavesAShimThatADaemonOfThenAsksToStopToDoSo) {
     for (const Entry& entry : conversation("stop-1.jsonl", {})) daemonOfThen.send(entry.raw + "\n");
   }
   expectNothingLeft();
-  EXPECT_THAT(fakes::contentOf(file("shim.log")), HasSubstr("gets 1000 ms to shut itself down"));
+  EXPECT_THAT(rt::fakes::contentOf(file("shim.log")),
+              HasSubstr("gets 1000 ms to shut itself down"));
 }
 
 }  // namespace

@@ -10,10 +10,10 @@ namespace {
 
 using fakes::AgentClient;
 using fakes::comesToHold;
-using fakes::contentOf;
 using fakes::exited;
 using fakes::LineClient;
-using fakes::modeOf;
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
 using testing::HasSubstr;
 using testing::Not;
 

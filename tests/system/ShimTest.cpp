@@ -28,14 +28,14 @@ namespace {
 using fakes::AgentClient;
 using fakes::becomesReadable;
 using fakes::comesToHold;
-using fakes::contentOf;
 using fakes::exited;
-using fakes::modeOf;
 using fakes::queryStatus;
 using fakes::readUntil;
 using fakes::realQemu;
 using fakes::ShimProcess;
 using fakes::signaled;
+using rt::fakes::contentOf;
+using rt::fakes::modeOf;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;

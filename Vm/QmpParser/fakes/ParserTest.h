@@ -19,6 +19,10 @@ namespace Vm::fakes {
 // Each result as "VAL TYPE ID", in order.
 using Results = std::vector<std::string>;
 
+inline constexpr const char* cont = "cont qmpTypeReturn cont";
+inline constexpr const char* hello = "hello qmpTypeQmp hello";
+inline constexpr const char* event = "event qmpTypeEvent invalid";
+
 // Remembers what it reads whenever the response's counter is raised, then calls `onResult`.
 class ResultReader final : public rt::StateMachineOf<ResultReader> {
  public:

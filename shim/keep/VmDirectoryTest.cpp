@@ -1,18 +1,14 @@
-// The files of a VM: its directory, lock, logs and the agent's socket.
+// The directory of a VM, and its lock.
 #include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
+#include <filesystem>
+#include <fstream>
 
 #include "runtime/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
-#include "shim/keep/BoundedLog.h"
-#include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"
 
 namespace shim {
@@ -22,7 +18,6 @@ using rt::fakes::contentOf;
 using rt::fakes::modeOf;
 using rt::fakes::TestFolder;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 // A process that holds what it makes until this goes.
 class Holder {
@@ -238,139 +233,6 @@ TEST(VmLock, OfTheVmIsHeldByWhoInheritedIt) {
   EXPECT_FALSE(next.takeVm());
   child.end();
   EXPECT_TRUE(next.takeVm());
-}
-
-// Logs.
-
-TEST(BoundedLog, KeepsOneOlder) {
-  const TestFolder folder;
-  BoundedLog log(folder / "log", 10);
-  log.write("12345");
-  log.write("67890");
-  EXPECT_EQ(contentOf(folder / "log"), "1234567890");
-  log.write("abc");
-  EXPECT_EQ(contentOf(folder / "log"), "abc");
-  EXPECT_EQ(contentOf(folder / "log.1"), "1234567890");
-  log.write("defghijkl");
-  EXPECT_EQ(contentOf(folder / "log"), "defghijkl");
-  EXPECT_EQ(contentOf(folder / "log.1"), "abc");
-}
-
-TEST(BoundedLog, NeverGrowsBeyondItsBound) {
-  const TestFolder folder;
-  BoundedLog log(folder / "log", 10);
-  log.write(std::string(95, 'x'));
-  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
-  EXPECT_EQ(contentOf(folder / "log.1").size(), 10U);
-}
-
-TEST(BoundedLog, NeverGrowsBeyondItsBoundThoughTheOlderCannotBeReplaced) {
-  const TestFolder folder;
-  std::filesystem::create_directories(folder / "log.1/full");
-  BoundedLog log(folder / "log", 10);
-  log.write(std::string(95, 'x'));
-  EXPECT_EQ(contentOf(folder / "log").size(), 5U);
-}
-
-TEST(BoundedLog, GoesOnWhereTheRunBeforeEnded) {
-  const TestFolder folder;
-  BoundedLog(folder / "log", 10).write("123456");
-  EXPECT_EQ(modeOf(folder / "log"), 0640);
-  BoundedLog log(folder / "log", 10);
-  log.write("7");
-  EXPECT_EQ(contentOf(folder / "log"), "1234567");
-  log.write("8901");
-  EXPECT_EQ(contentOf(folder / "log"), "8901");
-}
-
-TEST(BoundedLog, LosesWhatCannotBeWrittenAndGoesOn) {
-  const TestFolder folder;
-  BoundedLog log(folder / "gone/log", 10);
-  log.write("123");
-  EXPECT_EQ(modeOf(folder / "gone"), -1);
-}
-
-TEST(LogLine, HasItsTimeAndNothingButVisibleText) {
-  EXPECT_THAT(
-      logLine("qemu", "a\x1b[2J\nb c\x7f~\x1f\xc3\xa9\u202e\xff"),
-      MatchesRegex("....-..-..T..:..:..Z qemu: a.x1b.2J.x0ab c.x7f~.x1f\xc3\xa9.u202e.xff\n"));
-}
-
-// The agent's socket.
-
-bool canConnect(const std::string& path) {
-  const rt::Descriptor client(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return connect(client.number(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
-TEST(ListeningSocket, ListensAtOnceAndGoesWithItsOwner) {
-  const TestFolder folder;
-  {
-    ListeningSocket socket(folder / "m", "monitor");
-    EXPECT_TRUE(canConnect(folder / "m"));
-    EXPECT_EQ(modeOf(folder / "m"), 0660);
-    EXPECT_TRUE(socket.accept());
-    EXPECT_FALSE(socket.accept());
-  }
-  EXPECT_EQ(modeOf(folder / "m"), -1);
-}
-
-TEST(ListeningSocket, DoesNotSpeakOfWhomItCannotTakeAgainAndAgain) {
-  const TestFolder folder;
-  ListeningSocket socket(folder / "m", "monitor");
-  const int number = socket.number();
-  const rt::Descriptor client = connectionTo(folder / "m");
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit none{0, before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  EXPECT_FALSE(socket.accept());
-  setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ(socket.number(), -1);
-  EXPECT_EQ(socket.number(), number);
-  EXPECT_TRUE(socket.accept());
-  EXPECT_FALSE(socket.accept());
-  EXPECT_EQ(socket.number(), number) << "nobody waits";
-}
-
-TEST(ListeningSocket, TakesThePlaceOfOneThatIsLeftOver) {
-  const TestFolder folder;
-  const ListeningSocket first(folder / "m", "monitor");
-  ListeningSocket second(folder / "m", "monitor");
-  EXPECT_TRUE(canConnect(folder / "m"));
-  EXPECT_TRUE(second.accept());
-}
-
-TEST(ListeningSocket, RemovesNoOthers) {
-  const TestFolder folder;
-  const ListeningSocket first(folder / "m", "monitor");
-  const ListeningSocket second(folder / "m", "monitor");
-  first.remove();
-  EXPECT_TRUE(canConnect(folder / "m"));
-}
-
-TEST(ListeningSocket, TakesThePlaceOfNoOtherFile) {
-  const TestFolder folder;
-  std::ofstream(folder / "m") << "precious";
-  try {
-    const ListeningSocket socket(folder / "m", "monitor");
-    FAIL();
-  } catch (const Failure& failure) {
-    EXPECT_THAT(failure.what(), HasSubstr("is taken by what is no socket: remove it"));
-  }
-  EXPECT_EQ(contentOf(folder / "m"), "precious");
-}
-
-TEST(ListeningSocket, IsRefusedAPathThatIsTooLong) {
-  try {
-    const ListeningSocket socket("/" + std::string(107, 'x'), "monitor");
-    FAIL();
-  } catch (const Failure& failure) {
-    EXPECT_THAT(failure.what(), HasSubstr("is too long: it must have at most 107 characters"));
-  }
 }
 
 }  // namespace

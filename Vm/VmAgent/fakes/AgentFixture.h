@@ -25,7 +25,7 @@ std::string refusalOf(const std::function<void()>& work);
 // The names of an entity's attributes in order, read-only ones in brackets.
 std::string listing(const rt::Entity& entity);
 
-class AgentTest : public testing::Test, public fakes::AgentWorld {
+class AgentFixture : public testing::Test, public fakes::AgentWorld {
  protected:
   const rt::Ptr<fakes::EffectRecorder> recorder = rt::make<fakes::EffectRecorder>(effects);
 

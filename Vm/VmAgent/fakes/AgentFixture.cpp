@@ -1,4 +1,4 @@
-#include "Vm/VmAgent/fakes/AgentTest.h"
+#include "Vm/VmAgent/fakes/AgentFixture.h"
 
 #include <algorithm>
 #include <regex>
@@ -49,12 +49,12 @@ std::string listing(const rt::Entity& entity) {
   return text;
 }
 
-void AgentTest::forget() {
+void AgentFixture::forget() {
   traces.take();
   effects.take();
 }
 
-VmConfig::Ptr AgentTest::addRunning(const std::string& name) {
+VmConfig::Ptr AgentFixture::addRunning(const std::string& name) {
   if (!root->agent()) start();
   auto added = addVm(name);
   added->enabledIs(true);
@@ -63,7 +63,7 @@ VmConfig::Ptr AgentTest::addRunning(const std::string& name) {
   return added;
 }
 
-void AgentTest::endProcess(const std::string& name, int waitStatus) {
+void AgentFixture::endProcess(const std::string& name, int waitStatus) {
   processes.end(pidOf(name), waitStatus);
   turn();
 }
