@@ -1,3 +1,6 @@
+# Builds what "make quick" runs.
+add_custom_target(quick_tests)
+
 if(BUILD_TESTING)
   find_package(GTest REQUIRED)
   include(GoogleTest)
@@ -15,12 +18,14 @@ function(vmagent_test_headers)
 endfunction()
 
 # vmagent_test(NAME <target> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>]
-#              [FILTER <gtest filter>] [ALONE])
+#              [FILTER <gtest filter>] [ALONE] [SLOW])
 #
-# A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim.  ALONE: it
-# needs the machine's processors, so ctest runs no other test beside it.
+# A test program over gtest and gmock.  ctest lists each of its tests as Suite.Claim, with the label
+# "system" where they need root, QEMU and a network of their own, or else "whole": tools/quick.py runs
+# such a program at once.  SLOW: a part of "make test" only.  ALONE: it needs the machine's processors,
+# so ctest runs no other test beside it.
 function(vmagent_test)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "ALONE" "NAME;TIMEOUT;FILTER" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "ALONE;SLOW" "NAME;TIMEOUT;FILTER" "SOURCES;LIBRARIES")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 60)
   endif()
@@ -30,10 +35,19 @@ function(vmagent_test)
   add_executable(${arg_NAME} ${arg_SOURCES})
   target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
   target_precompile_headers(${arg_NAME} REUSE_FROM vmagent_test_headers)
+  vmagent_batch_tests(${arg_NAME})
+  set(label whole)
+  if(arg_SLOW)
+    set(label slow)
+  elseif(CMAKE_CURRENT_SOURCE_DIR MATCHES "/tests/system$")
+    set(label system)
+  else()
+    add_dependencies(quick_tests ${arg_NAME})
+  endif()
   # Listed when ctest starts: a build runs nothing, and a broken program fails the tests only.
   gtest_discover_tests(${arg_NAME}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     TEST_FILTER "${arg_FILTER}"
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} RUN_SERIAL ${arg_ALONE})
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} RUN_SERIAL ${arg_ALONE} LABELS "${label}")
 endfunction()

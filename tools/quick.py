@@ -16,32 +16,33 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-SYSTEM = "tests/system/"  # they need root, QEMU and a network of their own
+LABEL = "whole"  # cmake/VmagentTest.cmake
 PARTS = len(os.sched_getaffinity(0))
 PATIENCE = 300  # seconds, for one part
 NAMED = 5
 
 
 def programs(listing, build):
-    """{program: its working directory}, of ctest's own listing; those that are no Google Test's are
-    left out, for they cannot be cut."""
+    """{program: its working directory}, of ctest's own listing."""
     found = {}
     for test in listing["tests"]:
-        command = test.get("command", [])
-        if not any(word.startswith("--gtest_filter=") for word in command):
-            continue
-        program = os.path.relpath(command[0], build)
-        if program.startswith("..") or any(SYSTEM in word for word in command):
-            continue
         properties = {p["name"]: p["value"] for p in test.get("properties", [])}
-        found[program] = properties.get("WORKING_DIRECTORY", str(build))
+        if LABEL in properties.get("LABELS", []):
+            program = os.path.relpath(test["command"][0], build)
+            found[program] = properties.get("WORKING_DIRECTORY", str(build))
     return found
+
+
+def environment_of(preset):
+    """What CMakePresets.json has tests of that preset run with."""
+    presets = json.loads((ROOT / "CMakePresets.json").read_text())["testPresets"]
+    return next((p.get("environment", {}) for p in presets if p["name"] == preset), {})
 
 
 def run(build, program, directory, part):
     """Returns (program, seconds, what it said if it failed)."""
-    environment = os.environ | {"GTEST_TOTAL_SHARDS": str(PARTS), "GTEST_SHARD_INDEX": str(part),
-                                "GTEST_BRIEF": "1"}
+    environment = os.environ | environment_of(build.name) | {
+        "GTEST_TOTAL_SHARDS": str(PARTS), "GTEST_SHARD_INDEX": str(part), "GTEST_BRIEF": "1"}
     begin = time.monotonic()
     try:
         done = subprocess.run([build / program], cwd=directory, env=environment, text=True,

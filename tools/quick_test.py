@@ -25,7 +25,7 @@ class Quick(unittest.TestCase):
         return str(path)
 
     def entry(self, program, *words):
-        return {"command": [program, *words], "properties": []}
+        return {"command": [program, *words], "properties": [{"name": "LABELS", "value": ["whole"]}]}
 
     def run_with(self, tests):
         """(exit status, what is said)"""
@@ -51,10 +51,9 @@ class Quick(unittest.TestCase):
 
     def test_leaves_out_what_needs_a_machine_and_what_cannot_be_cut(self):
         tests = [self.entry(self.script("host/host_test", "exit 0"), "--gtest_filter=A.1")]
-        for path in ("tests/system/guest_test", "tools/any"):
-            words = ["--gtest_filter=A.1"] if path.startswith("tests") else []
-            tests.append(self.entry(self.script(path, "exit 1"), *words))
-        tests.append(self.entry("/elsewhere/run-in", "tests/system/machine_test", "--gtest_filter=A.1"))
+        for path, properties in (("tests/system/guest_test", [{"name": "LABELS", "value": ["system"]}]),
+                                 ("tools/any", [])):
+            tests.append({"command": [self.script(path, "exit 1")], "properties": properties})
         status, said = self.run_with(tests)
         self.assertEqual(status, 0, said)
         self.assertIn("1 programs passed", said)

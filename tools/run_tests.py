@@ -1,6 +1,7 @@
 #!/usr/bin/env -S python3 -B
-"""Runs ctest with what it is given, and fails if the tests leave anything behind on the machine.
+"""Runs all tests of a preset, and fails if they leave anything behind on the machine.
 
+Those that need no machine are run a program at a time by quick.py, all others by ctest.
 Looked for are processes of theirs, network links, tap nodes, mounts, and files that carry our names.
 """
 
@@ -10,6 +11,10 @@ import os
 import pathlib
 import sys
 import time
+import xml.etree.ElementTree
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+NAMED = 8  # of the slowest tests
 
 # Orphans of a subreaper's descendants become its children, so none can hide.
 PR_SET_CHILD_SUBREAPER = 36
@@ -76,11 +81,29 @@ def left(before, patience):
     return sorted(found)
 
 
-def main(arguments, patience=PATIENCE):
+def commands(preset, jobs, results):
+    """What runs them all. `results` is the file for what ctest found."""
+    return [[str(ROOT / "tools/quick.py"), str(ROOT / "build" / preset)],
+            ["ctest", "--preset", preset, "-LE", "^whole$", "-j", jobs, "--output-junit", results]]
+
+
+def print_slowest(results):
+    """Those that took longest, by the file that ctest wrote."""
+    if not os.path.exists(results):
+        return
+    cases = xml.etree.ElementTree.parse(results).getroot().iter("testcase")
+    seconds = sorted(((float(c.get("time", 0)), c.get("name")) for c in cases), reverse=True)
+    print("run_tests: slowest: " + ", ".join(f"{name} {taken:.0f} s" for taken, name in seconds[:NAMED]))
+
+
+def main(all_commands, patience=PATIENCE):
     if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
         sys.exit(f"run_tests: cannot adopt orphans: {os.strerror(ctypes.get_errno())}")
     before = there()
-    status = run(["ctest", *arguments])
+    status = 0
+    for command in all_commands:
+        sys.stdout.flush()
+        status = run(command) or status
     found = left(before, patience)
     for what in found:
         print(f"run_tests: left behind: {what}", file=sys.stderr)
@@ -90,4 +113,9 @@ def main(arguments, patience=PATIENCE):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    if len(sys.argv) != 3:
+        sys.exit("usage: run_tests.py PRESET JOBS")
+    found_by_ctest = str(ROOT / "build" / sys.argv[1] / "Testing/results.xml")
+    exit_status = main(commands(*sys.argv[1:], found_by_ctest))
+    print_slowest(found_by_ctest)
+    sys.exit(exit_status)

@@ -33,12 +33,28 @@ class RunTests(unittest.TestCase):
         program.chmod(0o755)
         said = io.StringIO()
         with contextlib.redirect_stdout(said), contextlib.redirect_stderr(said):
-            status = run_tests.main(["--preset", "dev"], patience=patience)
+            status = run_tests.main([["ctest", "--preset", "dev"]], patience=patience)
         return status, said.getvalue()
 
     def test_passes_on_what_ctest_ended_with(self):
         self.assertEqual(self.run_with("exit 0")[0], 0)
         self.assertEqual(self.run_with("exit 8")[0], 8)
+
+    def test_fails_when_any_command_does_and_runs_the_others(self):
+        marks = [["sh", "-c", f"echo {i} >>{self.path}/ran; exit {i}"] for i in (0, 3, 0)]
+        with contextlib.redirect_stdout(io.StringIO()):
+            self.assertEqual(run_tests.main(marks, patience=0.1), 3)
+        self.assertEqual((self.path / "ran").read_text().split(), ["0", "3", "0"])
+
+    def test_names_the_slowest(self):
+        results = self.path / "results.xml"
+        results.write_text('<testsuite><testcase name="A.B" time="1.5"/><testcase name="C.D" time="70.2"/>'
+                           "</testsuite>")
+        said = io.StringIO()
+        with contextlib.redirect_stdout(said):
+            run_tests.print_slowest(str(results))
+            run_tests.print_slowest(str(self.path / "none.xml"))
+        self.assertEqual(said.getvalue(), "run_tests: slowest: C.D 70 s, A.B 2 s\n")
 
     def test_hands_its_arguments_to_ctest(self):
         self.assertEqual(self.run_with('[ "$*" = "--preset dev" ]')[0], 0)

@@ -91,7 +91,7 @@ std::optional<Request> requestFrom(std::string_view text) {
   Request request;
   request.execute = stringOf(json_object_get(root.get(), "execute"));
   const json_t* const id = json_object_get(root.get(), "id");
-  request.id = json_is_string(id) ? quoted(stringOf(id)) : asQemuWrites(id);
+  request.id = json_is_string(id) ? qmp::quoted(stringOf(id)) : asQemuWrites(id);
   request.arguments = compact(arguments);
   request.texts = textsOf(arguments);
   request.up = json_is_true(json_object_get(arguments, "up"));
