@@ -30,7 +30,7 @@ Situation off() {
 }
 
 // One that is wanted and has no process, as far as is known because it ended so.
-Situation ended(EndCause cause, bool isFailure) {
+Situation endedBy(EndCause cause, bool isFailure) {
   Situation vm = off();
   vm.wanted = Wanted::running;
   vm.isStarted = true;
@@ -165,7 +165,7 @@ TEST(VmStateActual, IsRefusedWhereNobodyKnowsWhatIsWantedForTheRowCannotBeRead) 
 
 TEST(VmStateActual, IsRetryingAndSaysWhen) {
   const auto vm =
-      with(ended(EndCause::startFailed, true), [](Situation& v) { v.nextUp = now + 4'000; });
+      with(endedBy(EndCause::startFailed, true), [](Situation& v) { v.nextUp = now + 4'000; });
   EXPECT_EQ(actualOf(vm), Actual::retrying);
   EXPECT_EQ(reasonOf(vm).word, "start-failed");
   EXPECT_EQ(nextOf(vm, "web1").kind, "auto");
@@ -173,7 +173,7 @@ TEST(VmStateActual, IsRetryingAndSaysWhen) {
 }
 
 TEST(VmStateActual, IsCrashedAfterAFailureAndSaysWhatToType) {
-  const auto vm = ended(EndCause::qemuCrashed, true);
+  const auto vm = endedBy(EndCause::qemuCrashed, true);
   EXPECT_EQ(actualOf(vm), Actual::crashed);
   EXPECT_EQ(severityOf(vm), "bad");
   EXPECT_EQ(reasonOf(vm).text, "it ended so");
@@ -181,7 +181,7 @@ TEST(VmStateActual, IsCrashedAfterAFailureAndSaysWhatToType) {
 }
 
 TEST(VmStateActual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
-  const auto vm = ended(EndCause::guestShutdown, false);
+  const auto vm = endedBy(EndCause::guestShutdown, false);
   EXPECT_EQ(actualOf(vm), Actual::stopped);
   EXPECT_EQ(severityOf(vm), "note");
   EXPECT_EQ(reasonOf(vm).word, "guest-shutdown");
@@ -189,7 +189,7 @@ TEST(VmStateActual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
 }
 
 TEST(VmStateActual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
-  Situation vm = ended(EndCause::asked, false);
+  Situation vm = endedBy(EndCause::asked, false);
   vm.wanted = Wanted::stopped;
   EXPECT_EQ(actualOf(vm), Actual::stopped);
   EXPECT_EQ(severityOf(vm), "ok");
