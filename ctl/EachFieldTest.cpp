@@ -3,6 +3,7 @@
 #include "model/Tables.h"
 #include "model/VmFields.h"
 #include "model/VmImage.h"
+#include "model/VmLimits.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -25,6 +26,8 @@ std::string sampleOf(const VmField& field) {
     case VmField::Kind::number:
     case VmField::Kind::mebibytes:
       return "420" + number;
+    case VmField::Kind::processors:
+      return number + ".42";
     case VmField::Kind::text:
       return "text" + number;
     case VmField::Kind::path:
@@ -32,7 +35,7 @@ std::string sampleOf(const VmField& field) {
     case VmField::Kind::macAddr:
       break;
   }
-  return "52:54:00:00:42:0" + number;
+  return "52:54:00:00:42:" + std::string(number.size() == 1 ? "0" : "") + number;
 }
 
 class EachField : public fakes::VmctlFixture {
@@ -41,15 +44,18 @@ class EachField : public fakes::VmctlFixture {
     const auto vm = rt::make<Vm::VmConfig>("web1");
     const auto card = vm->vnicConfigIs("nic00");
     const auto image = rt::make<model::VmImage>("web1");
+    const auto limits = rt::make<model::VmLimits>("web1");
     for (const VmField& field : model::vmFields()) {
       rt::Entity* record = &*vm;
       if (field.isOfCard) record = &*card;
       if (field.table == model::table::vmImage) record = &*image;
+      if (field.table == model::table::vmLimits) record = &*limits;
       EXPECT_TRUE(model::valueIs(*record, field, sampleOf(field))) << field.name;
     }
     image->diskImageIs(vm->diskImage());
     put(model::table::vmConfig, "web1", statedb::documentOf(*vm));
     put(model::table::vmImage, "web1", statedb::documentOf(*image));
+    put(model::table::vmLimits, "web1", statedb::documentOf(*limits));
   }
 };
 

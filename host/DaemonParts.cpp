@@ -45,7 +45,8 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
       configFeed_(rt::make<ConfigFeed>(
           db,
           std::vector<rt::String>{model::table::interface, model::table::vmImage,
-                                  model::table::vmIntent, model::table::vmConfig},
+                                  model::table::vmLimits, model::table::vmIntent,
+                                  model::table::vmConfig},
           [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); },
           ground_.clock)) {
   guests_.begin();
@@ -82,6 +83,10 @@ void DaemonParts::imageIs(const rt::String& vm, const std::optional<statedb::Rec
 }
 
 void DaemonParts::imageIsLost(const rt::String& vm) { guests_.imageIsLost(vm); }
+
+void DaemonParts::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
+  guests_.limitsAre(vm, row);
+}
 
 void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) { guests_.rowIs(vm, row); }
 

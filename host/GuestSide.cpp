@@ -9,6 +9,7 @@ namespace host {
 GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards)
     : ground_(ground),
       imageRows_(ground.db),
+      limitRows_(model::machineLimits()),
       imageLooks_(rt::make<ImageLooks>(
           ImageLooks::Tools{
               .look = model::imageFacts,
@@ -34,6 +35,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .shims = ground.shims,
               .states = *states_,
               .images = images_,
+              .limits = limitRows_,
               .start = ground.start,
               .processes = processes_,
               .waiting = ground.waiting,
@@ -54,6 +56,11 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
       [this](const rt::String& vm, const rt::String& text, ProblemSource source) {
         states_->problemIs(vm, text, source);
       });
+}
+
+void GuestSide::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
+  limitRows_.rowIs(vm, row);
+  supervisor_->limitsAreKnown(vm);
 }
 
 void GuestSide::rowIs(const rt::String& vm, const VmRow* row) {

@@ -3,6 +3,7 @@
 
 #include "host/Ground.h"
 #include "host/StatusOfBefore.h"
+#include "host/database/LimitRows.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/ImageLooks.h"
 #include "host/guests/Images.h"
@@ -28,6 +29,7 @@ class GuestSide {
     images_.rowIs(vm, row);
   }
   void imageIsLost(const rt::String& vm) { images_.rowIsLost(vm); }
+  void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row);
   void rowIs(const rt::String& vm, const VmRow* row);
   void givenUpIs(const rt::String& vm, const rt::String& guest);
 
@@ -41,6 +43,7 @@ class GuestSide {
   const Ground& ground_;
   const KernelGuestProcesses processes_;
   ImageRows imageRows_;
+  LimitRows limitRows_;
   const ImageLooks::Ptr imageLooks_;
   Images images_;
   const VmStates::Ptr states_;

@@ -12,6 +12,7 @@ namespace table {
 // Configuration, written by operators; vmImage by the daemon, too, where nobody has.
 inline constexpr char vmConfig[] = "vmConfig";    // Vm::VmConfig, by the VM's name
 inline constexpr char vmImage[] = "vmImage";      // VmImage, by the VM's name
+inline constexpr char vmLimits[] = "vmLimits";    // VmLimits, by the VM's name
 inline constexpr char vmIntent[] = "vmIntent";    // VmIntent, by the VM's name
 inline constexpr char interface[] = "interface";  // Interface::IntfStatus, by the interface's id
 
@@ -34,11 +35,12 @@ struct Table {
 };
 
 inline constexpr std::array tables{
-    Table{table::vmConfig, false, true},        Table{table::vmImage, false, true},
-    Table{table::vmIntent, false, true},        Table{table::interface, false, false},
-    Table{table::daemon, true, false},          Table{table::vmStatus, true, true},
-    Table{table::vmProcess, true, true},        Table{table::vmProblem, true, true},
-    Table{table::interfaceStatus, true, false}, Table{table::fdb, true, false},
+    Table{table::vmConfig, false, true},   Table{table::vmImage, false, true},
+    Table{table::vmLimits, false, true},   Table{table::vmIntent, false, true},
+    Table{table::interface, false, false}, Table{table::daemon, true, false},
+    Table{table::vmStatus, true, true},    Table{table::vmProcess, true, true},
+    Table{table::vmProblem, true, true},   Table{table::interfaceStatus, true, false},
+    Table{table::fdb, true, false},
 };
 
 // For statedb, which is told which tables are status. One that is not known here is configuration.

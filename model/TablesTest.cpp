@@ -12,12 +12,14 @@ TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
   for (const char* name :
        {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
     EXPECT_TRUE(isStatus(name)) << name;
-  for (const char* name : {"vmConfig", "vmImage", "vmIntent", "interface", "", "vmstatus"})
+  for (const char* name :
+       {"vmConfig", "vmImage", "vmLimits", "vmIntent", "interface", "", "vmstatus"})
     EXPECT_FALSE(isStatus(name)) << name;
 }
 
 TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
-  for (const char* name : {"vmConfig", "vmImage", "vmIntent", "vmStatus", "vmProcess", "vmProblem"})
+  for (const char* name :
+       {"vmConfig", "vmImage", "vmLimits", "vmIntent", "vmStatus", "vmProcess", "vmProblem"})
     EXPECT_TRUE(isOfVms(name)) << name;
   for (const char* name : {"interface", "interfaceStatus", "fdb", "daemon", "vm"})
     EXPECT_FALSE(isOfVms(name)) << name;
@@ -26,7 +28,7 @@ TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
 TEST(Tables, AreListedOnce) {
   std::set<std::string_view> names;
   for (const Table& table : tables) EXPECT_TRUE(names.insert(table.name).second) << table.name;
-  EXPECT_EQ(names.size(), 10U);
+  EXPECT_EQ(names.size(), 11U);
 }
 
 }  // namespace

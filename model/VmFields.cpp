@@ -7,6 +7,7 @@
 
 #include "model/Tables.h"
 #include "model/VmImage.h"
+#include "model/VmLimits.h"
 #include "runtime/base/Check.h"
 #include "runtime/base/Text.h"
 
@@ -18,6 +19,10 @@ using Kind = VmField::Kind;
 
 constexpr std::array<std::string_view, 2> truths{"true", "false"};
 constexpr std::array<std::string_view, 2> formats{"raw", "qcow2"};
+
+Right weightTextRight(std::string_view value, const MachineLimits&) {
+  return weightRight(rt::fromText<uint32_t>(value).value_or(0));
+}
 
 constexpr VmField fields[] = {
     {.table = table::vmConfig,
@@ -68,6 +73,41 @@ constexpr VmField fields[] = {
          [](std::string_view value, const MachineLimits&) {
            return vncPortRight(rt::fromText<uint32_t>(value).value_or(1));
          }},
+    {.table = table::vmLimits,
+     .name = "cpuWeight",
+     .kind = Kind::number,
+     .takesEffectAtOnce = true,
+     .help = "its share of the processors beside other guests; 100 is usual",
+     .form = "must be 1 to 10000; 100 is usual",
+     .right = weightTextRight},
+    {.table = table::vmLimits,
+     .name = "cpuMax",
+     .kind = Kind::processors,
+     .takesEffectAtOnce = true,
+     .help = "processors that it gets at most, such as 0.5; 0: as many as it wants",
+     .form = "must be a number of processors, such as 1.5, or 0 for as many as it wants",
+     .right =
+         [](std::string_view value, const MachineLimits&) {
+           return cpuMaxRight(Processors::fromText(value).value_or(Processors()));
+         }},
+    {.table = table::vmLimits,
+     .name = "memoryReserve",
+     .kind = Kind::mebibytes,
+     .takesEffectAtOnce = true,
+     .help = "memory for its QEMU beyond the usual; in MiB, or with K, M or G",
+     .form = "must be a number of mebibytes, or one with K, M or G behind it that makes whole "
+             "mebibytes",
+     .right =
+         [](std::string_view value, const MachineLimits& limits) {
+           return memoryReserveRight(rt::fromText<uint32_t>(value).value_or(0), limits.memory);
+         }},
+    {.table = table::vmLimits,
+     .name = "ioWeight",
+     .kind = Kind::number,
+     .takesEffectAtOnce = true,
+     .help = "its share of what disks can do beside other guests; 100 is usual",
+     .form = "must be 1 to 10000; 100 is usual",
+     .right = weightTextRight},
     {.table = table::vmConfig,
      .name = "model",
      .isOfCard = true,
@@ -131,6 +171,18 @@ bool valueIs(rt::Entity& record, const VmField& field, const rt::String& typed) 
     return false;
   }
   return true;
+}
+
+std::vector<rt::Problem> fieldProblems(const rt::Entity& record, std::string_view table,
+                                       const MachineLimits& limits) {
+  std::vector<rt::Problem> problems;
+  for (const VmField& field : fields) {
+    if (field.table != table || !field.right) continue;
+    const rt::String value = valueOf(record, field);
+    if (const Right right = field.right(value, limits))
+      problems.push_back({field.name, value, *right});
+  }
+  return problems;
 }
 
 std::optional<uint32_t> mebibytesOf(std::string_view text) {

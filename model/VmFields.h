@@ -15,7 +15,7 @@ namespace model {
 
 struct VmField {
   // What its value is, and so how it is typed.
-  enum class Kind : uint8_t { truth, number, mebibytes, text, path, macAddr };
+  enum class Kind : uint8_t { truth, number, mebibytes, processors, text, path, macAddr };
 
   std::string_view table;  // that it stands in, see Tables.h
   std::string_view name;   // the attribute's, and what it is called in 'vmctl set'
@@ -50,6 +50,11 @@ const VmField* cardFieldNamed(std::string_view name);
 rt::String valueOf(const rt::Entity& record, const VmField& field);
 // Makes it what was typed; false, and nothing is changed, when that is no value of its kind.
 bool valueIs(rt::Entity& record, const VmField& field, const rt::String& typed);
+
+// What is wrong with the fields of a record that is a row of that table, one of configuration but
+// vmConfig.
+std::vector<rt::Problem> fieldProblems(const rt::Entity& record, std::string_view table,
+                                       const MachineLimits& limits);
 
 // "256", "512M", "1.5G" or "1048576K"; nothing when that is no whole number of mebibytes.
 std::optional<uint32_t> mebibytesOf(std::string_view text);

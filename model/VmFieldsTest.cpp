@@ -7,6 +7,7 @@
 #include "model/Tables.h"
 #include "model/VmFields.h"
 #include "model/VmImage.h"
+#include "model/VmLimits.h"
 
 namespace model {
 namespace {
@@ -34,6 +35,7 @@ class VmFields : public testing::Test {
   rt::Entity& recordOf(const VmField& field) {
     if (field.isOfCard) return *card;
     if (field.table == table::vmConfig) return *vm;
+    if (field.table == table::vmLimits) return *limitsOfVm;
     EXPECT_EQ(field.table, table::vmImage) << field.name;
     return *image;
   }
@@ -43,6 +45,7 @@ class VmFields : public testing::Test {
 
   const Vm::VmConfig::Ptr vm = rt::make<Vm::VmConfig>("web1");
   const VmImage::Ptr image = rt::make<VmImage>("web1");
+  const VmLimits::Ptr limitsOfVm = rt::make<VmLimits>("web1");
   Vm::VnicConfig::Ptr card;
 };
 
@@ -119,16 +122,23 @@ TEST_F(VmFields, SayWhatWouldBeRight) {
               Optional(Eq("must be 5900 to 5910, or 0 for no display")));
   EXPECT_THAT(right(*vmFieldNamed("format"), "vmdk"), Optional(Eq("must be raw or qcow2")));
   EXPECT_TRUE(right(*vmFieldNamed("diskImage"), "images/a.img"));
+  EXPECT_TRUE(right(*vmFieldNamed("cpuWeight"), "0"));
+  EXPECT_FALSE(right(*vmFieldNamed("cpuWeight"), "10000"));
+  EXPECT_TRUE(right(*vmFieldNamed("ioWeight"), "10001"));
+  EXPECT_TRUE(right(*vmFieldNamed("cpuMax"), "0.04"));
+  EXPECT_FALSE(right(*vmFieldNamed("cpuMax"), "0"));
+  EXPECT_TRUE(right(*vmFieldNamed("memoryReserve"), "1025"));
+  EXPECT_FALSE(right(*vmFieldNamed("memoryReserve"), "1024"));
   EXPECT_TRUE(right(*cardFieldNamed("model"), "e100"));
   EXPECT_TRUE(right(*cardFieldNamed("macAddr"), "01:00:00:00:00:01"));
   EXPECT_TRUE(right(*cardFieldNamed("intfName"), ""));
 }
 
-TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitch) {
+TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheLimits) {
   std::vector<std::string_view> atOnce;
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
-  EXPECT_THAT(atOnce, ElementsAre("enabled"));
+  EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight"));
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ UNLISTED = ("docs", ".ci")
 OWNED = (
     (r"VMAGENT_(?!VERSION\b|LEVEL\b|VM\b)[A-Z_]+", "guest"),
     (r"(?:shim|console|vnc)\.sock|(?:console|shim)\.log|last-error", "guest"),
-    (r"vm(?:Config|Image|Intent|Status|Process|Problem)|interfaceStatus", "model"),
+    (r"vm(?:Config|Image|Intent|Limits|Status|Process|Problem)|interfaceStatus", "model"),
 )
 SPELLS_ITSELF = ("Vm", "runtime", "netlink")
 

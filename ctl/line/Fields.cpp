@@ -93,13 +93,19 @@ Refusal unknownField(const rt::String& field) {
 
 using Problems = std::vector<rt::Problem>;
 
+rt::Entity& recordOf(const VmRecords& records, std::string_view table) {
+  if (table == model::table::vmImage) return records.image;
+  if (table == model::table::vmLimits) return records.limits;
+  return records.vm;
+}
+
 // Sets a field of the VM itself.
 void assign(const VmRecords& records, const Assignment& assignment,
             const model::MachineLimits& limits, Problems& problems) {
   const model::VmField* const field = model::vmFieldNamed(assignment.field);
   if (!field) throw unknownField(assignment.field);
   const bool isOfConfig = field->table == model::table::vmConfig;
-  rt::Entity& record = isOfConfig ? static_cast<rt::Entity&>(records.vm) : records.image;
+  rt::Entity& record = recordOf(records, field->table);
   if (!model::valueIs(record, *field, assignment.value))
     return problems.push_back({assignment.field, assignment.value, field->form});
   if (isOfConfig || !field->right) return;

@@ -10,6 +10,7 @@
 #include "model/VmImage.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -20,10 +21,11 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 24> vmFields{
-    "name",  "config",  "format", "status",       "process",  "problem",   "removed",     "unknown",
-    "stale", "version", "wanted", "actual",       "severity", "since",     "reasons",     "next",
-    "end",   "attempt", "nextAt", "stopDeadline", "pid",      "startedAt", "qemuVersion", "resets"};
+constexpr std::array<std::string_view, 25> vmFields{
+    "name",    "config",    "format",      "limits",  "status",  "process", "problem",
+    "removed", "unknown",   "stale",       "version", "wanted",  "actual",  "severity",
+    "since",   "reasons",   "next",        "end",     "attempt", "nextAt",  "stopDeadline",
+    "pid",     "startedAt", "qemuVersion", "resets"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {
@@ -88,6 +90,7 @@ class Reader {
       document_.vms.push_back(vm);
     if (!unread.empty()) document_.unread[*name] = std::move(unread);
     readFormat(json, *name);
+    readLimits(json, *name);
   }
 
   // Of an image of which nobody has said what it is, the format is null.
@@ -99,6 +102,15 @@ class Reader {
       document_.problems.push_back(name + ": " + rt::Problem{"format", text, *right}.text());
     else
       document_.formats[name] = text;
+  }
+
+  void readLimits(const JsonValue& vm, const rt::String& name) {
+    const auto json = vm.member("limits");
+    if (!json) return;
+    const auto limits = rt::make<model::VmLimits>(name);
+    for (const rt::Problem& problem : statedb::fill(*limits, json->dump()))
+      document_.problems.push_back(name + ": limits: " + problem.text());
+    document_.limits[name] = limits;
   }
 
   ApplyDocument& document_;

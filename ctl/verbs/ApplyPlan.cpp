@@ -4,10 +4,12 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Configuration.h"
+#include "ctl/view/Limits.h"
 #include "model/ConfigIndex.h"
 #include "model/RestartNeeded.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
+#include "model/VmFields.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -45,10 +47,25 @@ std::vector<rt::String> changesOf(const Vm::VmConfig& before, const Vm::VmConfig
   return changes;
 }
 
-Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& format) {
+// What is not said of a VM is as usual, but for the format of its image.
+struct Said {
+  rt::String format;
+  model::VmLimits::Ptr limits;  // null: nothing
+};
+
+Said saidOf(const ApplyDocument& document, const rt::String& name) {
+  const auto format = document.formats.find(name);
+  const auto limits = document.limits.find(name);
+  return {format == document.formats.end() ? rt::String() : format->second,
+          limits == document.limits.end() ? nullptr : limits->second};
+}
+
+Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const Said& said) {
+  const rt::String& format = said.format;
   Step step;
   step.name = vm->name();
   step.config = vm;
+  if (said.limits) step.limits = said.limits;
   step.image = {format, !row || !row->config || row->config->diskImage() != vm->diskImage()};
   if (!row) {
     step.kind = StepKind::add;
@@ -56,11 +73,15 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const rt::String& for
   }
   step.revision = row->revision;
   step.imageBefore = row->image;
+  step.limitsBefore = row->limits;
+  step.limitsRevision = row->limitsRevision;
   if (row->config) {
     step.changes = changesOf(*row->config, *vm);
     const rt::String known = step.image.isNamedNow ? "" : row->imageFormat();
     const rt::String wanted = format.empty() ? known : format;
     if (wanted != known) step.changes.push_back("format=" + quoted(wanted));
+    for (const rt::String& change : limitTexts(*step.limits, *step.limitsBefore))
+      step.changes.push_back(change);
     step.needsRestart = model::needsRestart({*row->config, known}, {*vm, wanted});
   } else {
     step.changes.emplace_back("all of it: it could not be read");
@@ -87,6 +108,9 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
     const auto unread = found == document.unread.end() ? Problems() : found->second;
     for (const rt::Problem& problem : model::problemsOf(*step.config, index, limits))
       if (!isOfUnread(problem, unread)) plan.problems.push_back(step.name + ": " + problem.text());
+    for (const rt::Problem& problem :
+         model::fieldProblems(*step.limits, model::table::vmLimits, limits))
+      plan.problems.push_back(step.name + ": limits: " + problem.text());
   }
 }
 
@@ -95,6 +119,7 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
 void putVm(Context& context, statedb::Transaction& transaction, const Step& step) {
   transaction.put(model::table::vmConfig, step.name, statedb::documentOf(*step.config));
   (void)putImage(context, transaction, *step.config, step.image, *step.imageBefore);
+  putLimits(transaction, step.name, *step.limits, {*step.limitsBefore, step.limitsRevision});
 }
 
 rt::String formatOf(const Step& step) {
@@ -114,9 +139,8 @@ Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& docume
   std::map<rt::String, Step> steps;
   for (const auto& vm : document.vms) {
     const auto row = rows.find(vm->name());
-    const auto format = document.formats.find(vm->name());
-    steps[vm->name()] = stepOf(row == rows.end() ? nullptr : &row->second, vm,
-                               format == document.formats.end() ? "" : format->second);
+    steps[vm->name()] =
+        stepOf(row == rows.end() ? nullptr : &row->second, vm, saidOf(document, vm->name()));
   }
   if (others == Others::prune)
     for (const auto& [name, row] : rows)

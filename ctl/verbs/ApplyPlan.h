@@ -20,7 +20,10 @@ struct Step {
   Vm::VmConfig::Ptr config{};  // as it will be; null when it is removed
   ImageWish image{};           // what is said of its disk image
   model::VmImage::Ptr imageBefore = rt::make<model::VmImage>("");  // never null
-  std::vector<rt::String> changes{};                               // such as "memory=512"
+  model::VmLimits::Ptr limits = rt::make<model::VmLimits>("");     // as they will be
+  model::VmLimits::Ptr limitsBefore = rt::make<model::VmLimits>("");
+  uint64_t limitsRevision = 0;
+  std::vector<rt::String> changes{};  // such as "memory=512"
   bool needsRestart = false;
 };
 
@@ -29,7 +32,7 @@ struct Plan {
   std::vector<rt::String> problems;  // sentences: what is wrong with the outcome
 };
 
-// Writes the VM, and what its disk image is.
+// Writes the VM, what its disk image is, and its limits.
 void putVm(Context& context, statedb::Transaction& transaction, const Step& step);
 // What its disk image is as far as that is known; empty: it is not.
 rt::String formatOf(const Step& step);

@@ -6,6 +6,7 @@
 #include "ctl/verbs/ApplyPlan.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
+#include "ctl/view/Limits.h"
 #include "model/Tables.h"
 #include "statedb/EntityDocument.h"
 
@@ -45,6 +46,7 @@ statedb::Transaction transactionOf(Context& context, const Plan& plan) {
     if (step.kind == StepKind::remove)
       transaction.del(model::table::vmConfig, step.name)
           .del(model::table::vmImage, step.name)
+          .del(model::table::vmLimits, step.name)
           .del(model::table::vmIntent, step.name);
     else if (step.kind != StepKind::keep)
       putVm(context, transaction, step);
@@ -116,6 +118,7 @@ Exit exportVms(Context& context, const Arguments&) {
     (json += R"(,"config":)") += statedb::documentOf(*row.config);
     if (const rt::String format = row.imageFormat(); !format.empty())
       (json += R"(,"format":)") += quoted(format);
+    json += limitsMember(*row.limits);
     json += '}';
     separator = ",";
   }

@@ -48,7 +48,7 @@ void tellChanged(Context& context, const Changed& changed) {
   const rt::String& name = changed.after->name();
   const bool isOpenedOtherwise = changed.formatBefore != changed.formatAfter;
   if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after) &&
-      !isOpenedOtherwise)
+      !isOpenedOtherwise && isSame(*changed.limitsBefore, *changed.limitsAfter))
     return context.tell(name + ": was so already");
   if (model::needsRestart({*changed.before, changed.formatBefore},
                           {*changed.after, changed.formatAfter}))

@@ -47,10 +47,14 @@ void Configuration::read() {
   rows_.clear();
   index_.emplace();
   for (const statedb::Record& record :
-       context_.db().snapshot({model::table::vmConfig, model::table::vmImage}).records) {
-    if (record.table == model::table::vmImage) {  // which comes after all vmConfig
-      if (const auto row = rows_.find(record.key); row != rows_.end())
-        row->second.image = imageOf(record);
+       context_.db()
+           .snapshot({model::table::vmConfig, model::table::vmImage, model::table::vmLimits})
+           .records) {
+    if (record.table != model::table::vmConfig) {  // which comes before all others
+      if (const auto row = rows_.find(record.key); row != rows_.end()) {
+        if (record.table == model::table::vmImage) row->second.image = imageOf(record);
+        if (record.table == model::table::vmLimits) limitsIs(row->second, record);
+      }
       continue;
     }
     VmRow& row = rows_[record.key];
@@ -99,6 +103,8 @@ void Configuration::commit(Changed& changed, const VmRow& known, const rt::Strin
   transaction.put(model::table::vmConfig, vm.name(), statedb::documentOf(vm));
   changed.formatBefore = known.imageFormat();
   changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, *known.image);
+  changed.limitsBefore = known.limits;
+  putLimits(transaction, vm.name(), *changed.limitsAfter, {*known.limits, known.limitsRevision});
   context_.db().commit(transaction);
   index_->vmIs(vm);
 }
@@ -124,7 +130,8 @@ Changed Configuration::add(const rt::String& name, const Change& change) {
     added.after = rt::make<Vm::VmConfig>(name);
     const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    change({*added.after, *image}, problems);
+    added.limitsAfter = rt::make<model::VmLimits>(name);
+    change({*added.after, *image, *added.limitsAfter}, problems);
     require(*added.after, problems);
     commit(added, {}, image->format());
   });
@@ -140,7 +147,8 @@ Changed Configuration::change(const rt::String& name, const Change& change) {
     changed.after = copyOf(*known.config);
     const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    change({*changed.after, *image}, problems);
+    changed.limitsAfter = copyOf(*known.limits);
+    change({*changed.after, *image, *changed.limitsAfter}, problems);
     require(*changed.after, problems);
     commit(changed, known, image->format());
   });

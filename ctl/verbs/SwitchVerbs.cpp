@@ -157,6 +157,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
     transaction.guard(model::table::vmConfig, name, row.revision);
     transaction.del(model::table::vmConfig, name)
         .del(model::table::vmImage, name)
+        .del(model::table::vmLimits, name)
         .del(model::table::vmIntent, name);
     context.db().commit(transaction);
   });

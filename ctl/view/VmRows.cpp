@@ -30,6 +30,8 @@ void add(VmRow& row, const statedb::Record& record) {
     if (row.problem->problem().empty()) row.problem = nullptr;
   } else if (record.table == model::table::vmImage) {
     row.image = imageOf(record);
+  } else if (record.table == model::table::vmLimits) {
+    limitsIs(row, record);
   } else {
     configIs(row, record);
   }
@@ -70,6 +72,11 @@ model::VmImage::Ptr imageOf(const statedb::Record& record) {
   return recordOf<model::VmImage>(record);
 }
 
+void limitsIs(VmRow& row, const statedb::Record& record) {
+  row.limitsRevision = record.revision;
+  row.limits = recordOf<model::VmLimits>(record);
+}
+
 model::DaemonStatus::Ptr daemonStatus(Context& context) {
   const auto record = context.status(model::table::daemon, model::daemonKey);
   return record ? recordOf<model::DaemonStatus>(*record) : nullptr;
@@ -83,8 +90,8 @@ void configIs(VmRow& row, const statedb::Record& record) {
 }
 
 std::vector<VmRow> allVms(Context& context) {
-  const statedb::Snapshot configs =
-      context.db().snapshot({model::table::vmConfig, model::table::vmImage});
+  const statedb::Snapshot configs = context.db().snapshot(
+      {model::table::vmConfig, model::table::vmImage, model::table::vmLimits});
   const statedb::Snapshot statuses =
       context.status({model::table::vmProblem, model::table::vmProcess, model::table::vmStatus});
   std::vector<VmRow> rows;
@@ -102,7 +109,7 @@ VmRow vmNamed(Context& context, const rt::String& name) {
   VmRow row;
   row.name = name;
   if (name.empty()) return row;  // no key can be
-  for (const char* table : {model::table::vmConfig, model::table::vmImage})
+  for (const char* table : {model::table::vmConfig, model::table::vmImage, model::table::vmLimits})
     if (const auto record = context.db().record(table, name)) add(row, *record);
   for (const char* table :
        {model::table::vmStatus, model::table::vmProcess, model::table::vmProblem})

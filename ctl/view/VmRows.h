@@ -9,6 +9,7 @@
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
 #include "model/VmImage.h"
+#include "model/VmLimits.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 #include "runtime/records/VmStatus.h"
@@ -26,6 +27,9 @@ struct VmRow {
   model::VmProblem::Ptr problem;  // null: there is none
   // Never null: without a row, of no image.
   model::VmImage::Ptr image = rt::make<model::VmImage>("");
+  // Never null: without a row, the usual ones.
+  model::VmLimits::Ptr limits = rt::make<model::VmLimits>("");
+  uint64_t limitsRevision = 0;
 
   // What its disk image is opened as; empty: nobody has said yet.
   rt::String imageFormat() const {
@@ -34,6 +38,7 @@ struct VmRow {
   // The row of that table, one that vmFields() stand in; `config` is not null.
   const rt::Entity& record(std::string_view table) const {
     if (table == model::table::vmImage) return *image;
+    if (table == model::table::vmLimits) return *limits;
     return *config;
   }
   bool exists() const { return revision != 0; }
@@ -57,6 +62,7 @@ struct VmRow {
 std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
+void limitsIs(VmRow& row, const statedb::Record& record);
 model::VmImage::Ptr imageOf(const statedb::Record& record);
 
 // All that are configured, that are unknown, and that are leaving, by name. Reads each table once.

@@ -3,7 +3,9 @@
 #include <ctime>
 
 #include "ctl/line/Json.h"
+#include "ctl/view/Limits.h"
 #include "ctl/view/StateView.h"
+#include "model/Tables.h"
 #include "model/VmFields.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
@@ -38,6 +40,20 @@ rt::String cardsOf(const Vm::VmConfig& vm) {
   rt::String text;
   for (const auto& [key, card] : vm.vnicConfigs())
     (((text += text.empty() ? "" : ",") += key) += '=') += card->intfName();
+  return text;
+}
+
+// Those that are not as usual, such as "cpuWeight 50, cpuMax 1.5".
+rt::String limitsOf(const VmRow& row) {
+  const auto usual = rt::make<model::VmLimits>("");
+  rt::String text;
+  for (const model::VmField& field : model::vmFields()) {
+    if (field.table != model::table::vmLimits) continue;
+    const rt::String value = model::valueOf(*row.limits, field);
+    if (value == model::valueOf(*usual, field)) continue;
+    text += (text.empty() ? "" : ", ") + rt::String(field.name) + " " + value;
+    if (field.kind == model::VmField::Kind::mebibytes) text += " MiB";
+  }
   return text;
 }
 
@@ -82,6 +98,7 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
   for (const model::VmField& field : model::vmFields())
     if (!field.title.empty())
       facts.add(field.title, model::valueOf(row.record(field.table), field));
+  if (const rt::String limits = limitsOf(row); !limits.empty()) facts.add("Limits:", limits);
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
   Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
   for (const auto& [key, card] : vm.vnicConfigs()) {
@@ -101,6 +118,7 @@ rt::String vmJson(const VmRow& row) {
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   const rt::String format = row.imageFormat();
   (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
+  json += limitsMember(*row.limits);
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
   const model::VmProcess& process = *row.process;
   (json += R"(,"process":{"process":)") += quoted(process.process());

@@ -28,6 +28,12 @@ void takeImage(const statedb::Change& change, ConfigurationTaker& taker) {
   taker.imageIsLost(vm);
 }
 
+void takeLimits(const statedb::Change& change, ConfigurationTaker& taker) {
+  const rt::String& vm = change.record.key;
+  if (change.op == Op::put) return taker.limitsAre(vm, change.record);
+  if (change.proof == Proof::history) taker.limitsAre(vm, std::nullopt);
+}
+
 }  // namespace
 
 void Configuration::take(const std::vector<statedb::Change>& changes,
@@ -43,6 +49,8 @@ void Configuration::take(const std::vector<statedb::Change>& changes,
       failures.run([&] { takeInterface(change, taker); });
     } else if (change.record.table == model::table::vmImage) {
       takeImage(change, taker);
+    } else if (change.record.table == model::table::vmLimits) {
+      takeLimits(change, taker);
     } else if (change.record.table == model::table::vmIntent) {
       takeIntent(change, change.proof == Proof::comparison && !goesOn, taker);
       intents.insert(change.record.key);

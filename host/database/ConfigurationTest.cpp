@@ -54,6 +54,9 @@ class ConfigurationTest : public testing::Test, protected ConfigurationTaker {
   void imageIsLost(const rt::String& vm) override {
     effects.push_back("image " + vm.str() + " lost");
   }
+  void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) override {
+    effects.push_back("limits " + vm.str() + " " + (row ? row->doc.str() : "none"));
+  }
   void rowIs(const rt::String& vm, const VmRow* row) override {
     effects.push_back("row " + vm.str() +
                       (!row          ? " none"
@@ -94,6 +97,13 @@ TEST_F(ConfigurationTest, SaysWhatADiskImageIsBeforeItsVmIsKnown) {
               ElementsAre("image web1 {}", "row web1 1"));
   EXPECT_THAT(take({del("vmImage", "web1")}, next), ElementsAre("image web1 none"));
   EXPECT_THAT(take({lost("vmImage", "web1")}, {"s2", 1, "h2"}), ElementsAre("image web1 lost"));
+}
+
+TEST_F(ConfigurationTest, SaysWhatAGuestMayTakeBeforeItsVmIsKnown) {
+  EXPECT_THAT(take({put("vmConfig", "web1", "{}"), put("vmLimits", "web1", "{}")}, next),
+              ElementsAre("limits web1 {}", "row web1 1"));
+  EXPECT_THAT(take({lost("vmLimits", "web1")}, {"s2", 1, "h2"}), IsEmpty());
+  EXPECT_THAT(take({del("vmLimits", "web1")}, {"s2", 2, "h2"}), ElementsAre("limits web1 none"));
 }
 
 TEST_F(ConfigurationTest, KeepsWhatIsLost) {

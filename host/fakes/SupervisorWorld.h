@@ -124,6 +124,7 @@ class SupervisorWorld {
   TraceLog traceLog{0, {}};
   Fortune fortune;
   FakeImages images;
+  LimitRows limits{model::MachineLimits{.memory = 8192}};
   FakeShims shims{fortune.effects};
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();

@@ -5,6 +5,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/guests/GoingGuests.h"
+#include "host/database/LimitRows.h"
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/ImageVerdict.h"
 #include "host/guests/Shims.h"
@@ -29,6 +30,7 @@ struct KeeperTools {
   Shims& shims;
   VmStates& states;
   ImageJudge& images;
+  const LimitRows& limits;
   AroundStart& start;
   const GuestProcesses& processes;
   WaitingGuests& waiting;

@@ -48,6 +48,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void unknownIs(std::optional<UnknownGuest> guest);
   // What is known of its disk image is another thing now.
   void imageIsKnown();
+  void limitsAreKnown() { note(); }
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
   // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes

@@ -43,8 +43,9 @@ void VmKeeper::showState() {
 
 void VmKeeper::showRowProblem() {
   const auto unknown = hasProcess() ? unknownGuest() : std::nullopt;
+  const rt::String& row = rowProblem_.empty() ? tools_.limits.problem(name_) : rowProblem_;
   tools_.problems.problemIs(name_, ProblemSource::config,
-                            unknown ? problemOf(name_, *unknown) : rowProblem_);
+                            unknown ? problemOf(name_, *unknown) : row);
 }
 
 // Of a VM that is to be off, nothing is wrong with its image.

@@ -74,6 +74,11 @@ void VmSupervisor::imageIsKnown(const rt::String& vm) {
   if (const auto found = keepers_.find(vm); found != keepers_.end()) found->second->imageIsKnown();
 }
 
+void VmSupervisor::limitsAreKnown(const rt::String& vm) {
+  if (const auto found = keepers_.find(vm); found != keepers_.end())
+    found->second->limitsAreKnown();
+}
+
 bool VmSupervisor::pass() {
   // In turn, so that none starves that waits behind one with always more to do.
   for (size_t left = queue_.size(); left > 0; --left) {

@@ -1,0 +1,61 @@
+// The rows of vmLimits, judged.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/database/LimitRows.h"
+
+namespace host {
+namespace {
+
+class LimitRowsTest : public testing::Test {
+ protected:
+  void put(const char* doc) { rows.rowIs("web1", statedb::Record{"vmLimits", "web1", doc, 1, 1}); }
+
+  LimitRows rows{model::MachineLimits{.memory = 1024}};
+};
+
+TEST_F(LimitRowsTest, OfAVmWithoutOneAreTheUsual) {
+  const auto limits = rows.limits("web1");
+  EXPECT_EQ(limits->cpuWeight(), model::usualWeight);
+  EXPECT_EQ(limits->ioWeight(), model::usualWeight);
+  EXPECT_EQ(limits->memoryReserve(), 0U);
+  EXPECT_EQ(limits->cpuMax(), model::Processors());
+  EXPECT_EQ(rows.problem("web1"), "");
+}
+
+TEST_F(LimitRowsTest, AreWhatTheySay) {
+  put(R"({"cpuWeight":50,"cpuMax":"1.5","memoryReserve":64,"ioWeight":7})");
+  const auto limits = rows.limits("web1");
+  EXPECT_EQ(limits->cpuWeight(), 50U);
+  EXPECT_EQ(limits->cpuMax().text(), "1.5");
+  EXPECT_EQ(limits->memoryReserve(), 64U);
+  EXPECT_EQ(limits->ioWeight(), 7U);
+  EXPECT_EQ(rows.limits("web2")->cpuWeight(), model::usualWeight);
+}
+
+TEST_F(LimitRowsTest, ThatAreRefusedLeaveWhatWasInForce) {
+  put(R"({"cpuWeight":50})");
+  put(R"({"cpuWeight":0,"memoryReserve":2000})");
+  EXPECT_EQ(rows.limits("web1")->cpuWeight(), 50U);
+  EXPECT_EQ(rows.problem("web1"),
+            "vmLimits: cpuWeight: '0' is refused: must be 1 to 10000; 100 is usual; memoryReserve: "
+            "'2000' is refused: must be 0 to 1024 (mebibytes; this machine has no more)");
+  put(R"({"cpuWeight":70})");
+  EXPECT_EQ(rows.problem("web1"), "");
+  EXPECT_EQ(rows.limits("web1")->cpuWeight(), 70U);
+}
+
+TEST_F(LimitRowsTest, ThatAreRefusedFirstLeaveTheUsual) {
+  put(R"({"cpuMax":2})");
+  EXPECT_NE(rows.problem("web1"), "");
+  EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
+}
+
+TEST_F(LimitRowsTest, ThatAreRemovedAreTheUsualAgain) {
+  put(R"({"cpuWeight":50})");
+  rows.rowIs("web1", std::nullopt);
+  EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
+}
+
+}  // namespace
+}  // namespace host
