@@ -37,5 +37,7 @@ inline constexpr std::string_view killed = "killed";            // SIGKILL is; t
 inline constexpr std::string_view silent = "silent";            // QEMU does not answer
 inline constexpr std::string_view answers = "answers";          // it does again
 inline constexpr std::string_view end = "end";  // exit or signal; text: QEMU's last line, or why
+// The reason of an end.
+inline constexpr std::string_view memoryLimit = "memory-limit";
 
 }  // namespace guest::event

@@ -22,6 +22,7 @@ inline constexpr const char* stopTimeout = "VMAGENT_STOP_TIMEOUT";  // whole sec
 inline constexpr const char* guestUsers = "VMAGENT_GUEST_USERS";    // "FIRST-LAST": GuestUsers.h
 inline constexpr const char* qemuReads = "VMAGENT_QEMU_READS";      // paths, ':' between them
 inline constexpr const char* imageFormat = "VMAGENT_IMAGE_FORMAT";  // "raw" or "qcow2"
+inline constexpr const char* group = "VMAGENT_GROUP";        // the path of QEMU's control group
 inline constexpr const char* listener = "VMAGENT_LISTENER";  // the monitor's descriptor, a number
 // The row of the configuration that made the VM: its store's history and its sequence. The next
 // daemon reads both in /proc.

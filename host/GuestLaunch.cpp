@@ -53,6 +53,7 @@ GuestLaunch::GuestLaunch(const Options& options)
 void GuestLaunch::before(const VmStart& start) {
   auto variables = variablesOf(start.row);
   variables.emplace_back(guest::variable::imageFormat, start.imageFormat);
+  variables.emplace_back(guest::variable::group, start.group);
   if (shim_) {
     shim_->restore();
     listener_.open(guest::monitorOf(start.vm));

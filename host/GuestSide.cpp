@@ -1,8 +1,11 @@
 #include "host/GuestSide.h"
 
+#include <unistd.h>
+
 #include <set>
 
 #include "host/base/Times.h"
+#include "host/budget/BudgetSettings.h"
 
 namespace host {
 
@@ -36,6 +39,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .states = *states_,
               .images = images_,
               .limits = limitRows_,
+              .budget = guestBudget(),
               .start = ground.start,
               .processes = processes_,
               .waiting = ground.waiting,
@@ -60,6 +64,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
 
 void GuestSide::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
   limitRows_.rowIs(vm, row);
+  if (budget_) budget_->limitsAre(vm);
   supervisor_->limitsAreKnown(vm);
 }
 
@@ -71,6 +76,36 @@ void GuestSide::rowIs(const rt::String& vm, const VmRow* row) {
 void GuestSide::givenUpIs(const rt::String& vm, const rt::String& guest) {
   if (!guest.empty()) earlierGuests_.handleRow(vm);
   supervisor_->givenUpIs(vm, guest);
+}
+
+// What the daemon has for itself and the shims, where the kernel can bound guests.
+GuestBudget& GuestSide::guestBudget() {
+  const model::DaemonStatus::Ptr status = ground_.hostStatus->daemonIs(model::daemonKey);
+  const Options& options = ground_.options;
+  Budget::Settings settings = budgetOf({.memory = options.guestsMemory,
+                                        .processors = options.guestsCpu,
+                                        .acceleration = options.accel},
+                                       machineFiles_);
+  const GuestsGroup group = options.shim == "off"
+                                ? GuestsGroup{{}, "guests have no shims (--shim off)"}
+                                : makeGuestsGroup(machineFiles_, settings.share, getpid());
+  show(*status, settings, group);
+  if (group.path.empty()) return noBudget_;
+  settings.group = group.path;
+  groupWatch_ = rt::make<GroupWatch>([this] { budget_->look(); });
+  budget_ = std::make_unique<Budget>(
+      Budget::Tools{.files = machineFiles_,
+                    .limits = limitRows_,
+                    .watch = [this](const rt::String& path) { groupWatch_->watch(path); },
+                    .again = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); },
+                    .isKept = [this](const rt::String& vm) { return ground_.shims.isThere(vm); }},
+      settings, status);
+  return *budget_;
+}
+
+bool GuestSide::pass() {
+  if (budget_) budget_->pass(ground_.clock->now());
+  return supervisor_->pass();
 }
 
 void GuestSide::begin() {

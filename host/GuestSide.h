@@ -3,6 +3,8 @@
 
 #include "host/Ground.h"
 #include "host/StatusOfBefore.h"
+#include "host/budget/Budget.h"
+#include "host/budget/GroupWatch.h"
 #include "host/database/LimitRows.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/ImageLooks.h"
@@ -37,15 +39,21 @@ class GuestSide {
   // be called once the configuration is known.
   void begin();
   // Once a pass of the loop; returns whether there is more to do at once.
-  bool pass() { return supervisor_->pass(); }
+  bool pass();
 
  private:
+  GuestBudget& guestBudget();
+
   const Ground& ground_;
   const KernelGuestProcesses processes_;
   ImageRows imageRows_;
   LimitRows limitRows_;
   const ImageLooks::Ptr imageLooks_;
   Images images_;
+  KernelFiles machineFiles_;
+  GroupWatch::Ptr groupWatch_;      // null: there are no groups
+  std::unique_ptr<Budget> budget_;  // likewise
+  NoBudget noBudget_;
   const VmStates::Ptr states_;
   const KeeperTools tools_;
   const VmSupervisor::Ptr supervisor_;

@@ -9,6 +9,8 @@
 #include "guest/GuestUsers.h"
 #include "host/guests/Shims.h"
 #include "model/VmConfigCheck.h"
+#include "model/VmFields.h"
+#include "model/VmLimits.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
 
@@ -31,6 +33,8 @@ constexpr const char* help =
     "  --guest-users N-M    numbers of users that QEMU is run as, nobody else's (60578-61183)\n"
     "  --qemu-reads PATHS   what QEMU may read beside Debian's files for it, as /a:/b (nothing)\n"
     "  --guest-macs own|any what a guest may send under: its cards' addresses, or any (own)\n"
+    "  --guests-memory SIZE what all guests may take, in MiB or with K, M, G (3/4 of the memory)\n"
+    "  --guests-cpu N       as many processors, such as 1.5 (all but one)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"
     "  --end-guests         have all guests shut down, while no daemon runs, and end\n"
@@ -111,6 +115,24 @@ Refusal guestMacsIs(Options& options, std::string_view value) {
   return std::nullopt;
 }
 
+Refusal guestsMemoryIs(Options& options, std::string_view value) {
+  const auto mebibytes = model::mebibytesOf(value);
+  const uint32_t most = model::machineLimits().memory;
+  if (!mebibytes || *mebibytes == 0 || *mebibytes > most)
+    return "must be 1 to " + rt::toText(most) +
+           " (mebibytes; this machine has no more), or a number with K, M or G behind it";
+  options.guestsMemory = *mebibytes;
+  return std::nullopt;
+}
+
+Refusal guestsCpuIs(Options& options, std::string_view value) {
+  const auto processors = model::Processors::fromText(value);
+  if (!processors || *processors == model::Processors() || model::cpuMaxRight(*processors))
+    return "must be 0.05 to 1024 (processors), such as 1.5";
+  options.guestsCpu = *processors;
+  return std::nullopt;
+}
+
 Refusal bridgeIs(Options& options, std::string_view value) {
   if (value.empty() || value.size() > model::longestIntfName ||
       value.find_first_of("/: \t") != std::string_view::npos)
@@ -135,6 +157,8 @@ constexpr std::array settings = {
     Setting{"--guest-users", guestUsersIs},
     Setting{"--qemu-reads", qemuReadsIs},
     Setting{"--guest-macs", guestMacsIs},
+    Setting{"--guests-memory", guestsMemoryIs},
+    Setting{"--guests-cpu", guestsCpuIs},
     Setting{"--bridge", bridgeIs},
 };
 

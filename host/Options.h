@@ -6,6 +6,7 @@
 
 #include "guest/Variables.h"
 #include "guest/VmFiles.h"
+#include "model/Processors.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/base/String.h"
 #include "runtime/base/Trace.h"
@@ -24,9 +25,11 @@ struct Options {
   rt::String vncListen;  // empty: screens are on sockets of the group's
   rt::String stopTimeout = guest::defaultStopTimeout;  // seconds
   rt::String guestUsers;                               // "FIRST-LAST"; empty: the shim's own
-  rt::String qemuReads;      // beside Debian's files for QEMU: paths, ':' between them
-  bool holdsSenders = true;  // guests send under their cards' addresses only
-  rt::String bridge;         // that static MAC entries are applied to; empty: to none
+  rt::String qemuReads;         // beside Debian's files for QEMU: paths, ':' between them
+  bool holdsSenders = true;     // guests send under their cards' addresses only
+  uint32_t guestsMemory = 0;    // mebibytes for all guests; 0: all but a quarter
+  model::Processors guestsCpu;  // for all guests; none: all but one, where there are more
+  rt::String bridge;            // that static MAC entries are applied to; empty: to none
 };
 
 // How long an orderly stop of a guest may take: its own time, and the shim's to end it then.

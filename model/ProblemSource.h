@@ -8,11 +8,21 @@
 namespace model {
 
 // In the order of weight: of several problems, the first is shown.
-enum class ProblemSource : uint8_t { config, image, qemu, agent, guest, card, restart, format };
+enum class ProblemSource : uint8_t {
+  config,
+  image,
+  memory,
+  qemu,
+  agent,
+  guest,
+  card,
+  restart,
+  format
+};
 
 // As a row of vmProblem has them.
-inline constexpr std::array<std::string_view, 8> problemSources{
-    "config", "image", "qemu", "agent", "guest", "card", "restart", "format"};
+inline constexpr std::array<std::string_view, 9> problemSources{
+    "config", "image", "memory", "qemu", "agent", "guest", "card", "restart", "format"};
 
 constexpr std::string_view textOf(ProblemSource source) {
   return problemSources[static_cast<size_t>(source)];

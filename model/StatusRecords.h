@@ -1,6 +1,7 @@
 // What the host itself has to say of VMs, interfaces and addresses: records beside the agent's.
 #pragma once
 
+#include "model/Processors.h"
 #include "model/VmProcess.h"
 #include "runtime/entity/EntityOf.h"
 
@@ -26,19 +27,64 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
     assign<&DaemonStatus::configHistory>(configHistory_, history);
   }
 
+  // The control group of all guests; empty: they have none, and nothing bounds them.
+  const rt::String& guestsGroup() const { return guestsGroup_; }
+  void guestsGroupIs(const rt::String& path) {
+    assign<&DaemonStatus::guestsGroup>(guestsGroup_, path);
+  }
+  // Why they have none, or why nothing bounds them now; empty: all is well.
+  const rt::String& guestsTrouble() const { return guestsTrouble_; }
+  void guestsTroubleIs(const rt::String& text) {
+    assign<&DaemonStatus::guestsTrouble>(guestsTrouble_, text);
+  }
+  // Mebibytes that guests may have together, that stay the machine's, and that are given to those
+  // that there are.
+  uint64_t memoryCap() const { return memoryCap_; }
+  void memoryCapIs(uint64_t mebibytes) { assign<&DaemonStatus::memoryCap>(memoryCap_, mebibytes); }
+  uint64_t memoryReserve() const { return memoryReserve_; }
+  void memoryReserveIs(uint64_t mebibytes) {
+    assign<&DaemonStatus::memoryReserve>(memoryReserve_, mebibytes);
+  }
+  uint64_t memoryGiven() const { return memoryGiven_; }
+  void memoryGivenIs(uint64_t mebibytes) {
+    assign<&DaemonStatus::memoryGiven>(memoryGiven_, mebibytes);
+  }
+  // Processors that guests may have together; "0": all.
+  const Processors& guestsCpu() const { return guestsCpu_; }
+  void guestsCpuIs(const Processors& processors) {
+    assign<&DaemonStatus::guestsCpu>(guestsCpu_, processors);
+  }
+  // Whether guests' processors are emulated.
+  bool emulates() const { return emulates_; }
+  void emulatesIs(bool emulates) { assign<&DaemonStatus::emulates>(emulates_, emulates); }
+
   static constexpr std::string_view typeName = "model::DaemonStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &DaemonStatus::name>,
       rt::Attribute<"configStore", &DaemonStatus::configStore, &DaemonStatus::configStoreIs>,
       rt::Attribute<"configSequence", &DaemonStatus::configSequence,
                     &DaemonStatus::configSequenceIs>,
-      rt::Attribute<"configHistory", &DaemonStatus::configHistory, &DaemonStatus::configHistoryIs>>;
+      rt::Attribute<"configHistory", &DaemonStatus::configHistory, &DaemonStatus::configHistoryIs>,
+      rt::Attribute<"guestsGroup", &DaemonStatus::guestsGroup, &DaemonStatus::guestsGroupIs>,
+      rt::Attribute<"guestsTrouble", &DaemonStatus::guestsTrouble, &DaemonStatus::guestsTroubleIs>,
+      rt::Attribute<"memoryCap", &DaemonStatus::memoryCap, &DaemonStatus::memoryCapIs>,
+      rt::Attribute<"memoryReserve", &DaemonStatus::memoryReserve, &DaemonStatus::memoryReserveIs>,
+      rt::Attribute<"memoryGiven", &DaemonStatus::memoryGiven, &DaemonStatus::memoryGivenIs>,
+      rt::Attribute<"guestsCpu", &DaemonStatus::guestsCpu, &DaemonStatus::guestsCpuIs>,
+      rt::Attribute<"emulates", &DaemonStatus::emulates, &DaemonStatus::emulatesIs>>;
 
  private:
   const rt::String name_;
   rt::String configStore_;
   uint64_t configSequence_ = 0;
   rt::String configHistory_;
+  rt::String guestsGroup_;
+  rt::String guestsTrouble_;
+  uint64_t memoryCap_ = 0;
+  uint64_t memoryReserve_ = 0;
+  uint64_t memoryGiven_ = 0;
+  Processors guestsCpu_;
+  bool emulates_ = false;
 };
 
 // The one thing to look at first when a VM is not as it was asked to be. Written by Problems.

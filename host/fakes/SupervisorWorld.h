@@ -112,6 +112,28 @@ class FakeGoingGuests final : public GoingGuests {
   }
 };
 
+// Has room for all but those that a test says, and remembers who has ended.
+class FakeBudget final : public GuestBudget {
+ public:
+  std::map<rt::String, rt::String> refusals;  // by VM
+  std::map<rt::String, uint32_t> kept;        // the memory of the VM that was started
+  std::vector<rt::String> endings;
+
+  rt::String reserve(const Vm::VmConfig& vm) override {
+    if (const auto found = refusals.find(vm.name()); found != refusals.end()) return found->second;
+    kept[vm.name()] = vm.memory();
+    return {};
+  }
+  rt::String groupOf(const rt::String& vm) const override {
+    return kept.contains(vm) ? "/groups/" + vm : rt::String();
+  }
+  void ended(const rt::String& vm) override {
+    kept.erase(vm);
+    endings.push_back(vm);
+  }
+  void release(const rt::String& /*vm*/) override {}
+};
+
 // A fake agent on its records, rows that are judged as the daemon judges them, a clock that stands
 // at 1000 s, and a loop that turns when told.
 class SupervisorWorld {
@@ -125,6 +147,7 @@ class SupervisorWorld {
   Fortune fortune;
   FakeImages images;
   LimitRows limits{model::MachineLimits{.memory = 8192}};
+  FakeBudget budget;
   FakeShims shims{fortune.effects};
   const Vm::Config::Ptr config = rt::make<Vm::Config>();
   const Vm::Status::Ptr status = rt::make<Vm::Status>();

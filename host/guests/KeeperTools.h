@@ -4,8 +4,9 @@
 #include "host/base/HostStatus.h"
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
-#include "host/guests/GoingGuests.h"
+#include "host/budget/GuestBudget.h"
 #include "host/database/LimitRows.h"
+#include "host/guests/GoingGuests.h"
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/ImageVerdict.h"
 #include "host/guests/Shims.h"
@@ -31,6 +32,7 @@ struct KeeperTools {
   VmStates& states;
   ImageJudge& images;
   const LimitRows& limits;
+  GuestBudget& budget;
   AroundStart& start;
   const GuestProcesses& processes;
   WaitingGuests& waiting;

@@ -143,6 +143,7 @@ bool VmKeeper::act(rt::Seconds now) {
   showProcess();
   showRowProblem();
   showImage();
+  showRoom();
   showGuestProblem();
   showRestartNeeded();
   showState();
@@ -190,6 +191,7 @@ void VmKeeper::endOverdue(rt::Seconds now) {
 
 void VmKeeper::ended() {
   tools_.start.ended(name_);
+  tools_.budget.ended(name_);
   tools_.shims.removeDeadSockets(name_);
 }
 
@@ -280,7 +282,7 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
     return true;
   }
   if (wouldStart(step)) {
-    switch (judgeImage()) {
+    switch (judgeStart()) {
       case ImageVerdict::Kind::awaited:
         awaitsImage_ = true;
         pacing_.deferred();
@@ -304,11 +306,15 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
 
 void VmKeeper::start(Step step) {
   tools_.shims.lastErrorDel(name_);
-  tools_.start.before({.vm = name_, .row = row_, .imageFormat = image_.format});
+  tools_.start.before({.vm = name_,
+                       .row = row_,
+                       .imageFormat = image_.format,
+                       .group = tools_.budget.groupOf(name_)});
   told_ = row_;
   rt::FirstException failure;
   failure.run([&] { write(step); });
   tools_.start.after();
+  if (!hasProcess()) tools_.budget.ended(name_);  // nothing was born
   failure.rethrow();
 }
 
@@ -317,6 +323,13 @@ bool VmKeeper::wouldStart(Step step) const {
   if (step == Step::switchOn || step == Step::pulse) return true;
   return step == Step::none && facts().switchedOn && !facts().statusEnabled &&
          mounted_->diskImage() != wanted_->diskImage();
+}
+
+ImageVerdict::Kind VmKeeper::judgeStart() {
+  const auto image = judgeImage();
+  // A guest that is taken up has what it has.
+  noRoom_ = image == ImageVerdict::Kind::fit && !adoptable_ ? tools_.budget.reserve(*wanted_) : "";
+  return noRoom_.empty() ? image : ImageVerdict::Kind::refused;
 }
 
 ImageVerdict::Kind VmKeeper::judgeImage() {

@@ -78,6 +78,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   bool apply(Step step, rt::Seconds now);
   bool wouldStart(Step step) const;
   ImageVerdict::Kind judgeImage();
+  ImageVerdict::Kind judgeStart();
   void ask();
   void start(Step step);
   void write(Step step);
@@ -98,6 +99,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void showState();
   void showRowProblem();
   void showImage();
+  void showRoom();
   void showGuestProblem();
   bool hasOtherFormat() const;
   void showRestartNeeded();
@@ -130,6 +132,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   std::optional<statedb::Origin> told_;  // of which row it was told that it is
   ImageVerdict image_;                   // the last
   bool awaitsImage_ = false;             // to be judged
+  rt::String noRoom_;                    // why the machine has none for it; empty: it has
 
   rt::Reactor<VmKeeper, const Vm::VmStatus, rt::On<&Vm::VmStatus::enabled, &VmKeeper::handleStatus>,
               rt::On<&Vm::VmStatus::state, &VmKeeper::handleStatus>>

@@ -35,7 +35,8 @@ void VmKeeper::showState() {
               .isOutOfReach = isOutOfReach(),
               .isStarted = facts().switchedOn && facts().statusEnabled,
               .isRefused =
-                  (hasRow_ && !wanted_) || (isWanted && image_.kind == ImageVerdict::Kind::refused),
+                  (hasRow_ && !wanted_) ||
+                  (isWanted && (image_.kind == ImageVerdict::Kind::refused || !noRoom_.empty())),
               .agentState = status_ ? status_->state() : rt::String(),
               .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
               .stopAt = pacing_.stopAt() - shimsOwn});
@@ -55,6 +56,13 @@ void VmKeeper::showImage() {
   tools_.problems.problemIs(name_, ProblemSource::image, image_.problem);
   tools_.problems.problemIs(name_, ProblemSource::format, image_.note);
   if (!isWanted && !hasProcess()) tools_.images.release(name_);
+}
+
+void VmKeeper::showRoom() {
+  const bool isWanted = wanted_ && wanted_->enabled() && !mustGo();
+  if (!isWanted) noRoom_ = {};
+  if (noRoom_.empty()) tools_.budget.release(name_);
+  tools_.problems.problemIs(name_, ProblemSource::memory, noRoom_);
 }
 
 // A shim that was killed takes nothing back.

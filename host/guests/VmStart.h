@@ -10,6 +10,7 @@ struct VmStart {
   rt::String vm;
   statedb::Origin row;       // where its row was made
   rt::String imageFormat{};  // what its disk image is opened as; empty: it is not known
+  rt::String group{};        // where its QEMU is born; empty: anywhere
 };
 
 // Stands around the agent's start of a VM, and its guest's end. Told by the VMs' keepers.

@@ -48,7 +48,8 @@ bool wasSwitchedOff(const GuestRun& run) {
   return run.wasQuit || run.wasTerminated || run.wasKilled;
 }
 
-EndCause causeOfSignal(const GuestRun& run, const EndKnowledge& known) {
+EndCause causeOfSignal(const GuestRun& run) {
+  if (run.wasAtMemoryLimit) return EndCause::memoryLimit;
   if (isCrash(run.signal)) return EndCause::qemuCrashed;
   if (!run.killedFor.empty() && run.signal == SIGKILL) return EndCause::qemuFailed;
   const bool isOurs =
@@ -56,7 +57,7 @@ EndCause causeOfSignal(const GuestRun& run, const EndKnowledge& known) {
   if (isOurs && run.toldBy.empty())
     return run.askedUp != 0 ? EndCause::askedForced : EndCause::poweredOff;
   if (isOurs || run.signal != SIGKILL) return EndCause::signal;
-  return known.memoryKills > 0 ? EndCause::memoryLimit : EndCause::killed;
+  return EndCause::killed;
 }
 
 // Of a QEMU that ended with status 0 and whose guest did not break down.
@@ -72,9 +73,9 @@ EndCause causeOfShutdown(const GuestRun& run) {
   return run.askedUp != 0 ? EndCause::asked : EndCause::unknown;
 }
 
-EndCause causeOf(const GuestRun& run, const EndKnowledge& known) {
+EndCause causeOf(const GuestRun& run) {
   if (!run.hasEnded()) return EndCause::shimLost;
-  if (run.signal != 0) return causeOfSignal(run, known);
+  if (run.signal != 0) return causeOfSignal(run);
   if (run.hasPanicked) return EndCause::guestPanic;
   if (run.exit != 0) return run.hasRun() ? EndCause::qemuFailed : EndCause::startFailed;
   if (!run.watchdogAction.empty() && run.shutdown.empty() && !wasSwitchedOff(run))
@@ -110,7 +111,7 @@ rt::String textOf(EndCause cause, const GuestRun& run) {
     case EndCause::killed:
       return "QEMU was killed by signal 9; who sent it cannot be known";
     case EndCause::memoryLimit:
-      return "QEMU was killed by the kernel at its limit of memory";
+      return run.lastWords;
     case EndCause::startFailed:
       return "QEMU did not start: " + run.lastWords;
     case EndCause::qemuCrashed:
@@ -179,7 +180,7 @@ rt::String textOf(EndCause cause) { return wordOf(cause).text; }
 
 End endOf(const GuestRun& run, const EndKnowledge& known) {
   if (run.run == 0 || (!run.hasEnded() && known.hasProcess)) return {};
-  const EndCause cause = causeOf(run, known);
+  const EndCause cause = causeOf(run);
   return {cause,
           textOf(cause, run),
           briefOf(cause, run),

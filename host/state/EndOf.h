@@ -14,7 +14,7 @@ enum class EndCause : uint8_t {
   poweredOff,     // it was switched off without being asked
   signal,         // a stranger's signal ended it, in order
   killed,         // SIGKILL of a stranger's
-  memoryLimit,    // the kernel killed it at its limit of memory; told once guests have one
+  memoryLimit,    // the kernel killed it at its limit of memory
   startFailed,    // its QEMU ended before it ran
   qemuCrashed,
   qemuFailed,  // its QEMU gave up, or had to be killed
@@ -43,7 +43,6 @@ constexpr size_t longestBrief = 25;
 // What the host knows beside what the shim told.
 struct EndKnowledge {
   bool hasProcess = false;
-  uint64_t memoryKills = 0;  // of its control group, by the kernel
 };
 
 // The strongest evidence decides: QEMU's exit status says nothing by itself, for a guest that

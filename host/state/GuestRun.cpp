@@ -88,6 +88,7 @@ void takeEnd(GuestRun& run, const GuestEvent& event) {
   run.endedUp = event.up();
   run.exit = event.exit();
   run.signal = event.signal();
+  run.wasAtMemoryLimit = event.reason() == word::memoryLimit;
   run.lastWords = event.text();
 }
 

@@ -49,6 +49,7 @@ struct GuestRun {
   uint64_t endedUp = 0;
   int32_t exit = 0;
   int32_t signal = 0;
+  bool wasAtMemoryLimit = false;  // the kernel ended QEMU for that
   rt::String lastWords;
 
   bool hasRun() const { return state != RunState::booting; }

@@ -51,7 +51,8 @@ Actual ofProcess(const Situation& now) {
 // What keeps a VM from its start, or was wrong with the last one.
 bool isOfStart(ProblemSource source) {
   return source == ProblemSource::config || source == ProblemSource::image ||
-         source == ProblemSource::qemu || source == ProblemSource::agent;
+         source == ProblemSource::memory || source == ProblemSource::qemu ||
+         source == ProblemSource::agent;
 }
 
 Actual ofNoProcess(const Situation& now) {
@@ -72,6 +73,7 @@ bool isNote(const Situation& now) {
 // For little room, what a problem is of. In the order of the sources.
 constexpr std::array<const char*, model::problemSources.size()> briefs{"row refused",
                                                                        "disk image refused",
+                                                                       "not enough memory",
                                                                        "QEMU failed",
                                                                        "start failed",
                                                                        "its shim finds fault",

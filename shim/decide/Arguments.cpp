@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "guest/Emulation.h"
+
 namespace shim {
 
 namespace {
@@ -115,6 +117,14 @@ std::string settingOf(const Option& option) {
   return setting::rest;
 }
 
+// Mebibytes, as the agent writes them; nothing for what is no such number.
+std::optional<unsigned> memoryOf(std::string_view value) {
+  unsigned memory = 0;
+  const char* const last = value.data() + value.size();
+  const auto [at, error] = std::from_chars(value.data(), last, memory);
+  return error == std::errc() && at == last ? std::optional(memory) : std::nullopt;
+}
+
 // Where in "HOST:DISPLAY…" the colon is; npos for what is no such thing ("none", "unix:PATH").
 size_t colonOf(std::string_view display) {
   return display.starts_with("unix:") ? std::string_view::npos
@@ -174,7 +184,7 @@ class Rewriter {
   void rewrite(const Option& option) {
     if (option.name == "-nodefconfig") return;
     if (option.name == "-enable-kvm")
-      return add("-accel", usesKvm(facts_, policy_) ? "kvm" : "tcg");
+      return add("-accel", usesKvm(facts_, policy_) ? "kvm" : emulation());
     if (!option.value) {
       new_.emplace_back(option.written);
       return;
@@ -183,6 +193,13 @@ class Rewriter {
     if (option.name == "-drive" && isDriveWithoutFormat(*option.value)) return addDrive(option);
     if (option.name == "-sandbox") sandboxed_ = true;
     add(option.written, valueOf(option));
+  }
+
+  // Told nothing, QEMU keeps an eighth of the machine's memory full of code, which no limit of the
+  // guest's could foresee.
+  std::string emulation() const {
+    if (!line_.memory) return "tcg";
+    return "tcg,tb-size=" + std::to_string(guest::codeCacheOf(*line_.memory));
   }
 
   std::string valueOf(const Option& option) const {
@@ -253,6 +270,7 @@ CommandLine readCommandLine(std::vector<std::string> arguments) {
       line.drives.push_back({*property(value, "file"), isOfCd(options, value)});
     if (isCard) line.cards.push_back(cardFrom(value));
     if (option.name == "-vnc") line.screen = screenOf(value);
+    if (option.name == "-m") line.memory = memoryOf(value);
   }
   requireSound(line);
   return line;

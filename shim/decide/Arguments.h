@@ -86,6 +86,7 @@ struct CommandLine {
   // The screen's number, when it is one that is to be served at an address. QEMU serves it at none:
   // whoever is to see it is given to it.
   std::optional<unsigned> screen;
+  std::optional<unsigned> memory;  // the guest's, in mebibytes
   // All the rest, by the setting that it is.
   std::map<std::string, std::string> settings;
 };

@@ -65,7 +65,7 @@ std::string refusal(const std::string& line) {
 
 TEST(Arguments, OfTheAgentBecomeThoseOfAPresentDayQemu) {
   EXPECT_EQ(rewritten(agentLine()),
-            "-S -M pc -accel tcg -smp 1 -nodefaults -no-user-config -rtc base=utc "
+            "-S -M pc -accel tcg,tb-size=64 -smp 1 -nodefaults -no-user-config -rtc base=utc "
             "-chardev socket,id=serial0,fd=4 -device isa-serial,chardev=serial0 -m 256 "
             "-name guest0 -chardev socket,id=monitor,fd=3 -mon chardev=monitor,mode=control -usb "
             "-device usb-tablet,id=input0 -nographic -device cirrus-vga -boot order=dc "
@@ -226,7 +226,7 @@ TEST(Arguments, UseNoKvmWhenThePolicyForbidsIt) {
   Facts facts;
   facts.kvmUsable = true;
   EXPECT_THAT(rewritten(agentLine(), facts, {guest::Acceleration::tcg}),
-              HasSubstr(" -accel tcg -smp 1"));
+              HasSubstr(" -accel tcg,tb-size=64 -smp 1"));
 }
 
 TEST(Arguments, UseKvmWhenThePolicyDemandsItWhateverTheMachineIs) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "guest/Emulation.h"
 #include "runtime/base/Descriptor.h"
 
 namespace shim {
@@ -85,13 +86,6 @@ std::string headOf(const std::string& path, size_t size) {
   return head;
 }
 
-bool isWordAt(std::string_view text, size_t at, size_t length) {
-  const auto isBlank = [&](size_t i) {
-    return i >= text.size() || text[i] == ' ' || text[i] == '\t' || text[i] == '\n';
-  };
-  return (at == 0 || isBlank(at - 1)) && isBlank(at + length);
-}
-
 }  // namespace
 
 Environment environmentFrom(const std::function<const char*(const char*)>& get) {
@@ -103,6 +97,7 @@ Environment environmentFrom(const std::function<const char*(const char*)>& get) 
   environment.guestUsers = usersFrom(valueOf(get, variable::guestUsers, ""));
   environment.policy.acceleration =
       accelerationFrom(valueOf(get, variable::accel, guest::defaultAcceleration));
+  environment.group = valueOf(get, variable::group, "");
   environment.imageFormat = imageFormatFrom(valueOf(get, variable::imageFormat, ""));
   environment.stopTimeout =
       secondsFrom(valueOf(get, variable::stopTimeout, guest::defaultStopTimeout));
@@ -114,23 +109,13 @@ bool isKvmUsable() {
   // The flags of the first CPU; the others' are the same.
   constexpr size_t cpuinfoSize = 16 * 1024;
   const rt::Descriptor kvm(open("/dev/kvm", O_RDWR | O_CLOEXEC));
-  return kvm && canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
+  return kvm && guest::canRunGuests(headOf("/proc/cpuinfo", cpuinfoSize));
 }
 
 std::optional<dev_t> kvmDevice() {
   struct stat facts {};
   if (stat("/dev/kvm", &facts) != 0 || !S_ISCHR(facts.st_mode)) return std::nullopt;
   return facts.st_rdev;
-}
-
-bool canRunGuests(std::string_view cpuinfo) {
-  const size_t begin = cpuinfo.find("\nflags");
-  if (begin == std::string_view::npos) return false;
-  const std::string_view flags = cpuinfo.substr(begin + 1, cpuinfo.find('\n', begin + 1) - begin);
-  for (const std::string_view flag : {"vmx", "svm"})
-    for (size_t at = flags.find(flag); at != std::string_view::npos; at = flags.find(flag, at + 1))
-      if (isWordAt(flags, at, flag.size())) return true;
-  return false;
 }
 
 }  // namespace shim

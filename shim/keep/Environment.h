@@ -28,6 +28,8 @@ struct Environment {
   // The address that the guest's screen is served at, of IPv6 with or without its brackets. Empty:
   // at none, but on a socket of the group's.
   std::string screenAddress;
+  // The path of the control group that QEMU is born in; empty: in the shim's own.
+  std::string group;
   // What the disk image is, as the daemon says; nothing: it says nothing.
   std::optional<guest::ImageFormat> imageFormat;
   // What a guest gets to shut down by itself.
@@ -47,8 +49,5 @@ bool isKvmUsable();
 
 // The device of /dev/kvm; nothing when there is none.
 std::optional<dev_t> kvmDevice();
-
-// Pure: whether a CPU that is so described can run guests.
-bool canRunGuests(std::string_view cpuinfo);
 
 }  // namespace shim

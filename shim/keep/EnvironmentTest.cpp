@@ -91,17 +91,5 @@ TEST(Environment, OfNoUseIsRefused) {
                   "' is refused: it must be a descriptor's number");
 }
 
-TEST(Cpu, CanRunGuestsWhenItSaysSo) {
-  EXPECT_TRUE(canRunGuests("processor : 0\nflags\t\t: fpu vmx sse\n"));
-  EXPECT_TRUE(canRunGuests("processor : 0\nflags\t\t: fpu svm"));
-  EXPECT_TRUE(canRunGuests("processor : 0\nflags\t\t: vmx\nbugs : none\n"));
-}
-
-TEST(Cpu, CannotRunGuestsOtherwise) {
-  EXPECT_FALSE(canRunGuests(""));
-  EXPECT_FALSE(canRunGuests("processor : 0\nflags : fpu sse\nvmx flags : ept\n"));
-  EXPECT_FALSE(canRunGuests("processor : 0\nflags : svm_lock xvmx\n"));
-}
-
 }  // namespace
 }  // namespace shim

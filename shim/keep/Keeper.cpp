@@ -107,6 +107,7 @@ Keeper::Keeper(const Environment& environment, const CommandLine& line, const st
       directory_(directory),
       lock_(lock),
       user_(directory.sharedPlace(guest::guestUsersFile), environment.guestUsers),
+      group_(environment.group),
       socket_(std::move(socket)),
       log_(directory.place(guest::shimLog), logSize),
       events_(directory.place(guest::eventsFile)),
@@ -158,7 +159,7 @@ void Keeper::start(const Environment& environment, const CommandLine& line,
   const Facts facts{isKvmUsable(), driveFiles(line.drives, images, firstImageDescriptor)};
   std::vector<std::string> argv = rewrittenArguments(line, facts, environment.policy);
   argv.insert(argv.begin(), argv0);
-  pid_ = startQemu(boxOf(environment, facts, user_), argv,
+  pid_ = startQemu(boxOf(environment, facts, user_), group_, argv,
                    {qemuMonitor.number(), qemuSerial.number(), lock_.number(), writing.number(),
                     numbersOf(images)});
   // To end QEMU, which is another user's, is all that is left to do as root.
@@ -181,6 +182,7 @@ int Keeper::run() {
     handle(waiting);
     passTime();
   }
+  group_.endRest();
   collectRest();
   writeEnd();
   directory_.problemIs("");
@@ -373,15 +375,25 @@ void Keeper::collectRest() {
   if (agent_) agent_->flush();
 }
 
+std::string Keeper::causeOfEnd(const std::optional<GuestGroup::Memory>& memory) const {
+  if (memory && memory->wasTooMuch)
+    return "ended by the memory limit of " + std::to_string(memory->limit) + " MiB";
+  if (!endedBy_.empty()) return endedBy_;
+  if (!killedFor_.empty()) return killedFor_;
+  return lines_.last().empty() ? describe(*status_) : withNames(lines_.last(), imageNames_);
+}
+
 void Keeper::writeEnd() {
-  const std::string cause = !endedBy_.empty()        ? endedBy_
-                            : !killedFor_.empty()    ? killedFor_
-                            : !lines_.last().empty() ? withNames(lines_.last(), imageNames_)
-                                                     : describe(*status_);
+  const auto memory = group_.memory();
+  const bool wasTooMuch = memory && memory->wasTooMuch;
+  const std::string cause = causeOfEnd(memory);
+  if (memory && memory->peak != 0)
+    log_.write(logLine("shim", "QEMU had " + std::to_string(memory->peak) + " MiB at most, of " +
+                                   std::to_string(memory->limit)));
   const bool bySignal = WIFSIGNALED(*status_);
   events_.tell(
       {event::end,
-       {},
+       wasTooMuch ? std::string(event::memoryLimit) : std::string(),
        cause,
        {},
        {{bySignal ? "signal" : "exit", bySignal ? WTERMSIG(*status_) : WEXITSTATUS(*status_)}}});

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "shim/box/GuestGroup.h"
 #include "shim/box/GuestUser.h"
 #include "shim/decide/Arguments.h"
 #include "shim/decide/OutputLines.h"
@@ -83,6 +84,7 @@ class Keeper {
   void showProblems();
   void logLines(const std::vector<std::string>& lines);
   void collectRest();
+  std::string causeOfEnd(const std::optional<GuestGroup::Memory>& memory) const;
   void writeEnd();
 
   const std::string name_;
@@ -90,7 +92,8 @@ class Keeper {
   const Duration stopTimeout_;
   const VmDirectory& directory_;
   VmLock& lock_;
-  const GuestUser user_;  // QEMU's
+  const GuestUser user_;    // QEMU's
+  const GuestGroup group_;  // likewise
   const RowMark rowMark_;
   std::unique_ptr<ListeningSocket> socket_;
   BoundedLog log_;

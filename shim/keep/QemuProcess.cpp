@@ -118,11 +118,10 @@ std::vector<int> descriptorsOneByOne() {
 
 }  // namespace
 
-pid_t startQemu(const Box& box, const std::vector<std::string>& argv,
+pid_t startQemu(const Box& box, const GuestGroup& group, const std::vector<std::string>& argv,
                 const Inheritance& inheritance) {
   const pid_t shim = getpid();
-  const pid_t pid = fork();
-  if (pid < 0) throw failureOf("QEMU could not be started");
+  const pid_t pid = group.fork();
   if (pid == 0) becomeQemu(box, argv, inheritance, shim);
   return pid;
 }

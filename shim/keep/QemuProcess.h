@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "shim/box/Box.h"
+#include "shim/box/GuestGroup.h"
 
 namespace shim {
 
@@ -19,11 +20,11 @@ struct Inheritance {
   std::vector<int> images;  // of the disks, in the order of their numbers in QEMU
 };
 
-// Starts the box's program in the box. It dies with the thread that calls this: with SIGKILL, when
-// that ends. No signal is blocked, ignored or handled, and there is no environment: QEMU needs
-// none. What cannot be shut in, or run, ends with status 127 and says why on its standard error.
-// Throws Failure when there can be no process.
-pid_t startQemu(const Box& box, const std::vector<std::string>& argv,
+// Starts the box's program in the box and the group. It dies with the thread that calls this: with
+// SIGKILL, when that ends. No signal is blocked, ignored or handled, and there is no environment:
+// QEMU needs none. What cannot be shut in, or run, ends with status 127 and says why on its
+// standard error. Throws Failure when there can be no process.
+pid_t startQemu(const Box& box, const GuestGroup& group, const std::vector<std::string>& argv,
                 const Inheritance& inheritance);
 
 // The descriptors above standard error that this process has: at its start, those of its parent.
