@@ -63,8 +63,9 @@ TEST_F(Usage, RefusesWhatTheVerbDoesNotTake) {
             usageError("'enable' takes no option '--output': see 'vmctl enable --help'"));
   EXPECT_EQ(vmctl("list web1"), usageError("'list' does not take 'web1': vmctl list [-o FORMAT]"));
   EXPECT_EQ(vmctl("show"), usageError("'show' needs NAME: vmctl show NAME [-o FORMAT]"));
-  EXPECT_EQ(vmctl("set web1"),
-            usageError("'set' needs NAME FIELD=VALUE...: vmctl set NAME FIELD=VALUE..."));
+  EXPECT_EQ(
+      vmctl("set web1"),
+      usageError("'set' needs NAME FIELD=VALUE...: vmctl set NAME FIELD=VALUE... [--dry-run]"));
 }
 
 TEST_F(Usage, RefusesValuesWhereNoneBelongAndMissingOnes) {

@@ -242,7 +242,7 @@ void VmctlFixture::putHeard() {
   const statedb::Cursor now = store(statedb::Half::config)->snapshot({}).cursor;
   put("daemon", "vmagentd",
       R"({"configStore":")" + now.storeId + R"(","configSequence":)" + rt::toText(now.sequence) +
-          "}");
+          (daemonSays_.empty() ? "" : "," + daemonSays_) + "}");
 }
 
 }  // namespace ctl::fakes

@@ -71,6 +71,7 @@ class VmctlFixture : public testing::Test {
   bool isTerminal_ = false;
   bool inIsTerminal_ = false;
   FakeMachine machine_;
+  rt::String daemonSays_;     // further fields of its row
   std::string heldPty_;       // whose console was asked for last
   std::string joinedSocket_;  // likewise, by the socket
   std::string viewedSocket_;  // likewise, to look at

@@ -1,6 +1,7 @@
 #include "ctl/verbs/ConfigVerbs.h"
 
 #include "ctl/line/Fields.h"
+#include "ctl/verbs/Budget.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/view/CardInterfaces.h"
 #include "model/RestartNeeded.h"
@@ -44,12 +45,14 @@ std::vector<Assignment> fieldsOf(Context& context, const Arguments& arguments) {
   return fields;
 }
 
-void tellChanged(Context& context, const Changed& changed) {
+void tellChanged(Context& context, const Changed& changed,
+                 Configuration::Mode mode = Configuration::Mode::write) {
   const rt::String& name = changed.after->name();
   const bool isOpenedOtherwise = changed.formatBefore != changed.formatAfter;
   if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after) &&
       !isOpenedOtherwise && isSame(*changed.limitsBefore, *changed.limitsAfter))
     return context.tell(name + ": was so already");
+  if (mode == Configuration::Mode::tell) return context.tell(name + ": would be changed");
   if (model::needsRestart({*changed.before, changed.formatBefore},
                           {*changed.after, changed.formatAfter}))
     context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
@@ -70,6 +73,10 @@ void requireNoSurprise(Context& context, const rt::String& name, bool isEnabled)
 
 }  // namespace
 
+Configuration::Mode modeOf(const Arguments& arguments) {
+  return arguments.has("dry-run") ? Configuration::Mode::tell : Configuration::Mode::write;
+}
+
 void complainOfDelay(Context& context) {
   if (!context.daemonRuns())
     context.complain("vmagentd is not running: nothing happens until it does");
@@ -86,12 +93,17 @@ Exit addVm(Context& context, const Arguments& arguments) {
   };
   const rt::String& name = arguments.words().front();
   requireNoSurprise(context, name, arguments.has("enabled"));
-  Configuration configuration(context);
+  Configuration configuration(context, modeOf(arguments));
   const auto added = configuration.add(name, change);
   const auto& vm = added.after;
   warnOfImage(context, *vm, added.formatAfter);
   warnOfSharedImage(context, configuration.configs(), *vm);
   warnOfInterfaces(context, *vm);
+  warnOfRoom(context, nullptr, *vm, *added.limitsAfter);
+  if (modeOf(arguments) == Configuration::Mode::tell) {
+    context.tell(name + (vm->enabled() ? ": would be added and enabled" : ": would be added"));
+    return Exit::done;
+  }
   context.tell(name + (vm->enabled() ? ": added and enabled" : ": added"));
   complainOfDelay(context);
   return Exit::done;
@@ -101,6 +113,7 @@ Exit setVm(Context& context, const Arguments& arguments) {
   std::vector<Assignment> assignments;
   bool isImageTouched = false;
   bool isCardTouched = false;
+  bool isRoomTouched = false;
   for (size_t i = 1; i < arguments.words().size(); ++i) {
     assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
     auto& [name, value] = assignments.back();
@@ -108,17 +121,22 @@ Exit setVm(Context& context, const Arguments& arguments) {
       value = meant(context, *field, value);
     isImageTouched = isImageTouched || name == "diskImage" || name == "enabled" || name == "format";
     isCardTouched = isCardTouched || name.str().ends_with(".intfName");
+    isRoomTouched = isRoomTouched || name == "memory" || name == "vncPort" || name == "enabled" ||
+                    name == "memoryReserve";
   }
   const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
     assign(records, assignments, context.world().limits, problems);
   };
-  Configuration configuration(context);
-  const auto changed = configuration.change(arguments.words().front(), change);
+  const rt::String& name = arguments.words().front();
+  const VmRow before = vmNamed(context, name);
+  Configuration configuration(context, modeOf(arguments));
+  const auto changed = configuration.change(name, change);
   if (isImageTouched) warnOfImage(context, *changed.after, changed.formatAfter);
   if (changed.before->diskImage() != changed.after->diskImage())
     warnOfSharedImage(context, configuration.configs(), *changed.after);
   if (isCardTouched) warnOfInterfaces(context, *changed.after);
-  tellChanged(context, changed);
+  if (isRoomTouched) warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
+  tellChanged(context, changed, modeOf(arguments));
   return Exit::done;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ctl/line/Context.h"
+#include "ctl/verbs/Configuration.h"
 
 namespace ctl {
 
@@ -9,6 +10,9 @@ Exit addVm(Context& context, const Arguments& arguments);
 Exit setVm(Context& context, const Arguments& arguments);
 Exit addNic(Context& context, const Arguments& arguments);
 Exit removeNic(Context& context, const Arguments& arguments);
+
+// What a verb is to do: with --dry-run it only tells.
+Configuration::Mode modeOf(const Arguments& arguments);
 
 // For verbs that wrote something: says so when nobody carries it out.
 void complainOfDelay(Context& context);

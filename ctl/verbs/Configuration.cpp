@@ -41,7 +41,9 @@ bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unre
   });
 }
 
-Configuration::Configuration(Context& context) : context_(context) { read(); }
+Configuration::Configuration(Context& context, Mode mode) : context_(context), mode_(mode) {
+  read();
+}
 
 void Configuration::read() {
   rows_.clear();
@@ -105,7 +107,7 @@ void Configuration::commit(Changed& changed, const VmRow& known, const rt::Strin
   changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, *known.image);
   changed.limitsBefore = known.limits;
   putLimits(transaction, vm.name(), *changed.limitsAfter, {*known.limits, known.limitsRevision});
-  context_.db().commit(transaction);
+  if (mode_ == Mode::write) context_.db().commit(transaction);
   index_->vmIs(vm);
 }
 

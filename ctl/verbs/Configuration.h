@@ -32,7 +32,9 @@ bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unre
 // the daemon refuses the newcomer.
 class Configuration {
  public:
-  explicit Configuration(Context& context);
+  // Whether it writes, or only looks whether it could.
+  enum class Mode : uint8_t { write, tell };
+  explicit Configuration(Context& context, Mode mode = Mode::write);
 
   // Writes to the records, and adds to `problems` what it refuses. That of the image is empty at
   // first: what it is left without is not said.
@@ -43,6 +45,7 @@ class Configuration {
   Changed add(const rt::String& name, const Change& change);
   Changed change(const rt::String& name, const Change& change);
 
+  Mode mode() const { return mode_; }
   // By name, as they were read last, without status. `config` is null where it cannot be read.
   const std::map<rt::String, VmRow>& rows() const { return rows_; }
   // Those that can be read.
@@ -60,6 +63,7 @@ class Configuration {
   void commit(Changed& changed, const VmRow& known, const rt::String& format);
 
   Context& context_;
+  const Mode mode_;
   std::map<rt::String, VmRow> rows_;
   std::optional<model::ConfigIndex> index_;  // of those that can be read
 };

@@ -4,6 +4,7 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/machine/Doctor.h"
+#include "ctl/verbs/Budget.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 
@@ -80,20 +81,26 @@ Finding examineDaemon(Context& context) {
 std::vector<Finding> findingsOf(Context& context) {
   const Machine& machine = context.world().machine;
   const Directories& directories = context.directories();
-  return {examineKvm(machine),
-          examineQemu(machine),
-          examineKernel(machine),
-          examineMacvtap(machine),
-          examineDevices(machine),
-          examineBox(machine),
-          examineShim(machine),
-          examineAgent(machine),
-          examineStateDirectory(machine, directories.state),
-          examineRunDirectory(machine, directories.run),
-          examinePermissions(machine, directories),
-          examineDatabase(context),
-          examineDaemon(context),
-          examineClock(machine)};
+  std::vector<Finding> findings{examineKvm(machine),
+                                examineQemu(machine),
+                                examineKernel(machine),
+                                examineMacvtap(machine),
+                                examineDevices(machine),
+                                examineBox(machine),
+                                examineShim(machine),
+                                examineAgent(machine),
+                                examineStateDirectory(machine, directories.state),
+                                examineRunDirectory(machine, directories.run),
+                                examinePermissions(machine, directories),
+                                examineDatabase(context),
+                                examineDaemon(context),
+                                examineClock(machine)};
+  try {
+    if (auto budget = examineBudget(context)) findings.push_back(std::move(*budget));
+  } catch (const statedb::Error&) {
+    // Told by examineDatabase.
+  }
+  return findings;
 }
 
 rt::String jsonOf(const std::vector<Finding>& findings) {

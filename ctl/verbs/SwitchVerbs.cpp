@@ -4,6 +4,7 @@
 #include <map>
 
 #include "ctl/line/Json.h"
+#include "ctl/verbs/Budget.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/verbs/Waiting.h"
@@ -76,10 +77,14 @@ Exit complainOfUnknown(Context& context) {
 }
 
 rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
+  const VmRow before = vmNamed(context, name);
   const auto changed = configuration.change(
       name, [](const VmRecords& records, auto&) { records.vm.enabledIs(true); });
   warnOfImage(context, *changed.after, changed.formatAfter);
-  if (!changed.before->enabled()) return "enabled";
+  if (!changed.before->enabled())
+    warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
+  if (!changed.before->enabled())
+    return configuration.mode() == Configuration::Mode::tell ? "would be enabled" : "enabled";
   const VmRow row = vmNamed(context, name);
   if (row.hasEnded() && context.daemonRuns())
     throw Refusal(Exit::conflict, name + ": is enabled and its guest has ended: 'vmctl restart " +
@@ -177,7 +182,11 @@ void requireStart(Context& context, const VmRow& row) {
 }  // namespace
 
 Exit enableVms(Context& context, const Arguments& arguments) {
-  Configuration configuration(context);
+  Configuration configuration(context, modeOf(arguments));
+  if (modeOf(arguments) == Configuration::Mode::tell)
+    return forEach(context, arguments.words(), [&](const rt::String& name) {
+      context.tell(name + ": " + enable(context, configuration, name));
+    });
   std::map<rt::String, bool> hadEnded;
   Deed deed;
   deed.ask = [&](const rt::String& name) {

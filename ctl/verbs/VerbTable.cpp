@@ -22,7 +22,7 @@ constexpr std::string_view allFormats = "table wide json name";
 
 // In the order of help.
 constexpr Verb table[] = {
-    {"add", "", "NAME", 1, 1, "FIELDS nic enabled", "", "make a VM",
+    {"add", "", "NAME", 1, 1, "FIELDS nic enabled dry-run", "", "make a VM",
      "Makes a virtual machine. It is started when --enabled is given, else by 'vmctl enable'.\n"
      "All that is wrong is told at once, and nothing is written then. A disk image that is\n"
      "not there yet is no mistake, only a warning, and so is an interface of a card.\n"
@@ -36,13 +36,14 @@ constexpr Verb table[] = {
      "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled \\\n"
      "      --nic model=virtio-net-pci,mac=52:54:00:12:34:56,intf=Vlan100\n",
      addVm},
-    {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "", "", "change a VM",
+    {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "dry-run", "", "change a VM",
      "Changes all the fields at once or, when one is refused, none:\n"
      "\n"
      "FIELDS\n"
      "\n"
-     "All but the first take effect at the guest's next start: 'vmctl restart NAME'. Without a\n"
-     "format, a new disk image is what it begins as now.\n",
+     "A guest that runs has the first and those from cpuWeight to ioWeight at once, all others\n"
+     "from its next start on: 'vmctl restart NAME'. Without a format, a new disk image is what\n"
+     "it begins as now.\n",
      setVm},
     {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
      "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"
@@ -57,7 +58,7 @@ constexpr Verb table[] = {
      addNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
-    {"enable", "start", "NAME...", 1, anyNumber, "wait timeout", "", "start VMs",
+    {"enable", "start", "NAME...", 1, anyNumber, "dry-run wait timeout", "", "start VMs",
      "Starts virtual machines, and keeps them started: after a reboot too. Done is: the status\n"
      "is enabled and Running. A machine whose guest has ended by itself is started again by\n"
      "'vmctl restart'.\n",

@@ -28,18 +28,18 @@ Wanted VmKeeper::wantedState() const {
 void VmKeeper::showState() {
   const bool isWanted = wantedState() == Wanted::running;
   tools_.states.keeperSays(
-      name_, {.wanted = wantedState(),
-              .hasProcess = hasProcess() || adoptable_,
-              .mayGoOn = tools_.waiting.isWaiting(name_),
-              .isEnding = hasProcess() && isEnding(),
-              .isOutOfReach = isOutOfReach(),
-              .isStarted = facts().switchedOn && facts().statusEnabled,
-              .isRefused =
-                  (hasRow_ && !wanted_) ||
-                  (isWanted && (image_.kind == ImageVerdict::Kind::refused || !noRoom_.empty())),
-              .agentState = status_ ? status_->state() : rt::String(),
-              .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
-              .stopAt = pacing_.stopAt() - shimsOwn});
+      name_,
+      {.wanted = wantedState(),
+       .hasProcess = hasProcess() || adoptable_,
+       .mayGoOn = tools_.waiting.isWaiting(name_),
+       .isEnding = hasProcess() && isEnding(),
+       .isOutOfReach = isOutOfReach(),
+       .isStarted = facts().switchedOn && facts().statusEnabled,
+       .isRefused = (hasRow_ && !wanted_) ||
+                    (isWanted && (image_.kind == ImageVerdict::Kind::refused || !noRoom_.empty())),
+       .agentState = status_ ? status_->state() : rt::String(),
+       .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
+       .stopAt = pacing_.stopAt() - shimsOwn});
 }
 
 void VmKeeper::showRowProblem() {
