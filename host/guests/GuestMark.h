@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/guests/Survivors.h"
+#include "host/guests/GuestProcess.h"
 #include "statedb/Record.h"
 
 namespace host {

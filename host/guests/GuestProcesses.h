@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "host/guests/Survivors.h"
+#include "host/guests/GuestProcess.h"
 #include "statedb/Record.h"
 
 namespace host {

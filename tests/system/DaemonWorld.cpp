@@ -16,7 +16,7 @@
 #include <sstream>
 #include <thread>
 
-#include "host/guests/Survivors.h"
+#include "host/guests/GuestProcess.h"
 #include "model/Tables.h"
 #include "runtime/base/Check.h"
 #include "statedb/sqlite/SqliteDb.h"
