@@ -16,7 +16,7 @@
 
 #include "model/Tables.h"
 #include "runtime/base/Text.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
 

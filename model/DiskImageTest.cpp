@@ -11,7 +11,7 @@
 
 #include "model/DiskImage.h"
 #include "runtime/base/Check.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace model {
 namespace {

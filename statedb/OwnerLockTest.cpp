@@ -12,7 +12,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/OwnerLock.h"
 
 namespace statedb {

@@ -12,7 +12,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/Error.h"
 #include "statedb/OwnerSign.h"
 

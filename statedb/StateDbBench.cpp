@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/fakes/StatusTables.h"
 #include "statedb/sqlite/SqliteDb.h"
 

@@ -3,8 +3,8 @@
 
 #include <fstream>
 
+#include "runtime/base/fakes/TestFolder.h"
 #include "runtime/fakes/LoopFixture.h"
-#include "runtime/fakes/TestFolder.h"
 #include "statedb/StateDb.h"
 #include "statedb/fakes/MemoryStore.h"
 #include "statedb/fakes/StatusTables.h"

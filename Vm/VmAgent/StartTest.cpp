@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 
 #include "Vm/VmAgent/fakes/AgentFixture.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace Vm {
 

@@ -15,7 +15,7 @@
 #include "ctl/fakes/VmctlFixture.h"
 #include "ctl/machine/ConsoleSession.h"
 #include "runtime/base/Exception.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace ctl {
 namespace {

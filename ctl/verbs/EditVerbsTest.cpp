@@ -7,7 +7,7 @@
 #include "ctl/fakes/VmctlFixture.h"
 #include "ctl/machine/TemporaryFile.h"
 #include "runtime/base/Exception.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace ctl {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "host/base/LineOutput.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace host {
 namespace {

@@ -14,7 +14,7 @@
 
 #include "host/guests/DiskShims.h"
 #include "runtime/base/Descriptor.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace host {
 namespace {

@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "host/guests/EventReader.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace host {
 namespace {

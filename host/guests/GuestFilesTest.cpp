@@ -11,8 +11,8 @@
 
 #include "host/guests/DiskShims.h"
 #include "runtime/base/Exception.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "runtime/fakes/ManualClock.h"
-#include "runtime/fakes/TestFolder.h"
 #include "runtime/loop/ActivityManager.h"
 
 namespace host {

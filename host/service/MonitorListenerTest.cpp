@@ -16,7 +16,7 @@
 
 #include "host/service/MonitorListener.h"
 #include "runtime/base/Exception.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace host {
 namespace {

@@ -16,7 +16,7 @@
 #include <string>
 
 #include "runtime/base/OwnFile.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 
 namespace rt {
 namespace {

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <optional>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
 #include "shim/box/GuestUser.h"
 

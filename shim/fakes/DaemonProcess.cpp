@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
 
 namespace shim::fakes {

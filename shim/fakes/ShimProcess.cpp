@@ -15,7 +15,7 @@
 #include <cstring>
 #include <sstream>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/keep/Wire.h"
 
 namespace shim::fakes {

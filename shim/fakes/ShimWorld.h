@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
 #include "shim/keep/ListeningSocket.h"
 

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/keep/BoundedLog.h"
 
 namespace shim {

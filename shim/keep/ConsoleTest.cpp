@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/keep/Console.h"
 
 namespace shim {

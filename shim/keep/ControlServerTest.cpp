@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "runtime/base/Release.h"
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
 #include "shim/keep/ControlServer.h"
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
 #include "shim/keep/DiskImage.h"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
 #include "shim/keep/ListeningSocket.h"
 

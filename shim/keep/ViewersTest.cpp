@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/keep/Console.h"
 
 namespace shim {

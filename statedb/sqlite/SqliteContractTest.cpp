@@ -1,4 +1,4 @@
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/fakes/StatusTables.h"
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/fakes/TestFiles.h"

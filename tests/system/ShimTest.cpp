@@ -15,7 +15,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "shim/fakes/ShimProcess.h"
 #include "shim/fakes/ShimWorld.h"
 #include "shim/keep/ListeningSocket.h"

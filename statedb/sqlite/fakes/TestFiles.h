@@ -11,7 +11,7 @@
 #include <iterator>
 #include <string>
 
-#include "runtime/fakes/TestFolder.h"
+#include "runtime/base/fakes/TestFolder.h"
 #include "statedb/sqlite/SqliteDb.h"
 
 namespace statedb::sqlite {
