@@ -8,14 +8,13 @@
 namespace host {
 namespace {
 
-using fakes::Row;
+using fakes::off;
+using fakes::on;
 using fakes::SupervisorWorld;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const Row on{.enabled = true};
-const Row off{.enabled = false};
 const rt::Seconds patience = rt::Seconds(15) + shimsOwn;
 
 // The guest of web1 is kept by an earlier daemon's shim, and is to be taken up.
