@@ -25,6 +25,9 @@ OWNED = (
 )
 SPELLS_ITSELF = ("Vm", "runtime", "netlink")
 
+# A file of ours, by its whole name.
+NAMED_FILE = re.compile(r"`([\w-]+(?:/[\w.-]+)+\.(?:h|cpp|py|txt|S|toml|trace|requests))`")
+
 LITERAL = re.compile(r'//[^\n]*|"((?:\\.|[^"\\\n])*)"')
 
 
@@ -58,6 +61,13 @@ def list_findings(texts, pages):
     return findings
 
 
+def path_findings(is_there, pages):
+    """Files that a page, {name: text}, names and that are not there."""
+    return [f"{name}:{text.count(chr(10), 0, match.start()) + 1}: there is no {match[1]}"
+            for name, text in sorted(pages.items()) for match in NAMED_FILE.finditer(text)
+            if not is_there(match[1])]
+
+
 def literals(text):
     """(line number, content) of each string literal; comments have none, nor lines of includes."""
     for number, line in enumerate(text.split("\n"), 1):
@@ -85,4 +95,6 @@ def word_findings(texts):
 def check(texts, root):
     pages = {name: (root / name).read_text()
              for name in [BUILD, TIDY, *(name for name, _ in PAGES)]}
-    return list_findings(texts, pages) + word_findings(texts)
+    texts_of_pages = {f"docs/{page.name}": page.read_text() for page in (root / "docs").glob("*.md")}
+    return (list_findings(texts, pages) + word_findings(texts) +
+            path_findings(lambda path: (root / path).is_file(), texts_of_pages))

@@ -27,6 +27,11 @@ class FolderRules(unittest.TestCase):
         found = folder_rules.list_findings({**TEXTS, "hos/C.cpp": ""}, PAGES)
         self.assertEqual(len(found), 3, found)
 
+    def test_a_page_names_files_that_are_there(self):
+        text = "`host/A.h`, `host/A.cpp`\nand `host/gone/B.cpp`, `docs/x.md`, `A.h`"
+        self.assertEqual(folder_rules.path_findings(TEXTS.__contains__, {"docs/a.md": text}),
+                         ["docs/a.md:2: there is no host/gone/B.cpp"])
+
     def words(self, path, code):
         return folder_rules.word_findings({path: code})
 
