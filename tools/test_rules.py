@@ -35,7 +35,7 @@ def suite_findings(tests):
     """Files of which no suite has the name.  Several are no fault: a plural's s may be missing."""
     findings = []
     for path, named in sorted(tests.items()):
-        name = path.rsplit("/", 1)[-1].removesuffix("Test.cpp").rstrip("s")
+        name = path.rsplit("/", 1)[-1].removesuffix("Test.cpp").removesuffix("s")
         if path.startswith((SYSTEM, *UNNAMED)) or any(suite.startswith(name) for suite, _ in named):
             continue
         suites = ", ".join(sorted({suite for suite, _ in named})) or "none"

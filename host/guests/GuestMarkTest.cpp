@@ -33,8 +33,10 @@ TEST(GuestMark, IsUnderstoodAsItIsTold) {
   for (const auto& [name, value] : variablesOf(row))
     variables.push_back(name.str() + "=" + value.str());
   EXPECT_EQ(rowIn(environment(variables)), row);
-  for (const auto& [name, value] : variablesOf({"6f1c", 1}))
-    if (name == "VMAGENT_ROW") EXPECT_EQ(value.size(), 20U) << "there is room for any other";
+  for (const auto& [name, value] : variablesOf({"6f1c", 1})) {
+    if (name != "VMAGENT_ROW") continue;
+    EXPECT_EQ(value.size(), 20U) << "there is room for any other";
+  }
 }
 
 // As the shim leaves it that writes a shorter one, or is at it.

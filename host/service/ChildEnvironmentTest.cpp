@@ -44,7 +44,7 @@ TEST(ChildEnvironment, IsAllThatAChildHas) {
 }
 
 TEST(ChildEnvironment, HasBesideWhatWasSaidLast) {
-  ChildEnvironment environment({{"PATH", "/bin"}});
+  ChildEnvironment environment(ChildEnvironment::Values{{"PATH", "/bin"}});
   environment.extraIs({{"VMAGENT_A", "1"}, {"VMAGENT_B", ""}});
   environment.extraIs({{"VMAGENT_C", "3"}});
   EXPECT_THAT(environmentOfAChild(), ElementsAre("PATH=/bin", "VMAGENT_C=3"));

@@ -139,7 +139,9 @@ class DescriptorLimit {
 
 TEST_F(PollerTest, HearsAllThoughItsProcessMayOpenFewerByNow) {
   for (const bool wereQuiet : {false, true}) {
-    if (wereQuiet) EXPECT_EQ(come(), nothing);
+    if (wereQuiet) {
+      EXPECT_EQ(come(), nothing);
+    }
     const DescriptorLimit none(0);
     busy.say();
     EXPECT_EQ(come(-1), only(0));

@@ -10,7 +10,7 @@ namespace {
 
 // A shim that took no notice of the monitor's socket would make another: an agent that is connected
 // to the first would wait for ever.
-TEST(QemuProcess, FindsAllThatIsInheritedThoughNoFurtherDescriptorCanBeOpened) {
+TEST(QemuProcessDescriptors, AreAllFoundThoughNoFurtherOneCanBeOpened) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   rlimit limit{};

@@ -552,9 +552,9 @@ std::string differenceOf(const Answers& one, const Answers& other) {
          "\nthe model:  " + (b == other.end() ? "nothing" : *b);
 }
 
-class LikeTheKernel : public testing::TestWithParam<uint64_t> {};
+class LikeTheKernelTest : public testing::TestWithParam<uint64_t> {};
 
-TEST_P(LikeTheKernel, AreTheModelsAnswersToRandomCalls) {
+TEST_P(LikeTheKernelTest, AnswerAsTheKernelsDo) {
   constexpr uint64_t each = 40;
   for (uint64_t seed = GetParam() * each; seed < (GetParam() + 1) * each; ++seed) {
     constexpr unsigned calls = 400;
@@ -562,7 +562,7 @@ TEST_P(LikeTheKernel, AreTheModelsAnswersToRandomCalls) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Simulator, LikeTheKernel, testing::Range(uint64_t{0}, uint64_t{8}));
+INSTANTIATE_TEST_SUITE_P(Simulator, LikeTheKernelTest, testing::Range(uint64_t{0}, uint64_t{8}));
 
 }  // namespace
 }  // namespace sim
