@@ -1,7 +1,8 @@
-# With VMAGENT_FAST_BUILD, half of the processor time of a build: the C++ library's headers are
-# compiled once for all libraries, and tests several at a time, since most of a test's object is what
-# every other of its program has, too. It hides a forgotten include, which is found by the presets
-# that are without: release, and tidy, by which clang-tidy reads each file.
+# With VMAGENT_FAST_BUILD, less processor time of a build: the C++ library's headers are compiled once
+# for all libraries. It hides a forgotten include, which is found by the presets that are without:
+# release, and tidy, by which clang-tidy reads each file. Tests are not compiled in batches, which
+# would take as much off again: what two of a batch call alike is an error, and a new file changes
+# which are in one.
 
 # The library's headers, for every library of this folder and those below. To be called last.
 function(vmagent_share_headers folder)
@@ -29,11 +30,4 @@ function(vmagent_share_headers folder)
   foreach(each IN LISTS below)
     vmagent_share_headers(${each})
   endforeach()
-endfunction()
-
-# A test program's sources in batches, each compiled as one.
-function(vmagent_batch_tests target)
-  if(VMAGENT_FAST_BUILD)
-    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
-  endif()
 endfunction()

@@ -2,9 +2,7 @@
 
 add_library(vmagent_warnings INTERFACE)
 target_compile_options(vmagent_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wswitch
-  # In a batch of tests, what one calls its own is in the next one's sight.
-  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wshadow>
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wswitch
   # gtest's INSTANTIATE_TEST_SUITE_P leaves its last argument out, as C++20 allows.
   $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
 if(VMAGENT_WERROR)
