@@ -36,11 +36,15 @@ std::vector<GroupValue> valuesOf(const model::VmLimits& limits, uint64_t memory)
           {"io.weight", "default " + rt::toText(limits.ioWeight())}};
 }
 
-std::vector<GroupValue> valuesOfAll(uint64_t memory, const model::Processors& processors) {
-  return {{"memory.max", bytesOf(memory)},
-          {"cpu.weight", rt::toText(weightOfGuests)},
-          {"cpu.max", quotaOf(processors)},
+std::vector<GroupValue> weightsOfAll() {
+  return {{"cpu.weight", rt::toText(weightOfGuests)},
           {"io.weight", "default " + rt::toText(weightOfGuests)}};
+}
+
+std::vector<GroupValue> valuesOfAll(uint64_t memory, const model::Processors& processors) {
+  std::vector<GroupValue> values = weightsOfAll();
+  values.insert(values.end(), {{"memory.max", bytesOf(memory)}, {"cpu.max", quotaOf(processors)}});
+  return values;
 }
 
 rt::String groupNameOf(const rt::String& vm, uint64_t need) {

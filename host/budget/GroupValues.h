@@ -20,6 +20,8 @@ struct GroupValue {
 // What one guest may take; `memory`: mebibytes, all together. Pure.
 std::vector<GroupValue> valuesOf(const model::VmLimits& limits, uint64_t memory);
 
+// The weight of all guests beside the daemon and the shims. Pure.
+std::vector<GroupValue> weightsOfAll();
 // What all guests together may take; `processors`: none, as many as there are. Pure.
 std::vector<GroupValue> valuesOfAll(uint64_t memory, const model::Processors& processors);
 

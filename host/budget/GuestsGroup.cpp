@@ -40,6 +40,13 @@ bool bounds(const MachineFiles& files, const rt::String& group) {
   return guest::hasWord(files.read(group + "/cgroup.subtree_control").value_or("").str(), "memory");
 }
 
+void put(MachineFiles& files, const rt::String& group, const std::vector<GroupValue>& values) {
+  for (const auto& [file, text] : values) {
+    const auto now = files.read(group + "/" + file);
+    if (now && *now != text + "\n") (void)files.write(group + "/" + file, text);
+  }
+}
+
 rt::String couldNot(const rt::String& path, const char* be, int error) {
   return path + " could not be " + be + ": " + std::strerror(error);
 }
@@ -93,10 +100,9 @@ rt::String renewGuestsGroup(MachineFiles& files, const rt::String& path, const G
   for (const rt::String& each : {base, path})
     if (!bounds(files, each)) enableControllers(files, each);
   if (!bounds(files, path)) return path + " cannot bound the memory of guests";
-  for (const auto& [file, text] : valuesOfAll(share.memory, share.processors)) {
-    const auto now = files.read(path + "/" + file);
-    if (now && *now != text + "\n") (void)files.write(path + "/" + file, text);
-  }
+  // systemd has taken away the empty group of the unit, and with it its weight.
+  put(files, base, weightsOfAll());
+  put(files, path, valuesOfAll(share.memory, share.processors));
   return {};
 }
 

@@ -27,6 +27,7 @@ TEST_F(GuestsGroupTest, OfAServiceIsInTheUnitThatIsTheGuests) {
   EXPECT_EQ(group.path, std::string(slice) + "/vmagent-guests.service/guests");
   EXPECT_EQ(files.at(group.path.str() + "/memory.max"), "805306368");
   EXPECT_EQ(files.at(group.path.str() + "/cpu.max"), "20000 20000");
+  EXPECT_EQ(files.at(std::string(slice) + "/vmagent-guests.service/cpu.weight"), "50");
   EXPECT_EQ(files.at(group.path.str() + "/cgroup.subtree_control"), "memory cpu io pids ");
   EXPECT_FALSE(files.hasDirectory("/sys/fs/cgroup/vmagent"));
   for (const std::string& write : files.writes)
