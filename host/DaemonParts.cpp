@@ -37,6 +37,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .hostStatus = hostStatus_,
                .problems = problems_,
                .configuration = configuration_,
+               .limits = limits_,
                .waiting = waiting_}),
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
       statusFeed_(rt::make<StatusFeed>(db, statusOf(agent_, hostStatus_), ground_.clock)),
@@ -85,7 +86,9 @@ void DaemonParts::imageIs(const rt::String& vm, const std::optional<statedb::Rec
 void DaemonParts::imageIsLost(const rt::String& vm) { guests_.imageIsLost(vm); }
 
 void DaemonParts::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
-  guests_.limitsAre(vm, row);
+  limits_.rowIs(vm, row);
+  guests_.limitsAre(vm);
+  network_.limitsAre();
 }
 
 void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) { guests_.rowIs(vm, row); }

@@ -52,6 +52,7 @@ class DaemonParts : private ConfigurationTaker {
   const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs(model::daemonKey);
   Problems problems_;
   Configuration configuration_;
+  LimitRows limits_{model::machineLimits()};
   WaitingGuests waiting_;
   const Ground ground_;
   const Heartbeat::Ptr heartbeat_;

@@ -7,6 +7,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/database/Configuration.h"
+#include "host/database/LimitRows.h"
 #include "host/guests/Shims.h"
 #include "host/guests/VmStart.h"
 #include "host/guests/WaitingGuests.h"
@@ -27,6 +28,7 @@ struct Ground {
   Problems& problems;
   // The configuration as it was taken last, and the guests that wait for their VM's start.
   const Configuration& configuration;
+  const LimitRows& limits;
   WaitingGuests& waiting;
 };
 

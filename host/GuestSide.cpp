@@ -12,7 +12,6 @@ namespace host {
 GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards)
     : ground_(ground),
       imageRows_(ground.db),
-      limitRows_(model::machineLimits()),
       imageLooks_(rt::make<ImageLooks>(
           ImageLooks::Tools{
               .look = model::imageFacts,
@@ -38,7 +37,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .shims = ground.shims,
               .states = *states_,
               .images = images_,
-              .limits = limitRows_,
+              .limits = ground.limits,
               .budget = guestBudget(),
               .start = ground.start,
               .processes = processes_,
@@ -62,8 +61,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
       });
 }
 
-void GuestSide::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
-  limitRows_.rowIs(vm, row);
+void GuestSide::limitsAre(const rt::String& vm) {
   if (budget_) budget_->limitsAre(vm);
   supervisor_->limitsAreKnown(vm);
 }
@@ -95,7 +93,7 @@ GuestBudget& GuestSide::guestBudget() {
   groupWatch_ = rt::make<GroupWatch>([this] { budget_->look(); });
   budget_ = std::make_unique<Budget>(
       Budget::Tools{.files = machineFiles_,
-                    .limits = limitRows_,
+                    .limits = ground_.limits,
                     .watch = [this](const rt::String& path) { groupWatch_->watch(path); },
                     .again = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); },
                     .isKept = [this](const rt::String& vm) { return ground_.shims.isThere(vm); }},

@@ -5,7 +5,6 @@
 #include "host/StatusOfBefore.h"
 #include "host/budget/Budget.h"
 #include "host/budget/GroupWatch.h"
-#include "host/database/LimitRows.h"
 #include "host/guests/EarlierGuests.h"
 #include "host/guests/ImageLooks.h"
 #include "host/guests/Images.h"
@@ -31,7 +30,7 @@ class GuestSide {
     images_.rowIs(vm, row);
   }
   void imageIsLost(const rt::String& vm) { images_.rowIsLost(vm); }
-  void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row);
+  void limitsAre(const rt::String& vm);
   void rowIs(const rt::String& vm, const VmRow* row);
   void givenUpIs(const rt::String& vm, const rt::String& guest);
 
@@ -47,7 +46,6 @@ class GuestSide {
   const Ground& ground_;
   const KernelGuestProcesses processes_;
   ImageRows imageRows_;
-  LimitRows limitRows_;
   const ImageLooks::Ptr imageLooks_;
   Images images_;
   KernelFiles machineFiles_;

@@ -36,7 +36,11 @@ NetworkSide::NetworkSide(const Ground& ground)
                                                          .traces = ground.traces,
                                                          .taps = taps},
                                        ground.clock)),
-      senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }) {}
+      senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }),
+      rateGuard_(rateLimiter_, [this](rt::EthAddr address) {
+        const rt::String* const vm = vmOf(address);
+        return vm ? ground_.limits.limits(*vm)->rateLimit() : 0;
+      }) {}
 
 void NetworkSide::begin() {
   // After the interfaces' names: so a device is heard of under its interface at once.
@@ -44,6 +48,7 @@ void NetworkSide::begin() {
       ground_.agent.kernel, interfaces_,
       [this](uint32_t device, const rt::String& name, rt::EthAddr address) {
         if (ground_.options.holdsSenders) senderGuard_.deviceIs(device, name, address);
+        rateGuard_.deviceIs(device, name, address);
       },
       [this] { cardHealer_->devicesChanged(); });
   janitor_.sweep();
@@ -70,13 +75,16 @@ std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
   return addresses;
 }
 
-bool NetworkSide::isCards(rt::EthAddr address) const {
+bool NetworkSide::isCards(rt::EthAddr address) const { return vmOf(address) != nullptr; }
+
+// Null: no card that is configured has that address.
+const rt::String* NetworkSide::vmOf(rt::EthAddr address) const {
   for (const auto& [name, row] : ground_.configuration.rows().rows()) {
     if (!row.valid) continue;
     for (const auto& [key, card] : row.valid->vnicConfigs())
-      if (card->macAddr() == address) return true;
+      if (card->macAddr() == address) return &name;
   }
-  return false;
+  return nullptr;
 }
 
 }  // namespace host

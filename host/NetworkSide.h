@@ -8,6 +8,7 @@
 #include "host/network/InterfaceNames.h"
 #include "host/network/Janitor.h"
 #include "host/network/KernelLinks.h"
+#include "host/network/RateLimit.h"
 #include "host/network/SenderFilter.h"
 
 namespace host {
@@ -19,6 +20,8 @@ class NetworkSide {
   explicit NetworkSide(const Ground& ground);
 
   VmCards& cards() { return *cardHealer_; }
+  // What guests may send is another.
+  void limitsAre() { rateGuard_.ratesAre(); }
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {
     interfaces_->rowIs(id, doc);
   }
@@ -32,6 +35,7 @@ class NetworkSide {
   uint32_t deviceOf(const rt::String& interface) const;
   std::set<rt::EthAddr> ourAddresses() const;
   bool isCards(rt::EthAddr address) const;
+  const rt::String* vmOf(rt::EthAddr address) const;
 
   const Ground& ground_;
   const FdbStatus::Ptr fdbStatus_;
@@ -41,6 +45,8 @@ class NetworkSide {
   const CardHealer::Ptr cardHealer_;
   KernelSenderFilter senderFilter_;
   SenderGuard senderGuard_;
+  KernelRateLimiter rateLimiter_;
+  RateGuard rateGuard_;
   KernelLinks::Ptr kernelLinks_;
 };
 

@@ -108,6 +108,16 @@ constexpr VmField fields[] = {
      .help = "its share of what disks can do beside other guests; 100 is usual",
      .form = "must be 1 to 10000; 100 is usual",
      .right = weightTextRight},
+    {.table = table::vmLimits,
+     .name = "rateLimit",
+     .kind = Kind::number,
+     .takesEffectAtOnce = true,
+     .help = "megabits a second that each of its cards sends at most; 0: all it can",
+     .form = "must be 1 to 10000 (megabits a second), or 0 for all that its cards can send",
+     .right =
+         [](std::string_view value, const MachineLimits&) {
+           return rateLimitRight(rt::fromText<uint32_t>(value).value_or(0));
+         }},
     {.table = table::vmConfig,
      .name = "model",
      .isOfCard = true,

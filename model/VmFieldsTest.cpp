@@ -126,6 +126,8 @@ TEST_F(VmFields, SayWhatWouldBeRight) {
   EXPECT_FALSE(right(*vmFieldNamed("cpuWeight"), "10000"));
   EXPECT_TRUE(right(*vmFieldNamed("ioWeight"), "10001"));
   EXPECT_TRUE(right(*vmFieldNamed("cpuMax"), "0.04"));
+  EXPECT_TRUE(right(*vmFieldNamed("rateLimit"), "10001"));
+  EXPECT_FALSE(right(*vmFieldNamed("rateLimit"), "0"));
   EXPECT_FALSE(right(*vmFieldNamed("cpuMax"), "0"));
   EXPECT_TRUE(right(*vmFieldNamed("memoryReserve"), "1025"));
   EXPECT_FALSE(right(*vmFieldNamed("memoryReserve"), "1024"));
@@ -138,7 +140,8 @@ TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheLimits) {
   std::vector<std::string_view> atOnce;
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
-  EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight"));
+  EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
+                                  "rateLimit"));
 }
 
 }  // namespace

@@ -38,13 +38,18 @@ class VmLimits final : public rt::EntityOf<VmLimits> {
   uint32_t ioWeight() const { return ioWeight_; }
   void ioWeightIs(uint32_t weight) { assign<&VmLimits::ioWeight>(ioWeight_, weight); }
 
+  // What each of its cards may send, in millions of bits a second; 0: all that it can.
+  uint32_t rateLimit() const { return rateLimit_; }
+  void rateLimitIs(uint32_t megabits) { assign<&VmLimits::rateLimit>(rateLimit_, megabits); }
+
   static constexpr std::string_view typeName = "model::VmLimits";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &VmLimits::name>,
       rt::Attribute<"cpuWeight", &VmLimits::cpuWeight, &VmLimits::cpuWeightIs>,
       rt::Attribute<"cpuMax", &VmLimits::cpuMax, &VmLimits::cpuMaxIs>,
       rt::Attribute<"memoryReserve", &VmLimits::memoryReserve, &VmLimits::memoryReserveIs>,
-      rt::Attribute<"ioWeight", &VmLimits::ioWeight, &VmLimits::ioWeightIs>>;
+      rt::Attribute<"ioWeight", &VmLimits::ioWeight, &VmLimits::ioWeightIs>,
+      rt::Attribute<"rateLimit", &VmLimits::rateLimit, &VmLimits::rateLimitIs>>;
 
  private:
   const rt::String name_;
@@ -52,11 +57,13 @@ class VmLimits final : public rt::EntityOf<VmLimits> {
   Processors cpuMax_;
   uint32_t memoryReserve_ = 0;
   uint32_t ioWeight_ = usualWeight;
+  uint32_t rateLimit_ = 0;
 };
 
 // What would be right, when a value is not.
 std::optional<rt::String> weightRight(uint32_t value);
 std::optional<rt::String> cpuMaxRight(const Processors& value);
+std::optional<rt::String> rateLimitRight(uint32_t value);
 std::optional<rt::String> memoryReserveRight(uint32_t value, uint32_t memoryOfMachine);
 
 }  // namespace model

@@ -25,7 +25,8 @@ TEST_F(Limits, AreSetAndInForceAtOnce) {
   putRunning("web1");
   EXPECT_EQ(vmctl("set web1 cpuWeight=50 cpuMax=1.5 memoryReserve=0.125G ioWeight=200"),
             (Answer{0, "", "web1: changed\n"}));
-  EXPECT_EQ(row(), R"({"cpuWeight":50,"cpuMax":"1.5","memoryReserve":128,"ioWeight":200})");
+  EXPECT_EQ(row(),
+            R"({"cpuWeight":50,"cpuMax":"1.5","memoryReserve":128,"ioWeight":200,"rateLimit":0})");
   EXPECT_THAT(vmctl("show web1").out,
               HasSubstr("\nLimits:   cpuWeight 50, cpuMax 1.5, memoryReserve 128 MiB, "
                         "ioWeight 200\n"));
@@ -34,7 +35,8 @@ TEST_F(Limits, AreSetAndInForceAtOnce) {
 TEST_F(Limits, ThatAreSetLeaveTheOthers) {
   vmctl("set web1 cpuWeight=50");
   vmctl("set web1 ioWeight=20");
-  EXPECT_EQ(row(), R"({"cpuWeight":50,"cpuMax":"0","memoryReserve":0,"ioWeight":20})");
+  EXPECT_EQ(row(),
+            R"({"cpuWeight":50,"cpuMax":"0","memoryReserve":0,"ioWeight":20,"rateLimit":0})");
 }
 
 TEST_F(Limits, OfNobodysInterestHaveNoRowAndAreNotShown) {
@@ -68,7 +70,8 @@ TEST_F(Limits, AreInWhatIsExportedAndCanBeAppliedAgain) {
   vmctl("set web1 cpuMax=0 cpuWeight=7");
   files_["vms.json"] = exported.out;
   EXPECT_EQ(vmctl("apply -f vms.json").err, "web1: changed: cpuWeight=100, cpuMax=0.5\n");
-  EXPECT_EQ(row(), R"({"cpuWeight":100,"cpuMax":"0.5","memoryReserve":0,"ioWeight":100})");
+  EXPECT_EQ(row(),
+            R"({"cpuWeight":100,"cpuMax":"0.5","memoryReserve":0,"ioWeight":100,"rateLimit":0})");
 }
 
 TEST_F(Limits, OfADocumentAreWhole) {
@@ -105,9 +108,10 @@ TEST_F(Limits, GoWithTheirVm) {
 }
 
 TEST_F(Limits, ThatTwoSetAtOnceAreBothKept) {
-  beforeCommit([this] { put("vmLimits", "web1", R"({"ioWeight":20})"); });
+  beforeCommit([this] { put("vmLimits", "web1", R"({"ioWeight":20,"rateLimit":0})"); });
   EXPECT_EQ(vmctl("set web1 cpuWeight=50").exit, 0);
-  EXPECT_EQ(row(), R"({"cpuWeight":50,"cpuMax":"0","memoryReserve":0,"ioWeight":20})");
+  EXPECT_EQ(row(),
+            R"({"cpuWeight":50,"cpuMax":"0","memoryReserve":0,"ioWeight":20,"rateLimit":0})");
 }
 
 }  // namespace

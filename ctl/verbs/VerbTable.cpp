@@ -41,7 +41,7 @@ constexpr Verb table[] = {
      "\n"
      "FIELDS\n"
      "\n"
-     "A guest that runs has the first and those from cpuWeight to ioWeight at once, all others\n"
+     "A guest that runs has the first and those from cpuWeight to rateLimit at once, all others\n"
      "from its next start on: 'vmctl restart NAME'. Without a format, a new disk image is what\n"
      "it begins as now.\n",
      setVm},

@@ -59,6 +59,28 @@ class CardSender : public DaemonFixture {
     (void)waitUntil([&] { return received() - before >= count; }, 0.2);
     return received() - before;
   }
+  // How many of three thousand long frames arrive that are sent as fast as can be.
+  static int arrivingOfAFlood(const std::string& device) {
+    constexpr int count = 3000;
+    char frame[1400] = {};
+    ether_header header{};
+    std::memset(header.ether_dhost, 0xff, sizeof header.ether_dhost);
+    const auto bytes = rt::EthAddr(rt::String(own)).bytes();
+    std::memcpy(header.ether_shost, bytes.data(), bytes.size());
+    header.ether_type = htons(0x88b5);
+    std::memcpy(frame, &header, sizeof header);
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
+    const int sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    const int before = received();
+    for (int i = 0; i < count; ++i)
+      (void)sendto(sock, frame, sizeof frame, 0, reinterpret_cast<const sockaddr*>(&address),
+                   sizeof address);
+    (void)waitUntil([&] { return received() - before >= count; }, 0.5);
+    close(sock);
+    return received() - before;
+  }
   static void quiet() { (void)run({"/sbin/sysctl", "-qw", "net.ipv6.conf.all.disable_ipv6=1"}); }
   static std::string filters(const std::string& device) {
     return run({"/sbin/tc", "filter", "show", "dev", device, "egress"}).out;
@@ -104,6 +126,23 @@ TEST_F(CardSender, MayBeAnyWhereTheDaemonIsToldSo) {
   attach("any");
   EXPECT_EQ(arriving("macvtap0", "52:54:00:12:34:02"), 10);
   EXPECT_THAT(filters("macvtap0"), Not(HasSubstr("vmagent")));
+}
+
+// At a megabit a second some thirty go in the time, and were it ten times as long, no five hundred.
+TEST_F(CardSender, SendsNoMoreThanItsRate) {
+  quiet();
+  attach("own");
+  EXPECT_GE(arrivingOfAFlood("macvtap0"), 1000);  // as many as the other end has room for
+  world.ctl({"set", "web1", "rateLimit=1"});
+  const auto queue = [] { return run({"/sbin/tc", "qdisc", "show", "dev", "macvtap0"}).out; };
+  ASSERT_TRUE(waitUntil([&] { return queue().find("tbf 766d: root") != std::string::npos; }))
+      << queue() << world.log();
+  EXPECT_THAT(queue(), HasSubstr("rate 1Mbit"));
+  const int arrived = arrivingOfAFlood("macvtap0");
+  EXPECT_GE(arrived, 5);
+  EXPECT_LE(arrived, 500);
+  world.ctl({"set", "web1", "rateLimit=0"});
+  EXPECT_TRUE(waitUntil([&] { return queue().find("tbf") == std::string::npos; })) << queue();
 }
 
 TEST_F(CardSender, IsHeldWhileNoDaemonRuns) {
