@@ -80,17 +80,17 @@ quick: build/dev/build.ninja
 
 # What ends badly is told as a short story, in a line for sim/stories. SEED=7: that one, and all of it;
 # SEED=7 SECONDS=60: from that on.
-sim: build/dev/build.ninja
-	@cmake --build --preset dev --target vmagent_sim
-	@build/dev/sim/vmagent-sim --stories sim/stories $(if $(SEED),--seed $(SEED)) \
+sim: build/release/build.ninja
+	@cmake --build --preset release --target vmagent_sim
+	@build/release/sim/vmagent-sim --stories sim/stories $(if $(SEED),--seed $(SEED)) \
 	  $(if $(and $(SEED),$(findstring file,$(origin SECONDS))),--show,--seconds $(SECONDS))
 
 # Every call of the daemon and of a shim fails, or is its last, one at a time.
-sim-sweep: build/dev/build.ninja
-	@cmake --build --preset dev --target vmagent_sim
-	@build/dev/sim/vmagent-sim --sweep 1 --keep-going
+sim-sweep: build/release/build.ninja
+	@cmake --build --preset release --target vmagent_sim
+	@build/release/sim/vmagent-sim --sweep 1 --keep-going
 
-# Known defects are put back, one at a time: does it find them? For SECONDS each.
+# Known defects are put back, one at a time: does it find them? For SECONDS of one processor.
 sim-defects: | setup
 	@sim/defects $(SECONDS)
 

@@ -166,7 +166,7 @@ std::optional<Finding> Truth::strayDevice() const {
     };
     const auto& qemus = world_.qemus.all();
     if (std::none_of(qemus.begin(), qemus.end(), has) && !isConfiguredCard(mac, true) &&
-        !(ledger_.isOrphan(mac) && !isConfiguredCard(mac)))
+        !(ledger_.isOrphan(mac) && !isConfiguredCard(mac)) && !ledger_.isOrphan("off " + mac))
       return Finding{"device", link.name, "is no guest's (" + mac + ")"};
   }
   return std::nullopt;

@@ -16,6 +16,9 @@ constexpr Duration untilHeard = std::chrono::seconds(5);
 // Until what was disturbed is in order again.
 constexpr Duration untilCalm = std::chrono::seconds(3);
 
+// From a guest's end to that of its shims.
+constexpr Duration untilShimsEnd = std::chrono::seconds(1);
+
 bool isWait(const char* call) {
   return std::strncmp(call, "epoll_", 6) == 0 || std::strcmp(call, "poll") == 0;
 }
@@ -55,7 +58,9 @@ void Watch::handleQemu(pid_t pid, const Qemu& qemu) {
     if (guest.disk == qemu.disk())
       fail("one-qemu", vm, "its disk is that of " + guest.vm + "'s QEMU");
   }
-  Guest& guest = guests_[pid] = {vm, world_.machine.now(), qemu.disk(), {}};
+  // It may have stood still before it began.
+  const Time began = world_.machine.processes.find(pid)->started;
+  Guest& guest = guests_[pid] = {vm, began, qemu.disk(), {}};
   for (const auto& [id, card] : qemu.devices().cards()) guest.macs.push_back(card.mac);
   const auto wanted = ledger_.wanted(vm);
   const bool wasHeard = world_.machine.now() - ledger_.wantedSince(vm) > untilHeard &&
@@ -103,6 +108,7 @@ void Watch::noteOrphans() {
 void Watch::handleGuestsEnd(const Guest& guest, int waitStatus) {
   const auto cause = ledger_.causeOfEnd(guest.vm, guest.began);
   if (!cause) return fail("unasked-end", guest.vm, "its QEMU " + endText(waitStatus));
+  ends_[guest.vm] = {world_.machine.now(), *cause};
   if (!ledger_.wasAskedToEnd(guest.vm, guest.began))
     ledger_.handleEnd(guest.vm, *cause, waitStatus != 0);
 }
@@ -123,6 +129,10 @@ void Watch::handleShimsEnd(const Process& process, int waitStatus) {
   if (waitStatus != 0 && !wasGivenIts(process, vm)) ledger_.handleLost(vm);
   auto cause = ledger_.causeOfEnd(vm, process.started);
   if (!cause) cause = ledger_.troubleOf(vm);
+  // One that stands in ends as its guest did.
+  if (const auto end = ends_.find(vm);
+      !cause && end != ends_.end() && world_.machine.now() - end->second.first < untilShimsEnd)
+    cause = end->second.second;
   if (waitStatus != 0 && !cause) return fail("shim-end", vm, "its shim " + endText(waitStatus));
   if (!ledger_.wasAskedToEnd(vm, process.started))
     ledger_.handleEnd(vm, cause.value_or("its shim " + endText(waitStatus)), waitStatus != 0);

@@ -58,6 +58,8 @@ class Watch {
   Ledger& ledger_;
   Diary& diary_;
   std::map<pid_t, Guest> guests_;
+  std::map<std::string, std::pair<Time, std::string>>
+      ends_;  // the last of each VM's guests, and why
   Time forgivesUntil_{};
   Time backSince_ = never;  // that the daemon works; never: it waits
 };

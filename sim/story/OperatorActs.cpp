@@ -37,8 +37,16 @@ std::vector<std::string> addWords(const Step& step) {
   return words;
 }
 
+// What an earlier VM of that name has left while no daemon ran is looked for at the first start.
+void keepOrphans(Stage& stage, const std::string& vm) {
+  for (unsigned card = 0; card < 2; ++card)
+    if (const std::string mac = Stage::macOf(vm, card); stage.ledger.isOrphan(mac))
+      stage.ledger.handleOrphan("off " + mac);
+}
+
 void add(Stage& stage, const Step& step) {
   makeImage(stage, subjectOf(step));
+  if (step.amount >= 3 && stage.row(subjectOf(step)).empty()) keepOrphans(stage, subjectOf(step));
   const std::string enabled = step.amount < 3 ? "true" : "false";
   stage.change(subjectOf(step), addWords(step), [&](const std::string& was, const std::string& is) {
     return was.empty() && memberOf(is, "enabled") == enabled &&

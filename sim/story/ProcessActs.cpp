@@ -75,13 +75,22 @@ void secondDaemon(Stage& stage, const Step& /*step*/) {
                "ended with " + std::to_string(end.status()) + ": " + end.output);
 }
 
+// Its guest's sockets may stay until the next start.
+void leaveSockets(Stage& stage, const std::string& vm) {
+  const std::string its = "/run/vmagent/vm/" + vm;
+  for (const std::string& path :
+       {"/run/" + vm + ".monitor", its + "/shim.sock", its + "/console.sock"})
+    stage.ledger.handleOrphan(path);
+}
+
 void signalShims(Stage& stage, const Step& step, int number) {
   auto shims = shimsOf(stage.world, subjectOf(step));
   if (shims.empty()) return;
   if (step.amount == 0) shims.resize(1);
   if (step.amount == 1) shims = {shims.back()};
   stage.ledger.handleOrphan(subjectOf(step) + ".monitor");
-  if (stage.storeIsAway) stage.ledger.handleOrphan("/run/" + subjectOf(step) + ".monitor");
+  // Where both are killed, or the daemon does not know the VM, nobody removes them.
+  if (stage.storeIsAway || step.amount == 2) leaveSockets(stage, subjectOf(step));
   stage.ledger.mayEnd(subjectOf(step), "its shim gets signal " + std::to_string(number));
   for (Process* const each : shims)
     if (each->lives()) kill(stage, *each, number);
@@ -121,10 +130,7 @@ void pauseAndKill(Stage& stage, const Step& step) {
   if (shims.size() < 2) return;
   const bool first = step.amount % 2 == 0;
   // Its daemon thinks it gone: if it is killed, too, nobody removes its sockets.
-  const std::string its = "/run/vmagent/vm/" + subjectOf(step);
-  for (const std::string& path :
-       {"/run/" + subjectOf(step) + ".monitor", its + "/shim.sock", its + "/console.sock"})
-    stage.ledger.handleOrphan(path);
+  leaveSockets(stage, subjectOf(step));
   pause(stage, first ? *shims.back() : *shims.front(), std::chrono::milliseconds(step.amount));
   stage.ledger.mayEnd(subjectOf(step), "its shim is killed");
   kill(stage, first ? *shims.front() : *shims.back(), SIGKILL);

@@ -1,5 +1,7 @@
 #include "sim/world/Installation.h"
 
+#include <jansson.h>
+
 #include <iostream>
 
 #include "sim/seam/DatabaseFiles.h"
@@ -29,6 +31,8 @@ void installProgram(Machine& machine, const char* path, Program program) {
 
 void install(Machine& machine) {
   databaseFilesAreTheWorlds();
+  // Once for all: whoever were killed while it did that would have all others wait for it.
+  json_object_seed(1);
   installProgram(machine, daemonPath, vmagentd_main);
   installProgram(machine, shimPath, vmagent_shim_main);
   installProgram(machine, commandPath, vmctl_main);
