@@ -8,6 +8,7 @@
 //   kind            a word, see below
 //   reason, text    a word of QEMU's; a sentence or a name
 //   byGuest         whether the guest did it itself
+//   by, uid         who asked for it: a name that root gave, and whose the asking process was
 //   pid, exit, signal, skipped    numbers
 //
 // A shim that was killed has written no "end".
@@ -29,6 +30,8 @@ inline constexpr std::string_view panicked = "panicked";   // reason: what QEMU 
 inline constexpr std::string_view watchdog = "watchdog";   // reason: likewise
 inline constexpr std::string_view diskError =
     "disk-error";  // reason: what QEMU does about it; text: why
+// An operator asks its shim for something; reason: the word of guest/ShimProtocol.h.
+inline constexpr std::string_view wished = "wished";
 inline constexpr std::string_view askedToEnd = "asked-to-end";  // its power button is pressed
 inline constexpr std::string_view toldToEnd = "told-to-end";    // text: by whose signal
 inline constexpr std::string_view quit = "quit";                // QEMU is asked to

@@ -17,8 +17,9 @@ std::string request(std::string_view verb, const std::string& members) {
 
 }  // namespace
 
-std::string stopRequest(std::string_view seconds) {
-  return request(word::stop, member(word::timeout, std::string(seconds)));
+std::string stopRequest(std::string_view seconds, std::string_view by) {
+  return request(word::stop, member(word::timeout, std::string(seconds)) +
+                                 (by.empty() ? "" : "," + member(word::by, quoted(by))));
 }
 
 std::string rowRequest(std::string_view store, uint64_t sequence) {

@@ -3,16 +3,23 @@
 //   the shim, to each who connects  {"shim":1,"vm":NAME,"pid":N,"qemu":N,"state":STATE}
 //   {"status":{}}                   {"return":{"state":STATE,"qemu":N,"agent":BOOL,
 //                                     "console":PATH,"problems":[TEXT…]}}
-//   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: the next step is taken at once
+//   {"stop":{"timeout":SECONDS}}    {"return":{}}; once more: sooner, if that is sooner, and with 0
+//                                     the next step is taken at once
 //   {"adopt":{"pid":N,"daemon":N,   {"return":{}}, and the monitor's listening socket with it; or
 //     "arguments":[TEXT…]}}         an error as long as the guest is not free
 //   {"row":{"store":TEXT,           {"return":{}}: of that row the guest is from now on
 //     "sequence":N}}
+//   {"pause":{}} {"resume":{}}      {"return":{}} once QEMU has done it, or {"error":TEXT}. Whom an
+//   {"reset":{}} {"nmi":{}}         operator paused, the agent does not let run
+//   {"key":{"keys":[NAME…]}}        likewise: they are pressed together
+//   {"screenshot":{}}               likewise, and with the answer a descriptor to read the PNG from
 //   anything else                   {"error":TEXT}, and nothing changes
 //   the guest's end, to all         {"end":{"exit":N}} or {"end":{"signal":N}}
 //
-// One line each, ended by LF. STATE is "starting", "running" or "stopping". Members that are not
-// known are ignored, so that the protocol can grow; "shim" is another number when it breaks.
+// Each of an operator's requests, stop among them, may have a member "by" in it: the operator's
+// name, which counts where root asks. One line each, ended by LF. STATE is "starting", "running" or
+// "stopping". Members that are not known are ignored, so that the protocol can grow; "shim" is
+// another number when it breaks.
 #pragma once
 
 #include <array>
@@ -32,10 +39,17 @@ inline constexpr const char* status = "status";
 inline constexpr const char* stop = "stop";
 inline constexpr const char* adopt = "adopt";
 inline constexpr const char* row = "row";
+inline constexpr const char* pause = "pause";
+inline constexpr const char* resume = "resume";
+inline constexpr const char* reset = "reset";
+inline constexpr const char* interrupt = "nmi";
+inline constexpr const char* key = "key";
+inline constexpr const char* screenshot = "screenshot";
 inline constexpr const char* done = "return";
 inline constexpr const char* error = "error";
 inline constexpr const char* end = "end";
-inline constexpr std::array requests{status, stop, adopt, row};
+inline constexpr std::array requests{status, stop,  adopt,     row, pause,
+                                     resume, reset, interrupt, key, screenshot};
 
 // The members.
 inline constexpr const char* vm = "vm";
@@ -50,6 +64,8 @@ inline constexpr const char* daemon = "daemon";
 inline constexpr const char* arguments = "arguments";
 inline constexpr const char* store = "store";
 inline constexpr const char* sequence = "sequence";
+inline constexpr const char* by = "by";
+inline constexpr const char* keys = "keys";
 inline constexpr const char* exit = "exit";
 inline constexpr const char* signal = "signal";
 
@@ -59,8 +75,9 @@ inline constexpr const char* signal = "signal";
 enum class ShimState { starting, running, stopping };
 inline constexpr std::array<std::string_view, 3> shimStates{"starting", "running", "stopping"};
 
-// Asks to have the guest shut down within so many seconds, and to end it then. A line.
-std::string stopRequest(std::string_view seconds);
+// Asks to have the guest shut down within so many seconds, and to end it then. A line. `by`: for
+// whom, printable ASCII without quotes; empty: that is not said.
+std::string stopRequest(std::string_view seconds, std::string_view by = {});
 // Tells of which row the guest is from now on: `store` is a name of letters, digits, '-', '_', '.'.
 std::string rowRequest(std::string_view store, uint64_t sequence);
 // Whether a shim that greets so has been asked to stop, or is ending its guest by itself.

@@ -1,10 +1,13 @@
-// The agent's requests that QEMU has not been asked yet.
+// What QEMU has not been asked yet, for the agent and for operators.
 #pragma once
 
+#include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 
 #include "runtime/base/Descriptor.h"
+#include "shim/decide/Cards.h"
 #include "shim/decide/QmpText.h"
 #include "shim/decide/Time.h"
 
@@ -15,6 +18,12 @@ struct Command {
   rt::Descriptors descriptors;
   Time deadline{};       // for the answer, when one is awaited
   bool awaited = false;  // the agent waits for the answer
+  // Of an operator's wish: its number as long as he waits, and what QEMU is asked.
+  std::optional<uint64_t> wish{};
+  std::vector<Step> steps{};
+
+  bool isOperators() const { return !steps.empty(); }
+  bool isWaitedFor() const { return awaited || wish; }
 };
 
 class CommandQueue {

@@ -108,6 +108,32 @@ Row rowOf(const json_t* value) {
   return row;
 }
 
+std::vector<std::string> keysOf(const json_t* value) {
+  const json_t* const names = json_object_get(value, word::keys);
+  const size_t count = json_array_size(names);
+  if (count < 1 || count > mostKeys)
+    throw RequestError("key: 'keys' is refused: it must be a list of 1 to 8 names of keys");
+  std::vector<std::string> keys;
+  for (size_t i = 0; i < count; ++i) {
+    keys.push_back(stringOf(json_array_get(names, i)));
+    if (!mayBeKey(keys.back()))
+      throw RequestError(
+          "key: a name is refused: it must be one of QEMU's, such as ctrl or delete");
+  }
+  return keys;
+}
+
+constexpr std::array wishes{Wish::Kind::pause,     Wish::Kind::resume, Wish::Kind::reset,
+                            Wish::Kind::interrupt, Wish::Kind::keys,   Wish::Kind::picture};
+
+Wish wishOf(std::string_view verb, const json_t* value) {
+  Wish wish;
+  wish.kind = *std::find_if(wishes.begin(), wishes.end() - 1,
+                            [&](Wish::Kind kind) { return wordOf(kind) == verb; });
+  if (wish.kind == Wish::Kind::keys) wish.keys = keysOf(value);
+  return wish;
+}
+
 std::optional<State> stateFrom(const std::string& text) {
   for (size_t i = 0; i < guest::shimStates.size(); ++i)
     if (guest::shimStates[i] == text) return static_cast<State>(i);
@@ -156,7 +182,11 @@ Request requestFrom(std::string_view text) {
   } else if (verb == word::row) {
     request.kind = Request::Kind::row;
     request.row = rowOf(body);
+  } else if (verb != word::status) {
+    request.kind = Request::Kind::wish;
+    request.wish = wishOf(verb, body);
   }
+  request.by = stringOf(json_object_get(body, word::by));
   return request;
 }
 

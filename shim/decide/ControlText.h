@@ -12,6 +12,7 @@
 
 #include "guest/ShimProtocol.h"
 #include "shim/decide/Time.h"
+#include "shim/decide/Wish.h"
 
 namespace shim::control {
 
@@ -49,11 +50,13 @@ struct Row {
 };
 
 struct Request {
-  enum class Kind { status, stop, adopt, row };
+  enum class Kind { status, stop, adopt, row, wish };
   Kind kind = Kind::status;
   std::optional<Duration> timeout;  // of a stop: as configured, when there is none
   Adoption adoption;
   Row row;
+  Wish wish;
+  std::string by;  // who asks, as he says
 };
 
 // What is wrong with a request.

@@ -56,6 +56,35 @@ TEST(ControlText, UnderstandsWhichRowTheGuestIsOf) {
   EXPECT_EQ(request.row.sequence, 42U);
 }
 
+TEST(ControlText, UnderstandsWhatAnOperatorWants) {
+  const std::pair<const char*, Wish::Kind> all[] = {
+      {R"({"pause":{"by":"op1"}})", Wish::Kind::pause},
+      {R"({"resume":{"by":"op1"}})", Wish::Kind::resume},
+      {R"({"reset":{"by":"op1"}})", Wish::Kind::reset},
+      {R"({"nmi":{"by":"op1"}})", Wish::Kind::interrupt},
+      {R"({"key":{"keys":["ctrl","f1"],"by":"op1"}})", Wish::Kind::keys},
+      {R"({"screenshot":{"by":"op1"}})", Wish::Kind::picture}};
+  for (const auto& [text, kind] : all) {
+    const Request request = requestFrom(text);
+    EXPECT_EQ(request.kind, Kind::wish) << text;
+    EXPECT_EQ(request.wish.kind, kind) << text;
+    EXPECT_EQ(request.by, "op1") << text;
+  }
+  EXPECT_THAT(requestFrom(all[4].first).wish.keys, ElementsAre("ctrl", "f1"));
+  EXPECT_EQ(requestFrom(R"({"stop":{"timeout":0,"by":"op1"}})").by, "op1");
+}
+
+TEST(ControlText, RefusesKeysThatAreNone) {
+  for (const char* const keys : {"[]", "\"a\"", "7", R"(["a","b","c","d","e","f","g","h","i"])"})
+    EXPECT_THAT(refusalOf("{\"key\":{\"keys\":" + std::string(keys) + "}}"),
+                HasSubstr("a list of 1 to 8 names"))
+        << keys;
+  for (const char* const key : {R"("")", R"("A")", R"("a\"b")", R"("a-b")", "7", "null"})
+    EXPECT_THAT(refusalOf("{\"key\":{\"keys\":[" + std::string(key) + "]}}"),
+                HasSubstr("a name is refused"))
+        << key;
+}
+
 TEST(ControlText, RefusesARowThatIsNone) {
   for (const char* const store : {"\"\"", "7", "\"a b\"", "\"a=b\"", "\"a\\nb\"", "null"})
     EXPECT_THAT(refusalOf("{\"row\":{\"sequence\":1,\"store\":" + std::string(store) + "}}"),

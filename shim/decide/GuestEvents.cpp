@@ -33,17 +33,21 @@ constexpr std::array translations{
     Translation{"BLOCK_IO_ERROR", word::diskError, "action", "reason"},
 };
 
-// A guest makes these happen as often as it likes. An event that ends such a state has none of its
-// own: it is told where what began the state was.
+// A guest makes these happen as often as it likes, and operators the last. An event that ends such
+// a state has none of its own: it is told where what began the state was.
 struct Begin {
   std::string_view kind;
   std::string_view end;  // empty: it is over at once
 };
-constexpr std::array begins{
-    Begin{word::paused, word::resumed},    Begin{word::reset, ""},
-    Begin{word::suspended, word::wokenUp}, Begin{word::panicked, word::resumed},
-    Begin{word::watchdog, word::resumed},  Begin{word::diskError, word::resumed},
-    Begin{word::silent, word::answers},    Begin{word::shutDown, ""}};
+constexpr std::array begins{Begin{word::paused, word::resumed},
+                            Begin{word::reset, ""},
+                            Begin{word::suspended, word::wokenUp},
+                            Begin{word::panicked, word::resumed},
+                            Begin{word::watchdog, word::resumed},
+                            Begin{word::diskError, word::resumed},
+                            Begin{word::silent, word::answers},
+                            Begin{word::shutDown, ""},
+                            Begin{word::wished, ""}};
 
 const Begin* beginOf(std::string_view kind) {
   const auto* const found = std::find_if(begins.begin(), begins.end(),
@@ -104,7 +108,8 @@ std::string EventLines::line(const GuestEvent& event, Moment now) {
   std::string line = "{\"run\":" + std::to_string(run_) + member("n", std::to_string(++number_)) +
                      member("at", std::to_string(now.at)) + member("up", std::to_string(now.up)) +
                      textMember("kind", std::string(event.kind)) +
-                     textMember("reason", event.reason) + textMember("text", event.text);
+                     textMember("reason", event.reason) + textMember("text", event.text) +
+                     textMember("by", event.by);
   if (event.byGuest) line += member("byGuest", *event.byGuest ? "true" : "false");
   for (const auto& [name, number] : event.numbers) line += member(name, std::to_string(number));
   if (const auto kind = kinds_.find(event.kind); kind != kinds_.end() && kind->second.skipped > 0)

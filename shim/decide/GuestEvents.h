@@ -18,6 +18,7 @@ struct GuestEvent {
   std::string text;
   std::optional<bool> byGuest;
   std::map<std::string_view, int64_t> numbers;  // by the member's name
+  std::string by{};                             // who asked for it
 };
 
 // Returns what an event of QEMU's tells of the guest; nothing for one that tells nothing of it.

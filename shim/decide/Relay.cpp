@@ -47,11 +47,9 @@ Actions Relay::agentGone() {
   connected_ = false;
   // Its questions are nobody's now; its card commands were told to be done, or will be again.
   auto& waiting = queue_.commands();
-  waiting.erase(std::remove_if(waiting.begin(), waiting.end(),
-                               [](const Command& command) {
-                                 return !Cards::isAbout(command.request.execute);
-                               }),
-                waiting.end());
+  std::erase_if(waiting, [](const Command& command) {
+    return !command.isOperators() && !Cards::isAbout(command.request.execute);
+  });
   for (Command& command : waiting) command.awaited = false;
   if (flight_) flight_->command.awaited = false;
   return taken();
@@ -59,7 +57,7 @@ Actions Relay::agentGone() {
 
 Actions Relay::adopt(Time now, std::map<std::string, std::string> names) {
   connected_ = false;
-  queue_.commands().clear();
+  std::erase_if(queue_.commands(), [](const Command& each) { return !each.isOperators(); });
   if (flight_) flight_->command.awaited = false;
   std::erase_if(standing_, [](const auto& problem) { return problem.first != silence; });
   cards_.agentIs(std::move(names));
@@ -112,7 +110,7 @@ void Relay::startNext(Time now) {
     if (clearUp(now)) return;
     if (queue_.empty()) return;
     Command command = queue_.pop();
-    const Plan plan = cards_.planFor(command.request);
+    const Plan plan = planFor(command);
     if (plan.refusal.empty()) {
       send(now, std::move(command), plan.steps);
       continue;
@@ -124,6 +122,36 @@ void Relay::startNext(Time now) {
       out_.problems.push_back(subjectOf(command.request) + ": " + plan.refusal);
     }
   }
+}
+
+Plan Relay::planFor(const Command& command) const {
+  if (command.isOperators()) return {command.steps, {}};
+  Plan plan = cards_.planFor(command.request);
+  if (isHeld_ && command.request.execute == "cont") plan.steps.back() = {"stop", ""};
+  return plan;
+}
+
+Actions Relay::wish(Time now, uint64_t number, Wish wish) {
+  std::string refusal = refusalOf(wish, guestHasRun_);
+  if (!isReady()) refusal = "QEMU is not ready";
+  if (isStalled()) refusal = "QEMU does not answer";
+  if (queue_.size() >= longestQueue) refusal = "too much waits for QEMU";
+  if (!refusal.empty()) {
+    out_.outcomes.push_back({number, std::move(refusal)});
+    return taken();
+  }
+  Command command{{}, std::move(wish.picture), now + setup_.patience.answer, false};
+  command.wish = number;
+  command.steps = stepsOf(wish, number);
+  command.request.execute = command.steps.front().execute;
+  queue_.push(std::move(command));
+  startNext(now);
+  return taken();
+}
+
+void Relay::wishIsOver(Command& command, std::string refusal) {
+  if (const auto wish = std::exchange(command.wish, std::nullopt))
+    out_.outcomes.push_back({*wish, std::move(refusal)});
 }
 
 // Whether there was something to clear up, which QEMU was asked for now.
@@ -152,6 +180,8 @@ void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
       command.request.execute == "netdev_add" && id != command.request.texts.end())
     standing_.erase(id->second);
   guestHasRun_ = guestHasRun_ || command.request.execute == "cont";
+  if (command.isOperators())
+    isHeld_ = command.request.execute == "stop" || (isHeld_ && command.request.execute != "cont");
   // QEMU reads one byte a turn of its loop, so ids cost time. Its answers come in order, and one
   // command's at a time; but after what was no answer, who knows which the next one belongs to.
   std::optional<uint64_t> id;
@@ -227,7 +257,7 @@ void Relay::becomeReady(Time now) {
 }
 
 void Relay::finish(Time now) {
-  const Flight flight = std::move(*flight_);
+  Flight flight = std::move(*flight_);
   flight_.reset();
   cards_.end(flight.command.request, flight.answers);
   if (flight.late) {
@@ -239,6 +269,7 @@ void Relay::finish(Time now) {
       std::find_if(flight.answers.begin(), flight.answers.end(),
                    [](const qmp::Saying& answer) { return answer.kind == Kind::refusal; });
   noteOutcome(flight.command.request, refusal == flight.answers.end() ? "" : refusal->description);
+  wishIsOver(flight.command, refusal == flight.answers.end() ? "" : refusal->description);
   reportFailures(flight);
   if (flight.command.awaited) toAgent(answerOf(flight));
   startNext(now);
@@ -267,6 +298,7 @@ std::string Relay::answerOf(const Flight& flight) const {
 }
 
 void Relay::answerInsteadOfQemu(Command& command) {
+  wishIsOver(command, "QEMU does not answer; what it was asked for already it may still do");
   if (!std::exchange(command.awaited, false)) return;
   toAgent(Cards::isAbout(command.request.execute)
               ? qmp::returnLine(command.request.id)
@@ -311,8 +343,8 @@ void Relay::expireQueue(Time now) {
     const bool isCard = Cards::isAbout(at->request.execute);
     // A guest is let run however late: nobody would ask again, and what an agent left is cleared up
     // before it.
-    const bool isKept = isCard || at->request.execute == "cont";
-    const bool isOver = at->awaited && now >= at->deadline;
+    const bool isKept = isCard || (at->request.execute == "cont" && !at->isOperators());
+    const bool isOver = at->isWaitedFor() && now >= at->deadline;
     if (isOver || (isCard && isStalled())) answerInsteadOfQemu(*at);
     at = isOver && !isKept ? waiting.erase(at) : std::next(at);
   }
@@ -325,7 +357,7 @@ std::optional<Time> Relay::deadline() const {
   if (!killed_ && closedAt_) consider(*closedAt_ + setup_.patience.end);
   if (flight_ && !flight_->late) consider(flightDeadline());
   for (const Command& command : queue_.commands())
-    if (command.awaited) consider(command.deadline);
+    if (command.isWaitedFor()) consider(command.deadline);
   if (const auto screen = screen_.deadline()) consider(*screen);
   return first;
 }

@@ -16,6 +16,7 @@
 #include "shim/decide/QmpStream.h"
 #include "shim/decide/ScreenDoor.h"
 #include "shim/decide/Time.h"
+#include "shim/decide/Wish.h"
 
 namespace shim {
 
@@ -28,6 +29,12 @@ struct Actions {
   // Lines: what went wrong and the agent is not told, for it could do nothing.
   std::vector<std::string> problems;
   std::vector<GuestEvent> events;  // what happened to the guest
+  // What came of an operator's wish.
+  struct Outcome {
+    uint64_t wish = 0;
+    std::string refusal;  // empty: it is done
+  };
+  std::vector<Outcome> outcomes;
 };
 
 // How long is waited for what.
@@ -53,7 +60,9 @@ struct RelaySetup {
 //   stalled      | card commands get a return at once and wait; queries get an error after 4 s
 //   answers again| what waits is carried out, in order; what fails then is a problem
 //
-// A "cont" gets an error like a query, but waits on: a guest is let run however late.
+// A "cont" gets an error like a query, but waits on: a guest is let run however late. Of a guest
+// that an operator has paused it is answered, and not done: the guest is his until he lets it run.
+// What an operator wishes takes its turn, and is given up like a query.
 //
 // Owned by the keeper. One agent at a time; QEMU's stream is the same from start to end.
 class Relay {
@@ -86,6 +95,9 @@ class Relay {
   // goes.
   bool takesViewer() const { return isReady() && !screen_.isBusy(); }
   Actions addViewer(Time now, rt::Descriptor viewer);
+  // Asks QEMU for what an operator wants. What comes of it is among the outcomes, under that
+  // number, now or later, and once.
+  Actions wish(Time now, uint64_t number, Wish wish);
   // Whether QEMU was told to let the guest run.
   bool guestHasRun() const { return guestHasRun_; }
   bool hasAgent() const { return connected_; }
@@ -109,6 +121,8 @@ class Relay {
   void becomeReady(Time now);
   void enqueue(Command command);
   void startNext(Time now);
+  Plan planFor(const Command& command) const;
+  void wishIsOver(Command& command, std::string refusal);
   bool clearUp(Time now);
   void send(Time now, Command command, const std::vector<Step>& steps);
   bool isAnswer(const qmp::Saying& saying) const;
@@ -133,6 +147,7 @@ class Relay {
   bool killed_ = false;
   bool connected_ = false;
   bool guestHasRun_ = false;
+  bool isHeld_ = false;  // an operator has paused the guest
   std::string greeting_;
   std::optional<Time> closedAt_;
   uint64_t nextId_ = 1;

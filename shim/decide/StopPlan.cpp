@@ -1,8 +1,14 @@
 #include "shim/decide/StopPlan.h"
 
+#include <algorithm>
+
 namespace shim {
 
 StopStep StopPlan::orderly(Time now, Duration timeout, Guest guest) {
+  if (hasBegun() && timeout > Duration::zero()) {
+    if (step_ == StopStep::powerDown) timeout_ = std::min(timeout_, now - since_ + timeout);
+    return StopStep::none;
+  }
   // A guest that never ran has nothing to put in order, and would never see the button.
   if (hasBegun() || timeout <= Duration::zero() || !guest.canBeAsked || !guest.hasRun)
     return next(now, guest);

@@ -19,7 +19,8 @@ enum class StopStep { none, powerDown, quit, terminate, kill };
 //   terminate  | 2 s                        | SIGTERM
 //   kill       | for ever                   | SIGKILL
 //
-// A step that cannot be done is left out. Told once more, it skips ahead.
+// A step that cannot be done is left out. Told once more, it skips ahead where it is to be done at
+// once, and never takes longer than it was told before.
 class StopPlan {
  public:
   static constexpr Duration patience{2'000};

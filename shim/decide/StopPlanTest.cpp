@@ -71,10 +71,22 @@ TEST(StopPlan, TerminatesAtOnceAQemuThatCannotBeAsked) {
 TEST(StopPlan, SkipsAheadWhenToldAgain) {
   StopPlan plan;
   EXPECT_EQ(plan.orderly(start, seconds(15), running), StopStep::powerDown);
-  EXPECT_EQ(plan.orderly(start, seconds(15), running), StopStep::quit);
+  EXPECT_EQ(plan.orderly(start, Duration::zero(), running), StopStep::quit);
   EXPECT_EQ(plan.atOnce(start, running), StopStep::terminate);
-  EXPECT_EQ(plan.orderly(start, seconds(15), running), StopStep::kill);
+  EXPECT_EQ(plan.orderly(start, Duration::zero(), running), StopStep::kill);
   EXPECT_EQ(plan.atOnce(start, running), StopStep::kill);
+}
+
+TEST(StopPlan, CutsNoGuestOffThatIsOnlyAskedAgain) {
+  StopPlan plan;
+  plan.orderly(start, seconds(15), running);
+  EXPECT_EQ(plan.orderly(start + seconds(1), seconds(15), running), StopStep::none);
+  EXPECT_EQ(plan.deadline(), start + seconds(15)) << "nor has it longer than before";
+  EXPECT_EQ(plan.orderly(start + seconds(1), seconds(3), running), StopStep::none);
+  EXPECT_EQ(plan.deadline(), start + seconds(4));
+  EXPECT_EQ(plan.timePassed(start + seconds(4), running), StopStep::quit);
+  EXPECT_EQ(plan.orderly(start + seconds(5), seconds(1), running), StopStep::none);
+  EXPECT_EQ(plan.deadline(), start + seconds(6));
 }
 
 TEST(StopPlan, IsHurriedByASignalWhileTheGuestShutsDown) {

@@ -97,6 +97,9 @@ void RelayWorld::perform(Actions actions) {
   log.insert(log.end(), actions.log.begin(), actions.log.end());
   problems.insert(problems.end(), actions.problems.begin(), actions.problems.end());
   events.insert(events.end(), actions.events.begin(), actions.events.end());
+  for (const Actions::Outcome& each : actions.outcomes)
+    outcomes_.push_back(std::to_string(each.wish) +
+                        (each.refusal.empty() ? "" : ": " + each.refusal));
   if (!actions.killQemu.empty()) kills.push_back(actions.killQemu);
   for (Message& message : actions.toQemu) qemu.hear(std::move(message));
   letQemuSpeak();

@@ -36,6 +36,10 @@ class RelayWorld {
   void addViewer(rt::Descriptor viewer) {
     if (relay.takesViewer()) perform(relay.addViewer(now, std::move(viewer)));
   }
+  // An operator wants that, the first time under the number 1.
+  void wish(Wish wish) { perform(relay.wish(now, ++wishes_, std::move(wish))); }
+  // What came of wishes since the last call: "1", or "1: REFUSAL".
+  std::vector<std::string> takeOutcomes() { return std::exchange(outcomes_, {}); }
   // QEMU says what nobody asked for.
   void qemuSays(const std::string& text) { perform(relay.qemuSays(now, text)); }
   // The clock moves on, from one of the relay's deadlines to the next.
@@ -59,6 +63,8 @@ class RelayWorld {
   void letQemuSpeak();
 
   std::vector<std::string> heard_;
+  std::vector<std::string> outcomes_;
+  uint64_t wishes_ = 0;
 };
 
 // An open file that only this descriptor holds; its other end tells whether it was closed.

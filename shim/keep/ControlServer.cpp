@@ -47,7 +47,7 @@ void ControlServer::answer(Peer& peer, Message message) {
     ++peer.mistakes;
     answer.text = control::errorLine(error.what());
   }
-  peer.wire->send(std::move(answer));
+  if (!answer.text.empty()) peer.wire->send(std::move(answer));
 }
 
 void ControlServer::acceptAll() {
@@ -67,6 +67,10 @@ void ControlServer::makeRoom() {
         return std::pair(a.isKept, a.lastHeard) < std::pair(b.isKept, b.lastHeard);
       });
   peers_.erase(oldest);
+}
+
+void ControlServer::tell(Client client, Message message) {
+  if (const Peer* const peer = find(client)) peer->wire->send(std::move(message));
 }
 
 void ControlServer::tellAll(const std::string& line) {

@@ -23,7 +23,8 @@ class ControlServer {
   using Client = uint64_t;  // no two the same
   struct Answers {
     std::function<std::string()> greeting;
-    // Throws control::RequestError for a request that is refused.
+    // Throws control::RequestError for a request that is refused. A message without a text is none:
+    // the answer will be told later.
     std::function<Message(Client, control::Request, rt::Descriptors)> answer;
   };
 
@@ -42,6 +43,8 @@ class ControlServer {
   bool isConnected(Client client) const;
   // Stays, however long it is idle.
   void keep(Client client);
+  // Nobody, when the client is gone.
+  void tell(Client client, Message message);
   void tellAll(const std::string& line);
   // Nobody is served any more, but who is there may stay to the end.
   void removePath() { socket_.remove(); }

@@ -23,6 +23,7 @@
 #include "shim/keep/EventFile.h"
 #include "shim/keep/ListeningSocket.h"
 #include "shim/keep/Parent.h"
+#include "shim/keep/Picture.h"
 #include "shim/keep/Poller.h"
 #include "shim/keep/RowMark.h"
 #include "shim/keep/VmDirectory.h"
@@ -73,7 +74,10 @@ class Keeper {
   control::Status status() const;
   Message answer(ControlServer::Client client, const control::Request& request,
                  rt::Descriptors descriptors);
-  void orderlyStop(Duration timeout);
+  void orderlyStop(ControlServer::Client client, const control::Request& request);
+  Message wish(ControlServer::Client client, const control::Request& request);
+  void tellOutcome(const Actions::Outcome& outcome);
+  void tellOfWish(ControlServer::Client client, std::string_view what, const std::string& by);
   void adopt(ControlServer::Client client, const control::Adoption& adoption,
              rt::Descriptors descriptors);
   void takeRow(ControlServer::Client client, const control::Row& row);
@@ -107,6 +111,13 @@ class Keeper {
   std::unique_ptr<Relay> relay_;
   std::unique_ptr<ControlServer> control_;
   size_t controlPlace_ = 0;  // in what is polled
+  // Who waits for what came of a wish, by its number, and where its picture can be read.
+  struct Asker {
+    ControlServer::Client client = 0;
+    rt::Descriptors picture;
+  };
+  std::map<uint64_t, Asker> askers_;
+  uint64_t lastWish_ = 0;
   Poller poller_{Entry::signals};
   StopPlan stop_;
   pid_t daemonPid_;

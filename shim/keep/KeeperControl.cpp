@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "guest/EventWords.h"
 #include "shim/base/Failure.h"
 #include "shim/decide/Differences.h"
 #include "shim/keep/Keeper.h"
@@ -19,13 +20,15 @@ bool has(int descriptor, short event) {
   return poll(&polled, 1, 0) == 1;
 }
 
-// Whether the other end of a connection was our user's when it was made.
-bool isOurUser(int connection) {
+// Whose the other end of a connection was when it was made; nobody's where the kernel does not say.
+ucred peerOf(int connection) {
   ucred peer{};
   socklen_t size = sizeof peer;
-  return getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-         peer.uid == geteuid();
+  if (getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) return peer;
+  return {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
 }
+
+bool isOurUser(int connection) { return peerOf(connection).uid == geteuid(); }
 
 }  // namespace
 
@@ -48,8 +51,10 @@ Message Keeper::answer(ControlServer::Client client, const control::Request& req
     case control::Request::Kind::status:
       return {control::statusLine(status()), {}};
     case control::Request::Kind::stop:
-      orderlyStop(request.timeout.value_or(stopTimeout_));
+      orderlyStop(client, request);
       break;
+    case control::Request::Kind::wish:
+      return wish(client, request);
     case control::Request::Kind::adopt:
       adopt(client, request.adoption, std::move(descriptors));
       // An agent that loses us is to find the successor, and not to look for ten seconds.
@@ -62,10 +67,51 @@ Message Keeper::answer(ControlServer::Client client, const control::Request& req
   return done;
 }
 
-void Keeper::orderlyStop(Duration timeout) {
+void Keeper::orderlyStop(ControlServer::Client client, const control::Request& request) {
+  const Duration timeout = request.timeout.value_or(stopTimeout_);
+  tellOfWish(client, guest::word::stop, request.by);
   log_.write(logLine("shim", "asked to stop the guest, which gets " +
                                  std::to_string(timeout.count()) + " ms to shut itself down"));
   stop(stop_.orderly(now(), timeout, guest()));
+}
+
+// Who it was, so far as the kernel knows, and as root says of those in whose name it asks. What the
+// daemon asks for in the operators' name it knows best itself.
+void Keeper::tellOfWish(ControlServer::Client client, std::string_view what,
+                        const std::string& by) {
+  const ucred peer = peerOf(control_->number(client));
+  if (peer.pid == daemonPid_) return;
+  GuestEvent event{guest::event::wished, std::string(what), {}, {}, {{"uid", peer.uid}}};
+  if (peer.uid == 0) event.by = by;
+  log_.write(logLine("shim", std::string(what) + " was asked for by user " +
+                                 std::to_string(peer.uid) + (by.empty() ? "" : ", as " + by)));
+  events_.tell(event);
+}
+
+Message Keeper::wish(ControlServer::Client client, const control::Request& request) {
+  if (stop_.hasBegun()) throw control::RequestError("the guest is being ended");
+  const uint64_t number = ++lastWish_;
+  Asker& asker = askers_[number];
+  asker.client = client;
+  Wish wish{request.wish.kind, request.wish.keys, {}};
+  if (wish.kind == Wish::Kind::picture) {
+    Picture picture = makePicture();
+    wish.picture.push_back(std::move(picture.writing));
+    asker.picture.push_back(std::move(picture.reading));
+  }
+  tellOfWish(client, wordOf(wish.kind), request.by);
+  perform(relay_->wish(now(), number, std::move(wish)));
+  return {};
+}
+
+void Keeper::tellOutcome(const Actions::Outcome& outcome) {
+  auto found = askers_.extract(outcome.wish);
+  if (found.empty()) return;
+  Asker& asker = found.mapped();
+  if (outcome.refusal.empty())
+    control_->tell(asker.client, {control::doneLine(), std::move(asker.picture)});
+  else
+    control_->tell(asker.client, {control::errorLine(outcome.refusal), {}});
 }
 
 void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,

@@ -70,6 +70,11 @@ ssize_t simSendFile(int to, int from, off_t* at, size_t size) {
   static constinit Name name("sendfile");
   return inWorld() ? refuse("sendfile") : name.library(&simSendFile)(to, from, at, size);
 }
+int simMakeMemory(const char* what, unsigned flags) asm("memfd_create");
+int simMakeMemory(const char* what, unsigned flags) {
+  static constinit Name name("memfd_create");
+  return inWorld() ? refuse("memfd_create") : name.library(&simMakeMemory)(what, flags);
+}
 void* simMap(void* at, size_t size, int protection, int flags, int number,
              off_t from) asm("mmap64");
 void* simMap(void* at, size_t size, int protection, int flags, int number, off_t from) {

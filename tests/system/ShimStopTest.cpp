@@ -93,6 +93,8 @@ TEST_F(ShimStop, IsHurriedByBeingAskedAgain) {
   host.line();
   host.ask(R"({"stop":{"timeout":3600}})");
   host.ask(R"({"stop":{"timeout":3600}})");
+  EXPECT_FALSE(fakes::becomesReadable(shim->pipe().number(), 500)) << "that is no less time";
+  host.ask(R"({"stop":{"timeout":0}})");
   EXPECT_EQ(exited(shim->wait()), 0);
 }
 
