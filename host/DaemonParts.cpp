@@ -75,6 +75,10 @@ void DaemonParts::restartIs(const rt::String& vm, uint64_t number) {
   guests_.restartIs(vm, number);
 }
 
+void DaemonParts::stopIs(const rt::String& vm, uint64_t number, int32_t within) {
+  guests_.stopIs(vm, number, within);
+}
+
 void DaemonParts::restartIsPast(const rt::String& vm, uint64_t number) {
   guests_.restartIsPast(vm, number);
 }

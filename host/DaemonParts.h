@@ -37,6 +37,7 @@ class DaemonParts : private ConfigurationTaker {
 
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) override;
   void restartIs(const rt::String& vm, uint64_t number) override;
+  void stopIs(const rt::String& vm, uint64_t number, int32_t within) override;
   void restartIsPast(const rt::String& vm, uint64_t number) override;
   void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) override;
   void imageIsLost(const rt::String& vm) override;

@@ -30,8 +30,8 @@ class ShimsAskedOnce final : public DiskShims {
  public:
   using DiskShims::DiskShims;
 
-  bool askToStop(const rt::String& vm) override {
-    return !asked_.insert(vm).second || isStopping(vm) || DiskShims::askToStop(vm);
+  bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) override {
+    return !asked_.insert(vm).second || isStopping(vm) || DiskShims::askToStop(vm, time);
   }
 
  private:
@@ -79,7 +79,7 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
 std::vector<GuestProcess> endGuests(const Options& options) {
   const statedb::OwnerLock noDaemon(statedb::ownerLockFile(guest::monitorsDirectory));
   rt::ActivityManager manager;
-  ShimsAskedOnce shims(options.runDir, options.stopTimeout);
+  ShimsAskedOnce shims(options.runDir, options.stopTimeout, "the switch, which shuts down");
   const rt::Seconds patience = stopPatience(options);
   rt::Ptr<Survivors> guests;
   const auto all = guestProcesses();

@@ -23,6 +23,9 @@ class GuestSide {
 
   // What comes of the configuration; see ConfigurationTaker.
   void restartIs(const rt::String& vm, uint64_t number) { supervisor_->restartIs(vm, number); }
+  void stopIs(const rt::String& vm, uint64_t number, int32_t within) {
+    supervisor_->stopIs(vm, number, within);
+  }
   void restartIsPast(const rt::String& vm, uint64_t number) {
     supervisor_->restartIsPast(vm, number);
   }

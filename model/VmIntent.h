@@ -15,6 +15,15 @@ class VmIntent final : public rt::EntityOf<VmIntent> {
   uint64_t restart() const { return restart_; }
   void restartIs(uint64_t number) { assign<&VmIntent::restart>(restart_, number); }
 
+  // How many stops were asked for that had a time of their own.
+  uint64_t stop() const { return stop_; }
+  void stopIs(uint64_t number) { assign<&VmIntent::stop>(stop_, number); }
+
+  // How many seconds the guest gets to shut itself down, of the stop or restart that was asked for
+  // last; 0: it is switched off at once; -1: as the daemon has it.
+  int32_t within() const { return within_; }
+  void withinIs(int32_t seconds) { assign<&VmIntent::within>(within_, seconds); }
+
   // The name of a guest of an unknown VM that is to end.
   const rt::String& remove() const { return remove_; }
   void removeIs(const rt::String& guest) { assign<&VmIntent::remove>(remove_, guest); }
@@ -23,11 +32,15 @@ class VmIntent final : public rt::EntityOf<VmIntent> {
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmIntent::name>,
                          rt::Attribute<"restart", &VmIntent::restart, &VmIntent::restartIs>,
+                         rt::Attribute<"stop", &VmIntent::stop, &VmIntent::stopIs>,
+                         rt::Attribute<"within", &VmIntent::within, &VmIntent::withinIs>,
                          rt::Attribute<"remove", &VmIntent::remove, &VmIntent::removeIs>>;
 
  private:
   const rt::String name_;
   uint64_t restart_ = 0;
+  uint64_t stop_ = 0;
+  int32_t within_ = -1;
   rt::String remove_;
 };
 

@@ -71,6 +71,7 @@ void Configuration::takeIntent(const statedb::Change& change, bool isPast,
   if (change.op == Op::del && change.proof == Proof::comparison) return;
   const rt::String& vm = change.record.key;
   const Intent intent = change.op == Op::put ? intentOf(change.record) : Intent();
+  taker.stopIs(vm, intent.stop, isPast ? -1 : intent.within);
   if (isPast)
     taker.restartIsPast(vm, intent.restart);
   else

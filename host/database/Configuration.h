@@ -19,6 +19,9 @@ class ConfigurationTaker {
   virtual void restartIs(const rt::String& vm, uint64_t number) = 0;
   // The same, all of which were asked for before this daemon's time, or elsewhere.
   virtual void restartIsPast(const rt::String& vm, uint64_t number) = 0;
+  // Takes how many stops were asked for that had a time of their own, and that of the last stop or
+  // restart: seconds that the guest gets; negative: as always. Before the VM's own row.
+  virtual void stopIs(const rt::String& vm, uint64_t number, int32_t within) = 0;
   // Takes what the VM's disk image is opened as. Before the VM's own row.
   virtual void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) = 0;
   virtual void imageIsLost(const rt::String& vm) = 0;

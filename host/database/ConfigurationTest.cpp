@@ -45,6 +45,10 @@ class ConfigurationTest : public testing::Test, protected ConfigurationTaker {
   void restartIs(const rt::String& vm, uint64_t number) override {
     effects.push_back("restart " + vm.str() + text(number));
   }
+  void stopIs(const rt::String& vm, uint64_t number, int32_t within) override {
+    if (number != 0 || within >= 0)
+      effects.push_back("stop " + vm.str() + text(number) + " within " + std::to_string(within));
+  }
   void restartIsPast(const rt::String& vm, uint64_t number) override {
     effects.push_back("past " + vm.str() + text(number));
   }

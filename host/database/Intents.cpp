@@ -11,7 +11,8 @@ namespace host {
 Intent intentOf(const statedb::Record& row) {
   const auto intent = rt::make<model::VmIntent>(row.key);
   const auto problems = statedb::fill(*intent, row.doc);
-  if (problems.empty()) return {intent->restart(), intent->remove()};
+  if (problems.empty())
+    return {intent->restart(), intent->stop(), intent->within(), intent->remove()};
   report(rt::String(model::table::vmIntent) + " of VM " + row.key + ": " + textOf(problems));
   return {};
 }

@@ -34,15 +34,23 @@ TEST_F(IntentsTest, AreTheGuestThatIsGivenUp) {
   EXPECT_EQ(intent.remove, "4711.88");
 }
 
+TEST_F(IntentsTest, AreTheTimeThatAGuestGets) {
+  const Intent intent =
+      intentOf({.table = "vmIntent", .key = "web1", .doc = R"({"stop":2,"within":0})"});
+  EXPECT_EQ(intent.stop, 2U);
+  EXPECT_EQ(intent.within, 0);
+  EXPECT_EQ(intentOf({.table = "vmIntent", .key = "web1", .doc = R"({"stop":2})"}).within, -1);
+}
+
 TEST_F(IntentsTest, AreNoneWithAReportWhenTheyCannotBeRead) {
   EXPECT_EQ(restart(R"({"restart":-1})"), 0U);
   EXPECT_THAT(traces.take(1), ElementsAre(HasSubstr("vmIntent of VM web1: restart: '-1'")));
 }
 
 TEST_F(IntentsTest, AreReportedWithAllThatIsWrong) {
-  EXPECT_EQ(restart(R"({"restart":"1","stop":2})"), 0U);
+  EXPECT_EQ(restart(R"({"restart":"1","halt":2})"), 0U);
   EXPECT_THAT(traces.take(1), ElementsAre(testing::AllOf(HasSubstr("restart: '1' is refused"),
-                                                         HasSubstr("stop: '2' is refused"))));
+                                                         HasSubstr("halt: '2' is refused"))));
 }
 
 TEST_F(IntentsTest, AreNoneInADocumentThatIsNone) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/guests/Shims.h"
+#include "runtime/base/Text.h"
 #include "runtime/entity/Reactor.h"
 
 namespace host::fakes {
@@ -38,8 +39,9 @@ class FakeShims final : public Shims {
   }
 
   bool tellFormats() const override { return true; }
-  bool askToStop(const rt::String& vm) override {
-    effects_.push_back("ask " + vm.str());
+  bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) override {
+    effects_.push_back("ask " + vm.str() +
+                       (time ? " within " + rt::toText(*time).str() : std::string()));
     return isThere(vm);
   }
   void rowIs(const rt::String& vm, const statedb::Origin& row) override {

@@ -17,6 +17,7 @@
 #include "host/guests/GuestFiles.h"
 #include "runtime/base/Descriptor.h"
 #include "runtime/base/OwnFile.h"
+#include "runtime/base/Text.h"
 
 namespace host {
 
@@ -55,8 +56,8 @@ bool DiskShims::say(const rt::String& vm, const rt::String& request) const {
              static_cast<ssize_t>(request.size());
 }
 
-bool DiskShims::askToStop(const rt::String& vm) {
-  return say(vm, guest::stopRequest(stopTimeout_));
+bool DiskShims::askToStop(const rt::String& vm, std::optional<rt::Seconds> time) {
+  return say(vm, guest::stopRequest(time ? rt::toText(*time) : stopTimeout_, asker_));
 }
 
 bool DiskShims::isStopping(const rt::String& vm) const {

@@ -11,14 +11,16 @@ namespace host {
 // word.
 class DiskShims : public Shims {
  public:
-  // `stopTimeout`: what a guest is given to shut itself down, as text of whole seconds.
-  DiskShims(rt::String runDir, rt::String stopTimeout)
+  // `stopTimeout`: what a guest is given to shut itself down, as text of whole seconds. `asker`:
+  // who asks guests to end, for a shim that does not know; printable ASCII.
+  DiskShims(rt::String runDir, rt::String stopTimeout, rt::String asker = {})
       : runDir_(std::move(runDir)),
         stopTimeout_(std::move(stopTimeout)),
+        asker_(std::move(asker)),
         events_(guest::vmsDirectoryOf(runDir_)) {}
 
   bool tellFormats() const override { return true; }
-  bool askToStop(const rt::String& vm) override;
+  bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) override;
   void rowIs(const rt::String& vm, const statedb::Origin& row) override;
   bool isThere(const rt::String& vm) const override;
   rt::String lastError(const rt::String& vm) const override;
@@ -40,6 +42,7 @@ class DiskShims : public Shims {
 
   const rt::String runDir_;
   const rt::String stopTimeout_;
+  const rt::String asker_;
   EventReader events_;
   Sinks sinks_;
 };

@@ -51,16 +51,17 @@ class DiskShimsTest : public testing::Test {
 
 TEST_F(DiskShimsTest, AreAskedToStopWithinTheirTime) {
   const auto listener = socketAt(shim);
-  ASSERT_TRUE(shims.askToStop("web1"));
+  ASSERT_TRUE(shims.askToStop("web1", std::nullopt));
   EXPECT_EQ(heardAt(listener), "{\"stop\":{\"timeout\":15}}\n");
 }
 
 TEST_F(DiskShimsTest, ThatAreNotThereCannotBeAsked) {
-  EXPECT_FALSE(shims.askToStop("web1"));
-  EXPECT_FALSE(shims.askToStop("no-such"));
+  EXPECT_FALSE(shims.askToStop("web1", std::nullopt));
+  EXPECT_FALSE(shims.askToStop("no-such", std::nullopt));
   (void)socketAt(shim);
-  EXPECT_FALSE(shims.askToStop("web1")) << "nobody listens";
-  EXPECT_FALSE(shims.askToStop(rt::String(std::string(200, 'x')))) << "no such path can be";
+  EXPECT_FALSE(shims.askToStop("web1", std::nullopt)) << "nobody listens";
+  EXPECT_FALSE(shims.askToStop(rt::String(std::string(200, 'x')), std::nullopt))
+      << "no such path can be";
 }
 
 TEST_F(DiskShimsTest, AreToldOfTheirRow) {
@@ -207,7 +208,7 @@ TEST_F(WordsOfAShim, AreNoneInAnotherUsersFile) {
 TEST(NoShimsTest, CanBeAskedNothingAndHaveNothingToSay) {
   NoShims shims;
   EXPECT_FALSE(shims.tellFormats());
-  EXPECT_FALSE(shims.askToStop("web1"));
+  EXPECT_FALSE(shims.askToStop("web1", std::nullopt));
   EXPECT_FALSE(shims.isThere("web1"));
   EXPECT_EQ(shims.lastError("web1"), "");
   EXPECT_EQ(shims.problem("web1"), "");

@@ -24,6 +24,7 @@ class NoTaker final : public ConfigurationTaker {
   void interfaceIs(const rt::String&, const std::optional<rt::String>&) override {}
   void restartIs(const rt::String&, uint64_t) override {}
   void restartIsPast(const rt::String&, uint64_t) override {}
+  void stopIs(const rt::String&, uint64_t, int32_t) override {}
   void imageIs(const rt::String&, const std::optional<statedb::Record>&) override {}
   void imageIsLost(const rt::String&) override {}
   void limitsAre(const rt::String&, const std::optional<statedb::Record>&) override {}

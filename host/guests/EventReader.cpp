@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "guest/VmFiles.h"
+#include "model/UserName.h"
 #include "runtime/base/Descriptor.h"
 #include "runtime/base/OwnFile.h"
 #include "statedb/EntityDocument.h"
@@ -59,6 +60,8 @@ std::vector<GuestEvent::Ptr> eventsIn(std::string_view text, const rt::String& v
     auto event = rt::make<GuestEvent>(vm);
     // A shim of a later version may tell more than is known here.
     statedb::fillKnown(*event, text.substr(0, end));
+    if (event->by().empty() && event->uid() >= 0)
+      event->byIs(model::userName(static_cast<uint32_t>(event->uid())));
     const bool isRead = event->run() != 0 && !event->kind().empty();
     if (isRead && isNew(*event, events)) events.push_back(event);
     text.remove_prefix(end + 1);

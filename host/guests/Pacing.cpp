@@ -2,10 +2,14 @@
 
 #include <algorithm>
 
+#include "host/guests/Shims.h"
+
 namespace host {
 
 Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
   const bool restart = facts.restart > restartsDone_;
+  const bool mayBeMeant = !facts.wanted || restart || giveUpAt_;
+  if (!mayBeMeant || (!facts.process && !facts.switchedOn)) stopsDone_ = facts.stop;
   if (facts.switchedOn && (!facts.wanted || restart || giveUpAt_)) return leave(facts, now);
   if (!facts.switchedOn) {
     if (restart) again();
@@ -20,16 +24,30 @@ Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
   return isStarted || facts.process ? Step::none : retry(now);
 }
 
+std::optional<rt::Seconds> Pacing::ownTime(const VmFacts& facts) const {
+  const bool isMeant = facts.restart > restartsDone_ || facts.stop > stopsDone_;
+  return isMeant ? facts.within : std::nullopt;
+}
+
+rt::Seconds Pacing::patienceFor(const VmFacts& facts) const {
+  const auto own = ownTime(facts);
+  return own && patience_ > rt::Seconds(0) ? *own + shimsOwn : patience_;
+}
+
 Step Pacing::leave(const VmFacts& facts, rt::Seconds now) {
-  const bool mayTakeItsTime = facts.process && patience_ > rt::Seconds(0);
+  const rt::Seconds patience = patienceFor(facts);
+  const bool mayTakeItsTime = facts.process && patience > rt::Seconds(0);
   if (!giveUpAt_) {
-    giveUpAt_ = now + patience_;
+    giveUpAt_ = now + patience;
     isAsked_ = false;
   }
+  const bool isHurried =
+      ownTime(facts) && facts.restart + facts.stop > asked_ && now + patience < *giveUpAt_;
   if (mayTakeItsTime && now < *giveUpAt_) {
-    if (isAsked_ || facts.takingUp) return Step::none;
-    giveUpAt_ = now + patience_;
+    if ((isAsked_ && !isHurried) || facts.takingUp) return Step::none;
+    giveUpAt_ = now + patience;
     isAsked_ = true;
+    asked_ = facts.restart + facts.stop;
     return Step::ask;
   }
   giveUpAt_.reset();

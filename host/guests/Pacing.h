@@ -24,6 +24,9 @@ struct VmFacts {
   bool starting = false;       // its guest was not let run yet, or not by this agent
   bool inVain = false;         // the agent takes its start for done, and has no guest of it
   uint64_t restart = 0;        // the number of its restart intent
+  uint64_t stop = 0;           // and of its stops that had a time of their own
+  // What the guest gets to shut itself down by the last of either; nothing: as always.
+  std::optional<rt::Seconds> within{};
 };
 
 enum class Step : uint8_t {
@@ -39,7 +42,8 @@ enum class Step : uint8_t {
 //   wanted | switched on | process | started | step
 //   no     | yes         | yes     |         | ask, once the guest is taken up: its shim would
 //          |             |         |         | start another for one that ends before; switchOff
-//          |             |         |         | once it is gone, or time is up
+//          |             |         |         | once it is gone, or time is up; asked once more when
+//          |             |         |         | an operator gives it less time
 //   no     | yes         | no      |         | switchOff
 //   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
 //          |             |         |         | was asked to end already
@@ -63,6 +67,9 @@ class Pacing {
   Step next(const VmFacts& facts, rt::Seconds now);
   // The same for a VM that is to go, whatever its row says: ask, none, and at last switchOff.
   Step leave(const VmFacts& facts, rt::Seconds now);
+  // What a guest that is to end now gets to shut itself down, where an operator has said so. What
+  // was said of an earlier end counts for none that comes later.
+  std::optional<rt::Seconds> ownTime(const VmFacts& facts) const;
   // There was nobody to ask: it will not end by itself.
   void askFailed() { giveUpAt_ = rt::Seconds(0); }
   // Its guest is to end, and is waited for.
@@ -88,15 +95,18 @@ class Pacing {
  private:
   static constexpr rt::Seconds never = rt::Seconds::infinity();
 
+  rt::Seconds patienceFor(const VmFacts& facts) const;
   Step start(const VmFacts& facts, rt::Seconds now);
   Step retry(rt::Seconds now);
   void schedule(rt::Seconds now);
   void settle();
 
   uint64_t restartsDone_;
+  uint64_t stopsDone_ = 0;
   rt::Seconds patience_;
   std::optional<rt::Seconds> giveUpAt_;  // since the guest is to end
   bool isAsked_ = false;                 // since then
+  uint64_t asked_ = 0;                   // how often operators had asked for an end by then
   rt::Seconds retryAt_ = never;
   rt::Seconds delay_ = firstDelay;
 };

@@ -324,5 +324,90 @@ TEST_F(PacingTest, CarriesOutTheRestartOfAGuestThatAnEarlierDaemonLeft) {
   EXPECT_EQ(next(with(running, 1)), Step::switchOff);
 }
 
+// Stops that have a time of their own.
+
+class PatientPacingTest : public testing::Test {
+ protected:
+  Step next(const VmFacts& facts) { return pacing.next(facts, now); }
+  static VmFacts stopped(uint64_t number, double within) {
+    VmFacts facts = running;
+    facts.wanted = false;
+    facts.stop = number;
+    facts.within = rt::Seconds(within);
+    return facts;
+  }
+
+  rt::Seconds now{0};
+  Pacing pacing{0, rt::Seconds(23)};
+};
+
+TEST_F(PatientPacingTest, GivesAGuestTheTimeThatAnOperatorGaveIt) {
+  ASSERT_EQ(next(running), Step::none);
+  const VmFacts facts = stopped(1, 300);
+  EXPECT_EQ(next(facts), Step::ask);
+  EXPECT_EQ(pacing.ownTime(facts), rt::Seconds(300));
+  EXPECT_EQ(pacing.stopAt(), rt::Seconds(308));
+  now = rt::Seconds(307);
+  EXPECT_EQ(next(facts), Step::none);
+  now = rt::Seconds(308);
+  EXPECT_EQ(next(facts), Step::switchOff);
+}
+
+TEST_F(PatientPacingTest, AsksOnceMoreWhenAnOperatorCannotWait) {
+  ASSERT_EQ(next(running), Step::none);
+  VmFacts facts = running;
+  facts.wanted = false;
+  EXPECT_EQ(next(facts), Step::ask);
+  EXPECT_EQ(pacing.ownTime(facts), std::nullopt);
+  EXPECT_EQ(next(stopped(1, 0)), Step::ask);
+  EXPECT_EQ(pacing.stopAt(), rt::Seconds(8));
+  EXPECT_EQ(next(stopped(1, 0)), Step::none) << "once";
+  EXPECT_EQ(next(stopped(2, 60)), Step::none) << "it gets no more time than it has";
+  EXPECT_EQ(pacing.stopAt(), rt::Seconds(8));
+}
+
+TEST_F(PatientPacingTest, ForgetsTheTimeOfAStopThatIsOver) {
+  ASSERT_EQ(next(running), Step::none);
+  EXPECT_EQ(next(stopped(1, 0)), Step::ask);
+  VmFacts facts = stopped(1, 0);
+  facts.process = false;
+  EXPECT_EQ(next(facts), Step::switchOff);
+  facts.switchedOn = facts.statusEnabled = false;
+  EXPECT_EQ(next(facts), Step::none);
+  facts = running;
+  facts.stop = 1;
+  facts.within = rt::Seconds(0);
+  EXPECT_EQ(next(facts), Step::none);
+  facts.wanted = false;
+  EXPECT_EQ(next(facts), Step::ask);
+  EXPECT_EQ(pacing.ownTime(facts), std::nullopt) << "another stop, which says nothing of time";
+  EXPECT_EQ(pacing.stopAt(), rt::Seconds(23));
+}
+
+TEST_F(PatientPacingTest, TakesNoTimeOfBeforeThisDaemonForAGuestThatRuns) {
+  VmFacts facts = running;
+  facts.stop = 1;
+  facts.within = rt::Seconds(0);
+  ASSERT_EQ(next(facts), Step::none);
+  facts.wanted = false;
+  EXPECT_EQ(next(facts), Step::ask);
+  EXPECT_EQ(pacing.ownTime(facts), std::nullopt);
+}
+
+TEST_F(PatientPacingTest, RestartsWithinTheTimeThatWasGiven) {
+  ASSERT_EQ(next(running), Step::none);
+  VmFacts facts = with(running, 1);
+  facts.within = rt::Seconds(0);
+  EXPECT_EQ(next(facts), Step::ask);
+  EXPECT_EQ(pacing.ownTime(facts), rt::Seconds(0));
+  EXPECT_EQ(pacing.stopAt(), rt::Seconds(8));
+}
+
+TEST_F(PatientPacingTest, AsksNobodyWhereThereAreNoShims) {
+  Pacing alone{0};
+  ASSERT_EQ(alone.next(running, now), Step::none);
+  EXPECT_EQ(alone.next(stopped(1, 300), now), Step::switchOff);
+}
+
 }  // namespace
 }  // namespace host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 
 #include "host/state/GuestEvent.h"
@@ -30,9 +31,10 @@ class Shims {
   // Whether a shim tells its QEMU what a disk image is. Else QEMU goes by the image's first bytes.
   virtual bool tellFormats() const = 0;
 
-  // Has the VM's guest shut itself down, and ended when its time is up; false when there is nobody
-  // to ask.
-  virtual bool askToStop(const rt::String& vm) = 0;
+  // Has the VM's guest shut itself down, and ended when its time is up, the usual one unless
+  // another is named; false when there is nobody to ask. One that was asked already gets no more
+  // time than it has.
+  virtual bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) = 0;
   // Tells the VM's guest of which row it is now. A shim of before takes no notice.
   virtual void rowIs(const rt::String& vm, const statedb::Origin& row) = 0;
   // Whether the VM's guest has a shim that can drive it; one that stands still is there, too.
@@ -65,7 +67,9 @@ class Shims {
 class NoShims final : public Shims {
  public:
   bool tellFormats() const override { return false; }
-  bool askToStop(const rt::String& /*vm*/) override { return false; }
+  bool askToStop(const rt::String& /*vm*/, std::optional<rt::Seconds> /*time*/) override {
+    return false;
+  }
   void rowIs(const rt::String& /*vm*/, const statedb::Origin& /*row*/) override {}
   bool isThere(const rt::String& /*vm*/) const override { return false; }
   rt::String lastError(const rt::String& /*vm*/) const override { return {}; }

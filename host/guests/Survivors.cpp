@@ -88,7 +88,7 @@ void Survivors::add(const std::vector<GuestProcess>& guests) {
     if (!guests_.contains(guest.pid)) continue;
     report("VM " + guest.vm + ": ending the guest that an earlier daemon left (process " +
            rt::toText(guest.pid) + ")");
-    if (!shims_.askToStop(guest.vm)) guests_[guest.pid]->signal(SIGTERM);
+    if (!shims_.askToStop(guest.vm, std::nullopt)) guests_[guest.pid]->signal(SIGTERM);
     tell(guest.vm);
   }
   handleClock();

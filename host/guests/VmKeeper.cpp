@@ -47,6 +47,13 @@ void VmKeeper::restartIs(uint64_t number) {
   note();
 }
 
+void VmKeeper::stopIs(uint64_t number, int32_t within) {
+  stop_ = number;
+  within_.reset();
+  if (within >= 0) within_ = rt::Seconds(within);
+  note();
+}
+
 void VmKeeper::restartIsPast(uint64_t number) {
   restart_ = number;
   pacing_.restartsDoneIs(number);
@@ -128,7 +135,9 @@ VmFacts VmKeeper::facts() const {
           .adoptable = adoptable_,
           .starting = isStarting,
           .inVain = isUnmade_ || isOutOfReach(),
-          .restart = restart_};
+          .restart = restart_,
+          .stop = stop_,
+          .within = within_};
 }
 
 bool VmKeeper::act(rt::Seconds now) {
@@ -273,7 +282,7 @@ void VmKeeper::dismount() {
 }
 
 void VmKeeper::ask() {
-  if (!tools_.shims.askToStop(name_)) pacing_.askFailed();
+  if (!tools_.shims.askToStop(name_, pacing_.ownTime(facts()))) pacing_.askFailed();
 }
 
 bool VmKeeper::apply(Step step, rt::Seconds now) {

@@ -35,6 +35,9 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
 
   void rowIs(const VmRow* row);  // null: there is none
   void restartIs(uint64_t number);
+  // How many stops with a time of their own were asked for; and the time that the guest gets by the
+  // last stop or restart, in seconds; negative: as always.
+  void stopIs(uint64_t number, int32_t within);
   void restartIsPast(uint64_t number);      // the same, and nothing is to be done for it
   void givenUpIs(const rt::String& guest);  // the name of one that an operator gave up
   // What its shim finds wrong with its guest, or has found when it had one; empty: nothing.
@@ -109,6 +112,8 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   const rt::String name_;
   Pacing pacing_;
   uint64_t restart_ = 0;
+  uint64_t stop_ = 0;
+  std::optional<rt::Seconds> within_;
   rt::String rowProblem_;
   rt::String guestProblem_;
   rt::String givenUp_;

@@ -27,6 +27,8 @@ VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
   found =
       rt::make<VmKeeper>(tools_, queue_, vm, known == restartsDone_.end() ? number : known->second);
   found->restartIs(number);
+  if (const auto stop = stops_.find(vm); stop != stops_.end())
+    found->stopIs(stop->second.number, stop->second.within);
   return *found;
 }
 
@@ -39,6 +41,12 @@ void VmSupervisor::restartIs(const rt::String& vm, uint64_t number) {
   restarts_[vm] = number;
   if (const auto found = keepers_.find(vm); found != keepers_.end())
     found->second->restartIs(number);
+}
+
+void VmSupervisor::stopIs(const rt::String& vm, uint64_t number, int32_t within) {
+  stops_[vm] = {number, within};
+  if (const auto found = keepers_.find(vm); found != keepers_.end())
+    found->second->stopIs(number, within);
 }
 
 void VmSupervisor::restartIsPast(const rt::String& vm, uint64_t number) {

@@ -21,6 +21,9 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   // What the rows of vmConfig and vmIntent say now; the row may be null.
   void rowIs(const rt::String& vm, const VmRow* row);
   void restartIs(const rt::String& vm, uint64_t number);
+  // How many stops with a time of their own, and the time of the last stop or restart: seconds;
+  // negative: as always.
+  void stopIs(const rt::String& vm, uint64_t number, int32_t within);
   // A number that was asked for in another configuration than this daemon knows: all that is past.
   void restartIsPast(const rt::String& vm, uint64_t number);
   // The name of a guest of the VM's that an operator gave up; empty: of none.
@@ -59,6 +62,11 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   KeeperTools tools_;
   std::map<rt::String, uint64_t> restartsDone_;
   std::map<rt::String, uint64_t> restarts_;  // asked for
+  struct Stop {
+    uint64_t number = 0;
+    int32_t within = -1;
+  };
+  std::map<rt::String, Stop> stops_;
   VmQueue queue_;
   std::map<rt::String, VmKeeper::Ptr> keepers_;
   std::map<rt::String, rt::String> failures_;  // what the last act threw

@@ -90,6 +90,10 @@ rt::String afterText(const GuestRun& run) {
 
 rt::String sinceAsked(const GuestRun& run) { return spanText(run.endedUp - run.askedUp); }
 
+rt::String byWhom(const GuestRun& run) {
+  return run.endedBy.empty() ? rt::String() : " by " + run.endedBy;
+}
+
 rt::String textOf(EndCause cause, const GuestRun& run) {
   const rt::String signal = rt::toText(run.signal);
   switch (cause) {
@@ -98,12 +102,12 @@ rt::String textOf(EndCause cause, const GuestRun& run) {
     case EndCause::guestShutdown:
       return "the guest shut itself down" + afterText(run);
     case EndCause::asked:
-      return "the guest was asked to shut down, and did in " + sinceAsked(run);
+      return "the guest was asked to shut down" + byWhom(run) + ", and did in " + sinceAsked(run);
     case EndCause::askedForced:
-      return "the guest was asked to shut down, did not for " + sinceAsked(run) +
+      return "the guest was asked to shut down" + byWhom(run) + ", did not for " + sinceAsked(run) +
              ", and was switched off";
     case EndCause::poweredOff:
-      return "the guest was switched off" + afterText(run);
+      return "the guest was switched off" + byWhom(run) + afterText(run);
     case EndCause::signal:
       if (!run.toldBy.empty()) return "the guest was ended by " + run.toldBy;
       return run.signal != 0 ? "QEMU was ended by signal " + signal

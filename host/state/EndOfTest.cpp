@@ -311,5 +311,24 @@ TEST(GuestRun, KnowsSinceWhenQemuIsSilent) {
   EXPECT_EQ(runOf({started, {word::silent}, {word::answers}}).silentUp, 0U);
 }
 
+TEST(EndOf, NamesTheOperatorWhoAskedTheShimForIt) {
+  const auto by = [](std::string_view what, const char* who) {
+    const auto event = rt::make<GuestEvent>("web1");
+    event->runIs(7);
+    event->kindIs(rt::String(std::string(word::wished)));
+    event->reasonIs(rt::String(std::string(what)));
+    event->byIs(who);
+    return event;
+  };
+  GuestRun run = runOf({started, resumed});
+  take(run, *by("pause", "op1"));
+  EXPECT_EQ(run.pausedBy, "op1");
+  take(run, *by("stop", "op2"));
+  run.askedUp = run.startedUp + 1'000;
+  run.shutdown = "guest-shutdown";
+  run.endedUp = run.startedUp + 4'000;
+  EXPECT_EQ(endOf(run, {}).text, "the guest was asked to shut down by op2, and did in 3 s");
+}
+
 }  // namespace
 }  // namespace host

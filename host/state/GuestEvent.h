@@ -29,6 +29,11 @@ class GuestEvent final : public rt::EntityOf<GuestEvent> {
   void reasonIs(const rt::String& reason) { assign<&GuestEvent::reason>(reason_, reason); }
   const rt::String& text() const { return text_; }
   void textIs(const rt::String& text) { assign<&GuestEvent::text>(text_, text); }
+  // Who asked for it; empty: nobody did, or nobody knows.
+  const rt::String& by() const { return by_; }
+  void byIs(const rt::String& who) { assign<&GuestEvent::by>(by_, who); }
+  int64_t uid() const { return uid_; }  // his, by the kernel's word; -1: not known
+  void uidIs(int64_t uid) { assign<&GuestEvent::uid>(uid_, uid); }
   bool byGuest() const { return byGuest_; }
   void byGuestIs(bool byGuest) { assign<&GuestEvent::byGuest>(byGuest_, byGuest); }
 
@@ -52,6 +57,8 @@ class GuestEvent final : public rt::EntityOf<GuestEvent> {
                          rt::Attribute<"kind", &GuestEvent::kind, &GuestEvent::kindIs>,
                          rt::Attribute<"reason", &GuestEvent::reason, &GuestEvent::reasonIs>,
                          rt::Attribute<"text", &GuestEvent::text, &GuestEvent::textIs>,
+                         rt::Attribute<"by", &GuestEvent::by, &GuestEvent::byIs>,
+                         rt::Attribute<"uid", &GuestEvent::uid, &GuestEvent::uidIs>,
                          rt::Attribute<"byGuest", &GuestEvent::byGuest, &GuestEvent::byGuestIs>,
                          rt::Attribute<"pid", &GuestEvent::pid, &GuestEvent::pidIs>,
                          rt::Attribute<"exit", &GuestEvent::exit, &GuestEvent::exitIs>,
@@ -67,6 +74,8 @@ class GuestEvent final : public rt::EntityOf<GuestEvent> {
   rt::String kind_;
   rt::String reason_;
   rt::String text_;
+  rt::String by_;
+  int64_t uid_ = -1;
   bool byGuest_ = false;
   int32_t pid_ = 0;
   int32_t exit_ = 0;

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "guest/EventWords.h"
+#include "guest/ShimProtocol.h"
 
 namespace host {
 
@@ -22,6 +23,14 @@ void takeReady(GuestRun& run, const GuestEvent& event) { run.version = event.tex
 void takeResume(GuestRun& run, const GuestEvent& /*event*/) {
   run.state = RunState::running;
   run.stateText = {};
+  run.pausedBy = {};
+}
+
+// It is told before what comes of it.
+void takeWish(GuestRun& run, const GuestEvent& event) {
+  if (event.reason() == guest::word::pause) run.pausedBy = event.by();
+  if (event.reason() == guest::word::reset) run.resetBy = event.by();
+  if (event.reason() == guest::word::stop && run.endedBy.empty()) run.endedBy = event.by();
 }
 
 // QEMU first says what it pauses a guest for.
@@ -98,25 +107,16 @@ struct Taker {
 };
 
 constexpr std::array takers{
-    Taker{word::started, takeStart},
-    Taker{word::ready, takeReady},
-    Taker{word::resumed, takeResume},
-    Taker{word::paused, takePause},
-    Taker{word::reset, takeReset},
-    Taker{word::suspended, takeSuspension},
-    Taker{word::wokenUp, takeResume},
-    Taker{word::shutDown, takeShutdown},
-    Taker{word::panicked, takePanic},
-    Taker{word::watchdog, takeWatchdog},
-    Taker{word::diskError, takeDiskError},
-    Taker{word::askedToEnd, takeQuestion},
-    Taker{word::toldToEnd, takeOrder},
-    Taker{word::quit, takeQuit},
-    Taker{word::terminated, takeTermination},
-    Taker{word::killed, takeKill},
-    Taker{word::silent, takeSilence},
-    Taker{word::answers, takeAnswer},
-    Taker{word::end, takeEnd},
+    Taker{word::started, takeStart},       Taker{word::ready, takeReady},
+    Taker{word::resumed, takeResume},      Taker{word::paused, takePause},
+    Taker{word::reset, takeReset},         Taker{word::suspended, takeSuspension},
+    Taker{word::wokenUp, takeResume},      Taker{word::shutDown, takeShutdown},
+    Taker{word::panicked, takePanic},      Taker{word::watchdog, takeWatchdog},
+    Taker{word::diskError, takeDiskError}, Taker{word::wished, takeWish},
+    Taker{word::askedToEnd, takeQuestion}, Taker{word::toldToEnd, takeOrder},
+    Taker{word::quit, takeQuit},           Taker{word::terminated, takeTermination},
+    Taker{word::killed, takeKill},         Taker{word::silent, takeSilence},
+    Taker{word::answers, takeAnswer},      Taker{word::end, takeEnd},
 };
 
 }  // namespace

@@ -32,6 +32,11 @@ struct GuestRun {
   uint64_t resetAt = 0;  // the last
   bool wasResetByGuest = false;
 
+  // Which operator asked its shim for what; empty: none did.
+  rt::String pausedBy;
+  rt::String resetBy;
+  rt::String endedBy;
+
   // What its shim did to end it.
   uint64_t askedUp = 0;  // when its power button was pressed first
   bool wasQuit = false;

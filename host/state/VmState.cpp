@@ -109,6 +109,8 @@ Reason ofPause(const Situation& now) {
     case RunState::suspended:
       return {"suspended", "the guest has suspended itself", "suspended itself"};
     default:
+      if (!now.run.pausedBy.empty())
+        return {"paused", "it was paused by " + now.run.pausedBy, "by " + now.run.pausedBy};
       return {"paused", "it was paused over its monitor", "by hand"};
   }
 }
@@ -188,8 +190,8 @@ Reason reasonOf(const Situation& now) {
 }
 
 NextStep nextOf(const Situation& now, const rt::String& vm) {
-  const auto toType = [&](const char* verb) {
-    return NextStep{"command", {}, verb, rt::String("vmctl ") + verb + " " + vm, {}};
+  const auto toType = [&](const char* verb, const char* option = "") {
+    return NextStep{"command", {}, verb, rt::String("vmctl ") + verb + " " + vm + option, {}};
   };
   if (isCutOff(now) && now.nextUp) return {"auto", "is taken up again", "again", {}, now.nextUp};
   switch (actualOf(now)) {
@@ -203,15 +205,18 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
       if (now.nextUp) return {"auto", "is tried again", "again", {}, now.nextUp};
       return {"wait", "is started once that is mended", {}, {}, {}};
     case Actual::hung:
-      return toType("restart");
+      return toType("restart", " --now");
     case Actual::crashed:
     case Actual::stopped:
-      if (isWanted(now)) return toType("restart");
+      if (now.hasProcess) return toType("reset");
+      if (isWanted(now)) return toType("start");
       break;
     case Actual::running:
       if (isNote(now)) return toType("restart");
       break;
     case Actual::paused:
+      if (now.run.state != RunState::suspended) return toType("resume");
+      break;
     case Actual::starting:
       break;
   }

@@ -62,7 +62,7 @@ TEST(VmStateActual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   EXPECT_EQ(actualOf(vm), Actual::hung);
   EXPECT_EQ(wakeUpOf(vm), std::nullopt);
   EXPECT_EQ(reasonOf(vm).text, "its QEMU does not answer");
-  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1 --now");
   EXPECT_EQ(severityOf(vm), "bad");
 }
 
@@ -110,6 +110,26 @@ TEST(VmStateActual, IsPausedForTheReasonThatQemuGave) {
   const auto byHand = with(running(), [](Situation& v) { v.run.state = RunState::paused; });
   EXPECT_EQ(reasonOf(byHand).word, "paused");
   EXPECT_EQ(severityOf(byHand), "note");
+}
+
+TEST(VmStateReason, OfAPauseNamesWhoMadeItAndWhatEndsIt) {
+  const auto vm = with(running(), [](Situation& v) {
+    v.run.state = RunState::paused;
+    v.run.pausedBy = "op1";
+  });
+  EXPECT_EQ(reasonOf(vm).text, "it was paused by op1");
+  EXPECT_EQ(reasonOf(vm).brief, "by op1");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl resume web1");
+  const auto asleep = with(running(), [](Situation& v) { v.run.state = RunState::suspended; });
+  EXPECT_EQ(nextOf(asleep, "web1").kind, "none") << "its keyboard wakes it";
+}
+
+TEST(VmStateNext, OfAGuestThatStandsStillIsWhatEndsThat) {
+  const auto hung = with(running(), [](Situation& v) { v.run.silentUp = 1; });
+  EXPECT_EQ(nextOf(hung, "web1").command, "vmctl restart web1 --now");
+  const auto panicked = with(running(), [](Situation& v) { v.run.state = RunState::panicked; });
+  EXPECT_EQ(nextOf(panicked, "web1").command, "vmctl reset web1");
+  EXPECT_EQ(nextOf(endedBy(EndCause::guestShutdown, false), "web1").command, "vmctl start web1");
 }
 
 TEST(VmStateActual, IsCrashedWhereTheGuestHasPanickedAndQemuGoesOn) {
@@ -177,7 +197,7 @@ TEST(VmStateActual, IsCrashedAfterAFailureAndSaysWhatToType) {
   EXPECT_EQ(actualOf(vm), Actual::crashed);
   EXPECT_EQ(severityOf(vm), "bad");
   EXPECT_EQ(reasonOf(vm).text, "it ended so");
-  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl start web1");
 }
 
 TEST(VmStateActual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
@@ -185,7 +205,7 @@ TEST(VmStateActual, IsStoppedAfterAGuestShutItselfDownAndIsNoFailure) {
   EXPECT_EQ(actualOf(vm), Actual::stopped);
   EXPECT_EQ(severityOf(vm), "note");
   EXPECT_EQ(reasonOf(vm).word, "guest-shutdown");
-  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl restart web1");
+  EXPECT_EQ(nextOf(vm, "web1").command, "vmctl start web1");
 }
 
 TEST(VmStateActual, IsStoppedAndAllIsWellWhereItIsNotWanted) {
