@@ -60,7 +60,9 @@ TEST_F(Usage, RefusesWhatTheVerbDoesNotTake) {
   EXPECT_EQ(vmctl("list --wait"),
             usageError("'list' takes no option '--wait': see 'vmctl list --help'"));
   EXPECT_EQ(vmctl("enable web1 -o json"),
-            usageError("'enable' takes no option '--output': see 'vmctl enable --help'"));
+            usageError("'start' takes no option '--output': see 'vmctl start --help'"));
+  EXPECT_EQ(vmctl("disable web1 --now"),
+            usageError("'disable' takes no option '--now': see 'vmctl disable --help'"));
   EXPECT_EQ(vmctl("list web1"), usageError("'list' does not take 'web1': vmctl list [-o FORMAT]"));
   EXPECT_EQ(vmctl("show"), usageError("'show' needs NAME: vmctl show NAME [-o FORMAT]"));
   EXPECT_EQ(
@@ -124,7 +126,8 @@ TEST_F(Help, OfAVerbTellsHowItIsUsedAndItsOptions) {
                     "\n"
                     "options:\n"
                     "  --wait                  return when it is done\n"
-                    "  --timeout S             seconds to wait at most; 60 by default\n"
+                    "  --timeout S             seconds that it may take at most; to wait 60 by "
+                    "default\n"
                     "  --force                 although a guest ends by it\n"
                     "  --state-dir DIR         where the configuration is; /var/lib/vmagent, or "
                     "$VMAGENT_STATE_DIR\n"

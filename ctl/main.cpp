@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <iostream>
 #include <limits>
 #include <vector>
@@ -22,6 +23,7 @@
 #include "ctl/machine/TemporaryFile.h"
 #include "model/ImageLook.h"
 #include "model/Tables.h"
+#include "model/UserName.h"
 #include "runtime/base/Descriptor.h"
 #include "statedb/OwnerSign.h"
 #include "statedb/sqlite/SqliteDb.h"
@@ -100,6 +102,30 @@ rt::String readFile(const rt::String& path) {
   return text;
 }
 
+void writeFile(const rt::String& path, const rt::String& bytes) {
+  constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY;
+  const rt::Descriptor file(open(path.charPtr(), flags, 0666));
+  std::string_view left = bytes;
+  while (file && !left.empty()) {
+    const ssize_t size = write(file.number(), left.data(), left.size());
+    if (size < 0 && errno != EINTR) break;
+    left.remove_prefix(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  }
+  if (!file || !left.empty()) throw rt::ErrnoException(errno, path + " cannot be written");
+}
+
+// What root does, somebody did who logged in before: the kernel knows who, where a session is kept,
+// and else sudo says so.
+rt::String userName() {
+  std::ifstream file("/proc/self/loginuid");
+  uint32_t login = 0;
+  const bool isKnown = (file >> login) && login != std::numeric_limits<uint32_t>::max();
+  if (isKnown) return model::userName(login);
+  const rt::String sudo = environment("SUDO_USER").value_or("");
+  if (geteuid() == 0 && !sudo.empty()) return sudo;
+  return model::userName(geteuid());
+}
+
 size_t terminalColumns() {
   winsize size{};
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
@@ -139,6 +165,9 @@ int main(int argc, char** argv) {
                    .holdConsole = holdConsole,
                    .joinConsole = joinConsole,
                    .viewConsole = viewConsole,
+                   .askShim = ctl::askShim,
+                   .userName = userName,
+                   .writeFile = writeFile,
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = out,

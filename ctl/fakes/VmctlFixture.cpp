@@ -147,6 +147,10 @@ World VmctlFixture::world() {
           .holdConsole = holdConsole,
           .joinConsole = joinConsole,
           .viewConsole = viewConsole,
+          .askShim = [this](const ShimCall& call) { return askShim(call); },
+          .userName = [] { return rt::String("op1"); },
+          .writeFile = [this](const rt::String& path,
+                              const rt::String& bytes) { files_[path.str()] = bytes.str(); },
           .machine = machine_,
           .limits = {.memory = 8192},
           .out = out_,
@@ -184,6 +188,15 @@ std::unique_ptr<statedb::Store> VmctlFixture::storeOf(const rt::String& table) {
 std::unique_ptr<statedb::Store> VmctlFixture::store(statedb::Half half) {
   return std::make_unique<statedb::fakes::MemoryStore>(
       half == statedb::Half::config ? config_ : status_, half, model::isStatus);
+}
+
+ShimAnswer VmctlFixture::askShim(const ShimCall& call) {
+  const std::string path = call.socket.str();
+  const std::string directory = path.substr(0, path.rfind('/'));
+  const std::string vm = directory.substr(directory.rfind('/') + 1);
+  shimCalls_.push_back(vm + " " + call.request.str());
+  const auto found = shimAnswers_.find(vm);
+  return found == shimAnswers_.end() ? ShimAnswer{ShimAnswer::Kind::done, {}, {}} : found->second;
 }
 
 // Like poll(): over at once when something happened.

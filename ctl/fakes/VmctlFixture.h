@@ -78,6 +78,9 @@ class VmctlFixture : public testing::Test {
   std::function<ConsoleEnd()> holdConsole_ = [] { return ConsoleEnd::left; };
   std::string editor_;               // that was run last
   std::vector<std::string> edited_;  // what editors were given
+  // What shims were asked, "web1 {"pause":{…}}", and what they answer; at first, that it is done.
+  std::vector<std::string> shimCalls_;
+  std::map<std::string, ShimAnswer> shimAnswers_;  // by VM
   size_t columns_ = 80;
   double time_ = 1000;                                   // seconds; moves while the command waits
   static constexpr uint64_t timeOfDay_ = 1'700'000'000;  // at 0 of that
@@ -99,6 +102,7 @@ class VmctlFixture : public testing::Test {
   std::unique_ptr<statedb::Store> store(statedb::Half half);
   std::unique_ptr<statedb::Store> storeOf(const rt::String& table);
   void waitReadable(std::span<const int> descriptors, rt::Seconds time);
+  ShimAnswer askShim(const ShimCall& call);
   World world();
 
   const std::shared_ptr<statedb::fakes::MemoryData> config_ =

@@ -10,6 +10,7 @@
 #include "ctl/machine/ConsoleSession.h"
 #include "ctl/machine/EditedFile.h"
 #include "ctl/machine/Machine.h"
+#include "ctl/machine/ShimCall.h"
 #include "model/DiskImage.h"
 #include "model/VmConfigCheck.h"
 #include "runtime/base/Seconds.h"
@@ -47,6 +48,11 @@ struct World {
   std::function<ConsoleEnd(const rt::String& socket)> joinConsole;
   // Shows on it what comes from there.
   std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
+  std::function<ShimAnswer(const ShimCall& call)> askShim;
+  // Who runs this: the one who logged in, if that is known, and not whom he has become since.
+  std::function<rt::String()> userName;
+  // Makes the file, or what is in it, that; throws rt::ErrnoException.
+  std::function<void(const rt::String& path, const rt::String& bytes)> writeFile;
   const Machine& machine;
   model::MachineLimits limits;
 

@@ -83,6 +83,13 @@ std::map<rt::String, Vm::VmConfig::Ptr> Configuration::configs() const {
   return all;
 }
 
+std::vector<rt::String> Configuration::names() const {
+  std::vector<rt::String> names;
+  for (const auto& [name, row] : rows_)
+    if (row.config) names.push_back(name);
+  return names;
+}
+
 std::vector<rt::String> Configuration::enabledNames() const {
   std::vector<rt::String> names;
   for (const auto& [name, row] : rows_)
@@ -97,7 +104,8 @@ void Configuration::require(const Vm::VmConfig& vm, std::vector<rt::Problem> pro
   if (!problems.empty()) throw refusalOf(vm.name(), problems);
 }
 
-void Configuration::commit(Changed& changed, const VmRow& known, const rt::String& format) {
+void Configuration::commit(Changed& changed, const VmRow& known, const rt::String& format,
+                           const Beside& beside) {
   const Vm::VmConfig& vm = *changed.after;
   const bool isNamedNow = !changed.before || changed.before->diskImage() != vm.diskImage();
   statedb::Transaction transaction;
@@ -107,6 +115,7 @@ void Configuration::commit(Changed& changed, const VmRow& known, const rt::Strin
   changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, *known.image);
   changed.limitsBefore = known.limits;
   putLimits(transaction, vm.name(), *changed.limitsAfter, {*known.limits, known.limitsRevision});
+  if (beside) beside(transaction);
   if (mode_ == Mode::write) context_.db().commit(transaction);
   index_->vmIs(vm);
 }
@@ -135,12 +144,12 @@ Changed Configuration::add(const rt::String& name, const Change& change) {
     added.limitsAfter = rt::make<model::VmLimits>(name);
     change({*added.after, *image, *added.limitsAfter}, problems);
     require(*added.after, problems);
-    commit(added, {}, image->format());
+    commit(added, {}, image->format(), {});
   });
   return added;
 }
 
-Changed Configuration::change(const rt::String& name, const Change& change) {
+Changed Configuration::change(const rt::String& name, const Change& change, const Beside& beside) {
   Changed changed;
   retry([&] {
     const VmRow known = row(name);
@@ -152,7 +161,7 @@ Changed Configuration::change(const rt::String& name, const Change& change) {
     changed.limitsAfter = copyOf(*known.limits);
     change({*changed.after, *image, *changed.limitsAfter}, problems);
     require(*changed.after, problems);
-    commit(changed, known, image->format());
+    commit(changed, known, image->format(), beside);
   });
   return changed;
 }

@@ -39,18 +39,21 @@ class Configuration {
   // Writes to the records, and adds to `problems` what it refuses. That of the image is empty at
   // first: what it is left without is not said.
   using Change = std::function<void(const VmRecords& records, std::vector<rt::Problem>& problems)>;
+  // Adds what is to be written with it.
+  using Beside = std::function<void(statedb::Transaction& transaction)>;
 
   // Makes, or changes, the VM in one transaction, and returns what was written. Refuses when
   // anything is wrong with the outcome, with all there is; nothing was written then.
   Changed add(const rt::String& name, const Change& change);
-  Changed change(const rt::String& name, const Change& change);
+  Changed change(const rt::String& name, const Change& change, const Beside& beside = {});
 
   Mode mode() const { return mode_; }
   // By name, as they were read last, without status. `config` is null where it cannot be read.
   const std::map<rt::String, VmRow>& rows() const { return rows_; }
   // Those that can be read.
   std::map<rt::String, Vm::VmConfig::Ptr> configs() const;
-  // The names of all VMs that are enabled.
+  // The names of all VMs that can be read, and of those that are enabled.
+  std::vector<rt::String> names() const;
   std::vector<rt::String> enabledNames() const;
 
   // Tries again, on rows read anew, when a commit meets what others wrote; refuses in the end.
@@ -60,7 +63,7 @@ class Configuration {
   void read();
   VmRow row(const rt::String& name) const;
   void require(const Vm::VmConfig& vm, std::vector<rt::Problem> problems);
-  void commit(Changed& changed, const VmRow& known, const rt::String& format);
+  void commit(Changed& changed, const VmRow& known, const rt::String& format, const Beside& beside);
 
   Context& context_;
   const Mode mode_;

@@ -1,13 +1,16 @@
 #include "ctl/verbs/SwitchVerbs.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Budget.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
+#include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/Waiting.h"
+#include "guest/Variables.h"
 #include "model/Tables.h"
 #include "model/VmIntent.h"
 #include "runtime/base/Text.h"
@@ -24,19 +27,26 @@ struct Deed {
   // When it is so; asked for after the writing.
   std::function<Goal(const rt::String& name)> goal;
   const char* done;  // what is said then
+  // Does what can be done where no daemon runs, and tells of it; none: nothing can.
+  std::function<void(const rt::String& name)> alone = {};
+  rt::Seconds patience;  // of --wait, for all together
 };
 
 // Asks for all first, then waits for all: they are carried out side by side.
 Exit carryOut(Context& context, const Arguments& arguments, const std::vector<rt::String>& names,
               const Deed& deed) {
   const bool waits = arguments.has("wait");
-  const rt::Seconds patience = arguments.timeout();
+  const bool isAlone = deed.alone && !context.daemonRuns();
   std::vector<rt::String> asked;
   Exit exit = forEach(context, names, [&](const rt::String& name) {
     const rt::String answer = deed.ask(name);
     asked.push_back(name);
-    if (!waits) context.tell(name + ": " + answer);
+    if (!waits && !isAlone) context.tell(name + ": " + answer);
   });
+  if (isAlone) {
+    const Exit ended = forEach(context, asked, deed.alone);
+    return exit == Exit::done ? ended : exit;
+  }
   if (asked.empty()) return exit;
   if (!waits) {
     complainOfDelay(context);
@@ -46,7 +56,7 @@ Exit carryOut(Context& context, const Arguments& arguments, const std::vector<rt
     context.complain("vmagentd is not running: it is written down, and nobody to wait for");
     return exit == Exit::done ? Exit::failed : exit;
   }
-  Waiter waiter(context, patience);
+  Waiter waiter(context, deed.patience);
   const Exit waited = forEach(context, asked, [&](const rt::String& name) {
     waiter.until(name, deed.goal(name));
     context.tell(name + ": " + deed.done);
@@ -54,15 +64,15 @@ Exit carryOut(Context& context, const Arguments& arguments, const std::vector<rt
   return exit == Exit::done ? waited : exit;
 }
 
-// The names given, or with --all those of enabled VMs.
-std::vector<rt::String> namesOf(Configuration& configuration, const Arguments& arguments) {
+// The names given, or with --all those.
+std::vector<rt::String> namesOf(const Arguments& arguments, const std::vector<rt::String>& all) {
   if (!arguments.has("all")) {
     if (arguments.words().empty()) throw Refusal(Exit::usage, "which VM? Name one, or say --all");
     return arguments.words();
   }
   if (!arguments.words().empty())
     throw Refusal(Exit::usage, "--all takes no names: say one or the other");
-  return configuration.enabledNames();
+  return all;
 }
 
 // Whoever stops all is not to believe that nothing runs.
@@ -76,20 +86,46 @@ Exit complainOfUnknown(Context& context) {
   return exit;
 }
 
-rt::String enable(Context& context, Configuration& configuration, const rt::String& name) {
-  const VmRow before = vmNamed(context, name);
-  const auto changed = configuration.change(
-      name, [](const VmRecords& records, auto&) { records.vm.enabledIs(true); });
-  warnOfImage(context, *changed.after, changed.formatAfter);
-  if (!changed.before->enabled())
-    warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
-  if (!changed.before->enabled())
-    return configuration.mode() == Configuration::Mode::tell ? "would be enabled" : "enabled";
-  const VmRow row = vmNamed(context, name);
-  if (row.hasEnded() && context.daemonRuns())
-    throw Refusal(Exit::conflict, name + ": is enabled and its guest has ended: 'vmctl restart " +
-                                      name + "' starts it again");
-  return "was enabled already";
+// What operators ask for once, as it was asked for last.
+struct Intent {
+  uint64_t revision = 0;
+  model::VmIntent::Ptr record = rt::make<model::VmIntent>("");
+};
+
+Intent intentOf(Context& context, const rt::String& name) {
+  Intent intent;
+  const auto row = context.db().record(model::table::vmIntent, name);
+  if (!row) return intent;
+  intent.revision = row->revision;
+  statedb::fillKnown(*intent.record, row->doc);
+  return intent;
+}
+
+// What says nothing is left out: a daemon of before knows of restarts only.
+rt::String documentOf(const model::VmIntent& intent) {
+  rt::String members = R"("restart":)" + rt::toText(intent.restart());
+  if (intent.stop() != 0) members += R"(,"stop":)" + rt::toText(intent.stop());
+  if (intent.within() >= 0) members += R"(,"within":)" + rt::toText(intent.within());
+  if (!intent.remove().empty()) members += R"(,"remove":)" + quoted(intent.remove());
+  return "{" + members + "}";
+}
+
+// In place of what was asked for before.
+void putIntent(statedb::Transaction& transaction, const rt::String& name, const Intent& intent) {
+  transaction.guard(model::table::vmIntent, name, intent.revision);
+  transaction.put(model::table::vmIntent, name, documentOf(*intent.record));
+}
+
+// What the guest gets to shut itself down, in seconds; -1: as the daemon has it.
+int32_t timeOf(const Arguments& arguments) {
+  if (arguments.has("now") && arguments.has("timeout"))
+    throw Refusal(Exit::usage, "--now is at once, and takes no --timeout: say one or the other");
+  if (arguments.has("now")) return 0;
+  if (!arguments.has("timeout")) return -1;
+  const double seconds = std::ceil(arguments.timeout().value());
+  if (seconds > guest::longestStopTimeout)
+    throw Refusal(Exit::usage, rt::String("--timeout: ") + guest::stopTimeoutRight);
+  return static_cast<int32_t>(seconds);
 }
 
 // Once a start that was asked for has failed, it stays so. Of a VM that was switched off just
@@ -101,42 +137,55 @@ std::function<bool(const VmRow& row)> isLostSince(bool hadEnded) {
   };
 }
 
-// The number that was asked for last.
-uint64_t restartIn(const std::optional<statedb::Record>& intent) {
-  const auto known = rt::make<model::VmIntent>("");
-  if (intent) statedb::fillKnown(*known, intent->doc);
-  return known->restart();
-}
-
-// The number that asks once more.
-uint64_t askForRestart(Context& context, const rt::String& name) {
+// The number that asks for one more.
+uint64_t askForRestart(Context& context, const rt::String& name, int32_t within) {
   uint64_t number = 0;
   retried([&] {
     const VmRow row = requiredVm(context, name);
     if (row.config && !row.config->enabled())
       throw Refusal(Exit::conflict,
-                    name + ": is not enabled: 'vmctl enable " + name + "' starts it");
-    const auto intent = context.db().record(model::table::vmIntent, name);
-    number = std::max(restartIn(intent), row.process->restarts()) + 1;
+                    name + ": is not enabled: 'vmctl start " + name + "' starts it");
+    const Intent intent = intentOf(context, name);
+    number = std::max(intent.record->restart(), row.process->restarts()) + 1;
+    intent.record->restartIs(number);
+    intent.record->withinIs(within);
     statedb::Transaction transaction;
     transaction.guard(model::table::vmConfig, name, row.revision);
-    transaction.guard(model::table::vmIntent, name, intent ? intent->revision : 0);
-    transaction.put(model::table::vmIntent, name, R"({"restart":)" + rt::toText(number) + "}");
+    putIntent(transaction, name, intent);
     context.db().commit(transaction);
   });
   return number;
 }
 
+// Has it started, also when it has ended though it is enabled: a restart starts it then.
+rt::String start(Context& context, Configuration& configuration, const rt::String& name) {
+  const VmRow before = vmNamed(context, name);
+  const bool onlyTells = configuration.mode() == Configuration::Mode::tell;
+  const auto changed = configuration.change(
+      name, [](const VmRecords& records, auto&) { records.vm.enabledIs(true); });
+  warnOfImage(context, *changed.after, changed.formatAfter);
+  if (!changed.before->enabled())
+    warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
+  if (!changed.before->enabled()) return onlyTells ? "would be enabled" : "enabled";
+  const VmRow row = vmNamed(context, name);
+  const bool isOff = row.process->process() == "none" && row.process->actual() != "starting" &&
+                     !row.process->actual().empty();
+  if (row.process->actual() == "paused")
+    context.complain(name + ": is paused: 'vmctl resume " + name + "' lets it go on");
+  if (!row.hasEnded() && !isOff) return "was enabled already";
+  if (onlyTells) return "would be started again";
+  askForRestart(context, name, -1);
+  return "is started again";
+}
+
 // There is no row to remove: the guest is named, and no other is meant.
 void giveUp(Context& context, const VmRow& row) {
-  const auto intent = context.db().record(model::table::vmIntent, row.name);
-  const rt::String restart = rt::toText(std::max(restartIn(intent), row.process->restarts()));
+  const Intent intent = intentOf(context, row.name);
+  intent.record->restartIs(std::max(intent.record->restart(), row.process->restarts()));
+  intent.record->removeIs(row.process->unknown());
   statedb::Transaction transaction;
   transaction.guard(model::table::vmConfig, row.name, 0);
-  transaction.guard(model::table::vmIntent, row.name, intent ? intent->revision : 0);
-  transaction.put(
-      model::table::vmIntent, row.name,
-      R"({"restart":)" + restart + R"(,"remove":)" + quoted(row.process->unknown()) + "}");
+  putIntent(transaction, row.name, intent);
   context.db().commit(transaction);
 }
 
@@ -156,7 +205,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
                         ": its configuration cannot be read, so it may be enabled: --force "
                         "removes it");
     if (!isForced && row.config->enabled())
-      throw Refusal(Exit::conflict, name + ": is enabled: 'vmctl disable " + name +
+      throw Refusal(Exit::conflict, name + ": is enabled: 'vmctl stop " + name +
                                         "' first, or --force, which ends its guest");
     statedb::Transaction transaction;
     transaction.guard(model::table::vmConfig, name, row.revision);
@@ -181,17 +230,19 @@ void requireStart(Context& context, const VmRow& row) {
 
 }  // namespace
 
-Exit enableVms(Context& context, const Arguments& arguments) {
+Exit startVms(Context& context, const Arguments& arguments) {
   Configuration configuration(context, modeOf(arguments));
   if (modeOf(arguments) == Configuration::Mode::tell)
-    return forEach(context, arguments.words(), [&](const rt::String& name) {
-      context.tell(name + ": " + enable(context, configuration, name));
-    });
+    return forEach(context, namesOf(arguments, configuration.names()),
+                   [&](const rt::String& name) {
+                     context.tell(name + ": " + start(context, configuration, name));
+                   });
   std::map<rt::String, bool> hadEnded;
   Deed deed;
+  deed.patience = arguments.timeout();
   deed.ask = [&](const rt::String& name) {
     hadEnded[name] = vmNamed(context, name).hasEnded();
-    return enable(context, configuration, name);
+    return start(context, configuration, name);
   };
   deed.goal = [&](const rt::String& name) {
     Goal goal{[](const VmRow& row) { return row.runs(); }};
@@ -199,22 +250,46 @@ Exit enableVms(Context& context, const Arguments& arguments) {
     return goal;
   };
   deed.done = "enabled and running";
-  return carryOut(context, arguments, arguments.words(), deed);
+  const std::vector<rt::String> names = namesOf(arguments, configuration.names());
+  if (names.empty()) context.tell("there is no VM");
+  return carryOut(context, arguments, names, deed);
 }
 
-Exit disableVms(Context& context, const Arguments& arguments) {
+Exit stopVms(Context& context, const Arguments& arguments) {
   Configuration configuration(context);
+  const int32_t within = timeOf(arguments);
   Deed deed;
+  // One that gets so long is ended soon after.
+  constexpr rt::Seconds forItsEnd(15);
+  deed.patience = within > 0 ? arguments.timeout() + forItsEnd : arguments.timeout();
   deed.ask = [&](const rt::String& name) -> rt::String {
     const auto changed = configuration.change(
-        name, [](const VmRecords& records, auto&) { records.vm.enabledIs(false); });
+        name, [](const VmRecords& records, auto&) { records.vm.enabledIs(false); },
+        [&](statedb::Transaction& transaction) {
+          if (within < 0) return;
+          const Intent intent = intentOf(context, name);
+          intent.record->stopIs(intent.record->stop() + 1);
+          intent.record->withinIs(within);
+          putIntent(transaction, name, intent);
+        });
     return changed.before->enabled() ? "disabled" : "was disabled already";
   };
   deed.goal = [](const rt::String&) {
     return Goal{[](const VmRow& row) { return row.isOff(); }, true, false};
   };
   deed.done = "disabled, and no process is left";
-  const std::vector<rt::String> names = namesOf(configuration, arguments);
+  // Its keeper ends it without a daemon, too.
+  deed.alone = [&](const rt::String& name) {
+    const bool waits = arguments.has("wait");
+    const rt::String seconds = within < 0 ? rt::String() : rt::toText(within);
+    const bool hasGuest = askShimToStop(
+        context, name, seconds, waits ? StopWait::forTheEnd : StopWait::forNothing, deed.patience);
+    context.tell(name + ": disabled; " +
+                 (!hasGuest ? "no guest runs"
+                  : waits   ? "its guest has ended"
+                            : "its guest is being ended"));
+  };
+  const std::vector<rt::String> names = namesOf(arguments, configuration.enabledNames());
   if (names.empty()) context.tell("no VM is enabled");
   const Exit exit = carryOut(context, arguments, names, deed);
   const Exit unknown = arguments.has("all") ? complainOfUnknown(context) : Exit::done;
@@ -222,12 +297,14 @@ Exit disableVms(Context& context, const Arguments& arguments) {
 }
 
 Exit restartVms(Context& context, const Arguments& arguments) {
+  const int32_t within = arguments.has("now") ? 0 : -1;
   std::map<rt::String, uint64_t> numbers;
   Deed deed;
+  deed.patience = arguments.timeout();
   deed.ask = [&](const rt::String& name) -> rt::String {
     const VmRow row = vmNamed(context, name);
     if (!arguments.has("force")) requireStart(context, row);
-    numbers[name] = askForRestart(context, name);
+    numbers[name] = askForRestart(context, name, within);
     if (row.config) warnOfImage(context, *row.config, row.imageFormat());
     return "restart asked for";
   };
@@ -240,12 +317,15 @@ Exit restartVms(Context& context, const Arguments& arguments) {
     return goal;
   };
   deed.done = "restarted and running";
-  return carryOut(context, arguments, arguments.words(), deed);
+  const std::vector<rt::String> names = namesOf(arguments, Configuration(context).enabledNames());
+  if (names.empty()) context.tell("no VM is enabled");
+  return carryOut(context, arguments, names, deed);
 }
 
 Exit removeVms(Context& context, const Arguments& arguments) {
   const bool isForced = arguments.has("force");
   Deed deed;
+  deed.patience = arguments.timeout();
   deed.ask = [&](const rt::String& name) -> rt::String {
     const VmRow row = remove(context, name, isForced);
     return row.process->process() == "none" ? "removed" : "removed; its guest is being ended";

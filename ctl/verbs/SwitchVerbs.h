@@ -5,8 +5,8 @@
 
 namespace ctl {
 
-Exit enableVms(Context& context, const Arguments& arguments);
-Exit disableVms(Context& context, const Arguments& arguments);
+Exit startVms(Context& context, const Arguments& arguments);
+Exit stopVms(Context& context, const Arguments& arguments);
 Exit restartVms(Context& context, const Arguments& arguments);
 Exit removeVms(Context& context, const Arguments& arguments);
 

@@ -224,14 +224,69 @@ TEST_F(EnableVerb, RefusesAVncPortThatAnEnabledVmHas) {
   EXPECT_FALSE(isEnabled("web2"));
 }
 
-TEST_F(EnableVerb, RefersToRestartWhenTheGuestHasEnded) {
+TEST_F(EnableVerb, StartsAgainWhatHasEnded) {
   putVm("web1", true);
-  put("vmStatus", "web1",
-      R"({"enabled":true,"state":"Stopped","consolePtyPath":"","cmdStatusStr":""})");
-  EXPECT_EQ(vmctl("enable web1"),
-            (Answer{4, "",
-                    "vmctl: web1: is enabled and its guest has ended: 'vmctl restart web1' starts "
-                    "it again\n"}));
+  putEnded("web1", 3);
+  EXPECT_EQ(vmctl("start web1"), (Answer{0, "", "web1: is started again\n"}));
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":4})");
+}
+
+TEST_F(EnableVerb, StartsWhatIsTriedAgainLaterAtOnce) {
+  putVm("web1", true);
+  put("vmProcess", "web1", R"({"process":"none","restarts":3,"actual":"retrying"})");
+  EXPECT_EQ(vmctl("start web1"), (Answer{0, "", "web1: is started again\n"}));
+}
+
+TEST_F(EnableVerb, RestartsNothingThatRunsOrIsAboutTo) {
+  putVm("web1", true);
+  for (const char* actual : {"running", "starting", "hung", "stopping"}) {
+    put("vmProcess", "web1",
+        R"({"process":"running","restarts":3,"actual":")" + rt::String(actual) + "\"}");
+    EXPECT_EQ(vmctl("start web1"), (Answer{0, "", "web1: was enabled already\n"})) << actual;
+  }
+  EXPECT_EQ(doc("vmIntent", "web1"), "none");
+}
+
+TEST_F(EnableVerb, SaysThatAGuestIsPaused) {
+  putVm("web1", true);
+  put("vmProcess", "web1", R"({"process":"running","restarts":3,"actual":"paused"})");
+  EXPECT_EQ(vmctl("start web1"),
+            (Answer{0, "",
+                    "vmctl: web1: is paused: 'vmctl resume web1' lets it go on\n"
+                    "web1: was enabled already\n"}));
+}
+
+TEST_F(EnableVerb, OfAllStartsThoseThatAreOff) {
+  putVm("web1", true);
+  putRunning("web1");
+  putVm("web2", false);
+  EXPECT_EQ(vmctl("start --all"), (Answer{0, "", "web1: was enabled already\nweb2: enabled\n"}));
+  EXPECT_EQ(vmctl("start").exit, 2);
+}
+
+TEST_F(EnableVerb, GivesUpOnceItsStartIsRefusedForGood) {
+  putVm("web1", false);
+  putOff("web1");
+  const auto putRefused = [&] {
+    putProblem("web1", "the disk image is no file");
+    put("vmProcess", "web1", R"({"process":"none","restarts":0,"actual":"refused"})");
+  };
+  onWait(putRefused);
+  EXPECT_EQ(vmctl("start web1 --wait"), (Answer{1, "",
+                                                "vmctl: web1: the disk image is no file\n"
+                                                "vmctl: web1: its start is refused\n"}));
+  EXPECT_LT(time_, 1006);
+}
+
+TEST_F(EnableVerb, WaitsForAnImageThatIsLookedAtAnew) {
+  putVm("web1", true);
+  put("vmProcess", "web1", R"({"process":"none","restarts":0,"actual":"refused"})");
+  onWait([] {});
+  onWait([&] {
+    putRunning("web1");
+    put("vmProcess", "web1", R"({"process":"running","restarts":1,"actual":"running"})");
+  });
+  EXPECT_EQ(vmctl("start web1 --wait").exit, 0);
 }
 
 TEST_F(EnableVerb, DoesNotTakeAGuestThatWasNotPolledYetForOneThatHasEnded) {
@@ -259,10 +314,7 @@ TEST_F(EnableVerb, WritesWithoutADaemonAndDoesNotWaitForNobody) {
   EXPECT_EQ(vmctl("enable web1 --wait"), (Answer{1, "", noDaemon}));
   EXPECT_TRUE(isEnabled("web1"));
   EXPECT_EQ(time_, 1000);
-  EXPECT_EQ(vmctl("disable web1"),
-            (Answer{0, "",
-                    "web1: disabled\n"
-                    "vmctl: vmagentd is not running: nothing happens until it does\n"}));
+  EXPECT_EQ(vmctl("disable web1"), (Answer{0, "", "web1: disabled; its guest is being ended\n"}));
 }
 
 TEST_F(EnableVerb, SaysWhenTheDaemonGoesAwayAndGoesOnWaiting) {
@@ -289,6 +341,24 @@ TEST_F(EnableVerb, ShowsProgressOnATerminalAndTakesItAway) {
             "\r\x1b[Kweb1: enabled and running\n");
 }
 
+TEST_F(DisableVerb, SaysOnATerminalWhatItWaitsForAndHowLongStill) {
+  putVm("web1", true);
+  isTerminal_ = true;
+  put("vmProcess", "web1",
+      R"({"process":"ending","actual":"stopping","why":"it was asked to shut down",)"
+      R"("nextKind":"auto","next":"is switched off","nextAt":1700001015})");
+  columns_ = 120;
+  onWait([] {});
+  onWait([&] { putOff("web1"); });
+  EXPECT_EQ(
+      vmctl("stop web1 --wait").err,
+      "\r\x1b[Kweb1: waiting for 0 s: stopping, it was asked to shut down; it is switched off "
+      "in 15s"
+      "\r\x1b[Kweb1: waiting for 1 s: stopping, it was asked to shut down; it is switched off "
+      "in 14s"
+      "\r\x1b[Kweb1: disabled, and no process is left\n");
+}
+
 TEST_F(EnableVerb, EndsWhenTheVmIsRemovedMeanwhile) {
   putVm("web1", false);
   onWait([&] { del("vmConfig", "web1"); });
@@ -305,7 +375,45 @@ TEST_F(EnableVerb, RefusesATimeThatIsNone) {
   EXPECT_FALSE(isEnabled("web1"));
 }
 
-// disable
+// stop, disable
+
+TEST_F(DisableVerb, GivesTheGuestTheTimeThatItIsTold) {
+  putVm("web1", true);
+  EXPECT_EQ(vmctl("stop web1 --timeout 90").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":0,"stop":1,"within":90})");
+  EXPECT_FALSE(isEnabled("web1"));
+  EXPECT_EQ(vmctl("stop web1 --now").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":0,"stop":2,"within":0})")
+      << "of one that is off already, too: it may be on its way";
+  EXPECT_EQ(vmctl("stop web1").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":0,"stop":2,"within":0})");
+  EXPECT_EQ(vmctl("stop web1 --now --timeout 3").exit, 2);
+  EXPECT_EQ(vmctl("stop web1 --timeout 86401").exit, 2);
+}
+
+TEST_F(DisableVerb, KeepsTheNumberOfRestarts) {
+  putVm("web1", true);
+  put("vmIntent", "web1", R"({"restart":7})");
+  vmctl("stop web1 --now");
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":7,"stop":1,"within":0})");
+}
+
+TEST_F(DisableVerb, HasTheGuestsKeeperEndItWhereNoDaemonRuns) {
+  putVm("web1", true);
+  daemonRuns_ = false;
+  EXPECT_EQ(vmctl("stop web1 --timeout 3"),
+            (Answer{0, "", "web1: disabled; its guest is being ended\n"}));
+  EXPECT_EQ(vmctl("stop web1 --now --wait"),
+            (Answer{0, "", "web1: disabled; its guest has ended\n"}));
+  EXPECT_EQ(vmctl("stop web1"), (Answer{0, "", "web1: disabled; its guest is being ended\n"}));
+  EXPECT_THAT(shimCalls_, testing::ElementsAre(R"(web1 {"stop":{"timeout":3,"by":"op1"}})",
+                                               R"(web1 {"stop":{"timeout":0,"by":"op1"}})",
+                                               R"(web1 {"stop":{"by":"op1"}})"));
+  shimAnswers_["web1"] = {ShimAnswer::Kind::absent, "", ""};
+  EXPECT_EQ(vmctl("stop web1"), (Answer{0, "", "web1: disabled; no guest runs\n"}));
+  shimAnswers_["web1"] = {ShimAnswer::Kind::silent, "", ""};
+  EXPECT_EQ(vmctl("stop web1 --wait --timeout 3").exit, 7);
+}
 
 TEST_F(DisableVerb, WaitsUntilTheProcessIsGone) {
   putVm("web1", true);
@@ -430,10 +538,19 @@ TEST_F(RestartVerb, CountsEachOfTwoThatAskAtTheSameMoment) {
   EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":2})");
 }
 
+TEST_F(RestartVerb, SaysHowLongTheGuestHas) {
+  putVm("web1", true);
+  put("vmIntent", "web1", R"({"restart":0,"stop":4,"within":9})");
+  EXPECT_EQ(vmctl("restart web1 --now").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":1,"stop":4,"within":0})");
+  EXPECT_EQ(vmctl("restart --all").exit, 0);
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":2,"stop":4})") << "as always";
+}
+
 TEST_F(RestartVerb, RefersToEnableWhenTheVmIsOff) {
   putVm("web1", false);
   EXPECT_EQ(vmctl("restart web1"),
-            (Answer{4, "", "vmctl: web1: is not enabled: 'vmctl enable web1' starts it\n"}));
+            (Answer{4, "", "vmctl: web1: is not enabled: 'vmctl start web1' starts it\n"}));
   EXPECT_EQ(doc("vmIntent", "web1"), "none");
 }
 
@@ -457,7 +574,7 @@ TEST_F(RemoveVerb, OfAnEnabledVmNeedsForce) {
   putVm("web1", true);
   EXPECT_EQ(vmctl("remove web1"),
             (Answer{4, "",
-                    "vmctl: web1: is enabled: 'vmctl disable web1' first, or --force, which ends "
+                    "vmctl: web1: is enabled: 'vmctl stop web1' first, or --force, which ends "
                     "its guest\n"}));
   EXPECT_TRUE(isEnabled("web1"));
   EXPECT_EQ(vmctl("remove --force web1"), (Answer{0, "", "web1: removed\n"}));

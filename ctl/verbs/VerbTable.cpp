@@ -8,6 +8,7 @@
 #include "ctl/verbs/InterfaceVerbs.h"
 #include "ctl/verbs/ListVerbs.h"
 #include "ctl/verbs/LogVerbs.h"
+#include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
 #include "ctl/verbs/Verbs.h"
 #include "ctl/verbs/VersionVerbs.h"
@@ -58,21 +59,63 @@ constexpr Verb table[] = {
      addNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
-    {"enable", "start", "NAME...", 1, anyNumber, "dry-run wait timeout", "", "start VMs",
-     "Starts virtual machines, and keeps them started: after a reboot too. Done is: the status\n"
-     "is enabled and Running. A machine whose guest has ended by itself is started again by\n"
-     "'vmctl restart'.\n",
-     enableVms},
-    {"disable", "stop", "[NAME...]", 0, anyNumber, "all wait timeout", "", "stop VMs",
-     "Asks the guests to shut down, and keeps the machines stopped. Done is: the status is not\n"
-     "enabled, and no process is left.\n",
-     disableVms},
-    {"restart", "", "NAME...", 1, anyNumber, "force wait timeout", "",
+    {"start", "enable", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "",
+     "start VMs",
+     "Starts virtual machines, and keeps them started: after a reboot too. One whose guest has "
+     "ended\n"
+     "by itself is started again. Done is: the status is enabled and Running.\n",
+     startVms},
+    {"stop", "", "[NAME...]", 0, anyNumber, "now all wait timeout", "", "stop VMs",
+     "Asks the guests to shut down, and keeps the machines stopped, after a reboot too. One that "
+     "has\n"
+     "not shut itself down in time is switched off: after 15 seconds, or what 'vmagentd\n"
+     "--stop-timeout' says, or after those of --timeout; with --now at once, which loses what it "
+     "has\n"
+     "not written. Said again, it may be sooner, never later. Done is: the status is not enabled,\n"
+     "and no process is left.\n"
+     "\n"
+     "It needs no vmagentd: a guest's keeper ends it.\n",
+     stopVms},
+    {"disable", "", "[NAME...]", 0, anyNumber, "all wait timeout", "",
+     "stop VMs: the same as 'stop'",
+     "The same as 'vmctl stop', which can also switch them off at once.\n", stopVms},
+    {"restart", "", "[NAME...]", 0, anyNumber, "now all force wait timeout", "",
      "stop VMs and start them again",
-     "Ends the guests and starts them again with the configuration as it is now. One that runs,\n"
-     "and whose disk image cannot be used now, is restarted with --force only. Done is: this\n"
-     "restart was carried out, and the status is enabled and Running.\n",
+     "Ends the guests and starts them again with the configuration as it is now. They are asked "
+     "to\n"
+     "shut down, as by 'vmctl stop', or with --now switched off. One that runs, and whose disk "
+     "image\n"
+     "cannot be used now, is restarted with --force only. Done is: this restart was carried out, "
+     "and\n"
+     "the status is enabled and Running.\n",
      restartVms},
+    {"pause", "", "[NAME...]", 0, anyNumber, "all", "", "hold guests where they are",
+     "Holds guests where they are, with all that they have in memory, until 'vmctl resume': also\n"
+     "over a restart of vmagentd. Their clocks stand still meanwhile, and their cards are deaf.\n",
+     pauseVms},
+    {"resume", "", "[NAME...]", 0, anyNumber, "all", "", "let guests go on",
+     "Lets guests go on that were paused: by 'vmctl pause', by an error of their disk or by their\n"
+     "watchdog.\n",
+     resumeVms},
+    {"reset", "", "[NAME...]", 0, anyNumber, "all", "", "reset guests, as by the button",
+     "Has guests begin anew at once, as the button of a machine does: they are not asked, and "
+     "what\n"
+     "they have not written is lost. They keep their process, and their configuration as it was\n"
+     "when they were started; 'vmctl restart' ends them, and takes what was changed.\n",
+     resetVms},
+    {"nmi", "", "[NAME...]", 0, anyNumber, "all", "", "send guests a non-maskable interrupt",
+     "Interrupts guests' processors, whatever they do: many systems write down then where they\n"
+     "stand, or crash with a dump.\n",
+     interruptVms},
+    {"key", "", "NAME KEYS...", 2, anyNumber, "", "", "press keys of a guest's keyboard",
+     "Presses keys of a guest's keyboard, those with '-' between them together:\n"
+     "\n"
+     "  vmctl key web1 ctrl-alt-delete\n"
+     "  vmctl key web1 r o o t enter\n",
+     pressKeys},
+    {"screenshot", "", "NAME FILE", 2, 2, "", "", "write a picture of a guest's screen",
+     "Writes what a guest's screen shows as a PNG; - is standard output. It needs no VNC port.\n",
+     takeScreenshot},
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
      "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"
      "configuration, is removed with --force only, which ends its guest; until that has ended,\n"

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ctl/line/Synonyms.h"
+#include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
 #include "model/VmFields.h"
 #include "runtime/base/NearName.h"
@@ -65,7 +66,8 @@ Refusal unknown(const rt::String& name, const std::vector<std::string_view>& nam
 
 // Whether it ends guests or deletes something.
 bool isHarmful(const Verb& verb) {
-  return verb.run == disableVms || verb.run == restartVms || verb.run == removeVms;
+  return verb.run == stopVms || verb.run == restartVms || verb.run == removeVms ||
+         verb.run == resetVms || verb.run == interruptVms;
 }
 
 // What an unknown verb may have been a slip of the fingers for. The harmful ones are last, and

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "ctl/view/StateView.h"
 #include "model/ProblemSource.h"
 #include "runtime/base/Text.h"
 
@@ -41,6 +42,7 @@ bool Waiter::daemonHasHeard() {
 
 void Waiter::until(const rt::String& name, const Goal& goal) {
   oldProblem_.reset();
+  refusedAt_.reset();
   toldProblem_ = "";
   for (;;) {
     silence();
@@ -51,7 +53,7 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
       clearProgress();
       throw Refusal(Exit::noSuch, name + ": was removed while it was waited for");
     }
-    if (isSettled && goal.isLost && goal.isLost(row)) {
+    if (isSettled && isLost(goal, row)) {
       clearProgress();
       throw lost(row);
     }
@@ -66,6 +68,18 @@ void Waiter::until(const rt::String& name, const Goal& goal) {
     const int bells[] = {status_.number(), config_.number()};
     context_.world().waitReadable(bells, std::min(left, beat));
   }
+}
+
+// Of an image that is looked at anew, what was found before stands until there is an answer.
+bool Waiter::isLost(const Goal& goal, const VmRow& row) {
+  if (!goal.isLost) return false;
+  if (goal.isLost(row)) return true;
+  if (row.process->actual() != "refused")
+    refusedAt_.reset();
+  else if (!refusedAt_)
+    refusedAt_ = passed();
+  constexpr rt::Seconds patience(3);
+  return refusedAt_ && passed() - *refusedAt_ >= patience;
 }
 
 void Waiter::tellProblem(const VmRow& row) {
@@ -96,7 +110,7 @@ void Waiter::tellProgress(const VmRow& row) {
   if (!context_.world().errIsTerminal) return;
   const rt::String line =
       visible(row.name + ": waiting for " + rt::toText(static_cast<int>(passed().value())) +
-              " s: " + whatIsSo(row));
+              " s: " + progressOf(row));
   // A line that wraps could not be taken away.
   context_.world().err << clearLine << cut(line, context_.world().columns - 1) << std::flush;
   hasProgress_ = true;
@@ -105,6 +119,16 @@ void Waiter::tellProgress(const VmRow& row) {
 void Waiter::clearProgress() {
   if (hasProgress_) context_.world().err << clearLine << std::flush;
   hasProgress_ = false;
+}
+
+// What is waited for now, and how long it takes still, where that is known.
+rt::String Waiter::progressOf(const VmRow& row) const {
+  rt::String text = row.process->actual();
+  if (text.empty()) return whatIsSo(row);
+  if (const rt::String why = whyOf(row, {}); !why.empty()) text += ", " + why;
+  const bool isByItself = row.process->nextKind() == "auto";
+  if (isByItself) text += "; it " + nextOf(row, {.now = context_.world().timeOfDay()});
+  return text;
 }
 
 Refusal Waiter::timedOut(const VmRow& row) const {
@@ -116,6 +140,9 @@ Refusal Waiter::timedOut(const VmRow& row) const {
 
 Refusal Waiter::lost(const VmRow& row) const {
   const bool isTold = !row.problem || row.problem->problem() == toldProblem_;
+  if (row.process->actual() == "refused")
+    return {Exit::failed, row.name + ": its start is refused" +
+                              (isTold ? rt::String() : ": " + row.problem->problem())};
   return {Exit::failed, row.name + ": its guest has ended" +
                             (isTold ? rt::String() : ": " + row.problem->problem())};
 }

@@ -15,7 +15,8 @@ struct Goal {
   bool needsDaemon = true;
   // A VM that is gone from the configuration will not get there.
   bool needsConfiguration = true;
-  // When it will not get there by itself, whatever is waited for; none: that is not known.
+  // When it will not get there by itself, whatever is waited for; none: that is not known. With it,
+  // a VM whose start is refused will not get there either.
   std::function<bool(const VmRow& row)> isLost = {};
 };
 
@@ -40,6 +41,8 @@ class Waiter {
   void tellProgress(const VmRow& row);
   void clearProgress();
   void tellAbsence();
+  rt::String progressOf(const VmRow& row) const;
+  bool isLost(const Goal& goal, const VmRow& row);
   Refusal timedOut(const VmRow& row) const;
   Refusal lost(const VmRow& row) const;
 
@@ -53,6 +56,7 @@ class Waiter {
   rt::String toldProblem_;
   bool toldAbsence_ = false;
   bool hasProgress_ = false;
+  std::optional<rt::Seconds> refusedAt_;  // since when its start is refused
 };
 
 // "enabled is true, state is 'Starting', process is running".

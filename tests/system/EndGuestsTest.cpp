@@ -71,7 +71,7 @@ TEST_F(EndOfAllGuests, LeavesOneThatShutsDownAlreadyItsTime) {
   bootVm("web1");
   ASSERT_EQ(world.end(SIGTERM), 0);
   const auto begin = std::chrono::steady_clock::now();
-  ASSERT_TRUE(DiskShims(rt::String(world.runDir), "3").askToStop("web1"));
+  ASSERT_TRUE(DiskShims(rt::String(world.runDir), "3").askToStop("web1", std::nullopt));
   EXPECT_EQ(endGuests().status, 0);
   EXPECT_THAT(world.qemus("web1"), IsEmpty());
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2900));

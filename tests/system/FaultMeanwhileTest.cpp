@@ -261,7 +261,7 @@ TEST_F(Files, ThatAreAllGoneLetNoSecondGuestStart) {
 TEST_F(Files, HearAStopInTheWordsOfVersion1) {
   fs::create_directories(world.directory("web1"));
   shim::ListeningSocket socket(world.directory("web1") + "/shim.sock", "control");
-  ASSERT_TRUE(host::DiskShims(rt::String(world.runDir), "1").askToStop("web1"));
+  ASSERT_TRUE(host::DiskShims(rt::String(world.runDir), "1").askToStop("web1", std::nullopt));
   const rt::Descriptor daemon = socket.accept();
   char bytes[256];
   const ssize_t count = read(daemon.number(), bytes, sizeof bytes);

@@ -62,7 +62,7 @@ TEST_F(GuestState, TellsThatAGuestShutItselfDown) {
   world.type("web1", powerOff);
   expectEnd("web1", "guest-shutdown", "the guest shut itself down, after ", "guest");
   EXPECT_TRUE(says("web1", "web1 is wanted running, and is stopped")) << told("web1");
-  EXPECT_TRUE(says("web1", "To type: vmctl restart web1"));
+  EXPECT_TRUE(says("web1", "To type: vmctl start web1"));
   EXPECT_EQ(world.vmctl({"why", "web1"}).status, 1);
 }
 
