@@ -21,6 +21,7 @@
 #include "ctl/machine/LinuxMachine.h"
 #include "ctl/machine/OutputBuffer.h"
 #include "ctl/machine/TemporaryFile.h"
+#include "ctl/verbs/Verbs.h"
 #include "model/ImageLook.h"
 #include "model/Tables.h"
 #include "model/UserName.h"
@@ -30,8 +31,20 @@
 
 namespace {
 
-statedb::StateDb openDb(const ctl::Directories& directories) {
+// "vmctl nic add": the program, and what it was told to do.
+rt::String programAndVerb(const std::vector<rt::String>& arguments) {
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const rt::String two = i + 1 < arguments.size() ? arguments[i] + " " + arguments[i + 1] : "";
+    for (const rt::String& name : {two, arguments[i]})
+      if (const ctl::Verb* const verb = ctl::verbNamed(name))
+        return "vmctl " + rt::String(verb->name);
+  }
+  return "vmctl";
+}
+
+statedb::StateDb openDb(const ctl::Directories& directories, const statedb::Author& author) {
   statedb::sqlite::DbOptions options;
+  options.author = author;
   options.stateDir = directories.state;
   options.runDir = directories.run;
   options.isStatus = model::isStatus;
@@ -151,7 +164,11 @@ int main(int argc, char** argv) {
     return ctl::viewConsole(STDIN_FILENO, STDOUT_FILENO, socket);
   };
   const ctl::LinuxMachine machine;
-  ctl::World world{.openDb = openDb,
+  const std::vector<rt::String> arguments(argv + std::min(argc, 1), argv + argc);
+  const auto open = [&](const ctl::Directories& directories) {
+    return openDb(directories, {userName(), programAndVerb(arguments)});
+  };
+  ctl::World world{.openDb = open,
                    .ownerIsAlive = statedb::ownerIsAlive,
                    .environment = environment,
                    .now = now,
@@ -176,7 +193,6 @@ int main(int argc, char** argv) {
                    .outIsTerminal = isatty(STDOUT_FILENO) == 1,
                    .errIsTerminal = isatty(STDERR_FILENO) == 1,
                    .columns = terminalColumns()};
-  const std::vector<rt::String> arguments(argv + std::min(argc, 1), argv + argc);
   ctl::Exit exit = ctl::run(arguments, world);
   out.flush();
   // Who no longer reads needs no word of it.

@@ -76,7 +76,8 @@ Daemon::House::House(const Options& options, TraceLog& traces, AroundStart& star
       db_(statedb::sqlite::openDb({.stateDir = options.stateDir,
                                    .runDir = options.runDir,
                                    .isStatus = model::isStatus,
-                                   .role = statedb::sqlite::Role::owner})),
+                                   .role = statedb::sqlite::Role::owner,
+                                   .author = {"", "vmagentd"}})),
       parts_(parts(start)) {}
 
 std::unique_ptr<DaemonParts, Daemon::House::UnderLock> Daemon::House::parts(AroundStart& start) {
@@ -111,6 +112,7 @@ void Daemon::House::run(const std::function<bool()>& tellReady) {
   }
   notifyStopping();
   const std::lock_guard held(manager_.lock());
+  parts_->tellEnd();
   parts_->showStatus();
 }
 

@@ -40,7 +40,7 @@ std::vector<Change> Follower::catchUp() {
 std::vector<Change> Follower::follow(std::vector<Change> changes) {
   std::erase_if(changes, [this](const Change& change) { return !isFollowed(change.record.table); });
   Names removed;  // looked up before anything is taken: that may throw
-  for (const auto& [op, record, proof] : changes) {
+  for (const auto& [op, record, proof, author] : changes) {
     const auto lost = lost_.find(nameOf(record));
     if (op == Op::put && lost != lost_.end() &&
         db_.store(half_).hasRemoved(record.table, record.key, lost->second))

@@ -61,13 +61,24 @@ enum class Proof : uint8_t {
   comparison,  // two stores differ: nobody need have removed what only the first has
 };
 
+// Who made a change, as he says: nothing of it is proof. What another program than ours has written
+// has a time only.
+struct Author {
+  rt::String who;   // the name of a user
+  rt::String via;   // the program, and its verb
+  uint64_t at = 0;  // ms since 1970; 0: nobody knows
+};
+
 // What became of a record. Of a removed one, only table and key are set.
 struct Change {
   Op op = Op::put;
   Record record;
   Proof proof = Proof::history;  // a store tells no other
+  Author author{};               // of the last change
 
-  friend bool operator==(const Change&, const Change&) = default;
+  friend bool operator==(const Change& a, const Change& b) {
+    return a.op == b.op && a.record == b.record && a.proof == b.proof;
+  }
 };
 
 enum class Resume : uint8_t {

@@ -22,7 +22,7 @@ class ConfigFeedTest : public testing::Test {
         db, std::vector<rt::String>{"vmConfig", "vmIntent"},
         [this](const std::vector<statedb::Change>& changes, const statedb::Cursor& moment) {
           reached = moment;
-          for (const auto& [op, record, proof] : changes)
+          for (const auto& [op, record, proof, author] : changes)
             news.push_back((op == statedb::Op::put ? "put " : "del ") + record.key.str() +
                            (op == statedb::Op::put ? " " + record.doc.str() : ""));
         },

@@ -70,7 +70,43 @@ WHEN max(length(CAST(NEW.tbl AS BLOB)), length(CAST(NEW.key AS BLOB))) > 255
 END;
 )";
 
-constexpr std::array<const char*, 2> allSteps = {format1, format2};
+// The log has each change's time, whatever program makes it, and its author where that says who.
+constexpr const char* format3 = R"(
+ALTER TABLE change ADD COLUMN at INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE change ADD COLUMN who TEXT NOT NULL DEFAULT '';
+ALTER TABLE change ADD COLUMN via TEXT NOT NULL DEFAULT '';
+DROP TRIGGER record_inserted;
+DROP TRIGGER record_updated;
+DROP TRIGGER record_renamed;
+DROP TRIGGER record_deleted;
+CREATE TRIGGER record_inserted AFTER INSERT ON record BEGIN
+  INSERT INTO change(tbl, key, op, at) VALUES(NEW.tbl, NEW.key, 'put',
+    CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER));
+  UPDATE record SET rev = last_insert_rowid(), born = last_insert_rowid()
+    WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_updated AFTER UPDATE OF doc ON record
+WHEN OLD.doc <> NEW.doc AND OLD.tbl = NEW.tbl AND OLD.key = NEW.key BEGIN
+  INSERT INTO change(tbl, key, op, at) VALUES(NEW.tbl, NEW.key, 'put',
+    CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER));
+  UPDATE record SET rev = last_insert_rowid() WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_renamed AFTER UPDATE OF tbl, key ON record
+WHEN OLD.tbl <> NEW.tbl OR OLD.key <> NEW.key BEGIN
+  INSERT INTO change(tbl, key, op, at) VALUES(OLD.tbl, OLD.key, 'del',
+    CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER));
+  INSERT INTO change(tbl, key, op, at) VALUES(NEW.tbl, NEW.key, 'put',
+    CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER));
+  UPDATE record SET rev = last_insert_rowid(), born = last_insert_rowid()
+    WHERE rowid = NEW.rowid;
+END;
+CREATE TRIGGER record_deleted AFTER DELETE ON record BEGIN
+  INSERT INTO change(tbl, key, op, at) VALUES(OLD.tbl, OLD.key, 'del',
+    CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER));
+END;
+)";
+
+constexpr std::array<const char*, 3> allSteps = {format1, format2, format3};
 
 bool isEmpty(Connection& connection) {
   return connection.number("SELECT count(*) FROM sqlite_schema") == 0;

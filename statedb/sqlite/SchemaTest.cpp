@@ -1,6 +1,8 @@
 // Formats of the file: older, newer, and other programs'.
 #include <gmock/gmock.h>
 
+#include <ctime>
+
 #include "statedb/fakes/StoreContract.h"
 #include "statedb/sqlite/Schema.h"
 #include "statedb/sqlite/fakes/TestFiles.h"
@@ -133,7 +135,7 @@ TEST_F(SchemaTest, AClientDoesNotConvert) {
       Trouble::older);
   EXPECT_EQ(
       sentence,
-      file.string() + " is of format 2, this program's is 3: restart vmagentd, which converts it");
+      file.string() + " is of format 3, this program's is 4: restart vmagentd, which converts it");
   EXPECT_EQ(format(), before);
 }
 
@@ -145,7 +147,7 @@ TEST_F(SchemaTest, ANewerFileIsRefusedAndLeftAlone) {
     EXPECT_EQ(troubleOf([&] { open(role); }, &sentence), Trouble::newer);
     EXPECT_EQ(sentence,
               file.string() +
-                  " is of format 7, but this program knows none above 2: install the newer"
+                  " is of format 7, but this program knows none above 3: install the newer"
                   " version again, or restore a backup");
   }
   EXPECT_EQ(format(), 7);
@@ -185,6 +187,34 @@ TEST_F(SchemaTest, AnOwnerKilledBeforeTheWriteAheadLogIsGoneOnFrom) {
   put(*openClient(), "a", "1");
   Connection look(fileName(), rt::Seconds(1));
   EXPECT_EQ(look.text("PRAGMA journal_mode"), "wal");
+}
+
+TEST_F(SchemaTest, AChangeHasItsTimeAndItsAuthor) {
+  const auto reader = open();
+  const Cursor before = reader->snapshot({"vmConfig"}).cursor;
+  StoreOptions options{.file = fileName()};
+  options.author = {"op1", "vmctl set"};
+  openStore(options)->commit(Transaction().put("vmConfig", "a", "1").put("vmConfig", "b", "1"));
+  const auto changes = reader->changes(before).changes;
+  ASSERT_EQ(changes.size(), 2U);
+  for (const Change& change : changes) {
+    EXPECT_EQ(change.author.who, "op1");
+    EXPECT_EQ(change.author.via, "vmctl set");
+    EXPECT_NEAR(static_cast<double>(change.author.at) / 1000,
+                static_cast<double>(std::time(nullptr)), 60);
+  }
+}
+
+TEST_F(SchemaTest, AChangeOfAnotherProgramHasItsTimeOnly) {
+  const auto reader = open();
+  openStore({.file = fileName(), .author = {"op1", "vmctl set"}})
+      ->commit(Transaction().put("vmConfig", "a", "1"));
+  const Cursor before = reader->snapshot({"vmConfig"}).cursor;
+  run("UPDATE record SET doc = '2'");
+  const auto changes = reader->changes(before).changes;
+  ASSERT_EQ(changes.size(), 1U);
+  EXPECT_EQ(changes[0].author.who, "");
+  EXPECT_NE(changes[0].author.at, 0U);
 }
 
 }  // namespace

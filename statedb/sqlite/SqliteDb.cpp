@@ -12,7 +12,8 @@ StoreOptions configOptions(const DbOptions& options) {
   return {.file = options.stateDir + "/config.db",
           .half = Half::config,
           .isStatus = options.isStatus,
-          .role = options.role};
+          .role = options.role,
+          .author = options.author};
 }
 
 StoreOptions statusOptions(const DbOptions& options) {

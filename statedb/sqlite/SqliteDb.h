@@ -28,6 +28,7 @@ struct DbOptions {
   rt::String runDir;
   IsStatus isStatus = nullptr;
   Role role = Role::client;
+  Author author{};  // of what is written, as far as it is configuration; its time is the store's
 };
 
 // Of the files. An older one is converted by the owner, a newer one refused by all. A file has its
@@ -49,6 +50,7 @@ struct StoreOptions {
   std::optional<rt::Seconds> patience{};
   // Changes kept in the log when it is trimmed, which happens once it holds a quarter more.
   int64_t keptChanges = 10'000;
+  Author author{};
 };
 
 // One half by itself.

@@ -152,12 +152,17 @@ Resume SqliteStore::resumeFrom(const Cursor& since, const Cursor& now) {
 // What a record is now decides, and not the log: so the two cannot contradict each other.
 std::vector<Change> SqliteStore::changesAfter(uint64_t sequence) {
   Query rows = connection_.query(
-      "SELECT last.tbl, last.key, doc, rev, born, doc IS NOT NULL FROM"
-      " (SELECT tbl, key, max(seq) AS seq FROM change WHERE seq > ? GROUP BY tbl, key) AS last"
+      "SELECT last.tbl, last.key, doc, rev, born, doc IS NOT NULL, who, via, at FROM"
+      " (SELECT tbl, key, max(seq) AS seq, who, via, at FROM change WHERE seq > ?"
+      " GROUP BY tbl, key) AS last"
       " LEFT JOIN record ON record.tbl = last.tbl AND record.key = last.key ORDER BY last.seq");
   rows.with(static_cast<int64_t>(sequence));
   std::vector<Change> changes;
-  while (rows.step()) changes.push_back({rows.number(5) != 0 ? Op::put : Op::del, recordOf(rows)});
+  while (rows.step())
+    changes.push_back({rows.number(5) != 0 ? Op::put : Op::del,
+                       recordOf(rows),
+                       Proof::history,
+                       {rows.text(6), rows.text(7), static_cast<uint64_t>(rows.number(8))}});
   return changes;
 }
 
@@ -170,9 +175,23 @@ void SqliteStore::commit(const Transaction& transaction) {
     const uint64_t found = revision(guard.table, guard.key);
     if (found != guard.revision) throw conflict(guard, found);
   }
+  const int64_t before = lastChange();
   for (const Change& change : transaction.writes()) write(change);
+  sign(before);
   trim();
   all.commit();
+}
+
+int64_t SqliteStore::lastChange() {
+  return connection_.number("SELECT coalesce(max(seq), 0) FROM change");
+}
+
+// What was written behind that.
+void SqliteStore::sign(int64_t before) {
+  const Author& author = options_.author;
+  if (author.who.empty() && author.via.empty()) return;
+  Query query = connection_.query("UPDATE change SET who = ?, via = ? WHERE seq > ?");
+  query.with(author.who).with(author.via).with(before).run();
 }
 
 uint64_t SqliteStore::revision(const rt::String& table, const rt::String& key) {

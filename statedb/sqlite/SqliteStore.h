@@ -28,6 +28,8 @@ class SqliteStore final : public Store {
   Resume resumeFrom(const Cursor& since, const Cursor& now);
   std::vector<Change> changesAfter(uint64_t sequence);
   void write(const Change& change);
+  int64_t lastChange();
+  void sign(int64_t before);
   void trim();
 
   const StoreOptions options_;
