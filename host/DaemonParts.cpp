@@ -1,8 +1,11 @@
 #include "host/DaemonParts.h"
 
+#include <unistd.h>
+
 #include "host/StatusOfBefore.h"
 #include "host/base/Times.h"
 #include "model/Tables.h"
+#include "statedb/EntityDocument.h"
 
 namespace host {
 
@@ -13,6 +16,12 @@ std::vector<StatusFeed::Source> statusOf(const LoadedAgent& agent, const HostSta
   return {{agent.status, model::table::vmStatus}, {host, model::table::daemon},
           {host, model::table::vmProcess},        {host, model::table::vmProblem},
           {host, model::table::interfaceStatus},  {host, model::table::fdb}};
+}
+
+// Before anything is told.
+History& takenUp(History& history, const StatusOfBefore& before) {
+  history.rowsAre(before.events, before.eventsDropped, before.eventsLostTo);
+  return history;
 }
 
 }  // namespace
@@ -26,6 +35,22 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                          const StatusOfBefore& before)
     : signals_(rt::make<Signals>([this] { stopped_ = true; })),
       problems_(hostStatus_, timeOfDay),
+      statusFeed_(rt::make<StatusFeed>(db, statusOf(agent_, hostStatus_),
+                                       std::vector<rt::String>{model::table::event},
+                                       manager.clock())),
+      history_(
+          {.rowIs =
+               [this](const rt::String& key, const rt::String& doc) {
+                 statusFeed_->rowIs(model::table::event, key, doc);
+               },
+           .rowDel =
+               [this](const rt::String& key) { statusFeed_->rowDel(model::table::event, key); },
+           .droppedIs =
+               [this](uint64_t count, uint64_t seq) {
+                 daemonStatus_->eventsDroppedIs(count);
+                 daemonStatus_->eventsLostToIs(seq);
+               }}),
+      chronicle_(takenUp(history_, before), timeOfDayInMilliseconds),
       configuration_(model::machineLimits(), before.configuration),
       ground_({.options = options,
                .db = db,
@@ -36,11 +61,12 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .agent = agent_,
                .hostStatus = hostStatus_,
                .problems = problems_,
+               .history = history_,
+               .chronicle = chronicle_,
                .configuration = configuration_,
                .limits = limits_,
                .waiting = waiting_}),
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
-      statusFeed_(rt::make<StatusFeed>(db, statusOf(agent_, hostStatus_), ground_.clock)),
       network_(ground_),
       guests_(ground_, before, network_.cards()),
       configFeed_(rt::make<ConfigFeed>(
@@ -50,8 +76,22 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                                   model::table::vmConfig},
           [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); },
           ground_.clock)) {
+  beginHistory(db, before);
   guests_.begin();
   network_.begin();
+}
+
+// What stood before is taken up before anything is told, and what was changed while no daemon ran
+// is told then.
+void DaemonParts::beginHistory(statedb::StateDb& db, const StatusOfBefore& before) {
+  hasBegun_ = true;
+  daemonStatus_->pidIs(getpid());
+  daemonStatus_->versionIs(version());
+  daemonStatus_->startedAtIs(timeOfDay());
+  chronicle_.daemonBegins(version(), getpid());
+  if (before.configuration.storeId.empty()) return;
+  const auto missed = db.store(statedb::Half::config).changes(before.configuration);
+  if (missed.resume == statedb::Resume::resumed) chronicle_.configWasChanged(missed.changes);
 }
 
 bool DaemonParts::pass() {
@@ -64,7 +104,24 @@ void DaemonParts::handleConfig(const std::vector<statedb::Change>& changes,
   daemonStatus_->configStoreIs(reached.storeId);
   daemonStatus_->configSequenceIs(reached.sequence);
   daemonStatus_->configHistoryIs(reached.history);
+  if (hasBegun_) chronicle_.configChanges(changes, configuration_.rows());
+  tellWhoAsked(changes);
   configuration_.take(changes, reached, *this);
+  if (hasBegun_) chronicle_.configChanged(changes, configuration_.rows());
+}
+
+// A row says more than what a VM's power is to be: who changed only the rest asked for none of it.
+void DaemonParts::tellWhoAsked(const std::vector<statedb::Change>& changes) {
+  for (const statedb::Change& change : changes) {
+    const bool isIntent = change.record.table == model::table::vmIntent;
+    if (!isIntent && change.record.table != model::table::vmConfig) continue;
+    const VmRow* const row = configuration_.rows().row(change.record.key);
+    const bool wasEnabled = row && row->valid && row->valid->enabled();
+    const auto now = rt::make<Vm::VmConfig>(change.record.key);
+    if (!isIntent && change.op == statedb::Op::put) statedb::fillKnown(*now, change.record.doc);
+    if (isIntent || wasEnabled != now->enabled())
+      guests_.askedBy(change.record.key, change.author.who);
+  }
 }
 
 void DaemonParts::interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {

@@ -1,6 +1,7 @@
 // The daemon's parts, put together.
 #pragma once
 
+#include "host/Chronicle.h"
 #include "host/Ground.h"
 #include "host/GuestSide.h"
 #include "host/NetworkSide.h"
@@ -29,6 +30,8 @@ class DaemonParts : private ConfigurationTaker {
   bool pass();
   // Writes what there is of status to the database.
   void showStatus() { statusFeed_->pass(); }
+  // The daemon ends in order.
+  void tellEnd() { chronicle_.daemonEnds(); }
   bool isStopped() const { return stopped_; }
 
  private:
@@ -46,18 +49,24 @@ class DaemonParts : private ConfigurationTaker {
   void givenUpIs(const rt::String& vm, const rt::String& guest) override;
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
 
+  void beginHistory(statedb::StateDb& db, const StatusOfBefore& before);
+  void tellWhoAsked(const std::vector<statedb::Change>& changes);
+
   bool stopped_ = false;
+  bool hasBegun_ = false;
   const Signals::Ptr signals_;
   const LoadedAgent agent_;
   const HostStatus::Ptr hostStatus_ = rt::make<HostStatus>();
   const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs(model::daemonKey);
   Problems problems_;
+  const StatusFeed::Ptr statusFeed_;
+  History history_;
+  Chronicle chronicle_;
   Configuration configuration_;
   LimitRows limits_{model::machineLimits()};
   WaitingGuests waiting_;
   const Ground ground_;
   const Heartbeat::Ptr heartbeat_;
-  const StatusFeed::Ptr statusFeed_;
   NetworkSide network_;
   GuestSide guests_;
   const ConfigFeed::Ptr configFeed_;

@@ -1,6 +1,7 @@
 // What all parts of the daemon stand on.
 #pragma once
 
+#include "host/Chronicle.h"
 #include "host/LoadedAgent.h"
 #include "host/Options.h"
 #include "host/base/HostStatus.h"
@@ -26,6 +27,8 @@ struct Ground {
   const LoadedAgent& agent;
   HostStatus::Ptr hostStatus;
   Problems& problems;
+  History& history;
+  Chronicle& chronicle;
   // The configuration as it was taken last, and the guests that wait for their VM's start.
   const Configuration& configuration;
   const LimitRows& limits;

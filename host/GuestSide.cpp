@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "guest/EventWords.h"
 #include "host/base/Times.h"
 #include "host/budget/BudgetSettings.h"
 
@@ -26,7 +27,10 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               imageRows_),
       states_(rt::make<VmStates>(
           ground.hostStatus, VmStates::Times{timeOfDay, timeSinceBoot}, before.states,
-          [this](const rt::String& vm) { ground_.shims.catchUp(vm); }, ground.clock)),
+          VmStates::Others{
+              .catchUp = [this](const rt::String& vm) { ground_.shims.catchUp(vm); },
+              .tell = [this](const model::Event::Ptr& event) { ground_.history.add(event); }},
+          ground.clock)),
       tools_({.agent = ground.agent.root,
               .config = ground.agent.config,
               .status = ground.agent.status,
@@ -58,6 +62,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
   ground.problems.listenerIs(
       [this](const rt::String& vm, const rt::String& text, ProblemSource source) {
         states_->problemIs(vm, text, source);
+        ground_.chronicle.problemIs(vm, text, source);
       });
 }
 
@@ -106,6 +111,13 @@ bool GuestSide::pass() {
   return supervisor_->pass();
 }
 
+void GuestSide::handleEvent(const GuestEvent& event) {
+  states_->eventIs(event);
+  const bool isReset = event.kind() == guest::event::reset;
+  const rt::String resetBy = isReset ? states_->takeResetBy(event.vm()) : rt::String();
+  if (const auto happening = happeningOf(event, resetBy)) ground_.history.add(happening);
+}
+
 void GuestSide::begin() {
   earlierGuests_.decide();
   // Of guests that ended while no daemon ran, or could not be told of any more.
@@ -115,7 +127,7 @@ void GuestSide::begin() {
   guestFiles_ = ground_.shims.follow(
       {.problem = [this](const rt::String& vm,
                          const rt::String& problem) { supervisor_->guestProblemIs(vm, problem); },
-       .event = [this](const GuestEvent& event) { states_->eventIs(event); }});
+       .event = [this](const GuestEvent& event) { handleEvent(event); }});
 }
 
 }  // namespace host

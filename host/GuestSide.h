@@ -36,6 +36,8 @@ class GuestSide {
   void limitsAre(const rt::String& vm);
   void rowIs(const rt::String& vm, const VmRow* row);
   void givenUpIs(const rt::String& vm, const rt::String& guest);
+  // Who asked for what the VM's row, or its intent, says of its power now.
+  void askedBy(const rt::String& vm, const rt::String& who) { states_->askedBy(vm, who); }
 
   // Decides what becomes of the guests that run already, and follows what shims say of theirs. To
   // be called once the configuration is known.
@@ -45,6 +47,7 @@ class GuestSide {
 
  private:
   GuestBudget& guestBudget();
+  void handleEvent(const GuestEvent& event);
 
   const Ground& ground_;
   const KernelGuestProcesses processes_;

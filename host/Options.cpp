@@ -228,6 +228,8 @@ class Reader {
 
 }  // namespace
 
+rt::String version() { return VMAGENT_VERSION; }
+
 rt::Seconds stopPatience(const Options& options) {
   if (options.shim == "off") return rt::Seconds(0);
   return rt::Seconds(rt::fromText<uint32_t>(options.stopTimeout.str()).value_or(0)) + shimsOwn;

@@ -32,6 +32,9 @@ struct Options {
   rt::String bridge;            // that static MAC entries are applied to; empty: to none
 };
 
+// The program's, such as "0.1.0".
+rt::String version();
+
 // How long an orderly stop of a guest may take: its own time, and the shim's to end it then.
 rt::Seconds stopPatience(const Options& options);
 

@@ -13,12 +13,19 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
     // That of a later version has more.
     statedb::fillKnown(*before, record->doc);
     all.configuration = {before->configStore(), before->configSequence(), before->configHistory()};
+    all.eventsDropped = before->eventsDropped();
+    all.eventsLostTo = before->eventsLostTo();
   }
   for (const auto& record : db.snapshot({model::table::vmProcess}).records) {
     const auto process = rt::make<model::VmProcess>(record.key);
     statedb::fillKnown(*process, record.doc);
     all.restartsDone[record.key] = process->restarts();
     all.states[record.key] = {process->actual(), process->since()};
+  }
+  for (const auto& record : db.snapshot({model::table::event}).records) {
+    const auto event = rt::make<model::Event>(record.key);
+    statedb::fillKnown(*event, record.doc);
+    if (event->id() != 0) all.events.push_back(event);
   }
   return all;
 }

@@ -6,6 +6,7 @@
 
 #include "host/network/BridgeFdb.h"
 #include "host/state/VmStates.h"
+#include "model/Event.h"
 #include "statedb/StateDb.h"
 
 namespace host {
@@ -15,6 +16,9 @@ struct StatusOfBefore {
   std::map<rt::String, uint64_t> restartsDone;    // by VM: the number that was carried out last
   std::map<rt::String, VmStates::Before> states;  // by VM: what it was, and since when
   statedb::Cursor configuration;                  // how far it had come with that
+  std::vector<model::Event::Ptr> events;
+  uint64_t eventsDropped = 0;
+  uint64_t eventsLostTo = 0;
 };
 StatusOfBefore statusOfBefore(statedb::StateDb& db);
 

@@ -11,6 +11,7 @@
 
 #include "ctl/verbs/Verbs.h"
 #include "host/Options.h"
+#include "model/Event.h"
 #include "model/ProblemSource.h"
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
@@ -130,7 +131,8 @@ TEST(Manual, HasEachFieldOfEachRow) {
       {model::table::vmProcess, rt::make<model::VmProcess>("")},
       {model::table::vmProblem, rt::make<model::VmProblem>("")},
       {model::table::interfaceStatus, rt::make<model::InterfaceStatus>("")},
-      {model::table::fdb, rt::make<model::FdbEntry>("")}};
+      {model::table::fdb, rt::make<model::FdbEntry>("")},
+      {model::table::event, rt::make<model::Event>("")}};
   EXPECT_EQ(records.size() + 1, model::tables.size());  // vmConfig has a page of its own
   for (const auto& [table, record] : records) {
     const size_t begin = manual.find("\n" + bold(table) + ", by ");

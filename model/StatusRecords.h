@@ -58,6 +58,22 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   bool emulates() const { return emulates_; }
   void emulatesIs(bool emulates) { assign<&DaemonStatus::emulates>(emulates_, emulates); }
 
+  // The daemon itself: its process, its version, and when it began, in seconds since 1970.
+  int32_t pid() const { return pid_; }
+  void pidIs(int32_t pid) { assign<&DaemonStatus::pid>(pid_, pid); }
+  const rt::String& version() const { return version_; }
+  void versionIs(const rt::String& version) { assign<&DaemonStatus::version>(version_, version); }
+  uint64_t startedAt() const { return startedAt_; }
+  void startedAtIs(uint64_t time) { assign<&DaemonStatus::startedAt>(startedAt_, time); }
+
+  // How many events are not kept any more, and the newest seq among them.
+  uint64_t eventsDropped() const { return eventsDropped_; }
+  void eventsDroppedIs(uint64_t count) {
+    assign<&DaemonStatus::eventsDropped>(eventsDropped_, count);
+  }
+  uint64_t eventsLostTo() const { return eventsLostTo_; }
+  void eventsLostToIs(uint64_t seq) { assign<&DaemonStatus::eventsLostTo>(eventsLostTo_, seq); }
+
   static constexpr std::string_view typeName = "model::DaemonStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &DaemonStatus::name>,
@@ -71,7 +87,12 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
       rt::Attribute<"memoryReserve", &DaemonStatus::memoryReserve, &DaemonStatus::memoryReserveIs>,
       rt::Attribute<"memoryGiven", &DaemonStatus::memoryGiven, &DaemonStatus::memoryGivenIs>,
       rt::Attribute<"guestsCpu", &DaemonStatus::guestsCpu, &DaemonStatus::guestsCpuIs>,
-      rt::Attribute<"emulates", &DaemonStatus::emulates, &DaemonStatus::emulatesIs>>;
+      rt::Attribute<"emulates", &DaemonStatus::emulates, &DaemonStatus::emulatesIs>,
+      rt::Attribute<"pid", &DaemonStatus::pid, &DaemonStatus::pidIs>,
+      rt::Attribute<"version", &DaemonStatus::version, &DaemonStatus::versionIs>,
+      rt::Attribute<"startedAt", &DaemonStatus::startedAt, &DaemonStatus::startedAtIs>,
+      rt::Attribute<"eventsDropped", &DaemonStatus::eventsDropped, &DaemonStatus::eventsDroppedIs>,
+      rt::Attribute<"eventsLostTo", &DaemonStatus::eventsLostTo, &DaemonStatus::eventsLostToIs>>;
 
  private:
   const rt::String name_;
@@ -85,6 +106,11 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   uint64_t memoryGiven_ = 0;
   Processors guestsCpu_;
   bool emulates_ = false;
+  int32_t pid_ = 0;
+  rt::String version_;
+  uint64_t startedAt_ = 0;
+  uint64_t eventsDropped_ = 0;
+  uint64_t eventsLostTo_ = 0;
 };
 
 // The one thing to look at first when a VM is not as it was asked to be. Written by Problems.

@@ -23,6 +23,7 @@ inline constexpr char vmProcess[] = "vmProcess";              // VmProcess, by t
 inline constexpr char vmProblem[] = "vmProblem";              // VmProblem, by the VM's name
 inline constexpr char interfaceStatus[] = "interfaceStatus";  // InterfaceStatus, by its id
 inline constexpr char fdb[] = "fdb";                          // FdbEntry, by "VLAN/MAC"
+inline constexpr char event[] = "event";                      // Event, by its id in 12 digits
 
 }  // namespace table
 
@@ -41,6 +42,7 @@ inline constexpr std::array tables{
     Table{table::vmStatus, true, true},    Table{table::vmProcess, true, true},
     Table{table::vmProblem, true, true},   Table{table::interfaceStatus, true, false},
     Table{table::fdb, true, false},
+    Table{table::event, true, false},
 };
 
 // For statedb, which is told which tables are status. One that is not known here is configuration.

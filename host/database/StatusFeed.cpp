@@ -6,9 +6,8 @@ namespace host {
 
 namespace {
 
-std::vector<rt::String> tablesOf(const std::vector<StatusFeed::Source>& sources) {
-  std::vector<rt::String> tables;
-  tables.reserve(sources.size());
+std::vector<rt::String> tablesOf(const std::vector<StatusFeed::Source>& sources,
+                                 std::vector<rt::String> tables) {
   for (const auto& source : sources) tables.emplace_back(source.table);
   return tables;
 }
@@ -16,8 +15,8 @@ std::vector<rt::String> tablesOf(const std::vector<StatusFeed::Source>& sources)
 }  // namespace
 
 StatusFeed::StatusFeed(statedb::StateDb& db, const std::vector<Source>& sources,
-                       rt::Clock::Ptr clock)
-    : writer_(db, tablesOf(sources)), clock_(*this, std::move(clock)) {
+                       const std::vector<rt::String>& tables, rt::Clock::Ptr clock)
+    : writer_(db, tablesOf(sources, tables)), clock_(*this, std::move(clock)) {
   for (const auto& [root, table] : sources)
     rows_.push_back(rt::make<statedb::EntityRows>(root, table, table));
   handleInitialized();

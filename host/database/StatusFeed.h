@@ -17,7 +17,15 @@ class StatusFeed final : public rt::StateMachineOf<StatusFeed> {
     rt::Ptr<const rt::Entity> root;
     const char* table;
   };
-  StatusFeed(statedb::StateDb& db, const std::vector<Source>& sources, rt::Clock::Ptr clock);
+  // `tables`: those whose rows are handed in by rowIs().
+  StatusFeed(statedb::StateDb& db, const std::vector<Source>& sources,
+             const std::vector<rt::String>& tables, rt::Clock::Ptr clock);
+
+  // A row of one of those tables, to be written by the next pass.
+  void rowIs(const rt::String& table, const rt::String& key, const rt::String& doc) {
+    writer_.rowIs(table, key, doc);
+  }
+  void rowDel(const rt::String& table, const rt::String& key) { writer_.rowDel(table, key); }
 
   // Once a pass of the loop: writes what changed, in one transaction.
   void pass();

@@ -26,7 +26,8 @@ class StatusFeedTest : public testing::Test {
   // What the file holds: "TABLE/KEY" -> document.
   std::map<std::string, std::string> written() const {
     std::map<std::string, std::string> all;
-    const auto snapshot = file.other(statedb::Half::status)->snapshot({"vmStatus", "vmProcess"});
+    const auto snapshot =
+        file.other(statedb::Half::status)->snapshot({"vmStatus", "vmProcess", "event"});
     for (const auto& record : snapshot.records)
       all[record.table.str() + "/" + record.key.str()] = record.doc.str();
     return all;
@@ -42,8 +43,19 @@ class StatusFeedTest : public testing::Test {
   const Vm::Status::Ptr vms = rt::make<Vm::Status>();
   const HostStatus::Ptr host = rt::make<HostStatus>();
   const StatusFeed::Ptr feed = rt::make<StatusFeed>(
-      db, std::vector<StatusFeed::Source>{{vms, "vmStatus"}, {host, "vmProcess"}}, clock);
+      db, std::vector<StatusFeed::Source>{{vms, "vmStatus"}, {host, "vmProcess"}},
+      std::vector<rt::String>{"event"}, clock);
 };
+
+TEST_F(StatusFeedTest, WritesTheRowsThatItIsHandedBesideThem) {
+  host->vmProcessIs("web1");
+  feed->rowIs("event", "000000000001", R"({"id":1})");
+  feed->pass();
+  EXPECT_THAT(written(), testing::Contains(Pair("event/000000000001", R"({"id":1})")));
+  feed->rowDel("event", "000000000001");
+  feed->pass();
+  EXPECT_THAT(written(), testing::Not(testing::Contains(Pair("event/000000000001", testing::_))));
+}
 
 TEST_F(StatusFeedTest, WritesTheRecordsOfAllItsTables) {
   vms->vmStatusIs("web1")->stateIs("Running");

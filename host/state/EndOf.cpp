@@ -90,11 +90,12 @@ rt::String afterText(const GuestRun& run) {
 
 rt::String sinceAsked(const GuestRun& run) { return spanText(run.endedUp - run.askedUp); }
 
-rt::String byWhom(const GuestRun& run) {
-  return run.endedBy.empty() ? rt::String() : " by " + run.endedBy;
+rt::String byWhom(const GuestRun& run, const EndKnowledge& known) {
+  const rt::String& who = run.endedBy.empty() ? known.askedBy : run.endedBy;
+  return who.empty() ? rt::String() : " by " + who;
 }
 
-rt::String textOf(EndCause cause, const GuestRun& run) {
+rt::String textOf(EndCause cause, const GuestRun& run, const EndKnowledge& known) {
   const rt::String signal = rt::toText(run.signal);
   switch (cause) {
     case EndCause::none:
@@ -102,12 +103,13 @@ rt::String textOf(EndCause cause, const GuestRun& run) {
     case EndCause::guestShutdown:
       return "the guest shut itself down" + afterText(run);
     case EndCause::asked:
-      return "the guest was asked to shut down" + byWhom(run) + ", and did in " + sinceAsked(run);
+      return "the guest was asked to shut down" + byWhom(run, known) + ", and did in " +
+             sinceAsked(run);
     case EndCause::askedForced:
-      return "the guest was asked to shut down" + byWhom(run) + ", did not for " + sinceAsked(run) +
-             ", and was switched off";
+      return "the guest was asked to shut down" + byWhom(run, known) + ", did not for " +
+             sinceAsked(run) + ", and was switched off";
     case EndCause::poweredOff:
-      return "the guest was switched off" + byWhom(run) + afterText(run);
+      return "the guest was switched off" + byWhom(run, known) + afterText(run);
     case EndCause::signal:
       if (!run.toldBy.empty()) return "the guest was ended by " + run.toldBy;
       return run.signal != 0 ? "QEMU was ended by signal " + signal
@@ -186,7 +188,7 @@ End endOf(const GuestRun& run, const EndKnowledge& known) {
   if (run.run == 0 || (!run.hasEnded() && known.hasProcess)) return {};
   const EndCause cause = causeOf(run);
   return {cause,
-          textOf(cause, run),
+          textOf(cause, run, known),
           briefOf(cause, run),
           wordOf(cause).by,
           wordOf(cause).isFailure,

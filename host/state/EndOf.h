@@ -43,6 +43,7 @@ constexpr size_t longestBrief = 25;
 // What the host knows beside what the shim told.
 struct EndKnowledge {
   bool hasProcess = false;
+  rt::String askedBy{};  // which operator asked the host to end it; empty: nobody knows
 };
 
 // The strongest evidence decides: QEMU's exit status says nothing by itself, for a guest that

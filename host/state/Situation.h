@@ -44,7 +44,8 @@ struct Situation {
   std::optional<uint64_t> stopUp;  // when it is switched off that was asked to end, likewise
 
   GuestRun run;
-  End end;  // the last one; what is kept of it when it runs again
+  End end;             // the last one; what is kept of it when it runs again
+  rt::String askedBy;  // which operator asked to end or start it last; empty: nobody knows
 
   // The weightiest of all that is wrong with it, and what kind that is of.
   rt::String problem;

@@ -123,14 +123,18 @@ Reason ofCut(const Situation& now) {
   return {"out-of-reach", "it goes on, and nobody drives it" + cause, "nobody drives it"};
 }
 
+rt::String byWhom(const Situation& now) {
+  return now.askedBy.empty() ? rt::String() : " by " + now.askedBy;
+}
+
 Reason ofStop(const Situation& now) {
   if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
   if (!now.run.toldBy.empty())
     return {"signal", "its shim was told to end it, by " + now.run.toldBy, "signal to its shim"};
   if (now.run.askedUp != 0 && !isWanted(now))
-    return {"asked", "it was asked to shut down", "asked to shut down"};
+    return {"asked", "it was asked to shut down" + byWhom(now), "asked to shut down"};
   if (isWanted(now)) return {"restart", "it is ended to be started anew", "restart"};
-  return {"asked", "it is switched off", "switched off"};
+  return {"asked", "it is switched off" + byWhom(now), "switched off"};
 }
 
 }  // namespace
@@ -190,6 +194,12 @@ Reason reasonOf(const Situation& now) {
 }
 
 NextStep nextOf(const Situation& now, const rt::String& vm) {
+  if (now.wanted == Wanted::unknown && actualOf(now) == Actual::running)
+    return {"wait",
+            "goes on until its VM is configured again, or removed with --force",
+            "goes on",
+            {},
+            {}};
   const auto toType = [&](const char* verb, const char* option = "") {
     return NextStep{"command", {}, verb, rt::String("vmctl ") + verb + " " + vm + option, {}};
   };

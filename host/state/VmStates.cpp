@@ -16,6 +16,11 @@ void writeRun(model::VmProcess& record, const GuestRun& run) {
   record.resetsIs(run.resets);
 }
 
+// Two clocks are read one behind the other: a second more or less is the same moment.
+uint64_t steady(uint64_t before, uint64_t now) {
+  return now + 1 == before || now == before + 1 ? before : now;
+}
+
 void writeEnd(model::VmProcess& record, const End& end) {
   record.endCauseIs(textOf(end.cause));
   record.endTextIs(end.text);
@@ -29,11 +34,11 @@ void writeEnd(model::VmProcess& record, const End& end) {
 }  // namespace
 
 VmStates::VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before,
-                   std::function<void(const rt::String& vm)> catchUp, rt::Clock::Ptr clock)
+                   Others others, rt::Clock::Ptr clock)
     : status_(std::move(status)),
       times_(std::move(times)),
       before_(std::move(before)),
-      catchUp_(std::move(catchUp)),
+      others_(std::move(others)),
       clock_(*this, std::move(clock)) {
   handleInitialized();
 }
@@ -46,25 +51,31 @@ void VmStates::handleInitialized() {
 
 void VmStates::keeperSays(const rt::String& vm, const KeeperView& view) {
   const bool hasLost = entries_[vm].view.hasProcess && !view.hasProcess;
-  if (hasLost) catchUp_(vm);
+  if (hasLost) others_.catchUp(vm);
   Entry& entry = entries_[vm];
   entry.view = view;
   entry.isKnown = true;
-  judgeEnd(entry);
+  judgeEnd(vm, entry);
   countAttempts(entry);
   show(vm, entry);
 }
 
 void VmStates::vmDel(const rt::String& vm) {
+  if (const auto found = entries_.find(vm); found != entries_.end())
+    buried_[vm] = found->second.run.run;
   entries_.erase(vm);
   before_.erase(vm);
   setClock();
 }
 
 void VmStates::eventIs(const GuestEvent& event) {
+  if (const auto found = buried_.find(event.vm());
+      found != buried_.end() && event.run() <= found->second)
+    return;
   Entry& entry = entries_[event.vm()];
   take(entry.run, event);
-  judgeEnd(entry);
+  // Its keeper hears of the end in a moment, and says then what comes of it.
+  if (judgeEnd(event.vm(), entry) && entry.view.hasProcess) return;
   show(event.vm(), entry);
 }
 
@@ -87,16 +98,65 @@ void VmStates::problemIs(const rt::String& vm, const rt::String& text,
 
 // Of a run whose end its shim has told, or has left untold: its word counts more than what was
 // guessed.
-void VmStates::judgeEnd(Entry& entry) const {
+bool VmStates::judgeEnd(const rt::String& vm, Entry& entry) {
   const bool isGuessed = entry.end.cause == EndCause::shimLost;
   const bool isJudged = entry.judged == entry.run.run && !(isGuessed && entry.run.hasEnded());
-  if (isJudged || (!entry.run.hasEnded() && !entry.isKnown)) return;
+  if (isJudged || (!entry.run.hasEnded() && !entry.isKnown)) return false;
   const bool mayGoOn = entry.view.hasProcess || entry.view.mayGoOn;
-  const End end = endOf(entry.run, {.hasProcess = mayGoOn});
-  if (end.cause == EndCause::none) return;
+  const End end = endOf(entry.run, {.hasProcess = mayGoOn, .askedBy = entry.askedBy});
+  if (end.cause == EndCause::none) return false;
   entry.judged = entry.run.run;
   entry.end = end;
   if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
+  entry.isEndNews = true;
+  tellEnd(vm, entry);
+  return true;
+}
+
+void VmStates::tellEnd(const rt::String& vm, const Entry& entry) {
+  const auto event = rt::make<model::Event>("");
+  event->kindIs(model::eventKind::end);
+  event->vmIs(vm);
+  event->reasonIs(textOf(entry.end.cause));
+  event->severityIs(entry.end.isFailure ? "bad" : "note");
+  event->textIs(entry.end.text);
+  const rt::String operators = entry.run.endedBy.empty() ? entry.askedBy : entry.run.endedBy;
+  event->byIs(entry.end.by == "operator" && !operators.empty() ? operators : entry.end.by);
+  event->atIs(entry.end.at);
+  event->runIs(entry.run.run);
+  others_.tell(event);
+}
+
+// What an end has said just now is not said again.
+void VmStates::tellState(const rt::String& vm, Entry& entry, const Situation& now) {
+  const Actual actual = actualOf(now);
+  const bool isOver = !now.hasProcess && (actual == Actual::stopped || actual == Actual::crashed);
+  if (std::exchange(entry.isEndNews, false) && isOver) return;
+  const Reason reason = reasonOf(now);
+  const auto event = rt::make<model::Event>("");
+  event->kindIs(model::eventKind::state);
+  event->vmIs(vm);
+  event->reasonIs(textOf(actual));
+  event->severityIs(severityOf(now));
+  event->textIs(!reason.text.empty()         ? reason.text
+                : actual == Actual::running  ? rt::String("its guest runs")
+                : actual == Actual::starting ? rt::String("it is started")
+                                             : "it is " + textOf(actual));
+  event->byIs(actual == Actual::paused     ? now.run.pausedBy
+              : actual == Actual::stopping ? now.askedBy
+                                           : rt::String());
+  event->atIs(times_.ofDay() * second);
+  others_.tell(event);
+}
+
+void VmStates::askedBy(const rt::String& vm, const rt::String& who) {
+  if (const auto found = entries_.find(vm); found != entries_.end()) found->second.askedBy = who;
+}
+
+rt::String VmStates::takeResetBy(const rt::String& vm) {
+  const auto found = entries_.find(vm);
+  if (found == entries_.end()) return {};
+  return std::exchange(found->second.run.resetBy, rt::String());
 }
 
 void VmStates::countAttempts(Entry& entry) const {
@@ -132,6 +192,7 @@ Situation VmStates::situationOf(const Entry& entry) const {
           // One that has ended says nothing of a process that is there now.
           .run = entry.judged == entry.run.run ? GuestRun{} : entry.run,
           .end = entry.end,
+          .askedBy = entry.run.endedBy.empty() ? entry.askedBy : entry.run.endedBy,
           .problem = entry.problem,
           .problemSource = entry.problemSource,
           .nowUp = times_.sinceBoot()};
@@ -142,7 +203,7 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
   const Situation now = situationOf(entry);
   const auto record = status_->vmProcessIs(vm);
   if (actualOf(now) == Actual::running || now.wanted != Wanted::running) entry.attempt = 0;
-  writeSince(*record, vm, textOf(actualOf(now)));
+  if (writeSince(*record, vm, textOf(actualOf(now)))) tellState(vm, entry, now);
   write(*record, vm, now);
   record->attemptIs(entry.attempt);
   const auto wakeUp = wakeUpOf(now);
@@ -155,12 +216,14 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
 }
 
 // Of what was so already when the daemon came, the time is the earlier daemon's.
-void VmStates::writeSince(model::VmProcess& record, const rt::String& vm,
+bool VmStates::writeSince(model::VmProcess& record, const rt::String& vm,
                           const rt::String& actual) {
   const auto known = before_.find(vm);
   const bool wasSo = known != before_.end() && known->second.actual == actual;
-  if (record.actual() != actual) record.sinceIs(wasSo ? known->second.since : times_.ofDay());
+  const bool isOther = record.actual() != actual;
+  if (isOther) record.sinceIs(wasSo ? known->second.since : times_.ofDay());
   if (known != before_.end()) before_.erase(known);
+  return isOther && !wasSo;
 }
 
 void VmStates::write(model::VmProcess& record, const rt::String& vm, const Situation& now) const {
@@ -176,7 +239,7 @@ void VmStates::write(model::VmProcess& record, const rt::String& vm, const Situa
   record.nextIs(next.text);
   record.nextShortIs(next.brief);
   record.nextCommandIs(next.command);
-  record.nextAtIs(next.up ? timeOfDayAt(*next.up) : 0);
+  record.nextAtIs(steady(record.nextAt(), next.up ? timeOfDayAt(*next.up) : 0));
   record.stopDeadlineIs(now.hasProcess && now.stopUp ? timeOfDayAt(*now.stopUp) : 0);
   writeRun(record, now.hasProcess ? now.run : GuestRun{});
   writeEnd(record, now.end);

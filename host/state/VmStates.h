@@ -6,6 +6,7 @@
 
 #include "host/base/HostStatus.h"
 #include "host/state/VmState.h"
+#include "model/Event.h"
 #include "runtime/loop/Clock.h"
 
 namespace host {
@@ -23,9 +24,14 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     rt::String actual;
     uint64_t since = 0;
   };
-  // `catchUp`: tells all that the VM's shim has told until now. A guest's end is judged only then.
-  VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before,
-           std::function<void(const rt::String& vm)> catchUp, rt::Clock::Ptr clock);
+  struct Others {
+    // Tells all that the VM's shim has told until now. A guest's end is judged only then.
+    std::function<void(const rt::String& vm)> catchUp;
+    // Is told of each change of how a VM is, and of each end.
+    std::function<void(const model::Event::Ptr& event)> tell;
+  };
+  VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before, Others others,
+           rt::Clock::Ptr clock);
 
   // A VM is there from the first of these on until vmDel().
   void keeperSays(const rt::String& vm, const KeeperView& view);
@@ -34,6 +40,10 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   // Whether the VM's guest does not answer the agent.
   void unansweredIs(const rt::String& vm, bool isUnanswered);
   void eventIs(const GuestEvent& event);
+  // Which operator asked to end or start it last; empty: nobody knows.
+  void askedBy(const rt::String& vm, const rt::String& who);
+  // Which operator asked its shim for a reset last, and nobody asked since; empty: none.
+  rt::String takeResetBy(const rt::String& vm);
   // The weightiest that is wrong; empty: nothing.
   void problemIs(const rt::String& vm, const rt::String& text, model::ProblemSource source);
 
@@ -47,7 +57,9 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     bool isUnanswered = false;
     GuestRun run;
     End end;
-    uint64_t judged = 0;  // the run whose end is known
+    uint64_t judged = 0;     // the run whose end is known
+    bool isEndNews = false;  // it was told just now, and says what a change of state would say
+    rt::String askedBy;
     uint64_t attempt = 0;
     rt::Seconds lastTry = rt::Seconds::infinity();
     rt::String problem;
@@ -57,21 +69,27 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
 
   void handleInitialized();
   void handleClock();
-  void judgeEnd(Entry& entry) const;
+  // Returns whether it has ended.
+  bool judgeEnd(const rt::String& vm, Entry& entry);
+  void tellEnd(const rt::String& vm, const Entry& entry);
+  void tellState(const rt::String& vm, Entry& entry, const Situation& now);
   void countAttempts(Entry& entry) const;
   Situation situationOf(const Entry& entry) const;
   std::optional<uint64_t> upAt(rt::Seconds time) const;
   uint64_t timeOfDayAt(uint64_t up) const;
   void show(const rt::String& vm, Entry& entry);
   void write(model::VmProcess& record, const rt::String& vm, const Situation& now) const;
-  void writeSince(model::VmProcess& record, const rt::String& vm, const rt::String& actual);
+  // Returns whether it was something else until now.
+  bool writeSince(model::VmProcess& record, const rt::String& vm, const rt::String& actual);
   void setClock();
 
   const HostStatus::Ptr status_;
   const Times times_;
   std::map<rt::String, Before> before_;
-  const std::function<void(const rt::String& vm)> catchUp_;
+  const Others others_;
   std::map<rt::String, Entry> entries_;
+  // By VM that was removed: its last run. What comes of it late is not the next one's of that name.
+  std::map<rt::String, uint64_t> buried_;
 
   rt::ClockReactor<VmStates, &VmStates::handleClock> clock_;
 };

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "guest/EventWords.h"
 #include "host/state/VmStates.h"
@@ -42,17 +42,67 @@ class VmStatesTest : public testing::Test {
   uint64_t clockStep = 0;
   uint64_t number = 0;
   int catchUps = 0;
-  std::string_view toldLate{};  // what its shim has told and the daemon has not read
+  std::string_view toldLate{};        // what its shim has told and the daemon has not read
+  std::vector<std::string> happened;  // what was told of
   HostStatus::Ptr status = rt::make<HostStatus>();
-  VmStates states{status,
-                  {.ofDay = [this] { return timeOfDay(); }, .sinceBoot = [this] { return up(); }},
-                  {{"web2", {"stopped", 1'600'000'000}}, {"web3", {"running", 1'600'000'000}}},
-                  [this](const rt::String&) {
-                    ++catchUps;
-                    if (const auto kind = std::exchange(toldLate, {}); !kind.empty()) tell(kind);
-                  },
-                  clock};
+  VmStates states{
+      status,
+      {.ofDay = [this] { return timeOfDay(); }, .sinceBoot = [this] { return up(); }},
+      {{"web2", {"stopped", 1'600'000'000}}, {"web3", {"running", 1'600'000'000}}},
+      {.catchUp =
+           [this](const rt::String&) {
+             ++catchUps;
+             if (const auto kind = std::exchange(toldLate, {}); !kind.empty()) tell(kind);
+           },
+       .tell =
+           [this](const model::Event::Ptr& event) {
+             happened.push_back(event->kind().str() + " " + event->reason().str() +
+                                (event->by().empty() ? "" : " by " + event->by().str()));
+           }},
+      clock};
 };
+
+TEST_F(VmStatesTest, TellOfEachChangeAndEachEndOnce) {
+  runs();
+  states.problemIs("web1", "no card", model::ProblemSource::card);
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_THAT(happened, testing::ElementsAre("state starting", "state running",
+                                             "end guest-shutdown by guest"))
+      << "that it is stopped, its end has said";
+  states.keeperSays("web1", {});
+  states.keeperSays("web1", {.wanted = Wanted::running});
+  EXPECT_EQ(happened.back(), "state starting");
+}
+
+TEST_F(VmStatesTest, TellNothingOfWhatWasSoBefore) {
+  states.keeperSays("web2", {});
+  EXPECT_TRUE(happened.empty());
+}
+
+TEST_F(VmStatesTest, NameWhoAskedForAnEnd) {
+  runs();
+  states.askedBy("web1", "op1");
+  states.keeperSays("web1", {.hasProcess = true, .isEnding = true, .isStarted = true});
+  EXPECT_EQ(shown().why(), "it is switched off by op1");
+  tell(word::askedToEnd);
+  EXPECT_EQ(shown().why(), "it was asked to shut down by op1");
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  states.keeperSays("web1", {});
+  EXPECT_THAT(shown().endText().str(), testing::HasSubstr("asked to shut down by op1"));
+  EXPECT_THAT(happened, testing::Contains("state stopping by op1"));
+  EXPECT_EQ(happened.back(), "end asked by op1");
+}
+
+TEST_F(VmStatesTest, TakeNothingToldLateOfARemovedVmForTheNextOfItsName) {
+  runs();
+  states.vmDel("web1");
+  tell(word::end);
+  states.keeperSays("web1", {.wanted = Wanted::stopped});
+  EXPECT_EQ(shown().endCause(), "");
+}
 
 TEST_F(VmStatesTest, ShowAVmFromItsKeepersFirstWordOn) {
   tell(word::started);

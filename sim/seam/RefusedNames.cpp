@@ -135,6 +135,11 @@ int simYield() {
 }
 
 // Where the machine stands is nothing to a world.
+time_t simMakeTime(tm* parts) asm("mktime");
+time_t simMakeTime(tm* parts) {
+  static constinit Name name("mktime");
+  return inWorld() ? timegm(parts) : name.library(&simMakeTime)(parts);
+}
 tm* simLocalTime(const time_t* time, tm* to) asm("localtime_r");
 tm* simLocalTime(const time_t* time, tm* to) {
   static constinit Name name("localtime_r");

@@ -70,7 +70,7 @@ TEST_F(GuestState, TellsThatADeafGuestWasSwitchedOff) {
   start();
   bootVm("web1");
   world.ctl({"disable", "web1"});
-  expectEnd("web1", "asked-forced", "the guest was asked to shut down, did not for ", "operator");
+  expectEnd("web1", "asked-forced", "the guest was asked to shut down by ", "operator");
   EXPECT_TRUE(says("web1", "web1 is wanted stopped and is stopped")) << told("web1");
   EXPECT_EQ(world.vmctl({"why", "web1"}).status, 0);
 }

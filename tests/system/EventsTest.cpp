@@ -1,0 +1,84 @@
+// What an operator is told has happened, with a real QEMU and what is shipped.
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+#include "tests/system/GuestFixture.h"
+
+namespace host::fakes {
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+class Events : public GuestFixture {
+ protected:
+  std::string history(const std::string& name) const {
+    return world.vmctl({"history", name, "-o", "json"}).out;
+  }
+  bool tells(const std::string& name, const std::string& text) const {
+    return waitUntil([&] { return history(name).find(text) != std::string::npos; }, 20);
+  }
+  static size_t countOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+      ++count;
+    return count;
+  }
+};
+
+TEST_F(Events, TellAVmsLifeWithTimesAndAuthors) {
+  start();
+  bootVm("web1");
+  EXPECT_TRUE(tells("web1", R"("kind":"state","reason":"running")")) << history("web1");
+  world.ctl({"set", "web1", "memory=96"});
+  EXPECT_TRUE(tells("web1", "memory 64 -> 96") || tells("web1", " -> 96")) << history("web1");
+  EXPECT_THAT(history("web1"), HasSubstr(R"("via":"vmctl set")"));
+  world.ctl({"reset", "web1"});
+  EXPECT_TRUE(tells("web1", R"("reason":"reset","severity":"note")")) << history("web1");
+  world.ctl({"stop", "web1", "--now"});
+  EXPECT_TRUE(tells("web1", R"("kind":"end","reason":"powered-off")")) << history("web1");
+  EXPECT_THAT(history("web1"), HasSubstr("the guest was switched off by "));
+  const std::string table = world.vmctl({"events"}).out;
+  EXPECT_THAT(table, ContainsRegex("web1 +config +.* -> 96 .*\\(vmctl set\\)"));
+  EXPECT_THAT(table, ContainsRegex("web1 +ended +the guest was switched off"));
+}
+
+TEST_F(Events, AreToldOnceThoughTheDaemonIsExchanged) {
+  start();
+  bootVm("web1");
+  bootVm("web2");
+  world.ctl({"reset", "web1"});
+  ASSERT_TRUE(tells("web1", R"("reason":"reset")"));
+  world.type("web2", powerOff);
+  ASSERT_TRUE(tells("web2", R"("reason":"guest-shutdown")"));
+  world.end(SIGKILL);
+  kill(world.qemus("web1").front(), SIGKILL);
+  start();
+  EXPECT_TRUE(tells("web1", R"("kind":"end","reason":"killed")")) << history("web1");
+  EXPECT_EQ(countOf(history("web1"), R"("reason":"reset")"), 1U) << history("web1");
+  EXPECT_EQ(countOf(history("web2"), R"("reason":"guest-shutdown")"), 1U) << history("web2");
+  EXPECT_EQ(countOf(world.vmctl({"events", "-o", "json"}).out, R"("reason":"begun")"), 2U);
+}
+
+TEST_F(Events, TellWhatWasChangedWhileNoDaemonRan) {
+  start();
+  bootVm("web1");
+  world.end(SIGKILL);
+  world.ctl({"set", "web1", "memory=96"});
+  start();
+  EXPECT_TRUE(tells("web1", "changed while no vmagentd ran")) << history("web1");
+  EXPECT_THAT(history("web1"), HasSubstr(R"("via":"vmctl set")"));
+}
+
+TEST_F(Events, SinceAMomentAreThoseBehindIt) {
+  start();
+  bootVm("web1");
+  EXPECT_THAT(world.vmctl({"history", "web1", "--since", "yesterday"}).out, HasSubstr("added"));
+  EXPECT_THAT(world.vmctl({"history", "web1", "--since", "0s"}).out, Not(HasSubstr("added")));
+  EXPECT_EQ(world.vmctl({"history", "web1", "--since", "2126-01-01"}).status, 2);
+}
+
+}  // namespace
+}  // namespace host::fakes
