@@ -28,7 +28,9 @@ constexpr Option ownOptions[] = {
     {"device", 0, "DEV", "the kernel device"},
     {"file", 'f', "FILE", "the document to read; - is standard input"},
     {"view", 0, "", "look at it only: nothing that is typed reaches the guest"},
-    {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs"},
+    {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs events history"},
+    {"since", 0, "TIME", "from then on: 1h, 23:50, yesterday, boot, ..."},
+    {"after", 0, "SEQ", "what came behind the event of that number"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
     {"prune", 0, "", "remove the VMs that the document does not name"},
@@ -49,6 +51,15 @@ std::vector<Option> madeOptions() {
 }
 
 const std::vector<Option> options = madeOptions();
+
+bool hasWord(std::string_view text, std::string_view word) {
+  while (!text.empty()) {
+    const size_t end = std::min(text.find(' '), text.size());
+    if (text.substr(0, end) == word) return true;
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return false;
+}
 
 const Option& longOption(std::string_view name) {
   if (const Option* const found = optionNamed(name)) return *found;
@@ -86,9 +97,9 @@ const Option* optionOfLetter(char letter, std::span<const rt::String> words) {
   const Option* found = nullptr;
   for (const Option& option : options) {
     if (option.letter != letter || letter == 0) continue;
-    if (option.verb.empty())
+    if (option.verbs.empty())
       found = &option;
-    else if (!words.empty() && words.front() == option.verb)
+    else if (!words.empty() && hasWord(option.verbs, words.front()))
       return &option;
   }
   return found;

@@ -18,7 +18,7 @@ struct Option {
   char letter;                // the short form, or NUL; one may mean more with `verb`
   std::string_view argument;  // what help calls its argument; empty: it takes none
   std::string_view help;
-  std::string_view verb = {};  // that the letter means this with; behind that verb only
+  std::string_view verbs = {};  // that the letter means this with; behind those only
 };
 
 std::span<const Option> allOptions();

@@ -4,6 +4,7 @@
 #include "ctl/verbs/ConsoleVerbs.h"
 #include "ctl/verbs/DoctorVerbs.h"
 #include "ctl/verbs/EditVerbs.h"
+#include "ctl/verbs/EventVerbs.h"
 #include "ctl/verbs/FdbVerbs.h"
 #include "ctl/verbs/InterfaceVerbs.h"
 #include "ctl/verbs/ListVerbs.h"
@@ -150,6 +151,25 @@ constexpr Verb table[] = {
      "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line with\n"
      "\"op\" synced ends what there was at the beginning.\n",
      watchVms},
+    {"events", "", "", 0, 0, "follow since after", "table json", "show what has happened",
+     "Shows what has happened to all virtual machines, the newest last: what was changed, from "
+     "what\n"
+     "to what and by whom; how each became what it is, and how it ended; resets and other troubles "
+     "of\n"
+     "guests; problems that came and went. The newest 2,000 are kept, until the machine is "
+     "booted.\n"
+     "With --after all behind that number is shown, and where some of it is not kept any more, "
+     "that\n"
+     "is said and all there is is shown. The option -f must stand behind the verb.\n",
+     showEvents},
+    {"history", "", "NAME", 1, 1, "follow since after", "table json",
+     "show what has happened to a VM",
+     "Shows what has happened to a virtual machine, as 'vmctl events' does, also to one that was\n"
+     "removed.\n"
+     "\n"
+     "  vmctl history web1 --since 1h\n"
+     "  vmctl history web1 --since yesterday\n",
+     showHistory},
     {"console", "", "NAME", 1, 1, "view", "", "use a guest's console",
      "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
      "It is for one at a time; with --view any number can look at it.\n",

@@ -9,6 +9,7 @@
 #include "ctl/view/VmView.h"
 #include "model/Tables.h"
 #include "runtime/base/Descriptor.h"
+#include "runtime/base/Text.h"
 
 namespace ctl {
 
@@ -26,6 +27,7 @@ class Follower {
   Follower(const Follower&) = delete;
 
   int bell() const { return bell_.number(); }
+  const statedb::Cursor& cursor() const { return cursor_; }
   // Adds the VMs of which something may have changed; false: it may be any.
   bool take(std::set<rt::String>& names) {
     const statedb::Changes changes = store_.changes(cursor_);
@@ -60,6 +62,8 @@ class Watch {
         isJson_(context.format() == Format::json),
         table_(vmTable(context.format())) {}
 
+  // The moment of the status that is shown from now on.
+  void momentIs(const statedb::Cursor& moment) { at_ = moment; }
   void all() {
     std::set<rt::String> gone;
     for (const auto& [name, json] : printed_) gone.insert(name);
@@ -81,8 +85,7 @@ class Watch {
     flush();
   }
   void synced() {
-    if (isJson_)
-      context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":"synced"})" << '\n';
+    if (isJson_) context_.world().out << head() << R"("op":"synced"})" << '\n';
     flush();
   }
 
@@ -109,8 +112,13 @@ class Watch {
       table_.row(goneCells(name, context_.format()));
   }
   void line(const char* op, const rt::String& vm) {
-    context_.world().out << jsonHead(!context_.daemonRuns()) << R"("op":")" << op << R"(","vm":)"
-                         << onTerminal(vm) << "}\n";
+    context_.world().out << head() << R"("op":")" << op << R"(","vm":)" << onTerminal(vm) << "}\n";
+  }
+  // `seq`: of the status, at that moment or before.
+  rt::String head() const {
+    return jsonHead(!context_.daemonRuns()) + R"("at":)" +
+           rt::toText(context_.world().timeOfDay()) + R"(,"store":)" + quoted(at_.storeId) +
+           R"(,"seq":)" + rt::toText(at_.sequence) + ",";
   }
   void flush() {
     if (!isJson_) context_.world().out << table_.takeText(context_.style());
@@ -121,6 +129,7 @@ class Watch {
   const bool isJson_;
   Table table_;
   std::map<rt::String, rt::String> printed_;
+  statedb::Cursor at_;
 };
 
 }  // namespace
@@ -132,6 +141,7 @@ Exit watchVms(Context& context, const Arguments&) {
   const int bells[] = {config.bell(), status.bell()};
   bool wasStale = complainOfStaleness(context);
   Watch watch(context);
+  watch.momentIs(status.cursor());
   watch.all();
   watch.synced();
   while (context.world().out) {
@@ -142,6 +152,7 @@ Exit watchVms(Context& context, const Arguments&) {
     std::set<rt::String> names;
     const bool knowsConfig = config.take(names);
     const bool knowsStatus = status.take(names);
+    watch.momentIs(status.cursor());
     if (knowsConfig && knowsStatus)
       watch.some(names);
     else

@@ -1,3 +1,5 @@
+#include <regex>
+
 #include "ctl/fakes/VmctlFixture.h"
 
 namespace ctl {
@@ -30,10 +32,32 @@ class WatchVerb : public fakes::VmctlFixture {
            "," + status + ",\"problem\":null}}\n";
   }
   static std::string synced() { return "{\"version\":1,\"op\":\"synced\"}\n"; }
+  // Without what each line has of its moment.
+  Answer watched() {
+    Answer answer = vmctl("watch -o json");
+    static const std::regex moment(R"rx("at":\d+,"store":"[^"]+","seq":\d+,)rx");
+    answer.out = std::regex_replace(answer.out, moment, "");
+    return answer;
+  }
   void endAfterwards() {
     onWait([this] { closeOutput(); });
   }
 };
+
+TEST_F(WatchVerb, SaysWhenAndOfWhichMomentEachLineIs) {
+  putVm("web1", false);
+  onWait([&] { putRunning("web1"); });
+  endAfterwards();
+  const std::string out = vmctl("watch -o json").out;
+  static const std::regex moment(
+      R"rx(\{"version":1,"at":1700001000,"store":"([^"]+)","seq":(\d+),"op")rx");
+  std::vector<int> moments;
+  for (std::sregex_iterator at(out.begin(), out.end(), moment), end; at != end; ++at)
+    moments.push_back(std::stoi((*at)[2]));
+  ASSERT_EQ(moments.size(), 3U) << out;
+  EXPECT_EQ(moments[0], moments[1]);
+  EXPECT_GT(moments[2], moments[1]);
+}
 
 TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
   putVm("web1", false);
@@ -42,7 +66,7 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
   onWait([&] { del("vmConfig", "web1"); });
   onWait([&] { del("vmProcess", "web1"); });
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json"),
+  EXPECT_EQ(watched(),
             (Answer{1,
                     put("web1", nothing) + synced() + put("web1", running) + put("web2", nothing) +
                         R"({"version":1,"op":"put","vm":{"name":"web1","removed":true,)" +
@@ -55,7 +79,7 @@ TEST_F(WatchVerb, ShowsWhatThereIsThenEachChange) {
 TEST_F(WatchVerb, ShowsNamesOfOthersAsTheyAre) {
   putVm("\u202egnp", false);
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json").out, put("\\u202egnp", nothing) + synced());
+  EXPECT_EQ(watched().out, put("\\u202egnp", nothing) + synced());
 }
 
 TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
@@ -71,7 +95,7 @@ TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
   });
   onWait([&] { fakes::VmctlFixture::put("fdb", "1/52:54:00:00:00:01", R"({"intf":"Cpu"})"); });
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json").out, put("web1", nothing) + synced());
+  EXPECT_EQ(watched().out, put("web1", nothing) + synced());
 }
 
 TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {
@@ -83,9 +107,9 @@ TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {
     trim();
   });
   endAfterwards();
-  EXPECT_EQ(vmctl("watch -o json").out,
-            put("web1", nothing) + put("web2", nothing) + synced() + put("web1", running) +
-                "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web2\"}}\n");
+  EXPECT_EQ(watched().out, put("web1", nothing) + put("web2", nothing) + synced() +
+                               put("web1", running) +
+                               "{\"version\":1,\"op\":\"delete\",\"vm\":{\"name\":\"web2\"}}\n");
 }
 
 TEST_F(WatchVerb, OfATableKeepsItsColumns) {
@@ -111,7 +135,7 @@ TEST_F(WatchVerb, SaysThatNoDaemonRunsOnceEachTime) {
     putVm("web1", false);
   });
   endAfterwards();
-  const Answer answer = vmctl("watch -o json");
+  const Answer answer = watched();
   EXPECT_EQ(answer.err, "vmctl: vmagentd is not running: the status is as it was left\n");
   EXPECT_THAT(answer.out, testing::StartsWith(R"({"version":1,"stale":true,"op":"put")"));
 }
