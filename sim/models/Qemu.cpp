@@ -117,7 +117,7 @@ int Qemu::run() {
     return 1;
   }
   if (manner_.endsAtOnceWith) {
-    std::fprintf(stderr, "qemu-system-x86_64: it will not start today\n");
+    std::fprintf(stderr, "qemu-system-x86_64: %s\n", QemuManner::refusal);
     return *manner_.endsAtOnceWith;
   }
   all_.add(pid_, *this);
@@ -289,10 +289,20 @@ QemuDevices::Answer Qemu::carryOut(const std::string& execute, const void* given
   if (execute == "netdev_add" && text("type") == "tap")
     return devices_.addTap(text("id"), text("fd"));
   if (execute == "netdev_add") return devices_.addPort(text("id"), text("hubid"), text("netdev"));
-  if (execute == "netdev_del") return devices_.remove(text("id"));
+  if (execute == "netdev_del") return removeNetdev(text("id"));
   if (execute == "set_link")
     return devices_.setLink(text("name"), json_is_true(json_object_get(arguments, "up")));
   return std::nullopt;
+}
+
+QemuDevices::Answer Qemu::removeNetdev(const std::string& id) {
+  std::vector<std::string> before;
+  for (const auto& [card, its] : devices_.cards())
+    if (devices_.isConnected(card)) before.push_back(card);
+  const QemuDevices::Answer answer = devices_.remove(id);
+  for (const std::string& card : before)
+    if (!devices_.hasPeer(card) && guestRuns() && all_.bared) all_.bared(vm_, card);
+  return answer;
 }
 
 void Qemu::say(const std::string& answer) {

@@ -55,6 +55,7 @@ class Qemu {
   void hear(const std::string& line);
   std::string answerTo(const std::string& line);
   QemuDevices::Answer carryOut(const std::string& execute, const void* arguments);
+  QemuDevices::Answer removeNetdev(const std::string& id);
   void say(const std::string& answer);
   void event(const std::string& name, const std::string& data = "");
   void sayDue();
@@ -103,6 +104,9 @@ class Qemus {
 
   // How one that starts is to behave.
   std::function<QemuManner(const std::string& vm)> mannerOf;
+  // Told of a card of a guest that runs, which has lost the device that is there, and has nothing
+  // in its place.
+  std::function<void(const std::string& vm, const std::string& card)> bared;
   // Told of each that has its disk open.
   std::function<void(pid_t, const Qemu&)> added;
 

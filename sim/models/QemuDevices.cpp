@@ -84,6 +84,14 @@ bool QemuDevices::isConnected(const std::string& card) const {
   });
 }
 
+bool QemuDevices::hasPeer(const std::string& card) const {
+  const auto port = netdevs_.find(cards_.at(card).netdev);
+  return port != netdevs_.end() &&
+         std::any_of(netdevs_.begin(), netdevs_.end(), [&](const auto& each) {
+           return each.first != port->first && each.second.hub == port->second.hub;
+         });
+}
+
 std::vector<const Link*> QemuDevices::taps() const {
   std::vector<const Link*> all;
   for (const auto& [id, netdev] : netdevs_)

@@ -39,6 +39,8 @@ class QemuDevices {
   const std::map<std::string, Card>& cards() const { return cards_; }
   // Whether frames of that card reach a device of the machine's.
   bool isConnected(const std::string& card) const;
+  // Whether there is anything in its hub but itself: else it has no carrier.
+  bool hasPeer(const std::string& card) const;
   // The taps that it holds.
   std::vector<const Link*> taps() const;
   bool hasLink(const std::string& name) const { return !down_.contains(name); }

@@ -9,6 +9,8 @@ namespace sim {
 
 // Of a good one, unless it is said otherwise.
 struct QemuManner {
+  // What it says when it ends at once.
+  static constexpr const char* refusal = "it will not start today";
   // Its start.
   std::optional<int> endsAtOnceWith;                       // that status, and a word why
   Duration untilGreeting = std::chrono::milliseconds(20);  // never: none comes

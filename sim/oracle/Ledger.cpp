@@ -126,6 +126,20 @@ bool Ledger::wasLost(const std::string& vm, Time began) const {
   return its && its->lostSince > began;
 }
 
+void Ledger::lastWordIs(const std::string& vm, const std::string& word) {
+  of(vm).lastWord = Cause{now_(), word};
+}
+
+std::optional<std::string> Ledger::lastWordOf(const std::string& vm) const {
+  const OfVm* const its = find(vm);
+  if (!its || !its->lastWord || troubleOf(vm)) return std::nullopt;
+  const Time at = its->lastWord->at;
+  const bool isLast = its->touched <= at &&
+                      (causesOfAll_.empty() || causesOfAll_.back().at <= at) &&
+                      (!starts_ || starts_->at <= at);
+  return isLast ? std::optional(its->lastWord->why) : std::nullopt;
+}
+
 bool Ledger::isLost(const std::string& vm) const {
   const OfVm* const its = find(vm);
   return its && its->isLost;

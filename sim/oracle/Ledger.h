@@ -65,6 +65,10 @@ class Ledger {
   // Its guest ended and nobody asked for that: it stays off until it is asked for again. A guest
   // that has shut down is no problem to anybody.
   void handleEnd(const std::string& vm, const std::string& why, bool isProblem);
+  // What its QEMU said before it ended at its start: that is to be told, until something else
+  // happens.
+  void lastWordIs(const std::string& vm, const std::string& word);
+  std::optional<std::string> lastWordOf(const std::string& vm) const;
   // So it was, by what began then: what has ended since may have been the answer.
   void handleAsked(const std::string& vm, Time began);
   void handleAskedAll();
@@ -88,6 +92,7 @@ class Ledger {
     Time standsSince{};
     bool isLost = false;
     Time lostSince{};
+    std::optional<Cause> lastWord;
   };
   // A guest that began so long after what may end it had not heard of it yet.
   static constexpr Duration grace = std::chrono::seconds(3);

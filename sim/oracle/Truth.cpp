@@ -67,6 +67,10 @@ std::optional<Finding> Truth::lieOf(const std::string& vm, const Rows& status) c
   const std::string problem = memberOf(rowOf(status, "vmProblem", vm), "problem");
   if (ledger_.wanted(vm) == true && qemus.empty() && problem.empty() && !ledger_.standsWell(vm))
     return lie("it does not run, and nothing says why");
+  const auto lastWord = ledger_.lastWordOf(vm);
+  if (lastWord && ledger_.wanted(vm) == true && qemus.empty() && shims.empty() &&
+      problem.find(*lastWord) == std::string::npos)
+    return lie("its QEMU said '" + *lastWord + "', and what is told is '" + problem + "'");
   if (!isConfigured && word.empty() && !rowOf(status, "vmStatus", vm).empty())
     return lie("it is not configured, has no process, and has a status");
   return std::nullopt;

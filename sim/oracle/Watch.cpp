@@ -34,6 +34,9 @@ bool isCrash(int waitStatus) {
 Watch::Watch(World& world, Ledger& ledger, Diary& diary)
     : world_(world), ledger_(ledger), diary_(diary) {
   world.qemus.added = [this](pid_t pid, const Qemu& qemu) { handleQemu(pid, qemu); };
+  world.qemus.bared = [this](const std::string& vm, const std::string& card) {
+    fail("carrier", vm, "its card " + card + " loses its carrier while its guest runs");
+  };
   world.machine.processes.ending.push_back(
       [this](const Process& process, int waitStatus) { handleEnd(process, waitStatus); });
   world.machine.network.removing = [this](const Link& link) { handleRemoval(link); };
@@ -88,6 +91,8 @@ void Watch::handleEnd(const Process& process, int waitStatus) {
     handleGuestsEnd(its, waitStatus);
     return;
   }
+  if (isQemu(process) && WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 1)
+    ledger_.lastWordIs(vmOf(process), QemuManner::refusal);
   if (isShim(process)) handleShimsEnd(process, waitStatus);
   if (&process != world_.daemon()) return;
   ledger_.touchAll();

@@ -18,6 +18,7 @@ namespace sim {
 //   daemon-end    a daemon does
 //   abort         one of our programs does, or is ended by a fault of its own
 //   device        the daemon removes the device or entry of a guest that runs and was left alone
+//   carrier       a card of a guest that runs loses the device that is there
 //   signal        one of our programs signals a process that is none of its business
 //   close         one of our programs closes what is not open
 //   stands        the daemon does not come back to its loop for a while
