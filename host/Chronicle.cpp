@@ -86,6 +86,10 @@ void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const
     if (change.proof != statedb::Proof::history) continue;  // nobody need have done it
     if (change.record.table == model::table::vmConfig) tellVm(change, rows);
     if (change.record.table == model::table::vmIntent) tellIntent(change);
+    if (change.record.table == model::table::vmLimits)
+      addChange(change, "limits",
+                change.op == statedb::Op::put ? "limits: " + change.record.doc
+                                              : rt::String("no limits of its own any more"));
     if (change.record.table == model::table::interface)
       addChange(change, "interface",
                 "interface " + change.record.key +

@@ -41,8 +41,7 @@ inline constexpr std::array tables{
     Table{table::interface, false, false}, Table{table::daemon, true, false},
     Table{table::vmStatus, true, true},    Table{table::vmProcess, true, true},
     Table{table::vmProblem, true, true},   Table{table::interfaceStatus, true, false},
-    Table{table::fdb, true, false},
-    Table{table::event, true, false},
+    Table{table::fdb, true, false},        Table{table::event, true, false},
 };
 
 // For statedb, which is told which tables are status. One that is not known here is configuration.

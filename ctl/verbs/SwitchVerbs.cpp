@@ -233,10 +233,9 @@ void requireStart(Context& context, const VmRow& row) {
 Exit startVms(Context& context, const Arguments& arguments) {
   Configuration configuration(context, modeOf(arguments));
   if (modeOf(arguments) == Configuration::Mode::tell)
-    return forEach(context, namesOf(arguments, configuration.names()),
-                   [&](const rt::String& name) {
-                     context.tell(name + ": " + start(context, configuration, name));
-                   });
+    return forEach(context, namesOf(arguments, configuration.names()), [&](const rt::String& name) {
+      context.tell(name + ": " + start(context, configuration, name));
+    });
   std::map<rt::String, bool> hadEnded;
   Deed deed;
   deed.patience = arguments.timeout();

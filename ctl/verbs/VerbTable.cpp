@@ -60,8 +60,7 @@ constexpr Verb table[] = {
      addNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
-    {"start", "enable", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "",
-     "start VMs",
+    {"start", "enable", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "", "start VMs",
      "Starts virtual machines, and keeps them started: after a reboot too. One whose guest has "
      "ended\n"
      "by itself is started again. Done is: the status is enabled and Running.\n",
