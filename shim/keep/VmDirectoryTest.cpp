@@ -9,6 +9,8 @@
 
 #include "runtime/base/fakes/TestFolder.h"
 #include "shim/base/Failure.h"
+#include "shim/keep/BoundedLog.h"
+#include "shim/keep/ListeningSocket.h"
 #include "shim/keep/VmDirectory.h"
 
 namespace shim {
