@@ -134,6 +134,8 @@ class ProcessDirectory final : public MadeUpDirectory {
     if (entry == "oom_score_adj") return scoreFile(process);
     if (entry == "comm")
       return madeUpFile(device, [process] { return commandOf(*process) + "\n"; });
+    // Nobody logs in: who does something is who is root.
+    if (entry == "loginuid") return madeUpFile(device, [] { return std::string("4294967295"); });
     if (entry == "stat") return madeUpFile(device, [process] { return statOf(*process); });
     if (entry == "status")
       return madeUpFile(device,
@@ -142,7 +144,8 @@ class ProcessDirectory final : public MadeUpDirectory {
     return nullptr;
   }
   std::vector<std::string> entries() override {
-    return {"cmdline", "comm", "environ", "exe", "fd", "oom_score_adj", "root", "stat", "status"};
+    return {"cmdline",  "comm",          "environ", "exe",  "fd",
+            "loginuid", "oom_score_adj", "root",    "stat", "status"};
   }
 
  private:

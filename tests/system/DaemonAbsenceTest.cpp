@@ -118,9 +118,10 @@ TEST_F(DaemonsAbsence, IsNoAbsenceWhileItIsHeldAndWhoWaitsIsToldWhatIsSo) {
   const Ended list = world.vmctl({"list"});
   EXPECT_EQ(list.status, 0);
   EXPECT_EQ(list.err, "");
-  const Ended disable = world.vmctl({"disable", "web1", "--wait", "--timeout", "0.3"});
-  EXPECT_EQ(disable.status, 7);
-  EXPECT_THAT(disable.err, HasSubstr("web1: timed out after 0.3 s: enabled is true, "));
+  world.ctl({"disable", "web1"});
+  const Ended wait = world.vmctl({"wait", "web1", "--for", "enabled=false", "--timeout", "0.3"});
+  EXPECT_EQ(wait.status, 7);
+  EXPECT_THAT(wait.err, HasSubstr("web1: timed out after 0.3 s: enabled is true, "));
   EXPECT_THAT(world.guests("web1"), SizeIs(1));
   goOn();
   EXPECT_EQ(world.vmctl({"disable", "web1", "--wait", "--timeout", "20"}).status, 0);

@@ -133,7 +133,7 @@ TEST_F(QemuThatFails, ForWantOfMemoryIsShownStoppedWithTheCauseAndLeavesNothing)
   addPort("Ethernet1");
   start({"--qemu-reads", Vm::fakes::programs});
   bootVm("web1", withCard());  // with little memory it runs
-  world.ctl({"set", "web1", "memory=1500"});
+  world.ctl({"set", "web1", "memory=2100"});
   world.ctl({"restart", "web1"});
   expectStoppedFor("web1", "cannot set up guest memory");
 }
