@@ -9,6 +9,7 @@
 
 #include "ctl/Program.h"
 #include "ctl/machine/LinuxMachine.h"
+#include "ctl/machine/ShimCall.h"
 #include "model/ImageLook.h"
 #include "model/Tables.h"
 #include "statedb/OwnerSign.h"
@@ -103,6 +104,9 @@ CommandWords runVmctl(const std::vector<std::string>& words, statedb::StateDb& d
                    .holdConsole = {},
                    .joinConsole = {},
                    .viewConsole = {},
+                   .askShim = ctl::askShim,
+                   .userName = [] { return rt::String("root"); },
+                   .writeFile = {},
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = output,
