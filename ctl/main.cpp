@@ -134,7 +134,7 @@ rt::String userName() {
   uint32_t login = 0;
   const bool isKnown = (file >> login) && login != std::numeric_limits<uint32_t>::max();
   if (isKnown) return model::userName(login);
-  const rt::String sudo = environment("SUDO_USER").value_or("");
+  rt::String sudo = environment("SUDO_USER").value_or("");
   if (geteuid() == 0 && !sudo.empty()) return sudo;
   return model::userName(geteuid());
 }

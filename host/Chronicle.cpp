@@ -167,10 +167,10 @@ model::Event::Ptr happeningOf(const GuestEvent& event, const rt::String& resetBy
     return made;
   };
   if (event.kind() == word::reset) {
-    const auto made = of("reset", "note",
-                         !resetBy.empty()  ? rt::String("the guest was reset")
-                         : event.byGuest() ? rt::String("the guest reset itself")
-                                           : rt::String("the guest was reset, over its monitor"));
+    auto made = of("reset", "note",
+                   !resetBy.empty()  ? rt::String("the guest was reset")
+                   : event.byGuest() ? rt::String("the guest reset itself")
+                                     : rt::String("the guest was reset, over its monitor"));
     made->byIs(!resetBy.empty() ? resetBy : event.byGuest() ? rt::String("guest") : rt::String());
     return made;
   }

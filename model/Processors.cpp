@@ -30,7 +30,7 @@ std::optional<Processors> Processors::fromText(std::string_view text) {
 }
 
 rt::String Processors::text() const {
-  const rt::String whole = rt::toText(hundredths_ / parts);
+  rt::String whole = rt::toText(hundredths_ / parts);
   const uint32_t part = hundredths_ % parts;
   if (part == 0) return whole;
   const rt::String digits = rt::format("%02u", part);

@@ -50,7 +50,7 @@ Refusal refusalOf(const rt::String& vm, const ShimAnswer& answer) {
 }
 
 ShimAnswer asked(Context& context, const rt::String& vm, const rt::String& request) {
-  const ShimAnswer answer = context.world().askShim(
+  ShimAnswer answer = context.world().askShim(
       {guest::fileOf(context.directories().run, vm, guest::shimSocket), request, patience});
   if (answer.kind != ShimAnswer::Kind::done) throw refusalOf(vm, answer);
   return answer;
@@ -99,7 +99,7 @@ rt::String qemusName(std::string text) {
 
 // "keys":["ctrl","alt","delete"] of "ctrl-alt-delete".
 rt::String keysOf(const rt::String& combination) {
-  const std::string text = combination.str();
+  const std::string& text = combination.str();
   rt::String list;
   for (size_t at = 0; at <= text.size();) {
     const size_t end = std::min(text.find('-', at), text.size());

@@ -47,7 +47,7 @@ rt::String Budget::reserve(const Vm::VmConfig& vm) {
     waiting_.insert(name);
     return "memory: " + *refusal;
   }
-  if (const rt::String trouble = make(name, group); !trouble.empty()) return trouble;
+  if (rt::String trouble = make(name, group); !trouble.empty()) return trouble;
   waiting_.erase(name);
   groups_[name] = group;
   show();

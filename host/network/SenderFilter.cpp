@@ -47,7 +47,8 @@ std::array<bpf_insn, 14> programFor(rt::EthAddr sender) {
   constexpr int16_t copyAt = -8;
   constexpr uint8_t result = BPF_REG_0, second = BPF_REG_2, third = BPF_REG_3, fourth = BPF_REG_4,
                     stack = BPF_REG_10;
-  constexpr int move = BPF_ALU64 | BPF_MOV, differs = BPF_JMP32 | BPF_JNE | BPF_K;
+  constexpr int move = BPF_ALU64 | BPF_MOV, add = BPF_ALU64 | BPF_ADD,
+                differs = BPF_JMP32 | BPF_JNE | BPF_K;
   int32_t begin = 0;
   uint16_t end = 0;
   std::memcpy(&begin, sender.bytes().data(), sizeof begin);
@@ -55,7 +56,7 @@ std::array<bpf_insn, 14> programFor(rt::EthAddr sender) {
   return {
       instruction(move | BPF_K, second, 0, 0, senderAt),
       instruction(move | BPF_X, third, stack, 0, 0),
-      instruction(BPF_ALU64 | BPF_ADD | BPF_K, third, 0, 0, copyAt),
+      instruction(add | BPF_K, third, 0, 0, copyAt),
       instruction(move | BPF_K, fourth, 0, 0, ETH_ALEN),
       instruction(BPF_JMP | BPF_CALL, 0, 0, 0, BPF_FUNC_skb_load_bytes),
       instruction(differs, result, 0, 6, 0),
