@@ -65,9 +65,13 @@ uint64_t mebibytesIn(std::string_view bytes) {
 }
 
 rt::String grouped(uint64_t number) {
-  std::string digits = rt::toText(number).str();
-  for (size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
-  return digits;
+  const std::string digits = std::to_string(number);
+  rt::String text;
+  for (size_t at = 0; at < digits.size(); ++at) {
+    if (at != 0 && (digits.size() - at) % 3 == 0) text += ",";
+    text += std::string_view(digits).substr(at, 1);
+  }
+  return text;
 }
 
 }  // namespace model

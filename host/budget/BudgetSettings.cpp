@@ -35,7 +35,8 @@ model::Processor processorOf(const rt::String& acceleration, const MachineFiles&
 Budget::Settings budgetOf(const BudgetWish& wish, const MachineFiles& files) {
   const uint32_t memory = model::machineLimits().memory;
   const bool isSaid = wish.processors != model::Processors();
-  return {.share = {.memory = wish.memory != 0 ? wish.memory : model::usualCap(memory),
+  return {.group = {},
+          .share = {.memory = wish.memory != 0 ? wish.memory : model::usualCap(memory),
                     .processors = isSaid ? wish.processors : usualProcessors()},
           .reserve = model::usualReserve(memory),
           .processor = processorOf(wish.acceleration, files)};
