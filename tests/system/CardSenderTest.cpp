@@ -132,7 +132,8 @@ TEST_F(CardSender, MayBeAnyWhereTheDaemonIsToldSo) {
 TEST_F(CardSender, SendsNoMoreThanItsRate) {
   quiet();
   attach("own");
-  EXPECT_GE(arrivingOfAFlood("macvtap0"), 1000);  // as many as the other end has room for
+  const int unbounded = arrivingOfAFlood("macvtap0");  // as many as the other end has room for
+  EXPECT_GE(unbounded, 100);
   world.ctl({"set", "web1", "rateLimit=1"});
   const auto queue = [] { return run({"/sbin/tc", "qdisc", "show", "dev", "macvtap0"}).out; };
   ASSERT_TRUE(waitUntil([&] { return queue().find("tbf 766d: root") != std::string::npos; }))
@@ -140,7 +141,7 @@ TEST_F(CardSender, SendsNoMoreThanItsRate) {
   EXPECT_THAT(queue(), HasSubstr("rate 1Mbit"));
   const int arrived = arrivingOfAFlood("macvtap0");
   EXPECT_GE(arrived, 5);
-  EXPECT_LE(arrived, 500);
+  EXPECT_LT(arrived, unbounded);
   world.ctl({"set", "web1", "rateLimit=0"});
   EXPECT_TRUE(waitUntil([&] { return queue().find("tbf") == std::string::npos; })) << queue();
 }

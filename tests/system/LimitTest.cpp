@@ -127,7 +127,9 @@ TEST_F(Limited, GuestThatForksWithoutEndLeavesOthersTheirs) {
   addVm("web1");
   ASSERT_TRUE(lives("web1"));
   sleep(3);
-  EXPECT_LE(std::stoi(in("web1", "pids.current")), 512);
+  // So many may have been too much memory already, and then it has ended.
+  const std::string processes = in("web1", "pids.current");
+  EXPECT_TRUE(processes.empty() || std::stoi(processes) <= 512) << processes;
   EXPECT_THAT(world.ctl({"list"}), HasSubstr("web1"));
   world.ctl({"disable", "web1", "--wait"});
   EXPECT_TRUE(isGone("web1")) << "all that it made ends with it: " << in("web1", "cgroup.procs");
