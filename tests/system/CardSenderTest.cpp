@@ -1,18 +1,12 @@
 // What a guest's card lets through of what it sends, on real macvtap devices.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <linux/if_packet.h>
-#include <net/ethernet.h>
 #include <net/if.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstring>
 #include <fstream>
 
 #include "host/network/SenderFilter.h"
-#include "runtime/base/Check.h"
 #include "tests/system/DaemonFixture.h"
+#include "tests/system/Frames.h"
 
 namespace host::fakes {
 namespace {
@@ -35,50 +29,22 @@ class CardSender : public DaemonFixture {
     std::ifstream("/sys/class/net/peer1/statistics/rx_packets") >> packets;
     return packets;
   }
-  static void send(const std::string& device, const char* sender) {
-    const auto bytes = rt::EthAddr(rt::String(sender)).bytes();
-    ether_header header{};
-    std::memset(header.ether_dhost, 0xff, sizeof header.ether_dhost);
-    std::memcpy(header.ether_shost, bytes.data(), bytes.size());
-    header.ether_type = htons(0x88b5);  // for experiments
-    char frame[60] = {};
-    std::memcpy(frame, &header, sizeof header);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
-    const int sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    // A frame that is dropped counts as sent, or is ENOBUFS.
-    (void)sendto(sock, frame, sizeof frame, 0, reinterpret_cast<const sockaddr*>(&address),
-                 sizeof address);
-    close(sock);
-  }
   // How many of so many frames arrive.
   static int arriving(const std::string& device, const char* sender, int count = 10) {
+    const FrameSource source(device);
     const int before = received();
-    for (int i = 0; i < count; ++i) send(device, sender);
+    for (int i = 0; i < count; ++i) (void)source.send(everybody, sender);
     (void)waitUntil([&] { return received() - before >= count; }, 0.2);
     return received() - before;
   }
   // How many of three thousand long frames arrive that are sent as fast as can be.
   static int arrivingOfAFlood(const std::string& device) {
     constexpr int count = 3000;
-    char frame[1400] = {};
-    ether_header header{};
-    std::memset(header.ether_dhost, 0xff, sizeof header.ether_dhost);
-    const auto bytes = rt::EthAddr(rt::String(own)).bytes();
-    std::memcpy(header.ether_shost, bytes.data(), bytes.size());
-    header.ether_type = htons(0x88b5);
-    std::memcpy(frame, &header, sizeof header);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
-    const int sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    constexpr size_t size = 1400;
+    const FrameSource source(device);
     const int before = received();
-    for (int i = 0; i < count; ++i)
-      (void)sendto(sock, frame, sizeof frame, 0, reinterpret_cast<const sockaddr*>(&address),
-                   sizeof address);
+    for (int i = 0; i < count; ++i) (void)source.send(everybody, own, size);
     (void)waitUntil([&] { return received() - before >= count; }, 0.5);
-    close(sock);
     return received() - before;
   }
   static void quiet() { (void)run({"/sbin/sysctl", "-qw", "net.ipv6.conf.all.disable_ipv6=1"}); }

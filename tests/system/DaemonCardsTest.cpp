@@ -1,21 +1,17 @@
 // Which macvtap devices there are, which the daemon deletes, which it leaves to others and which it
 // makes anew, with scripted QEMUs.
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
-#include <linux/if_packet.h>
-#include <net/ethernet.h>
 #include <net/if.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstring>
 #include <fstream>
 
 #include "host/network/Taps.h"
 #include "runtime/base/Check.h"
 #include "runtime/net/EthAddr.h"
 #include "tests/system/DaemonFixture.h"
+#include "tests/system/Frames.h"
 #include "tests/system/PrivateMounts.h"
 
 namespace host::fakes {
@@ -84,7 +80,7 @@ class DaemonCards : public DaemonFixture {
     EXPECT_EQ(macOf("macvtap0"), secondMac);
     EXPECT_EQ(asked("second", "netdev_del"), givenUp);
     const int before = received("macvtap0");
-    sendFrame("peer-Ethernet2", secondMac);
+    EXPECT_TRUE(FrameSource("peer-Ethernet2").send(secondMac));
     EXPECT_TRUE(waitUntil([&] { return received("macvtap0") > before; }, 2));
     EXPECT_EQ(world.row("vmProblem", "second"), "");
   }
@@ -110,22 +106,6 @@ class DaemonCards : public DaemonFixture {
   }
   static std::string taps() {
     return run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out;
-  }
-  static void sendFrame(const std::string& device, const char* mac) {
-    const auto bytes = rt::EthAddr(rt::String(mac)).bytes();
-    ether_header header{};
-    std::memcpy(header.ether_dhost, bytes.data(), bytes.size());
-    header.ether_type = htons(0x88b5);  // for experiments
-    char frame[60] = {};
-    std::memcpy(frame, &header, sizeof header);
-    sockaddr_ll address{};
-    address.sll_family = AF_PACKET;
-    address.sll_ifindex = static_cast<int>(if_nametoindex(device.c_str()));
-    const int sock = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
-    const auto sent = sendto(sock, frame, sizeof frame, 0,
-                             reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    rt::check(sent == sizeof frame, "sendto");
-    close(sock);
   }
   // Does it while the daemon stands still, so that it hears of all at once.
   template <class Action>

@@ -58,6 +58,19 @@ void GuestFixture::expectShownRunning(const std::string& name) const {
   world.ctl({"wait", name, "--for", "state=Running", "--timeout", "40"});
 }
 
+bool GuestFixture::says(const std::string& name, const std::string& text) const {
+  return waitUntil(
+      [&] {
+        return world.vmctl({"why", name}).out.find(text) != std::string::npos;
+      },
+      30);
+}
+
+std::string GuestFixture::told(const std::string& name) const {
+  return world.vmctl({"why", name}).out + world.row("vmProcess", name) +
+         world.row("vmProblem", name) + world.log();
+}
+
 bool GuestFixture::becomes(const std::string& name, const std::string& state) const {
   return waitUntil([&] { return world.hasRow("vmStatus", name, R"("state":")" + state + "\""); });
 }

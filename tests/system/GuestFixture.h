@@ -33,6 +33,10 @@ class GuestFixture : public testing::Test {
   void runVm(const std::string& name, const std::vector<std::string>& more = {}) const;
   void expectShownRunning(const std::string& name) const;
   bool becomes(const std::string& name, const std::string& state) const;
+  // Whether 'vmctl why' comes to say that of it, within 30 s.
+  bool says(const std::string& name, const std::string& text) const;
+  // All that is said of it, for who has failed to see what he looked for.
+  std::string told(const std::string& name) const;
   // A guest that echoes what is typed runs, and so does its console.
   void expectEcho(const std::string& name, const std::string& text) const;
   // What a guest leaves is what it said, and what was said of it.

@@ -10,13 +10,6 @@ namespace {
 
 class LostGuest : public GuestFixture {
  protected:
-  bool says(const std::string& text) const {
-    return waitUntil(
-        [&] {
-          return world.vmctl({"why", "web1"}).out.find(text) != std::string::npos;
-        },
-        30);
-  }
   // The next daemon has the guest's shim before it, which stands still.
   pid_t freezeForTheNext() {
     bootVm("web1");
@@ -24,7 +17,7 @@ class LostGuest : public GuestFixture {
     world.end(SIGKILL);
     kill(shim, SIGSTOP);
     start({"--stop-timeout", "2"});
-    EXPECT_TRUE(says("it goes on, and nobody drives it")) << world.log();
+    EXPECT_TRUE(says("web1", "it goes on, and nobody drives it")) << told("web1");
     return shim;
   }
 };
@@ -32,12 +25,12 @@ class LostGuest : public GuestFixture {
 TEST_F(LostGuest, IsToldOfAndTakenUpOnceItsShimAnswersAgain) {
   start();
   const pid_t shim = freezeForTheNext();
-  EXPECT_TRUE(says("its shim does not answer"));
+  EXPECT_TRUE(says("web1", "its shim does not answer"));
   EXPECT_TRUE(world.hasRow("vmProcess", "web1", R"("endCause":"")"));
   const auto qemus = world.qemus("web1");
   kill(shim, SIGCONT);
   expectShownRunning("web1");
-  EXPECT_TRUE(says("web1 is wanted running and is running"));
+  EXPECT_TRUE(says("web1", "web1 is wanted running and is running"));
   EXPECT_EQ(world.qemus("web1"), qemus);
   expectEcho("web1", "unharmed");
 }
@@ -55,7 +48,7 @@ TEST_F(LostGuest, IsStartedAnewThoughItsShimStandsStillWhenItIsRestarted) {
   world.ctl({"restart", "web1", "--wait"});
   ASSERT_EQ(world.guests("web1").size(), 1U);
   EXPECT_NE(world.guests("web1").front(), shim);
-  EXPECT_TRUE(says("web1 is wanted running and is running"));
+  EXPECT_TRUE(says("web1", "web1 is wanted running and is running"));
 }
 
 TEST_F(LostGuest, OfTheSameDaemonIsHungUntilItsShimAnswersAgain) {
@@ -63,10 +56,10 @@ TEST_F(LostGuest, OfTheSameDaemonIsHungUntilItsShimAnswersAgain) {
   runVm("web1");
   const pid_t shim = world.guests("web1").front();
   kill(shim, SIGSTOP);
-  EXPECT_TRUE(says("web1 is wanted running, and is hung")) << world.ctl({"why", "web1"});
-  EXPECT_TRUE(says("its shim does not answer"));
+  EXPECT_TRUE(says("web1", "web1 is wanted running, and is hung")) << told("web1");
+  EXPECT_TRUE(says("web1", "its shim does not answer"));
   kill(shim, SIGCONT);
-  EXPECT_TRUE(says("web1 is wanted running and is running")) << world.ctl({"why", "web1"});
+  EXPECT_TRUE(says("web1", "web1 is wanted running and is running")) << told("web1");
 }
 
 TEST_F(LostGuest, OfTheSameDaemonIsEndedThoughItsShimStandsStill) {

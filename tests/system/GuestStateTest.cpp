@@ -17,18 +17,6 @@ using testing::MatchesRegex;
 
 class GuestState : public GuestFixture {
  protected:
-  // Whether vmctl comes to say that of the VM, within 20 s.
-  bool says(const std::string& name, const std::string& text) const {
-    return waitUntil(
-        [&] {
-          return world.vmctl({"why", name}).out.find(text) != std::string::npos;
-        },
-        20);
-  }
-  std::string told(const std::string& name) const {
-    return world.vmctl({"why", name}).out + world.row("vmProcess", name) +
-           world.row("vmProblem", name) + world.log();
-  }
   // How the VM's last run ended, once it has none.
   void expectEnd(const std::string& name, const std::string& cause, const std::string& why,
                  const std::string& author) const {

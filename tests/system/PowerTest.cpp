@@ -15,16 +15,6 @@ using testing::StartsWith;
 
 class Power : public GuestFixture {
  protected:
-  bool says(const std::string& name, const std::string& text) const {
-    return waitUntil(
-        [&] {
-          return world.vmctl({"why", name}).out.find(text) != std::string::npos;
-        },
-        20);
-  }
-  std::string told(const std::string& name) const {
-    return world.vmctl({"why", name}).out + world.row("vmProcess", name) + world.log();
-  }
   bool hasEnd(const std::string& name, const std::string& cause) const {
     return waitUntil(
         [&] {
