@@ -140,6 +140,8 @@ void Chronicle::configWasChanged(const std::vector<statedb::Change>& changes) {
 
 void Chronicle::problemIs(const rt::String& vm, const rt::String& text, ProblemSource source) {
   const char* const what = text.empty() ? nullptr : kindOf(source);
+  // A weightier one that others tell of hides what is known; it need not be mended.
+  if (!text.empty() && !what) return;
   const auto known = problems_.find(vm);
   if (known != problems_.end() && (known->second.text != text || !what)) {
     const char* const was = kindOf(known->second.source);

@@ -102,6 +102,15 @@ TEST_F(ChronicleTest, TellsProblemsOnceAndWhenTheyAreMended) {
                                   "problem web1 mended: no more: its row is refused"));
 }
 
+TEST_F(ChronicleTest, TellsOfNoMendingWhereAProblemIsHiddenByAWeightierOne) {
+  chronicle.problemIs("web1", "no such interface", ProblemSource::card);
+  chronicle.problemIs("web1", "QEMU ended", ProblemSource::qemu);
+  chronicle.problemIs("web1", "no such interface", ProblemSource::card);
+  EXPECT_THAT(news(), ElementsAre("card web1 card: no such interface"));
+  chronicle.problemIs("web1", "", ProblemSource::card);
+  EXPECT_THAT(news(), ElementsAre("card web1 mended: no more: no such interface"));
+}
+
 TEST_F(ChronicleTest, LeavesToOthersWhatTheyTell) {
   chronicle.problemIs("web1", "QEMU ended", ProblemSource::qemu);
   chronicle.problemIs("web1", "memory: changed", ProblemSource::restart);
