@@ -46,10 +46,13 @@ void NetworkSide::begin() {
   // After the interfaces' names: so a device is heard of under its interface at once.
   kernelLinks_ = rt::make<KernelLinks>(
       ground_.agent.kernel, interfaces_,
-      [this](uint32_t device, const rt::String& name, rt::EthAddr address) {
-        if (ground_.options.holdsSenders) senderGuard_.deviceIs(device, name, address);
-        rateGuard_.deviceIs(device, name, address);
-      },
+      LinkRecords::MacvtapSink{
+          .deviceIs =
+              [this](uint32_t device, const rt::String& name, rt::EthAddr address) {
+                if (ground_.options.holdsSenders) senderGuard_.deviceIs(device, name, address);
+                rateGuard_.deviceIs(device, name, address);
+              },
+          .deviceDel = [this](uint32_t device) { rateGuard_.deviceDel(device); }},
       [this] { cardHealer_->devicesChanged(); });
   janitor_.sweep();
 }

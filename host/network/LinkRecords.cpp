@@ -38,13 +38,14 @@ void LinkRecords::withdraw(uint32_t ifIndex, const KernelLink& link) {
   // Renamed, it stays, with what guests have on it.
   if (links_.contains(ifIndex)) failures.run([&] { names_->deviceLeaves(link.name); });
   failures.run([&] { status_->interfaceDel(keyOf(ifIndex)); });
+  if (link.macvtap) failures.run([&] { macvtap_.deviceDel(ifIndex); });
   if (link.canBeInterface) failures.run([&] { names_->deviceDel(link.name); });
   failures.rethrow();
 }
 
 void LinkRecords::present(uint32_t ifIndex, const KernelLink& link) {
   rt::FirstException failures;
-  if (link.macvtap) failures.run([&] { macvtap_(ifIndex, link.name, *link.macvtap); });
+  if (link.macvtap) failures.run([&] { macvtap_.deviceIs(ifIndex, link.name, *link.macvtap); });
   if (link.canBeInterface) failures.run([&] { names_->deviceIs(link.name); });
   failures.run([&] { status_->interfaceIs(keyOf(ifIndex), link.name); });
   failures.rethrow();

@@ -28,9 +28,12 @@ using KernelLinkTable = std::map<uint32_t, KernelLink>;  // by ifindex
 // Owned by KernelLinks, which reads that.
 class LinkRecords {
  public:
-  // Is told of each macvtap device that is there, or is another than it was.
-  using MacvtapSink =
-      std::function<void(uint32_t ifIndex, const rt::String& name, rt::EthAddr address)>;
+  // Is told of each macvtap device that is there, or is another than it was, and before that of
+  // each that is not any more.
+  struct MacvtapSink {
+    std::function<void(uint32_t ifIndex, const rt::String& name, rt::EthAddr address)> deviceIs;
+    std::function<void(uint32_t ifIndex)> deviceDel;
+  };
 
   LinkRecords(KernelNetInfo::Status::Ptr status, InterfaceNames::Ptr names, MacvtapSink macvtap)
       : status_(std::move(status)), names_(std::move(names)), macvtap_(std::move(macvtap)) {}

@@ -60,9 +60,15 @@ class LinkRecordsTest : public testing::Test {
                                rt::make<Interface::DeviceIntfStatusDir>(), [](const auto&) {});
   std::vector<std::string> macvtaps;  // that were told of
   LinkRecords records{
-      kernel, names, [this](uint32_t ifIndex, const rt::String& name, rt::EthAddr address) {
-        macvtaps.push_back(std::to_string(ifIndex) + " " + name.str() + " " + address.text().str());
-      }};
+      kernel,
+      names,
+      {.deviceIs =
+           [this](uint32_t ifIndex, const rt::String& name, rt::EthAddr address) {
+             macvtaps.push_back(std::to_string(ifIndex) + " " + name.str() + " " +
+                                address.text().str());
+           },
+       .deviceDel =
+           [this](uint32_t ifIndex) { macvtaps.push_back(std::to_string(ifIndex) + " gone"); }}};
 };
 
 TEST_F(LinkRecordsTest, HaveAllDevicesAndTheInterfacesAmongThem) {
@@ -141,8 +147,16 @@ TEST_F(LinkRecordsTest, TellOfAMacvtapOnceAndWhenItIsAnotherOrHasAnotherAddress)
   EXPECT_THAT(macvtaps, ElementsAre("7 macvtap0 52:54:00:12:34:01"));
   records.linksAre({{7, macvtap("52:54:00:12:34:01", 1)}});
   records.linksAre({{7, macvtap("52:54:00:12:34:02", 1)}});
-  EXPECT_THAT(macvtaps, ElementsAre("7 macvtap0 52:54:00:12:34:01", "7 macvtap0 52:54:00:12:34:01",
-                                    "7 macvtap0 52:54:00:12:34:02"));
+  EXPECT_THAT(macvtaps,
+              ElementsAre("7 macvtap0 52:54:00:12:34:01", "7 gone", "7 macvtap0 52:54:00:12:34:01",
+                          "7 gone", "7 macvtap0 52:54:00:12:34:02"));
+}
+
+TEST_F(LinkRecordsTest, TellOfAMacvtapThatIsGone) {
+  records.linksAre({{2, {"eth0", true}}, {7, {"macvtap0", false, 0, rt::EthAddr()}}});
+  macvtaps.clear();
+  records.linksAre({});
+  EXPECT_THAT(macvtaps, ElementsAre("7 gone"));
 }
 
 TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
@@ -157,7 +171,7 @@ TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
 TEST_F(LinkRecordsTest, AreTheKernelsFromTheBeginning) {
   const rt::ActivityManager manager;
   const auto links = rt::make<KernelLinks>(
-      kernel, names, [](auto...) {}, [] {});
+      kernel, names, LinkRecords::MacvtapSink{[](auto...) {}, [](auto) {}}, [] {});
   EXPECT_THAT(devices(), Contains("1 lo"));
   EXPECT_THAT(interfaces(), testing::Not(Contains("lo")));
 }

@@ -15,7 +15,7 @@ void RateGuard::deviceIs(uint32_t device, const rt::String& name, rt::EthAddr ad
   if (!set(device, known)) devices_.erase(device);
 }
 
-// A device that is gone is noticed here.
+// One that is gone, and was not told of yet, is noticed here.
 void RateGuard::ratesAre() {
   for (auto at = devices_.begin(); at != devices_.end();) {
     auto& [number, device] = *at;

@@ -55,7 +55,17 @@ TEST_F(RateGuardTest, LimitsADeviceThatIsThereWhenItsRateIsAnother) {
   EXPECT_THAT(take(), ElementsAre("7 0"));
 }
 
-TEST_F(RateGuardTest, ForgetsADeviceThatIsGone) {
+TEST_F(RateGuardTest, LeavesADeviceAloneThatIsGone) {
+  guard.deviceIs(7, "macvtap0", first);
+  guard.deviceIs(8, "macvtap0", first);
+  guard.deviceDel(7);
+  take();
+  rates[first] = 10;
+  guard.ratesAre();
+  EXPECT_THAT(take(), ElementsAre("8 10"));
+}
+
+TEST_F(RateGuardTest, ForgetsADeviceThatIsGoneUnheard) {
   rates[first] = 10;
   guard.deviceIs(7, "macvtap0", first);
   failure = "no such device";

@@ -34,6 +34,8 @@ class RateGuard {
 
   // A macvtap device is there, or has another address.
   void deviceIs(uint32_t device, const rt::String& name, rt::EthAddr address);
+  // It is gone.
+  void deviceDel(uint32_t device) { devices_.erase(device); }
   // Rates may be others.
   void ratesAre();
 
