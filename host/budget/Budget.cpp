@@ -1,6 +1,7 @@
 #include "host/budget/Budget.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "guest/GroupText.h"
@@ -25,10 +26,7 @@ void Budget::takeEarlier() {
     const auto known = groupFrom(name.str());
     if (!known) continue;
     Group group{settings_.group + "/" + name, known->need, true};
-    if (!isPopulated(group)) {
-      (void)tools_.files.removeDirectory(group.path);
-      continue;
-    }
+    if (isRemoved(group)) continue;
     // It may have been given more since.
     const uint64_t bound =
         model::mebibytesIn(tools_.files.read(group.path + "/memory.max").value_or("").str());
@@ -64,6 +62,7 @@ rt::String Budget::reserveMore(const rt::String& vm, uint64_t need) {
   }
   group.need += more;
   group.isLeaving = false;
+  group.hasLived = false;  // the one before is not the one who is awaited
   bound(vm, group);
   waiting_.erase(vm);
   show();
@@ -145,6 +144,12 @@ bool Budget::isPopulated(const Group& group) const {
   return events && guest::numberOf(events->str(), "populated") != 0;
 }
 
+// The kernel removes none that has a process, so it is the one to be asked.
+bool Budget::isRemoved(const Group& group) {
+  const int error = tools_.files.removeDirectory(group.path);
+  return error == 0 || error == ENOENT;
+}
+
 // With its bounds, before there is anybody in it: one that is bound later keeps what it has by
 // then.
 rt::String Budget::make(const rt::String& vm, const Group& group) {
@@ -176,8 +181,7 @@ void Budget::bound(const rt::String& vm, const Group& group) {
 // Returns whether it is gone.
 bool Budget::remove(const rt::String& vm) {
   const auto group = groups_.find(vm);
-  if (isPopulated(group->second)) return false;
-  (void)tools_.files.removeDirectory(group->second.path);
+  if (!isRemoved(group->second)) return false;
   groups_.erase(group);
   return true;
 }

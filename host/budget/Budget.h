@@ -74,6 +74,7 @@ class Budget final : public GuestBudget {
   uint64_t limitOf(const rt::String& vm, const Group& group) const;
   uint64_t given() const;
   bool isPopulated(const Group& group) const;
+  bool isRemoved(const Group& group);
   rt::String reserveMore(const rt::String& vm, uint64_t need);
   void takeEarlier();
   rt::String make(const rt::String& vm, const Group& group);

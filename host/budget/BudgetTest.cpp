@@ -123,6 +123,36 @@ TEST_F(BudgetTest, GivesNothingAwayThatADyingQemuStillHas) {
   EXPECT_FALSE(files.hasDirectory(group));
 }
 
+TEST_F(BudgetTest, GivesNothingAwayOfAGroupThatTheKernelDoesNotRemove) {
+  start("web1");
+  start("web2");
+  EXPECT_NE(reserve("web3"), "");
+  const std::string group = budget().groupOf("web1").str();
+  files.populate(group, false);
+  files.held.insert(group);
+  budget().ended("web1");
+  EXPECT_THAT(again, IsEmpty());
+  EXPECT_EQ(status->memoryGiven(), 716U);
+  budget_.reset();
+  (void)budget();
+  EXPECT_EQ(status->memoryGiven(), 716U) << "by the next daemon, too";
+  files.held.clear();
+  budget().look();
+  EXPECT_EQ(status->memoryGiven(), 358U);
+}
+
+TEST_F(BudgetTest, KeepsTheGroupOfAStartWhoseGuestBeforeLeavesIt) {
+  start("web1");
+  budget().pass(rt::Seconds(60));
+  budget().ended("web1");
+  EXPECT_EQ(reserve("web1"), "");
+  const std::string group = budget().groupOf("web1").str();
+  files.populate(group, false);
+  budget().look();
+  EXPECT_TRUE(files.hasDirectory(group));
+  EXPECT_EQ(status->memoryGiven(), 358U);
+}
+
 TEST_F(BudgetTest, EndsWhatAQemuHasLeftThatNobodyKeeps) {
   start("web1");
   const std::string group = budget().groupOf("web1").str();

@@ -24,6 +24,7 @@ class FakeMachineFiles final : public MachineFiles {
   std::map<std::string, std::string> files;
   std::map<std::string, int> errors;  // of a write into the file, or of making the directory
   std::vector<std::string> writes;    // "PATH=TEXT"
+  std::set<std::string> held;         // directories that are not removed, whatever is in them
 
   std::string at(const std::string& path) const {
     const auto found = files.find(path);
@@ -66,6 +67,7 @@ class FakeMachineFiles final : public MachineFiles {
   int removeDirectory(const rt::String& path) override {
     if (!hasDirectory(path.str())) return ENOENT;
     if (at(path.str() + "/cgroup.events") == "populated 1") return EBUSY;
+    if (held.contains(path.str())) return EBUSY;
     const std::string below = path.str() + "/";
     std::erase_if(files, [&](const auto& file) { return file.first.starts_with(below); });
     return 0;
