@@ -47,6 +47,7 @@ host::Janitor::Tools HostCardsWorld::janitorsTools() {
           .taps = [this] { return taps(); },
           .remove =
               [this](const rt::String& device) {
+                if (!deletes) throw rt::Exception("it is busy");
                 effects.add("janitor del " + device.str());
                 kernel.deviceDel(device.str());
               }};

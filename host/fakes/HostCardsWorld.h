@@ -53,7 +53,8 @@ class HostCardsWorld : public AgentWorld {
   const VmConfig::Ptr web1;
   const VmConfig::Ptr web2;
   bool kernelAnswers = true;
-  int looks = 0;  // at the kernel's macvtap devices
+  bool deletes = true;  // the kernel, what the janitor asks it to
+  int looks = 0;        // at the kernel's macvtap devices
 
   host::TraceLog traceLog{0, {}};
   const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();

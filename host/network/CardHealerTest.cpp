@@ -147,6 +147,20 @@ TEST_F(CardHealerTest, LeavesACardAloneWhoseInterfaceIsNotThere) {
   EXPECT_EQ(problem("web1"), "");
 }
 
+// Its guest has not got so far: what it waits for is heard of.
+TEST_F(CardHealerTest, LooksOnceAtACardThatWasNeverAttached) {
+  locked([&] { web1->enabledIs(true); });
+  ASSERT_EQ(card("web1")->status(), Vnic::linkUninitialized);
+  hear();
+  for (int i = 0; i < 40; ++i) {
+    advance(0.1);
+    turn();
+    locked([&] { healer->pass(); });
+  }
+  EXPECT_EQ(card("web1")->status(), Vnic::linkUninitialized);
+  EXPECT_EQ(looks, 1);
+}
+
 // Answers that never come.
 
 TEST_F(CardHealerTest, AttachesACardWhoseDetachingWasNeverAnswered) {
@@ -242,6 +256,29 @@ TEST_F(CardHealerTest, TellsWhatTheAgentSaysOfACardThatCannotBeAttached) {
   pass(400, 1);
   EXPECT_THAT(problem("web1"), HasSubstr("FAIL: cannot setup macvtap for web1"));
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap1"));
+}
+
+TEST_F(CardHealerTest, SeesNoObstacleInAStrangersDeviceThatIsDown) {
+  runBoth();
+  kernel.deviceDel("macvtap0");
+  netlink::deviceAdd("\x52\x54\x00\x12\x34\x01", "lan0", "Ethernet1", 4, nullptr);
+  kernel.nodeAfter = FakeKernel::never;
+  hear();
+  pass(400, 1);
+  EXPECT_THAT(problem("web1"), HasSubstr("FAIL: cannot setup macvtap for web1"));
+}
+
+// No record of the agent's changes then, so nobody else has the card looked at.
+TEST_F(CardHealerTest, TriesACureAgainThatHasChangedNothing) {
+  runBoth();
+  netlink::ifUp("macvtap0", netlink::AdminState::down);
+  deletes = false;
+  hear();
+  pass(2.5);
+  EXPECT_EQ(problem("web1"), "");
+  deletes = true;
+  pass(5);
+  EXPECT_TRUE(isAttached("web1"));
 }
 
 TEST_F(CardHealerTest, HoldsTheLoopUpSeldomForACardThatCannotBeAttached) {
