@@ -10,7 +10,7 @@ namespace {
 
 TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
   for (const char* name :
-       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb"})
+       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb", "event"})
     EXPECT_TRUE(isStatus(name)) << name;
   for (const char* name :
        {"vmConfig", "vmImage", "vmLimits", "vmIntent", "interface", "", "vmstatus"})
@@ -21,7 +21,7 @@ TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
   for (const char* name :
        {"vmConfig", "vmImage", "vmLimits", "vmIntent", "vmStatus", "vmProcess", "vmProblem"})
     EXPECT_TRUE(isOfVms(name)) << name;
-  for (const char* name : {"interface", "interfaceStatus", "fdb", "daemon", "vm"})
+  for (const char* name : {"interface", "interfaceStatus", "fdb", "event", "daemon", "vm"})
     EXPECT_FALSE(isOfVms(name)) << name;
 }
 
