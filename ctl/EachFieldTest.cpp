@@ -3,7 +3,7 @@
 #include "model/Tables.h"
 #include "model/VmFields.h"
 #include "model/VmImage.h"
-#include "model/VmLimits.h"
+#include "model/VmOwn.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -44,18 +44,19 @@ class EachField : public fakes::VmctlFixture {
     const auto vm = rt::make<Vm::VmConfig>("web1");
     const auto card = vm->vnicConfigIs("nic00");
     const auto image = rt::make<model::VmImage>("web1");
-    const auto limits = rt::make<model::VmLimits>("web1");
+    const model::VmOwn own("web1");
     for (const VmField& field : model::vmFields()) {
       rt::Entity* record = &*vm;
       if (field.isOfCard) record = &*card;
       if (field.table == model::table::vmImage) record = &*image;
-      if (field.table == model::table::vmLimits) record = &*limits;
+      if (model::isOwn(field.table)) record = &own.record(field.table);
       EXPECT_TRUE(model::valueIs(*record, field, sampleOf(field))) << field.name;
     }
     image->diskImageIs(vm->diskImage());
     put(model::table::vmConfig, "web1", statedb::documentOf(*vm));
     put(model::table::vmImage, "web1", statedb::documentOf(*image));
-    put(model::table::vmLimits, "web1", statedb::documentOf(*limits));
+    for (const auto& each : model::ownTables)
+      put(std::string(each.table), "web1", statedb::documentOf(own.record(each.table)));
   }
 };
 

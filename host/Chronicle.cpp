@@ -5,7 +5,7 @@
 #include "guest/EventWords.h"
 #include "host/database/FieldChanges.h"
 #include "host/database/Intents.h"
-#include "model/Tables.h"
+#include "model/VmOwn.h"
 #include "runtime/base/Text.h"
 
 namespace host {
@@ -86,10 +86,8 @@ void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const
     if (change.proof != statedb::Proof::history) continue;  // nobody need have done it
     if (change.record.table == model::table::vmConfig) tellVm(change, rows);
     if (change.record.table == model::table::vmIntent) tellIntent(change);
-    if (change.record.table == model::table::vmLimits)
-      addChange(change, "limits",
-                change.op == statedb::Op::put ? "limits: " + change.record.doc
-                                              : rt::String("no limits of its own any more"));
+    for (const auto& [table, member] : model::ownTables)
+      if (change.record.table == table) tellOwn(change, rt::String(member));
     if (change.record.table == model::table::interface)
       addChange(change, "interface",
                 "interface " + change.record.key +
@@ -97,6 +95,12 @@ void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const
                                                    : rt::String(" is the device of its name")));
   }
   before_.clear();
+}
+
+void Chronicle::tellOwn(const statedb::Change& change, const rt::String& member) {
+  const bool isThere = change.op == statedb::Op::put;
+  addChange(change, member,
+            isThere ? member + ": " + change.record.doc : "no " + member + " of its own any more");
 }
 
 void Chronicle::tellVm(const statedb::Change& change, const VmRows& rows) {

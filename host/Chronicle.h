@@ -38,6 +38,7 @@ class Chronicle {
   model::Event::Ptr made(const char* kind, const rt::String& vm, const rt::String& reason,
                          const char* severity, const rt::String& text) const;
   void addChange(const statedb::Change& change, const rt::String& reason, const rt::String& text);
+  void tellOwn(const statedb::Change& change, const rt::String& member);
   void tellVm(const statedb::Change& change, const VmRows& rows);
   void tellIntent(const statedb::Change& change);
 

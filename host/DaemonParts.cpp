@@ -64,7 +64,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .history = history_,
                .chronicle = chronicle_,
                .configuration = configuration_,
-               .limits = limits_,
+               .own = own_,
                .waiting = waiting_}),
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
       network_(ground_),
@@ -72,8 +72,8 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
       configFeed_(rt::make<ConfigFeed>(
           db,
           std::vector<rt::String>{model::table::interface, model::table::vmImage,
-                                  model::table::vmLimits, model::table::vmIntent,
-                                  model::table::vmConfig},
+                                  model::table::vmLimits, model::table::vmPolicy,
+                                  model::table::vmIntent, model::table::vmConfig},
           [this](const auto& changes, const auto& reached) { handleConfig(changes, reached); },
           ground_.clock)) {
   beginHistory(db, before);
@@ -146,10 +146,11 @@ void DaemonParts::imageIs(const rt::String& vm, const std::optional<statedb::Rec
 
 void DaemonParts::imageIsLost(const rt::String& vm) { guests_.imageIsLost(vm); }
 
-void DaemonParts::limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) {
-  limits_.rowIs(vm, row);
-  guests_.limitsAre(vm);
-  network_.limitsAre();
+void DaemonParts::ownRowIs(const rt::String& table, const rt::String& vm,
+                           const std::optional<statedb::Record>& row) {
+  own_.rowIs(table, vm, row);
+  guests_.ownRowIs(vm);
+  if (table == model::table::vmLimits) network_.limitsAre();
 }
 
 void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) { guests_.rowIs(vm, row); }

@@ -44,7 +44,8 @@ class DaemonParts : private ConfigurationTaker {
   void restartIsPast(const rt::String& vm, uint64_t number) override;
   void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) override;
   void imageIsLost(const rt::String& vm) override;
-  void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) override;
+  void ownRowIs(const rt::String& table, const rt::String& vm,
+                const std::optional<statedb::Record>& row) override;
   void rowIs(const rt::String& vm, const VmRow* row) override;
   void givenUpIs(const rt::String& vm, const rt::String& guest) override;
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
@@ -63,7 +64,7 @@ class DaemonParts : private ConfigurationTaker {
   History history_;
   Chronicle chronicle_;
   Configuration configuration_;
-  LimitRows limits_{model::machineLimits()};
+  OwnRows own_{model::machineLimits()};
   WaitingGuests waiting_;
   const Ground ground_;
   const Heartbeat::Ptr heartbeat_;

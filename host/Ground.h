@@ -8,7 +8,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/database/Configuration.h"
-#include "host/database/LimitRows.h"
+#include "host/database/OwnRows.h"
 #include "host/guests/Shims.h"
 #include "host/guests/VmStart.h"
 #include "host/guests/WaitingGuests.h"
@@ -31,7 +31,7 @@ struct Ground {
   Chronicle& chronicle;
   // The configuration as it was taken last, and the guests that wait for their VM's start.
   const Configuration& configuration;
-  const LimitRows& limits;
+  const OwnRows& own;
   WaitingGuests& waiting;
 };
 

@@ -41,7 +41,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .shims = ground.shims,
               .states = *states_,
               .images = images_,
-              .limits = ground.limits,
+              .own = ground.own,
               .budget = guestBudget(),
               .start = ground.start,
               .processes = processes_,
@@ -66,9 +66,9 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
       });
 }
 
-void GuestSide::limitsAre(const rt::String& vm) {
+void GuestSide::ownRowIs(const rt::String& vm) {
   if (budget_) budget_->limitsAre(vm);
-  supervisor_->limitsAreKnown(vm);
+  supervisor_->ownRowsAreKnown(vm);
 }
 
 void GuestSide::rowIs(const rt::String& vm, const VmRow* row) {
@@ -98,7 +98,7 @@ GuestBudget& GuestSide::guestBudget() {
   groupWatch_ = rt::make<GroupWatch>([this] { budget_->look(); });
   budget_ = std::make_unique<Budget>(
       Budget::Tools{.files = machineFiles_,
-                    .limits = ground_.limits,
+                    .rows = ground_.own,
                     .watch = [this](const rt::String& path) { groupWatch_->watch(path); },
                     .again = [this](const rt::String& vm) { supervisor_->imageIsKnown(vm); },
                     .isKept = [this](const rt::String& vm) { return ground_.shims.isThere(vm); }},

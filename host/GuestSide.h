@@ -33,7 +33,7 @@ class GuestSide {
     images_.rowIs(vm, row);
   }
   void imageIsLost(const rt::String& vm) { images_.rowIsLost(vm); }
-  void limitsAre(const rt::String& vm);
+  void ownRowIs(const rt::String& vm);
   void rowIs(const rt::String& vm, const VmRow* row);
   void givenUpIs(const rt::String& vm, const rt::String& guest);
   // Who asked for what the VM's row, or its intent, says of its power now.

@@ -39,7 +39,7 @@ NetworkSide::NetworkSide(const Ground& ground)
       senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }),
       rateGuard_(rateLimiter_, [this](rt::EthAddr address) {
         const rt::String* const vm = vmOf(address);
-        return vm ? ground_.limits.limits(*vm)->rateLimit() : 0;
+        return vm ? ground_.own.limits(*vm)->rateLimit() : 0;
       }) {}
 
 void NetworkSide::begin() {

@@ -19,7 +19,7 @@
 #include "model/VmFields.h"
 #include "model/VmImage.h"
 #include "model/VmIntent.h"
-#include "model/VmLimits.h"
+#include "model/VmOwn.h"
 #include "runtime/records/Interface.h"
 #include "runtime/records/VmStatus.h"
 
@@ -124,6 +124,7 @@ TEST(Manual, HasEachFieldOfEachRow) {
   const std::map<std::string_view, rt::Ptr<rt::Entity>> records{
       {model::table::vmImage, rt::make<model::VmImage>("")},
       {model::table::vmLimits, rt::make<model::VmLimits>("")},
+      {model::table::vmPolicy, rt::make<model::VmPolicy>("")},
       {model::table::vmIntent, rt::make<model::VmIntent>("")},
       {model::table::interface, rt::make<Interface::IntfStatus>(rt::IntfId("Vlan1"))},
       {model::table::daemon, rt::make<model::DaemonStatus>("")},

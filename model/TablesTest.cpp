@@ -13,13 +13,13 @@ TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
        {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb", "event"})
     EXPECT_TRUE(isStatus(name)) << name;
   for (const char* name :
-       {"vmConfig", "vmImage", "vmLimits", "vmIntent", "interface", "", "vmstatus"})
+       {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "interface", "", "vmstatus"})
     EXPECT_FALSE(isStatus(name)) << name;
 }
 
 TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
-  for (const char* name :
-       {"vmConfig", "vmImage", "vmLimits", "vmIntent", "vmStatus", "vmProcess", "vmProblem"})
+  for (const char* name : {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "vmStatus",
+                           "vmProcess", "vmProblem"})
     EXPECT_TRUE(isOfVms(name)) << name;
   for (const char* name : {"interface", "interfaceStatus", "fdb", "event", "daemon", "vm"})
     EXPECT_FALSE(isOfVms(name)) << name;
@@ -28,7 +28,7 @@ TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
 TEST(Tables, AreListedOnce) {
   std::set<std::string_view> names;
   for (const Table& table : tables) EXPECT_TRUE(names.insert(table.name).second) << table.name;
-  EXPECT_EQ(names.size(), 12U);
+  EXPECT_EQ(names.size(), 13U);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "model/Tables.h"
 #include "model/VmImage.h"
 #include "model/VmLimits.h"
+#include "model/VmPolicy.h"
 #include "runtime/base/Check.h"
 #include "runtime/base/Text.h"
 
@@ -118,6 +119,16 @@ constexpr VmField fields[] = {
          [](std::string_view value, const MachineLimits&) {
            return rateLimitRight(rt::fromText<uint32_t>(value).value_or(0));
          }},
+    {.table = table::vmPolicy,
+     .name = "restart",
+     .takesEffectAtOnce = true,
+     .help = "started again when its guest has ended: no, on-failure or always",
+     .title = "Restart:",
+     .option = "restart",
+     .optionValue = "WHEN",
+     .optionHelp = "start it again when its guest ended: no (default), on-failure or always",
+     .right = [](std::string_view value, const MachineLimits&) { return restartRight(value); },
+     .values = [] { return std::span<const std::string_view>(restarts); }},
     {.table = table::vmConfig,
      .name = "model",
      .isOfCard = true,

@@ -7,7 +7,7 @@
 #include "model/Tables.h"
 #include "model/VmFields.h"
 #include "model/VmImage.h"
-#include "model/VmLimits.h"
+#include "model/VmOwn.h"
 
 namespace model {
 namespace {
@@ -35,7 +35,7 @@ class VmFields : public testing::Test {
   rt::Entity& recordOf(const VmField& field) {
     if (field.isOfCard) return *card;
     if (field.table == table::vmConfig) return *vm;
-    if (field.table == table::vmLimits) return *limitsOfVm;
+    if (isOwn(field.table)) return own.record(field.table);
     EXPECT_EQ(field.table, table::vmImage) << field.name;
     return *image;
   }
@@ -45,7 +45,7 @@ class VmFields : public testing::Test {
 
   const Vm::VmConfig::Ptr vm = rt::make<Vm::VmConfig>("web1");
   const VmImage::Ptr image = rt::make<VmImage>("web1");
-  const VmLimits::Ptr limitsOfVm = rt::make<VmLimits>("web1");
+  const VmOwn own{"web1"};
   Vm::VnicConfig::Ptr card;
 };
 
@@ -136,12 +136,12 @@ TEST_F(VmFields, SayWhatWouldBeRight) {
   EXPECT_TRUE(right(*cardFieldNamed("intfName"), ""));
 }
 
-TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheLimits) {
+TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheHostsOwn) {
   std::vector<std::string_view> atOnce;
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
   EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
-                                  "rateLimit"));
+                                  "rateLimit", "restart"));
 }
 
 }  // namespace

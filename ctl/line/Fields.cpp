@@ -95,7 +95,7 @@ using Problems = std::vector<rt::Problem>;
 
 rt::Entity& recordOf(const VmRecords& records, std::string_view table) {
   if (table == model::table::vmImage) return records.image;
-  if (table == model::table::vmLimits) return records.limits;
+  if (model::isOwn(table)) return records.own.record(table);
   return records.vm;
 }
 

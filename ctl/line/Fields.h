@@ -9,7 +9,7 @@
 
 #include "model/VmConfigCheck.h"
 #include "model/VmImage.h"
-#include "model/VmLimits.h"
+#include "model/VmOwn.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 
@@ -26,7 +26,7 @@ Assignment assignmentOf(const rt::String& word, const char* example);
 struct VmRecords {
   Vm::VmConfig& vm;
   model::VmImage& image;  // of `format` alone: which image it is of is not said here
-  model::VmLimits& limits;
+  const model::VmOwn& own;
 };
 
 // All of them or, where there are problems, those that have none. A field is one of

@@ -21,11 +21,11 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
-constexpr std::array<std::string_view, 25> vmFields{
-    "name",    "config",    "format",      "limits",  "status",  "process", "problem",
-    "removed", "unknown",   "stale",       "version", "wanted",  "actual",  "severity",
-    "since",   "reasons",   "next",        "end",     "attempt", "nextAt",  "stopDeadline",
-    "pid",     "startedAt", "qemuVersion", "resets"};
+constexpr std::array<std::string_view, 26> vmFields{
+    "name",         "config",  "format",    "limits",      "policy",  "status",  "process",
+    "problem",      "removed", "unknown",   "stale",       "version", "wanted",  "actual",
+    "severity",     "since",   "reasons",   "next",        "end",     "attempt", "nextAt",
+    "stopDeadline", "pid",     "startedAt", "qemuVersion", "resets"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {
@@ -90,7 +90,7 @@ class Reader {
       document_.vms.push_back(vm);
     if (!unread.empty()) document_.unread[*name] = std::move(unread);
     readFormat(json, *name);
-    readLimits(json, *name);
+    for (const auto& each : model::ownTables) readOwn(json, *name, each);
   }
 
   // Of an image of which nobody has said what it is, the format is null.
@@ -104,13 +104,14 @@ class Reader {
       document_.formats[name] = text;
   }
 
-  void readLimits(const JsonValue& vm, const rt::String& name) {
-    const auto json = vm.member("limits");
+  void readOwn(const JsonValue& vm, const rt::String& name, const model::OwnTable& table) {
+    const rt::String member(table.member);
+    const auto json = vm.member(member.charPtr());
     if (!json) return;
-    const auto limits = rt::make<model::VmLimits>(name);
-    for (const rt::Problem& problem : statedb::fill(*limits, json->dump()))
-      document_.problems.push_back(name + ": limits: " + problem.text());
-    document_.limits[name] = limits;
+    const model::VmOwn read(name);
+    for (const rt::Problem& problem : statedb::fill(read.record(table.table), json->dump()))
+      document_.problems.push_back(name + ": " + member + ": " + problem.text());
+    document_.own.try_emplace(name, model::VmOwn(name)).first->second.recordIs(table.table, read);
   }
 
   ApplyDocument& document_;

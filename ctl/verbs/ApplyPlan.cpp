@@ -4,7 +4,7 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/verbs/Configuration.h"
-#include "ctl/view/Limits.h"
+#include "ctl/view/OwnRows.h"
 #include "model/ConfigIndex.h"
 #include "model/RestartNeeded.h"
 #include "model/Tables.h"
@@ -50,14 +50,14 @@ std::vector<rt::String> changesOf(const Vm::VmConfig& before, const Vm::VmConfig
 // What is not said of a VM is as usual, but for the format of its image.
 struct Said {
   rt::String format;
-  model::VmLimits::Ptr limits;  // null: nothing
+  model::VmOwn own;
 };
 
 Said saidOf(const ApplyDocument& document, const rt::String& name) {
   const auto format = document.formats.find(name);
-  const auto limits = document.limits.find(name);
+  const auto own = document.own.find(name);
   return {format == document.formats.end() ? rt::String() : format->second,
-          limits == document.limits.end() ? nullptr : limits->second};
+          own == document.own.end() ? model::VmOwn(name) : own->second};
 }
 
 Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const Said& said) {
@@ -65,7 +65,7 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const Said& said) {
   Step step;
   step.name = vm->name();
   step.config = vm;
-  if (said.limits) step.limits = said.limits;
+  step.own = said.own;
   step.image = {format, !row || !row->config || row->config->diskImage() != vm->diskImage()};
   if (!row) {
     step.kind = StepKind::add;
@@ -73,14 +73,13 @@ Step stepOf(const VmRow* row, const Vm::VmConfig::Ptr& vm, const Said& said) {
   }
   step.revision = row->revision;
   step.imageBefore = row->image;
-  step.limitsBefore = row->limits;
-  step.limitsRevision = row->limitsRevision;
+  step.ownBefore = row->own;
   if (row->config) {
     step.changes = changesOf(*row->config, *vm);
     const rt::String known = step.image.isNamedNow ? "" : row->imageFormat();
     const rt::String wanted = format.empty() ? known : format;
     if (wanted != known) step.changes.push_back("format=" + quoted(wanted));
-    for (const rt::String& change : limitTexts(*step.limits, *step.limitsBefore))
+    for (const rt::String& change : ownTexts(step.own, step.ownBefore.records))
       step.changes.push_back(change);
     step.needsRestart = model::needsRestart({*row->config, known}, {*vm, wanted});
   } else {
@@ -108,9 +107,9 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
     const auto unread = found == document.unread.end() ? Problems() : found->second;
     for (const rt::Problem& problem : model::problemsOf(*step.config, index, limits))
       if (!isOfUnread(problem, unread)) plan.problems.push_back(step.name + ": " + problem.text());
-    for (const rt::Problem& problem :
-         model::fieldProblems(*step.limits, model::table::vmLimits, limits))
-      plan.problems.push_back(step.name + ": limits: " + problem.text());
+    for (const auto& [table, member] : model::ownTables)
+      for (const rt::Problem& problem : model::fieldProblems(step.own.record(table), table, limits))
+        plan.problems.push_back(step.name + ": " + member + ": " + problem.text());
   }
 }
 
@@ -119,7 +118,7 @@ void check(Plan& plan, const std::map<rt::String, VmRow>& rows, const ApplyDocum
 void putVm(Context& context, statedb::Transaction& transaction, const Step& step) {
   transaction.put(model::table::vmConfig, step.name, statedb::documentOf(*step.config));
   (void)putImage(context, transaction, *step.config, step.image, *step.imageBefore);
-  putLimits(transaction, step.name, *step.limits, {*step.limitsBefore, step.limitsRevision});
+  putOwn(transaction, step.name, step.own, step.ownBefore);
 }
 
 rt::String formatOf(const Step& step) {

@@ -20,9 +20,8 @@ struct Step {
   Vm::VmConfig::Ptr config{};  // as it will be; null when it is removed
   ImageWish image{};           // what is said of its disk image
   model::VmImage::Ptr imageBefore = rt::make<model::VmImage>("");  // never null
-  model::VmLimits::Ptr limits = rt::make<model::VmLimits>("");     // as they will be
-  model::VmLimits::Ptr limitsBefore = rt::make<model::VmLimits>("");
-  uint64_t limitsRevision = 0;
+  model::VmOwn own{};                                              // as it will be
+  OwnRows ownBefore{};
   std::vector<rt::String> changes{};  // such as "memory=512"
   bool needsRestart = false;
 };
@@ -32,7 +31,7 @@ struct Plan {
   std::vector<rt::String> problems;  // sentences: what is wrong with the outcome
 };
 
-// Writes the VM, what its disk image is, and its limits.
+// Writes the VM, what its disk image is, and the host's own rows.
 void putVm(Context& context, statedb::Transaction& transaction, const Step& step);
 // What its disk image is as far as that is known; empty: it is not.
 rt::String formatOf(const Step& step);

@@ -6,7 +6,7 @@
 #include "ctl/verbs/ApplyPlan.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
-#include "ctl/view/Limits.h"
+#include "ctl/view/OwnRows.h"
 #include "model/Tables.h"
 #include "statedb/EntityDocument.h"
 
@@ -44,10 +44,7 @@ statedb::Transaction transactionOf(Context& context, const Plan& plan) {
   for (const Step& step : plan.steps) {
     transaction.guard(model::table::vmConfig, step.name, step.revision);
     if (step.kind == StepKind::remove)
-      transaction.del(model::table::vmConfig, step.name)
-          .del(model::table::vmImage, step.name)
-          .del(model::table::vmLimits, step.name)
-          .del(model::table::vmIntent, step.name);
+      delVm(transaction, step.name);
     else if (step.kind != StepKind::keep)
       putVm(context, transaction, step);
   }
@@ -118,7 +115,7 @@ Exit exportVms(Context& context, const Arguments&) {
     (json += R"(,"config":)") += statedb::documentOf(*row.config);
     if (const rt::String format = row.imageFormat(); !format.empty())
       (json += R"(,"format":)") += quoted(format);
-    json += limitsMember(*row.limits);
+    json += ownMembers(row.own.records);
     json += '}';
     separator = ",";
   }

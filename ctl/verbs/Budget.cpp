@@ -20,10 +20,10 @@ std::optional<model::Room> roomOf(Context& context) {
                      .available = meminfo ? model::availableIn(meminfo->str()) : std::nullopt};
 }
 
-uint64_t needOf(Context& context, const Vm::VmConfig& vm, const model::VmLimits& limits) {
+uint64_t needOf(Context& context, const Vm::VmConfig& vm, const model::VmOwn& own) {
   const bool emulates = daemonStatus(context)->emulates();
   return model::memoryNeed(vm, emulates ? model::Processor::emulated : model::Processor::real) +
-         limits.memoryReserve();
+         own.limits->memoryReserve();
 }
 
 rt::String sizes(const model::DaemonStatus& daemon, const model::Room& room) {
@@ -43,18 +43,19 @@ rt::String sizes(const model::DaemonStatus& daemon, const model::Room& room) {
 }  // namespace
 
 void warnOfRoom(Context& context, const VmRow* before, const Vm::VmConfig& vm,
-                const model::VmLimits& limits) {
+                const model::VmOwn& own) {
   auto room = vm.enabled() ? roomOf(context) : std::nullopt;
   if (!room) return;
   // What its guest has now it gives back first.
   const bool runs = before && before->config && before->process->process() != "none";
   if (runs) {
-    const uint64_t own = std::min(needOf(context, *before->config, *before->limits), room->given);
-    room->given -= own;
-    room->touched -= std::min(own, room->touched);
-    if (room->available) *room->available += own;
+    const uint64_t had =
+        std::min(needOf(context, *before->config, before->own.records), room->given);
+    room->given -= had;
+    room->touched -= std::min(had, room->touched);
+    if (room->available) *room->available += had;
   }
-  if (const auto refusal = model::refusalOf(needOf(context, vm, limits), *room))
+  if (const auto refusal = model::refusalOf(needOf(context, vm, own), *room))
     context.complain(vm.name() + ": warning: it would not be started now: memory: " + *refusal);
 }
 

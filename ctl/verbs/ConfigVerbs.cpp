@@ -50,7 +50,7 @@ void tellChanged(Context& context, const Changed& changed,
   const rt::String& name = changed.after->name();
   const bool isOpenedOtherwise = changed.formatBefore != changed.formatAfter;
   if (statedb::documentOf(*changed.before) == statedb::documentOf(*changed.after) &&
-      !isOpenedOtherwise && isSame(*changed.limitsBefore, *changed.limitsAfter))
+      !isOpenedOtherwise && isSame(changed.ownBefore, changed.ownAfter))
     return context.tell(name + ": was so already");
   if (mode == Configuration::Mode::tell) return context.tell(name + ": would be changed");
   if (model::needsRestart({*changed.before, changed.formatBefore},
@@ -99,7 +99,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
   warnOfImage(context, *vm, added.formatAfter);
   warnOfSharedImage(context, configuration.configs(), *vm);
   warnOfInterfaces(context, *vm);
-  warnOfRoom(context, nullptr, *vm, *added.limitsAfter);
+  warnOfRoom(context, nullptr, *vm, added.ownAfter);
   if (modeOf(arguments) == Configuration::Mode::tell) {
     context.tell(name + (vm->enabled() ? ": would be added and enabled" : ": would be added"));
     return Exit::done;
@@ -135,7 +135,7 @@ Exit setVm(Context& context, const Arguments& arguments) {
   if (changed.before->diskImage() != changed.after->diskImage())
     warnOfSharedImage(context, configuration.configs(), *changed.after);
   if (isCardTouched) warnOfInterfaces(context, *changed.after);
-  if (isRoomTouched) warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
+  if (isRoomTouched) warnOfRoom(context, &before, *changed.after, changed.ownAfter);
   tellChanged(context, changed, modeOf(arguments));
   return Exit::done;
 }

@@ -48,14 +48,11 @@ Configuration::Configuration(Context& context, Mode mode) : context_(context), m
 void Configuration::read() {
   rows_.clear();
   index_.emplace();
-  for (const statedb::Record& record :
-       context_.db()
-           .snapshot({model::table::vmConfig, model::table::vmImage, model::table::vmLimits})
-           .records) {
+  for (const statedb::Record& record : context_.db().snapshot(configTables()).records) {
     if (record.table != model::table::vmConfig) {  // which comes before all others
       if (const auto row = rows_.find(record.key); row != rows_.end()) {
         if (record.table == model::table::vmImage) row->second.image = imageOf(record);
-        if (record.table == model::table::vmLimits) limitsIs(row->second, record);
+        if (model::isOwn(record.table)) ownRowIs(row->second.own, record);
       }
       continue;
     }
@@ -113,8 +110,8 @@ void Configuration::commit(Changed& changed, const VmRow& known, const rt::Strin
   transaction.put(model::table::vmConfig, vm.name(), statedb::documentOf(vm));
   changed.formatBefore = known.imageFormat();
   changed.formatAfter = putImage(context_, transaction, vm, {format, isNamedNow}, *known.image);
-  changed.limitsBefore = known.limits;
-  putLimits(transaction, vm.name(), *changed.limitsAfter, {*known.limits, known.limitsRevision});
+  changed.ownBefore = known.own.records;
+  putOwn(transaction, vm.name(), changed.ownAfter, known.own);
   if (beside) beside(transaction);
   if (mode_ == Mode::write) context_.db().commit(transaction);
   index_->vmIs(vm);
@@ -141,8 +138,8 @@ Changed Configuration::add(const rt::String& name, const Change& change) {
     added.after = rt::make<Vm::VmConfig>(name);
     const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    added.limitsAfter = rt::make<model::VmLimits>(name);
-    change({*added.after, *image, *added.limitsAfter}, problems);
+    added.ownAfter = model::VmOwn(name);
+    change({*added.after, *image, added.ownAfter}, problems);
     require(*added.after, problems);
     commit(added, {}, image->format(), {});
   });
@@ -158,8 +155,8 @@ Changed Configuration::change(const rt::String& name, const Change& change, cons
     changed.after = copyOf(*known.config);
     const auto image = rt::make<model::VmImage>(name);
     std::vector<rt::Problem> problems;
-    changed.limitsAfter = copyOf(*known.limits);
-    change({*changed.after, *image, *changed.limitsAfter}, problems);
+    changed.ownAfter = copyOf(known.own.records);
+    change({*changed.after, *image, changed.ownAfter}, problems);
     require(*changed.after, problems);
     commit(changed, known, image->format(), beside);
   });

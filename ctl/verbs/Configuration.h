@@ -8,7 +8,7 @@
 
 #include "ctl/line/Fields.h"
 #include "ctl/verbs/Images.h"
-#include "ctl/view/Limits.h"
+#include "ctl/view/OwnRows.h"
 #include "ctl/view/VmRows.h"
 #include "model/ConfigIndex.h"
 
@@ -19,8 +19,8 @@ struct Changed {
   Vm::VmConfig::Ptr after;
   rt::String formatBefore;  // of the disk image; empty: nobody has said
   rt::String formatAfter;
-  model::VmLimits::Ptr limitsBefore = rt::make<model::VmLimits>("");  // never null
-  model::VmLimits::Ptr limitsAfter = rt::make<model::VmLimits>("");
+  model::VmOwn ownBefore;
+  model::VmOwn ownAfter;
 };
 
 // Whether the problem is of a field that could not be read: that has its default now, which says

@@ -4,7 +4,7 @@
 #include "ctl/verbs/ApplyPlan.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
-#include "ctl/view/Limits.h"
+#include "ctl/view/OwnRows.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 #include "statedb/EntityDocument.h"
@@ -31,7 +31,7 @@ rt::String documentOf(Context& context, const VmRow& row) {
   const rt::String format = row.imageFormat();
   const rt::String json = R"({"name":)" + quoted(row.name) + R"(,"config":)" + config +
                           (format.empty() ? "" : R"(,"format":)" + quoted(format)) +
-                          limitsMember(*row.limits) + "}";
+                          ownMembers(row.own.records) + "}";
   return JsonValue::parse(json) ? indented(json) : json + "\n";
 }
 

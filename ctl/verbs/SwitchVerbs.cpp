@@ -164,8 +164,7 @@ rt::String start(Context& context, Configuration& configuration, const rt::Strin
   const auto changed = configuration.change(
       name, [](const VmRecords& records, auto&) { records.vm.enabledIs(true); });
   warnOfImage(context, *changed.after, changed.formatAfter);
-  if (!changed.before->enabled())
-    warnOfRoom(context, &before, *changed.after, *changed.limitsAfter);
+  if (!changed.before->enabled()) warnOfRoom(context, &before, *changed.after, changed.ownAfter);
   if (!changed.before->enabled()) return onlyTells ? "would be enabled" : "enabled";
   const VmRow row = vmNamed(context, name);
   const bool isOff = row.process->process() == "none" && row.process->actual() != "starting" &&
@@ -209,10 +208,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
                                         "' first, or --force, which ends its guest");
     statedb::Transaction transaction;
     transaction.guard(model::table::vmConfig, name, row.revision);
-    transaction.del(model::table::vmConfig, name)
-        .del(model::table::vmImage, name)
-        .del(model::table::vmLimits, name)
-        .del(model::table::vmIntent, name);
+    delVm(transaction, name);
     context.db().commit(transaction);
   });
   return row;

@@ -30,8 +30,8 @@ void add(VmRow& row, const statedb::Record& record) {
     if (row.problem->problem().empty()) row.problem = nullptr;
   } else if (record.table == model::table::vmImage) {
     row.image = imageOf(record);
-  } else if (record.table == model::table::vmLimits) {
-    limitsIs(row, record);
+  } else if (model::isOwn(record.table)) {
+    ownRowIs(row.own, record);
   } else {
     configIs(row, record);
   }
@@ -68,13 +68,19 @@ std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json) {
                        {.switchAttribute = {}, .check = {}, .defaults = model::vmDefaults});
 }
 
-model::VmImage::Ptr imageOf(const statedb::Record& record) {
-  return recordOf<model::VmImage>(record);
+std::vector<rt::String> configTables() {
+  std::vector<rt::String> tables{model::table::vmConfig, model::table::vmImage};
+  for (const auto& each : model::ownTables) tables.emplace_back(each.table);
+  return tables;
 }
 
-void limitsIs(VmRow& row, const statedb::Record& record) {
-  row.limitsRevision = record.revision;
-  row.limits = recordOf<model::VmLimits>(record);
+void delVm(statedb::Transaction& transaction, const rt::String& name) {
+  for (const rt::String& table : configTables()) transaction.del(table, name);
+  transaction.del(model::table::vmIntent, name);
+}
+
+model::VmImage::Ptr imageOf(const statedb::Record& record) {
+  return recordOf<model::VmImage>(record);
 }
 
 model::DaemonStatus::Ptr daemonStatus(Context& context) {
@@ -90,8 +96,7 @@ void configIs(VmRow& row, const statedb::Record& record) {
 }
 
 std::vector<VmRow> allVms(Context& context) {
-  const statedb::Snapshot configs = context.db().snapshot(
-      {model::table::vmConfig, model::table::vmImage, model::table::vmLimits});
+  const statedb::Snapshot configs = context.db().snapshot(configTables());
   const statedb::Snapshot statuses =
       context.status({model::table::vmProblem, model::table::vmProcess, model::table::vmStatus});
   std::vector<VmRow> rows;
@@ -109,7 +114,7 @@ VmRow vmNamed(Context& context, const rt::String& name) {
   VmRow row;
   row.name = name;
   if (name.empty()) return row;  // no key can be
-  for (const char* table : {model::table::vmConfig, model::table::vmImage, model::table::vmLimits})
+  for (const rt::String& table : configTables())
     if (const auto record = context.db().record(table, name)) add(row, *record);
   for (const char* table :
        {model::table::vmStatus, model::table::vmProcess, model::table::vmProblem})

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "ctl/line/Context.h"
+#include "ctl/view/OwnRows.h"
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
 #include "model/VmImage.h"
-#include "model/VmLimits.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
 #include "runtime/records/VmStatus.h"
@@ -27,9 +27,7 @@ struct VmRow {
   model::VmProblem::Ptr problem;  // null: there is none
   // Never null: without a row, of no image.
   model::VmImage::Ptr image = rt::make<model::VmImage>("");
-  // Never null: without a row, the usual ones.
-  model::VmLimits::Ptr limits = rt::make<model::VmLimits>("");
-  uint64_t limitsRevision = 0;
+  OwnRows own;
 
   // What its disk image is opened as; empty: nobody has said yet.
   rt::String imageFormat() const {
@@ -38,7 +36,7 @@ struct VmRow {
   // The row of that table, one that vmFields() stand in; `config` is not null.
   const rt::Entity& record(std::string_view table) const {
     if (table == model::table::vmImage) return *image;
-    if (table == model::table::vmLimits) return *limits;
+    if (model::isOwn(table)) return own.records.record(table);
     return *config;
   }
   bool exists() const { return revision != 0; }
@@ -58,11 +56,15 @@ struct VmRow {
   bool isOff() const { return !(status && status->enabled()) && process->process() == "none"; }
 };
 
+// The tables that a VM's configuration stands in, vmConfig first.
+std::vector<rt::String> configTables();
+// Deletes all that was asked for of the VM.
+void delVm(statedb::Transaction& transaction, const rt::String& name);
+
 // Makes the VM what a document says, or returns all that keeps it from being read.
 std::vector<rt::Problem> fillVm(Vm::VmConfig& vm, std::string_view json);
 // Sets `config`, or says in `unreadable` why not.
 void configIs(VmRow& row, const statedb::Record& record);
-void limitsIs(VmRow& row, const statedb::Record& record);
 model::VmImage::Ptr imageOf(const statedb::Record& record);
 
 // All that are configured, that are unknown, and that are leaving, by name. Reads each table once.

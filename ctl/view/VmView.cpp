@@ -3,7 +3,7 @@
 #include <ctime>
 
 #include "ctl/line/Json.h"
-#include "ctl/view/Limits.h"
+#include "ctl/view/OwnRows.h"
 #include "ctl/view/StateView.h"
 #include "model/Tables.h"
 #include "model/VmFields.h"
@@ -49,7 +49,7 @@ rt::String limitsOf(const VmRow& row) {
   rt::String text;
   for (const model::VmField& field : model::vmFields()) {
     if (field.table != model::table::vmLimits) continue;
-    const rt::String value = model::valueOf(*row.limits, field);
+    const rt::String value = model::valueOf(*row.own.records.limits, field);
     if (value == model::valueOf(*usual, field)) continue;
     text += (text.empty() ? "" : ", ") + rt::String(field.name) + " " + value;
     if (field.kind == model::VmField::Kind::mebibytes) text += " MiB";
@@ -118,7 +118,7 @@ rt::String vmJson(const VmRow& row) {
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   const rt::String format = row.imageFormat();
   (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
-  json += limitsMember(*row.limits);
+  json += ownMembers(row.own.records);
   (json += R"(,"status":)") += row.status ? statedb::documentOf(*row.status) : "null";
   const model::VmProcess& process = *row.process;
   (json += R"(,"process":{"process":)") += quoted(process.process());

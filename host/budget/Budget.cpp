@@ -30,7 +30,7 @@ void Budget::takeEarlier() {
     // It may have been given more since.
     const uint64_t bound =
         model::mebibytesIn(tools_.files.read(group.path + "/memory.max").value_or("").str());
-    const uint64_t reserve = tools_.limits.limits(known->vm)->memoryReserve();
+    const uint64_t reserve = tools_.rows.limits(known->vm)->memoryReserve();
     group.need = std::max(group.need, bound - std::min(bound, reserve));
     groups_[known->vm] = group;
   }
@@ -130,7 +130,7 @@ model::Room Budget::room() const {
 }
 
 uint64_t Budget::limitOf(const rt::String& vm, const Group& group) const {
-  return group.need + tools_.limits.limits(vm)->memoryReserve();
+  return group.need + tools_.rows.limits(vm)->memoryReserve();
 }
 
 uint64_t Budget::given() const {
@@ -167,7 +167,7 @@ rt::String Budget::make(const rt::String& vm, const Group& group) {
 
 // A guest that has more than it is to have from now on would be ended: that waits.
 void Budget::bound(const rt::String& vm, const Group& group) {
-  for (const auto& [file, text] : valuesOf(*tools_.limits.limits(vm), limitOf(vm, group))) {
+  for (const auto& [file, text] : valuesOf(*tools_.rows.limits(vm), limitOf(vm, group))) {
     const rt::String path = group.path + "/" + file;
     const auto now = tools_.files.read(path);
     if (!now || *now == text + "\n") continue;

@@ -9,7 +9,7 @@
 #include "host/budget/GroupValues.h"
 #include "host/budget/GuestBudget.h"
 #include "host/budget/GuestsGroup.h"
-#include "host/database/LimitRows.h"
+#include "host/database/OwnRows.h"
 #include "model/GuestMemory.h"
 #include "model/StatusRecords.h"
 #include "runtime/base/Seconds.h"
@@ -33,7 +33,7 @@ class Budget final : public GuestBudget {
  public:
   struct Tools {
     MachineFiles& files;
-    const LimitRows& limits;
+    const OwnRows& rows;
     std::function<void(const rt::String& group)> watch;  // has look() called when it is empty
     std::function<void(const rt::String& vm)> again;     // a start that was refused may do now
     std::function<bool(const rt::String& vm)> isKept;    // the VM's guest has a shim

@@ -23,7 +23,7 @@ class BudgetTest : public testing::Test {
     if (!budget_)
       budget_ = std::make_unique<Budget>(
           Budget::Tools{.files = files,
-                        .limits = limits,
+                        .rows = rows,
                         .watch = [this](const rt::String& path) { watched.push_back(path.str()); },
                         .again = [this](const rt::String& vm) { again.push_back(vm.str()); },
                         .isKept = [this](const rt::String&) { return isKept; }},
@@ -41,7 +41,7 @@ class BudgetTest : public testing::Test {
     files.populate(budget().groupOf(vm).str(), true);
   }
   void limit(const char* vm, const char* doc) {
-    limits.rowIs(vm, statedb::Record{"vmLimits", vm, doc, 1, 1});
+    rows.rowIs("vmLimits", vm, statedb::Record{"vmLimits", vm, doc, 1, 1});
     budget().limitsAre(vm);
   }
   std::string in(const char* vm, const char* file) {
@@ -50,7 +50,7 @@ class BudgetTest : public testing::Test {
 
   fakes::FakeMachineFiles files;
   const GuestsShare share{1000, model::Processors(100)};
-  LimitRows limits{model::MachineLimits{.memory = 8192}};
+  OwnRows rows{model::MachineLimits{.memory = 8192}};
   const model::DaemonStatus::Ptr status = rt::make<model::DaemonStatus>("vmagentd");
   bool isKept = false;
   std::vector<std::string> watched;

@@ -2,7 +2,7 @@
 
 #include "host/base/Report.h"
 #include "host/database/Intents.h"
-#include "model/Tables.h"
+#include "model/VmOwn.h"
 #include "runtime/base/FirstException.h"
 
 namespace host {
@@ -28,10 +28,10 @@ void takeImage(const statedb::Change& change, ConfigurationTaker& taker) {
   taker.imageIsLost(vm);
 }
 
-void takeLimits(const statedb::Change& change, ConfigurationTaker& taker) {
-  const rt::String& vm = change.record.key;
-  if (change.op == Op::put) return taker.limitsAre(vm, change.record);
-  if (change.proof == Proof::history) taker.limitsAre(vm, std::nullopt);
+void takeOwn(const statedb::Change& change, ConfigurationTaker& taker) {
+  const auto& [table, vm] = std::tie(change.record.table, change.record.key);
+  if (change.op == Op::put) return taker.ownRowIs(table, vm, change.record);
+  if (change.proof == Proof::history) taker.ownRowIs(table, vm, std::nullopt);
 }
 
 }  // namespace
@@ -49,8 +49,8 @@ void Configuration::take(const std::vector<statedb::Change>& changes,
       failures.run([&] { takeInterface(change, taker); });
     } else if (change.record.table == model::table::vmImage) {
       takeImage(change, taker);
-    } else if (change.record.table == model::table::vmLimits) {
-      takeLimits(change, taker);
+    } else if (model::isOwn(change.record.table)) {
+      takeOwn(change, taker);
     } else if (change.record.table == model::table::vmIntent) {
       takeIntent(change, change.proof == Proof::comparison && !goesOn, taker);
       intents.insert(change.record.key);

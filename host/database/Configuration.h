@@ -25,8 +25,9 @@ class ConfigurationTaker {
   // Takes what the VM's disk image is opened as. Before the VM's own row.
   virtual void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) = 0;
   virtual void imageIsLost(const rt::String& vm) = 0;
-  // Takes what its guest may take of the machine. Before the VM's own row.
-  virtual void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) = 0;
+  // Takes the host's own row of the VM, of one of model::ownTables. Before that of vmConfig.
+  virtual void ownRowIs(const rt::String& table, const rt::String& vm,
+                        const std::optional<statedb::Record>& row) = 0;
   // Takes note that the VM's row is another now.
   virtual void rowIs(const rt::String& vm, const VmRow* row) = 0;
   // Takes which guest of the VM's an operator gave up; empty: none. When all rows are known.
@@ -42,7 +43,7 @@ class ConfigurationTaker {
 //   interface          | what it was: guests are on it
 //   vmIntent           | what it was; the numbers of a store that took its place ask for nothing
 //   vmImage            | what it was: the guest may have written into its disk by now
-//   vmLimits           | what it was: what others were promised stays
+//   vmLimits, vmPolicy | what it was: what others were promised stays
 //
 // Owned by the daemon.
 class Configuration {

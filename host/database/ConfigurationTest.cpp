@@ -58,8 +58,9 @@ class ConfigurationTest : public testing::Test, protected ConfigurationTaker {
   void imageIsLost(const rt::String& vm) override {
     effects.push_back("image " + vm.str() + " lost");
   }
-  void limitsAre(const rt::String& vm, const std::optional<statedb::Record>& row) override {
-    effects.push_back("limits " + vm.str() + " " + (row ? row->doc.str() : "none"));
+  void ownRowIs(const rt::String& table, const rt::String& vm,
+                const std::optional<statedb::Record>& row) override {
+    effects.push_back(table.str() + " " + vm.str() + " " + (row ? row->doc.str() : "none"));
   }
   void rowIs(const rt::String& vm, const VmRow* row) override {
     effects.push_back("row " + vm.str() +
@@ -105,9 +106,9 @@ TEST_F(ConfigurationTest, SaysWhatADiskImageIsBeforeItsVmIsKnown) {
 
 TEST_F(ConfigurationTest, SaysWhatAGuestMayTakeBeforeItsVmIsKnown) {
   EXPECT_THAT(take({put("vmConfig", "web1", "{}"), put("vmLimits", "web1", "{}")}, next),
-              ElementsAre("limits web1 {}", "row web1 1"));
+              ElementsAre("vmLimits web1 {}", "row web1 1"));
   EXPECT_THAT(take({lost("vmLimits", "web1")}, {"s2", 1, "h2"}), IsEmpty());
-  EXPECT_THAT(take({del("vmLimits", "web1")}, {"s2", 2, "h2"}), ElementsAre("limits web1 none"));
+  EXPECT_THAT(take({del("vmLimits", "web1")}, {"s2", 2, "h2"}), ElementsAre("vmLimits web1 none"));
 }
 
 TEST_F(ConfigurationTest, KeepsWhatIsLost) {

@@ -1,6 +1,7 @@
 // Shims that remember what they were told.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -25,10 +26,11 @@ class FakeShims final : public Shims {
   // Outlives it.
   explicit FakeShims(std::vector<std::string>& effects) : effects_(effects) {}
 
-  std::set<rt::String> gone;                    // VMs whose guest has no shim
-  std::vector<Told> told;                       // which row a guest is of
-  std::map<rt::String, rt::String> lastErrors;  // of each VM's QEMU
-  std::set<rt::String> deadSockets;             // VMs that have such
+  std::set<rt::String> gone;                             // VMs whose guest has no shim
+  std::vector<Told> told;                                // which row a guest is of
+  std::map<rt::String, rt::String> lastErrors;           // of each VM's QEMU
+  std::function<void(const rt::String& vm)> catchingUp;  // tells what was not told yet
+  std::set<rt::String> deadSockets;                      // VMs that have such
 
   std::vector<rt::String> caughtUp;  // VMs whose events were to be told at once
 
@@ -57,7 +59,10 @@ class FakeShims final : public Shims {
     sinks_ = follower->sinks;
     return follower;
   }
-  void catchUp(const rt::String& vm) override { caughtUp.push_back(vm); }
+  void catchUp(const rt::String& vm) override {
+    caughtUp.push_back(vm);
+    if (catchingUp) catchingUp(vm);
+  }
   void removeDeadSockets(const rt::String& vm) override { deadSockets.erase(vm); }
   void removeDeadSocketsOfAllBut(const std::set<rt::String>& living) override {
     std::erase_if(deadSockets, [&](const rt::String& vm) { return !living.contains(vm); });

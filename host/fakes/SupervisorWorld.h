@@ -146,7 +146,7 @@ class SupervisorWorld {
   TraceLog traceLog{0, {}};
   Fortune fortune;
   FakeImages images;
-  LimitRows limits{model::MachineLimits{.memory = 8192}};
+  OwnRows own{model::MachineLimits{.memory = 8192}};
   FakeBudget budget;
   FakeShims shims{fortune.effects};
   const Vm::Config::Ptr config = rt::make<Vm::Config>();

@@ -27,7 +27,8 @@ class NoTaker final : public ConfigurationTaker {
   void stopIs(const rt::String&, uint64_t, int32_t) override {}
   void imageIs(const rt::String&, const std::optional<statedb::Record>&) override {}
   void imageIsLost(const rt::String&) override {}
-  void limitsAre(const rt::String&, const std::optional<statedb::Record>&) override {}
+  void ownRowIs(const rt::String&, const rt::String&,
+                const std::optional<statedb::Record>&) override {}
   void rowIs(const rt::String&, const VmRow*) override {}
   void givenUpIs(const rt::String&, const rt::String&) override {}
 };

@@ -5,7 +5,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/budget/GuestBudget.h"
-#include "host/database/LimitRows.h"
+#include "host/database/OwnRows.h"
 #include "host/guests/GoingGuests.h"
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/ImageVerdict.h"
@@ -31,7 +31,7 @@ struct KeeperTools {
   Shims& shims;
   VmStates& states;
   ImageJudge& images;
-  const LimitRows& limits;
+  const OwnRows& own;
   GuestBudget& budget;
   AroundStart& start;
   const GuestProcesses& processes;

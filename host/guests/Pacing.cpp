@@ -18,9 +18,12 @@ Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
     return start(facts, now);
   }
   const bool isStarted = facts.statusEnabled && !facts.inVain;
-  if (isStarted) retryAt_ = never;
+  const bool isToStartAgain = isStarted && !facts.process && facts.again;
+  if (isStarted && !isToStartAgain) retryAt_ = never;
   // What is being tried may fail once more, as it did before.
   if (isStarted && !facts.starting) delay_ = firstDelay;
+  if (isStarted && facts.process && !facts.starting && !runsSince_) runsSince_ = now;
+  if (isToStartAgain) return startAgain(now);
   return isStarted || facts.process ? Step::none : retry(now);
 }
 
@@ -74,8 +77,22 @@ Step Pacing::retry(rt::Seconds now) {
   return Step::pulse;
 }
 
+// A guest that ends whenever it is started takes nothing but a little of the machine's time.
+Step Pacing::startAgain(rt::Seconds now) {
+  if (retryAt_ == never) {
+    if (runsSince_ && now - *runsSince_ >= longRun) restartDelay_ = firstDelay;
+    retryAt_ = now + restartDelay_;
+    restartDelay_ = std::min(restartDelay_ + restartDelay_, longestRestartDelay);
+  }
+  runsSince_.reset();
+  if (now < retryAt_) return Step::none;
+  retryAt_ = never;
+  return Step::pulse;
+}
+
 void Pacing::hurry() {
   delay_ = firstDelay;
+  restartDelay_ = firstDelay;
   again();
 }
 
@@ -85,6 +102,8 @@ void Pacing::again() {
 
 void Pacing::settle() {
   delay_ = firstDelay;
+  restartDelay_ = firstDelay;
+  runsSince_.reset();
   retryAt_ = never;
 }
 

@@ -23,6 +23,7 @@ struct VmFacts {
   bool adoptable = false;      // a guest is there that a start takes up
   bool starting = false;       // its guest was not let run yet, or not by this agent
   bool inVain = false;         // the agent takes its start for done, and has no guest of it
+  bool again = false;          // its guest has ended, and by its policy it is started again
   uint64_t restart = 0;        // the number of its restart intent
   uint64_t stop = 0;           // and of its stops that had a time of their own
   // What the guest gets to shut itself down by the last of either; nothing: as always.
@@ -52,11 +53,15 @@ enum class Step : uint8_t {
 //          |             |         |         | 1 s, 2 s, 4 s, ... 60 s
 //   yes    | yes         | no      | no, or  | pulse after 1 s, 2 s, 4 s, ... 60 s
 //          |             |         | in vain |
+//   yes    | yes         | no      | yes     | where its policy says so, pulse after 1 s, 2 s, 4 s,
+//          |             |         |         | ... 300 s; after 1 s again when it ran for 600 s
 //   otherwise                                | none
 class Pacing {
  public:
   static constexpr rt::Seconds firstDelay{1};
   static constexpr rt::Seconds longestDelay{60};
+  static constexpr rt::Seconds longestRestartDelay{300};
+  static constexpr rt::Seconds longRun{600};
 
   // `done`: the number of the restart that was carried out last. `patience`: how long a guest that
   // was asked may take.
@@ -98,6 +103,7 @@ class Pacing {
   rt::Seconds patienceFor(const VmFacts& facts) const;
   Step start(const VmFacts& facts, rt::Seconds now);
   Step retry(rt::Seconds now);
+  Step startAgain(rt::Seconds now);
   void schedule(rt::Seconds now);
   void settle();
 
@@ -109,6 +115,8 @@ class Pacing {
   uint64_t asked_ = 0;                   // how often operators had asked for an end by then
   rt::Seconds retryAt_ = never;
   rt::Seconds delay_ = firstDelay;
+  rt::Seconds restartDelay_ = firstDelay;
+  std::optional<rt::Seconds> runsSince_;  // its guest, if it does or has until it ended
 };
 
 }  // namespace host

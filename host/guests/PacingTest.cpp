@@ -187,6 +187,72 @@ TEST_F(PacingTest, HasNothingToHurryWhenNothingFailed) {
   EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
 }
 
+// A VM that is started again whenever its guest has ended, which it does after `life`: how long
+// each start waits.
+class PolicyPacingTest : public PacingTest {
+ protected:
+  double waits(rt::Seconds life) {
+    EXPECT_EQ(next(running), Step::none);
+    now = now + life;
+    const rt::Seconds ended = now;
+    while (next(endedByPolicy) != Step::pulse) now = pacing.wakeUp();
+    return (now - ended).value();
+  }
+  static constexpr VmFacts endedByPolicy{
+      .wanted = true, .switchedOn = true, .statusEnabled = true, .again = true};
+};
+
+TEST_F(PolicyPacingTest, StartsAGuestThatEndsAgainMoreAndMorePatiently) {
+  std::vector<double> all;
+  for (int i = 0; i < 11; ++i) all.push_back(waits(rt::Seconds(3)));
+  EXPECT_THAT(all, ElementsAre(1, 2, 4, 8, 16, 32, 64, 128, 256, 300, 300));
+}
+
+TEST_F(PolicyPacingTest, IsPatientFromTheBeginningAfterALongRun) {
+  for (int i = 0; i < 4; ++i) waits(rt::Seconds(599));
+  EXPECT_EQ(waits(rt::Seconds(600)), 1);
+  EXPECT_EQ(waits(rt::Seconds(3)), 2);
+}
+
+TEST_F(PolicyPacingTest, IsPatientFromTheBeginningOnceItWasRestarted) {
+  for (int i = 0; i < 4; ++i) waits(rt::Seconds(3));
+  EXPECT_EQ(next(with(endedByPolicy, 1)), Step::switchOff);
+  EXPECT_EQ(next(with(wanted, 1)), Step::switchOn);
+  EXPECT_EQ(waits(rt::Seconds(3)), 1);
+}
+
+TEST_F(PolicyPacingTest, CountsNoTimeInWhichItsGuestWasNotLetRun) {
+  waits(rt::Seconds(3));
+  VmFacts starting = running;
+  starting.starting = true;
+  EXPECT_EQ(next(starting), Step::none);
+  now = now + rt::Seconds(700);
+  EXPECT_EQ(waits(rt::Seconds(3)), 2);
+}
+
+TEST_F(PolicyPacingTest, LeavesAGuestEndedWhoseVmIsNotToBeStartedAgainAnyMore) {
+  EXPECT_EQ(next(endedByPolicy), Step::none);
+  VmFacts facts = endedByPolicy;
+  facts.again = false;
+  EXPECT_EQ(next(facts), Step::none);
+  EXPECT_EQ(pacing.wakeUp(), rt::Seconds::infinity());
+}
+
+TEST_F(PolicyPacingTest, StartsAtOnceWhenTheConfigurationChanged) {
+  for (int i = 0; i < 4; ++i) waits(rt::Seconds(3));
+  EXPECT_EQ(next(endedByPolicy), Step::none);
+  pacing.hurry();
+  EXPECT_EQ(next(endedByPolicy), Step::pulse);
+  EXPECT_EQ(waits(rt::Seconds(3)), 1);
+}
+
+TEST_F(PolicyPacingTest, SwitchesOffWhatIsNotWantedWhileItWaits) {
+  EXPECT_EQ(next(endedByPolicy), Step::none);
+  VmFacts facts = endedByPolicy;
+  facts.wanted = false;
+  EXPECT_EQ(next(facts), Step::switchOff);
+}
+
 TEST_F(PacingTest, DoesNotPulseWhileAProcessIsThere) {
   VmFacts facts = startFailed;
   facts.process = true;

@@ -135,9 +135,19 @@ VmFacts VmKeeper::facts() const {
           .adoptable = adoptable_,
           .starting = isStarting,
           .inVain = isUnmade_ || isOutOfReach(),
+          .again = isToStartAgain(),
           .restart = restart_,
           .stop = stop_,
           .within = within_};
+}
+
+// One that is ended to be started anew, or to be off, is no matter of its policy.
+bool VmKeeper::isToStartAgain() const {
+  if (hasProcess()) return false;
+  const rt::String& policy = tools_.own.policy(name_)->restart();
+  if (policy == model::restart::always) return true;
+  const auto end = tools_.states.lastEnd(name_);
+  return policy == model::restart::onFailure && (end ? end->isFailure : hasFailed_);
 }
 
 bool VmKeeper::act(rt::Seconds now) {
@@ -165,7 +175,9 @@ bool VmKeeper::act(rt::Seconds now) {
 // guest.
 void VmKeeper::processEnded() {
   const bool wasToEnd = !facts().switchedOn;
-  tools_.problems.problemIs(name_, ProblemSource::qemu, causeOfEnd());
+  const rt::String cause = causeOfEnd();
+  tools_.problems.problemIs(name_, ProblemSource::qemu, cause);
+  hasFailed_ = !cause.empty();
   isUnmade_ = pidOf(*process_.notifier()) <= 0;
   process_.notifierIs(nullptr);
   if (hasProcess()) return;
@@ -202,6 +214,7 @@ void VmKeeper::ended() {
   tools_.start.ended(name_);
   tools_.budget.ended(name_);
   tools_.shims.removeDeadSockets(name_);
+  showState();  // a policy goes by how it ended
 }
 
 // Why the process has ended; empty when nothing is wrong with that. One that was killed, or could
@@ -352,8 +365,11 @@ ImageVerdict::Kind VmKeeper::judgeImage() {
 
 void VmKeeper::write(Step step) {
   const bool wasOn = facts().statusEnabled;
-  if (step != Step::none) startedWith_ = nullptr;
-  if (step != Step::none) isUnmade_ = false;
+  if (step != Step::none) {
+    isPolicys_ = step == Step::pulse && wasOn && isToStartAgain();
+    startedWith_ = nullptr;
+    isUnmade_ = false;
+  }
   if (step == Step::switchOff) tools_.cards.switchingOff(name_);
   const TraceLog::Change change(tools_.traces, name_);
   rt::FirstException thrown;

@@ -51,7 +51,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void unknownIs(std::optional<UnknownGuest> guest);
   // What is known of its disk image is another thing now.
   void imageIsKnown();
-  void limitsAreKnown() { note(); }
+  void ownRowsAreKnown() { note(); }
 
   // Does at most one thing that may take long, and returns whether it did. To be called again then,
   // when it notes itself, and when wakeUp() has come. What the agent's handlers throw passes
@@ -94,6 +94,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void ended();
   rt::String causeOfEnd() const;
   VmFacts facts() const;
+  bool isToStartAgain() const;
   void tellGuest();
   std::optional<UnknownGuest> unknownGuest() const;
   bool isEnding() const;
@@ -119,8 +120,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   rt::String givenUp_;
   size_t survivors_ = 0;
   bool adoptable_ = false;
-  bool takesUp_ = false;   // the last start does, and its guest has not answered yet
-  bool isUnmade_ = false;  // the process of the last start
+  bool takesUp_ = false;    // the last start does, and its guest has not answered yet
+  bool isUnmade_ = false;   // the process of the last start
+  bool hasFailed_ = false;  // the last process, as far as the host sees
+  bool isPolicys_ = false;  // the last start
   rt::Seconds killAt_ = rt::Seconds::infinity();  // its process, which was told to end
   std::optional<UnknownGuest> unknown_;           // an earlier daemon's
   Vm::VmConfig::Ptr wanted_;                      // what is in force, switch and all; null: nothing

@@ -35,6 +35,7 @@ void VmKeeper::showState() {
        .isEnding = hasProcess() && isEnding(),
        .isOutOfReach = isOutOfReach(),
        .isStarted = facts().switchedOn && facts().statusEnabled,
+       .isStartedAgain = isPolicys_,
        .isRefused = (hasRow_ && !wanted_) ||
                     (isWanted && (image_.kind == ImageVerdict::Kind::refused || !noRoom_.empty())),
        .agentState = status_ ? status_->state() : rt::String(),
@@ -44,7 +45,7 @@ void VmKeeper::showState() {
 
 void VmKeeper::showRowProblem() {
   const auto unknown = hasProcess() ? unknownGuest() : std::nullopt;
-  const rt::String& row = rowProblem_.empty() ? tools_.limits.problem(name_) : rowProblem_;
+  const rt::String& row = rowProblem_.empty() ? tools_.own.problem(name_) : rowProblem_;
   tools_.problems.problemIs(name_, ProblemSource::config,
                             unknown ? problemOf(name_, *unknown) : row);
 }

@@ -82,9 +82,9 @@ void VmSupervisor::imageIsKnown(const rt::String& vm) {
   if (const auto found = keepers_.find(vm); found != keepers_.end()) found->second->imageIsKnown();
 }
 
-void VmSupervisor::limitsAreKnown(const rt::String& vm) {
+void VmSupervisor::ownRowsAreKnown(const rt::String& vm) {
   if (const auto found = keepers_.find(vm); found != keepers_.end())
-    found->second->limitsAreKnown();
+    found->second->ownRowsAreKnown();
 }
 
 bool VmSupervisor::pass() {

@@ -38,8 +38,8 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   void unknownIs(const rt::String& vm, std::optional<UnknownGuest> guest);
   // What is known of the VM's disk image is another thing now.
   void imageIsKnown(const rt::String& vm);
-  // What its guest may take is another thing now.
-  void limitsAreKnown(const rt::String& vm);
+  // The host's own rows of it are others now.
+  void ownRowsAreKnown(const rt::String& vm);
 
   // Once a pass of the loop: lets those act that have something to do, until one did what may take
   // long. Returns whether there is more to do at once. What a handler throws is reported, and the

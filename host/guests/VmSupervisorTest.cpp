@@ -274,14 +274,15 @@ TEST_F(VmSupervisorTest, LeavesTheLastValidRowInForce) {
 
 TEST_F(VmSupervisorTest, SaysWhichLimitsAreRefusedAndLeavesTheGuestAlone) {
   world.rowIs("web1", {});
-  world.limits.rowIs("web1", statedb::Record{"vmLimits", "web1", R"({"cpuWeight":0})", 1, 1});
-  world.supervisor->limitsAreKnown("web1");
+  world.own.rowIs("vmLimits", "web1",
+                  statedb::Record{"vmLimits", "web1", R"({"cpuWeight":0})", 1, 1});
+  world.supervisor->ownRowsAreKnown("web1");
   world.settle();
   EXPECT_EQ(world.problem("web1"),
             "config: vmLimits: cpuWeight: '0' is refused: must be 1 to 10000; 100 is usual");
   EXPECT_EQ(world.process("web1"), "running 100");
-  world.limits.rowIs("web1", std::nullopt);
-  world.supervisor->limitsAreKnown("web1");
+  world.own.rowIs("vmLimits", "web1", std::nullopt);
+  world.supervisor->ownRowsAreKnown("web1");
   world.settle();
   EXPECT_EQ(world.problem("web1"), "");
 }

@@ -20,12 +20,13 @@ enum class Wanted : uint8_t {
 struct KeeperView {
   Wanted wanted = Wanted::stopped;
   bool hasProcess = false;
-  bool mayGoOn = false;       // an earlier daemon's guest waits for its row
-  bool isEnding = false;      // it was asked to end, or is switched off
-  bool isOutOfReach = false;  // its guest goes on, and nobody drives it
-  bool isStarted = false;     // the agent takes its start for done
-  bool isRefused = false;     // its row, or its image, keeps it from being started
-  rt::String agentState;      // "Starting", "Running", "Stopped" or empty
+  bool mayGoOn = false;         // an earlier daemon's guest waits for its row
+  bool isEnding = false;        // it was asked to end, or is switched off
+  bool isOutOfReach = false;    // its guest goes on, and nobody drives it
+  bool isStarted = false;       // the agent takes its start for done
+  bool isStartedAgain = false;  // by its policy, when the guest before had ended
+  bool isRefused = false;       // its row, or its image, keeps it from being started
+  rt::String agentState;        // "Starting", "Running", "Stopped" or empty
   rt::Seconds tryAt = rt::Seconds::infinity();   // when its start is tried again
   rt::Seconds stopAt = rt::Seconds::infinity();  // when it is switched off that was asked to end
 };
@@ -38,6 +39,7 @@ struct Situation {
   bool isOutOfReach = false;
   bool isUnanswered = false;  // the agent had no answer for ten seconds
   bool isStarted = false;
+  bool isStartedAgain = false;
   bool isRefused = false;
   rt::String agentState;
   std::optional<uint64_t> nextUp;  // when its start is tried again, in ms since boot

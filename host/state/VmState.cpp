@@ -8,7 +8,8 @@ namespace {
 
 using model::ProblemSource;
 
-constexpr uint64_t hungAfter = 10'000;  // ms
+constexpr uint64_t hungAfter = 10'000;   // ms
+constexpr uint64_t isNewsFor = 600'000;  // ms, that a guest had ended
 
 constexpr std::array wantedWords{"stopped", "running", "gone", "unknown"};
 constexpr std::array actualWords{"stopped", "starting", "running",  "paused", "stopping",
@@ -115,6 +116,16 @@ Reason ofPause(const Situation& now) {
   }
 }
 
+// It runs as it should, and an operator may wonder since when.
+bool isJustStartedAgain(const Situation& now) {
+  return now.isStartedAgain && now.problem.empty() && now.end.cause != EndCause::none &&
+         now.run.startedUp != 0 && now.nowUp < now.run.startedUp + isNewsFor;
+}
+
+Reason ofStartAgain(const Situation& now) {
+  return {"started-again", "it was started again: " + now.end.text, "started again"};
+}
+
 // What it does is not known to have changed.
 bool isCutOff(const Situation& now) { return now.isOutOfReach && now.hasProcess && !now.isEnding; }
 
@@ -149,7 +160,7 @@ rt::String severityOf(const Situation& now) {
     case Actual::running:
       if (isCutOff(now)) return "bad";
       if (!now.problem.empty()) return isNote(now) ? "note" : "bad";
-      return isWanted(now) ? "ok" : "note";
+      return isWanted(now) && !isJustStartedAgain(now) ? "ok" : "note";
     case Actual::stopped:
       return isWanted(now) ? "note" : "ok";
     case Actual::starting:
@@ -187,6 +198,7 @@ Reason reasonOf(const Situation& now) {
       // Of a VM that is off, only its row can be wrong.
       return now.problemSource == ProblemSource::config ? ofProblem(now) : Reason{};
     case Actual::running:
+      return isJustStartedAgain(now) ? ofStartAgain(now) : ofProblem(now);
     case Actual::starting:
       return ofProblem(now);
   }
@@ -234,8 +246,11 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
 }
 
 std::optional<uint64_t> wakeUpOf(const Situation& now) {
-  if (!now.hasProcess || now.run.silentUp == 0 || isHung(now)) return std::nullopt;
-  return now.run.silentUp + hungAfter;
+  if (!now.hasProcess) return std::nullopt;
+  if (now.run.silentUp != 0 && !isHung(now)) return now.run.silentUp + hungAfter;
+  if (actualOf(now) == Actual::running && isJustStartedAgain(now))
+    return now.run.startedUp + isNewsFor;
+  return std::nullopt;
 }
 
 }  // namespace host

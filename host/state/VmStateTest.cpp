@@ -66,6 +66,21 @@ TEST(VmStateActual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   EXPECT_EQ(severityOf(vm), "bad");
 }
 
+TEST(VmStateReason, IsForTenMinutesThatItWasStartedAgain) {
+  auto vm = with(running(), [](Situation& v) {
+    v.isStartedAgain = true;
+    v.end = {.cause = EndCause::guestPanic, .text = "it ended so", .brief = "so"};
+    v.run.startedUp = now - 599'999;
+  });
+  EXPECT_EQ(reasonOf(vm).text, "it was started again: it ended so");
+  EXPECT_EQ(severityOf(vm), "note");
+  EXPECT_EQ(wakeUpOf(vm), now + 1);
+  vm.nowUp = now + 1;
+  EXPECT_EQ(reasonOf(vm).text, "");
+  EXPECT_EQ(severityOf(vm), "ok");
+  EXPECT_EQ(wakeUpOf(vm), std::nullopt);
+}
+
 TEST(VmStateActual, IsHungWhereItsShimDoesNotAnswerTheAgent) {
   const auto vm = with(running(), [](Situation& v) { v.isUnanswered = true; });
   EXPECT_EQ(actualOf(vm), Actual::hung);

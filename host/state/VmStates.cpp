@@ -149,6 +149,13 @@ void VmStates::tellState(const rt::String& vm, Entry& entry, const Situation& no
   others_.tell(event);
 }
 
+std::optional<End> VmStates::lastEnd(const rt::String& vm) const {
+  const auto found = entries_.find(vm);
+  if (found == entries_.end() || found->second.judged != found->second.run.run) return std::nullopt;
+  return found->second.end.cause == EndCause::none ? std::nullopt
+                                                   : std::optional(found->second.end);
+}
+
 void VmStates::askedBy(const rt::String& vm, const rt::String& who) {
   if (const auto found = entries_.find(vm); found != entries_.end()) found->second.askedBy = who;
 }
@@ -185,6 +192,7 @@ Situation VmStates::situationOf(const Entry& entry) const {
           .isOutOfReach = view.isOutOfReach,
           .isUnanswered = entry.isUnanswered,
           .isStarted = view.isStarted,
+          .isStartedAgain = view.isStartedAgain,
           .isRefused = view.isRefused,
           .agentState = view.agentState,
           .nextUp = upAt(view.tryAt),

@@ -40,6 +40,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   // Whether the VM's guest does not answer the agent.
   void unansweredIs(const rt::String& vm, bool isUnanswered);
   void eventIs(const GuestEvent& event);
+  // How its last run has ended; nothing: it goes on, or nobody knows of it.
+  std::optional<End> lastEnd(const rt::String& vm) const;
   // Which operator asked to end or start it last; empty: nobody knows.
   void askedBy(const rt::String& vm, const rt::String& who);
   // Which operator asked its shim for a reset last, and nobody asked since; empty: none.

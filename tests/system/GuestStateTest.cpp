@@ -71,6 +71,24 @@ TEST_F(GuestState, NamesTheSignalThatEndedQemuInOrder) {
   EXPECT_TRUE(says("web1", "terminating on signal 15")) << told("web1");
 }
 
+TEST_F(GuestState, IsRunningAgainWhereItsPolicySaysSo) {
+  start();
+  bootVm("web1", {"--restart", "on-failure"});
+  const int before = world.qemus("web1").front();
+  kill(before, SIGKILL);
+  EXPECT_TRUE(waitUntil(
+      [&] { return !world.qemus("web1").empty() && world.qemus("web1").front() != before; }, 20))
+      << told("web1");
+  EXPECT_TRUE(says("web1", "web1 is wanted running and is running")) << told("web1");
+  EXPECT_TRUE(says("web1", "it was started again: QEMU was killed by signal 9")) << told("web1");
+  EXPECT_TRUE(world.answersOnConsole("web1", "again", "again", 20)) << world.console("web1");
+  world.type("web1", powerOff);
+  expectEnd("web1", "guest-shutdown", "the guest shut itself down, after ", "guest");
+  EXPECT_TRUE(says("web1", "web1 is wanted running, and is stopped")) << told("web1");
+  world.ctl({"set", "web1", "restart=always"});
+  EXPECT_TRUE(says("web1", "web1 is wanted running and is running")) << told("web1");
+}
+
 TEST_F(GuestState, TellsThatNobodyKnowsWhoKilledQemu) {
   start();
   bootVm("web1");

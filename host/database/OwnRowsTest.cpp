@@ -1,20 +1,22 @@
-// The rows of vmLimits, judged.
+// The host's own rows of each VM, judged.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/database/LimitRows.h"
+#include "host/database/OwnRows.h"
 
 namespace host {
 namespace {
 
-class LimitRowsTest : public testing::Test {
+class OwnRowsTest : public testing::Test {
  protected:
-  void put(const char* doc) { rows.rowIs("web1", statedb::Record{"vmLimits", "web1", doc, 1, 1}); }
+  void put(const char* doc) {
+    rows.rowIs("vmLimits", "web1", statedb::Record{"vmLimits", "web1", doc, 1, 1});
+  }
 
-  LimitRows rows{model::MachineLimits{.memory = 1024}};
+  OwnRows rows{model::MachineLimits{.memory = 1024}};
 };
 
-TEST_F(LimitRowsTest, OfAVmWithoutOneAreTheUsual) {
+TEST_F(OwnRowsTest, OfAVmWithoutOneAreTheUsual) {
   const auto limits = rows.limits("web1");
   EXPECT_EQ(limits->cpuWeight(), model::usualWeight);
   EXPECT_EQ(limits->ioWeight(), model::usualWeight);
@@ -23,7 +25,7 @@ TEST_F(LimitRowsTest, OfAVmWithoutOneAreTheUsual) {
   EXPECT_EQ(rows.problem("web1"), "");
 }
 
-TEST_F(LimitRowsTest, AreWhatTheySay) {
+TEST_F(OwnRowsTest, AreWhatTheySay) {
   put(R"({"cpuWeight":50,"cpuMax":"1.5","memoryReserve":64,"ioWeight":7})");
   const auto limits = rows.limits("web1");
   EXPECT_EQ(limits->cpuWeight(), 50U);
@@ -33,7 +35,7 @@ TEST_F(LimitRowsTest, AreWhatTheySay) {
   EXPECT_EQ(rows.limits("web2")->cpuWeight(), model::usualWeight);
 }
 
-TEST_F(LimitRowsTest, ThatAreRefusedLeaveWhatWasInForce) {
+TEST_F(OwnRowsTest, ThatAreRefusedLeaveWhatWasInForce) {
   put(R"({"cpuWeight":50})");
   put(R"({"cpuWeight":0,"memoryReserve":2000})");
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), 50U);
@@ -45,15 +47,29 @@ TEST_F(LimitRowsTest, ThatAreRefusedLeaveWhatWasInForce) {
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), 70U);
 }
 
-TEST_F(LimitRowsTest, ThatAreRefusedFirstLeaveTheUsual) {
+TEST_F(OwnRowsTest, ThatAreRefusedFirstLeaveTheUsual) {
   put(R"({"cpuMax":2})");
   EXPECT_NE(rows.problem("web1"), "");
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
 }
 
-TEST_F(LimitRowsTest, ThatAreRemovedAreTheUsualAgain) {
+TEST_F(OwnRowsTest, AreEachOfItsTable) {
   put(R"({"cpuWeight":50})");
-  rows.rowIs("web1", std::nullopt);
+  rows.rowIs("vmPolicy", "web1",
+             statedb::Record{"vmPolicy", "web1", R"({"restart":"often"})", 1, 1});
+  EXPECT_EQ(rows.policy("web1")->restart(), "no");
+  EXPECT_EQ(rows.problem("web1"),
+            "vmPolicy: restart: 'often' is refused: must be no, on-failure or always");
+  rows.rowIs("vmPolicy", "web1",
+             statedb::Record{"vmPolicy", "web1", R"({"restart":"always"})", 1, 1});
+  EXPECT_EQ(rows.policy("web1")->restart(), "always");
+  EXPECT_EQ(rows.limits("web1")->cpuWeight(), 50U);
+  EXPECT_EQ(rows.problem("web1"), "");
+}
+
+TEST_F(OwnRowsTest, ThatAreRemovedAreTheUsualAgain) {
+  put(R"({"cpuWeight":50})");
+  rows.rowIs("vmLimits", "web1", std::nullopt);
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
 }
 
