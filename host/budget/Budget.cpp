@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "guest/GroupName.h"
 #include "guest/GroupText.h"
 #include "host/base/Report.h"
 
@@ -23,7 +24,7 @@ Budget::Budget(Tools tools, Settings settings, model::DaemonStatus::Ptr status)
 
 void Budget::takeEarlier() {
   for (const rt::String& name : tools_.files.directories(settings_.group)) {
-    const auto known = groupFrom(name.str());
+    const auto known = guest::groupFrom(name);
     if (!known) continue;
     Group group{settings_.group + "/" + name, known->need, true};
     if (isRemoved(group)) continue;
@@ -40,7 +41,7 @@ rt::String Budget::reserve(const Vm::VmConfig& vm) {
   const rt::String& name = vm.name();
   const uint64_t need = model::memoryNeed(vm, settings_.processor);
   if (groups_.contains(name) && !remove(name)) return reserveMore(name, need);
-  const Group group{settings_.group + "/" + groupNameOf(name, need), need};
+  const Group group{settings_.group + "/" + guest::groupNameOf(name, need), need};
   if (const auto refusal = model::refusalOf(limitOf(name, group), room())) {
     waiting_.insert(name);
     return "memory: " + *refusal;

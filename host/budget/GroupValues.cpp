@@ -14,8 +14,6 @@ constexpr uint32_t mostProcesses = 512;
 // Beside the daemon and the shims.
 constexpr uint32_t weightOfGuests = 50;
 
-constexpr std::string_view prefix = "vm-";
-
 rt::String bytesOf(uint64_t mebibytes) { return rt::toText(mebibytes << 20U); }
 
 rt::String quotaOf(const model::Processors& processors) {
@@ -45,19 +43,6 @@ std::vector<GroupValue> valuesOfAll(uint64_t memory, const model::Processors& pr
   std::vector<GroupValue> values = weightsOfAll();
   values.insert(values.end(), {{"memory.max", bytesOf(memory)}, {"cpu.max", quotaOf(processors)}});
   return values;
-}
-
-rt::String groupNameOf(const rt::String& vm, uint64_t need) {
-  return rt::String(prefix) + vm + "." + rt::toText(need);
-}
-
-std::optional<GroupName> groupFrom(std::string_view name) {
-  const size_t dot = name.rfind('.');
-  if (!name.starts_with(prefix) || dot == std::string_view::npos || dot <= prefix.size())
-    return std::nullopt;
-  const auto need = rt::fromText<uint64_t>(name.substr(dot + 1));
-  if (!need) return std::nullopt;
-  return GroupName{name.substr(prefix.size(), dot - prefix.size()), *need};
 }
 
 }  // namespace host
