@@ -3,20 +3,18 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "ctl/machine/HeldTerminal.h"
 #include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
 
@@ -28,70 +26,6 @@ constexpr std::string_view leave = "\x1d";          // Ctrl-]
 constexpr std::string_view leaveView = "\x1d\x03";  // and Ctrl-C
 // Typed and not yet taken by the guest; what is more is lost, so that Ctrl-] is always heard.
 constexpr size_t mostTyped = 4096;
-
-// A terminal that is raw as long as this lives.
-class RawTerminal {
- public:
-  explicit RawTerminal(int descriptor) : descriptor_(descriptor) {
-    if (tcgetattr(descriptor, &before_) != 0) return;
-    termios raw = before_;
-    cfmakeraw(&raw);
-    isRaw_ = tcsetattr(descriptor, TCSADRAIN, &raw) == 0;
-  }
-  RawTerminal(const RawTerminal&) = delete;
-  ~RawTerminal() {
-    if (isRaw_) (void)tcsetattr(descriptor_, TCSADRAIN, &before_);
-  }
-
- private:
-  const int descriptor_;
-  termios before_{};
-  bool isRaw_ = false;
-};
-
-// Signals that would end or stop the program, as something to read, as long as this lives.
-class HeldSignals {
- public:
-  HeldSignals() : descriptor_(hold()) {}
-  HeldSignals(const HeldSignals&) = delete;
-  ~HeldSignals() {
-    descriptor_.reset();
-    // Left for the caller to meet, now that all is put back.
-    if (signal_ != 0) (void)raise(signal_);
-    (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
-  }
-  int descriptor() const { return descriptor_.number(); }
-  void take() {
-    signalfd_siginfo info{};
-    if (read(descriptor_.number(), &info, sizeof info) == sizeof info)
-      signal_ = static_cast<int>(info.ssi_signo);
-  }
-
- private:
-  int hold() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&signals, signal);
-    const int descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
-    sigaddset(&signals, SIGTSTP);
-    (void)sigprocmask(SIG_BLOCK, &signals, &before_);
-    return descriptor;
-  }
-
-  sigset_t before_{};
-  int signal_ = 0;
-  rt::Descriptor descriptor_;
-};
-
-bool writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t size = write(descriptor, bytes.data(), bytes.size());
-    if (size < 0 && errno == EINTR) continue;
-    if (size <= 0) return false;
-    bytes.remove_prefix(static_cast<size_t>(size));
-  }
-  return true;
-}
 
 class Session {
  public:
