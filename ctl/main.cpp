@@ -21,6 +21,7 @@
 #include "ctl/machine/LinuxMachine.h"
 #include "ctl/machine/OutputBuffer.h"
 #include "ctl/machine/TemporaryFile.h"
+#include "ctl/machine/TerminalScreen.h"
 #include "ctl/verbs/Verbs.h"
 #include "model/ImageLook.h"
 #include "model/Tables.h"
@@ -62,24 +63,35 @@ rt::Seconds now() {
   return rt::Seconds(static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9);
 }
 
+uint64_t timeOfDayMs() {
+  timespec time{};
+  clock_gettime(CLOCK_REALTIME, &time);
+  return static_cast<uint64_t>(time.tv_sec) * 1000 + static_cast<uint64_t>(time.tv_nsec) / 1000000;
+}
+
 // Only what happens without being asked for: that its reader is gone.
 constexpr pollfd outLook{STDOUT_FILENO, 0, 0};
+
+// As poll() takes it: never too early.
+int millisecondsOf(rt::Seconds time) {
+  if (time == rt::Seconds::infinity()) return -1;
+  const double most = std::numeric_limits<int>::max();
+  return static_cast<int>(std::min(std::ceil(time.value() * 1000), most));
+}
 
 void waitReadable(std::span<const int> descriptors, rt::Seconds time) {
   std::vector<pollfd> looks;
   looks.reserve(descriptors.size());
   for (const int descriptor : descriptors) looks.push_back({descriptor, POLLIN, 0});
-  const double most = std::numeric_limits<int>::max();
-  const auto milliseconds = static_cast<int>(std::min(std::ceil(time.value() * 1000), most));
-  (void)poll(looks.data(), looks.size(), milliseconds);
+  (void)poll(looks.data(), looks.size(), millisecondsOf(time));
 }
 
 // False: nobody reads standard output any more.
-bool isReadWhileWaiting(std::span<const int> descriptors) {
+bool isReadWhileWaiting(std::span<const int> descriptors, rt::Seconds time) {
   std::vector<pollfd> looks{outLook};
   looks.reserve(descriptors.size() + 1);
   for (const int descriptor : descriptors) looks.push_back({descriptor, POLLIN, 0});
-  return poll(looks.data(), looks.size(), -1) < 0 || looks[0].revents == 0;
+  return poll(looks.data(), looks.size(), millisecondsOf(time)) < 0 || looks[0].revents == 0;
 }
 
 // An image may lie on a file system that does not answer.
@@ -151,8 +163,8 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   ctl::OutputBuffer outBuffer(STDOUT_FILENO);
   std::ostream out(&outBuffer);
-  const auto waitWhileRead = [&](std::span<const int> descriptors) {
-    if (!isReadWhileWaiting(descriptors)) out.setstate(std::ios::badbit);
+  const auto waitWhileRead = [&](std::span<const int> descriptors, rt::Seconds time) {
+    if (!isReadWhileWaiting(descriptors, time)) out.setstate(std::ios::badbit);
   };
   const auto holdConsole = [](const rt::String& pty) {
     return ctl::holdConsole(STDIN_FILENO, STDOUT_FILENO, pty);
@@ -173,6 +185,7 @@ int main(int argc, char** argv) {
                    .environment = environment,
                    .now = now,
                    .timeOfDay = [] { return static_cast<uint64_t>(std::time(nullptr)); },
+                   .timeOfDayMs = timeOfDayMs,
                    .waitReadable = waitReadable,
                    .waitWhileRead = waitWhileRead,
                    .imageFacts = imageFacts,
@@ -182,6 +195,7 @@ int main(int argc, char** argv) {
                    .holdConsole = holdConsole,
                    .joinConsole = joinConsole,
                    .viewConsole = viewConsole,
+                   .takeScreen = [] { return ctl::takeScreen(STDIN_FILENO, STDOUT_FILENO); },
                    .askShim = ctl::askShim,
                    .userName = userName,
                    .writeFile = writeFile,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "ctl/machine/Machine.h"
@@ -22,6 +23,15 @@ class FakeMachine final : public Machine {
   std::optional<rt::String> text(const rt::String& path) const override {
     const auto found = texts.find(path.str());
     return found == texts.end() ? std::nullopt : std::optional<rt::String>(found->second);
+  }
+  // Of what `texts` has below it.
+  std::vector<rt::String> names(const rt::String& directory) const override {
+    std::set<std::string> found;
+    const std::string path = directory.str() + "/";
+    for (const auto& [name, text] : texts)
+      if (name.starts_with(path))
+        found.insert(name.substr(path.size(), name.find('/', path.size()) - path.size()));
+    return {found.begin(), found.end()};
   }
   std::optional<uint64_t> freeSpace(const rt::String&) const override { return free; }
   ProgramEnd run(const std::vector<rt::String>& words) const override {

@@ -78,6 +78,28 @@ class VmctlFixture::PlayedFile final : public EditedFile {
   const rt::String name_;
 };
 
+// A screen at which a person types what the test's steps say.
+class VmctlFixture::PlayedScreen final : public Screen {
+ public:
+  explicit PlayedScreen(VmctlFixture& fixture) : fixture_(fixture) {}
+
+  Size size() const override { return {fixture_.columns_, fixture_.lines_}; }
+  bool show(const rt::String& lines) override {
+    fixture_.pictures_.push_back(lines.str());
+    return true;
+  }
+  Word listen(rt::Seconds time) override {
+    const char key = fixture_.keys_.empty() ? '\0' : fixture_.keys_.front();
+    fixture_.keys_.erase(0, 1);
+    if (key != '\0') return {Word::Kind::key, key};
+    fixture_.waitReadable({}, time);
+    return {};
+  }
+
+ private:
+  VmctlFixture& fixture_;
+};
+
 Answer VmctlFixture::vmctl(const std::string& command) {
   std::istringstream words(command);
   std::vector<rt::String> arguments;
@@ -116,8 +138,8 @@ World VmctlFixture::world() {
     if (found == files_.end()) throw rt::ErrnoException(ENOENT, path + " cannot be read");
     return found->second;
   };
-  const auto waitWhileRead = [this](auto descriptors) {
-    waitReadable(descriptors, rt::Seconds::infinity());
+  const auto waitWhileRead = [this](auto descriptors, rt::Seconds time) {
+    waitReadable(descriptors, time);
   };
   const auto holdConsole = [this](const rt::String& pty) {
     heldPty_ = pty.str();
@@ -136,6 +158,8 @@ World VmctlFixture::world() {
           .environment = environment,
           .now = [this] { return rt::Seconds(time_); },
           .timeOfDay = [this] { return timeOfDay_ + static_cast<uint64_t>(time_); },
+          .timeOfDayMs =
+              [this] { return timeOfDay_ * 1000 + static_cast<uint64_t>(time_ * 1000 + 0.5); },
           .waitReadable = [this](auto descriptors,
                                  rt::Seconds time) { waitReadable(descriptors, time); },
           .waitWhileRead = waitWhileRead,
@@ -147,6 +171,7 @@ World VmctlFixture::world() {
           .holdConsole = holdConsole,
           .joinConsole = joinConsole,
           .viewConsole = viewConsole,
+          .takeScreen = [this] { return std::make_unique<PlayedScreen>(*this); },
           .askShim = [this](const ShimCall& call) { return askShim(call); },
           .userName = [] { return rt::String("op1"); },
           .writeFile = [this](const rt::String& path,

@@ -82,6 +82,9 @@ class VmctlFixture : public testing::Test {
   std::vector<std::string> shimCalls_;
   std::map<std::string, ShimAnswer> shimAnswers_;  // by VM
   size_t columns_ = 80;
+  size_t lines_ = 24;
+  std::vector<std::string> pictures_;                    // that the screen showed
+  std::string keys_;                                     // that are pressed, one a wait; NUL: none
   double time_ = 1000;                                   // seconds; moves while the command waits
   static constexpr uint64_t timeOfDay_ = 1'700'000'000;  // at 0 of that
   int waits_ = 0;                                        // how often commands waited
@@ -97,6 +100,7 @@ class VmctlFixture : public testing::Test {
 
  private:
   class PlayedFile;
+  class PlayedScreen;
 
   statedb::StateDb open(const Directories& directories);
   std::unique_ptr<statedb::Store> store(statedb::Half half);

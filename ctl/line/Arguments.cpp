@@ -31,6 +31,8 @@ constexpr Option ownOptions[] = {
     {"follow", 'f', "", "go on with what is added, until it is interrupted", "logs events history"},
     {"since", 0, "TIME", "from then on: 1h, 23:50, yesterday, boot, ..."},
     {"after", 0, "SEQ", "what came behind the event of that number"},
+    {"count", 'n', "COUNT", "how often it is shown; without it, until it is interrupted"},
+    {"interval", 0, "S", "seconds between two times; 2 by default"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
     {"prune", 0, "", "remove the VMs that the document does not name"},

@@ -26,7 +26,7 @@ constexpr Synonym table[] = {
     {"get", "'vmctl list' shows all VMs, 'vmctl show NAME' one"},
     {"info,status,state,describe,inspect,dominfo,domstate,domiflist,domblklist",
      "'vmctl show NAME' tells all about a VM"},
-    {"top,stats", "what guests use is not shown; 'vmctl list' shows which run"},
+    {"stats,usage,htop", "'vmctl top' shows what guests take of the machine"},
     {"monitor", "'vmctl events' shows what happens, 'vmctl watch' how VMs are meanwhile"},
     {"audit,changes", "'vmctl events' shows what was changed, and by whom"},
     {"log,journal", "'vmctl logs NAME' shows what a guest wrote on its console"},

@@ -41,7 +41,7 @@ TEST_F(Synonyms, EndingAGuestAndDeletingItsVmAreToldApart) {
 }
 
 TEST_F(Synonyms, OfHarmlessWordsLeadToNothingHarmful) {
-  for (const char* verb : {"top", "import", "get", "ps", "describe"})
+  for (const char* verb : {"stats", "import", "get", "ps", "describe"})
     for (const char* harmful : {"stop", "remove", "restart", "'export'"})
       EXPECT_THAT(saidOf(verb), Not(HasSubstr(harmful))) << verb;
   EXPECT_THAT(saidOf("import"), HasSubstr("'vmctl apply -f FILE'"));

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <filesystem>
 
 #include "runtime/base/Descriptor.h"
 
@@ -77,6 +78,15 @@ std::optional<rt::String> LinuxMachine::text(const rt::String& path) const {
   const rt::Descriptor descriptor(open(path.charPtr(), O_RDONLY | O_CLOEXEC));
   if (!descriptor) return std::nullopt;
   return readAll(descriptor.number(), mostText);
+}
+
+std::vector<rt::String> LinuxMachine::names(const rt::String& directory) const {
+  std::vector<rt::String> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator at(directory.str(), error), end; !error && at != end;
+       at.increment(error))
+    names.emplace_back(at->path().filename().string());
+  return names;
 }
 
 std::optional<uint64_t> LinuxMachine::freeSpace(const rt::String& directory) const {

@@ -1,4 +1,4 @@
-// What 'vmctl doctor' looks at. A test answers instead.
+// What vmctl looks at to tell how the machine is. A test answers instead.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +29,8 @@ class Machine {
   virtual int openError(const rt::String& device) const = 0;
   // A small file, such as one of /proc.
   virtual std::optional<rt::String> text(const rt::String& path) const = 0;
+  // Of what is in a directory, in no order; none when it cannot be read.
+  virtual std::vector<rt::String> names(const rt::String& directory) const = 0;
   // Bytes that a directory's file system has for us.
   virtual std::optional<uint64_t> freeSpace(const rt::String& directory) const = 0;
   // Runs a program, which is found as a shell finds it, to its end.

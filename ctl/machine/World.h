@@ -10,6 +10,7 @@
 #include "ctl/machine/ConsoleSession.h"
 #include "ctl/machine/EditedFile.h"
 #include "ctl/machine/Machine.h"
+#include "ctl/machine/Screen.h"
 #include "ctl/machine/ShimCall.h"
 #include "model/DiskImage.h"
 #include "model/VmConfigCheck.h"
@@ -30,12 +31,12 @@ struct World {
   std::function<std::optional<rt::String>(const char* name)> environment;
   // Of a clock that only goes forward.
   std::function<rt::Seconds()> now;
-  std::function<uint64_t()> timeOfDay;  // seconds since 1970
+  std::function<uint64_t()> timeOfDay;    // seconds since 1970
+  std::function<uint64_t()> timeOfDayMs;  // milliseconds since 1970
   // Returns when one of the descriptors is readable, or the time is over.
   std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
-  // Returns when one of the descriptors is readable, or when nobody reads `out` any more, which is
-  // bad then.
-  std::function<void(std::span<const int> descriptors)> waitWhileRead;
+  // The same, and also when nobody reads `out` any more, which is bad then.
+  std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitWhileRead;
   std::function<model::ImageFacts(const rt::String& path)> imageFacts;
   // Absolute, or empty when it is not known.
   std::function<rt::String()> workingDirectory;
@@ -48,6 +49,8 @@ struct World {
   std::function<ConsoleEnd(const rt::String& socket)> joinConsole;
   // Shows on it what comes from there.
   std::function<ConsoleEnd(const rt::String& socket)> viewConsole;
+  // The screen of the terminal that standard input and `out` are.
+  std::function<std::unique_ptr<Screen>()> takeScreen;
   std::function<ShimAnswer(const ShimCall& call)> askShim;
   // Who runs this: the one who logged in, if that is known, and not whom he has become since.
   std::function<rt::String()> userName;

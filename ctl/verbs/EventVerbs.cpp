@@ -190,7 +190,7 @@ Exit run(Context& context, const Arguments& arguments, Wish wish) {
   (void)events.all();
   events.synced();
   while (context.world().out) {
-    context.world().waitWhileRead(bells);
+    context.world().waitWhileRead(bells, rt::Seconds::infinity());
     if (context.world().out) events.some();
   }
   return Exit::failed;

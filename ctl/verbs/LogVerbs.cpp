@@ -37,7 +37,7 @@ void follow(Context& context, LogFile& log) {
   const int news[] = {log.follow()};
   (void)show(context, log);
   while (context.world().out) {
-    context.world().waitWhileRead(news);
+    context.world().waitWhileRead(news, rt::Seconds::infinity());
     if (!context.world().out) return;
     const bool isThere = log.takeNews();
     (void)show(context, log);

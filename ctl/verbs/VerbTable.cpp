@@ -11,6 +11,7 @@
 #include "ctl/verbs/LogVerbs.h"
 #include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
+#include "ctl/verbs/TopVerbs.h"
 #include "ctl/verbs/Verbs.h"
 #include "ctl/verbs/VersionVerbs.h"
 #include "ctl/verbs/WaitVerbs.h"
@@ -150,6 +151,20 @@ constexpr Verb table[] = {
      "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line with\n"
      "\"op\" synced ends what there was at the beginning.\n",
      watchVms},
+    {"top", "", "[NAME...]", 0, anyNumber, "count interval", "table wide json",
+     "show what guests take of the machine",
+     "Shows what each guest that runs takes: processors (100 is all of one), memory, and what it\n"
+     "receives, sends, reads, writes and loses a second, the busiest first. On a terminal that is "
+     "one\n"
+     "screen, shown anew every 2 seconds, and q ends it. With -o wide each card has a line.\n"
+     "\n"
+     "Rates are since the time before. In JSON each time is a line, with all counters; the first "
+     "has\n"
+     "no rates. It needs no vmagentd, and no rights beyond those of the group.\n"
+     "\n"
+     "  vmctl top -n 1\n"
+     "  vmctl top web1 --interval 10 -o json\n",
+     showTop},
     {"events", "", "", 0, 0, "follow since after", "table json", "show what has happened",
      "Shows what has happened to all virtual machines, the newest last: what was changed, from "
      "what\n"

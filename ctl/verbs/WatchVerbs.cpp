@@ -145,7 +145,7 @@ Exit watchVms(Context& context, const Arguments&) {
   watch.all();
   watch.synced();
   while (context.world().out) {
-    context.world().waitWhileRead(bells);
+    context.world().waitWhileRead(bells, rt::Seconds::infinity());
     if (!context.world().out) break;
     if (!wasStale) wasStale = complainOfStaleness(context);
     wasStale = wasStale && !context.daemonRuns();

@@ -120,5 +120,27 @@ TEST_F(CardSender, IsHeldWhileNoDaemonRuns) {
   EXPECT_EQ(arriving("macvtap0", "52:54:00:12:34:02"), 0);
 }
 
+// What the guest sends, its device sends.
+TEST_F(CardSender, IsCountedByTopAsItsGuestSeesIt) {
+  quiet();
+  attach("own");
+  const auto count = [&](const char* counter) {
+    const std::string top = world.ctl({"top", "-n", "1", "-o", "json"});
+    const size_t at = top.find("\"" + std::string(counter) + "\":");
+    return at == std::string::npos ? -1 : std::atoi(top.c_str() + top.find(':', at) + 1);
+  };
+  const int sent = count("sentPackets");
+  const int heard = count("receivedPackets");
+  ASSERT_GE(sent, 1);
+  ASSERT_GE(heard, 0);
+  const FrameSource guest("macvtap0");
+  for (int i = 0; i < 5; ++i) (void)guest.send(everybody, own);
+  EXPECT_TRUE(waitUntil([&] { return count("sentPackets") >= sent + 5; }));
+  const FrameSource wire("peer1");
+  for (int i = 0; i < 7; ++i) (void)wire.send(own);
+  EXPECT_TRUE(waitUntil([&] { return count("receivedPackets") >= heard + 7; }));
+  EXPECT_LT(count("sentPackets"), sent + 7);
+}
+
 }  // namespace
 }  // namespace host::fakes

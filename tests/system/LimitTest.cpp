@@ -96,6 +96,9 @@ TEST_F(Limited, IsAGuestFromItsFirstInstructionOn) {
   EXPECT_EQ(contentOf("/proc/" + shim + "/cgroup"), "0::/vmagent/daemon\n");
   EXPECT_EQ(contentOf("/proc/" + std::to_string(world.daemon()) + "/cgroup"),
             "0::/vmagent/daemon\n");
+  const std::string top = world.ctl({"top", "-n", "1", "-o", "json"});
+  EXPECT_THAT(top, HasSubstr(R"("maxBytes":181403648,)"));
+  EXPECT_THAT(top, testing::ContainsRegex(R"("usedUs":[0-9]+,"throttledUs":[0-9]+,)"));
 
   world.ctl({"set", "web1", "cpuWeight=50", "cpuMax=0.5", "memoryReserve=27"});
   EXPECT_TRUE(waitUntil([&] { return in("web1", "cpu.weight") == "50\n"; }));

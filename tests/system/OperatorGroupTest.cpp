@@ -249,6 +249,7 @@ TEST_F(OperatorsGroup, MayUseEveryVerbWithoutBeingRoot) {
       {"enable", "web1", "--wait"},
       {"wait", "web1", "--for", "state=Running"},
       {"list"},
+      {"top", "-n", "1", "--interval", "0.1"},
       {"show", "web1"},
       {"logs", "web1"},
       {"logs", "web1", "--shim"},
@@ -275,6 +276,16 @@ TEST_F(OperatorsGroup, HasTheConsoles) {
   person.type("\x1d");
   EXPECT_THAT(person.sees("web1: left"), HasSubstr("web1: left"));
   EXPECT_EQ(person.exit(), 0);
+}
+
+// QEMU's process is another user's, and not root's.
+TEST_F(OperatorsGroup, SeesWhatAGuestTakes) {
+  runGuest();
+  const Ended ended = vmctl(Membership::member, {"top", "-n", "1", "-o", "json"});
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_THAT(ended.out, testing::ContainsRegex(R"("pid":[0-9]+,)"));
+  EXPECT_THAT(ended.out, testing::ContainsRegex(R"("usedUs":[0-9]+,)"));
+  EXPECT_THAT(ended.out, testing::ContainsRegex(R"("bytes":[0-9]+,)"));
 }
 
 TEST_F(OperatorsGroup, KeepsOthersOutOfAllThereIs) {
