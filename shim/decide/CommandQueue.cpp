@@ -1,6 +1,7 @@
 #include "shim/decide/CommandQueue.h"
 
 #include <algorithm>
+#include <functional>
 
 namespace shim {
 
@@ -14,6 +15,18 @@ bool is(const Command& command, const char* execute, const char* argument,
 }
 
 }  // namespace
+
+size_t CommandQueue::wishes() const {
+  return static_cast<size_t>(
+      std::count_if(commands_.begin(), commands_.end(), std::mem_fn(&Command::isOperators)));
+}
+
+void CommandQueue::push(Command command) {
+  const auto place = command.isOperators() ? commands_.end()
+                                           : std::find_if(commands_.begin(), commands_.end(),
+                                                          std::mem_fn(&Command::isOperators));
+  commands_.insert(place, std::move(command));
+}
 
 Command CommandQueue::pop() {
   Command front = std::move(commands_.front());

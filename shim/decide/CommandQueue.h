@@ -31,7 +31,10 @@ class CommandQueue {
   bool empty() const { return commands_.empty(); }
   size_t size() const { return commands_.size(); }
   const Command& front() const { return commands_.front(); }
-  void push(Command command) { commands_.push_back(std::move(command)); }
+  // How many of them are operators'.
+  size_t wishes() const;
+  // The agent's goes before all that operators wish: it must not wait for their many.
+  void push(Command command);
   Command pop();
 
   // Forgets the commands that would make the netdev and bind it, if they are still here; whether

@@ -15,6 +15,8 @@ using Kind = qmp::Saying::Kind;
 constexpr size_t longestValue = 64 * 1024;
 // Six commands for each of some dozens of cards: more than an agent has, and little memory.
 constexpr size_t longestQueue = 256;
+// Wishes that wait have a bound of their own, so that none takes the agent's place.
+constexpr size_t mostWishes = 256;
 // Of what nobody understands, so much is logged.
 constexpr size_t loggedRubbish = 10;
 constexpr size_t shownRubbish = 200;
@@ -88,7 +90,7 @@ Actions Relay::agentSays(Time now, Message message) {
 
 void Relay::enqueue(Command command) {
   const qmp::Request& request = command.request;
-  if (queue_.size() >= longestQueue) {
+  if (queue_.size() - queue_.wishes() >= longestQueue) {
     const std::string text = "too much waits for QEMU, given up: " + subjectOf(request);
     out_.problems.push_back(text);
     if (command.awaited)
@@ -135,7 +137,7 @@ Actions Relay::wish(Time now, uint64_t number, Wish wish) {
   std::string refusal = refusalOf(wish, guestHasRun_);
   if (!isReady()) refusal = "QEMU is not ready";
   if (isStalled()) refusal = "QEMU does not answer";
-  if (queue_.size() >= longestQueue) refusal = "too much waits for QEMU";
+  if (queue_.wishes() >= mostWishes) refusal = "too much waits for QEMU";
   if (!refusal.empty()) {
     out_.outcomes.push_back({number, std::move(refusal)});
     return taken();

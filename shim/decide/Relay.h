@@ -62,7 +62,7 @@ struct RelaySetup {
 //
 // A "cont" gets an error like a query, but waits on: a guest is let run however late. Of a guest
 // that an operator has paused it is answered, and not done: the guest is his until he lets it run.
-// What an operator wishes takes its turn, and is given up like a query.
+// What an operator wishes comes behind all that the agent asks for, and is given up like a query.
 //
 // Owned by the keeper. One agent at a time; QEMU's stream is the same from start to end.
 class Relay {

@@ -1,6 +1,8 @@
 // What operators want of a guest, beside what its agent asks.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "shim/fakes/RelayWorld.h"
 
 namespace shim {
@@ -9,14 +11,21 @@ namespace {
 using fakes::Probe;
 using fakes::RelayWorld;
 using std::chrono::seconds;
+using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::Pair;
 
 constexpr char cont[] = R"({ "execute": "cont","id": "cont" })";
 constexpr char contDone[] = "{\"return\": {}, \"id\": \"cont\"}\r\n";
 constexpr char queryStatus[] = R"({ "execute": "query-status","id": "status" })";
+
+bool isInterrupt(const std::string& request) {
+  return request.find("inject-nmi") != std::string::npos;
+}
 
 class RelayWish : public testing::Test {
  protected:
@@ -60,7 +69,7 @@ TEST_F(RelayWish, ForAPictureHandsQemuWhereToWriteItAndTakesItBack) {
   wish.picture.push_back(std::move(picture.given));
   world.wish(std::move(wish));
   EXPECT_THAT(world.qemu.asked(),
-              testing::Contains(HasSubstr(R"("filename":"/dev/fdset/1001","format":"png")")));
+              Contains(HasSubstr(R"("filename":"/dev/fdset/1001","format":"png")")));
   EXPECT_THAT(last(), HasSubstr(R"("remove-fd","arguments":{"fdset-id":1001})"));
   EXPECT_THAT(outcomes(), ElementsAre("1"));
   EXPECT_TRUE(picture.isClosed());
@@ -84,12 +93,29 @@ TEST_F(RelayWish, WaitsForTheAgentsRequestsBeforeIt) {
   EXPECT_THAT(outcomes(), ElementsAre("1"));
 }
 
+TEST_F(RelayWish, OfAnyNumberTakesNoPlaceOfTheAgents) {
+  letRun();
+  world.qemu.stop();
+  for (int i = 0; i < 1000; ++i) world.wish({Wish::Kind::interrupt, {}, {}});
+  EXPECT_THAT(outcomes(), Each(HasSubstr("too much waits")));
+  world.attach("net0", "hostnet0");
+  world.qemuGoes();
+  EXPECT_THAT(world.heard(), Each(Not(HasSubstr("error"))));
+  EXPECT_THAT(world.problems, IsEmpty());
+  EXPECT_THAT(world.relay.standing(), IsEmpty());
+  EXPECT_THAT(world.qemu.netdevs(), Contains(Pair("hub-hostnet0", "hostnet0")));
+  const auto& asked = world.qemu.asked();
+  const auto first = std::find_if(asked.begin(), asked.end(), isInterrupt);
+  ASSERT_NE(first, asked.end());
+  EXPECT_THAT(*(first + 1), HasSubstr("getfd")) << "only what QEMU has been asked goes before it";
+}
+
 TEST_F(RelayWish, IsRefusedForAGuestThatWasNotLetRun) {
   for (const auto kind :
        {Wish::Kind::pause, Wish::Kind::resume, Wish::Kind::reset, Wish::Kind::interrupt})
     world.wish({kind, {}, {}});
-  EXPECT_THAT(outcomes(), testing::Each(HasSubstr("has not begun to run")));
-  EXPECT_THAT(world.qemu.asked(), Not(testing::Contains(HasSubstr("system_reset"))));
+  EXPECT_THAT(outcomes(), Each(HasSubstr("has not begun to run")));
+  EXPECT_THAT(world.qemu.asked(), Not(Contains(HasSubstr("system_reset"))));
 }
 
 TEST_F(RelayWish, IsRefusedAtOnceByAQemuThatStandsStill) {
@@ -111,7 +137,7 @@ TEST_F(RelayWish, IsGivenUpOnceWhenQemuStandsStillOverIt) {
                                       HasSubstr("2: QEMU does not answer")));
   world.qemuGoes();
   EXPECT_THAT(outcomes(), IsEmpty());
-  EXPECT_THAT(world.qemu.asked(), Not(testing::Contains(HasSubstr("\"stop\""))))
+  EXPECT_THAT(world.qemu.asked(), Not(Contains(HasSubstr("\"stop\""))))
       << "what was not asked for yet is not done any more";
 }
 

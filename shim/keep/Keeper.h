@@ -12,6 +12,7 @@
 #include "shim/box/GuestGroup.h"
 #include "shim/box/GuestUser.h"
 #include "shim/decide/Arguments.h"
+#include "shim/decide/Askers.h"
 #include "shim/decide/OutputLines.h"
 #include "shim/decide/Relay.h"
 #include "shim/decide/StopPlan.h"
@@ -111,13 +112,7 @@ class Keeper {
   std::unique_ptr<Relay> relay_;
   std::unique_ptr<ControlServer> control_;
   size_t controlPlace_ = 0;  // in what is polled
-  // Who waits for what came of a wish, by its number, and where its picture can be read.
-  struct Asker {
-    ControlServer::Client client = 0;
-    rt::Descriptors picture;
-  };
-  std::map<uint64_t, Asker> askers_;
-  uint64_t lastWish_ = 0;
+  Askers askers_;
   Poller poller_{Entry::signals};
   StopPlan stop_;
   pid_t daemonPid_;

@@ -90,9 +90,9 @@ void Keeper::tellOfWish(ControlServer::Client client, std::string_view what,
 
 Message Keeper::wish(ControlServer::Client client, const control::Request& request) {
   if (stop_.hasBegun()) throw control::RequestError("the guest is being ended");
-  const uint64_t number = ++lastWish_;
-  Asker& asker = askers_[number];
-  asker.client = client;
+  Asker asker{client, peerOf(control_->number(client)).uid, {}};
+  if (!askers_.mayAsk(asker.user))
+    throw control::RequestError("too much that was asked for before is still to be done");
   Wish wish{request.wish.kind, request.wish.keys, {}};
   if (wish.kind == Wish::Kind::picture) {
     Picture picture = makePicture();
@@ -100,18 +100,17 @@ Message Keeper::wish(ControlServer::Client client, const control::Request& reque
     asker.picture.push_back(std::move(picture.reading));
   }
   tellOfWish(client, wordOf(wish.kind), request.by);
-  perform(relay_->wish(now(), number, std::move(wish)));
+  perform(relay_->wish(now(), askers_.add(std::move(asker)), std::move(wish)));
   return {};
 }
 
 void Keeper::tellOutcome(const Actions::Outcome& outcome) {
-  auto found = askers_.extract(outcome.wish);
-  if (found.empty()) return;
-  Asker& asker = found.mapped();
+  auto asker = askers_.take(outcome.wish);
+  if (!asker) return;
   if (outcome.refusal.empty())
-    control_->tell(asker.client, {control::doneLine(), std::move(asker.picture)});
+    control_->tell(asker->client, {control::doneLine(), std::move(asker->picture)});
   else
-    control_->tell(asker.client, {control::errorLine(outcome.refusal), {}});
+    control_->tell(asker->client, {control::errorLine(outcome.refusal), {}});
 }
 
 void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,
