@@ -13,6 +13,8 @@ struct Asker {
   uint64_t client = 0;      // of the shim's own socket
   uint32_t user = 0;        // whose process it is
   rt::Descriptors picture;  // where it can be read, when it is drawn
+  // For which its guest stood still when it was asked for.
+  std::optional<uint64_t> stillness;
 };
 
 // Numbers wishes. Of one user's only some may wait, so that another's do not wait behind any number

@@ -10,8 +10,8 @@ constexpr uint32_t root = 0;
 
 TEST(Askers, HaveEachANumberOfItsOwnAndAreTakenOnce) {
   Askers askers;
-  const uint64_t first = askers.add({7, ann, {}});
-  const uint64_t second = askers.add({8, root, {}});
+  const uint64_t first = askers.add({7, ann, {}, {}});
+  const uint64_t second = askers.add({8, root, {}, {}});
   EXPECT_NE(first, second);
   EXPECT_EQ(askers.take(second)->client, 8U);
   EXPECT_FALSE(askers.take(second));
@@ -23,7 +23,7 @@ TEST(Askers, OfOneUserAreSomeByWhateverConnections) {
   uint64_t last = 0;
   for (size_t i = 0; i < Askers::mostOfAUser; ++i) {
     EXPECT_TRUE(askers.mayAsk(ann));
-    last = askers.add({i, ann, {}});
+    last = askers.add({i, ann, {}, {}});
   }
   EXPECT_FALSE(askers.mayAsk(ann));
   EXPECT_TRUE(askers.mayAsk(root));

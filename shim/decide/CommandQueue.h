@@ -21,6 +21,7 @@ struct Command {
   // Of an operator's wish: its number as long as he waits, and what QEMU is asked.
   std::optional<uint64_t> wish{};
   std::vector<Step> steps{};
+  bool isPicture = false;
 
   bool isOperators() const { return !steps.empty(); }
   bool isWaitedFor() const { return awaited || wish; }

@@ -15,8 +15,6 @@ using Kind = qmp::Saying::Kind;
 constexpr size_t longestValue = 64 * 1024;
 // Six commands for each of some dozens of cards: more than an agent has, and little memory.
 constexpr size_t longestQueue = 256;
-// Wishes that wait have a bound of their own, so that none takes the agent's place.
-constexpr size_t mostWishes = 256;
 // Of what nobody understands, so much is logged.
 constexpr size_t loggedRubbish = 10;
 constexpr size_t shownRubbish = 200;
@@ -133,29 +131,6 @@ Plan Relay::planFor(const Command& command) const {
   return plan;
 }
 
-Actions Relay::wish(Time now, uint64_t number, Wish wish) {
-  std::string refusal = refusalOf(wish, guestHasRun_);
-  if (!isReady()) refusal = "QEMU is not ready";
-  if (isStalled()) refusal = "QEMU does not answer";
-  if (queue_.wishes() >= mostWishes) refusal = "too much waits for QEMU";
-  if (!refusal.empty()) {
-    out_.outcomes.push_back({number, std::move(refusal)});
-    return taken();
-  }
-  Command command{{}, std::move(wish.picture), now + setup_.patience.answer, false};
-  command.wish = number;
-  command.steps = stepsOf(wish, number);
-  command.request.execute = command.steps.front().execute;
-  queue_.push(std::move(command));
-  startNext(now);
-  return taken();
-}
-
-void Relay::wishIsOver(Command& command, std::string refusal) {
-  if (const auto wish = std::exchange(command.wish, std::nullopt))
-    out_.outcomes.push_back({*wish, std::move(refusal)});
-}
-
 // Whether there was something to clear up, which QEMU was asked for now.
 bool Relay::clearUp(Time now) {
   auto left = cards_.removalBefore(queue_.empty() ? nullptr : &queue_.front().request);
@@ -182,6 +157,7 @@ void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
       command.request.execute == "netdev_add" && id != command.request.texts.end())
     standing_.erase(id->second);
   guestHasRun_ = guestHasRun_ || command.request.execute == "cont";
+  if (command.isPicture && command.wish) pictures_.begin(*command.wish);
   if (command.isOperators())
     isHeld_ = command.request.execute == "stop" || (isHeld_ && command.request.execute != "cont");
   // QEMU reads one byte a turn of its loop, so ids cost time. Its answers come in order, and one
@@ -219,6 +195,8 @@ Actions Relay::qemuSays(Time now, const std::string& text) {
       noteRubbish("QEMU complains: " + text.substr(0, shownRubbish));
     }
   } else if (auto event = eventFrom(*saying)) {
+    pictures_.take(event->kind);
+    removePictures();
     out_.events.push_back(std::move(*event));
   }
   return taken();
@@ -262,6 +240,8 @@ void Relay::finish(Time now) {
   Flight flight = std::move(*flight_);
   flight_.reset();
   cards_.end(flight.command.request, flight.answers);
+  pictures_.end();
+  removePictures();
   if (flight.late) {
     out_.log.push_back("QEMU answers again, after " + inSeconds(now - flight.sent));
     out_.events.push_back({event::answers, {}, {}, {}, {}});

@@ -13,6 +13,7 @@
 #include "shim/decide/Cards.h"
 #include "shim/decide/CommandQueue.h"
 #include "shim/decide/GuestEvents.h"
+#include "shim/decide/Pictures.h"
 #include "shim/decide/QmpStream.h"
 #include "shim/decide/ScreenDoor.h"
 #include "shim/decide/Time.h"
@@ -98,6 +99,8 @@ class Relay {
   // Asks QEMU for what an operator wants. What comes of it is among the outcomes, under that
   // number, now or later, and once.
   Actions wish(Time now, uint64_t number, Wish wish);
+  // Names the time for which the guest's screen has been the same; nothing while it may change.
+  std::optional<uint64_t> stillness() const { return pictures_.stillness(); }
   // Whether QEMU was told to let the guest run.
   bool guestHasRun() const { return guestHasRun_; }
   bool hasAgent() const { return connected_; }
@@ -129,6 +132,7 @@ class Relay {
   void takeAnswer(Time now, qmp::Saying answer);
   void giveUpOnAnswer(Time now, const char* why);
   void finish(Time now);
+  void removePictures();
   void reportFailures(const Flight& flight);
   void noteOutcome(const qmp::Request& request, const std::string& failure);
   std::string answerOf(const Flight& flight) const;
@@ -152,6 +156,7 @@ class Relay {
   std::optional<Time> closedAt_;
   uint64_t nextId_ = 1;
   ScreenDoor screen_;
+  Pictures pictures_;
   Cards cards_;
   CommandQueue queue_;
   std::optional<Flight> flight_;

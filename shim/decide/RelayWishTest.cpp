@@ -75,6 +75,25 @@ TEST_F(RelayWish, ForAPictureHandsQemuWhereToWriteItAndTakesItBack) {
   EXPECT_TRUE(picture.isClosed());
 }
 
+TEST_F(RelayWish, ForAPictureOfAGuestThatStandsStillIsTakenBackOnceItRuns) {
+  letRun();
+  world.qemuSays(R"({"event": "RESUME"})");
+  world.qemuSays(R"({"event": "STOP"})");
+  EXPECT_TRUE(world.relay.stillness());
+  Probe picture;
+  Wish wish{Wish::Kind::picture, {}, {}};
+  wish.picture.push_back(std::move(picture.given));
+  world.wish(std::move(wish));
+  EXPECT_THAT(outcomes(), ElementsAre("1"));
+  world.qemuSays(R"({"event": "RESUME"})");
+  EXPECT_THAT(last(), HasSubstr(R"("remove-fd","arguments":{"fdset-id":1001})"));
+  EXPECT_THAT(std::count_if(world.qemu.asked().begin(), world.qemu.asked().end(),
+                            [&](const auto& each) { return each.find("remove-fd") != each.npos; }),
+              2);
+  letRun();
+  EXPECT_THAT(last(), HasSubstr("\"cont\"")) << "the answer is nobody's";
+}
+
 TEST_F(RelayWish, ThatQemuRefusesIsToldInItsWords) {
   letRun();
   world.qemu.refusalIs("send-key", "no such key");

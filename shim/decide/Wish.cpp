@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "guest/ShimProtocol.h"
+#include "shim/decide/Pictures.h"
 
 namespace shim {
 
@@ -11,23 +12,12 @@ namespace {
 namespace word = guest::word;
 
 constexpr size_t longestKey = 24;
-// Above those that the shim gives the disk's images.
-constexpr uint64_t firstSet = 1'000;
 
 std::vector<Step> pressing(const std::vector<std::string>& keys) {
   std::string list;
   for (const std::string& key : keys)
     list += (list.empty() ? "" : ",") + ("{\"type\":\"qcode\",\"data\":" + qmp::quoted(key) + "}");
   return {{"send-key", "{\"keys\":[" + list + "]}"}};
-}
-
-// QEMU has the descriptor for as long as it writes to it.
-std::vector<Step> drawing(uint64_t number) {
-  const std::string set = std::to_string(firstSet + number);
-  const std::string id = "{\"fdset-id\":" + set + "}";
-  return {{"add-fd", id},
-          {"screendump", R"({"filename":"/dev/fdset/)" + set + R"(","format":"png"})"},
-          {"remove-fd", id}};
 }
 
 }  // namespace
@@ -63,7 +53,7 @@ std::vector<Step> stepsOf(const Wish& wish, uint64_t number) {
     case Wish::Kind::keys:
       return pressing(wish.keys);
     case Wish::Kind::picture:
-      return drawing(number);
+      return Pictures::drawing(number);
   }
   return {};
 }

@@ -352,6 +352,7 @@ void Keeper::perform(Actions actions) {
   for (const std::string& line : actions.log) log_.write(logLine("shim", line));
   for (const std::string& line : actions.problems) log_.write(logLine("problem", line));
   for (const GuestEvent& event : actions.events) events_.tell(event);
+  stillPicture_.stillnessIs(relay_->stillness());
   for (const Actions::Outcome& outcome : actions.outcomes) tellOutcome(outcome);
   for (Message& message : actions.toQemu) qemu_->send(std::move(message));
   if (agent_ && !actions.toAgent.empty()) agent_->send({std::move(actions.toAgent), {}});

@@ -113,6 +113,7 @@ class Keeper {
   std::unique_ptr<ControlServer> control_;
   size_t controlPlace_ = 0;  // in what is polled
   Askers askers_;
+  StillPicture stillPicture_;
   Poller poller_{Entry::signals};
   StopPlan stop_;
   pid_t daemonPid_;

@@ -90,16 +90,19 @@ void Keeper::tellOfWish(ControlServer::Client client, std::string_view what,
 
 Message Keeper::wish(ControlServer::Client client, const control::Request& request) {
   if (stop_.hasBegun()) throw control::RequestError("the guest is being ended");
-  Asker asker{client, peerOf(control_->number(client)).uid, {}};
+  Asker asker{client, peerOf(control_->number(client)).uid, {}, relay_->stillness()};
   if (!askers_.mayAsk(asker.user))
     throw control::RequestError("too much that was asked for before is still to be done");
   Wish wish{request.wish.kind, request.wish.keys, {}};
+  tellOfWish(client, wordOf(wish.kind), request.by);
   if (wish.kind == Wish::Kind::picture) {
+    Message drawn{control::doneLine(), {}};
+    drawn.descriptors.push_back(stillPicture_.reader());
+    if (drawn.descriptors.front()) return drawn;
     Picture picture = makePicture();
     wish.picture.push_back(std::move(picture.writing));
     asker.picture.push_back(std::move(picture.reading));
   }
-  tellOfWish(client, wordOf(wish.kind), request.by);
   perform(relay_->wish(now(), askers_.add(std::move(asker)), std::move(wish)));
   return {};
 }
@@ -107,6 +110,8 @@ Message Keeper::wish(ControlServer::Client client, const control::Request& reque
 void Keeper::tellOutcome(const Actions::Outcome& outcome) {
   auto asker = askers_.take(outcome.wish);
   if (!asker) return;
+  if (outcome.refusal.empty() && !asker->picture.empty() && asker->stillness == relay_->stillness())
+    stillPicture_.pictureIs(asker->stillness, asker->picture.front());
   if (outcome.refusal.empty())
     control_->tell(asker->client, {control::doneLine(), std::move(asker->picture)});
   else

@@ -1,6 +1,9 @@
 // Where a QEMU writes a picture of its guest's screen.
 #pragma once
 
+#include <cstdint>
+#include <optional>
+
 #include "runtime/base/Descriptor.h"
 
 namespace shim {
@@ -14,5 +17,21 @@ struct Picture {
 
 // Throws control::RequestError when there can be none.
 Picture makePicture();
+
+// The picture of a guest that stands still, for all who ask for it meanwhile: it does not change,
+// and QEMU would keep each. Where `stillness` names the time, and is nothing for a guest that runs.
+class StillPicture {
+ public:
+  // It was asked for and drawn in that time.
+  void pictureIs(std::optional<uint64_t> stillness, const rt::Descriptor& reading);
+  // What is of another time goes.
+  void stillnessIs(std::optional<uint64_t> stillness);
+  // Where it can be read from its begin on; none: there is no such picture.
+  rt::Descriptor reader() const;
+
+ private:
+  std::optional<uint64_t> stillness_;
+  rt::Descriptor reading_;
+};
 
 }  // namespace shim
