@@ -141,6 +141,33 @@ TEST(EventLines, TellThatTheGuestIsLetRunAndNoOtherEndOfNothing) {
   EXPECT_THAT(lines.line({word::answers, {}, {}, {}, {}}, {0, 0}), IsEmpty());
 }
 
+TEST(EventLines, TellAStateThatLastsOnceTheyMay) {
+  EventLines lines(1);
+  const GuestEvent wish{word::wished, "pause", {}, {}, {{"uid", 4321}}};
+  for (int i = 0; i < 1000; ++i)
+    for (const GuestEvent& event : {wish, GuestEvent{word::paused, {}, {}, {}, {}},
+                                    GuestEvent{word::resumed, {}, {}, {}, {}}})
+      (void)lines.line(event, {0, 7000});
+  EXPECT_FALSE(lines.deadline()) << "it runs, as is told";
+  EXPECT_THAT(lines.line(wish, {1, 7001}), IsEmpty());
+  EXPECT_THAT(lines.line({word::paused, {}, {}, {}, {}}, {2, 7002}), IsEmpty());
+  ASSERT_EQ(lines.deadline(), 7000 + EventLines::refill);
+  EXPECT_THAT(lines.timePassed(*lines.deadline() - 1), IsEmpty());
+  const std::string told = lines.timePassed(*lines.deadline());
+  EXPECT_THAT(told, HasSubstr(R"("at":1,"up":7001,"kind":"wished","reason":"pause","uid":4321)"));
+  EXPECT_THAT(told, HasSubstr(R"("at":2,"up":7002,"kind":"paused")"));
+  EXPECT_LT(told.find("wished"), told.find("paused")) << "first who, and then what comes of it";
+  EXPECT_FALSE(lines.deadline());
+  EXPECT_THAT(lines.timePassed(99'000), IsEmpty());
+  EXPECT_THAT(lines.line({word::resumed, {}, {}, {}, {}}, {0, 99'000}), Not(IsEmpty()));
+}
+
+TEST(EventLines, OfOneWishTakeNoRoomFromAnother) {
+  EventLines lines(1);
+  for (int i = 0; i < 1000; ++i) (void)lines.line({word::wished, "nmi", {}, {}, {}}, {0, 0});
+  EXPECT_THAT(lines.line({word::wished, "pause", {}, {}, {}}, {0, 0}), Not(IsEmpty()));
+}
+
 TEST(EventLines, AlwaysTellAnEnd) {
   EventLines lines(1);
   for (int i = 0; i < 1000; ++i)

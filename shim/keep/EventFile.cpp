@@ -1,5 +1,6 @@
 #include "shim/keep/EventFile.h"
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
@@ -20,6 +21,17 @@ EventFile::EventFile(Place place)
 
 void EventFile::tell(const GuestEvent& event) {
   file_.write(lines_.line(event, {millisecondsOf(CLOCK_REALTIME), millisecondsOf(CLOCK_BOOTTIME)}));
+}
+
+void EventFile::timePassed() {
+  if (!lines_.deadline()) return;
+  file_.write(lines_.timePassed(millisecondsOf(CLOCK_BOOTTIME)));
+}
+
+std::optional<int64_t> EventFile::timeLeft() const {
+  const auto due = lines_.deadline();
+  return due ? std::optional(std::max<int64_t>(0, *due - millisecondsOf(CLOCK_BOOTTIME)))
+             : std::nullopt;
 }
 
 }  // namespace shim

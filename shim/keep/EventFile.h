@@ -14,6 +14,9 @@ class EventFile {
 
   // Writes the event, if its kind was not told too often.
   void tell(const GuestEvent& event);
+  // Writes what lasts and was not told then. When there is something to be written next, in ms.
+  void timePassed();
+  std::optional<int64_t> timeLeft() const;
 
  private:
   static constexpr size_t limit = 32 * 1024;

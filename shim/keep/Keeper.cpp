@@ -220,6 +220,8 @@ int Keeper::timeout() const {
   std::optional<Time> first = relay_->deadline();
   for (const auto other : {stop_.deadline(), succession_.deadline()})
     if (other) first = first ? std::min(*first, *other) : *other;
+  if (const auto left = events_.timeLeft())
+    first = std::min(first.value_or(Time::max()), now() + Duration(*left));
   if (!first) return -1;
   return static_cast<int>(std::clamp<Time::rep>((*first - now()).count(), 0, 3'600'000));
 }
@@ -341,6 +343,7 @@ void Keeper::passTime() {
   if (status_) return;
   perform(relay_->timePassed(now()));
   stop(stop_.timePassed(now(), guest()));
+  events_.timePassed();
   if (succession_.timePassed(now())) {
     log_.write(logLine("shim", "ends the guest, whose daemon has lost it"));
     stop(stop_.atOnce(now(), guest()));
