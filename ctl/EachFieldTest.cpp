@@ -97,6 +97,26 @@ TEST_F(EachField, IsShownWithItsValue) {
   }
 }
 
+TEST_F(EachField, IsAmongTheFieldsThatAreShown) {
+  const Answer shown = vmctl("fields");
+  const Answer json = vmctl("fields -o json");
+  for (const VmField& field : model::vmFields()) {
+    const std::string path = pathOf(field, "KEY");
+    const std::string when = field.takesEffectAtOnce ? "at once" : "at the next start";
+    EXPECT_THAT("\n" + shown.out, testing::ContainsRegex("\n" + path + " +" + when + " "));
+    EXPECT_THAT(json.out, HasSubstr("\"field\": \"" + path + "\""));
+  }
+}
+
+TEST_F(EachField, OfTheShownOnesSaysWhatIsUsualAndWhatThereIsToChoose) {
+  const std::string json = vmctl("fields -o json").out;
+  EXPECT_THAT(json, testing::ContainsRegex("\"field\": \"memory\",[^}]*\"usual\": \"256\""));
+  EXPECT_THAT(json, testing::ContainsRegex("\"field\": \"cpuWeight\",[^}]*\"usual\": \"100\""));
+  EXPECT_THAT(json,
+              testing::ContainsRegex("\"field\": \"format\",[^}]*\"values\": [^}]*\"qcow2\""));
+  EXPECT_THAT(json, testing::ContainsRegex("\"field\": \"diskImage\",[^}]*\"values\": null"));
+}
+
 TEST_F(EachField, IsInTheDocumentOfAVm) {
   const Answer shown = vmctl("show web1 -o json");
   for (const VmField& field : model::vmFields())

@@ -175,6 +175,10 @@ TEST_F(Help, TellsTheVersion) {
   EXPECT_THAT(vmctl("version -o json").out, HasSubstr("\"vmctl\": \""));
 }
 
+TEST_F(Help, TellsWhereGuestsSocketsAre) {
+  EXPECT_THAT(vmctl("version -o json --run-dir /r").out, HasSubstr("\"runDir\": \"/r\",\n"));
+}
+
 TEST_F(Help, TellsTheNewestFormatOfADatabaseThatItReads) {
   const std::string format = std::to_string(statedb::sqlite::newestFormat());
   EXPECT_THAT(vmctl("version -o json").out, HasSubstr("\"databaseFormat\": " + format + "\n"));

@@ -33,6 +33,7 @@ constexpr Option ownOptions[] = {
     {"after", 0, "SEQ", "what came behind the event of that number"},
     {"count", 'n', "COUNT", "how often it is shown; without it, until it is interrupted"},
     {"interval", 0, "S", "seconds between two times; 2 by default"},
+    {"beat", 0, "S", "tell in JSON every S seconds that it goes on"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
     {"prune", 0, "", "remove the VMs that the document does not name"},
@@ -172,13 +173,19 @@ std::vector<rt::String> Arguments::values(std::string_view option) const {
 }
 
 rt::Seconds Arguments::timeout() const {
-  const auto text = value("timeout");
-  if (!text) return rt::Seconds(defaultTimeout);
+  return seconds("timeout", 0).value_or(rt::Seconds(defaultTimeout));
+}
+
+std::optional<rt::Seconds> Arguments::beat() const { return seconds("beat", 1); }
+
+std::optional<rt::Seconds> Arguments::seconds(std::string_view option, double fewest) const {
+  const auto text = value(option);
+  if (!text) return std::nullopt;
   const auto seconds = rt::fromText<rt::Seconds>(*text);
-  if (!seconds || *seconds < rt::Seconds(0))
-    throw Refusal(Exit::usage,
-                  "--timeout: '" + *text + "' is refused: must be a number of seconds, such as 60");
-  return *seconds;
+  if (seconds && *seconds >= rt::Seconds(fewest)) return seconds;
+  throw Refusal(Exit::usage, "--" + rt::String(option) + ": '" + *text +
+                                 "' is refused: must be a number of seconds, " +
+                                 (fewest > 0 ? "1 or more" : "such as 60"));
 }
 
 }  // namespace ctl

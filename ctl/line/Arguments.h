@@ -44,9 +44,12 @@ class Arguments {
   std::vector<rt::String> values(std::string_view option) const;
   // Of --timeout; 60 when it is not given.
   rt::Seconds timeout() const;
+  // Of --beat, 1 or more; nothing when it is not given.
+  std::optional<rt::Seconds> beat() const;
 
  private:
   void add(const Option& option, const rt::String& value);
+  std::optional<rt::Seconds> seconds(std::string_view option, double fewest) const;
 
   std::vector<rt::String> words_;
   std::vector<const Option*> options_;

@@ -150,9 +150,9 @@ Exit addNic(Context& context, const Arguments& arguments) {
   const auto add = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
     addCard(records.vm, card, problems);
   };
-  const auto changed = Configuration(context).change(words[0], add);
+  const auto changed = Configuration(context, modeOf(arguments)).change(words[0], add);
   warnOfInterfaces(context, *changed.after);
-  tellChanged(context, changed);
+  tellChanged(context, changed, modeOf(arguments));
   return Exit::done;
 }
 

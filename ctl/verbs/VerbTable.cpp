@@ -6,6 +6,7 @@
 #include "ctl/verbs/EditVerbs.h"
 #include "ctl/verbs/EventVerbs.h"
 #include "ctl/verbs/FdbVerbs.h"
+#include "ctl/verbs/FieldVerbs.h"
 #include "ctl/verbs/InterfaceVerbs.h"
 #include "ctl/verbs/ListVerbs.h"
 #include "ctl/verbs/LogVerbs.h"
@@ -53,7 +54,7 @@ constexpr Verb table[] = {
      "what was made of it. When anything is wrong with it, the editor opens again, with all that\n"
      "is wrong at the top; a document left as it was ends it, and nothing is written.\n",
      editVm},
-    {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key", "", "add a network card",
+    {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key dry-run", "", "add a network card",
      "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
      "cards in the order of their keys.\n"
      "\n"
@@ -146,10 +147,12 @@ constexpr Verb table[] = {
      "  config.enabled  whether the configuration has it enabled: true or false\n"
      "  process         none, running or ending\n",
      waitForVm},
-    {"watch", "", "", 0, 0, "", "table json", "show changes of VMs as they happen",
+    {"watch", "", "", 0, 0, "beat", "table json", "show changes of VMs as they happen",
      "Shows all virtual machines, then each again whenever anything about it changes, until it\n"
      "is interrupted. In JSON each is a line of its own with \"op\" put or delete; the line with\n"
-     "\"op\" synced ends what there was at the beginning.\n",
+     "\"op\" synced ends what there was at the beginning. With --beat a line with \"op\" beat "
+     "comes\n"
+     "so often while there is nothing to show, and tells whether vmagentd runs.\n",
      watchVms},
     {"top", "", "[NAME...]", 0, anyNumber, "count interval", "table wide json",
      "show what guests take of the machine",
@@ -218,6 +221,13 @@ constexpr Verb table[] = {
      setInterface},
     {"interface unset", "", "ID", 1, 1, "", "", "make an interface the device of its name again",
      "Forgets what 'vmctl interface set' said.\n", unsetInterface},
+    {"fields", "", "", 0, 0, "", "table json", "show what can be set of a VM",
+     "Shows which fields a VM and its cards have, what each means, and when a guest that runs has "
+     "a\n"
+     "change of it. In JSON also its kind, the option of 'add' that says it, its value where "
+     "nobody\n"
+     "has said one, and the values to choose among.\n",
+     listFields},
     {"doctor", "", "", 0, 0, "", "table json", "tell what keeps this machine from running guests",
      "Looks at all that VmAgent needs of the machine. Each line is ok, warning or FAILED, and "
      "where\n"

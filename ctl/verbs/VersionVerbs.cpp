@@ -1,5 +1,6 @@
 #include "ctl/verbs/VersionVerbs.h"
 
+#include "ctl/line/Json.h"
 #include "runtime/base/Text.h"
 #include "statedb/sqlite/SqliteDb.h"
 
@@ -13,7 +14,8 @@ constexpr const char* version = VMAGENT_VERSION;
 
 Exit showVersion(Context& context, const Arguments&) {
   if (context.format() == Format::json)
-    context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"(","databaseFormat":)" +
+    context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"(","runDir":)" +
+                      quoted(context.directories().run) + R"(,"databaseFormat":)" +
                       rt::toText(statedb::sqlite::newestFormat()) + "}");
   else
     context.world().out << "vmctl " << version << '\n';

@@ -84,12 +84,15 @@ class Watch {
     }
     flush();
   }
-  void synced() {
-    if (isJson_) context_.world().out << head() << R"("op":"synced"})" << '\n';
-    flush();
-  }
+  void synced() { say("synced"); }
+  // It goes on, though there was nothing to show.
+  void beat() { say("beat"); }
 
  private:
+  void say(const char* op) {
+    if (isJson_) context_.world().out << head() << R"("op":")" << op << "\"}\n";
+    flush();
+  }
   void put(const VmRow& row) {
     const Telling telling = tellingFor(context_, false);
     // That time passes is no change.
@@ -134,7 +137,8 @@ class Watch {
 
 }  // namespace
 
-Exit watchVms(Context& context, const Arguments&) {
+Exit watchVms(Context& context, const Arguments& arguments) {
+  const auto beat = arguments.beat();
   statedb::StateDb& db = context.db();
   Follower config(db, model::table::vmConfig);
   Follower status(db, model::table::vmStatus);
@@ -145,7 +149,8 @@ Exit watchVms(Context& context, const Arguments&) {
   watch.all();
   watch.synced();
   while (context.world().out) {
-    context.world().waitWhileRead(bells, rt::Seconds::infinity());
+    const rt::Seconds before = context.world().now();
+    context.world().waitWhileRead(bells, beat.value_or(rt::Seconds::infinity()));
     if (!context.world().out) break;
     if (!wasStale) wasStale = complainOfStaleness(context);
     wasStale = wasStale && !context.daemonRuns();
@@ -157,6 +162,7 @@ Exit watchVms(Context& context, const Arguments&) {
       watch.some(names);
     else
       watch.all();
+    if (beat && context.world().now() - before >= *beat) watch.beat();
   }
   return Exit::failed;
 }

@@ -32,9 +32,10 @@ class WatchVerb : public fakes::VmctlFixture {
            "," + status + ",\"problem\":null}}\n";
   }
   static std::string synced() { return "{\"version\":1,\"op\":\"synced\"}\n"; }
+  static std::string beat() { return "{\"version\":1,\"op\":\"beat\"}\n"; }
   // Without what each line has of its moment.
-  Answer watched() {
-    Answer answer = vmctl("watch -o json");
+  Answer watched(const std::string& command = "watch -o json") {
+    Answer answer = vmctl(command);
     static const std::regex moment(R"rx("at":\d+,"store":"[^"]+","seq":\d+,)rx");
     answer.out = std::regex_replace(answer.out, moment, "");
     return answer;
@@ -138,6 +139,32 @@ TEST_F(WatchVerb, SaysThatNoDaemonRunsOnceEachTime) {
   const Answer answer = watched();
   EXPECT_EQ(answer.err, "vmctl: vmagentd is not running: the status is as it was left\n");
   EXPECT_THAT(answer.out, testing::StartsWith(R"({"version":1,"stale":true,"op":"put")"));
+}
+
+TEST_F(WatchVerb, BeatsWhileThereIsNothingToShow) {
+  putVm("web1", false);
+  onWait([] {});
+  onWait([&] { putRunning("web1"); });
+  endAfterwards();
+  const Answer answer = watched("watch --beat 5 -o json");
+  EXPECT_EQ(answer.out, put("web1", nothing) + synced() + beat() + put("web1", running));
+  EXPECT_DOUBLE_EQ(time_, 1000 + 5 + 0.1 + 5);
+}
+
+TEST_F(WatchVerb, WithABeatTellsThatTheDaemonHasEnded) {
+  putVm("web1", false);
+  onWait([&] { daemonRuns_ = false; });
+  onWait([&] { daemonRuns_ = true; });
+  endAfterwards();
+  EXPECT_EQ(watched("watch --beat 5 -o json").out,
+            put("web1", nothing) + synced() + "{\"version\":1,\"stale\":true,\"op\":\"beat\"}\n" +
+                beat());
+}
+
+TEST_F(WatchVerb, RefusesABeatThatIsTooFast) {
+  EXPECT_EQ(
+      vmctl("watch --beat 0.5 -o json"),
+      (Answer{2, "", "vmctl: --beat: '0.5' is refused: must be a number of seconds, 1 or more\n"}));
 }
 
 TEST_F(WatchVerb, NeedsAStatusToWatch) {

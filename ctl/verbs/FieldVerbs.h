@@ -1,0 +1,10 @@
+// The verb that tells which fields a VM has.
+#pragma once
+
+#include "ctl/line/Context.h"
+
+namespace ctl {
+
+Exit listFields(Context& context, const Arguments& arguments);
+
+}  // namespace ctl
