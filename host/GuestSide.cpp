@@ -47,6 +47,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
               .processes = processes_,
               .waiting = ground.waiting,
               .going = earlierGuests_,
+              .order = order_,
               .stopPatience = stopPatience(ground.options)}),
       supervisor_(rt::make<VmSupervisor>(tools_, before.restartsDone, ground.clock)),
       prompter_(rt::make<Prompter>(
@@ -120,6 +121,7 @@ void GuestSide::handleEvent(const GuestEvent& event) {
 
 void GuestSide::begin() {
   earlierGuests_.decide();
+  supervisor_->begin();
   // Of guests that ended while no daemon ran, or could not be told of any more.
   std::set<rt::String> living;
   for (const GuestProcess& guest : processes_.all()) living.insert(guest.vm);

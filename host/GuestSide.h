@@ -60,6 +60,7 @@ class GuestSide {
   NoBudget noBudget_;
   const VmStates::Ptr states_;
   const KeeperTools tools_;
+  StartOrder order_;
   const VmSupervisor::Ptr supervisor_;
   const Prompter::Ptr prompter_;
   LeftGuests leftGuests_;

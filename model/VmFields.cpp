@@ -123,12 +123,31 @@ constexpr VmField fields[] = {
      .name = "restart",
      .takesEffectAtOnce = true,
      .help = "started again when its guest has ended: no, on-failure or always",
-     .title = "Restart:",
      .option = "restart",
      .optionValue = "WHEN",
      .optionHelp = "start it again when its guest ended: no (default), on-failure or always",
      .right = [](std::string_view value, const MachineLimits&) { return restartRight(value); },
      .values = [] { return std::span<const std::string_view>(restarts); }},
+    {.table = table::vmPolicy,
+     .name = "startOrder",
+     .kind = Kind::number,
+     .takesEffectAtOnce = true,
+     .help = "its number in the order of starts at boot; 0: after all others",
+     .form = "must be 1 to 9999, or 0 for after all others",
+     .right =
+         [](std::string_view value, const MachineLimits&) {
+           return startOrderRight(rt::fromText<uint32_t>(value).value_or(0));
+         }},
+    {.table = table::vmPolicy,
+     .name = "startDelay",
+     .kind = Kind::number,
+     .takesEffectAtOnce = true,
+     .help = "seconds that the next in that order waits for it",
+     .form = "must be 0 to 3600 (seconds)",
+     .right =
+         [](std::string_view value, const MachineLimits&) {
+           return startDelayRight(rt::fromText<uint32_t>(value).value_or(0));
+         }},
     {.table = table::vmConfig,
      .name = "model",
      .isOfCard = true,

@@ -141,7 +141,7 @@ TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheHostsOwn) {
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
   EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
-                                  "rateLimit", "restart"));
+                                  "rateLimit", "restart", "startOrder", "startDelay"));
 }
 
 }  // namespace

@@ -18,6 +18,9 @@ inline constexpr std::string_view always = "always";
 
 }  // namespace restart
 
+constexpr uint32_t mostStartOrder = 9999;
+constexpr uint32_t mostStartDelay = 3600;
+
 inline constexpr std::array restarts{restart::no, restart::onFailure, restart::always};
 
 // Written by operators. In force at once. A VM without a row has what a new record has.
@@ -31,17 +34,39 @@ class VmPolicy final : public rt::EntityOf<VmPolicy> {
   const rt::String& restart() const { return restart_; }
   void restartIs(const rt::String& value) { assign<&VmPolicy::restart>(restart_, value); }
 
+  // Its number in the order in which VMs are started when the daemon begins; 0: after all others.
+  uint32_t startOrder() const { return startOrder_; }
+  void startOrderIs(uint32_t number) { assign<&VmPolicy::startOrder>(startOrder_, number); }
+
+  // Seconds that the next one of that order waits once it was started.
+  uint32_t startDelay() const { return startDelay_; }
+  void startDelayIs(uint32_t seconds) { assign<&VmPolicy::startDelay>(startDelay_, seconds); }
+
   static constexpr std::string_view typeName = "model::VmPolicy";
-  using Attributes =
-      rt::AttributeTable<rt::Attribute<"name", &VmPolicy::name>,
-                         rt::Attribute<"restart", &VmPolicy::restart, &VmPolicy::restartIs>>;
+  using Attributes = rt::AttributeTable<
+      rt::Attribute<"name", &VmPolicy::name>,
+      rt::Attribute<"restart", &VmPolicy::restart, &VmPolicy::restartIs>,
+      rt::Attribute<"startOrder", &VmPolicy::startOrder, &VmPolicy::startOrderIs>,
+      rt::Attribute<"startDelay", &VmPolicy::startDelay, &VmPolicy::startDelayIs>>;
 
  private:
   const rt::String name_;
   rt::String restart_{restart::no};
+  uint32_t startOrder_ = 0;
+  uint32_t startDelay_ = 0;
 };
 
 // What would be right, when `value` is not.
+inline std::optional<rt::String> startOrderRight(uint32_t value) {
+  if (value <= mostStartOrder) return std::nullopt;
+  return "must be 1 to 9999, or 0 for after all others";
+}
+
+inline std::optional<rt::String> startDelayRight(uint32_t value) {
+  if (value <= mostStartDelay) return std::nullopt;
+  return "must be 0 to 3600 (seconds)";
+}
+
 inline std::optional<rt::String> restartRight(std::string_view value) {
   for (const std::string_view each : restarts)
     if (each == value) return std::nullopt;

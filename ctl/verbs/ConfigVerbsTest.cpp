@@ -234,12 +234,12 @@ TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
   EXPECT_EQ(vmctl("set web1 nic00.intfName=Vlan1").err,
             "vmctl: there is no field 'nic00.intfName'; did you mean "
             "'vnicConfig.nic00.intfName'?\n");
-  EXPECT_EQ(
-      vmctl("set web1 colour=1"),
-      (Answer{2, "",
-              "vmctl: there is no field 'colour'; there are enabled, diskImage, format, "
-              "memory, vncPort, cpuWeight, cpuMax, memoryReserve, ioWeight, rateLimit, restart, "
-              "vnicConfig.KEY.FIELD\n"}));
+  EXPECT_EQ(vmctl("set web1 colour=1"),
+            (Answer{2, "",
+                    "vmctl: there is no field 'colour'; there are enabled, diskImage, format, "
+                    "memory, vncPort, cpuWeight, cpuMax, memoryReserve, ioWeight, rateLimit, "
+                    "restart, startOrder, startDelay, "
+                    "vnicConfig.KEY.FIELD\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.mac=1"),
             (Answer{2, "", "vmctl: there is no field of a card 'mac'; did you mean 'macAddr'?\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.vlan=1").err,

@@ -399,7 +399,7 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
                     "Display:  VNC, /run/vmagent/vm/web1/vnc.sock\n"
                     "Disk:     /images/web.iso\n"
                     "Format:   raw\n"
-                    "Restart:  no\n"
+
                     "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT\n"
                     "        nic00  e1000  52:54:00:12:34:56  Vlan100    no\n"
                     "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"
@@ -447,7 +447,7 @@ TEST_F(ShowVerb, TellsWhatIsNotSo) {
             "Display:  -\n"
             "Disk:     /images/web.iso\n"
             "Format:   -\n"
-            "Restart:  no\n"
+
             "Cards:    -\n"
             "Problem:  -\n");
 }

@@ -24,14 +24,14 @@ class Policy : public fakes::VmctlFixture {
 TEST_F(Policy, IsSetAndInForceAtOnce) {
   putRunning("web1");
   EXPECT_EQ(vmctl("set web1 restart=on-failure"), (Answer{0, "", "web1: changed\n"}));
-  EXPECT_EQ(row(), R"({"restart":"on-failure"})");
-  EXPECT_THAT(vmctl("show web1").out, HasSubstr("\nRestart:  on-failure\n"));
+  EXPECT_EQ(row(), R"({"restart":"on-failure","startOrder":0,"startDelay":0})");
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("\nPolicy:   restart on-failure\n"));
   EXPECT_THAT(vmctl("export").out, HasSubstr("\"policy\": {\n        \"restart\": \"on-failure\""));
 }
 
 TEST_F(Policy, IsGivenToAVmThatIsAdded) {
   EXPECT_EQ(vmctl("add db --disk /images/db.img --restart always").exit, 0);
-  EXPECT_EQ(doc("vmPolicy", "db"), R"({"restart":"always"})");
+  EXPECT_EQ(doc("vmPolicy", "db"), R"({"restart":"always","startOrder":0,"startDelay":0})");
 }
 
 TEST_F(Policy, OfNobodysInterestHasNoRow) {
@@ -40,6 +40,14 @@ TEST_F(Policy, OfNobodysInterestHasNoRow) {
   vmctl("set web1 restart=always");
   vmctl("set web1 restart=no");
   EXPECT_EQ(row(), "none");
+}
+
+TEST_F(Policy, HasAPlaceInTheOrderOfStarts) {
+  EXPECT_EQ(vmctl("set web1 startOrder=2 startDelay=20").exit, 0);
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("\nPolicy:   startOrder 2, startDelay 20\n"));
+  EXPECT_EQ(vmctl("set web1 startOrder=10000 startDelay=3601").err,
+            "vmctl: web1: startOrder: '10000' is refused: must be 1 to 9999, or 0 for after all "
+            "others\nvmctl: web1: startDelay: '3601' is refused: must be 0 to 3600 (seconds)\n");
 }
 
 TEST_F(Policy, LeavesLimitsAlone) {
@@ -53,7 +61,7 @@ TEST_F(Policy, IsRefusedWithWhatWouldBeRight) {
       vmctl("set web1 restart=often"),
       (Answer{5, "",
               "vmctl: web1: restart: 'often' is refused: must be no, on-failure or always\n"}));
-  const Answer answer = apply(R"(,"policy":{"restart":"often","order":1})");
+  const Answer answer = apply(R"(,"policy":{"restart":"often","startOrder":10000})");
   EXPECT_EQ(answer.exit, 5);
   EXPECT_THAT(answer.err, HasSubstr("web1: policy: "));
   EXPECT_EQ(row(), "none");

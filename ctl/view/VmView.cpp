@@ -44,17 +44,24 @@ rt::String cardsOf(const Vm::VmConfig& vm) {
 }
 
 // Those that are not as usual, such as "cpuWeight 50, cpuMax 1.5".
-rt::String limitsOf(const VmRow& row) {
-  const auto usual = rt::make<model::VmLimits>("");
+rt::String unusualOf(const VmRow& row, std::string_view table) {
+  const model::VmOwn usual;
   rt::String text;
   for (const model::VmField& field : model::vmFields()) {
-    if (field.table != model::table::vmLimits) continue;
-    const rt::String value = model::valueOf(*row.own.records.limits, field);
-    if (value == model::valueOf(*usual, field)) continue;
+    if (field.table != table) continue;
+    const rt::String value = model::valueOf(row.own.records.record(table), field);
+    if (value == model::valueOf(usual.record(table), field)) continue;
     text += (text.empty() ? "" : ", ") + rt::String(field.name) + " " + value;
     if (field.kind == model::VmField::Kind::mebibytes) text += " MiB";
   }
   return text;
+}
+
+// "Limits:".
+rt::String titleOf(std::string_view member) {
+  std::string title = std::string(member) + ":";
+  title.front() = static_cast<char>(std::toupper(title.front()));
+  return title;
 }
 
 // "2024-11-20T20:28:43Z".
@@ -98,7 +105,9 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
   for (const model::VmField& field : model::vmFields())
     if (!field.title.empty())
       facts.add(field.title, model::valueOf(row.record(field.table), field));
-  if (const rt::String limits = limitsOf(row); !limits.empty()) facts.add("Limits:", limits);
+  for (const auto& [table, member] : model::ownTables)
+    if (const rt::String unusual = unusualOf(row, table); !unusual.empty())
+      facts.add(titleOf(member), unusual);
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
   Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
   for (const auto& [key, card] : vm.vnicConfigs()) {

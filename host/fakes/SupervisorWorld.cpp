@@ -47,6 +47,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
             .processes = processes,
             .waiting = waiting,
             .going = going,
+            .order = order,
             .stopPatience = stopPatience},
       supervisor(rt::make<VmSupervisor>(tools, std::move(restartsDone), clock)) {
   problems.listenerIs([this](const rt::String& vm, const rt::String& text, ProblemSource source) {

@@ -159,6 +159,7 @@ class SupervisorWorld {
   FakeGuestProcesses processes;
   WaitingGuests waiting;
   FakeGoingGuests going;
+  StartOrder order;
   FakeAroundStart aroundStart;
   const VmStates::Ptr states;
   const KeeperTools tools;

@@ -10,6 +10,7 @@
 #include "host/guests/GuestProcesses.h"
 #include "host/guests/ImageVerdict.h"
 #include "host/guests/Shims.h"
+#include "host/guests/StartOrder.h"
 #include "host/guests/VmCards.h"
 #include "host/guests/VmStart.h"
 #include "host/guests/WaitingGuests.h"
@@ -37,6 +38,7 @@ struct KeeperTools {
   const GuestProcesses& processes;
   WaitingGuests& waiting;
   GoingGuests& going;
+  StartOrder& order;
   // How long a guest may take to shut itself down; 0: nobody is asked.
   rt::Seconds stopPatience;
 };

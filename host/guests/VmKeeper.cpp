@@ -92,7 +92,9 @@ void VmKeeper::imageIsKnown() {
 }
 
 rt::Seconds VmKeeper::wakeUp() const {
-  return std::min(killAt_, awaitsImage_ ? rt::Seconds::infinity() : pacing_.wakeUp());
+  if (awaitsTurn_) return std::min(killAt_, tools_.order.turnAt(name_));
+  if (awaitsImage_) return std::min(killAt_, tools_.order.heldUntil(name_));
+  return std::min(killAt_, pacing_.wakeUp());
 }
 
 void VmKeeper::handleStatus() {
@@ -156,8 +158,10 @@ bool VmKeeper::act(rt::Seconds now) {
   endOverdue(now);
   bool acted = false;
   awaitsImage_ = false;
+  awaitsTurn_ = false;
   rt::FirstException failure;
   failure.run([&] { acted = step(now); });
+  leaveOrder(now);
   tellGuest();
   showProcess();
   showRowProblem();
@@ -168,6 +172,17 @@ bool VmKeeper::act(rt::Seconds now) {
   showState();
   failure.rethrow();
   return acted;
+}
+
+// Those behind it are not to wait for a start that is over, is not to be or takes too long.
+void VmKeeper::leaveOrder(rt::Seconds now) {
+  const bool isTried = pacing_.tryAt() != rt::Seconds::infinity() && !awaitsImage_;
+  const bool isAhead = isToBeStarted() && !isTried;
+  if (awaitsTurn_ || (isAhead && now < tools_.order.heldUntil(name_))) return;
+  if (hasProcess())
+    tools_.order.started(name_, now);
+  else
+    tools_.order.passed(name_);
 }
 
 // Who answers at the shim's socket has a guest, though the agent's process has ended: it was to
@@ -302,6 +317,10 @@ bool VmKeeper::apply(Step step, rt::Seconds now) {
   if (step == Step::ask) {
     ask();
     return true;
+  }
+  if (wouldStart(step) && !tools_.order.isTurn(name_, now)) {
+    awaitsTurn_ = true;
+    return false;
   }
   if (wouldStart(step)) {
     switch (judgeStart()) {

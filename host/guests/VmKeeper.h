@@ -58,6 +58,10 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   // through; the next call goes on from there.
   bool act(rt::Seconds now);
   rt::Seconds wakeUp() const;
+  // It is to run, and has no guest that could be taken up.
+  bool isToBeStarted() const {
+    return wanted_ && wanted_->enabled() && !hasProcess() && !adoptable_;
+  }
   // Nothing is left of the VM.
   bool isDone() const;
 
@@ -88,6 +92,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   void writeRecord(Step step);
   bool hasProcess() const;
   bool isOutOfReach() const;
+  void leaveOrder(rt::Seconds now);
   void lookForGuest();
   void endOverdue(rt::Seconds now);
   void processEnded();
@@ -140,6 +145,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   std::optional<statedb::Origin> told_;  // of which row it was told that it is
   ImageVerdict image_;                   // the last
   bool awaitsImage_ = false;             // to be judged
+  bool awaitsTurn_ = false;              // its start
   rt::String noRoom_;                    // why the machine has none for it; empty: it has
 
   rt::Reactor<VmKeeper, const Vm::VmStatus, rt::On<&Vm::VmStatus::enabled, &VmKeeper::handleStatus>,

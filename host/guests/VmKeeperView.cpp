@@ -39,6 +39,8 @@ void VmKeeper::showState() {
        .isRefused = (hasRow_ && !wanted_) ||
                     (isWanted && (image_.kind == ImageVerdict::Kind::refused || !noRoom_.empty())),
        .agentState = status_ ? status_->state() : rt::String(),
+       .startsAfter = awaitsTurn_ ? tools_.order.after(name_) : rt::String(),
+       .turnAt = awaitsTurn_ ? tools_.order.turnAt(name_) : rt::Seconds::infinity(),
        .tryAt = isWanted && !awaitsImage_ ? pacing_.tryAt() : rt::Seconds::infinity(),
        .stopAt = pacing_.stopAt() - shimsOwn});
 }

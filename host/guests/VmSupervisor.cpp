@@ -87,6 +87,16 @@ void VmSupervisor::ownRowsAreKnown(const rt::String& vm) {
     found->second->ownRowsAreKnown();
 }
 
+void VmSupervisor::begin() {
+  std::vector<StartOrder::Place> places;
+  for (const auto& [vm, keeper] : keepers_) {
+    if (!keeper->isToBeStarted()) continue;
+    const auto policy = tools_.own.policy(vm);
+    places.push_back({vm, policy->startOrder(), rt::Seconds(policy->startDelay())});
+  }
+  tools_.order.placesAre(std::move(places), clock_.notifier()->now());
+}
+
 bool VmSupervisor::pass() {
   // In turn, so that none starves that waits behind one with always more to do.
   for (size_t left = queue_.size(); left > 0; --left) {
@@ -113,6 +123,7 @@ bool VmSupervisor::act(const rt::String& vm) {
     wakeUpIs(vm, now + Pacing::firstDelay);  // to go on where it was
   }
   if (keeper->isDone()) drop(vm);
+  for (const rt::String& freed : tools_.order.takeFreed()) queue_.note(freed);
   return acted;
 }
 

@@ -41,6 +41,8 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   // The host's own rows of it are others now.
   void ownRowsAreKnown(const rt::String& vm);
 
+  // All rows, and all guests that are there, are known: starts what is to run, in order.
+  void begin();
   // Once a pass of the loop: lets those act that have something to do, until one did what may take
   // long. Returns whether there is more to do at once. What a handler throws is reported, and the
   // other VMs go on.

@@ -27,6 +27,8 @@ struct KeeperView {
   bool isStartedAgain = false;  // by its policy, when the guest before had ended
   bool isRefused = false;       // its row, or its image, keeps it from being started
   rt::String agentState;        // "Starting", "Running", "Stopped" or empty
+  rt::String startsAfter;       // the VM whose start it waits for; empty: none
+  rt::Seconds turnAt = rt::Seconds::infinity();  // when it does not any more
   rt::Seconds tryAt = rt::Seconds::infinity();   // when its start is tried again
   rt::Seconds stopAt = rt::Seconds::infinity();  // when it is switched off that was asked to end
 };
@@ -42,6 +44,8 @@ struct Situation {
   bool isStartedAgain = false;
   bool isRefused = false;
   rt::String agentState;
+  rt::String startsAfter;
+  std::optional<uint64_t> turnUp;  // when it is its turn to be started, in ms since boot
   std::optional<uint64_t> nextUp;  // when its start is tried again, in ms since boot
   std::optional<uint64_t> stopUp;  // when it is switched off that was asked to end, likewise
 

@@ -200,6 +200,9 @@ Reason reasonOf(const Situation& now) {
     case Actual::running:
       return isJustStartedAgain(now) ? ofStartAgain(now) : ofProblem(now);
     case Actual::starting:
+      if (!now.startsAfter.empty())
+        return {"start-order", "it is started after " + now.startsAfter,
+                "after " + now.startsAfter};
       return ofProblem(now);
   }
   return {};
@@ -240,6 +243,9 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
       if (now.run.state != RunState::suspended) return toType("resume");
       break;
     case Actual::starting:
+      if (now.turnUp) return {"auto", "is started", "starts", {}, now.turnUp};
+      if (!now.startsAfter.empty())
+        return {"wait", "is started after " + now.startsAfter, {}, {}, {}};
       break;
   }
   return {"none", {}, {}, {}, {}};

@@ -195,6 +195,8 @@ Situation VmStates::situationOf(const Entry& entry) const {
           .isStartedAgain = view.isStartedAgain,
           .isRefused = view.isRefused,
           .agentState = view.agentState,
+          .startsAfter = view.startsAfter,
+          .turnUp = upAt(view.turnAt),
           .nextUp = upAt(view.tryAt),
           .stopUp = upAt(view.stopAt),
           // One that has ended says nothing of a process that is there now.

@@ -89,6 +89,20 @@ TEST_F(GuestState, IsRunningAgainWhereItsPolicySaysSo) {
   EXPECT_TRUE(says("web1", "web1 is wanted running and is running")) << told("web1");
 }
 
+TEST_F(GuestState, WaitsForItsPlaceWhenTheDaemonBegins) {
+  start();
+  addVm("db");
+  addVm("web1");
+  world.ctl({"set", "db", "startOrder=1", "startDelay=3600"});
+  world.ctl({"stop", "db", "web1", "--now", "--wait"});
+  world.end(SIGTERM);
+  world.ctl({"enable", "db", "web1"});
+  start();
+  EXPECT_TRUE(says("db", "db is wanted running and is running")) << told("db");
+  EXPECT_TRUE(says("web1", "it is started after db")) << told("web1");
+  EXPECT_THAT(world.qemus("web1"), testing::IsEmpty());
+}
+
 TEST_F(GuestState, TellsThatNobodyKnowsWhoKilledQemu) {
   start();
   bootVm("web1");
