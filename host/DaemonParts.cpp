@@ -5,6 +5,7 @@
 #include "host/StatusOfBefore.h"
 #include "host/base/Times.h"
 #include "model/Tables.h"
+#include "runtime/base/FirstException.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {
@@ -94,20 +95,30 @@ void DaemonParts::beginHistory(statedb::StateDb& db, const StatusOfBefore& befor
   if (missed.resume == statedb::Resume::resumed) chronicle_.configWasChanged(missed.changes);
 }
 
+// Who waits for what he wrote must not take what was so before for what came of it.
+void DaemonParts::showConfig() {
+  const auto shown = shownConfig_.shown(guests_.turnsHad());
+  if (!shown) return;
+  daemonStatus_->configStoreIs(shown->storeId);
+  daemonStatus_->configSequenceIs(shown->sequence);
+  daemonStatus_->configHistoryIs(shown->history);
+}
+
 bool DaemonParts::pass() {
   const bool more = guests_.pass();
+  showConfig();
   return network_.pass() || more;
 }
 
 void DaemonParts::handleConfig(const std::vector<statedb::Change>& changes,
                                const statedb::Cursor& reached) {
-  daemonStatus_->configStoreIs(reached.storeId);
-  daemonStatus_->configSequenceIs(reached.sequence);
-  daemonStatus_->configHistoryIs(reached.history);
   if (hasBegun_) chronicle_.configChanges(changes, configuration_.rows());
   tellWhoAsked(changes);
-  configuration_.take(changes, reached, *this);
+  rt::FirstException failures;
+  failures.run([&] { configuration_.take(changes, reached, *this); });
+  shownConfig_.taken(reached, guests_.turnsAsked());
   if (hasBegun_) chronicle_.configChanged(changes, configuration_.rows());
+  failures.rethrow();
 }
 
 // A row says more than what a VM's power is to be: who changed only the rest asked for none of it.

@@ -7,6 +7,7 @@
 #include "host/NetworkSide.h"
 #include "host/StatusOfBefore.h"
 #include "host/database/ConfigFeed.h"
+#include "host/database/ShownConfig.h"
 #include "host/database/StatusFeed.h"
 #include "host/service/Heartbeat.h"
 #include "host/service/Signals.h"
@@ -50,6 +51,7 @@ class DaemonParts : private ConfigurationTaker {
   void givenUpIs(const rt::String& vm, const rt::String& guest) override;
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
 
+  void showConfig();
   void beginHistory(statedb::StateDb& db, const StatusOfBefore& before);
   void tellWhoAsked(const std::vector<statedb::Change>& changes);
 
@@ -64,6 +66,7 @@ class DaemonParts : private ConfigurationTaker {
   History history_;
   Chronicle chronicle_;
   Configuration configuration_;
+  ShownConfig shownConfig_;
   OwnRows own_{model::machineLimits()};
   WaitingGuests waiting_;
   const Ground ground_;

@@ -42,6 +42,9 @@ class GuestSide {
   // Decides what becomes of the guests that run already, and follows what shims say of theirs. To
   // be called once the configuration is known.
   void begin();
+  // See VmSupervisor.
+  uint64_t turnsAsked() const { return supervisor_->turnsAsked(); }
+  uint64_t turnsHad() const { return supervisor_->turnsHad(); }
   // Once a pass of the loop; returns whether there is more to do at once.
   bool pass();
 

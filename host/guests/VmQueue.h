@@ -1,6 +1,7 @@
 // VMs whose keepers have something to do.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <set>
 #include <utility>
@@ -14,8 +15,13 @@ namespace host {
 class VmQueue {
  public:
   void note(const rt::String& vm) {
-    if (queued_.insert(vm).second) queue_.push_back(vm);
+    if (!queued_.insert(vm).second) return;
+    queue_.push_back(vm);
+    ++noted_;
   }
+  // How many were noted, and how many of them taken out, until now: in that order.
+  uint64_t noted() const { return noted_; }
+  uint64_t taken() const { return noted_ - queue_.size(); }
   size_t size() const { return queue_.size(); }
   // Takes the first out; there must be one.
   rt::String next() {
@@ -28,6 +34,7 @@ class VmQueue {
  private:
   std::deque<rt::String> queue_;
   std::set<rt::String> queued_;  // the same
+  uint64_t noted_ = 0;
 };
 
 }  // namespace host

@@ -48,6 +48,11 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
   // other VMs go on.
   bool pass();
 
+  // How many turns keepers have asked for, and how many they had: what was told of a VM shows in
+  // its rows once it had the turn that was asked for by then.
+  uint64_t turnsAsked() const { return queue_.noted(); }
+  uint64_t turnsHad() const { return queue_.taken(); }
+
   static constexpr std::string_view typeName = "host::VmSupervisor";
   using Attributes = rt::AttributeTable<rt::Attribute<"initialized", &VmSupervisor::initialized>>;
 
