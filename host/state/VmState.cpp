@@ -142,7 +142,9 @@ Reason ofStop(const Situation& now) {
   if (now.wanted == Wanted::gone) return {"removed", "it was removed", "removed"};
   if (!now.run.toldBy.empty())
     return {"signal", "its shim was told to end it, by " + now.run.toldBy, "signal to its shim"};
-  if (now.run.askedUp != 0 && !isWanted(now))
+  // Until its shim tells that it was, its keeper knows that it gets its time.
+  const bool getsTime = now.stopUp && *now.stopUp > now.nowUp;
+  if ((now.run.askedUp != 0 || getsTime) && !isWanted(now))
     return {"asked", "it was asked to shut down" + byWhom(now), "asked to shut down"};
   if (isWanted(now)) return {"restart", "it is ended to be started anew", "restart"};
   return {"asked", "it is switched off" + byWhom(now), "switched off"};

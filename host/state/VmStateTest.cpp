@@ -66,6 +66,18 @@ TEST(VmStateActual, IsHungOnceQemuHasNotAnsweredForTenSeconds) {
   EXPECT_EQ(severityOf(vm), "bad");
 }
 
+TEST(VmStateReason, OfAStopIsThatItWasAskedAsLongAsItHasTime) {
+  auto vm = with(running(), [](Situation& v) {
+    v.wanted = Wanted::stopped;
+    v.isEnding = true;
+    v.askedBy = "ann";
+    v.stopUp = now + 15'000;
+  });
+  EXPECT_EQ(reasonOf(vm).text, "it was asked to shut down by ann");
+  vm.stopUp = now;
+  EXPECT_EQ(reasonOf(vm).text, "it is switched off by ann");
+}
+
 TEST(VmStateReason, IsForTenMinutesThatItWasStartedAgain) {
   auto vm = with(running(), [](Situation& v) {
     v.isStartedAgain = true;
