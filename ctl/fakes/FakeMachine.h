@@ -33,7 +33,9 @@ class FakeMachine final : public Machine {
         found.insert(name.substr(path.size(), name.find('/', path.size()) - path.size()));
     return {found.begin(), found.end()};
   }
-  std::optional<uint64_t> freeSpace(const rt::String&) const override { return free; }
+  std::optional<uint64_t> freeSpace(const rt::String& directory) const override {
+    return directory == "/run/vmagent" ? freeRun : free;
+  }
   ProgramEnd run(const std::vector<rt::String>& words) const override {
     rt::String command;
     for (const rt::String& word : words) (command += command.empty() ? "" : " ") += word;
@@ -55,6 +57,7 @@ class FakeMachine final : public Machine {
        {0, "QEMU emulator version 7.2.22 (Debian 1:7.2)\nCopyright\n"}},
       {"/usr/bin/vmagentd --check --shim off", {0, ""}}};
   uint64_t free = 12ULL << 30U;
+  uint64_t freeRun = 12ULL << 30U;
   int64_t time = 1732186123;
 };
 

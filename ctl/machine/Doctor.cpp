@@ -296,9 +296,14 @@ Finding examinePermissions(const Machine& machine, const Directories& directorie
 Finding examineRunDirectory(const Machine& machine, const rt::String& directory) {
   constexpr const char* what = "run directory";
   const int error = machine.accessError(directory, Access::exists);
-  if (error == 0) return ok(what, directory);
-  return failed(what, directory + ": " + std::strerror(error),
-                "start vmagentd, which makes it, or name the one it uses with --run-dir");
+  if (error != 0)
+    return failed(what, directory + ": " + std::strerror(error),
+                  "start vmagentd, which makes it, or name the one it uses with --run-dir");
+  const auto bytes = machine.freeSpace(directory);
+  if (bytes && *bytes < leastRunSpace)
+    return failed(what, directory + ", " + sizeText(*bytes) + " free: too little for the status",
+                  "free some space there; until then the status is as it was");
+  return ok(what, directory);
 }
 
 Finding examineStateDirectory(const Machine& machine, const rt::String& directory) {

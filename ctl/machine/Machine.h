@@ -15,6 +15,9 @@ struct ProgramEnd {
   rt::String output;  // both its outputs
 };
 
+// Bytes that the file system of the run directory must have left, or the status is not written.
+constexpr uint64_t leastRunSpace = 256 * 1024;
+
 class Machine {
  public:
   enum class Access : uint8_t { exists, use, execute };  // use: read and write

@@ -64,11 +64,28 @@ bool isOfAnotherFile(Context& context) {
   }
 }
 
+bool isBehind(Context& context) {
+  try {
+    const auto daemon = daemonStatus(context);
+    const auto now = context.db().store(statedb::Half::config).snapshot({}).cursor;
+    return daemon && daemon->configStore() == now.storeId &&
+           daemon->configSequence() < now.sequence;
+  } catch (const statedb::Error&) {
+    return false;  // told by examineDatabase
+  }
+}
+
 Finding examineDaemon(Context& context) {
   if (context.daemonRuns() && isOfAnotherFile(context))
     return {Health::failed, "vmagentd",
             "it goes by another config.db than is in " + context.directories().state + " now",
             "restart it: 'systemctl restart vmagentd'; guests go on meanwhile"};
+  if (context.daemonRuns() && isBehind(context))
+    return {
+        Health::warning, "vmagentd",
+        "it runs, and has not carried out the newest changes of config.db: it is busy, or stands "
+        "still",
+        "look again; if it stays so, 'systemctl restart vmagentd'; guests go on meanwhile"};
   if (context.daemonRuns()) return {Health::ok, "vmagentd", "it runs", {}};
   if (context.world().machine.accessError(context.directories().run, Machine::Access::execute) ==
       EACCES)

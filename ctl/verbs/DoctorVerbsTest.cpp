@@ -282,6 +282,27 @@ TEST_F(DoctorVerb, SeesADaemonThatGoesByAnotherDatabaseThanItself) {
             "         restart it: 'systemctl restart vmagentd'; guests go on meanwhile\n");
 }
 
+TEST_F(DoctorVerb, SeesADaemonThatDoesNotFollow) {
+  putHeard();
+  daemonListens_ = false;
+  putVm("new", false);
+  EXPECT_EQ(
+      of("vmagentd"),
+      "warning  vmagentd: it runs, and has not carried out the newest changes of config.db: it "
+      "is busy, or stands still\n"
+      "         look again; if it stays so, 'systemctl restart vmagentd'; guests go on "
+      "meanwhile\n");
+}
+
+TEST_F(DoctorVerb, SeesThatTheStatusCannotBeWritten) {
+  machine_.freeRun = 200 * 1024;
+  EXPECT_EQ(of("run directory"),
+            "FAILED   run directory: /run/vmagent, 200.0 KiB free: too little for the status\n"
+            "         free some space there; until then the status is as it was\n");
+  EXPECT_THAT(vmctl("list").err,
+              testing::HasSubstr("/run/vmagent is full: the status may be older than what is so"));
+}
+
 TEST_F(DoctorVerb, SeesAClockThatWasNeverSet) {
   machine_.time = 1000;
   EXPECT_EQ(of("clock"),

@@ -178,16 +178,18 @@ class Events {
 };
 
 Exit run(Context& context, const Arguments& arguments, Wish wish) {
-  complainOfStaleness(context);
+  // Who may not read at all is told that alone.
   if (!arguments.has("follow")) {
     Events events(context, std::move(wish));
     (void)events.all();
+    complainOfStaleness(context);
     return Exit::done;
   }
   const rt::Descriptor bell(context.db().store(statedb::Half::status).wakeUp());
   const int bells[] = {bell.number()};
   Events events(context, std::move(wish));
   (void)events.all();
+  complainOfStaleness(context);
   events.synced();
   while (context.world().out) {
     context.world().waitWhileRead(bells, rt::Seconds::infinity());

@@ -6,8 +6,10 @@
 
 #include "ctl/line/Fields.h"
 #include "ctl/verbs/Waiting.h"
+#include "model/VmIntent.h"
 #include "runtime/base/NearName.h"
 #include "runtime/base/Text.h"
+#include "statedb/EntityDocument.h"
 
 namespace ctl {
 
@@ -84,9 +86,11 @@ bool isOf(const Condition& condition, std::string_view field) {
   return condition.field->name == field;
 }
 
-Goal goalOf(const std::vector<Condition>& conditions) {
+// `restarts`: how many were asked for; what is so before the last of them is of the run before.
+Goal goalOf(const std::vector<Condition>& conditions, uint64_t restarts) {
   Goal goal;
-  goal.isReached = [conditions](const VmRow& row) {
+  goal.isReached = [conditions, restarts](const VmRow& row) {
+    if (row.process->restarts() < restarts) return false;
     return std::all_of(conditions.begin(), conditions.end(), [&](const Condition& condition) {
       return condition.field->value(row) == condition.value;
     });
@@ -98,6 +102,14 @@ Goal goalOf(const std::vector<Condition>& conditions) {
       std::any_of(conditions.begin(), conditions.end(),
                   [](const Condition& condition) { return !isOf(condition, "process"); });
   return goal;
+}
+
+// How many restarts of it were asked for.
+uint64_t restartsOf(Context& context, const rt::String& name) {
+  const auto record = context.db().record(model::table::vmIntent, name);
+  model::VmIntent::Ptr intent = rt::make<model::VmIntent>(name);
+  if (record) statedb::fillKnown(*intent, record->doc);
+  return intent->restart();
 }
 
 }  // namespace
@@ -112,7 +124,10 @@ Exit waitForVm(Context& context, const Arguments& arguments) {
   const VmRow row = vmNamed(context, name);
   // One that was removed may still have a process to wait for.
   if (!row.status && row.process->process() == "none") (void)requiredVm(context, name);
-  const Goal goal = goalOf(conditions);
+  const bool isOfState = std::any_of(conditions.begin(), conditions.end(),
+                                     [](const Condition& each) { return isOf(each, "state"); });
+  const bool isOfRun = isOfState && row.exists();
+  const Goal goal = goalOf(conditions, isOfRun ? restartsOf(context, name) : 0);
   if (goal.needsDaemon && !context.daemonRuns())
     throw Refusal(
         Exit::failed,

@@ -31,6 +31,15 @@ TEST_F(WaitVerb, DoesNotGoByWhatTheDaemonSaidBeforeItHeard) {
   EXPECT_EQ(waits_, 1);
 }
 
+TEST_F(WaitVerb, DoesNotGoByTheRunBeforeARestart) {
+  putRunning("web1");
+  ASSERT_EQ(vmctl("restart web1").exit, 0);
+  EXPECT_EQ(vmctl("wait web1 --for state=Running --timeout 0").exit, 7);
+  EXPECT_EQ(vmctl("wait web1 --for process=running --timeout 0").exit, 0);
+  put("vmProcess", "web1", R"({"process":"running","pid":1,"restarts":1})");
+  EXPECT_EQ(vmctl("wait web1 --for state=Running"), (Answer{0, "", ""}));
+}
+
 TEST_F(WaitVerb, OfTheConfigurationAloneWaitsForNoDaemon) {
   daemonListens_ = false;
   EXPECT_EQ(vmctl("wait web1 --for config.enabled=true"), (Answer{0, "", ""}));

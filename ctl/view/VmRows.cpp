@@ -156,9 +156,15 @@ void complainOfUnreadable(Context& context, const VmRow& row) {
 }
 
 bool complainOfStaleness(Context& context) {
-  if (context.daemonRuns()) return false;
-  context.complain("vmagentd is not running: the status is as it was left");
-  return true;
+  if (!context.daemonRuns()) {
+    context.complain("vmagentd is not running: the status is as it was left");
+    return true;
+  }
+  const rt::String& run = context.directories().run;
+  const auto bytes = context.world().machine.freeSpace(run);
+  if (bytes && *bytes < leastRunSpace)
+    context.complain(run + " is full: the status may be older than what is so");
+  return false;
 }
 
 }  // namespace ctl

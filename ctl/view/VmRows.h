@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ctl/line/Context.h"
+#include "ctl/machine/Machine.h"
 #include "ctl/view/OwnRows.h"
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
