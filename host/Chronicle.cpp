@@ -75,7 +75,8 @@ void Chronicle::addChange(const statedb::Change& change, const rt::String& reaso
   const auto event =
       made(kind::config, isOfVm ? change.record.key : rt::String(), reason, "note", text);
   if (!isOfVm) event->subjectIs(change.record.key);
-  if (change.author.at != 0) event->atIs(change.author.at);
+  // Any program may have written any time.
+  if (change.author.at != 0 && change.author.at <= event->at()) event->atIs(change.author.at);
   event->byIs(change.author.who);
   event->viaIs(change.author.via);
   history_.add(event);

@@ -62,6 +62,17 @@ TEST_F(ChronicleTest, TellsWhatWasChangedFromWhatToWhatWhenAndByWhom) {
   EXPECT_THAT(news(), ElementsAre(testing::HasSubstr("config web1 refused: ")));
 }
 
+TEST_F(ChronicleTest, TellsTheTimeOfNoChangeThatIsToCome) {
+  for (const uint64_t at : {uint64_t{1'700'000'001'001}, UINT64_MAX, uint64_t{INT64_MAX} + 2}) {
+    Change strange = put("vmIntent", "web1", R"({"restart":3})");
+    strange.author.at = at;
+    change(strange);
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(events[0]->at(), 1'700'000'001'000U) << at;
+    news();
+  }
+}
+
 TEST_F(ChronicleTest, TellsThatAVmWasRemovedButNotThatOneIsMissing) {
   change(put("vmConfig", "web1", vm, 1));
   news();

@@ -61,8 +61,8 @@ enum class Proof : uint8_t {
   comparison,  // two stores differ: nobody need have removed what only the first has
 };
 
-// Who made a change, as he says: nothing of it is proof. What another program than ours has written
-// has a time only.
+// Who made a change, as he says, in 64 characters at most: nothing of it is proof, not its time
+// either. What another program than ours has written has a time only.
 struct Author {
   rt::String who;   // the name of a user
   rt::String via;   // the program, and its verb

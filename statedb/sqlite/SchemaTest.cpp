@@ -205,6 +205,17 @@ TEST_F(SchemaTest, AChangeHasItsTimeAndItsAuthor) {
   }
 }
 
+TEST_F(SchemaTest, AnAuthorIsCutWhoeverHasWrittenIt) {
+  const auto reader = open();
+  const Cursor before = reader->snapshot({"vmConfig"}).cursor;
+  put(*openClient(), "a", "1");
+  run("UPDATE change SET who = printf('%.*c', 2000000, 'A'), via = printf('%.*c', 2000000, 'B')");
+  const auto changes = reader->changes(before).changes;
+  ASSERT_EQ(changes.size(), 1U);
+  EXPECT_EQ(changes[0].author.who, std::string(64, 'A'));
+  EXPECT_EQ(changes[0].author.via, std::string(64, 'B'));
+}
+
 TEST_F(SchemaTest, AChangeOfAnotherProgramHasItsTimeOnly) {
   const auto reader = open();
   openStore({.file = fileName(), .author = {"op1", "vmctl set"}})

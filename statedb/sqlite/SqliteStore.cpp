@@ -149,10 +149,12 @@ Resume SqliteStore::resumeFrom(const Cursor& since, const Cursor& now) {
   return static_cast<int64_t>(since.sequence) < trimmedTo ? Resume::trimmed : Resume::resumed;
 }
 
-// What a record is now decides, and not the log: so the two cannot contradict each other.
+// What a record is now decides, and not the log: so the two cannot contradict each other. Any
+// program may have written how long an author is.
 std::vector<Change> SqliteStore::changesAfter(uint64_t sequence) {
   Query rows = connection_.query(
-      "SELECT last.tbl, last.key, doc, rev, born, doc IS NOT NULL, who, via, at FROM"
+      "SELECT last.tbl, last.key, doc, rev, born, doc IS NOT NULL,"
+      " substr(who, 1, 64), substr(via, 1, 64), at FROM"
       " (SELECT tbl, key, max(seq) AS seq, who, via, at FROM change WHERE seq > ?"
       " GROUP BY tbl, key) AS last"
       " LEFT JOIN record ON record.tbl = last.tbl AND record.key = last.key ORDER BY last.seq");
