@@ -130,6 +130,7 @@ void GuestSide::begin() {
       {.problem = [this](const rt::String& vm,
                          const rt::String& problem) { supervisor_->guestProblemIs(vm, problem); },
        .event = [this](const GuestEvent& event) { handleEvent(event); }});
+  ground_.history.daemonHasBegun();
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 #include "host/database/History.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "runtime/base/Format.h"
 #include "runtime/base/VisibleText.h"
@@ -13,6 +14,22 @@ namespace {
 namespace kind = model::eventKind;
 
 rt::String keyOf(uint64_t id) { return rt::format("%012ju", static_cast<uintmax_t>(id)); }
+
+// More than any daemon tells of, and twelve digits still after as many again.
+constexpr uint64_t mostSeq = 100'000'000'000;
+constexpr size_t longestWord = 255;
+// Of a VM, whose end is not told again: a file of its shim's has fewer.
+constexpr size_t mostRuns = 64;
+
+bool isOurs(const model::Event& row) {
+  const bool isNumbered = row.id() > 0 && row.id() <= mostSeq && row.seq() > 0 &&
+                          row.seq() <= mostSeq && row.key() == keyOf(row.id());
+  const rt::String* const words[] = {&row.vm(),      &row.kind(), &row.reason(), &row.severity(),
+                                     &row.subject(), &row.by(),   &row.via()};
+  return isNumbered && row.text().size() <= model::longestEventText &&
+         std::all_of(std::begin(words), std::end(words),
+                     [](const rt::String* word) { return word->size() <= longestWord; });
+}
 
 bool standsAlone(const rt::String& kind) {
   return kind == kind::config || kind == kind::state || kind == kind::end;
@@ -39,15 +56,26 @@ rt::String cut(const rt::String& text) {
 void History::rowsAre(const std::vector<model::Event::Ptr>& rows, uint64_t dropped,
                       uint64_t droppedSeq) {
   dropped_ = dropped;
-  droppedSeq_ = lastSeq_ = droppedSeq;
-  for (const model::Event::Ptr& row : rows) {
-    lastSeq_ = std::max(lastSeq_, row->seq());
-    lastId_ = std::max(lastId_, row->id());
-    note(*row);
-    write(*row);
+  droppedSeq_ = lastSeq_ = droppedSeq <= mostSeq ? droppedSeq : 0;
+  std::vector<model::Event::Ptr> ours;
+  std::copy_if(rows.begin(), rows.end(), std::back_inserter(ours),
+               [](const model::Event::Ptr& row) { return isOurs(*row); });
+  std::sort(ours.begin(), ours.end(),
+            [](const auto& a, const auto& b) { return a->seq() > b->seq(); });
+  if (ours.size() > mostRows) {
+    dropped_ += ours.size() - mostRows;
+    droppedSeq_ = std::max(droppedSeq_, ours[mostRows]->seq());
+    ours.resize(mostRows);
   }
+  for (auto row = ours.rbegin(); row != ours.rend(); ++row) takeUp(**row);
   sink_.droppedIs(dropped_, droppedSeq_);
-  makeRoom();
+}
+
+void History::takeUp(const model::Event& row) {
+  lastSeq_ = std::max(lastSeq_, row.seq());
+  lastId_ = std::max(lastId_, row.id());
+  note(row);
+  write(row);
 }
 
 // An end is told by who judges it, with the run and no line of it.
@@ -55,7 +83,7 @@ bool History::isKnown(const model::Event& event) const {
   if (event.run() == 0) return false;
   if (event.kind() == kind::end) {
     const auto ended = endedRuns_.find(event.vm());
-    return ended != endedRuns_.end() && event.run() <= ended->second;
+    return ended != endedRuns_.end() && ended->second.contains(event.run());
   }
   const auto told = told_.find(event.vm());
   if (told == told_.end() || event.run() > told->second.run) return false;
@@ -65,8 +93,9 @@ bool History::isKnown(const model::Event& event) const {
 void History::note(const model::Event& event) {
   if (event.run() == 0) return;
   if (event.kind() == kind::end) {
-    uint64_t& run = endedRuns_[event.vm()];
-    run = std::max(run, event.run());
+    std::set<uint64_t>& runs = endedRuns_[event.vm()];
+    runs.insert(event.run());
+    if (runs.size() > mostRuns) runs.erase(runs.begin());
     return;
   }
   Told& told = told_[event.vm()];

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "model/Event.h"
@@ -15,7 +16,8 @@ namespace host {
 //   an event                                   | is
 //   -------------------------------------------+--------------------------------------------------
 //   that a shim told, and whose run and line   | known, and dropped: an earlier daemon has told it
-//     are not behind what was told of the VM   |
+//     are not behind what was told of the VM,  |
+//     until the daemon has begun               |
 //   with vm, kind, reason and subject in       | that row, with the newest time and text, counted,
 //     common with one of the last minute, if   |   under a new seq
 //     it is none of config, state and end, and |
@@ -39,7 +41,12 @@ class History {
   History(const History&) = delete;
 
   // Takes up what an earlier daemon left: its rows, and what it had dropped. Before all else.
+  // Others may have written there: what is none of ours is left out, and so is what nobody would
+  // keep.
   void rowsAre(const std::vector<model::Event::Ptr>& rows, uint64_t dropped, uint64_t droppedSeq);
+
+  // What shims tell from now on is new, whatever those rows say.
+  void daemonHasBegun() { told_.clear(); }
 
   // Its seq, id, first and count are given here. What is longer than it may be is cut.
   void add(const model::Event::Ptr& event);
@@ -55,6 +62,7 @@ class History {
     uint64_t seq = 0;
   };
 
+  void takeUp(const model::Event& row);
   bool isKnown(const model::Event& event) const;
   void note(const model::Event& event);
   bool merge(const model::Event& event);
@@ -69,7 +77,7 @@ class History {
   std::map<uint64_t, Row> rows_;                            // by id
   std::map<rt::String, std::map<uint64_t, uint64_t>> ids_;  // by VM, and seq
   std::map<rt::String, Told> told_;                         // by VM
-  std::map<rt::String, uint64_t> endedRuns_;                // by VM: whose end was told last
+  std::map<rt::String, std::set<uint64_t>> endedRuns_;      // by VM: whose end was told
   // Rows that others may merge into, by VM, and what they must have in common.
   std::map<rt::String, std::map<rt::String, model::Event::Ptr>> open_;
 };

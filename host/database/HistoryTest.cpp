@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "host/database/History.h"
+#include "runtime/base/Format.h"
 #include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
@@ -140,6 +141,61 @@ TEST_F(HistoryTest, GoesOnFromWhatAnEarlierDaemonLeft) {
   EXPECT_EQ(rows.size(), 3U) << "told before";
   now.add(told(event(kind::guest, "web1", "reset", "by itself"), 8, 1));
   EXPECT_THAT(shown().back(), "4 guest reset: by itself");
+}
+
+TEST_F(HistoryTest, TakesUpNoRowThatIsNoneOfItsOwn) {
+  const auto row = [&](const char* key, uint64_t id, uint64_t seq) {
+    auto made = rt::make<model::Event>(key);
+    made->kindIs(kind::guest);
+    made->idIs(id);
+    made->seqIs(seq);
+    return made;
+  };
+  const auto wordy = row("000000000005", 5, 5);
+  wordy->byIs(std::string(900'000, 'A'));
+  const auto verbose = row("000000000006", 6, 6);
+  verbose->textIs(std::string(900'000, 'A'));
+  History all = history();
+  all.rowsAre({row("000000000004", 4, 4), row("9223372036854775807", INT64_MAX, 7),
+               row("000000000007", 7, INT64_MAX), row("000000000009", 8, 9),
+               row("000000000010", 10, 0), wordy, verbose},
+              0, UINT64_MAX);
+  EXPECT_THAT(shown(), ElementsAre("4 guest : "));
+  all.add(event(kind::state, "web1", "running", "up"));
+  EXPECT_THAT(shown().back(), "5 state running: up");
+}
+
+TEST_F(HistoryTest, TakesUpTheNewestOfAnyNumberOfRows) {
+  std::vector<model::Event::Ptr> rowsBefore;
+  for (uint64_t i = 1; i <= 2 * History::mostRows; ++i) {
+    auto made = rt::make<model::Event>(rt::format("%012ju", static_cast<uintmax_t>(i)));
+    made->idIs(i);
+    made->seqIs(i);
+    made->vmIs("vm" + rt::toText(i));
+    rowsBefore.push_back(std::move(made));
+  }
+  History all = history();
+  all.rowsAre(rowsBefore, 0, 0);
+  EXPECT_EQ(rows.size(), History::mostRows);
+  EXPECT_EQ(events().back()->seq(), 2 * History::mostRows);
+  EXPECT_EQ(dropped, History::mostRows);
+  EXPECT_EQ(droppedSeq, History::mostRows);
+}
+
+TEST_F(HistoryTest, TellsWhatShimsTellOnceTheDaemonHasBegunWhateverTheRowsSay) {
+  auto forged = told(event(kind::guest, "web1", "reset", "forged"), INT64_MAX, INT64_MAX);
+  forged->idIs(1);
+  forged->seqIs(1);
+  auto row = rt::make<model::Event>("000000000001");
+  statedb::fillKnown(*row, statedb::documentOf(*forged));
+  History all = history();
+  all.rowsAre({row}, 0, 0);
+  all.daemonHasBegun();
+  all.add(told(event(kind::state, "web1", "running", "up"), 0, 0));
+  all.add(told(event(kind::guest, "web1", "reset", "by itself"), 7, 5));
+  all.add(told(event(kind::end, "web1", "killed", "signal 9"), 7, 0));
+  EXPECT_THAT(shown(), ElementsAre("1 guest reset: forged", "2 state running: up",
+                                   "3 guest reset: by itself", "4 end killed: signal 9"));
 }
 
 TEST_F(HistoryTest, CutsALongTextBetweenTwoCharacters) {

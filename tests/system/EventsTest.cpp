@@ -10,6 +10,7 @@ namespace {
 
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 
 class Events : public GuestFixture {
  protected:
@@ -59,6 +60,21 @@ TEST_F(Events, AreToldOnceThoughTheDaemonIsExchanged) {
   EXPECT_EQ(countOf(history("web1"), R"("reason":"reset")"), 1U) << history("web1");
   EXPECT_EQ(countOf(history("web2"), R"("reason":"guest-shutdown")"), 1U) << history("web2");
   EXPECT_EQ(countOf(world.vmctl({"events", "-o", "json"}).out, R"("reason":"begun")"), 2U);
+}
+
+TEST_F(Events, AreToldWhateverOthersHaveWrittenAmongThem) {
+  start();
+  bootVm("web1");
+  world.end(SIGKILL);
+  world.write("event", "000000000900",
+              R"({"id":900,"seq":900,"vm":"web1","kind":"guest","run":9000000000000000,"n":9})");
+  world.write("event", "9223372036854775807",
+              R"({"id":9223372036854775807,"seq":9223372036854775807,"vm":"web1","kind":"end"})");
+  start();
+  world.ctl({"reset", "web1"});
+  EXPECT_TRUE(tells("web1", R"("seq":902,)")) << history("web1");
+  EXPECT_TRUE(tells("web1", R"("reason":"reset")")) << history("web1");
+  EXPECT_THAT(history("web1"), Not(HasSubstr("9223372036854775807")));
 }
 
 TEST_F(Events, TellWhatWasChangedWhileNoDaemonRan) {
