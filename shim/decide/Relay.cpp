@@ -157,6 +157,7 @@ void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
       command.request.execute == "netdev_add" && id != command.request.texts.end())
     standing_.erase(id->second);
   guestHasRun_ = guestHasRun_ || command.request.execute == "cont";
+  const bool wasHeld = isHeld_;
   if (command.isPicture && command.wish) pictures_.begin(*command.wish);
   if (command.isOperators())
     isHeld_ = command.request.execute == "stop" || (isHeld_ && command.request.execute != "cont");
@@ -164,7 +165,7 @@ void Relay::send(Time now, Command command, const std::vector<Step>& steps) {
   // command's at a time; but after what was no answer, who knows which the next one belongs to.
   std::optional<uint64_t> id;
   if (rubbish_ > 0) id = std::exchange(nextId_, nextId_ + steps.size());
-  flight_ = Flight{{}, id, steps.size(), {}, now, false};
+  flight_ = Flight{{}, id, steps.size(), {}, now, false, wasHeld};
   for (const Step& step : steps) {
     Message line{qmp::requestLine(step.execute, step.arguments, id), {}};
     if (id) ++*id;
@@ -251,6 +252,7 @@ void Relay::finish(Time now) {
       std::find_if(flight.answers.begin(), flight.answers.end(),
                    [](const qmp::Saying& answer) { return answer.kind == Kind::refusal; });
   noteOutcome(flight.command.request, refusal == flight.answers.end() ? "" : refusal->description);
+  if (refusal != flight.answers.end() && flight.command.isOperators()) isHeld_ = flight.wasHeld;
   wishIsOver(flight.command, refusal == flight.answers.end() ? "" : refusal->description);
   reportFailures(flight);
   if (flight.command.awaited) toAgent(answerOf(flight));
@@ -346,7 +348,13 @@ std::optional<Time> Relay::deadline() const {
 
 Actions Relay::quit() { return tellQemu("quit"); }
 
-Actions Relay::powerDown() { return tellQemu("system_powerdown"); }
+Actions Relay::powerDown() {
+  if (std::exchange(isHeld_, false)) {
+    out_.log.push_back("lets the guest, which an operator has paused, run: it is to shut down");
+    out_.toQemu.push_back({qmp::requestLine("cont", "", nextId_++), {}});
+  }
+  return tellQemu("system_powerdown");
+}
 
 // Its answer is nobody's, and known by its id.
 Actions Relay::tellQemu(const char* execute) {

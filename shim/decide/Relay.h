@@ -90,7 +90,8 @@ class Relay {
   bool isReady() const { return phase_ == Phase::ready && !closedAt_; }
   // Asks it, whatever else waits.
   Actions quit();
-  // Presses the guest's power button, whatever else waits.
+  // Presses the guest's power button, whatever else waits. One that an operator has paused is let
+  // run first, or it could not hear it.
   Actions powerDown();
   // Whether one more who wants to see the guest's screen can be taken now. He is given to QEMU, or
   // goes.
@@ -118,6 +119,7 @@ class Relay {
     std::vector<qmp::Saying> answers;
     Time sent{};
     bool late = false;  // QEMU took longer than it may
+    bool wasHeld = false;
   };
 
   bool isStalled() const { return flight_ && flight_->late; }

@@ -174,6 +174,38 @@ TEST_F(RelayWish, ToPauseHoldsOverTheNextAgent) {
   EXPECT_THAT(last(), HasSubstr("\"cont\""));
 }
 
+TEST_F(RelayWish, ToPauseThatQemuRefusesHoldsNobody) {
+  letRun();
+  world.qemu.refusalIs("stop", "not now");
+  world.wish({Wish::Kind::pause, {}, {}});
+  EXPECT_THAT(outcomes(), ElementsAre("1: not now"));
+  letRun();
+  EXPECT_THAT(last(), HasSubstr("\"cont\""));
+}
+
+TEST_F(RelayWish, ToResumeThatQemuRefusesLeavesAGuestHeld) {
+  letRun();
+  world.wish({Wish::Kind::pause, {}, {}});
+  world.qemu.refusalIs("cont", "not now");
+  world.wish({Wish::Kind::resume, {}, {}});
+  letRun();
+  EXPECT_THAT(last(), HasSubstr("\"stop\""));
+}
+
+TEST_F(RelayWish, ToPauseIsOverBeforeThePowerButtonIsPressed) {
+  letRun();
+  world.wish({Wish::Kind::pause, {}, {}});
+  world.powerDown();
+  const auto& asked = world.qemu.asked();
+  EXPECT_THAT(asked[asked.size() - 2], HasSubstr("\"cont\""));
+  EXPECT_THAT(last(), HasSubstr("\"system_powerdown\""));
+  world.powerDown();
+  EXPECT_EQ(std::count_if(asked.begin(), asked.end(),
+                          [](const auto& each) { return each.find("\"cont\"") != each.npos; }),
+            2)
+      << "once by the agent";
+}
+
 TEST_F(RelayWish, ToResetKeepsAGuestPaused) {
   letRun();
   world.wish({Wish::Kind::pause, {}, {}});

@@ -38,6 +38,8 @@ class RelayWorld {
   }
   // An operator wants that, the first time under the number 1.
   void wish(Wish wish) { perform(relay.wish(now, ++wishes_, std::move(wish))); }
+  // The guest's power button is pressed.
+  void powerDown() { perform(relay.powerDown()); }
   // What came of wishes since the last call: "1", or "1: REFUSAL".
   std::vector<std::string> takeOutcomes() { return std::exchange(outcomes_, {}); }
   // QEMU says what nobody asked for.
