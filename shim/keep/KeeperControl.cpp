@@ -110,12 +110,16 @@ Message Keeper::wish(ControlServer::Client client, const control::Request& reque
 void Keeper::tellOutcome(const Actions::Outcome& outcome) {
   auto asker = askers_.take(outcome.wish);
   if (!asker) return;
-  if (outcome.refusal.empty() && !asker->picture.empty() && asker->stillness == relay_->stillness())
+  std::string refusal = outcome.refusal;
+  const bool isDrawn = refusal.empty() && !asker->picture.empty();
+  if (isDrawn && !isSealed(asker->picture.front()))
+    refusal = "its QEMU does not let go of the picture";
+  else if (isDrawn && asker->stillness == relay_->stillness())
     stillPicture_.pictureIs(asker->stillness, asker->picture.front());
-  if (outcome.refusal.empty())
+  if (refusal.empty())
     control_->tell(asker->client, {control::doneLine(), std::move(asker->picture)});
   else
-    control_->tell(asker->client, {control::errorLine(outcome.refusal), {}});
+    control_->tell(asker->client, {control::errorLine(refusal), {}});
 }
 
 void Keeper::adopt(ControlServer::Client client, const control::Adoption& adoption,

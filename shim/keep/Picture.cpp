@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -19,12 +20,20 @@ rt::Descriptor openedAnew(const rt::Descriptor& memory, int how) {
 }  // namespace
 
 Picture makePicture() {
-  const rt::Descriptor memory(memfd_create("picture", MFD_CLOEXEC));
+  const rt::Descriptor memory(memfd_create("picture", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  // Or whoever has it open for reading could open it anew for writing.
+  (void)fchmod(memory.number(), S_IRUSR | S_IWUSR);
   // Each of its own: what is open for both can be read by who is to write, and has one place.
   Picture picture{openedAnew(memory, O_WRONLY), openedAnew(memory, O_RDONLY)};
   if (!memory || !picture.writing || !picture.reading)
     throw control::RequestError("screenshot: there is no memory for a picture");
   return picture;
+}
+
+bool isSealed(const rt::Descriptor& reading) {
+  const rt::Descriptor writing = openedAnew(reading, O_WRONLY);
+  return fcntl(writing.number(), F_ADD_SEALS,
+               F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL) == 0;
 }
 
 void StillPicture::pictureIs(std::optional<uint64_t> stillness, const rt::Descriptor& reading) {

@@ -18,6 +18,10 @@ struct Picture {
 // Throws control::RequestError when there can be none.
 Picture makePicture();
 
+// Has nobody change what was drawn any more, by whatever descriptor he has: not QEMU, which may be
+// the guest's, and not who was shown it before. Returns whether it is so.
+bool isSealed(const rt::Descriptor& reading);
+
 // The picture of a guest that stands still, for all who ask for it meanwhile: it does not change,
 // and QEMU would keep each. Where `stillness` names the time, and is nothing for a guest that runs.
 class StillPicture {
