@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "runtime/base/Release.h"
+#include "runtime/base/VisibleText.h"
 
 namespace shim::qmp {
 
@@ -33,6 +34,13 @@ bool isFlat(std::string_view text) {
     if (depth > deepest) return false;
   }
   return true;
+}
+
+// A QEMU may be the guest's, and make a sentence of any length.
+std::string forPeople(const std::string& description) {
+  if (description.size() <= longestDescription) return description;
+  const std::string begin = description.substr(0, longestDescription);
+  return begin.substr(0, begin.size() - rt::unfinishedLength(begin)) + "...";
 }
 
 // A whole text that is one JSON object; null for any other.
@@ -106,7 +114,7 @@ std::optional<Saying> sayingFrom(std::string_view text) {
   if (const json_t* const error = json_object_get(root.get(), "error")) {
     saying.kind = Saying::Kind::refusal;
     saying.value = asQemuWrites(error);
-    saying.description = stringOf(json_object_get(error, "desc"));
+    saying.description = forPeople(stringOf(json_object_get(error, "desc")));
   } else if (const json_t* const result = json_object_get(root.get(), "return")) {
     saying.kind = Saying::Kind::result;
     saying.value = isAlone(root.get(), text) ? inside(text) : asQemuWrites(result);

@@ -24,13 +24,15 @@ struct Request {
 // Nothing for a text that is no request.
 std::optional<Request> requestFrom(std::string_view text);
 
+constexpr size_t longestDescription = 500;
+
 // What QEMU says.
 struct Saying {
   enum class Kind { greeting, event, result, refusal };
   Kind kind = Kind::event;
   std::optional<uint64_t> id;  // of the request it answers, when that is a number, as ours are
   std::string value;           // as JSON, of a result or refusal
-  std::string description;     // of a refusal, for people
+  std::string description;     // of a refusal, for people: longestDescription bytes, and "..."
   std::string event;           // its name, of an event
   std::map<std::string, std::string> texts;  // those of an event's data that are strings
   std::optional<bool> byGuest;               // what an event's data say of that

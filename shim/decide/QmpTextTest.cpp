@@ -67,6 +67,13 @@ TEST(Saying, KeepsItsValueAsQemuWritesIt) {
   EXPECT_EQ(refusal->description, "no");
 }
 
+TEST(Saying, HasADescriptionOfSomeLengthWhateverQemuSays) {
+  const std::string said =
+      std::string(longestDescription - 1, 'Q') + "\xc3\xa9" + std::string(99, 'Q');
+  const auto refusal = sayingFrom(R"({"error": {"class": "C", "desc": ")" + said + R"("}})");
+  EXPECT_EQ(refusal->description, std::string(longestDescription - 1, 'Q') + "...");
+}
+
 TEST(Saying, HasItsValueAsItStandsThereWhereThatIsAll) {
   const auto value = [](const char* text) { return sayingFrom(text)->value; };
   EXPECT_EQ(value(R"({"return": {"a": "\u00e9}"}})"), R"({"a": "\u00e9}"})");
