@@ -82,6 +82,7 @@ rt::String described(std::string_view type) {
   if (type == "int64") return wholeNumber<int64_t>();
   if (type == "EthAddr") return "a MAC address, such as 52:54:00:12:34:56";
   if (type == "Bridging::VlanId") return "a VLAN number from 1 to 4094";
+  if (type == "model::Processors") return "a number of processors, such as 1.5";
   return "a value of type " + rt::String(type);
 }
 

@@ -49,7 +49,9 @@ TEST_F(OwnRowsTest, ThatAreRefusedLeaveWhatWasInForce) {
 
 TEST_F(OwnRowsTest, ThatAreRefusedFirstLeaveTheUsual) {
   put(R"({"cpuMax":2})");
-  EXPECT_NE(rows.problem("web1"), "");
+  EXPECT_EQ(rows.problem("web1"),
+            "vmLimits: cpuMax: '2' is refused: must be a number of processors, such as 1.5, in "
+            "quotes");
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
 }
 
