@@ -19,8 +19,11 @@ int64_t millisecondsOf(clockid_t clock) {
 EventFile::EventFile(Place place)
     : file_(std::move(place), limit), lines_(millisecondsOf(CLOCK_BOOTTIME)) {}
 
-void EventFile::tell(const GuestEvent& event) {
-  file_.write(lines_.line(event, {millisecondsOf(CLOCK_REALTIME), millisecondsOf(CLOCK_BOOTTIME)}));
+bool EventFile::tell(const GuestEvent& event) {
+  const std::string line =
+      lines_.line(event, {millisecondsOf(CLOCK_REALTIME), millisecondsOf(CLOCK_BOOTTIME)});
+  file_.write(line);
+  return !line.empty();
 }
 
 void EventFile::timePassed() {

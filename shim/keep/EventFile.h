@@ -12,8 +12,8 @@ class EventFile {
  public:
   explicit EventFile(Place place);
 
-  // Writes the event, if its kind was not told too often.
-  void tell(const GuestEvent& event);
+  // Writes the event, if its kind was not told too often. Returns whether it was not.
+  bool tell(const GuestEvent& event);
   // Writes what lasts and was not told then. When there is something to be written next, in ms.
   void timePassed();
   std::optional<int64_t> timeLeft() const;

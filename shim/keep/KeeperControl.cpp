@@ -83,9 +83,10 @@ void Keeper::tellOfWish(ControlServer::Client client, std::string_view what,
   if (peer.pid == daemonPid_) return;
   GuestEvent event{guest::event::wished, std::string(what), {}, {}, {{"uid", peer.uid}}};
   if (peer.uid == 0) event.by = by;
+  // Somebody who asks again and again is not to drive what QEMU said out of the log.
+  if (!events_.tell(event)) return;
   log_.write(logLine("shim", std::string(what) + " was asked for by user " +
                                  std::to_string(peer.uid) + (by.empty() ? "" : ", as " + by)));
-  events_.tell(event);
 }
 
 Message Keeper::wish(ControlServer::Client client, const control::Request& request) {

@@ -1,5 +1,7 @@
 // What a shim has told of its guest once that has ended.
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <regex>
@@ -74,6 +76,28 @@ TEST_F(ShimEvents, HaveEachStepThatEndedAGuest) {
       << text();
   EXPECT_THAT(text(), HasSubstr(R"("reason":"host-qmp-quit","byGuest":false)"));
   EXPECT_THAT(text(), HasSubstr("\"exit\":0"));
+}
+
+TEST_F(ShimEvents, AndTheLogAreNotFilledByWhoAsksAgainAndAgain) {
+  const auto shim = start();
+  AgentClient agent(monitor());
+  agent.bringUp();
+  ASSERT_TRUE(comesToHold(file("events"), "\"resumed\"")) << text();
+  // The daemon, as which we stand here, knows by itself what it asks for.
+  const pid_t other = fork();
+  if (other == 0) {
+    LineClient host(file("shim.sock"));
+    host.line();
+    for (int i = 0; i < 100; ++i) host.ask(R"({"nmi":{}})");
+    _exit(0);
+  }
+  ASSERT_EQ(waitpid(other, nullptr, 0), other);
+  const std::string log = contentOf(file("shim.log"));
+  int lines = 0;
+  for (size_t at = log.find("nmi was asked"); at != std::string::npos; ++lines)
+    at = log.find("nmi was asked", at + 1);
+  EXPECT_GT(lines, 0);
+  EXPECT_LT(lines, 50);
 }
 
 TEST_F(ShimEvents, NameTheSignalThatEndedQemu) {
