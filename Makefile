@@ -5,11 +5,12 @@ SECONDS ?= 60
 
 export CMAKE_BUILD_PARALLEL_LEVEL = $(JOBS)
 .DELETE_ON_ERROR:
-.PHONY: help setup build run install uninstall deb deb-test test sim sim-sweep sim-defects soak coverage mutants bench fuzz check format clean
+.PHONY: help setup build run install uninstall deb deb-test test page-test sim sim-sweep sim-defects soak coverage mutants bench fuzz check format clean
 
 help:
 	@echo 'make run      install what is missing, build, and run a Linux guest on real QEMU (KEEP=1: stay)'
 	@echo 'make test     install what is missing, build with sanitizers, run all tests'
+	@echo 'make page-test  what is shipped: the page of Cockpit in a browser, with real guests'
 	@echo 'make install  build what is shipped, and install it below PREFIX=$(PREFIX); make uninstall takes it away'
 	@echo 'make deb      build the Debian packages, into build/deb'
 	@echo 'make deb-test install them on a machine of their own: a guest, an upgrade, a reboot, the removal'
@@ -46,6 +47,7 @@ run: build/release/build.ninja
 PREFIX ?= /usr/local
 install: build/release/build.ninja
 	@cmake --build --preset release --target vmagentd vmctl vmagent_shim man completion
+	@cockpit/fetch || echo 'make install: the page in Cockpit goes without xterm.js and noVNC'
 	@cmake --install build/release --strip --prefix $(PREFIX) >/dev/null
 	@[ -n "$(DESTDIR)" ] || ! command -v systemd-sysusers >/dev/null || systemd-sysusers
 	@echo 'make install: installed below $(DESTDIR)$(PREFIX)'
@@ -58,6 +60,7 @@ uninstall:
 # Their dependencies are not those of "make test", so they have words of their own for setup.
 deb:
 	@./setup deb
+	@cockpit/fetch || echo 'make deb: the page in Cockpit goes without xterm.js and noVNC'
 	@packaging/deb.py build/deb
 deb-test:
 	@./setup deb-test
@@ -71,6 +74,13 @@ test: build/$(PRESET)/build.ninja
 	@tools/slowest.py build/$(PRESET)
 	@tools/run_tests.py $(PRESET) $$((2 * $(JOBS)))
 	@echo 'make test: all tests passed ($(PRESET))'
+
+# ONLY="Console Form": these alone. Pictures of each view are left in build/release/page.
+page-test: build/release/build.ninja
+	@./setup page
+	@cmake --build --preset release --target vmagentd vmctl vmagent_shim
+	@tests/page/run build/release $(ONLY)
+	@echo 'make page-test: all tests passed'
 
 # What is looked at after each change: no root, no QEMU, no sanitizers.
 quick: build/dev/build.ninja
