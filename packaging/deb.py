@@ -69,9 +69,11 @@ def debian_changelog(version, entries, date):
 
 
 def copy_sources(target):
-    """Makes `target` a copy of what is tracked or could be. A file that is equal stays as it is, with
-    its time, and so do the objects of the build before; all else goes."""
+    """Makes `target` a copy of what is tracked or could be, and of what others wrote for the page. A
+    file that is equal stays as it is, with its time, and so do the objects of the build before; all
+    else goes."""
     listed = git("ls-files", "-z", "--cached", "--others", "--exclude-standard").split("\0")
+    listed += [str(path.relative_to(ROOT)) for path in (ROOT / "cockpit/vendor").glob("**/*")]
     wanted = {name for name in listed if (ROOT / name).is_file()}
     shutil.rmtree(target / "debian", ignore_errors=True)
     for path in target.glob("**/*"):
@@ -102,7 +104,7 @@ def build(folder, source, version, flags, options=""):
     """Builds `source`, whose objects stay, as that version; its packages come into `folder`."""
     folder.mkdir(parents=True, exist_ok=True)
     for old in [*folder.glob("vmagent*_*"), *source.parent.glob("vmagent*_*")]:
-        old.unlink()
+        old.unlink(missing_ok=True)
     copy_sources(source)
     (source / "debian/changelog").write_text(debian_changelog(
         version, newest((ROOT / "CHANGELOG.md").read_text()),
