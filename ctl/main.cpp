@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "ctl/Program.h"
+#include "ctl/machine/HeadReader.h"
 #include "ctl/machine/LinuxMachine.h"
 #include "ctl/machine/OutputBuffer.h"
 #include "ctl/machine/TemporaryFile.h"
@@ -139,6 +140,12 @@ void writeFile(const rt::String& path, const rt::String& bytes) {
   if (!file || !left.empty()) throw rt::ErrnoException(errno, path + " cannot be written");
 }
 
+void putFile(const ctl::FilePlace& place, std::string_view bytes) {
+  ctl::NewFile file(place);
+  file.write(bytes);
+  file.put();
+}
+
 // What root does, somebody did who logged in before: the kernel knows who, where a session is kept,
 // and else sudo says so.
 rt::String userName() {
@@ -199,6 +206,8 @@ int main(int argc, char** argv) {
                    .askShim = ctl::askShim,
                    .userName = userName,
                    .writeFile = writeFile,
+                   .putFile = putFile,
+                   .readHead = [](rt::Seconds time) { return ctl::readHead(STDIN_FILENO, time); },
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = out,

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "ctl/verbs/Verbs.h"
+#include "ctl/view/MetricsText.h"
 #include "host/Options.h"
 #include "model/Event.h"
 #include "model/ProblemSource.h"
@@ -152,6 +153,20 @@ TEST(Manual, HasEachSourceOfProblemsInTheOrderOfTheirWeight) {
     at = manual.find(bold(source) + " (", at);
     ASSERT_NE(at, std::string::npos) << source;
   }
+}
+
+TEST(Manual, HasEachFamilyOfMetrics) {
+  const std::string manual = std::regex_replace(page("vmctl.1"), std::regex(R"(\\_)"), "_");
+  ctl::MetricsFacts facts;
+  facts.daemon = rt::make<model::DaemonStatus>("");
+  const std::string text = ctl::metricsText(facts).str();
+  const std::regex family("# TYPE ([a-z_]+) ");
+  size_t count = 0;
+  for (std::sregex_iterator each(text.begin(), text.end(), family), end; each != end; ++each) {
+    ++count;
+    EXPECT_THAT(manual, HasSubstr("_" + (*each)[1].str() + "_"));
+  }
+  EXPECT_GE(count, 30U);
 }
 
 TEST(Manual, HasEachModelOfCards) {

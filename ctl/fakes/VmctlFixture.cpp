@@ -176,6 +176,9 @@ World VmctlFixture::world() {
           .userName = [] { return rt::String("op1"); },
           .writeFile = [this](const rt::String& path,
                               const rt::String& bytes) { files_[path.str()] = bytes.str(); },
+          .putFile = [this](const FilePlace& place,
+                            std::string_view bytes) { putFile(place, std::string(bytes)); },
+          .readHead = [this](rt::Seconds) { return rt::String(head_); },
           .machine = machine_,
           .limits = {.memory = 8192},
           .out = out_,
@@ -193,6 +196,7 @@ statedb::StateDb VmctlFixture::open(const Directories& directories) {
     const auto hear = [this] {
       if (daemonListens_) putHeard();
     };
+    if (configError_) throw statedb::Error(*configError_, stateDir_ + "/config.db cannot be used");
     return std::make_unique<InterferedStore>(
         store(statedb::Half::config), [this] { step(interferences_); }, hear);
   };
@@ -222,6 +226,14 @@ ShimAnswer VmctlFixture::askShim(const ShimCall& call) {
   shimCalls_.push_back(vm + " " + call.request.str());
   const auto found = shimAnswers_.find(vm);
   return found == shimAnswers_.end() ? ShimAnswer{ShimAnswer::Kind::done, {}, {}} : found->second;
+}
+
+// As NewFile does.
+void VmctlFixture::putFile(const FilePlace& place, const std::string& bytes) {
+  if (place.standing == FilePlace::Standing::stays && files_.contains(place.path.str()))
+    throw rt::Exception(place.path + " is there already: --force writes over it");
+  files_[place.path.str()] = bytes;
+  modes_[place.path.str()] = place.mode;
 }
 
 // Like poll(): over at once when something happened.

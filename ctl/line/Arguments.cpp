@@ -34,6 +34,8 @@ constexpr Option ownOptions[] = {
     {"count", 'n', "COUNT", "how often it is shown; without it, until it is interrupted"},
     {"interval", 0, "S", "seconds between two times; 2 by default"},
     {"beat", 0, "S", "tell in JSON every S seconds that it goes on"},
+    {"textfile", 0, "FILE", "write it into that file, whole or not at all"},
+    {"http", 0, "", "answer the question of HTTP on standard input"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
     {"prune", 0, "", "remove the VMs that the document does not name"},

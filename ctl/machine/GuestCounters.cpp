@@ -154,18 +154,21 @@ void GuestCounterReader::readProcess(int32_t pid, GuestCounters& counters) const
 CardFacts GuestCounterReader::readCard(const rt::String& address) const {
   const auto device = devices_.find(address.str());
   if (device == devices_.end()) return {};
-  const rt::String statistics =
-      rt::String(devicesDirectory) + "/" + device->second + "/statistics/";
-  const auto count = [&](const char* file) { return numberIn(machine_.text(statistics + file)); };
+  const rt::String place = rt::String(devicesDirectory) + "/" + device->second;
+  const auto number = [&](const rt::String& file) { return numberIn(machine_.text(place + file)); };
+  const auto count = [&](const char* file) { return number(rt::String("/statistics/") + file); };
   // All of one device are there, or none.
   const auto received = count("rx_bytes");
-  if (!received) return {device->second, std::nullopt};
-  return {device->second, CardCounters{.receivedBytes = *received,
-                                       .sentBytes = count("tx_bytes").value_or(0),
-                                       .receivedPackets = count("rx_packets").value_or(0),
-                                       .sentPackets = count("tx_packets").value_or(0),
-                                       .receivedDrops = count("rx_dropped").value_or(0),
-                                       .sentDrops = count("tx_dropped").value_or(0)}};
+  if (!received) return {device->second, {}, {}};
+  const auto carrier = number("/carrier");
+  return {device->second,
+          CardCounters{.receivedBytes = *received,
+                       .sentBytes = count("tx_bytes").value_or(0),
+                       .receivedPackets = count("rx_packets").value_or(0),
+                       .sentPackets = count("tx_packets").value_or(0),
+                       .receivedDrops = count("rx_dropped").value_or(0),
+                       .sentDrops = count("tx_dropped").value_or(0)},
+          carrier ? std::optional(*carrier != 0) : std::nullopt};
 }
 
 // What a volume is asked for, the disks below it are asked for, too, and are counted.

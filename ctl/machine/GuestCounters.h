@@ -36,6 +36,7 @@ struct CardCounters {
 struct CardFacts {
   rt::String device;  // the macvtap; empty: there is none
   std::optional<CardCounters> counters;
+  std::optional<bool> carrier;  // nothing: also while it is down
 };
 
 // Nothing stands for what nobody counts, or may not be read.

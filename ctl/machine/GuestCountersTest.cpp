@@ -27,6 +27,7 @@ class GuestCountersOf : public testing::Test {
   void putDevice(const std::string& name, const std::string& address, uint64_t received) {
     const std::string path = "/sys/class/net/" + name;
     machine_.texts[path + "/address"] = address + "\n";
+    machine_.texts[path + "/carrier"] = "1\n";
     const std::string statistics = path + "/statistics/";
     machine_.texts[statistics + "rx_bytes"] = std::to_string(received) + "\n";
     machine_.texts[statistics + "tx_bytes"] = "20\n";
@@ -113,9 +114,11 @@ TEST_F(GuestCountersOf, ACardAreThoseOfTheMacvtapThatHasItsAddressNow) {
   ASSERT_EQ(counters.cards.size(), 3U);
   EXPECT_EQ(counters.cards[0].device, "macvtap1");
   EXPECT_EQ(counters.cards[0].counters, (CardCounters{11, 20, 3, 4, 5, 6}));
+  EXPECT_EQ(counters.cards[0].carrier, true);
   EXPECT_EQ(counters.cards[1].counters->receivedBytes, 10U);
   EXPECT_EQ(counters.cards[2].device, "");
   EXPECT_FALSE(counters.cards[2].counters);
+  EXPECT_FALSE(counters.cards[2].carrier);
 }
 
 TEST_F(GuestCountersOf, ACardFollowItToAnotherDevice) {

@@ -10,6 +10,7 @@
 #include "ctl/machine/ConsoleSession.h"
 #include "ctl/machine/EditedFile.h"
 #include "ctl/machine/Machine.h"
+#include "ctl/machine/NewFile.h"
 #include "ctl/machine/Screen.h"
 #include "ctl/machine/ShimCall.h"
 #include "model/DiskImage.h"
@@ -56,6 +57,10 @@ struct World {
   std::function<rt::String()> userName;
   // Makes the file, or what is in it, that; throws rt::ErrnoException.
   std::function<void(const rt::String& path, const rt::String& bytes)> writeFile;
+  // Puts a file of these bytes there, whole or not at all.
+  std::function<void(const FilePlace& place, std::string_view bytes)> putFile;
+  // The head of a question of HTTP on standard input, as far as it came within the time.
+  std::function<rt::String(rt::Seconds time)> readHead;
   const Machine& machine;
   model::MachineLimits limits;
 

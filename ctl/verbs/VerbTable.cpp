@@ -10,6 +10,7 @@
 #include "ctl/verbs/InterfaceVerbs.h"
 #include "ctl/verbs/ListVerbs.h"
 #include "ctl/verbs/LogVerbs.h"
+#include "ctl/verbs/MetricsVerbs.h"
 #include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
 #include "ctl/verbs/TopVerbs.h"
@@ -168,6 +169,12 @@ constexpr Verb table[] = {
      "  vmctl top -n 1\n"
      "  vmctl top web1 --interval 10 -o json\n",
      showTop},
+    {"metrics", "", "", 0, 0, "textfile http", "", "write what is so for Prometheus",
+     "Writes what is so of all VMs, and what their guests take, in the text format of Prometheus.\n"
+     "\n"
+     "  systemctl enable --now vmagent-metrics.socket     answers http://127.0.0.1:9709/metrics\n"
+     "  systemctl enable --now vmagent-textfile.timer     writes a file for node_exporter\n",
+     writeMetrics},
     {"events", "", "", 0, 0, "follow since after", "table json", "show what has happened",
      "Shows what has happened to all virtual machines, the newest last: what was changed, from "
      "what\n"

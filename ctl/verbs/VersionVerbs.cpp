@@ -12,6 +12,8 @@ constexpr const char* version = VMAGENT_VERSION;
 
 }  // namespace
 
+rt::String ownVersion() { return version; }
+
 Exit showVersion(Context& context, const Arguments&) {
   if (context.format() == Format::json)
     context.printJson(jsonHead(false) + R"("vmctl":")" + version + R"(","runDir":)" +

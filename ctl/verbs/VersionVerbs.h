@@ -5,6 +5,9 @@
 
 namespace ctl {
 
+// Of this program.
+rt::String ownVersion();
+
 Exit showVersion(Context& context, const Arguments& arguments);
 
 }  // namespace ctl

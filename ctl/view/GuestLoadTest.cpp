@@ -40,7 +40,7 @@ GuestFacts guest(const char* name, uint64_t cpu, const char* run = "a") {
 
 GuestFacts withCard(GuestFacts facts, const char* key, const char* device, uint64_t received) {
   facts.cards.push_back({key, "Ethernet1", "52:54:00:00:00:01"});
-  CardFacts card{device, std::nullopt};
+  CardFacts card{device, {}, {}};
   if (*device != '\0') card.counters = CardCounters{received, 2 * received, 0, 0, received, 1};
   facts.counters.cards.push_back(card);
   return facts;

@@ -138,7 +138,8 @@ rt::String cardJson(const GuestFacts::Card& card, const CardFacts& facts, const 
            ",";
   };
   return "{" + textMember("key", card.key) + "," + textMember("interface", card.interface) + "," +
-         textMember("device", facts.device) + "," +
+         textMember("device", facts.device) + R"(,"carrier":)" +
+         (facts.carrier ? *facts.carrier ? "true" : "false" : "null") + "," +
          count("receivedBytes", &CardCounters::receivedBytes) +
          count("sentBytes", &CardCounters::sentBytes) +
          count("receivedPackets", &CardCounters::receivedPackets) +

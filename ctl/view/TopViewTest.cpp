@@ -24,7 +24,7 @@ class TopPictureOf : public testing::Test {
   TopPictureOf() {
     GuestFacts web = facts("web1");
     web.cards.push_back({"nic00", "Ethernet1", "52:54:00:00:00:01"});
-    web.counters.cards.push_back({"macvtap0", CardCounters{1000, 2000, 3, 4, 5, 6}});
+    web.counters.cards.push_back({"macvtap0", CardCounters{1000, 2000, 3, 4, 5, 6}, true});
     web.cpuMax = model::Processors(150);
     sample_.guests = {facts("db"), web};
     rates_.resize(2);
@@ -98,7 +98,7 @@ TEST_F(TopPictureOf, GuestsIsOneLineOfJsonWithAllThatWasCounted) {
       R"({"name":"web1","actual":"running","severity":"ok","pid":4711,"startedAtMs":1699999020000,)"
       R"("cpu":{"usedUs":17,"throttledUs":null,"max":1.5,"used":1.5,"throttled":0.02},)"
       R"("memory":{"bytes":106954752,"maxBytes":146800640,"configuredBytes":134217728},)"
-      R"("disk":null,"cards":[{"key":"nic00","interface":"Ethernet1","device":"macvtap0",)"
+      R"("disk":null,"cards":[{"key":"nic00","interface":"Ethernet1","device":"macvtap0","carrier":true,)"
       R"("receivedBytes":1000,"sentBytes":2000,"receivedPackets":3,"sentPackets":4,)"
       R"("receivedDrops":5,"sentDrops":6,"receivedBytesPerSecond":1234.0,)"
       R"("sentBytesPerSecond":40000.0,"dropsPerSecond":0.0}]})");
@@ -125,7 +125,7 @@ TEST_F(TopPictureOf, WhatNobodyKnowsIsNullAndAlwaysThere) {
       R"("memory":{"bytes":null,"maxBytes":null,"configuredBytes":null},)"
       R"("disk":{"readBytes":1,"writtenBytes":2,"reads":3,"writes":4,"readBytesPerSecond":null,)"
       R"("writtenBytesPerSecond":null},"cards":[{"key":"nic00","interface":"Ethernet1",)"
-      R"("device":null,"receivedBytes":null,"sentBytes":null,"receivedPackets":null,)"
+      R"("device":null,"carrier":null,"receivedBytes":null,"sentBytes":null,"receivedPackets":null,)"
       R"("sentPackets":null,"receivedDrops":null,"sentDrops":null,)"
       R"("receivedBytesPerSecond":null,"sentBytesPerSecond":null,"dropsPerSecond":null}]})");
 }

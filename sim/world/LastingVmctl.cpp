@@ -109,6 +109,8 @@ CommandWords runVmctl(const std::vector<std::string>& words, statedb::StateDb& d
                    .askShim = ctl::askShim,
                    .userName = [] { return rt::String("root"); },
                    .writeFile = {},
+                   .putFile = {},
+                   .readHead = {},
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = output,

@@ -256,6 +256,7 @@ TEST_F(OperatorsGroup, MayUseEveryVerbWithoutBeingRoot) {
       {"interface", "list"},
       {"fdb", "list"},
       {"export"},
+      {"metrics"},
       {"restart", "web1", "--wait"},
       {"set", "web1", "memory=33"},
       {"disable", "web1", "--wait"},
