@@ -128,7 +128,7 @@ TEST_F(Help, OfAVerbTellsHowItIsUsedAndItsOptions) {
                     "  --wait                  return when it is done\n"
                     "  --timeout S             seconds that it may take at most; to wait 60 by "
                     "default\n"
-                    "  --force                 although a guest ends by it\n"
+                    "  --force                 although a guest, or a file, is lost by it\n"
                     "  --state-dir DIR         where the configuration is; /var/lib/vmagent, or "
                     "$VMAGENT_STATE_DIR\n"
                     "  --run-dir DIR           where the status is; /run/vmagent, or "

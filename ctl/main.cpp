@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "ctl/Program.h"
+#include "ctl/machine/ConfigBackup.h"
 #include "ctl/machine/HeadReader.h"
 #include "ctl/machine/LinuxMachine.h"
 #include "ctl/machine/OutputBuffer.h"
@@ -208,6 +209,8 @@ int main(int argc, char** argv) {
                    .writeFile = writeFile,
                    .putFile = putFile,
                    .readHead = [](rt::Seconds time) { return ctl::readHead(STDIN_FILENO, time); },
+                   .backUpConfig = ctl::backUpConfig,
+                   .readConfigBackup = ctl::readConfigBackup,
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = out,

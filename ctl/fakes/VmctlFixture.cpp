@@ -179,6 +179,9 @@ World VmctlFixture::world() {
           .putFile = [this](const FilePlace& place,
                             std::string_view bytes) { putFile(place, std::string(bytes)); },
           .readHead = [this](rt::Seconds) { return rt::String(head_); },
+          .backUpConfig = [this](const rt::String& stateDir,
+                                 const FilePlace& place) { putFile(place, stateDir.str()); },
+          .readConfigBackup = [this](const rt::String& file) { return readBackup(file); },
           .machine = machine_,
           .limits = {.memory = 8192},
           .out = out_,
@@ -234,6 +237,14 @@ void VmctlFixture::putFile(const FilePlace& place, const std::string& bytes) {
     throw rt::Exception(place.path + " is there already: --force writes over it");
   files_[place.path.str()] = bytes;
   modes_[place.path.str()] = place.mode;
+}
+
+statedb::Snapshot VmctlFixture::readBackup(const rt::String& file) {
+  if (backupError_) throw statedb::Error(*backupError_, file + " cannot be used");
+  statedb::Snapshot backup;
+  for (const auto& [place, doc] : backup_)
+    backup.records.push_back({place.first, place.second, doc, 1, 1});
+  return backup;
 }
 
 // Like poll(): over at once when something happened.

@@ -92,11 +92,13 @@ class VmctlFixture : public testing::Test {
   std::set<std::string> missingImages_;
   // By path; any other is a CD when it is named so, and else an empty raw disk.
   std::map<std::string, model::ImageFacts> images_;
-  int looks_ = 0;                                // how often an image was looked at
-  double lookTakes_ = 0;                         // seconds
-  std::map<std::string, std::string> files_;     // by path
-  std::map<std::string, unsigned> modes_;        // of those that were put there
-  std::string head_;                             // of a question of HTTP
+  int looks_ = 0;                             // how often an image was looked at
+  double lookTakes_ = 0;                      // seconds
+  std::map<std::string, std::string> files_;  // by path
+  std::map<std::string, unsigned> modes_;     // of those that were put there
+  std::string head_;                          // of a question of HTTP
+  std::map<std::pair<rt::String, rt::String>, rt::String> backup_;  // documents by table and key
+  std::optional<statedb::Trouble> backupError_;
   std::optional<statedb::Trouble> configError_;  // of the configuration, when it is opened
   rt::String stateDir_;                          // those that the last command opened
   rt::String runDir_;
@@ -111,6 +113,7 @@ class VmctlFixture : public testing::Test {
   void waitReadable(std::span<const int> descriptors, rt::Seconds time);
   ShimAnswer askShim(const ShimCall& call);
   void putFile(const FilePlace& place, const std::string& bytes);
+  statedb::Snapshot readBackup(const rt::String& file);
   World world();
 
   const std::shared_ptr<statedb::fakes::MemoryData> config_ =

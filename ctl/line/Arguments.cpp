@@ -23,7 +23,7 @@ constexpr Option ownOptions[] = {
     {"wait", 0, "", "return when it is done"},
     {"now", 0, "", "at once: guests are not asked, and lose what they have not written"},
     {"timeout", 0, "S", "seconds that it may take at most; to wait 60 by default"},
-    {"force", 0, "", "although a guest ends by it"},
+    {"force", 0, "", "although a guest, or a file, is lost by it"},
     {"all", 0, "", "all VMs that it can be done to"},
     {"device", 0, "DEV", "the kernel device"},
     {"file", 'f', "FILE", "the document to read; - is standard input"},

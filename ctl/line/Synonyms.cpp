@@ -44,7 +44,6 @@ constexpr Synonym table[] = {
     {"import,load,replace", "'vmctl apply -f FILE' makes what a document says"},
     {"dumpxml,dump", "'vmctl export' writes all VMs as a document, 'vmctl show NAME -o json' one"},
     {"diff,plan", "'vmctl apply -f FILE --dry-run' says what would change"},
-    {"backup", "'vmctl export' writes the configuration; docs/operating.md tells how to keep it"},
     {"rename,mv",
      "'vmctl show NAME -o json' writes a VM as a document: change its name, remove the VM, and "
      "'vmctl apply -f FILE'"},

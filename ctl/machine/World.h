@@ -61,6 +61,9 @@ struct World {
   std::function<void(const FilePlace& place, std::string_view bytes)> putFile;
   // The head of a question of HTTP on standard input, as far as it came within the time.
   std::function<rt::String(rt::Seconds time)> readHead;
+  // See ConfigBackup.h.
+  std::function<void(const rt::String& stateDir, const FilePlace& place)> backUpConfig;
+  std::function<statedb::Snapshot(const rt::String& file)> readConfigBackup;
   const Machine& machine;
   model::MachineLimits limits;
 

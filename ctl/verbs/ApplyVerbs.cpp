@@ -76,28 +76,41 @@ Plan soundPlan(Context& context, const Configuration& configuration, const Apply
 
 }  // namespace
 
-Exit applyDocument(Context& context, const Arguments& arguments) {
-  const auto file = arguments.value("file");
-  if (!file) throw Refusal(Exit::usage, "'apply' needs -f FILE");
-  const ApplyDocument document = readApplyDocument(context.world().readFile(*file));
-  const Others others = arguments.has("prune") ? Others::prune : Others::stay;
-  const bool isDry = arguments.has("dry-run");
+Exit apply(Context& context, const ApplyDocument& document, const ApplyMode& mode,
+           const BesideVms& beside) {
   Configuration configuration(context);
   Plan plan;
+  std::vector<rt::String> others;
   configuration.retry([&] {
-    plan = soundPlan(context, configuration, document, others);
-    if (!isDry) context.db().commit(transactionOf(context, plan));
+    plan = soundPlan(context, configuration, document, mode.others);
+    statedb::Transaction transaction = transactionOf(context, plan);
+    others = beside ? beside(transaction) : std::vector<rt::String>();
+    if (mode.writing == ApplyMode::Writing::done) context.db().commit(transaction);
   });
   warnOfImages(context, configuration, plan);
-  if (isIdle(plan)) {
+  if (isIdle(plan) && others.empty()) {
     context.tell("nothing to change");
-  } else if (isDry) {
+  } else if (mode.writing == ApplyMode::Writing::told) {
     printPlan(context, plan);
+    for (const rt::String& line : others) context.world().out << visible(line) << '\n';
   } else {
     tellDone(context, plan);
+    for (const rt::String& line : others) context.tell(line);
     complainOfDelay(context);
   }
   return Exit::done;
+}
+
+ApplyMode applyModeOf(const Arguments& arguments) {
+  return {arguments.has("prune") ? Others::prune : Others::stay,
+          arguments.has("dry-run") ? ApplyMode::Writing::told : ApplyMode::Writing::done};
+}
+
+Exit applyDocument(Context& context, const Arguments& arguments) {
+  const auto file = arguments.value("file");
+  if (!file) throw Refusal(Exit::usage, "'apply' needs -f FILE");
+  return apply(context, readApplyDocument(context.world().readFile(*file)), applyModeOf(arguments),
+               {});
 }
 
 Exit exportVms(Context& context, const Arguments&) {

@@ -31,7 +31,7 @@ class CompletionVerb : public fakes::VmctlFixture {
 };
 
 TEST_F(CompletionVerb, OfVerbs) {
-  EXPECT_EQ(after({"re"}), "remove reset restart resume");
+  EXPECT_EQ(after({"re"}), "remove reset restart restore resume");
   EXPECT_EQ(after({"st"}), "start stop");
   EXPECT_EQ(after({"nic", ""}), "add remove rm");
   EXPECT_EQ(after({"interface", "un"}), "unset");

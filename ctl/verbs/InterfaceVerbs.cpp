@@ -62,7 +62,9 @@ bool isDeviceName(std::string_view name) {
          std::none_of(name.begin(), name.end(), isBad);
 }
 
-void requireSound(const rt::String& id, const rt::String& device) {
+}  // namespace
+
+std::vector<rt::String> interfaceProblems(const rt::String& id, const rt::String& device) {
   std::vector<rt::String> sentences;
   if (const auto right = model::intfNameRight(id))
     sentences.push_back(id + ": " + rt::Problem{"name", id, *right}.text());
@@ -71,10 +73,8 @@ void requireSound(const rt::String& id, const rt::String& device) {
                         rt::Problem{"deviceName", device,
                                     "must be 1 to 15 characters without blanks, slashes and colons"}
                             .text());
-  if (!sentences.empty()) throw Refusal(Exit::invalid, sentences);
+  return sentences;
 }
-
-}  // namespace
 
 Exit listInterfaces(Context& context, const Arguments&) {
   const InterfaceRows rows = allInterfaces(context);
@@ -98,7 +98,8 @@ Exit setInterface(Context& context, const Arguments& arguments) {
   const rt::String& id = arguments.words().front();
   const auto device = arguments.value("device");
   if (!device) throw Refusal(Exit::usage, "'interface set' needs --device DEV");
-  requireSound(id, *device);
+  const std::vector<rt::String> problems = interfaceProblems(id, *device);
+  if (!problems.empty()) throw Refusal(Exit::invalid, problems);
   const auto wanted = rt::make<Interface::IntfStatus>(rt::IntfId(id));
   wanted->deviceNameIs(*device);
   context.db().commit(

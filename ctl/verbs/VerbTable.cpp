@@ -1,4 +1,5 @@
 #include "ctl/verbs/ApplyVerbs.h"
+#include "ctl/verbs/BackupVerbs.h"
 #include "ctl/verbs/CompletionVerbs.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/ConsoleVerbs.h"
@@ -213,6 +214,20 @@ constexpr Verb table[] = {
      "The document is what 'export', 'list -o json' or 'show -o json' write; status and problem\n"
      "are passed over.\n",
      applyDocument},
+    {"backup", "", "FILE", 1, 1, "force", "", "keep the configuration as one file",
+     "Writes the configuration as it is at one moment into a new file, which is whole or not "
+     "there,\n"
+     "and which only its owner may read. It needs no vmagentd.\n",
+     backUp},
+    {"restore", "", "FILE", 1, 1, "dry-run prune", "", "make the configuration that of a backup",
+     "Makes VMs, and what interfaces are, what they were when 'vmctl backup' wrote the file; what "
+     "it\n"
+     "does not have stays, or with --prune is removed, even when it is enabled. As 'vmctl apply' "
+     "does:\n"
+     "in one transaction, and guests whose VMs are as they were are not touched. With --dry-run it "
+     "says\n"
+     "what would change.\n",
+     restore},
     {"fdb list", "fdb ls", "", 0, 0, "", allFormats, "show the guests' static MAC entries",
      "Shows which MAC addresses have a fixed place, in which VLAN, and where; with -o wide, into\n"
      "which of the kernel's bridges the entry was put ('vmagentd --bridge').\n",

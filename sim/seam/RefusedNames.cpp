@@ -50,6 +50,14 @@ int simSpawnFound(pid_t* pid, const char* file, const posix_spawn_file_actions_t
   return name.library(&simSpawnFound)(pid, file, actions, attributes, arguments, environment);
 }
 
+char* simMakeTemporaryDirectory(char* path) asm("mkdtemp");
+char* simMakeTemporaryDirectory(char* path) {
+  static constinit Name name("mkdtemp");
+  if (!inWorld()) return name.library(&simMakeTemporaryDirectory)(path);
+  refuse("mkdtemp");
+  return nullptr;
+}
+
 int simResizePath(const char* path, off_t size) asm("truncate");
 int simResizePath(const char* path, off_t size) {
   static constinit Name name("truncate");

@@ -111,6 +111,8 @@ CommandWords runVmctl(const std::vector<std::string>& words, statedb::StateDb& d
                    .writeFile = {},
                    .putFile = {},
                    .readHead = {},
+                   .backUpConfig = {},
+                   .readConfigBackup = {},
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = output,

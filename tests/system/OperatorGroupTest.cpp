@@ -257,6 +257,8 @@ TEST_F(OperatorsGroup, MayUseEveryVerbWithoutBeingRoot) {
       {"fdb", "list"},
       {"export"},
       {"metrics"},
+      {"backup", world.runDir + "/backup.db"},
+      {"restore", world.runDir + "/backup.db"},
       {"restart", "web1", "--wait"},
       {"set", "web1", "memory=33"},
       {"disable", "web1", "--wait"},
