@@ -30,7 +30,6 @@ const statedb::Record* recordIn(const Records& records, const rt::String& key) {
 // As 'vmctl export' would have written it, but that a row that cannot be read is there as it is.
 rt::String documentOf(const statedb::Snapshot& backup) {
   const Records images = recordsOf(backup, model::table::vmImage);
-  const Records limits = recordsOf(backup, model::table::vmLimits);
   rt::String json = R"({"version":1,"vms":[)";
   const char* separator = "";
   for (const auto& [name, record] : recordsOf(backup, model::table::vmConfig)) {
@@ -42,8 +41,9 @@ rt::String documentOf(const statedb::Snapshot& backup) {
     (json += R"(,"config":)") += record->doc;
     if (const rt::String format = row.imageFormat(); !format.empty())
       (json += R"(,"format":)") += quoted(format);
-    if (const statedb::Record* const own = recordIn(limits, name))
-      (json += R"(,"limits":)") += own->doc;
+    for (const auto& [table, member] : model::ownTables)
+      if (const statedb::Record* const own = recordIn(recordsOf(backup, rt::String(table)), name))
+        (((json += ",\"") += member) += "\":") += own->doc;
     json += '}';
     separator = ",";
   }

@@ -80,10 +80,11 @@ TEST_F(RestoreVerb, WithPruneRemovesWhatIsNotThere) {
   EXPECT_EQ(doc("interface", "Vlan9"), "none");
 }
 
-TEST_F(RestoreVerb, BringsBackFormatsLimitsAndInterfaces) {
+TEST_F(RestoreVerb, BringsBackFormatsTheHostsOwnRowsAndInterfaces) {
   keep("vmConfig", "web1", config(256));
   keep("vmImage", "web1", R"({"diskImage":"/images/web.iso","format":"qcow2"})");
   keep("vmLimits", "web1", R"({"cpuWeight":50})");
+  keep("vmPolicy", "web1", R"({"restart":"always"})");
   keep("vmIntent", "web1", R"({"restart":7})");
   keep("interface", "Vlan100", R"({"deviceName":"br0.100"})");
   const Answer answer = vmctl("restore /b");
@@ -91,6 +92,7 @@ TEST_F(RestoreVerb, BringsBackFormatsLimitsAndInterfaces) {
   EXPECT_THAT(answer.err, HasSubstr("interface Vlan100: is device 'br0.100'\n"));
   EXPECT_THAT(doc("vmImage", "web1"), HasSubstr(R"("format":"qcow2")"));
   EXPECT_THAT(doc("vmLimits", "web1"), HasSubstr(R"("cpuWeight":50)"));
+  EXPECT_THAT(doc("vmPolicy", "web1"), HasSubstr(R"("restart":"always")"));
   EXPECT_EQ(doc("interface", "Vlan100"), R"({"deviceName":"br0.100"})");
   EXPECT_EQ(doc("vmIntent", "web1"), "none") << "a restart that was asked for then is not again";
   EXPECT_EQ(vmctl("restore /b").err, "nothing to change\n");
