@@ -1,5 +1,6 @@
 #include "host/Chronicle.h"
 
+#include <tuple>
 #include <utility>
 
 #include "guest/EventWords.h"
@@ -60,9 +61,13 @@ void Chronicle::daemonEnds() {
   history_.add(made(kind::daemon, {}, "ended", "note", "vmagentd ends; guests go on"));
 }
 
-void Chronicle::configChanges(const std::vector<statedb::Change>& changes, const VmRows& rows) {
+void Chronicle::configChanges(const std::vector<statedb::Change>& changes, const VmRows& rows,
+                              const OwnRows& own) {
   before_.clear();
+  ownBefore_.clear();
   for (const statedb::Change& change : changes) {
+    const rt::String& vm = change.record.key;
+    if (model::isOwn(change.record.table)) ownBefore_.try_emplace(vm, own.own(vm));
     if (change.record.table != model::table::vmConfig) continue;
     const VmRow* const row = rows.row(change.record.key);
     before_[change.record.key] = row ? row->valid : nullptr;
@@ -82,13 +87,14 @@ void Chronicle::addChange(const statedb::Change& change, const rt::String& reaso
   history_.add(event);
 }
 
-void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const VmRows& rows) {
+void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const VmRows& rows,
+                              const OwnRows& own) {
   for (const statedb::Change& change : changes) {
     if (change.proof != statedb::Proof::history) continue;  // nobody need have done it
     if (change.record.table == model::table::vmConfig) tellVm(change, rows);
     if (change.record.table == model::table::vmIntent) tellIntent(change);
     for (const auto& [table, member] : model::ownTables)
-      if (change.record.table == table) tellOwn(change, rt::String(member));
+      if (change.record.table == table) tellOwn(change, rt::String(member), own);
     if (change.record.table == model::table::interface)
       addChange(change, "interface",
                 "interface " + change.record.key +
@@ -98,10 +104,15 @@ void Chronicle::configChanged(const std::vector<statedb::Change>& changes, const
   before_.clear();
 }
 
-void Chronicle::tellOwn(const statedb::Change& change, const rt::String& member) {
-  const bool isThere = change.op == statedb::Op::put;
-  addChange(change, member,
-            isThere ? member + ": " + change.record.doc : "no " + member + " of its own any more");
+// One that was refused changes nothing; what is wrong is told as a problem.
+void Chronicle::tellOwn(const statedb::Change& change, const rt::String& member,
+                        const OwnRows& own) {
+  const auto& [table, vm] = std::tie(change.record.table, change.record.key);
+  const auto before = ownBefore_.find(vm);
+  if (before == ownBefore_.end()) return;
+  const model::VmOwn now = own.own(vm);
+  const rt::String text = changesText(before->second.record(table), now.record(table));
+  addChange(change, member, text.empty() ? member + ": refused" : text);
 }
 
 void Chronicle::tellVm(const statedb::Change& change, const VmRows& rows) {

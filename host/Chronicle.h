@@ -6,6 +6,7 @@
 
 #include "host/database/Configuration.h"
 #include "host/database/History.h"
+#include "host/database/OwnRows.h"
 #include "host/state/GuestEvent.h"
 #include "model/ProblemSource.h"
 
@@ -26,8 +27,10 @@ class Chronicle {
 
   // To be called before the changes are taken, and again when they are: what is known of each VM
   // until then, and from then on.
-  void configChanges(const std::vector<statedb::Change>& changes, const VmRows& rows);
-  void configChanged(const std::vector<statedb::Change>& changes, const VmRows& rows);
+  void configChanges(const std::vector<statedb::Change>& changes, const VmRows& rows,
+                     const OwnRows& own);
+  void configChanged(const std::vector<statedb::Change>& changes, const VmRows& rows,
+                     const OwnRows& own);
   // What was changed while no daemon ran, whose log goes on from where the earlier one was.
   void configWasChanged(const std::vector<statedb::Change>& changes);
 
@@ -38,13 +41,14 @@ class Chronicle {
   model::Event::Ptr made(const char* kind, const rt::String& vm, const rt::String& reason,
                          const char* severity, const rt::String& text) const;
   void addChange(const statedb::Change& change, const rt::String& reason, const rt::String& text);
-  void tellOwn(const statedb::Change& change, const rt::String& member);
+  void tellOwn(const statedb::Change& change, const rt::String& member, const OwnRows& own);
   void tellVm(const statedb::Change& change, const VmRows& rows);
   void tellIntent(const statedb::Change& change);
 
   History& history_;
   const std::function<uint64_t()> timeOfDay_;
   std::map<rt::String, Vm::VmConfig::Ptr> before_;  // of those that are about to change
+  std::map<rt::String, model::VmOwn> ownBefore_;    // likewise
   struct Known {
     rt::String text;
     model::ProblemSource source{};

@@ -22,9 +22,12 @@ class ChronicleTest : public testing::Test {
             {"op1", "vmctl set", 1'700'000'000'123}};
   }
   void change(const Change& change) {
-    chronicle.configChanges({change}, rows);
+    chronicle.configChanges({change}, rows, own);
     rows.apply({change});
-    chronicle.configChanged({change}, rows);
+    if (model::isOwn(change.record.table))
+      own.rowIs(change.record.table, change.record.key,
+                change.op == Op::put ? std::optional(change.record) : std::nullopt);
+    chronicle.configChanged({change}, rows, own);
   }
   // "config web1 changed: memory 128 -> 140 (op1)" since the last call.
   std::vector<std::string> news() {
@@ -46,6 +49,7 @@ class ChronicleTest : public testing::Test {
                    .droppedIs = [](uint64_t, uint64_t) {}}};
   Chronicle chronicle{history, [] { return uint64_t{1'700'000'001'000}; }};
   VmRows rows{model::MachineLimits{.memory = 8192}};
+  OwnRows own{model::MachineLimits{.memory = 8192}};
 };
 
 constexpr char vm[] = R"({"diskImage":"/a.iso","memory":128})";
@@ -100,6 +104,18 @@ TEST_F(ChronicleTest, TellsWhatWasChangedWhileNoDaemonRan) {
   chronicle.configWasChanged({put("vmConfig", "web1", vm, 1), put("vmConfig", "web2", vm, 9)});
   EXPECT_THAT(news(), ElementsAre("config web1 added: added while no vmagentd ran (op1)",
                                   "config web2 changed: changed while no vmagentd ran (op1)"));
+}
+
+TEST_F(ChronicleTest, TellsWhatOfTheHostsOwnRowsIsOther) {
+  change(put("vmLimits", "web1", R"({"cpuMax":"0.5"})"));
+  change(put("vmLimits", "web1", R"({"cpuMax":"1.5","cpuWeight":50})"));
+  change(put("vmPolicy", "web1", R"({"restart":"always"})"));
+  change(put("vmPolicy", "web1", R"({"restart":"often"})"));
+  EXPECT_THAT(news(),
+              ElementsAre("config web1 limits: cpuMax 0 -> 0.5 (op1)",
+                          "config web1 limits: cpuWeight 100 -> 50, cpuMax 0.5 -> 1.5 (op1)",
+                          "config web1 policy: restart no -> always (op1)",
+                          "config web1 policy: policy: refused (op1)"));
 }
 
 TEST_F(ChronicleTest, TellsProblemsOnceAndWhenTheyAreMended) {

@@ -112,12 +112,12 @@ bool DaemonParts::pass() {
 
 void DaemonParts::handleConfig(const std::vector<statedb::Change>& changes,
                                const statedb::Cursor& reached) {
-  if (hasBegun_) chronicle_.configChanges(changes, configuration_.rows());
+  if (hasBegun_) chronicle_.configChanges(changes, configuration_.rows(), own_);
   tellWhoAsked(changes);
   rt::FirstException failures;
   failures.run([&] { configuration_.take(changes, reached, *this); });
   shownConfig_.taken(reached, guests_.turnsAsked());
-  if (hasBegun_) chronicle_.configChanged(changes, configuration_.rows());
+  if (hasBegun_) chronicle_.configChanged(changes, configuration_.rows(), own_);
   failures.rethrow();
 }
 

@@ -55,7 +55,7 @@ void compare(const rt::Entity& before, const rt::Entity& after, const rt::String
 
 }  // namespace
 
-rt::String changesText(const Vm::VmConfig& before, const Vm::VmConfig& after) {
+rt::String changesText(const rt::Entity& before, const rt::Entity& after) {
   Changes changes;
   compare(before, after, {}, changes);
   return changes.text();

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "host/database/FieldChanges.h"
+#include "runtime/records/VmConfig.h"
 #include "statedb/EntityDocument.h"
 
 namespace host {

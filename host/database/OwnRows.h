@@ -23,6 +23,8 @@ class OwnRows {
   // Never null: of a VM without a row, the usual.
   model::VmLimits::PtrConst limits(const rt::String& vm) const { return own(vm).limits; }
   model::VmPolicy::PtrConst policy(const rt::String& vm) const { return own(vm).policy; }
+  // All of them. Nobody is to write into these records.
+  model::VmOwn own(const rt::String& vm) const;
   // Why the VM's rows cannot be gone by; empty: nothing is wrong.
   rt::String problem(const rt::String& vm) const;
 
@@ -31,8 +33,6 @@ class OwnRows {
     model::VmOwn own;  // what is in force
     std::map<std::string_view, rt::String> problems;
   };
-
-  model::VmOwn own(const rt::String& vm) const;
 
   const model::MachineLimits machine_;
   std::map<rt::String, Rows> rows_;
