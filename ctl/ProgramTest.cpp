@@ -61,8 +61,8 @@ TEST_F(Usage, RefusesWhatTheVerbDoesNotTake) {
             usageError("'list' takes no option '--wait': see 'vmctl list --help'"));
   EXPECT_EQ(vmctl("enable web1 -o json"),
             usageError("'start' takes no option '--output': see 'vmctl start --help'"));
-  EXPECT_EQ(vmctl("disable web1 --now"),
-            usageError("'disable' takes no option '--now': see 'vmctl disable --help'"));
+  EXPECT_EQ(vmctl("enable web1 --now"),
+            usageError("'start' takes no option '--now': see 'vmctl start --help'"));
   EXPECT_EQ(vmctl("list web1"), usageError("'list' does not take 'web1': vmctl list [-o FORMAT]"));
   EXPECT_EQ(vmctl("show"), usageError("'show' needs NAME: vmctl show NAME [-o FORMAT]"));
   EXPECT_EQ(

@@ -34,10 +34,10 @@ class Synonyms : public fakes::VmctlFixture {
 TEST_F(Synonyms, EndingAGuestAndDeletingItsVmAreToldApart) {
   for (const char* verb : {"destroy", "kill"})
     EXPECT_EQ(saidOf(verb), std::string("vmctl: there is no verb '") + verb +
-                                "': 'vmctl disable NAME' ends a guest; 'vmctl remove NAME' "
-                                "deletes its configuration\n");
+                                "': 'vmctl stop NAME --now' ends a guest at once; 'vmctl remove "
+                                "NAME' deletes its configuration\n");
   EXPECT_THAT(saidOf("undefine"), HasSubstr("'vmctl remove NAME' deletes"));
-  EXPECT_THAT(saidOf("shutdown"), HasSubstr("'vmctl disable NAME' has a guest shut down"));
+  EXPECT_THAT(saidOf("shutdown"), HasSubstr("'vmctl stop NAME' has a guest shut down"));
 }
 
 TEST_F(Synonyms, OfHarmlessWordsLeadToNothingHarmful) {

@@ -70,7 +70,7 @@ Exit tellWhy(Context& context, const Arguments& arguments) {
     context.printJson(jsonHead(isStale) + R"("name":)" + quoted(row.name) + "," + stateJson(row) +
                       "}");
   else
-    context.world().out << whyText(row, tellingFor(context, isStale));
+    context.world().out << whyText(row, {.now = context.world().timeOfDay(), .isStale = isStale});
   return isAsWanted(row) && !isStale ? Exit::done : Exit::failed;
 }
 

@@ -80,9 +80,8 @@ constexpr Verb table[] = {
      "\n"
      "It needs no vmagentd: a guest's keeper ends it.\n",
      stopVms},
-    {"disable", "", "[NAME...]", 0, anyNumber, "all wait timeout", "",
-     "stop VMs: the same as 'stop'",
-     "The same as 'vmctl stop', which can also switch them off at once.\n", stopVms},
+    {"disable", "", "[NAME...]", 0, anyNumber, "now all wait timeout", "",
+     "stop VMs: the same as 'stop'", "The same as 'vmctl stop'.\n", stopVms},
     {"restart", "", "[NAME...]", 0, anyNumber, "now all force wait timeout", "",
      "stop VMs and start them again",
      "Ends the guests and starts them again with the configuration as it is now. They are asked "

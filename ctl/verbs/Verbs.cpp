@@ -218,7 +218,7 @@ rt::String helpOf(const Verb& verb) {
   rt::String text = wrapped("usage: " + synopsisOf(verb));
   if (!verb.alias.empty()) text += "also:  vmctl " + rt::String(verb.alias) + "\n";
   (text += "\n") += withFields(verb.help);
-  if (hasWord(verb.options, "wait"))
+  if (hasWord(verb.options, "wait") && verb.run != stopVms)
     text +=
         "\nWithout --wait it returns when it is written down. With --wait and no vmagentd running "
         "it\nis written down all the same, and the exit is 1 at once.\n";
