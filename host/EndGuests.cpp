@@ -70,7 +70,12 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
   if (all.empty()) return;
   rt::FirstException failure;
   failure.run([&] { theirs.merge(configuredAddresses(options)); });
-  for (const rt::String& stray : strayTaps(all, theirs, {})) netlink::deviceRemove(stray.charPtr());
+  const auto strays = strayTaps(all, theirs, {});
+  const auto users = guest::userRangeFrom(options.guestUsers.str());
+  const auto others =
+      strays.empty() ? std::set<uint32_t>() : tapsOfOthers(users.value_or(guest::UserRange()));
+  for (const rt::String& stray : strays)
+    if (!isAmong(stray, all, others)) netlink::deviceRemove(stray.charPtr());
   failure.rethrow();
 }
 

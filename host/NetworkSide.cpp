@@ -24,6 +24,11 @@ NetworkSide::NetworkSide(const Ground& ground)
                 .ourAddresses = [this] { return ourAddresses(); },
                 .deviceOf = [this](const rt::String& interface) { return deviceOf(interface); },
                 .taps = taps,
+                .tapsOfOthers =
+                    [this] {
+                      const auto users = guest::userRangeFrom(ground_.options.guestUsers.str());
+                      return tapsOfOthers(users.value_or(guest::UserRange()));
+                    },
                 .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }}),
       interfaces_(rt::make<InterfaceNames>(
           ground.agent.localDir, ground.hostStatus, ground.agent.present,

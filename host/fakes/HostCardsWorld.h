@@ -55,6 +55,7 @@ class HostCardsWorld : public AgentWorld {
   bool kernelAnswers = true;
   bool deletes = true;  // the kernel, what the janitor asks it to
   int looks = 0;        // at the kernel's macvtap devices
+  std::set<uint32_t> tapsOfOthers;
 
   host::TraceLog traceLog{0, {}};
   const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();

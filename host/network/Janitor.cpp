@@ -30,6 +30,13 @@ std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<r
   return strays;
 }
 
+bool isAmong(const rt::String& name, const std::vector<Tap>& taps,
+             const std::set<uint32_t>& indexes) {
+  return std::any_of(taps.begin(), taps.end(), [&](const Tap& tap) {
+    return tap.name == name && indexes.contains(tap.index);
+  });
+}
+
 const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps) {
   const auto found = std::find_if(taps.begin(), taps.end(), [&](const Tap& tap) {
     return tap.name == use.device && tap.mac == use.mac && tap.lower == use.lower;
@@ -51,9 +58,14 @@ void Janitor::sweep(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& o
   if (strayTaps(taps, ours, {}).empty()) return;
   std::vector<TapUse> uses;
   for (const Card& card : cards(*tools_.agent)) uses.push_back(useOf(card));
-  for (const rt::String& stray : strayTaps(taps, ours, uses)) {
-    report("the macvtap device " + stray + " is left over and is deleted");
-    tools_.remove(stray);
+  const auto strays = strayTaps(taps, ours, uses);
+  const auto others = strays.empty() ? std::set<uint32_t>() : tools_.tapsOfOthers();
+  for (const rt::String& stray : strays) {
+    const bool isOthers = isAmong(stray, taps, others);
+    report("the macvtap device " + stray +
+           (isOthers ? " has the address of a card, but another program has it open: it stays"
+                     : " is left over and is deleted"));
+    if (!isOthers) tools_.remove(stray);
   }
 }
 

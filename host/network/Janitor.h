@@ -20,9 +20,13 @@ struct TapUse {
 };
 
 // Returns those that carry an address of one of our cards, have a name as the agent gives it, and
-// are named by no card. Pure. A device of anybody else is never among them.
+// are named by no card. Pure. Whoever may configure a card says which addresses are ours, so such a
+// device is a stray one only where no other program has it open.
 std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours,
                                   const std::vector<TapUse>& uses);
+// Whether the device of that name is among these indexes. Pure.
+bool isAmong(const rt::String& name, const std::vector<Tap>& taps,
+             const std::set<uint32_t>& indexes);
 // Finds the device that the card names, if it is the card's; else null. Pure.
 const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps);
 
@@ -40,6 +44,8 @@ class Janitor {
     // The index of the interface's device; 0 when the interface is not there.
     std::function<uint32_t(const rt::String& interface)> deviceOf;
     std::function<std::vector<Tap>()> taps;  // one look at the kernel's
+    // The indexes of those that other programs have open. Looks at all processes.
+    std::function<std::set<uint32_t>()> tapsOfOthers;
     std::function<void(const rt::String& device)> remove;
   };
   explicit Janitor(Tools tools) : tools_(std::move(tools)) {}

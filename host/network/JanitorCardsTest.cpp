@@ -75,6 +75,18 @@ TEST_F(JanitorCards, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) 
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap1"));
 }
 
+TEST_F(JanitorCards, LeavesADeviceThatAnotherProgramHasOpenWhoseverAddressItHas) {
+  run(web1);
+  card("web1")->macvtapDevIs("");
+  tapsOfOthers = {kernel.device("macvtap0")->index};
+  switchOff(web1);
+  janitor.sweep();
+  EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
+  tapsOfOthers.clear();
+  janitor.sweep();
+  EXPECT_THAT(kernel.macvtaps(), IsEmpty());
+}
+
 TEST_F(JanitorCards, DeletesWhatARemovedVmHadWithoutTheAgentsKnowing) {
   run(web1);
   card("web1")->macvtapDevIs("");

@@ -8,6 +8,7 @@
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
@@ -16,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/guests/GuestProcess.h"
 #include "host/guests/ProcessText.h"
 #include "runtime/base/Exception.h"
 #include "runtime/base/Release.h"
@@ -85,6 +87,26 @@ void addOpenTaps(const std::string& process, std::set<uint32_t>& held) {
   }
 }
 
+// The number that stands behind the name there; 0: none does.
+uint32_t numberIn(const std::string& status, std::string_view name) {
+  const size_t at = status.find(name);
+  if (at == std::string::npos) return 0;
+  uint32_t number = 0;
+  std::istringstream(status.substr(at + name.size())) >> number;
+  return number;
+}
+
+// A shim, or its QEMU, whose shim may have been killed; or a QEMU without one.
+bool isGuests(const std::string& process, const guest::UserRange& users) {
+  const std::string status = textOf(process, "/status");
+  const uint32_t user = numberIn(status, "\nUid:");
+  const uint32_t parent = numberIn(status, "\nPPid:");
+  const auto self = static_cast<uint32_t>(getpid());
+  return parent == self || numberIn(status, "\nTgid:") == self ||
+         (user >= users.first && user <= users.last) || !guestOf(process).empty() ||
+         !guestOf(directoryOf(static_cast<int32_t>(parent))).empty();
+}
+
 }  // namespace
 
 std::vector<Tap> taps() {
@@ -111,6 +133,18 @@ std::set<uint32_t> tapsHeldBy(int32_t pid) {
       textOf(process, ("/task/" + std::to_string(pid) + "/children").c_str()));
   for (int32_t child = 0; children >> child;) addOpenTaps(directoryOf(child), held);
   return held;
+}
+
+std::set<uint32_t> tapsOfOthers(const guest::UserRange& users) {
+  std::set<uint32_t> others;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    if (!rt::fromText<int32_t>(entry.path().filename().string())) continue;
+    std::set<uint32_t> held;
+    addOpenTaps(entry.path().string(), held);
+    if (!held.empty() && !isGuests(entry.path().string(), users)) others.merge(held);
+  }
+  return others;
 }
 
 }  // namespace host

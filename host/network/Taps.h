@@ -5,6 +5,7 @@
 #include <set>
 #include <vector>
 
+#include "guest/GuestUsers.h"
 #include "runtime/base/String.h"
 #include "runtime/net/EthAddr.h"
 
@@ -25,5 +26,9 @@ std::vector<Tap> taps();
 // Returns the indexes of those that the process or a child of its first thread has open, by the
 // names of their nodes: a shim's QEMU is its child. None of a process that has gone.
 std::set<uint32_t> tapsHeldBy(int32_t pid);
+
+// Returns the indexes of those that somebody has open who is no guest of ours, nor ourselves: a
+// process of another program. `users`: guests' QEMUs'. Looks at all processes.
+std::set<uint32_t> tapsOfOthers(const guest::UserRange& users);
 
 }  // namespace host

@@ -1,0 +1,73 @@
+// Who has a tap's node open, with real processes.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "host/network/Taps.h"
+#include "runtime/base/Descriptor.h"
+#include "runtime/base/fakes/TestFolder.h"
+
+namespace host {
+namespace {
+
+using testing::Contains;
+using testing::Not;
+
+// To read from, and to write to.
+std::pair<rt::Descriptor, rt::Descriptor> pipeEnds() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
+  return {rt::Descriptor(ends[0]), rt::Descriptor(ends[1])};
+}
+
+// Nobody's child, as another program is, for as long as this stands.
+class Stranger {
+ public:
+  explicit Stranger(const std::string& file) {
+    auto [isReady, ready] = pipeEnds();
+    auto [end, ends] = pipeEnds();
+    const pid_t child = fork();
+    if (child == 0) {
+      if (fork() != 0) _exit(0);
+      ends.reset();
+      const rt::Descriptor opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+      char byte = opened ? 'y' : 'n';
+      (void)!write(ready.number(), &byte, 1);
+      (void)!read(end.number(), &byte, 1);
+      _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    end_ = std::move(ends);
+    char byte = 0;
+    EXPECT_EQ(read(isReady.number(), &byte, 1), 1);
+    EXPECT_EQ(byte, 'y');
+  }
+
+ private:
+  rt::Descriptor end_;  // read by it
+};
+
+TEST(TapsOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
+  const rt::fakes::TestFolder folder;
+  const std::string path = folder.path() + "/tap";
+  const Stranger stranger(path + "4711");
+  const rt::Descriptor own(open((path + "4712").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_TRUE(own);
+  const auto others = tapsOfOthers({});
+  EXPECT_THAT(others, Contains(4711U));
+  EXPECT_THAT(others, Not(Contains(4712U)));
+}
+
+TEST(TapsOfOthers, AreNoneOfAGuestsUser) {
+  const rt::fakes::TestFolder folder;
+  const Stranger stranger(folder.path() + "/tap4711");
+  EXPECT_THAT(tapsOfOthers({.first = geteuid(), .last = geteuid()}), Not(Contains(4711U)));
+}
+
+}  // namespace
+}  // namespace host
