@@ -1,5 +1,7 @@
 #include "host/NetworkSide.h"
 
+#include <algorithm>
+
 #include "host/StatusOfBefore.h"
 #include "netlink/Macvtap.h"
 
@@ -24,11 +26,7 @@ NetworkSide::NetworkSide(const Ground& ground)
                 .ourAddresses = [this] { return ourAddresses(); },
                 .deviceOf = [this](const rt::String& interface) { return deviceOf(interface); },
                 .taps = taps,
-                .tapsOfOthers =
-                    [this] {
-                      const auto users = guest::userRangeFrom(ground_.options.guestUsers.str());
-                      return tapsOfOthers(users.value_or(guest::UserRange()));
-                    },
+                .tapsOfOthers = [this] { return othersTaps(); },
                 .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }}),
       interfaces_(rt::make<InterfaceNames>(
           ground.agent.localDir, ground.hostStatus, ground.agent.present,
@@ -54,6 +52,7 @@ void NetworkSide::begin() {
       LinkRecords::MacvtapSink{
           .deviceIs =
               [this](uint32_t device, const rt::String& name, rt::EthAddr address) {
+                if (!isOurs(device, name, address)) return;
                 if (ground_.options.holdsSenders) senderGuard_.deviceIs(device, name, address);
                 rateGuard_.deviceIs(device, name, address);
               },
@@ -84,6 +83,20 @@ std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
 }
 
 bool NetworkSide::isCards(rt::EthAddr address) const { return vmOf(address) != nullptr; }
+
+// The agent has made it for a card, or an earlier one: then no other program has it open.
+bool NetworkSide::isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const {
+  if (!isCards(address)) return false;
+  const auto all = host::cards(*ground_.agent.root);
+  return std::any_of(all.begin(), all.end(),
+                     [&](const Card& card) { return card.tap == name && card.mac == address; }) ||
+         !othersTaps().contains(device);
+}
+
+std::set<uint32_t> NetworkSide::othersTaps() const {
+  const auto users = guest::userRangeFrom(ground_.options.guestUsers.str());
+  return tapsOfOthers(users.value_or(guest::UserRange()));
+}
 
 // Null: no card that is configured has that address.
 const rt::String* NetworkSide::vmOf(rt::EthAddr address) const {

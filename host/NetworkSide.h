@@ -35,6 +35,8 @@ class NetworkSide {
   uint32_t deviceOf(const rt::String& interface) const;
   std::set<rt::EthAddr> ourAddresses() const;
   bool isCards(rt::EthAddr address) const;
+  bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
+  std::set<uint32_t> othersTaps() const;
   const rt::String* vmOf(rt::EthAddr address) const;
 
   const Ground& ground_;

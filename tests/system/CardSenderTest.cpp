@@ -1,6 +1,10 @@
 // What a guest's card lets through of what it sends, on real macvtap devices.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <net/if.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -85,6 +89,35 @@ TEST_F(CardSender, IsTheCardsAddressWhereTheDaemonHasAttachedIt) {
   EXPECT_TRUE(waitUntil([] { return arriving("macvtap0", "52:54:00:12:34:02", 3) == 0; }));
   EXPECT_EQ(arriving("macvtap0", own), 10);
   EXPECT_THAT(world.log(), Not(HasSubstr("any address")));
+}
+
+// As whoever may configure a card can have it.
+TEST_F(CardSender, OfAnotherProgramsDeviceWithACardsAddressIsNeitherHeldNorLimited) {
+  quiet();
+  world.start();
+  world.addVm("web1", {"--nic", std::string("model=e1000,intf=Ethernet1,mac=") + own});
+  world.ctl({"set", "web1", "rateLimit=1"});
+  ip("link add link Ethernet1 name macvtap7 type macvtap mode bridge");
+  const std::string tap = "tap" + std::to_string(if_nametoindex("macvtap7"));
+  unsigned kind = 0;
+  unsigned number = 0;
+  char colon = 0;
+  std::ifstream("/sys/class/net/macvtap7/" + tap + "/dev") >> kind >> colon >> number;
+  const std::string node = "/dev/" + tap;
+  ASSERT_TRUE(access(node.c_str(), F_OK) == 0 ||
+              mknod(node.c_str(), S_IFCHR | 0600, makedev(kind, number)) == 0);
+  const rt::Descriptor open(::open(node.c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_TRUE(open);
+  ip(std::string("link set macvtap7 address ") + own);
+  // Of one that nobody has open is heard later.
+  ip(std::string("link add link Ethernet1 name macvtap8 address ") + own +
+     " type macvtap mode bridge");
+  const auto queue = [](const char* device) {
+    return run({"/sbin/tc", "qdisc", "show", "dev", device}).out;
+  };
+  ASSERT_TRUE(waitUntil([&] { return queue("macvtap8").find("tbf") != std::string::npos; }));
+  EXPECT_THAT(queue("macvtap7"), Not(HasSubstr("tbf")));
+  EXPECT_THAT(filters("macvtap7"), Not(HasSubstr("vmagent")));
 }
 
 TEST_F(CardSender, MayBeAnyWhereTheDaemonIsToldSo) {
