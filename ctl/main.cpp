@@ -211,6 +211,7 @@ int main(int argc, char** argv) {
                    .readHead = [](rt::Seconds time) { return ctl::readHead(STDIN_FILENO, time); },
                    .backUpConfig = ctl::backUpConfig,
                    .readConfigBackup = ctl::readConfigBackup,
+                   .pack = ctl::pack,
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = out,

@@ -182,6 +182,13 @@ World VmctlFixture::world() {
           .backUpConfig = [this](const rt::String& stateDir,
                                  const FilePlace& place) { putFile(place, stateDir.str()); },
           .readConfigBackup = [this](const rt::String& file) { return readBackup(file); },
+          .pack =
+              [this](const std::vector<PackedFile>& files, const rt::String& directory,
+                     const FilePlace& place) {
+                putFile(place, directory.str());
+                packed_.clear();
+                for (const PackedFile& file : files) packed_[file.name.str()] = file.bytes.str();
+              },
           .machine = machine_,
           .limits = {.memory = 8192},
           .out = out_,

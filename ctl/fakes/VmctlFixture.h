@@ -100,6 +100,7 @@ class VmctlFixture : public testing::Test {
   std::map<std::pair<rt::String, rt::String>, rt::String> backup_;  // documents by table and key
   std::optional<statedb::Trouble> backupError_;
   std::optional<statedb::Trouble> configError_;  // of the configuration, when it is opened
+  std::map<std::string, std::string> packed_;    // by name, of the last archive
   rt::String stateDir_;                          // those that the last command opened
   rt::String runDir_;
 

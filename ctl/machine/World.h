@@ -7,6 +7,7 @@
 #include <ostream>
 #include <span>
 
+#include "ctl/machine/Archive.h"
 #include "ctl/machine/ConsoleSession.h"
 #include "ctl/machine/EditedFile.h"
 #include "ctl/machine/Machine.h"
@@ -64,6 +65,10 @@ struct World {
   // See ConfigBackup.h.
   std::function<void(const rt::String& stateDir, const FilePlace& place)> backUpConfig;
   std::function<statedb::Snapshot(const rt::String& file)> readConfigBackup;
+  // See Archive.h.
+  std::function<void(const std::vector<PackedFile>& files, const rt::String& directory,
+                     const FilePlace& place)>
+      pack;
   const Machine& machine;
   model::MachineLimits limits;
 

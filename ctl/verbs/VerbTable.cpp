@@ -1,5 +1,6 @@
 #include "ctl/verbs/ApplyVerbs.h"
 #include "ctl/verbs/BackupVerbs.h"
+#include "ctl/verbs/BundleVerbs.h"
 #include "ctl/verbs/CompletionVerbs.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/ConsoleVerbs.h"
@@ -254,6 +255,17 @@ constexpr Verb table[] = {
      "where\n"
      "it is not ok, the next one tells how to mend it. The exit is 1 when anything has failed.\n",
      examine},
+    {"bundle", "", "[FILE]", 0, 1, "force", "", "pack what somebody needs who is to help",
+     "Writes a tar.gz, which only its owner may read, of all that tells how this machine and its "
+     "VMs\n"
+     "are: versions, doctor, list, why, events, what guests take, both databases' rows, the "
+     "keepers'\n"
+     "logs, the journal of vmagentd, links and control groups. A part that fails says why, and the "
+     "rest\n"
+     "is there; so it works without a daemon, and with a damaged database. It has nothing of "
+     "disks,\n"
+     "screens and consoles. What is in it is listed.\n",
+     bundle},
     {"completion", "", "SHELL", 1, 1, "", "", "print what makes a shell complete vmctl's words",
      "Prints a script for bash, zsh or fish:\n"
      "\n"

@@ -113,6 +113,7 @@ CommandWords runVmctl(const std::vector<std::string>& words, statedb::StateDb& d
                    .readHead = {},
                    .backUpConfig = {},
                    .readConfigBackup = {},
+                   .pack = {},
                    .machine = machine,
                    .limits = model::machineLimits(),
                    .out = output,
