@@ -241,8 +241,8 @@ rt::String topScreen(const TopPicture& picture, Format format, const TableStyle&
 rt::String topJson(const TopPicture& picture, Rate interval) {
   rt::String json =
       jsonHead(picture.isStale) + member("atMs", picture.sample.at) + "," +
-      member("clockMs", static_cast<uint64_t>(picture.sample.clock.value() * 1000 + 0.5)) + "," +
-      member("intervalSeconds", interval, "%.3f") + R"(,"processors":)" +
+      member("clockMs", static_cast<uint64_t>(std::lround(picture.sample.clock.value() * 1000))) +
+      "," + member("intervalSeconds", interval, "%.3f") + R"(,"processors":)" +
       rt::format("%g", picture.share.processors) + "," +
       member("memoryBytes",
              picture.share.memory == 0 ? std::nullopt : std::optional(picture.share.memory)) +
