@@ -8,16 +8,16 @@ const LOST = "It is not asked to shut down, and loses what it has not written.";
 
 // In the order of the menu. `words`: behind "vmctl"; `ask`: what is asked before.
 export const actions = [
-  { id: "start", label: "Start", words: name => ["start", name] },
-  { id: "stop", label: "Shut down", words: name => ["stop", name] },
-  { id: "off", label: "Switch off now", words: name => ["stop", name, "--now"], ask: LOST },
-  { id: "restart", label: "Restart", words: name => ["restart", name] },
-  { id: "pause", label: "Pause", words: name => ["pause", name] },
-  { id: "resume", label: "Resume", words: name => ["resume", name] },
-  { id: "reset", label: "Reset", words: name => ["reset", name], ask: LOST },
-  { id: "nmi", label: "Interrupt (NMI)", words: name => ["nmi", name],
+  { id: "start", label: "Start", words: name => ["start", "--", name] },
+  { id: "stop", label: "Shut down", words: name => ["stop", "--", name] },
+  { id: "off", label: "Switch off now", words: name => ["stop", "--now", "--", name], ask: LOST },
+  { id: "restart", label: "Restart", words: name => ["restart", "--", name] },
+  { id: "pause", label: "Pause", words: name => ["pause", "--", name] },
+  { id: "resume", label: "Resume", words: name => ["resume", "--", name] },
+  { id: "reset", label: "Reset", words: name => ["reset", "--", name], ask: LOST },
+  { id: "nmi", label: "Interrupt (NMI)", words: name => ["nmi", "--", name],
     ask: "Many systems write down then where they stand, or crash with a dump." },
-  { id: "remove", label: "Remove", words: name => ["remove", name],
+  { id: "remove", label: "Remove", words: name => ["remove", "--", name],
     ask: "Its configuration is gone then; its disk image stays." },
 ];
 

@@ -57,14 +57,14 @@ export function addView(page) {
   }
 
   function words() {
-    return ["add", name.value, ...inputs.filter(input => input.value !== "" && (input.isChanged || input.option === "disk"))
+    return ["add", ...inputs.filter(input => input.value !== "" && (input.isChanged || input.option === "disk"))
       .map(input => `--${input.option}=${input.value}`), ...cardInputs.map(card => `--nic=${card.text}`),
-      ...(enabled.checked ? ["--enabled"] : [])];
+      ...(enabled.checked ? ["--enabled"] : []), "--", name.value];
   }
 
   function typed() {
     if (name.value === "") return;
-    judge.soon(() => run([...words(), "--dry-run"]).catch(error => error.message), tell);
+    judge.soon(() => run(["add", "--dry-run", ...words().slice(1)]).catch(error => error.message), tell);
   }
 
   function tell(text) {

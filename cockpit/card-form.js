@@ -55,11 +55,11 @@ export class NewCard {
       inputs.focus();
     } }, "Add a card");
     const judge = () => this.#judge.soon(
-      () => run(["nic", "add", name, inputs.text, "--dry-run"]).catch(error => error.message),
+      () => run(["nic", "add", "--dry-run", "--", name, inputs.text]).catch(error => error.message),
       text => said.replaceChildren(...inputs.tell(text, name).map(line => h("li", {}, line))));
     this.element = h("form", { onsubmit: async event => {
       event.preventDefault();
-      if (!await carryOut(name, ["nic", "add", name, inputs.text], "Add a card")) return judge();
+      if (!await carryOut(name, ["nic", "add", "--", name, inputs.text], "Add a card")) return judge();
       place.replaceChildren();
       said.replaceChildren();
       add.hidden = true;

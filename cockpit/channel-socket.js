@@ -42,6 +42,11 @@ export class ChannelSocket {
   }
 }
 
+// Where a guest's socket is. A name that no VM may have leads nowhere.
+export function socketOf(page, name, file) {
+  return `${page.runDir}/vm/${encodeURIComponent(name)}/${file}`;
+}
+
 // What a problem of Cockpit's means for one who looks at a guest. `what`: "console" or "screen".
 export function sentenceOf(problem, what) {
   switch (problem) {

@@ -3,7 +3,7 @@
 import { actionOf, carryOut, perform } from "./actions.js";
 import { NewCard } from "./card-form.js";
 import { Input, Judge } from "./fields.js";
-import { h, setText } from "./dom.js";
+import { h, setChildren, setText } from "./dom.js";
 import { ask, run } from "./vmctl.js";
 import { cardsOf, saidOf } from "./words.js";
 
@@ -22,6 +22,7 @@ export function configView(page, name) {
     h("div", { class: "card" }, h("h2", {}, "Remove"),
       h("p", {}, "Takes its configuration away; its disk image stays."),
       h("button", { type: "button", class: "danger", onclick: () => perform(actionOf("remove"), name) }, `Remove ${name}`)));
+  const cardsHead = h("h2");
   let fields = null;      // vmctl's table; null: it is not known yet
   let own = [];           // inputs of the VM
   let cards = new Map();  // key -> { element, inputs }
@@ -46,7 +47,7 @@ export function configView(page, name) {
       const own = field.field.split(".").pop();
       return new Input(field.field.replace("KEY", key), field, { label: own, choices: choices[own] ?? null, onchange: typed });
     });
-    const remove = h("button", { type: "button", onclick: () => carryOut(name, ["nic", "remove", name, key], `Remove ${key}`) }, `Remove ${key}`);
+    const remove = h("button", { type: "button", onclick: () => carryOut(name, ["nic", "remove", "--", name, key], `Remove ${key}`) }, `Remove ${key}`);
     return { inputs: made, element: h("fieldset", {}, h("legend", {}, key), made.map(input => input.element), remove) };
   }
 
@@ -60,8 +61,8 @@ export function configView(page, name) {
       if (cards.has(key)) continue;
       cards.set(key, makeCard(key));
     }
-    sections.cards.replaceChildren(h("h2", {}, "Cards"),
-      ...(cards.size === 0 ? [h("p", {}, "It has none.")] : [...cards.keys()].sort().map(key => cards.get(key).element)));
+    setChildren(sections.cards, [cardsHead, ...[...cards.keys()].sort().map(key => cards.get(key).element)]);
+    setText(cardsHead, cards.size === 0 ? "No cards" : "Cards");
     for (const input of inputs()) input.knownIs(valueOf(vm, input.path));
     buttons();
   }
@@ -89,7 +90,7 @@ export function configView(page, name) {
       judge.forget();
       return tell("");
     }
-    judge.soon(() => run(["set", name, ...words, "--dry-run"]).catch(error => error.message), tell);
+    judge.soon(() => run(["set", "--dry-run", "--", name, ...words]).catch(error => error.message), tell);
   }
 
   function tell(text) {
@@ -105,7 +106,7 @@ export function configView(page, name) {
     if (words.length === 0) return;
     save.disabled = true;
     try {
-      tell(await run(["set", name, ...words]));
+      tell(await run(["set", "--", name, ...words]));
       for (const input of inputs()) input.knownIs(input.value);
     } catch (error) {
       tell(error.message);

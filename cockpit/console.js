@@ -1,8 +1,9 @@
 // A guest's console: one looks first, and types after a click. Who sends first is its writer until he
 // goes, so nothing is sent before.
-import { ChannelSocket, sentenceOf } from "./channel-socket.js";
+import { ChannelSocket, sentenceOf, socketOf } from "./channel-socket.js";
 import { h, setText } from "./dom.js";
 import { openTerminal } from "./terminal.js";
+import { isReport } from "./words.js";
 
 // What comes so soon after it is open, in ms, is what the guest wrote before: what that asks of a
 // terminal is not answered once more.
@@ -36,7 +37,7 @@ export function consoleView(page, name) {
     disconnect();
     isWriting = writes;
     terminal.reset();
-    const mine = new ChannelSocket(`${page.runDir}/vm/${name}/console.sock`);
+    const mine = new ChannelSocket(socketOf(page, name, "console.sock"));
     socket = mine;
     let isReplay = true;
     unread = 0;
@@ -78,7 +79,7 @@ export function consoleView(page, name) {
   }
 
   openTerminal(place, {
-    type: text => { if (isWriting && unread === 0) socket?.send(encoder.encode(text)); },
+    type: text => { if (isWriting && !(unread > 0 && isReport(text))) socket?.send(encoder.encode(text)); },
     leave: () => writeButton.focus(),
     isForReader: reader.checked,
   }).then(made => {

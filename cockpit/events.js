@@ -62,7 +62,7 @@ export function eventsView(page, name) {
 
   function open() {
     setText(said, "Looking …");
-    process = follow(name ? ["history", name, "-f"] : ["events", "-f"], heard, error => {
+    process = follow(name ? ["history", "-f", "--", name] : ["events", "-f"], heard, error => {
       setText(said, `${error.message} It is tried again.`);
       timer = setTimeout(open, PAUSE);
     });

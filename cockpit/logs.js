@@ -21,7 +21,7 @@ export function logsView(name) {
     waiting = "";
     setText(text, "");
     setText(said, "");
-    const words = ["logs", name, "-f", ...(which.value === "shim" ? ["--shim"] : [])];
+    const words = ["logs", "-f", ...(which.value === "shim" ? ["--shim"] : []), "--", name];
     process = followText(words, piece => {
       waiting = (waiting + piece).slice(-MOST);
       if (isDue) return;

@@ -11,6 +11,7 @@ import { switchView } from "./switch.js";
 import { followTheme } from "./theme.js";
 import { guestView } from "./guest.js";
 import { ask } from "./vmctl.js";
+import { partsOf } from "./words.js";
 
 const page = {
   live: new Live(),
@@ -31,7 +32,7 @@ const views = [
 let current = null;
 
 function show() {
-  const parts = location.hash.replace(/^#\/?/, "").split("/").map(part => decodeURIComponent(part));
+  const parts = partsOf(location.hash);
   const view = views.find(each => each.path === parts[0]) ?? views[0];
   // The same guest's other tab: its page stays.
   if (current?.goTo?.(parts)) return;

@@ -37,7 +37,7 @@ export function overviewView(page, name) {
       h("option", { value: each, selected: each === card.intfName }, interfaces.isPresent(each) === false ? `${each} (not there)` : each)));
     const move = h("button", { type: "button", disabled: true, onclick: () => {
       ports.blur();
-      carryOut(name, ["set", name, `vnicConfig.${card.key}.intfName=${ports.value}`], `Move ${card.key}`)
+      carryOut(name, ["set", "--", name, `vnicConfig.${card.key}.intfName=${ports.value}`], `Move ${card.key}`)
         .then(() => { shownCards = ""; draw(live.vms.get(name)); });
     } }, "Move");
     ports.addEventListener("change", () => { move.disabled = ports.value === card.intfName; });

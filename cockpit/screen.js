@@ -1,6 +1,6 @@
 // A guest's screen, by noVNC where it was installed with the page: one looks first, and takes
 // keyboard and mouse with a click.
-import { ChannelSocket, sentenceOf } from "./channel-socket.js";
+import { ChannelSocket, sentenceOf, socketOf } from "./channel-socket.js";
 import { h, setText } from "./dom.js";
 
 export function screenView(page, name) {
@@ -27,7 +27,7 @@ export function screenView(page, name) {
     place.replaceChildren();
     tell("Connecting …");
     let reason = "";
-    const socket = new ChannelSocket(`${page.runDir}/vm/${name}/vnc.sock`);
+    const socket = new ChannelSocket(socketOf(page, name, "vnc.sock"));
     const mine = new RFB(place, socket, { shared: true });
     // noVNC says only that it ended: why is Cockpit's to say.
     const close = socket.onclose;
@@ -89,7 +89,7 @@ export function screenView(page, name) {
     RFB = module.default;
     if (!isClosed) connect();
   }, () => tell(`noVNC was not installed with this page. From elsewhere, a viewer reaches the screen as localhost:5901 through: ` +
-    `ssh -L 5901:${page.runDir}/vm/${name}/vnc.sock ${location.hostname}`));
+    `ssh -L 5901:${socketOf(page, name, "vnc.sock")} ${location.hostname}`));
 
   return {
     element,

@@ -1,5 +1,6 @@
 // Runs vmctl on the machine: all that this page knows and does goes through it, so what an operator
-// may do in a shell, they may do here.
+// may do in a shell, they may do here. Whoever has a name of others' in the words puts "--" before
+// it, for another program may have called a VM "--all".
 import { Lines, parsed } from "./lines.js";
 
 // With the rights of an administrator where there are, else with one's own: the group's are enough.
@@ -23,7 +24,7 @@ export function run(words) {
 
 // Resolves to the document that it writes, whatever its exit says of what is in there.
 export function ask(words) {
-  return spawned([...words, "-o", "json"], "message").then(({ text, error }) => {
+  return spawned(["-o", "json", ...words], "message").then(({ text, error }) => {
     const found = parsed(text);
     if (found === null) throw errorOf(error ?? {}, error?.message ?? "");
     return found;
@@ -35,7 +36,7 @@ export function ask(words) {
 export function follow(words, onLine, onEnd) {
   const lines = new Lines();
   let isOpen = true;
-  const process = cockpit.spawn(["vmctl", ...words, "-o", "json"], { ...rights, err: "message" });
+  const process = cockpit.spawn(["vmctl", "-o", "json", ...words], { ...rights, err: "message" });
   process.stream(piece => {
     for (const line of lines.take(piece)) {
       const found = parsed(line);
@@ -63,7 +64,7 @@ export function followText(words, onText, onEnd) {
 
 // As one would type it.
 export function typed(words) {
-  return ["vmctl", ...words].join(" ");
+  return ["vmctl", ...words.filter(word => word !== "--")].join(" ");
 }
 
 function closer(process, before) {

@@ -45,7 +45,8 @@ export function nextOf(vm, now) {
 export function nextWords(vm) {
   const words = (vm.next?.command ?? "").split(" ");
   const isKnown = words[0] === "vmctl" && ["start", "restart", "resume", "reset"].includes(words[1]);
-  return isKnown && words.includes(vm.name) ? words.slice(1) : null;
+  if (!isKnown || !words.includes(vm.name)) return null;
+  return [words[1], ...words.slice(2).filter(word => word !== vm.name), "--", vm.name];
 }
 
 // Its cards: { key, model, macAddr, intfName } in the order of their keys.
@@ -115,9 +116,23 @@ export function saidOf(text, name, fields) {
   return said;
 }
 
+// What stands between the slashes of "#/vm/web1/console"; of what is no such address nothing.
+export function partsOf(hash) {
+  try {
+    return hash.replace(/^#\/?/, "").split("/").map(part => decodeURIComponent(part));
+  } catch {
+    return [""];
+  }
+}
+
 // A guest's output without what only a terminal understands.
 export function plain(text) {
   return text.replace(/\x1b(\[[0-?]*[ -/]*[@-~]|\][^\x07\x1b]*(\x07|\x1b\\)|[@-Z\\^_a-z])|[^\P{Cc}\n\t]/gu, "");
+}
+
+// Whether it is what a terminal answers by itself, such as where its cursor is, and nobody's key.
+export function isReport(text) {
+  return /^\x1b(\[[?>=]?[\d;]*[Rcny]|[P\]_^])/.test(text);
 }
 
 // A sentence out of a clause: its first letter, and its full stop.

@@ -3,7 +3,7 @@
 import { History, pathOf } from "./load.js";
 import { Lines, parsed } from "./lines.js";
 import { Watched } from "./live.js";
-import { age, compare, counts, inTime, matches, nextOf, nextWords, plain, saidOf, sentence, sorted } from "./words.js";
+import { age, compare, counts, inTime, isReport, matches, nextOf, nextWords, partsOf, plain, saidOf, sentence, sorted } from "./words.js";
 
 const web = { name: "web1", wanted: "running", actual: "crashed", severity: "bad", since: 50,
   reasons: [{ text: "QEMU was killed" }], next: { kind: "command", command: "vmctl start web1" },
@@ -16,7 +16,10 @@ const tests = {
   ageOfWhatIsYetToComeIsNone: () => equal(age(1000, 900), "0s"),
   whatIsDueIsNow: () => equal([inTime(5, 5), inTime(18, 5)], ["now", "in 13s"]),
   nextOfADeadlineSaysHowLong: () => equal(nextOf({ next: { text: "is switched off", at: 20 } }, 7), "is switched off in 13s"),
-  nextThatIsToTypeCanBeDone: () => equal(nextWords(web), ["start", "web1"]),
+  nextThatIsToTypeCanBeDone: () => equal(nextWords(web), ["start", "--", "web1"]),
+  nextMayHaveOptions: () => equal(nextWords({ name: "a", next: { command: "vmctl restart a --now" } }), ["restart", "--now", "--", "a"]),
+  aNameIsNoOption: () => equal(nextWords({ name: "--all", next: { command: "vmctl start --all" } }), ["start", "--", "--all"]),
+  anAddressIsReadByItsParts: () => equal([partsOf("#/vm/a%2Fb/logs"), partsOf(""), partsOf("#/vm/%")], [["vm", "a/b", "logs"], [""], [""]]),
   nextOfAnotherProgramCannot: () => equal(nextWords({ name: "a", next: { command: "systemctl start vmagentd" } }), null),
   nextThatNamesAnotherCannot: () => equal(nextWords({ name: "a", next: { command: "vmctl start b" } }), null),
   nextThatNeedsWordsOfOursCannot: () => equal(nextWords({ name: "a", next: { command: "vmctl edit a" } }), null),
@@ -39,6 +42,9 @@ const tests = {
     equal([...said.fields.keys()], ["memoryReserve"]);
   },
   ofAGuestsOutputItsWordsStay: () => equal(plain("\x1bc\x1b[?7l\x1b[2J\x1b[0mBIOS\x1b]0;title\x07\r\n\tok\x08 ä"), "BIOS\n\tok ä"),
+  anAnswerOfATerminalIsNoKey: () => equal(
+    ["\x1b[10;5R", "\x1b[?1;2c", "\x1b[0n", "\x1b]10;rgb:0/0/0\x07", "\x1bP1$r0m\x1b\\", "a", "\x1b", "\x1b[A", "\x1bOP", "\x1b[15~"].map(isReport),
+    [true, true, true, true, true, false, false, false, false, false]),
   aClauseBecomesASentence: () => equal(["nic00: no line", "Done.", ""].map(sentence), ["Nic00: no line.", "Done.", ""]),
   linesComeWhole: () => {
     const lines = new Lines();

@@ -1,5 +1,6 @@
 """The page as operators have it: each name says what is so; run by tests/page/run."""
 
+import contextlib
 import json
 import os
 import pathlib
@@ -62,6 +63,21 @@ def running(verb):
         if words[0].endswith("vmctl") and verb in words:
             found.append(pid)
     return found
+
+
+@contextlib.contextmanager
+def foreign_row(name):
+    """A row that another program has written, of a name that vmctl would not take."""
+    def write(statement):
+        with sqlite3.connect("/var/lib/vmagent/config.db") as db:
+            db.execute(statement, (name,))
+        with open("/var/lib/vmagent/config.db-bell", "w"):
+            pass
+    write("insert into record(tbl, key, doc) values('vmConfig', ?, '{}')")
+    try:
+        yield
+    finally:
+        write("delete from record where key = ?")
 
 
 def row_of(name):
@@ -348,12 +364,15 @@ class Form(PageTest):
 
     def test_keeps_what_is_typed_while_another_changes_the_rest(self):
         add("web")
+        machine.vmctl("nic", "add", "web", "model=e1000,mac=52:54:00:00:00:01,intf=Ethernet1")
         self.open("#/vm/web/config")
         self.tab.fill("memory", "64")
+        self.tab.fill("intfName", "Ethernet2")
         machine.vmctl("set", "web", "vncPort=5905")
         value = "[...document.querySelectorAll('label')].find(each => each.textContent === '%s').control.value"
         self.tab.wait(f"{value % 'vncPort'} === '5905'")
         self.assertEqual(self.tab.js(value % "memory"), "64")
+        self.assertEqual(self.tab.js("document.activeElement.value"), "Ethernet2")
 
     def test_adds_and_removes_a_card(self):
         add("web")
@@ -563,13 +582,18 @@ class Trouble(PageTest):
         self.tab.click("[role=alert] button", "Try again")
         self.tab.wait("document.getElementById('link').textContent === 'live'")
 
+    def test_of_a_vm_that_is_called_like_an_option_stays_its_own(self):
+        add("web")
+        with foreign_row("--all"):
+            self.open()
+            self.tab.wait(f"{row_of('--all')} !== undefined")
+            self.tab.js(f"{row_of('--all')}.querySelector('.col-deeds button').click()")
+            self.tab.wait("document.querySelector('#notices [role=alert]')?.textContent.includes('--all')")
+            self.assertEqual(machine.vm("web")["wanted"], "stopped")
+
     def test_with_markup_is_only_text(self):
         name = MARKUP
-        with sqlite3.connect("/var/lib/vmagent/config.db") as db:
-            db.execute("insert into record(tbl, key, doc) values('vmConfig', ?, '{}')", (name,))
-        with open("/var/lib/vmagent/config.db-bell", "w"):
-            pass
-        try:
+        with foreign_row(name):
             add("web", runs=True)
             machine.vmctl("set", "web", f"diskImage=/tmp/{MARKUP}.img", "enabled=true")
             self.open()
@@ -590,11 +614,6 @@ class Trouble(PageTest):
                 time.sleep(0.3)
             self.assertIsNone(self.tab.js("document.querySelector('main img')"))
             self.assertNotEqual(self.tab.js("document.title"), "owned")
-        finally:
-            with sqlite3.connect("/var/lib/vmagent/config.db") as db:
-                db.execute("delete from record where key = ?", (name,))
-            with open("/var/lib/vmagent/config.db-bell", "w"):
-                pass
 
 
 class Look(PageTest):
