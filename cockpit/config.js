@@ -5,7 +5,7 @@ import { NewCard } from "./card-form.js";
 import { Input, Judge } from "./fields.js";
 import { h, setChildren, setText } from "./dom.js";
 import { ask, run } from "./vmctl.js";
-import { cardsOf, saidOf } from "./words.js";
+import { cardsOf, saidOf, valueOf } from "./words.js";
 
 export function configView(page, name) {
   const { interfaces, live } = page;
@@ -63,16 +63,8 @@ export function configView(page, name) {
     }
     setChildren(sections.cards, [cardsHead, ...[...cards.keys()].sort().map(key => cards.get(key).element)]);
     setText(cardsHead, cards.size === 0 ? "No cards" : "Cards");
-    for (const input of inputs()) input.knownIs(valueOf(vm, input.path));
+    for (const input of inputs()) input.knownIs(valueOf(vm, input.path, input.field));
     buttons();
-  }
-
-  // As text, as "vmctl set" would take it.
-  function valueOf(vm, path) {
-    const parts = path.split(".");
-    if (parts[0] === "vnicConfig") return String(vm.config.vnicConfig[parts[1]]?.[parts[2]] ?? "");
-    if (path === "format") return vm.format ?? "";
-    return String(vm.config[path] ?? vm.limits?.[path] ?? fields.find(field => field.field === path)?.usual ?? "");
   }
 
   function changes() {

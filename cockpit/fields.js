@@ -10,12 +10,14 @@ const PAUSE = 250;  // ms after the last key until vmctl is asked
 export class Input {
   element;
   path;
+  field;
   #input;
   #message;
   #known = "";
 
   constructor(path, field, { label = path, choices = null, isNew = false, onchange }) {
     this.path = path;
+    this.field = field;
     const id = newId();
     const helpId = newId(), messageId = newId(), listId = newId();
     this.#message = h("p", { class: "wrong", id: messageId });

@@ -116,6 +116,16 @@ export function saidOf(text, name, fields) {
   return said;
 }
 
+// The value of a field of a VM, or of one of its cards, as text, as "vmctl set" takes it. `field`: its
+// row of "vmctl fields"; a record of the table vmLimits stands in the member "limits", and so on.
+export function valueOf(vm, path, field) {
+  const parts = path.split(".");
+  if (parts[0] === "vnicConfig") return String(vm.config.vnicConfig[parts[1]]?.[parts[2]] ?? "");
+  if (path === "format") return vm.format ?? "";
+  const member = field.table.replace(/^vm/, "").toLowerCase();
+  return String(vm[member]?.[path] ?? field.usual ?? "");
+}
+
 // What stands between the slashes of "#/vm/web1/console"; of what is no such address nothing.
 export function partsOf(hash) {
   try {

@@ -3,7 +3,7 @@
 import { History, pathOf } from "./load.js";
 import { Lines, parsed } from "./lines.js";
 import { Watched } from "./live.js";
-import { age, compare, counts, inTime, isReport, matches, nextOf, nextWords, partsOf, plain, saidOf, sentence, sorted } from "./words.js";
+import { age, compare, counts, inTime, isReport, matches, nextOf, nextWords, partsOf, plain, saidOf, sentence, sorted, valueOf } from "./words.js";
 
 const web = { name: "web1", wanted: "running", actual: "crashed", severity: "bad", since: 50,
   reasons: [{ text: "QEMU was killed" }], next: { kind: "command", command: "vmctl start web1" },
@@ -20,6 +20,12 @@ const tests = {
   nextMayHaveOptions: () => equal(nextWords({ name: "a", next: { command: "vmctl restart a --now" } }), ["restart", "--now", "--", "a"]),
   aNameIsNoOption: () => equal(nextWords({ name: "--all", next: { command: "vmctl start --all" } }), ["start", "--", "--all"]),
   anAddressIsReadByItsParts: () => equal([partsOf("#/vm/a%2Fb/logs"), partsOf(""), partsOf("#/vm/%")], [["vm", "a/b", "logs"], [""], [""]]),
+  aFieldIsReadWhereItsTableStands: () => {
+    const vm = { config: { memory: 64, vnicConfig: { nic00: { macAddr: "m" } } }, format: "raw", limits: { cpuWeight: 50 } };
+    const read = (path, table, usual) => valueOf(vm, path, { table, usual });
+    equal([read("memory", "vmConfig", "256"), read("cpuWeight", "vmLimits", "100"), read("restart", "vmPolicy", "no"),
+      read("format", "vmImage", ""), read("vnicConfig.nic00.macAddr", "vmConfig", null)], ["64", "50", "no", "raw", "m"]);
+  },
   nextOfAnotherProgramCannot: () => equal(nextWords({ name: "a", next: { command: "systemctl start vmagentd" } }), null),
   nextThatNamesAnotherCannot: () => equal(nextWords({ name: "a", next: { command: "vmctl start b" } }), null),
   nextThatNeedsWordsOfOursCannot: () => equal(nextWords({ name: "a", next: { command: "vmctl edit a" } }), null),

@@ -351,6 +351,21 @@ class Form(PageTest):
         self.tab.click("button", "Undo")
         self.tab.wait(f"{self.said_of('memory')} === ''")
 
+    def test_has_every_field_as_it_is(self):
+        add("web")
+        said = {"memory": "64", "vncPort": "5901", "cpuWeight": "50", "cpuMax": "1.5", "rateLimit": "10"}
+        chosen = {"restart": "always", "startOrder": "7"}  # where this vmctl has them
+        known = {field["field"] for field in machine.document("fields")["fields"]}
+        said |= {field: value for field, value in chosen.items() if field in known}
+        machine.vmctl("set", "web", *[f"{field}={value}" for field, value in said.items()])
+        self.open("#/vm/web/config")
+        values = ("Object.fromEntries([...document.querySelectorAll('.field label')]"
+                  ".map(label => [label.textContent, label.control.value]))")
+        self.tab.wait("document.querySelector('.field')")
+        shown = self.tab.js(values)
+        self.assertEqual({field: shown[field] for field in said}, said)
+        self.assertEqual(shown["ioWeight"], "100")
+
     def test_writes_what_is_right_and_says_when_it_is_in_force(self):
         add("web", runs=True)
         self.open("#/vm/web/config")
