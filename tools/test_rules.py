@@ -11,7 +11,11 @@ import re
 # the simulator are no Google Tests, and `Suite.*` stands for any.
 PAGES = ("docs/testing.md", "docs/security.md", "docs/architecture.md", "docs/database.md",
          "CONTRIBUTING.md")
-NAMED = re.compile(r"`((?!Simulator\.|Suite\.)[A-Z]\w*[*…]?)\.([A-Z]\w*[*…]?|\*[A-Z]\w*\*?|\*|…)`")
+NAMED = re.compile(r"`((?!Simulator\.|Suite\.)[A-Z]\w*[*…]?)\.((?:[A-Z]|test_)\w*[*…]?|\*[A-Z]\w*\*?|\*|…)`")
+
+# Those of the page in Cockpit are Python's.
+BROWSER = "tests/page/page_test.py"
+PYTHON = re.compile(r"^class (\w+)|^    def (test_\w+)", re.M)
 
 TEST = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)", re.M)
 
@@ -29,6 +33,16 @@ UNNAMED = {
 def tests_of(texts):
     """{path: [(suite, claim)]} of the test files."""
     return {path: TEST.findall(text) for path, text in texts.items() if path.endswith("Test.cpp")}
+
+
+def python_tests_of(text):
+    """[(class, method)] of a file of Python's tests."""
+    found, suite = [], ""
+    for match in PYTHON.finditer(text):
+        suite = match[1] or suite
+        if match[2]:
+            found.append((suite, match[2]))
+    return found
 
 
 def suite_findings(tests):
@@ -59,4 +73,5 @@ def page_findings(tests, pages):
 def check(texts, root):
     tests = tests_of(texts)
     pages = {page: (root / page).read_text() for page in PAGES}
-    return suite_findings(tests) + page_findings(tests, pages)
+    browser = {BROWSER: python_tests_of((root / BROWSER).read_text())}
+    return suite_findings(tests) + page_findings(tests | browser, pages)

@@ -24,6 +24,15 @@ class TestRules(unittest.TestCase):
         self.assertEqual(test_rules.suite_findings(tests("tests/system/ATest.cpp", "B, C")), [])
         self.assertEqual(test_rules.suite_findings(tests("host/A.cpp", "B, C")), [])
 
+    def test_pythons_tests_have_the_names_of_their_classes(self):
+        text = "class List(PageTest):\n    def setUp(self):\n    def test_is_a_list(self):\n"
+        found = {"page_test.py": test_rules.python_tests_of(text)}
+        self.assertEqual(found["page_test.py"], [("List", "test_is_a_list")])
+        fine = "`List.test_is_a_list`, `List.test_is…`, `List.*`"
+        self.assertEqual(test_rules.page_findings(found, {"a.md": fine}), [])
+        self.assertEqual(test_rules.page_findings(found, {"a.md": "`List.test_is_none`"}),
+                         ["a.md:1: there is no test `List.test_is_none`"])
+
     def test_a_page_names_tests_that_are_there(self):
         found = tests("host/ATest.cpp", "Rows, AreKept", "Rows, AreTold")
         fine = "`Rows.AreKept`, `Rows.*`, `Rows.Are*`, `Row*.AreTold`, `Row….*`, `VmRows.cpp`, `Rows`"
