@@ -29,7 +29,10 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
               .sinceBoot = [this] { return static_cast<uint64_t>(clock->now().value() * 1000); }},
           std::map<rt::String, VmStates::Before>{},
           VmStates::Others{.catchUp = [this](const rt::String& vm) { shims.catchUp(vm); },
-                           .tell = [](const model::Event::Ptr&) {}},
+                           .tell =
+                               [this](const model::Event::Ptr& event) {
+                                 told.push_back(event->kind().str() + " " + event->reason().str());
+                               }},
           clock)),
       tools{.agent = agent,
             .config = config,

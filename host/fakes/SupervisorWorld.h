@@ -161,6 +161,7 @@ class SupervisorWorld {
   FakeGoingGuests going;
   StartOrder order;
   FakeAroundStart aroundStart;
+  std::vector<std::string> told;  // of how VMs are: "state running", "end guest-panic"
   const VmStates::Ptr states;
   const KeeperTools tools;
   const VmSupervisor::Ptr supervisor;

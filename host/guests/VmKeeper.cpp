@@ -153,6 +153,7 @@ bool VmKeeper::isToStartAgain() const {
 }
 
 bool VmKeeper::act(rt::Seconds now) {
+  tools_.states.turnBegins(name_);
   if (process_.notifier() && !isAlive(*process_.notifier())) processEnded();
   lookForGuest();
   endOverdue(now);
@@ -170,6 +171,7 @@ bool VmKeeper::act(rt::Seconds now) {
   showGuestProblem();
   showRestartNeeded();
   showState();
+  tools_.states.turnEnds(name_);
   failure.rethrow();
   return acted;
 }
@@ -368,6 +370,8 @@ bool VmKeeper::wouldStart(Step step) const {
 
 ImageVerdict::Kind VmKeeper::judgeStart() {
   const auto image = judgeImage();
+  // There is no more room than before, either.
+  if (image == ImageVerdict::Kind::awaited) return image;
   // A guest that is taken up has what it has.
   noRoom_ = image == ImageVerdict::Kind::fit && !adoptable_ ? tools_.budget.reserve(*wanted_) : "";
   return noRoom_.empty() ? image : ImageVerdict::Kind::refused;

@@ -35,6 +35,20 @@ TEST_F(VmRoomTest, ThatIsNotThereKeepsAVmFromBeingStarted) {
   EXPECT_EQ(shown("actual"), "refused");
 }
 
+TEST_F(VmRoomTest, ThatIsNotThereIsToldOnceHoweverOftenItIsTried) {
+  fill();
+  world.rowIs("web1", {});
+  for (int i = 0; i < 20; ++i) {
+    world.images.unseen.insert("/images/web.iso");
+    world.advance(30);
+    world.images.unseen.clear();
+    world.supervisor->imageIsKnown("web1");
+    world.settle();
+  }
+  EXPECT_THAT(world.told, ElementsAre("state starting", "state refused"));
+  EXPECT_EQ(shown("why"), std::string(full));
+}
+
 TEST_F(VmRoomTest, ThatHasComeIsTakenAtOnce) {
   fill();
   world.rowIs("web1", {});

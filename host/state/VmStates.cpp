@@ -60,6 +60,11 @@ void VmStates::keeperSays(const rt::String& vm, const KeeperView& view) {
   show(vm, entry);
 }
 
+void VmStates::turnEnds(const rt::String& vm) {
+  inTurn_ = {};
+  if (const auto found = entries_.find(vm); found != entries_.end()) show(vm, found->second);
+}
+
 void VmStates::vmDel(const rt::String& vm) {
   if (const auto found = entries_.find(vm); found != entries_.end())
     buried_[vm] = found->second.run.run;
@@ -209,7 +214,7 @@ Situation VmStates::situationOf(const Entry& entry) const {
 }
 
 void VmStates::show(const rt::String& vm, Entry& entry) {
-  if (!entry.isKnown) return;
+  if (!entry.isKnown || vm == inTurn_) return;
   const Situation now = situationOf(entry);
   const auto record = status_->vmProcessIs(vm);
   if (actualOf(now) == Actual::running || now.wanted != Wanted::running) entry.attempt = 0;

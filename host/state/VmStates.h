@@ -33,6 +33,10 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before, Others others,
            rt::Clock::Ptr clock);
 
+  // Its keeper has a turn: what is told of the VM meanwhile is shown at its end, for only all of it
+  // together is true.
+  void turnBegins(const rt::String& vm) { inTurn_ = vm; }
+  void turnEnds(const rt::String& vm);
   // A VM is there from the first of these on until vmDel().
   void keeperSays(const rt::String& vm, const KeeperView& view);
   void vmDel(const rt::String& vm);
@@ -89,6 +93,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   const Times times_;
   std::map<rt::String, Before> before_;
   const Others others_;
+  rt::String inTurn_;  // the VM whose keeper has a turn; empty: none
   std::map<rt::String, Entry> entries_;
   // By VM that was removed: its last run. What comes of it late is not the next one's of that name.
   std::map<rt::String, uint64_t> buried_;
