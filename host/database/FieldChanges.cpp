@@ -45,7 +45,7 @@ void compare(const rt::Entity& before, const rt::Entity& after, const rt::String
     const rt::String name = (path.empty() ? rt::String() : path + ".") + rt::String(attribute.name);
     if (attribute.kind == rt::AttributeKind::entities) {
       compareMembers(attribute, before, after, name, changes);
-    } else if (attribute.kind == rt::AttributeKind::scalar) {
+    } else if (attribute.kind == rt::AttributeKind::scalar && attribute.textIs) {  // not its key
       const rt::String old = attribute.text(before);
       const rt::String now = attribute.text(after);
       if (old != now) changes.add(name + " " + shown(old) + " -> " + shown(now));

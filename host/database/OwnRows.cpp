@@ -34,9 +34,9 @@ void OwnRows::rowIs(std::string_view table, const rt::String& vm,
   }
 }
 
-model::VmOwn OwnRows::own(const rt::String& vm) const {
+const model::VmOwn& OwnRows::own(const rt::String& vm) const {
   const auto rows = rows_.find(vm);
-  return rows == rows_.end() ? model::VmOwn(vm) : rows->second.own;
+  return rows == rows_.end() ? usual_ : rows->second.own;
 }
 
 rt::String OwnRows::problem(const rt::String& vm) const {

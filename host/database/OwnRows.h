@@ -24,7 +24,7 @@ class OwnRows {
   model::VmLimits::PtrConst limits(const rt::String& vm) const { return own(vm).limits; }
   model::VmPolicy::PtrConst policy(const rt::String& vm) const { return own(vm).policy; }
   // All of them. Nobody is to write into these records.
-  model::VmOwn own(const rt::String& vm) const;
+  const model::VmOwn& own(const rt::String& vm) const;
   // Why the VM's rows cannot be gone by; empty: nothing is wrong.
   rt::String problem(const rt::String& vm) const;
 
@@ -35,6 +35,7 @@ class OwnRows {
   };
 
   const model::MachineLimits machine_;
+  const model::VmOwn usual_;
   std::map<rt::String, Rows> rows_;
 };
 

@@ -146,7 +146,7 @@ VmFacts VmKeeper::facts() const {
 // One that is ended to be started anew, or to be off, is no matter of its policy.
 bool VmKeeper::isToStartAgain() const {
   if (hasProcess()) return false;
-  const rt::String& policy = tools_.own.policy(name_)->restart();
+  const rt::String policy = tools_.own.policy(name_)->restart();
   if (policy == model::restart::always) return true;
   const auto end = tools_.states.lastEnd(name_);
   return policy == model::restart::onFailure && (end ? end->isFailure : hasFailed_);
