@@ -110,7 +110,7 @@ void Chronicle::tellOwn(const statedb::Change& change, const rt::String& member,
   const auto& [table, vm] = std::tie(change.record.table, change.record.key);
   const auto before = ownBefore_.find(vm);
   if (before == ownBefore_.end()) return;
-  const model::VmOwn now = own.own(vm);
+  const model::VmOwn& now = own.own(vm);
   const rt::String text = changesText(before->second.record(table), now.record(table));
   addChange(change, member, text.empty() ? member + ": refused" : text);
 }
