@@ -19,7 +19,7 @@ std::string_view lasting(std::string_view table) {
 
 void OwnRows::rowIs(std::string_view table, const rt::String& vm,
                     const std::optional<statedb::Record>& row) {
-  Rows& known = rows_.try_emplace(vm, Rows{model::VmOwn(vm), {}}).first->second;
+  Rows& known = rows_.try_emplace(vm, Rows{model::VmOwn(vm), {}, {}}).first->second;
   const model::VmOwn read(vm);
   const auto check = [&](const rt::Entity& record) {
     return model::fieldProblems(record, table, machine_);
@@ -32,6 +32,11 @@ void OwnRows::rowIs(std::string_view table, const rt::String& vm,
   } else {
     known.problems[lasting(table)] = rt::String(table) + ": " + textOf(problems);
   }
+  if (row)
+    known.tables.insert(lasting(table));
+  else
+    known.tables.erase(lasting(table));
+  if (known.tables.empty()) rows_.erase(vm);
 }
 
 const model::VmOwn& OwnRows::own(const rt::String& vm) const {

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 
 #include "model/VmConfigCheck.h"
 #include "model/VmOwn.h"
@@ -27,11 +28,14 @@ class OwnRows {
   const model::VmOwn& own(const rt::String& vm) const;
   // Why the VM's rows cannot be gone by; empty: nothing is wrong.
   rt::String problem(const rt::String& vm) const;
+  // How many VMs have a row: one that has none costs nothing.
+  size_t size() const { return rows_.size(); }
 
  private:
   struct Rows {
     model::VmOwn own;  // what is in force
     std::map<std::string_view, rt::String> problems;
+    std::set<std::string_view> tables;  // that have a row of it
   };
 
   const model::MachineLimits machine_;

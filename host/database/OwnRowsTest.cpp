@@ -71,8 +71,14 @@ TEST_F(OwnRowsTest, AreEachOfItsTable) {
 
 TEST_F(OwnRowsTest, ThatAreRemovedAreTheUsualAgain) {
   put(R"({"cpuWeight":50})");
+  rows.rowIs("vmPolicy", "web1", statedb::Record{"vmPolicy", "web1", R"({"restart":"?"})", 1, 1});
   rows.rowIs("vmLimits", "web1", std::nullopt);
   EXPECT_EQ(rows.limits("web1")->cpuWeight(), model::usualWeight);
+  EXPECT_NE(rows.problem("web1"), "") << "the other row is there";
+  EXPECT_EQ(rows.size(), 1U);
+  rows.rowIs("vmPolicy", "web1", std::nullopt);
+  EXPECT_EQ(rows.problem("web1"), "");
+  EXPECT_EQ(rows.size(), 0U) << "it may come and go under ever new names";
 }
 
 }  // namespace
