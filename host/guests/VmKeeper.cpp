@@ -143,7 +143,7 @@ VmFacts VmKeeper::facts() const {
           .within = within_};
 }
 
-// One that is ended to be started anew, or to be off, is no matter of its policy.
+// Of a guest that an operator has ended Pacing does not ask.
 bool VmKeeper::isToStartAgain() const {
   if (hasProcess()) return false;
   const rt::String policy = tools_.own.policy(name_)->restart();
