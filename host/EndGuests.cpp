@@ -55,10 +55,10 @@ std::set<rt::EthAddr> configuredAddresses(const Options& options) {
 std::set<rt::EthAddr> addressesOf(const std::vector<GuestProcess>& guests) {
   std::set<rt::EthAddr> addresses;
   const rt::String failure = failureOf([&] {
-    std::set<uint32_t> held;
-    for (const GuestProcess& guest : guests) held.merge(tapsHeldBy(guest.pid));
+    Nodes held;
+    for (const GuestProcess& guest : guests) held.merge(nodesHeldBy(guest.pid));
     for (const Tap& tap : taps())
-      if (held.contains(tap.index)) addresses.insert(tap.mac);
+      if (held.contains(tap.node)) addresses.insert(tap.mac);
   });
   if (!failure.empty()) report("what guests will leave is not known: " + failure);
   return addresses;
@@ -72,10 +72,9 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
   failure.run([&] { theirs.merge(configuredAddresses(options)); });
   const auto strays = strayTaps(all, theirs, {});
   const auto users = guest::userRangeFrom(options.guestUsers.str());
-  const auto others =
-      strays.empty() ? std::set<uint32_t>() : tapsOfOthers(users.value_or(guest::UserRange()));
+  const auto others = strays.empty() ? Nodes() : nodesOfOthers(users.value_or(guest::UserRange()));
   for (const rt::String& stray : strays)
-    if (!isAmong(stray, all, others)) netlink::deviceRemove(stray.charPtr());
+    if (!mayBeOthers(stray, all, others)) netlink::deviceRemove(stray.charPtr());
   failure.rethrow();
 }
 

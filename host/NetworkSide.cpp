@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/StatusOfBefore.h"
+#include "host/base/TapNode.h"
 #include "netlink/Macvtap.h"
 
 namespace host {
@@ -26,7 +27,7 @@ NetworkSide::NetworkSide(const Ground& ground)
                 .ourAddresses = [this] { return ourAddresses(); },
                 .deviceOf = [this](const rt::String& interface) { return deviceOf(interface); },
                 .taps = taps,
-                .tapsOfOthers = [this] { return othersTaps(); },
+                .nodesOfOthers = [this] { return nodesOfOthers(); },
                 .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }}),
       interfaces_(rt::make<InterfaceNames>(
           ground.agent.localDir, ground.hostStatus, ground.agent.present,
@@ -90,12 +91,12 @@ bool NetworkSide::isOurs(uint32_t device, const rt::String& name, rt::EthAddr ad
   const auto all = host::cards(*ground_.agent.root);
   return std::any_of(all.begin(), all.end(),
                      [&](const Card& card) { return card.tap == name && card.mac == address; }) ||
-         !othersTaps().contains(device);
+         !nodesOfOthers().contains(tapNode(name, device));
 }
 
-std::set<uint32_t> NetworkSide::othersTaps() const {
+Nodes NetworkSide::nodesOfOthers() const {
   const auto users = guest::userRangeFrom(ground_.options.guestUsers.str());
-  return tapsOfOthers(users.value_or(guest::UserRange()));
+  return host::nodesOfOthers(users.value_or(guest::UserRange()));
 }
 
 // Null: no card that is configured has that address.

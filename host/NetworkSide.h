@@ -36,7 +36,7 @@ class NetworkSide {
   std::set<rt::EthAddr> ourAddresses() const;
   bool isCards(rt::EthAddr address) const;
   bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
-  std::set<uint32_t> othersTaps() const;
+  Nodes nodesOfOthers() const;
   const rt::String* vmOf(rt::EthAddr address) const;
 
   const Ground& ground_;

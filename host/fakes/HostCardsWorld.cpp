@@ -45,7 +45,7 @@ host::Janitor::Tools HostCardsWorld::janitorsTools() {
                 return device ? device->ifIndex : 0;
               },
           .taps = [this] { return taps(); },
-          .tapsOfOthers = [this] { return tapsOfOthers; },
+          .nodesOfOthers = [this] { return nodesOfOthers; },
           .remove =
               [this](const rt::String& device) {
                 if (!deletes) throw rt::Exception("it is busy");
@@ -61,8 +61,8 @@ std::vector<host::Tap> HostCardsWorld::taps() {
   std::vector<host::Tap> all;
   for (const std::string& name : kernel.macvtaps()) {
     const FakeKernel::Device& device = *kernel.device(name);
-    all.push_back(
-        {name, rt::EthAddr(rt::String(device.mac)), device.lower, device.up(), device.index});
+    all.push_back({name, rt::EthAddr(rt::String(device.mac)), device.lower, device.up(),
+                   device.index, nodesAreKnown ? device.index : 0});
   }
   return all;
 }

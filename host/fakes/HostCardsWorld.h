@@ -54,8 +54,9 @@ class HostCardsWorld : public AgentWorld {
   const VmConfig::Ptr web2;
   bool kernelAnswers = true;
   bool deletes = true;  // the kernel, what the janitor asks it to
-  int looks = 0;        // at the kernel's macvtap devices
-  std::set<uint32_t> tapsOfOthers;
+  bool nodesAreKnown = true;
+  int looks = 0;              // at the kernel's macvtap devices
+  host::Nodes nodesOfOthers;  // the kernel's devices have their indexes for nodes
 
   host::TraceLog traceLog{0, {}};
   const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();

@@ -47,7 +47,7 @@ class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
   void changed(const rt::String& vm) override;
   void tookUp(const rt::String& /*vm*/) override { tools_.janitor.sweep(); }
   void guestLeaves(const rt::String& vm, int32_t pid) override {
-    tools_.janitor.guestLeaves(vm, tapsHeldBy(pid));
+    tools_.janitor.guestLeaves(vm, nodesHeldBy(pid));
   }
   void guestLeft(const rt::String& vm) override { tools_.janitor.guestLeft(vm); }
   // Something was heard of a device.

@@ -30,10 +30,10 @@ std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<r
   return strays;
 }
 
-bool isAmong(const rt::String& name, const std::vector<Tap>& taps,
-             const std::set<uint32_t>& indexes) {
+// One whose node is not known is not proven to be nobody's.
+bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps, const Nodes& others) {
   return std::any_of(taps.begin(), taps.end(), [&](const Tap& tap) {
-    return tap.name == name && indexes.contains(tap.index);
+    return tap.name == name && (tap.node == 0 || others.contains(tap.node));
   });
 }
 
@@ -59,11 +59,11 @@ void Janitor::sweep(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& o
   std::vector<TapUse> uses;
   for (const Card& card : cards(*tools_.agent)) uses.push_back(useOf(card));
   const auto strays = strayTaps(taps, ours, uses);
-  const auto others = strays.empty() ? std::set<uint32_t>() : tools_.tapsOfOthers();
+  const auto others = strays.empty() ? Nodes() : tools_.nodesOfOthers();
   for (const rt::String& stray : strays) {
-    const bool isOthers = isAmong(stray, taps, others);
+    const bool isOthers = mayBeOthers(stray, taps, others);
     report("the macvtap device " + stray +
-           (isOthers ? " has the address of a card, but another program has it open: it stays"
+           (isOthers ? " has the address of a card, but another program may have it open: it stays"
                      : " is left over and is deleted"));
     if (!isOthers) tools_.remove(stray);
   }
@@ -89,11 +89,11 @@ void Janitor::switchedOff(const rt::String& vm) {
   if (!failure.empty()) report("VM " + vm + ": what it left is not looked for: " + failure);
 }
 
-void Janitor::guestLeaves(const rt::String& vm, const std::set<uint32_t>& held) {
+void Janitor::guestLeaves(const rt::String& vm, const Nodes& held) {
   if (held.empty()) return;
   const rt::String failure = failureOf([&] {
     for (const Tap& tap : tools_.taps())
-      if (held.contains(tap.index)) leaving_[vm].insert(tap.mac);
+      if (held.contains(tap.node)) leaving_[vm].insert(tap.mac);
   });
   if (!failure.empty()) report("VM " + vm + ": what its guest will leave is not known: " + failure);
 }

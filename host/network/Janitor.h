@@ -24,9 +24,8 @@ struct TapUse {
 // device is a stray one only where no other program has it open.
 std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours,
                                   const std::vector<TapUse>& uses);
-// Whether the device of that name is among these indexes. Pure.
-bool isAmong(const rt::String& name, const std::vector<Tap>& taps,
-             const std::set<uint32_t>& indexes);
+// Whether the device of that name may be open in another program, which has these. Pure.
+bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps, const Nodes& others);
 // Finds the device that the card names, if it is the card's; else null. Pure.
 const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps);
 
@@ -44,8 +43,8 @@ class Janitor {
     // The index of the interface's device; 0 when the interface is not there.
     std::function<uint32_t(const rt::String& interface)> deviceOf;
     std::function<std::vector<Tap>()> taps;  // one look at the kernel's
-    // The indexes of those that other programs have open. Looks at all processes.
-    std::function<std::set<uint32_t>()> tapsOfOthers;
+    // What other programs have open. Looks at all processes.
+    std::function<Nodes()> nodesOfOthers;
     std::function<void(const rt::String& device)> remove;
   };
   explicit Janitor(Tools tools) : tools_(std::move(tools)) {}
@@ -59,8 +58,8 @@ class Janitor {
   // Deletes what is left of the cards that the VM had then. Throws nothing.
   void switchedOff(const rt::String& vm);
   // Notes whose devices a guest has that no card of the agent's is of, for its daemon is dead:
-  // those with these indexes. To be called while it runs. Throws nothing.
-  void guestLeaves(const rt::String& vm, const std::set<uint32_t>& held);
+  // those that it holds open. To be called while it runs. Throws nothing.
+  void guestLeaves(const rt::String& vm, const Nodes& held);
   // Deletes what that guest has left, and what is left of configured cards. Throws nothing.
   void guestLeft(const rt::String& vm);
   // Deletes what cards have on an interface that is about to be withdrawn while its device stays.

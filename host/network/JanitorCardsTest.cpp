@@ -78,13 +78,21 @@ TEST_F(JanitorCards, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) 
 TEST_F(JanitorCards, LeavesADeviceThatAnotherProgramHasOpenWhoseverAddressItHas) {
   run(web1);
   card("web1")->macvtapDevIs("");
-  tapsOfOthers = {kernel.device("macvtap0")->index};
+  nodesOfOthers = {kernel.device("macvtap0")->index};
   switchOff(web1);
   janitor.sweep();
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
-  tapsOfOthers.clear();
+  nodesOfOthers.clear();
   janitor.sweep();
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
+}
+
+TEST_F(JanitorCards, LeavesADeviceOfWhichItCannotBeSaidWhoHasItOpen) {
+  run(web1);
+  card("web1")->macvtapDevIs("");
+  nodesAreKnown = false;
+  switchOff(web1);
+  EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
 }
 
 TEST_F(JanitorCards, DeletesWhatARemovedVmHadWithoutTheAgentsKnowing) {

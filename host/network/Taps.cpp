@@ -1,5 +1,6 @@
 #include "host/network/Taps.h"
 
+#include <fcntl.h>
 #include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
@@ -8,6 +9,8 @@
 #include <netlink/netlink.h>
 #include <netlink/route/link.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -17,6 +20,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/base/TapNode.h"
 #include "host/guests/GuestProcess.h"
 #include "host/guests/ProcessText.h"
 #include "runtime/base/Exception.h"
@@ -70,20 +74,21 @@ void take(nl_object* object, void* taps) {
          .mac = *mac,
          .lower = static_cast<uint32_t>(rtnl_link_get_link(link)),
          .isUp = (rtnl_link_get_flags(link) & IFF_UP) != 0,
-         .index = static_cast<uint32_t>(rtnl_link_get_ifindex(link))});
+         .index = static_cast<uint32_t>(rtnl_link_get_ifindex(link)),
+         .node = 0});
 }
 
 int parse(nl_msg* message, void* taps) { return nl_msg_parse(message, take, taps); }
 
-void addOpenTaps(const std::string& process, std::set<uint32_t>& held) {
-  constexpr std::string_view prefix = "tap";
+// Asks no file system that may not answer: a process may have any file open.
+void addOpenNodes(const std::string& process, Nodes& held) {
   std::error_code gone;
   for (std::filesystem::directory_iterator at(process + "/fd", gone), end; !gone && at != end;
        at.increment(gone)) {
-    std::error_code closed;
-    const std::string node = std::filesystem::read_symlink(at->path(), closed).filename().string();
-    if (closed || !node.starts_with(prefix)) continue;
-    if (const auto index = rt::fromText<uint32_t>(node.substr(prefix.size()))) held.insert(*index);
+    struct statx file {};
+    if (statx(AT_FDCWD, at->path().c_str(), AT_STATX_DONT_SYNC, STATX_TYPE, &file) == 0 &&
+        S_ISCHR(file.stx_mode))
+      held.insert(makedev(file.stx_rdev_major, file.stx_rdev_minor));
   }
 }
 
@@ -122,26 +127,27 @@ std::vector<Tap> taps() {
     outcome = nl_recvmsgs_default(socket.get());
   }
   require(outcome);
+  for (Tap& tap : result) tap.node = tapNode(tap.name, tap.index);
   return result;
 }
 
-std::set<uint32_t> tapsHeldBy(int32_t pid) {
-  std::set<uint32_t> held;
+Nodes nodesHeldBy(int32_t pid) {
+  Nodes held;
   const std::string process = directoryOf(pid);
-  addOpenTaps(process, held);
+  addOpenNodes(process, held);
   std::istringstream children(
       textOf(process, ("/task/" + std::to_string(pid) + "/children").c_str()));
-  for (int32_t child = 0; children >> child;) addOpenTaps(directoryOf(child), held);
+  for (int32_t child = 0; children >> child;) addOpenNodes(directoryOf(child), held);
   return held;
 }
 
-std::set<uint32_t> tapsOfOthers(const guest::UserRange& users) {
-  std::set<uint32_t> others;
+Nodes nodesOfOthers(const guest::UserRange& users) {
+  Nodes others;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
     if (!rt::fromText<int32_t>(entry.path().filename().string())) continue;
-    std::set<uint32_t> held;
-    addOpenTaps(entry.path().string(), held);
+    Nodes held;
+    addOpenNodes(entry.path().string(), held);
     if (!held.empty() && !isGuests(entry.path().string(), users)) others.merge(held);
   }
   return others;

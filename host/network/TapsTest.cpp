@@ -1,6 +1,7 @@
 // Who has a tap's node open, with real processes.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,21 +53,29 @@ class Stranger {
   rt::Descriptor end_;  // read by it
 };
 
-TEST(TapsOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
-  const rt::fakes::TestFolder folder;
-  const std::string path = folder.path() + "/tap";
-  const Stranger stranger(path + "4711");
-  const rt::Descriptor own(open((path + "4712").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  ASSERT_TRUE(own);
-  const auto others = tapsOfOthers({});
-  EXPECT_THAT(others, Contains(4711U));
-  EXPECT_THAT(others, Not(Contains(4712U)));
+// Stand for two devices: they are there for everybody, and nobody keeps them open.
+constexpr const char* device = "/dev/full";
+constexpr const char* another = "/dev/zero";
+
+dev_t numberOf(const char* path) {
+  struct stat file {};
+  EXPECT_EQ(stat(path, &file), 0) << path;
+  return file.st_rdev;
 }
 
-TEST(TapsOfOthers, AreNoneOfAGuestsUser) {
-  const rt::fakes::TestFolder folder;
-  const Stranger stranger(folder.path() + "/tap4711");
-  EXPECT_THAT(tapsOfOthers({.first = geteuid(), .last = geteuid()}), Not(Contains(4711U)));
+TEST(NodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
+  const Stranger stranger(device);
+  const rt::Descriptor own(open(another, O_RDWR | O_CLOEXEC));
+  ASSERT_TRUE(own);
+  const auto others = nodesOfOthers({});
+  EXPECT_THAT(others, Contains(numberOf(device)));
+  EXPECT_THAT(others, Not(Contains(numberOf(another))));
+}
+
+TEST(NodesOfOthers, AreNoneOfAGuestsUser) {
+  const Stranger stranger(device);
+  EXPECT_THAT(nodesOfOthers({.first = geteuid(), .last = geteuid()}),
+              Not(Contains(numberOf(device))));
 }
 
 }  // namespace

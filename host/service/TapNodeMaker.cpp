@@ -7,13 +7,12 @@
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <string>
 #include <string_view>
 
+#include "host/base/TapNode.h"
 #include "host/service/PrivateDev.h"
 #include "runtime/base/Descriptor.h"
 #include "runtime/base/Exception.h"
@@ -28,14 +27,9 @@ struct Closing {
 
 std::string nodeOf(int ifIndex) { return "/dev/tap" + std::to_string(ifIndex); }
 
-void makeNode(int ifIndex, const std::string& device) {
-  const std::string name = "tap" + std::to_string(ifIndex);
-  std::ifstream file("/sys/class/net/" + device + "/" + name + "/dev");
-  unsigned major = 0;
-  unsigned minor = 0;
-  char colon = 0;
-  if (!(file >> major >> colon >> minor)) return;
-  const dev_t number = makedev(major, minor);
+void makeNode(int ifIndex, const rt::String& device) {
+  const dev_t number = tapNode(device, static_cast<uint32_t>(ifIndex));
+  if (number == 0) return;
   struct stat known {};
   if (stat(nodeOf(ifIndex).c_str(), &known) == 0 && known.st_rdev == number) return;
   // Under a name of its own first: whoever finds the node finds the right one.

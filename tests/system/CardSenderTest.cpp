@@ -3,11 +3,11 @@
 #include <gmock/gmock.h>
 #include <net/if.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <fstream>
 
+#include "host/base/TapNode.h"
 #include "host/network/SenderFilter.h"
 #include "tests/system/DaemonFixture.h"
 #include "tests/system/Frames.h"
@@ -98,14 +98,10 @@ TEST_F(CardSender, OfAnotherProgramsDeviceWithACardsAddressIsNeitherHeldNorLimit
   world.addVm("web1", {"--nic", std::string("model=e1000,intf=Ethernet1,mac=") + own});
   world.ctl({"set", "web1", "rateLimit=1"});
   ip("link add link Ethernet1 name macvtap7 type macvtap mode bridge");
-  const std::string tap = "tap" + std::to_string(if_nametoindex("macvtap7"));
-  unsigned kind = 0;
-  unsigned number = 0;
-  char colon = 0;
-  std::ifstream("/sys/class/net/macvtap7/" + tap + "/dev") >> kind >> colon >> number;
-  const std::string node = "/dev/" + tap;
+  const uint32_t index = if_nametoindex("macvtap7");
+  const std::string node = "/dev/tap" + std::to_string(index);
   ASSERT_TRUE(access(node.c_str(), F_OK) == 0 ||
-              mknod(node.c_str(), S_IFCHR | 0600, makedev(kind, number)) == 0);
+              mknod(node.c_str(), S_IFCHR | 0600, tapNode("macvtap7", index)) == 0);
   const rt::Descriptor open(::open(node.c_str(), O_RDWR | O_CLOEXEC));
   ASSERT_TRUE(open);
   ip(std::string("link set macvtap7 address ") + own);
