@@ -36,8 +36,8 @@ class CutOffCard : public testing::Test {
   void expectAttachedAnew() {
     EXPECT_TRUE(says(R"("up": true},"id": "setlink" }\n with fd)", 2)) << world.log();
     EXPECT_TRUE(world.settles({expected}));
+    EXPECT_TRUE(waitUntil([this] { return world.row("vmProblem", "web1").empty(); }));
     EXPECT_TRUE(world.rests({expected}));
-    EXPECT_EQ(world.row("vmProblem", "web1"), "");
   }
 
   FaultWorld world;

@@ -72,6 +72,13 @@ class EndingGuest : public testing::Test {
     before_ = FaultWorld::descriptors(world.daemon());
   }
 
+  // From then on its answer to a poll is all that the daemon hears.
+  void runGuest() {
+    ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1"}));
+    const Expected expected{"web1", true, world.qemu("web1")};
+    ASSERT_TRUE(world.settles({expected}));
+    ASSERT_TRUE(world.rests({expected}));
+  }
   // The daemon is about to read what the guest says, and does once the guest has ended.
   void endWhileItIsHeard(pid_t killed) const {
     const Held daemon(world.daemon());
@@ -104,7 +111,7 @@ class EndingGuest : public testing::Test {
 };
 
 TEST_F(EndingGuest, WhoseQemuIsKilledWhileItIsHeardKeepsNobodyWaiting) {
-  ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1"}));
+  ASSERT_NO_FATAL_FAILURE(runGuest());
   endWhileItIsHeard(world.qemu("web1"));
   expectNobodyWaited();
   EXPECT_THAT(world.shownProblem("web1"), HasSubstr("signal 9"));
@@ -112,7 +119,7 @@ TEST_F(EndingGuest, WhoseQemuIsKilledWhileItIsHeardKeepsNobodyWaiting) {
 }
 
 TEST_F(EndingGuest, WhoseShimIsKilledWhileItIsHeardKeepsNobodyWaiting) {
-  ASSERT_NO_FATAL_FAILURE(world.runGuests({"web1"}));
+  ASSERT_NO_FATAL_FAILURE(runGuest());
   endWhileItIsHeard(world.keeper("web1"));
   expectNobodyWaited();
   expectNothingLeft();
