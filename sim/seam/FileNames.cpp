@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -183,7 +184,7 @@ int simStatX(int from, const char* path, int flags, unsigned mask, struct statx*
   static constinit Name name("statx");
   if (!inWorld()) return name.library(&simStatX)(from, path, flags, mask, facts);
   struct stat found {};
-  const int result = factsAt(name, from, path, flags, &found);
+  const int result = factsAt(name, from, path, flags & ~AT_STATX_SYNC_TYPE, &found);
   if (result != 0) return result;
   *facts = {};
   facts->stx_mask = STATX_BASIC_STATS;
@@ -192,6 +193,8 @@ int simStatX(int from, const char* path, int flags, unsigned mask, struct statx*
   facts->stx_size = static_cast<uint64_t>(found.st_size);
   facts->stx_uid = found.st_uid;
   facts->stx_gid = found.st_gid;
+  facts->stx_rdev_major = major(found.st_rdev);
+  facts->stx_rdev_minor = minor(found.st_rdev);
   return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "host/base/TapNode.h"
 #include "host/network/Taps.h"
 #include "runtime/base/Check.h"
 #include "runtime/net/EthAddr.h"
@@ -34,10 +35,14 @@ TEST(KernelsTaps, AreTheMacvtapDevicesOnlyAndSayWhereTheyStandAndWhetherTheyAreU
   ip("link add link Ethernet1 name tap7 address 52:54:00:12:34:02 type macvtap mode bridge");
   ip("link set macvtap0 up");
   const uint32_t port = if_nametoindex("Ethernet1");
-  EXPECT_THAT(host::taps(), ElementsAre(Tap{"macvtap0", rt::EthAddr(rt::String(firstMac)), port,
-                                            true, if_nametoindex("macvtap0")},
-                                        Tap{"tap7", rt::EthAddr(rt::String(secondMac)), port, false,
-                                            if_nametoindex("tap7")}));
+  const auto expected = [port](const char* name, const char* mac, bool isUp) {
+    const uint32_t index = if_nametoindex(name);
+    const dev_t node = tapNode(name, index);
+    EXPECT_NE(node, 0U);
+    return Tap{name, rt::EthAddr(rt::String(mac)), port, isUp, index, node};
+  };
+  EXPECT_THAT(host::taps(), ElementsAre(expected("macvtap0", firstMac, true),
+                                        expected("tap7", secondMac, false)));
 }
 
 class DaemonCards : public DaemonFixture {
