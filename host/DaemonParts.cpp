@@ -164,7 +164,10 @@ void DaemonParts::ownRowIs(const rt::String& table, const rt::String& vm,
   if (table == model::table::vmLimits) network_.limitsAre();
 }
 
-void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) { guests_.rowIs(vm, row); }
+void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) {
+  guests_.rowIs(vm, row);
+  network_.rowIs(vm);
+}
 
 void DaemonParts::givenUpIs(const rt::String& vm, const rt::String& guest) {
   guests_.givenUpIs(vm, guest);

@@ -32,14 +32,18 @@ NetworkSide::NetworkSide(const Ground& ground)
       interfaces_(rt::make<InterfaceNames>(
           ground.agent.localDir, ground.hostStatus, ground.agent.present,
           [this](const rt::String& id) { janitor_.handleWithdrawal(id); })),
-      cardHealer_(rt::make<CardHealer>(CardHealer::Tools{.agent = ground.agent.root,
-                                                         .present = ground.agent.present,
-                                                         .interfaces = interfaces_,
-                                                         .janitor = janitor_,
-                                                         .problems = ground.problems,
-                                                         .traces = ground.traces,
-                                                         .taps = taps},
-                                       ground.clock)),
+      cardHealer_(rt::make<CardHealer>(
+          CardHealer::Tools{
+              .agent = ground.agent.root,
+              .present = ground.agent.present,
+              .interfaces = interfaces_,
+              .janitor = janitor_,
+              .problems = ground.problems,
+              .traces = ground.traces,
+              .taps = taps,
+              .wanted = [this](const rt::String& vm,
+                               rt::EthAddr address) { return interfaceOf(vm, address); }},
+          ground.clock)),
       senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }),
       rateGuard_(rateLimiter_, [this](rt::EthAddr address) {
         const rt::String* const vm = vmOf(address);
@@ -84,6 +88,15 @@ std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
 }
 
 bool NetworkSide::isCards(rt::EthAddr address) const { return vmOf(address) != nullptr; }
+
+// Empty: the VM has no card of that address.
+rt::String NetworkSide::interfaceOf(const rt::String& vm, rt::EthAddr address) const {
+  const VmRow* const row = ground_.configuration.rows().row(vm);
+  if (!row || !row->valid) return {};
+  for (const auto& [key, card] : row->valid->vnicConfigs())
+    if (card->macAddr() == address) return card->intfName();
+  return {};
+}
 
 // The agent has made it for a card, or an earlier one: then no other program has it open.
 bool NetworkSide::isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const {

@@ -25,6 +25,8 @@ class NetworkSide {
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {
     interfaces_->rowIs(id, doc);
   }
+  // The VM's row is another.
+  void rowIs(const rt::String& vm) { cardHealer_->configured(vm); }
   // Follows the kernel's devices. To be called once the configuration is known, and which guests go
   // on: what is nobody's is deleted.
   void begin();
@@ -34,6 +36,7 @@ class NetworkSide {
  private:
   uint32_t deviceOf(const rt::String& interface) const;
   std::set<rt::EthAddr> ourAddresses() const;
+  rt::String interfaceOf(const rt::String& vm, rt::EthAddr address) const;
   bool isCards(rt::EthAddr address) const;
   bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
   Nodes nodesOfOthers() const;

@@ -18,7 +18,9 @@ HostCardsWorld::HostCardsWorld(const char* macOfSecond, const char* interfaceOfS
               .janitor = janitor,
               .problems = problems,
               .traces = traceLog,
-              .taps = [this] { return taps(); }},
+              .taps = [this] { return taps(); },
+              .wanted = [this](const rt::String& vm,
+                               rt::EthAddr address) { return interfaceOf(vm, address); }},
           clock)) {
   AgentWorld::start();
   for (const char* const name : {"web1", "web2"})
@@ -65,6 +67,21 @@ std::vector<host::Tap> HostCardsWorld::taps() {
                    device.index, nodesAreKnown ? device.index : 0});
   }
   return all;
+}
+
+rt::String HostCardsWorld::interfaceOf(const rt::String& vm, rt::EthAddr address) const {
+  const auto configured = config->vmConfig(vm);
+  if (!configured) return {};
+  for (const auto& [key, card] : configured->vnicConfigs())
+    if (card->macAddr() == address) return card->intfName();
+  return {};
+}
+
+void HostCardsWorld::configure(const VmConfig::Ptr& vm, const char* interface) {
+  locked([&] {
+    vm->vnicConfig("nic00")->intfNameIs(interface);
+    healer->configured(vm->name());
+  });
 }
 
 std::set<rt::EthAddr> HostCardsWorld::configuredAddresses() const {

@@ -90,6 +90,8 @@ class HostCardsWorld : public AgentWorld {
       janitor.switchedOff(vm->name());
     });
   }
+  // An operator has the VM's card on another interface.
+  void configure(const VmConfig::Ptr& vm, const char* interface);
   // Time passes, QEMUs answer, and the loop makes its passes, one a `step`.
   void pass(double seconds, double step = 0.1);
   // What the VM's QEMU was asked since the last call, its polls left out.
@@ -107,6 +109,7 @@ class HostCardsWorld : public AgentWorld {
   host::Janitor::Tools janitorsTools();
   std::vector<host::Tap> taps();
   std::set<rt::EthAddr> configuredAddresses() const;
+  rt::String interfaceOf(const rt::String& vm, rt::EthAddr address) const;
   void answer();
 
   std::vector<rt::Ptr<CardTeller>> tellers_;

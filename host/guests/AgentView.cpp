@@ -116,6 +116,10 @@ std::vector<Card> cardsOf(const rt::Entity& machine) {
 
 void forgetTap(const Card& card) { attributeTextIs(*card.record, "macvtapDev", ""); }
 
+void interfaceIs(const Card& card, const rt::String& interface) {
+  attributeTextIs(*card.record, "backendDev", interface.str());
+}
+
 void statusIs(const Card& card, std::string_view status) {
   attributeTextIs(*card.record, "status", status);
 }

@@ -54,6 +54,9 @@ std::vector<Card> cardsOf(const rt::Entity& machine);
 void forgetTap(const Card& card);
 // Has the agent take the card for one of that status.
 void statusIs(const Card& card, std::string_view status);
+// Has the agent attach the card to that interface from now on. For a card that is given up, or
+// about to be.
+void interfaceIs(const Card& card, const rt::String& interface);
 // Has the agent take the card for one that is attached, so that it gives it up when its interface
 // goes, and attaches it anew. For a card of a machine that is settled: an answer that came later
 // would find it as it cannot be. ErrnoException when no descriptor is left.

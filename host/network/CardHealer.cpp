@@ -17,29 +17,16 @@ rt::String problemOf(const Card& card, const rt::String& obstacle, const rt::Str
   return "card " + card.mac.text() + " cannot be attached to " + card.interface + ": " + why;
 }
 
-// Keeps the interface's other cards from hearing that it goes and comes, for the time of its life.
-class OthersSpared {
- public:
-  OthersSpared(const rt::Entity& agent, const Card& card) {
-    for (const Card& other : cards(agent))
-      if (other.interface == card.interface && other.record != card.record) {
-        spared_.push_back(other);
-        statusIs(other, neverAttached);
-      }
-  }
-  OthersSpared(const OthersSpared&) = delete;
-  ~OthersSpared() {
-    for (const Card& other : spared_) statusIs(other, other.status.str());
-  }
-
- private:
-  std::vector<Card> spared_;
-};
-
 }  // namespace
 
 CardHealer::CardHealer(Tools tools, rt::Clock::Ptr clock)
-    : tools_(std::move(tools)), present_(*this, tools_.present), clock_(*this, std::move(clock)) {
+    : tools_(std::move(tools)),
+      mover_({.agent = tools_.agent,
+              .interfaces = tools_.interfaces,
+              .janitor = tools_.janitor,
+              .wanted = tools_.wanted}),
+      present_(*this, tools_.present),
+      clock_(*this, std::move(clock)) {
   handleInitialized();
 }
 
@@ -50,6 +37,17 @@ void CardHealer::handleInitialized() {
 
 void CardHealer::changed(const rt::String& vm) {
   lookSoonAt(wards_[vm]);
+  setClock();
+}
+
+void CardHealer::configured(const rt::String& vm) {
+  const auto machine = vmMachine(*tools_.agent, vm);
+  if (!machine) return;
+  const auto all = cardsOf(*machine);
+  if (std::none_of(all.begin(), all.end(),
+                   [&](const Card& card) { return !mover_.goalOf(vm, card).empty(); }))
+    return;
+  wards_[vm].lookAt = clock_.notifier()->now();
   setClock();
 }
 
@@ -107,8 +105,14 @@ bool CardHealer::lookAt(const rt::String& vm, const std::vector<Tap>& taps) {
   ward.lookAt = rt::Seconds::infinity();
   rt::String problem;
   for (const Card& card : cardsOf(*machine)) {
-    Patient& patient = ward.patients[card.mac];
     const rt::Seconds now = clock_.notifier()->now();
+    if (const rt::String goal = mover_.goalOf(vm, card); !goal.empty()) {
+      const bool isMoved = isSettled(*machine) && move(vm, card, goal);
+      ward.lookAt = std::min(ward.lookAt, isMoved ? now : now + lookDelay);
+      if (isMoved) return true;
+      continue;
+    }
+    Patient& patient = ward.patients[card.mac];
     const bool wasHindered = !patient.obstacle.empty();
     patient.obstacle = obstacleTo(card, taps);
     if (wasHindered && patient.obstacle.empty()) patient.healing.hurry();
@@ -139,6 +143,14 @@ CardState CardHealer::stateOf(const Card& card, const rt::Entity& machine,
   return isSettled(machine) ? CardState::sick : CardState::busy;
 }
 
+// Whether it was; else it is tried again.
+bool CardHealer::move(const rt::String& vm, const Card& card, const rt::String& goal) const {
+  const TraceLog::Change change(tools_.traces, vm);
+  const rt::String failure = failureOf([&] { mover_.move(vm, card, goal); });
+  if (!failure.empty()) report("VM " + vm + ": card " + card.mac.text() + " stays: " + failure);
+  return failure.empty();
+}
+
 void CardHealer::cure(const rt::String& vm, const Card& card, Patient& patient) {
   report("VM " + vm + ": card " + card.mac.text() + " is cut off from " + card.interface +
          " and is attached anew");
@@ -155,8 +167,7 @@ void CardHealer::cure(const rt::String& vm, const Card& card, Patient& patient) 
 // Why not; empty when the agent has nothing to say against it.
 rt::String CardHealer::attachAnew(const rt::String& vm, const Card& card) const {
   const TraceLog::Change change(tools_.traces, vm);
-  const OthersSpared spared(*tools_.agent, card);
-  const rt::String thrown = failureOf([&] { tools_.interfaces->flap(card.interface); });
+  const rt::String thrown = failureOf([&] { flapFor(card, *tools_.agent, *tools_.interfaces); });
   const rt::String said = change.failure();
   return said.empty() ? thrown : said;
 }

@@ -9,6 +9,7 @@
 #include "host/base/Problems.h"
 #include "host/base/TraceLog.h"
 #include "host/guests/VmCards.h"
+#include "host/network/CardMover.h"
 #include "host/network/Healing.h"
 #include "host/network/InterfaceNames.h"
 #include "host/network/Janitor.h"
@@ -23,7 +24,8 @@ namespace host {
 // or a VM's machine, the cards of the guests that run are looked at, a moment later and together.
 // One that its interface is there for, and that has no device there which is up, is sick; it is
 // attached anew when its Healing says so, as if its interface had gone and come, and while that is
-// in vain, it is the VM's problem. When all are well, nothing is set on the clock.
+// in vain, it is the VM's problem. One that is configured to be on another interface is moved
+// there. When all are well, nothing is set on the clock.
 class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
  public:
   struct Tools {
@@ -34,6 +36,8 @@ class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
     Problems& problems;
     TraceLog& traces;
     std::function<std::vector<Tap>()> taps;  // one look at the kernel's
+    // See CardMover.
+    std::function<rt::String(const rt::String& vm, rt::EthAddr address)> wanted;
   };
   // What comes together is looked at once, so long after the first of it.
   static constexpr rt::Seconds lookDelay{1};
@@ -52,6 +56,8 @@ class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
   void guestLeft(const rt::String& vm) override { tools_.janitor.guestLeft(vm); }
   // Something was heard of a device.
   void devicesChanged();
+  // The VM's row is another: its cards are moved where they are configured to be.
+  void configured(const rt::String& vm);
 
   // Once a pass of the loop. Cures at most one card, which may take long, and returns whether there
   // is more to do at once.
@@ -83,11 +89,13 @@ class CardHealer final : public rt::StateMachineOf<CardHealer>, public VmCards {
   CardState stateOf(const Card& card, const rt::Entity& machine,
                     const std::vector<Tap>& taps) const;
   uint32_t deviceOf(const rt::String& interface) const;
+  bool move(const rt::String& vm, const Card& card, const rt::String& goal) const;
   void cure(const rt::String& vm, const Card& card, Patient& patient);
   rt::String attachAnew(const rt::String& vm, const Card& card) const;
   rt::String obstacleTo(const Card& card, const std::vector<Tap>& taps) const;
 
   const Tools tools_;
+  const CardMover mover_;
   Wards wards_;
   bool isDue_ = false;
   bool complained_ = false;  // of a kernel that does not answer

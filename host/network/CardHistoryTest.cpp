@@ -41,7 +41,7 @@ class CardHistory : public testing::TestWithParam<unsigned>, protected HostCards
   void change(const Place& at) {
     const auto machine = vm(at.vm);
     QmpPeer& qemu = processes.monitor(at.vm);
-    switch (below(11)) {
+    switch (below(12)) {
       case 0:
         return handled([&] { interfaceDel(at.interface, at.index); });
       case 1:
@@ -67,6 +67,8 @@ class CardHistory : public testing::TestWithParam<unsigned>, protected HostCards
         return kernel.fail(below(2) == 0 ? KernelCall::buildRequest : KernelCall::setFlags, 12);
       case 9:  // QEMU reads nothing while its interface flaps
         return stall(at, machine);
+      case 10:
+        return configure(config->vmConfig(at.vm), place().interface);
       default:  // QEMU is asked anew
         if (machine->monSm() && status->vmStatus(at.vm)->state() == "running") qemu.close();
         return;
@@ -109,6 +111,8 @@ TEST_P(CardHistory, EndsWithEachCardOnItsInterface) {
   handled([&] { interfaceIs("Ethernet1", firstPort); });
   handled([&] { interfaceIs("Ethernet2", secondPort); });
   pass(700, 1);
+  for (const auto& [name, machine] : config->vmConfigs())
+    EXPECT_EQ(card(name.str())->backendDev(), machine->vnicConfig("nic00")->intfName());
   EXPECT_TRUE(isAttached("web1")) << whatIsSo("web1");
   EXPECT_TRUE(isAttached("web2")) << whatIsSo("web2");
   EXPECT_EQ(problem("web1"), "");
@@ -118,7 +122,7 @@ TEST_P(CardHistory, EndsWithEachCardOnItsInterface) {
   EXPECT_EQ(kernel.badCloses(), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, CardHistory, testing::Range(0U, 30U));
+INSTANTIATE_TEST_SUITE_P(Seeds, CardHistory, testing::Range(0U, 60U));
 
 }  // namespace
 
