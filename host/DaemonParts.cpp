@@ -139,8 +139,8 @@ void DaemonParts::interfaceIs(const rt::String& id, const std::optional<rt::Stri
   network_.interfaceIs(id, doc);
 }
 
-void DaemonParts::restartIs(const rt::String& vm, uint64_t number) {
-  guests_.restartIs(vm, number);
+void DaemonParts::restartIs(const rt::String& vm, uint64_t number, bool ifEnded) {
+  guests_.restartIs(vm, number, ifEnded);
 }
 
 void DaemonParts::stopIs(const rt::String& vm, uint64_t number, int32_t within) {

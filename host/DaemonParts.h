@@ -40,7 +40,7 @@ class DaemonParts : private ConfigurationTaker {
               TraceLog& traces, rt::ActivityManager& manager, const StatusOfBefore& before);
 
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) override;
-  void restartIs(const rt::String& vm, uint64_t number) override;
+  void restartIs(const rt::String& vm, uint64_t number, bool ifEnded) override;
   void stopIs(const rt::String& vm, uint64_t number, int32_t within) override;
   void restartIsPast(const rt::String& vm, uint64_t number) override;
   void imageIs(const rt::String& vm, const std::optional<statedb::Record>& row) override;

@@ -22,7 +22,9 @@ class GuestSide {
   GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards);
 
   // What comes of the configuration; see ConfigurationTaker.
-  void restartIs(const rt::String& vm, uint64_t number) { supervisor_->restartIs(vm, number); }
+  void restartIs(const rt::String& vm, uint64_t number, bool ifEnded) {
+    supervisor_->restartIs(vm, number, ifEnded);
+  }
   void stopIs(const rt::String& vm, uint64_t number, int32_t within) {
     supervisor_->stopIs(vm, number, within);
   }

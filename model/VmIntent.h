@@ -15,6 +15,10 @@ class VmIntent final : public rt::EntityOf<VmIntent> {
   uint64_t restart() const { return restart_; }
   void restartIs(uint64_t number) { assign<&VmIntent::restart>(restart_, number); }
 
+  // The last of these is of a guest that has ended: one that runs goes on.
+  bool ifEnded() const { return ifEnded_; }
+  void ifEndedIs(bool ifEnded) { assign<&VmIntent::ifEnded>(ifEnded_, ifEnded); }
+
   // How many stops were asked for that had a time of their own.
   uint64_t stop() const { return stop_; }
   void stopIs(uint64_t number) { assign<&VmIntent::stop>(stop_, number); }
@@ -32,6 +36,7 @@ class VmIntent final : public rt::EntityOf<VmIntent> {
   using Attributes =
       rt::AttributeTable<rt::Attribute<"name", &VmIntent::name>,
                          rt::Attribute<"restart", &VmIntent::restart, &VmIntent::restartIs>,
+                         rt::Attribute<"ifEnded", &VmIntent::ifEnded, &VmIntent::ifEndedIs>,
                          rt::Attribute<"stop", &VmIntent::stop, &VmIntent::stopIs>,
                          rt::Attribute<"within", &VmIntent::within, &VmIntent::withinIs>,
                          rt::Attribute<"remove", &VmIntent::remove, &VmIntent::removeIs>>;
@@ -39,6 +44,7 @@ class VmIntent final : public rt::EntityOf<VmIntent> {
  private:
   const rt::String name_;
   uint64_t restart_ = 0;
+  bool ifEnded_ = false;
   uint64_t stop_ = 0;
   int32_t within_ = -1;
   rt::String remove_;

@@ -104,6 +104,7 @@ Intent intentOf(Context& context, const rt::String& name) {
 // What says nothing is left out: a daemon of before knows of restarts only.
 rt::String documentOf(const model::VmIntent& intent) {
   rt::String members = R"("restart":)" + rt::toText(intent.restart());
+  if (intent.ifEnded()) members += R"(,"ifEnded":true)";
   if (intent.stop() != 0) members += R"(,"stop":)" + rt::toText(intent.stop());
   if (intent.within() >= 0) members += R"(,"within":)" + rt::toText(intent.within());
   if (!intent.remove().empty()) members += R"(,"remove":)" + quoted(intent.remove());
@@ -137,8 +138,12 @@ std::function<bool(const VmRow& row)> isLostSince(bool hadEnded) {
   };
 }
 
-// The number that asks for one more.
-uint64_t askForRestart(Context& context, const rt::String& name, int32_t within) {
+// Of a guest that may run by now, though the status says that it has ended.
+enum class Running : uint8_t { ends, goesOn };
+
+// The number that asks for one more. What was asked for before and is not done yet is not taken
+// back.
+uint64_t askForRestart(Context& context, const rt::String& name, int32_t within, Running running) {
   uint64_t number = 0;
   retried([&] {
     const VmRow row = requiredVm(context, name);
@@ -146,8 +151,11 @@ uint64_t askForRestart(Context& context, const rt::String& name, int32_t within)
       throw Refusal(Exit::conflict,
                     name + ": is not enabled: 'vmctl start " + name + "' starts it");
     const Intent intent = intentOf(context, name);
+    const bool isOpen = intent.record->restart() > row.process->restarts();
+    const bool endsAlready = isOpen && !intent.record->ifEnded();
     number = std::max(intent.record->restart(), row.process->restarts()) + 1;
     intent.record->restartIs(number);
+    intent.record->ifEndedIs(running == Running::goesOn && !endsAlready);
     intent.record->withinIs(within);
     statedb::Transaction transaction;
     transaction.guard(model::table::vmConfig, name, row.revision);
@@ -173,7 +181,7 @@ rt::String start(Context& context, Configuration& configuration, const rt::Strin
     context.complain(name + ": is paused: 'vmctl resume " + name + "' lets it go on");
   if (!row.hasEnded() && !isOff) return "was enabled already";
   if (onlyTells) return "would be started again";
-  askForRestart(context, name, -1);
+  askForRestart(context, name, -1, Running::goesOn);
   return "is started again";
 }
 
@@ -299,7 +307,7 @@ Exit restartVms(Context& context, const Arguments& arguments) {
   deed.ask = [&](const rt::String& name) -> rt::String {
     const VmRow row = vmNamed(context, name);
     if (!arguments.has("force")) requireStart(context, row);
-    numbers[name] = askForRestart(context, name, within);
+    numbers[name] = askForRestart(context, name, within, Running::ends);
     if (row.config) warnOfImage(context, *row.config, row.imageFormat());
     return "restart asked for";
   };

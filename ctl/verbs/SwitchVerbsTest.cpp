@@ -228,7 +228,21 @@ TEST_F(EnableVerb, StartsAgainWhatHasEnded) {
   putVm("web1", true);
   putEnded("web1", 3);
   EXPECT_EQ(vmctl("start web1"), (Answer{0, "", "web1: is started again\n"}));
-  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":4})");
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":4,"ifEnded":true})")
+      << "it may have been started since it was looked at";
+}
+
+TEST_F(EnableVerb, TakesNoRestartBackThatWasAskedForAndIsNotDone) {
+  putVm("web1", true);
+  putEnded("web1", 3);
+  put("vmIntent", "web1", R"({"restart":4})");
+  vmctl("start web1");
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":5})");
+  put("vmIntent", "web1", R"({"restart":4,"ifEnded":true})");
+  vmctl("start web1");
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":5,"ifEnded":true})");
+  vmctl("restart web1");
+  EXPECT_EQ(doc("vmIntent", "web1"), R"({"restart":6})");
 }
 
 TEST_F(EnableVerb, StartsWhatIsTriedAgainLaterAtOnce) {

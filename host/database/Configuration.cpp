@@ -75,7 +75,7 @@ void Configuration::takeIntent(const statedb::Change& change, bool isPast,
   if (isPast)
     taker.restartIsPast(vm, intent.restart);
   else
-    taker.restartIs(vm, intent.restart);
+    taker.restartIs(vm, intent.restart, intent.ifEnded);
   if (intent.remove.empty())
     givenUp_.erase(vm);
   else

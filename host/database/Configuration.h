@@ -15,9 +15,10 @@ class ConfigurationTaker {
   virtual ~ConfigurationTaker() = default;
   // Takes an interface's row; nothing: it has none.
   virtual void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) = 0;
-  // Takes the number of restarts that were asked for.
-  virtual void restartIs(const rt::String& vm, uint64_t number) = 0;
-  // The same, all of which were asked for before this daemon's time, or elsewhere.
+  // Takes the number of restarts that were asked for. `ifEnded`: the last is of a guest that has
+  // ended, and one that runs goes on.
+  virtual void restartIs(const rt::String& vm, uint64_t number, bool ifEnded) = 0;
+  // The number, all of which were asked for before this daemon's time, or elsewhere.
   virtual void restartIsPast(const rt::String& vm, uint64_t number) = 0;
   // Takes how many stops were asked for that had a time of their own, and that of the last stop or
   // restart: seconds that the guest gets; negative: as always. Before the VM's own row.

@@ -42,8 +42,8 @@ class ConfigurationTest : public testing::Test, protected ConfigurationTaker {
     effects.push_back("interface " + id.str() + " " + (doc ? doc->str() : "none"));
     if (interfaceFails) throw rt::Exception("no such interface");
   }
-  void restartIs(const rt::String& vm, uint64_t number) override {
-    effects.push_back("restart " + vm.str() + text(number));
+  void restartIs(const rt::String& vm, uint64_t number, bool ifEnded) override {
+    effects.push_back("restart " + vm.str() + text(number) + (ifEnded ? " if ended" : ""));
   }
   void stopIs(const rt::String& vm, uint64_t number, int32_t within) override {
     if (number != 0 || within >= 0)
@@ -129,6 +129,8 @@ TEST_F(ConfigurationTest, TakesTheNumbersOfAnotherForPast) {
   // Asked here.
   EXPECT_THAT(take({put("vmIntent", "web1", R"({"restart":8})")}, {"s3", 200, "h2"}),
               ElementsAre("restart web1 8", "given up web1 "));
+  EXPECT_THAT(take({put("vmIntent", "web1", R"({"restart":9,"ifEnded":true})")}, {"s3", 201, "h2"}),
+              ElementsAre("restart web1 9 if ended", "given up web1 "));
 }
 
 // What was asked while no daemon ran, too.

@@ -12,7 +12,8 @@ Intent intentOf(const statedb::Record& row) {
   const auto intent = rt::make<model::VmIntent>(row.key);
   const auto problems = statedb::fill(*intent, row.doc);
   if (problems.empty())
-    return {intent->restart(), intent->stop(), intent->within(), intent->remove()};
+    return {intent->restart(), intent->ifEnded(), intent->stop(), intent->within(),
+            intent->remove()};
   report(rt::String(model::table::vmIntent) + " of VM " + row.key + ": " + textOf(problems));
   return {};
 }

@@ -121,8 +121,8 @@ void SupervisorWorld::rowDel(const rt::String& vm) {
   settle();
 }
 
-void SupervisorWorld::restartIs(const rt::String& vm, uint64_t number) {
-  supervisor->restartIs(vm, number);
+void SupervisorWorld::restartIs(const rt::String& vm, uint64_t number, bool ifEnded) {
+  supervisor->restartIs(vm, number, ifEnded);
   settle();
 }
 

@@ -177,7 +177,7 @@ class SupervisorWorld {
   // A change, and all that comes of it at once.
   void rowIs(const rt::String& vm, const Row& row);
   void rowDel(const rt::String& vm);
-  void restartIs(const rt::String& vm, uint64_t number);
+  void restartIs(const rt::String& vm, uint64_t number, bool ifEnded = false);
   // Passes of the loop until nothing is left to be done at once.
   void settle();
   void advance(double seconds);

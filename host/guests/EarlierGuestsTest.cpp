@@ -22,7 +22,7 @@ using testing::Pair;
 class NoTaker final : public ConfigurationTaker {
  public:
   void interfaceIs(const rt::String&, const std::optional<rt::String>&) override {}
-  void restartIs(const rt::String&, uint64_t) override {}
+  void restartIs(const rt::String&, uint64_t, bool) override {}
   void restartIsPast(const rt::String&, uint64_t) override {}
   void stopIs(const rt::String&, uint64_t, int32_t) override {}
   void imageIs(const rt::String&, const std::optional<statedb::Record>&) override {}

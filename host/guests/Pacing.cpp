@@ -7,6 +7,8 @@
 namespace host {
 
 Step Pacing::next(const VmFacts& facts, rt::Seconds now) {
+  if (facts.sparesGuest && (facts.process || facts.adoptable) && !giveUpAt_)
+    restartsDone_ = std::max(restartsDone_, facts.restart);
   const bool restart = facts.restart > restartsDone_;
   const bool mayBeMeant = !facts.wanted || restart || giveUpAt_;
   if (!mayBeMeant || (!facts.process && !facts.switchedOn)) stopsDone_ = facts.stop;

@@ -25,6 +25,7 @@ struct VmFacts {
   bool inVain = false;         // the agent takes its start for done, and has no guest of it
   bool again = false;          // its guest has ended, and by its policy it is started again
   uint64_t restart = 0;        // the number of its restart intent
+  bool sparesGuest = false;    // that is of a guest that has ended
   uint64_t stop = 0;           // and of its stops that had a time of their own
   // What the guest gets to shut itself down by the last of either; nothing: as always.
   std::optional<rt::Seconds> within{};
@@ -46,8 +47,9 @@ enum class Step : uint8_t {
 //          |             |         |         | once it is gone, or time is up; asked once more when
 //          |             |         |         | an operator gives it less time
 //   no     | yes         | no      |         | switchOff
-//   yes    | yes         |         |         | likewise, where a restart is asked for, or the guest
-//          |             |         |         | was asked to end already
+//   yes    | yes         |         |         | likewise, where a restart is asked for that spares
+//   no
+//          |             |         |         | guest which runs, or it was asked to end already
 //   yes    | no          | yes     |         | none, until the process is gone
 //   yes    | no          | no      |         | switchOn; one that was refused is tried again after
 //          |             |         |         | 1 s, 2 s, 4 s, ... 60 s

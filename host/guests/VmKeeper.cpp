@@ -42,8 +42,9 @@ void VmKeeper::rowIs(const VmRow* row) {
   note();
 }
 
-void VmKeeper::restartIs(uint64_t number) {
+void VmKeeper::restartIs(uint64_t number, bool ifEnded) {
   restart_ = number;
+  sparesGuest_ = ifEnded;
   note();
 }
 
@@ -139,6 +140,7 @@ VmFacts VmKeeper::facts() const {
           .inVain = isUnmade_ || isOutOfReach(),
           .again = isToStartAgain(),
           .restart = restart_,
+          .sparesGuest = sparesGuest_,
           .stop = stop_,
           .within = within_};
 }

@@ -34,7 +34,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   const rt::String& name() const { return name_; }
 
   void rowIs(const VmRow* row);  // null: there is none
-  void restartIs(uint64_t number);
+  void restartIs(uint64_t number, bool ifEnded = false);
   // How many stops with a time of their own were asked for; and the time that the guest gets by the
   // last stop or restart, in seconds; negative: as always.
   void stopIs(uint64_t number, int32_t within);
@@ -118,6 +118,7 @@ class VmKeeper final : public rt::StateMachineOf<VmKeeper> {
   const rt::String name_;
   Pacing pacing_;
   uint64_t restart_ = 0;
+  bool sparesGuest_ = false;  // the last of these does
   uint64_t stop_ = 0;
   std::optional<rt::Seconds> within_;
   rt::String rowProblem_;

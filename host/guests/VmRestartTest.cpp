@@ -402,6 +402,29 @@ TEST(VmRestart, BringsBackAGuestThatHasEnded) {
   EXPECT_EQ(world.process("web1"), "running 101");
 }
 
+// Who asked for it saw the guest ended, and it was started since.
+TEST(VmRestart, OfAGuestThatHasEndedSparesOneThatRuns) {
+  SupervisorWorld world;
+  world.rowIs("web1", on);
+  world.restartIs("web1", 1, true);
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1"));
+  EXPECT_EQ(restartsOf(world, "web1"), 1U);
+  world.end("web1");
+  world.restartIs("web1", 2, true);
+  EXPECT_EQ(world.process("web1"), "running 101");
+}
+
+TEST(VmRestart, OfAGuestThatHasEndedSparesOneThatIsTakenUp) {
+  SupervisorWorld world({{"web1", 7}});
+  world.supervisor->adoptableIs("web1", true);
+  world.restartIs("web1", 8, true);
+  world.rowIs("web1", on);
+  world.advance(60);
+  EXPECT_THAT(world.fortune.take(), ElementsAre("start web1")) << "by which it is taken up";
+  EXPECT_EQ(restartsOf(world, "web1"), 8U);
+}
+
 TEST(VmRestart, OfAVmThatIsOffIsDoneAtOnceAndStartsNothing) {
   SupervisorWorld world;
   world.rowIs("web1", off);

@@ -22,11 +22,11 @@ VmKeeper& VmSupervisor::keeper(const rt::String& vm) {
   if (found) return *found;
   const auto known = restartsDone_.find(vm);
   const auto asked = restarts_.find(vm);
-  const uint64_t number = asked == restarts_.end() ? 0 : asked->second;
+  const Restart restart = asked == restarts_.end() ? Restart() : asked->second;
   // Of a VM that is seen for the first time, all that was asked is past.
-  found =
-      rt::make<VmKeeper>(tools_, queue_, vm, known == restartsDone_.end() ? number : known->second);
-  found->restartIs(number);
+  found = rt::make<VmKeeper>(tools_, queue_, vm,
+                             known == restartsDone_.end() ? restart.number : known->second);
+  found->restartIs(restart.number, restart.ifEnded);
   if (const auto stop = stops_.find(vm); stop != stops_.end())
     found->stopIs(stop->second.number, stop->second.within);
   return *found;
@@ -37,10 +37,10 @@ void VmSupervisor::rowIs(const rt::String& vm, const VmRow* row) {
   if (hasRow || keepers_.contains(vm)) keeper(vm).rowIs(row);
 }
 
-void VmSupervisor::restartIs(const rt::String& vm, uint64_t number) {
-  restarts_[vm] = number;
+void VmSupervisor::restartIs(const rt::String& vm, uint64_t number, bool ifEnded) {
+  restarts_[vm] = {number, ifEnded};
   if (const auto found = keepers_.find(vm); found != keepers_.end())
-    found->second->restartIs(number);
+    found->second->restartIs(number, ifEnded);
 }
 
 void VmSupervisor::stopIs(const rt::String& vm, uint64_t number, int32_t within) {
@@ -50,7 +50,7 @@ void VmSupervisor::stopIs(const rt::String& vm, uint64_t number, int32_t within)
 }
 
 void VmSupervisor::restartIsPast(const rt::String& vm, uint64_t number) {
-  restarts_[vm] = number;
+  restarts_[vm] = {number};
   restartsDone_[vm] = number;
   if (const auto found = keepers_.find(vm); found != keepers_.end())
     found->second->restartIsPast(number);

@@ -20,7 +20,7 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
 
   // What the rows of vmConfig and vmIntent say now; the row may be null.
   void rowIs(const rt::String& vm, const VmRow* row);
-  void restartIs(const rt::String& vm, uint64_t number);
+  void restartIs(const rt::String& vm, uint64_t number, bool ifEnded = false);
   // How many stops with a time of their own, and the time of the last stop or restart: seconds;
   // negative: as always.
   void stopIs(const rt::String& vm, uint64_t number, int32_t within);
@@ -68,7 +68,11 @@ class VmSupervisor final : public rt::StateMachineOf<VmSupervisor> {
 
   KeeperTools tools_;
   std::map<rt::String, uint64_t> restartsDone_;
-  std::map<rt::String, uint64_t> restarts_;  // asked for
+  struct Restart {
+    uint64_t number = 0;
+    bool ifEnded = false;
+  };
+  std::map<rt::String, Restart> restarts_;  // asked for
   struct Stop {
     uint64_t number = 0;
     int32_t within = -1;
