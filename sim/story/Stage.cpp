@@ -161,11 +161,14 @@ void Stage::checkChange(const std::string& vm, const CommandEnd& end, const Rows
   const std::string was = get(before, its);
   const std::string is = get(rows_, its);
   const bool isAsBefore = was == is;
-  // Where the databases failed, it may have been before the commit or behind it.
+  // Where the databases failed, or somebody did not answer, it may have been before the commit or
+  // behind it.
   constexpr int unusable = 6;
-  const bool mayBe = end.status() == 0          ? isRight(was, is)
-                     : end.status() == unusable ? isAsBefore || isRight(was, is)
-                                                : isAsBefore;
+  constexpr int unanswered = 7;
+  const bool isUncertain = end.status() == unusable || end.status() == unanswered;
+  const bool mayBe = end.status() == 0 ? isRight(was, is)
+                     : isUncertain     ? isAsBefore || isRight(was, is)
+                                       : isAsBefore;
   if (!mayBe)
     fail("configuration", vm,
          "vmctl ended with " + std::to_string(end.status()) + ", and '" + was + "' is now '" + is +
