@@ -29,7 +29,7 @@ TEST_F(Usage, SuggestsTheVerbThatWasMeant) {
   EXPECT_EQ(vmctl("frobnicate"),
             usageError("there is no verb 'frobnicate'; 'vmctl --help' lists them"));
   EXPECT_EQ(vmctl("nic web1"),
-            usageError("there is no verb 'nic web1'; there are nic add and nic remove"));
+            usageError("there is no verb 'nic web1'; there are nic add, nic set and nic remove"));
   EXPECT_EQ(vmctl("status web1"),
             usageError("there is no verb 'status': 'vmctl show NAME' tells all about a VM"));
   EXPECT_EQ(vmctl("nic ad web1"), usageError("there is no verb 'nic ad'; did you mean 'nic add'?"));
@@ -38,9 +38,10 @@ TEST_F(Usage, SuggestsTheVerbThatWasMeant) {
 }
 
 TEST_F(Help, OfHalfAVerbTellsOfAllThatBeginSo) {
-  const std::string both = vmctl("help nic add").out + "\n" + vmctl("help nic remove").out;
-  EXPECT_EQ(vmctl("help nic"), (Answer{0, both, ""}));
-  EXPECT_EQ(vmctl("nic --help"), (Answer{0, both, ""}));
+  const std::string all = vmctl("help nic add").out + "\n" + vmctl("help nic set").out + "\n" +
+                          vmctl("help nic remove").out;
+  EXPECT_EQ(vmctl("help nic"), (Answer{0, all, ""}));
+  EXPECT_EQ(vmctl("nic --help"), (Answer{0, all, ""}));
   EXPECT_EQ(vmctl("help nic ad").exit, 2);
 }
 

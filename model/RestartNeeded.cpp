@@ -19,10 +19,17 @@ bool isSame(const rt::AttributeInfo& attribute, const rt::Entity& a, const rt::E
          });
 }
 
+bool isCardsAndAtOnce(const rt::AttributeInfo& attribute) {
+  const VmField* const field = cardFieldNamed(attribute.name);
+  return field && field->takesEffectAtOnce;
+}
+
+// Of cards, as the members of a VM are.
 bool isSame(const rt::Entity& a, const rt::Entity& b) {
   const auto attributes = a.type().attributes;
-  return std::all_of(attributes.begin(), attributes.end(),
-                     [&](const auto& attribute) { return isSame(attribute, a, b); });
+  return std::all_of(attributes.begin(), attributes.end(), [&](const auto& attribute) {
+    return isCardsAndAtOnce(attribute) || isSame(attribute, a, b);
+  });
 }
 
 bool takesEffectAtOnce(const rt::AttributeInfo& attribute) {

@@ -169,6 +169,7 @@ constexpr VmField fields[] = {
     {.table = table::vmConfig,
      .name = "intfName",
      .isOfCard = true,
+     .takesEffectAtOnce = true,
      .help = "the switch interface it is bridged to",
      .option = "intf",
      .right = [](std::string_view value, const MachineLimits&) { return intfNameRight(value); }},

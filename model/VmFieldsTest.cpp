@@ -136,12 +136,12 @@ TEST_F(VmFields, SayWhatWouldBeRight) {
   EXPECT_TRUE(right(*cardFieldNamed("intfName"), ""));
 }
 
-TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchAndTheHostsOwn) {
+TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchTheHostsOwnAndACardsInterface) {
   std::vector<std::string_view> atOnce;
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
   EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
-                                  "rateLimit", "restart", "startOrder", "startDelay"));
+                                  "rateLimit", "restart", "startOrder", "startDelay", "intfName"));
 }
 
 }  // namespace

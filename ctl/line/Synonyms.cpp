@@ -39,7 +39,7 @@ constexpr Synonym table[] = {
     {"detach,detach-interface,detach-device", "'vmctl nic remove NAME KEY' takes a card away"},
     {"attach-disk", "a VM has one disk: 'vmctl set NAME diskImage=FILE'"},
     {"nic list,nic ls,nic show", "'vmctl show NAME' has a VM's cards"},
-    {"nic set,nic edit,nic change", "'vmctl set NAME vnicConfig.KEY.FIELD=VALUE' changes a card"},
+    {"nic edit,nic change,nic move", "'vmctl nic set NAME KEY intf=I' moves or changes a card"},
     {"configure,config,modify,change,update,patch",
      "'vmctl set NAME FIELD=VALUE' changes a VM, and so does 'vmctl edit NAME'"},
     {"import,load,replace", "'vmctl apply -f FILE' makes what a document says"},

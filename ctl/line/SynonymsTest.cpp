@@ -58,7 +58,7 @@ TEST_F(Synonyms, AreNoVerbsOfOursAndEachIsThereOnce) {
 }
 
 TEST_F(Synonyms, NameVerbsAndOptionsThatThereAre) {
-  const std::regex command("vmctl ([a-z]+)( (add|remove|list))?([^']*)'");
+  const std::regex command("vmctl ([a-z]+)( (add|set|remove|list))?([^']*)'");
   size_t count = 0;
   for (const Synonym& synonym : synonyms()) {
     const std::string text(synonym.ours);

@@ -33,7 +33,7 @@ class CompletionVerb : public fakes::VmctlFixture {
 TEST_F(CompletionVerb, OfVerbs) {
   EXPECT_EQ(after({"re"}), "remove reset restart restore resume");
   EXPECT_EQ(after({"st"}), "start stop");
-  EXPECT_EQ(after({"nic", ""}), "add remove rm");
+  EXPECT_EQ(after({"nic", ""}), "add remove rm set");
   EXPECT_EQ(after({"interface", "un"}), "unset");
   EXPECT_EQ(after({"help", "do"}), "doctor");
   EXPECT_EQ(after({"__"}), "");

@@ -45,6 +45,17 @@ std::vector<Assignment> fieldsOf(Context& context, const Arguments& arguments) {
   return fields;
 }
 
+// A guest that runs has its card on the other interface in a moment.
+void tellMoves(Context& context, const Vm::VmConfig& before, const Vm::VmConfig& after) {
+  if (!before.enabled() || !after.enabled()) return;
+  for (const auto& [key, card] : after.vnicConfigs()) {
+    const auto was = before.vnicConfig(key);
+    if (was && was->macAddr() == card->macAddr() && was->intfName() != card->intfName())
+      context.tell(after.name() + ": " + key + " goes from " + was->intfName() + " to " +
+                   card->intfName());
+  }
+}
+
 void tellChanged(Context& context, const Changed& changed,
                  Configuration::Mode mode = Configuration::Mode::write) {
   const rt::String& name = changed.after->name();
@@ -58,7 +69,30 @@ void tellChanged(Context& context, const Changed& changed,
     context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
   else
     context.tell(name + ": changed");
+  tellMoves(context, *changed.before, *changed.after);
   complainOfDelay(context);
+}
+
+[[noreturn]] void refuseCard(const Vm::VmConfig& vm, const rt::String& key) {
+  std::vector<std::string_view> keys;
+  for (const auto& [each, card] : vm.vnicConfigs()) keys.emplace_back(each);
+  throw Refusal(Exit::noSuch,
+                vm.name() + ": there is no card '" + key + "'" + rt::didYouMean(key, keys));
+}
+
+// "intf=Ethernet2,mac=...": what it says of the card, as fields of the VM.
+void addCardFields(const rt::String& key, const rt::String& word, std::vector<Assignment>& fields) {
+  const std::string_view all = word;
+  for (size_t begin = 0; begin <= all.size();) {
+    const size_t comma = std::min(all.find(',', begin), all.size());
+    const auto [part, value] =
+        assignmentOf(rt::String(all.substr(begin, comma - begin)), "intf=Ethernet2");
+    rt::String name = part;
+    for (const model::VmField& field : model::vmFields())
+      if (field.isOfCard && field.option == std::string_view(part)) name = field.name;
+    fields.push_back({"vnicConfig." + key + "." + name, value});
+    begin = comma + 1;
+  }
 }
 
 // A guest that runs in no configuration is taken up by its VM, and ends if that is not enabled.
@@ -156,15 +190,24 @@ Exit addNic(Context& context, const Arguments& arguments) {
   return Exit::done;
 }
 
+Exit setNic(Context& context, const Arguments& arguments) {
+  const std::vector<rt::String>& words = arguments.words();
+  std::vector<Assignment> fields;
+  for (size_t i = 2; i < words.size(); ++i) addCardFields(words[1], words[i], fields);
+  const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    if (!records.vm.vnicConfigHas(words[1])) refuseCard(records.vm, words[1]);
+    assign(records, fields, context.world().limits, problems);
+  };
+  const auto changed = Configuration(context, modeOf(arguments)).change(words[0], change);
+  warnOfInterfaces(context, *changed.after);
+  tellChanged(context, changed, modeOf(arguments));
+  return Exit::done;
+}
+
 Exit removeNic(Context& context, const Arguments& arguments) {
   const std::vector<rt::String>& words = arguments.words();
   const auto remove = [&](const VmRecords& records, auto&) {
-    Vm::VmConfig& vm = records.vm;
-    if (vm.vnicConfigDel(words[1])) return;
-    std::vector<std::string_view> keys;
-    for (const auto& [key, card] : vm.vnicConfigs()) keys.emplace_back(key);
-    throw Refusal(Exit::noSuch, words[0] + ": there is no card '" + words[1] + "'" +
-                                    rt::didYouMean(words[1], keys));
+    if (!records.vm.vnicConfigDel(words[1])) refuseCard(records.vm, words[1]);
   };
   tellChanged(context, Configuration(context).change(words[0], remove));
   return Exit::done;

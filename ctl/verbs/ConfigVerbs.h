@@ -9,6 +9,7 @@ namespace ctl {
 Exit addVm(Context& context, const Arguments& arguments);
 Exit setVm(Context& context, const Arguments& arguments);
 Exit addNic(Context& context, const Arguments& arguments);
+Exit setNic(Context& context, const Arguments& arguments);
 Exit removeNic(Context& context, const Arguments& arguments);
 
 // What a verb is to do: with --dry-run it only tells.

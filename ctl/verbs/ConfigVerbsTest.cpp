@@ -345,6 +345,35 @@ TEST_F(NicVerb, RefusesToRemoveACardThatIsNotThere) {
             (Answer{3, "", "vmctl: web1: there is no card 'nic01'; did you mean 'nic00'?\n"}));
 }
 
+TEST_F(NicVerb, MovesACardOfAGuestThatRunsAtOnce) {
+  putVm("web1", true);
+  vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:01,intf=Vlan1");
+  EXPECT_EQ(vmctl("nic set web1 nic00 intf=Vlan2"),
+            (Answer{0, "", "web1: changed\nweb1: nic00 goes from Vlan1 to Vlan2\n"}));
+  EXPECT_THAT(doc("vmConfig", "web1"), testing::HasSubstr(R"("intfName":"Vlan2")"));
+  EXPECT_EQ(vmctl("nic set web1 nic00 intf=Vlan2"), (Answer{0, "", "web1: was so already\n"}));
+  EXPECT_EQ(vmctl("nic set web1 nic00 intf=Vlan3 --dry-run"),
+            (Answer{0, "", "web1: would be changed\n"}));
+}
+
+TEST_F(NicVerb, HasAGuestGetAnotherModelAtItsNextStart) {
+  putVm("web1", true);
+  vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:01,intf=Vlan1");
+  EXPECT_EQ(vmctl("nic set web1 nic00 model=rtl8139,mac=52:54:00:00:00:02").err,
+            "web1: changed; takes effect at the next start ('vmctl restart web1')\n");
+  EXPECT_THAT(doc("vmConfig", "web1"),
+              testing::HasSubstr(R"("model":"rtl8139","macAddr":"52:54:00:00:00:02")"));
+}
+
+TEST_F(NicVerb, RefusesToSetWhatIsNotThereOrNoValue) {
+  vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:01,intf=Vlan1");
+  EXPECT_EQ(vmctl("nic set web1 nic01 intf=Vlan2"),
+            (Answer{3, "", "vmctl: web1: there is no card 'nic01'; did you mean 'nic00'?\n"}));
+  EXPECT_EQ(vmctl("nic set web1 nic00 intf").exit, 2);
+  EXPECT_EQ(vmctl("nic set web1 nic00 speed=10").exit, 2);
+  EXPECT_EQ(vmctl("nic set web1 nic00 intf=Vlan0").exit, 5);
+}
+
 TEST_F(SetVerb, SaysThatTheConfigurationWouldBeTooLong) {
   const std::string path = "/" + std::string(1024 * 1024, 'x');
   const Answer answer =

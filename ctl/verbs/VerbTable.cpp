@@ -48,9 +48,9 @@ constexpr Verb table[] = {
      "\n"
      "FIELDS\n"
      "\n"
-     "A guest that runs has the first and those from cpuWeight to rateLimit at once, all others\n"
-     "from its next start on: 'vmctl restart NAME'. Without a format, a new disk image is what\n"
-     "it begins as now.\n",
+     "A guest that runs has the first, those from cpuWeight to rateLimit and the interface of a\n"
+     "card at once, all others from its next start on: 'vmctl restart NAME'. Without a format, a\n"
+     "new disk image is what it begins as now.\n",
      setVm},
     {"edit", "", "NAME", 1, 1, "", "", "change a VM in an editor",
      "Opens the VM's document, as 'vmctl export' shows it, in $VISUAL, $EDITOR or vi, and writes\n"
@@ -63,6 +63,14 @@ constexpr Verb table[] = {
      "\n"
      "  vmctl nic add web1 model=virtio-net-pci,mac=52:54:00:12:34:57,intf=Vlan200\n",
      addNic},
+    {"nic set", "", "NAME KEY intf=I", 3, anyNumber, "dry-run", "", "move a network card",
+     "Changes a network card. A guest that runs has it on another interface at once, sees its "
+     "line\n"
+     "go and come, and keeps its addresses; another model or MAC address it has from its next\n"
+     "start on.\n"
+     "\n"
+     "  vmctl nic set web1 nic00 intf=Ethernet2\n",
+     setNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
     {"start", "enable", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "", "start VMs",

@@ -204,6 +204,33 @@ TEST_F(LinuxGuest, AnswersAgainWhenSomebodyDeletedTheDeviceOfItsCardAndNoOtherIs
   EXPECT_EQ(other.lost(), 0);
 }
 
+// Both ports lead to one hub, as two of a switch do.
+TEST_F(LinuxGuest, GoesOnOnAnotherPortThatItsCardIsMovedTo) {
+  ip("link add hub type bridge ageing_time 0");
+  ip("addr add dev hub 10.77.0.1/24");
+  ip("link set hub up");
+  for (const char* const i : {"1", "2"}) {
+    addPort(std::string("Ethernet") + i, std::string("wire") + i, {});
+    ip(std::string("link set master hub dev wire") + i);
+  }
+  runGuest({card("virtio-net-pci", "10", "Ethernet1")});
+  const auto before = world.qemus("demo");
+  ASSERT_TRUE(answersPing("10.77.0.16")) << whatIsSo();
+  Pinging pinging({"-i", "0.02", "10.77.0.16"});
+  EXPECT_TRUE(pinging.hasAnswers(1));
+  world.ctl({"nic", "set", "demo", "nic00", "intf=Ethernet2"});
+  EXPECT_TRUE(waitUntil([] {
+    return run({"/sbin/ip", "-o", "link", "show", "type", "macvtap"}).out.find("@Ethernet2") !=
+           std::string::npos;
+  })) << whatIsSo();
+  ip("link del Ethernet1");
+  EXPECT_TRUE(pinging.hasAnswers(100)) << whatIsSo();
+  RecordProperty("lost", pinging.lost());
+  EXPECT_TRUE(hasSeenCarrierChanges(4)) << "its line went and came: " << world.console("demo");
+  EXPECT_EQ(world.qemus("demo"), before);
+  EXPECT_EQ(world.row("vmProblem", "demo"), "");
+}
+
 // The daemon's end.
 
 TEST_F(LinuxGuest, AnswersWhileItsDaemonIsGoneAndWithTheNextAndItsLineStaysUp) {
