@@ -63,7 +63,7 @@ dev_t numberOf(const char* path) {
   return file.st_rdev;
 }
 
-TEST(NodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
+TEST(TapNodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
   const Stranger stranger(device);
   const rt::Descriptor own(open(another, O_RDWR | O_CLOEXEC));
   ASSERT_TRUE(own);
@@ -72,7 +72,7 @@ TEST(NodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
   EXPECT_THAT(others, Not(Contains(numberOf(another))));
 }
 
-TEST(NodesOfOthers, AreNoneOfAGuestsUser) {
+TEST(TapNodesOfOthers, AreNoneOfAGuestsUser) {
   const Stranger stranger(device);
   EXPECT_THAT(nodesOfOthers({.first = geteuid(), .last = geteuid()}),
               Not(Contains(numberOf(device))));
