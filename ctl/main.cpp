@@ -15,6 +15,7 @@
 #include <fstream>
 #include <iostream>
 #include <limits>
+#include <random>
 #include <vector>
 
 #include "ctl/Program.h"
@@ -194,6 +195,7 @@ int main(int argc, char** argv) {
                    .now = now,
                    .timeOfDay = [] { return static_cast<uint64_t>(std::time(nullptr)); },
                    .timeOfDayMs = timeOfDayMs,
+                   .chance = [] { return static_cast<uint32_t>(std::random_device()()); },
                    .waitReadable = waitReadable,
                    .waitWhileRead = waitWhileRead,
                    .imageFacts = imageFacts,

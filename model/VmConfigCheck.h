@@ -49,6 +49,8 @@ Right intfNameRight(std::string_view value);
 void vmDefaults(rt::Entity& vm);
 
 constexpr uint32_t defaultMemory = 256;  // mebibytes
+// What a card is of which nobody says it: every system of today has a driver for it.
+constexpr std::string_view defaultModel = "virtio-net-pci";
 constexpr size_t longestName = 64;
 constexpr size_t longestIntfName = 15;  // what the kernel takes for a device
 constexpr uint32_t firstVncPort = 5900;

@@ -160,6 +160,7 @@ World VmctlFixture::world() {
           .timeOfDay = [this] { return timeOfDay_ + static_cast<uint64_t>(time_); },
           .timeOfDayMs =
               [this] { return timeOfDay_ * 1000 + static_cast<uint64_t>(time_ * 1000 + 0.5); },
+          .chance = [this] { return chance_; },
           .waitReadable = [this](auto descriptors,
                                  rt::Seconds time) { waitReadable(descriptors, time); },
           .waitWhileRead = waitWhileRead,

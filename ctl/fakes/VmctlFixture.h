@@ -87,6 +87,7 @@ class VmctlFixture : public testing::Test {
   std::string keys_;                                     // that are pressed, one a wait; NUL: none
   double time_ = 1000;                                   // seconds; moves while the command waits
   static constexpr uint64_t timeOfDay_ = 1'700'000'000;  // at 0 of that
+  uint32_t chance_ = 0x123456;                           // the number that comes up by chance
   int waits_ = 0;                                        // how often commands waited
   std::map<std::string, std::string> environment_;
   std::set<std::string> missingImages_;

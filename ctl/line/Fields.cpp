@@ -18,8 +18,8 @@ constexpr std::string_view cardsPrefix = "vnicConfig.";
 using Names = std::vector<std::string_view>;
 
 constexpr const char* cardRight =
-    "must be [key=K,]model=M,mac=A,intf=I, such as "
-    "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100";
+    "must be intf=I[,model=M][,mac=A][,key=K], such as intf=Vlan100 or "
+    "intf=Vlan100,model=e1000,mac=52:54:00:12:34:56";
 
 Names vmFieldNames() {
   Names names;
@@ -193,10 +193,11 @@ Card cardOf(const rt::String& text) {
   for (const model::VmField& field : model::vmFields()) {
     if (!field.isOfCard || field.option.empty()) continue;
     const auto part = parts.find(field.option);
-    if (part == parts.end())
-      throw Refusal(Exit::usage,
-                    "card '" + text + "' is refused: must have " + field.option + "=...");
-    card.fields.push_back({field.name, part->second});
+    if (part != parts.end())
+      card.fields.push_back({field.name, part->second});
+    else if (field.name == "intfName")
+      throw Refusal(Exit::usage, "card '" + text + "' is refused: must have " + field.option +
+                                     "=..., the interface of the switch it is bridged to");
   }
   if (hasKey && card.key.empty())
     throw Refusal(Exit::usage, "card '" + text + "' is refused: its key must not be empty");
@@ -220,12 +221,20 @@ rt::String nextKey(const Vm::VmConfig& vm) {
   return key;
 }
 
-rt::String addCard(Vm::VmConfig& vm, const Card& card, Problems& problems) {
+rt::String addCard(Vm::VmConfig& vm, const Card& card, const FreshMac& freshMac,
+                   Problems& problems) {
   rt::String key = card.key.empty() ? nextKey(vm) : card.key;
   if (vm.vnicConfigHas(key))
     throw Refusal(Exit::conflict, vm.name() + ": there is a card '" + key +
                                       "' already: change it with 'vmctl set', or name another key");
+  const auto isSaid = [&](std::string_view name) {
+    return std::any_of(card.fields.begin(), card.fields.end(),
+                       [&](const Assignment& field) { return field.field == name; });
+  };
+  const rt::EthAddr mac = isSaid("macAddr") ? rt::EthAddr() : freshMac(vm);
   Vm::VnicConfig& added = *vm.vnicConfigIs(key);
+  added.macAddrIs(mac);
+  added.modelIs(model::defaultModel);
   for (const Assignment& field : card.fields)
     assign(added, field, cardsPrefix + key + "." + field.field, problems);
   return key;

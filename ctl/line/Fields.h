@@ -4,6 +4,7 @@
 // no value of its field is added to the problems, with what would do.
 #pragma once
 
+#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -36,17 +37,21 @@ struct VmRecords {
 void assign(const VmRecords& records, const std::vector<Assignment>& assignments,
             const model::MachineLimits& limits, std::vector<rt::Problem>& problems);
 
-// "[key=K,]model=M,mac=A,intf=I".
+// "intf=I[,model=M][,mac=A][,key=K]".
 struct Card {
   rt::String key;                  // empty: the next one
-  std::vector<Assignment> fields;  // all of them
+  std::vector<Assignment> fields;  // that were said
 };
 Card cardOf(const rt::String& text);
 
 // The key that follows those the VM has: nic00, nic01, ... The guest numbers its cards in key
 // order, so it is refused to put one between others by accident.
 rt::String nextKey(const Vm::VmConfig& vm);
-// Returns its key. Refuses a key that is taken with Exit::conflict.
-rt::String addCard(Vm::VmConfig& vm, const Card& card, std::vector<rt::Problem>& problems);
+// An address that no card has, also none of the VM.
+using FreshMac = std::function<rt::EthAddr(const Vm::VmConfig& vm)>;
+// Returns its key. Refuses a key that is taken with Exit::conflict. Without a word, the card is of
+// the default model, and has an address of its own.
+rt::String addCard(Vm::VmConfig& vm, const Card& card, const FreshMac& freshMac,
+                   std::vector<rt::Problem>& problems);
 
 }  // namespace ctl

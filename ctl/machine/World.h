@@ -35,6 +35,7 @@ struct World {
   std::function<rt::Seconds()> now;
   std::function<uint64_t()> timeOfDay;    // seconds since 1970
   std::function<uint64_t()> timeOfDayMs;  // milliseconds since 1970
+  std::function<uint32_t()> chance;       // any number, which nobody can foretell
   // Returns when one of the descriptors is readable, or the time is over.
   std::function<void(std::span<const int> descriptors, rt::Seconds time)> waitReadable;
   // The same, and also when nobody reads `out` any more, which is bad then.

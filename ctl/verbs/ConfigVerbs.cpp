@@ -34,17 +34,6 @@ rt::String meant(Context& context, const model::VmField& field, const rt::String
   return field.kind == model::VmField::Kind::path ? fromHere(context, value) : value;
 }
 
-// What the options of 'add' say of the VM itself.
-std::vector<Assignment> fieldsOf(Context& context, const Arguments& arguments) {
-  std::vector<Assignment> fields{{"enabled", arguments.has("enabled") ? "true" : "false"}};
-  for (const model::VmField& field : model::vmFields()) {
-    if (field.isOfCard || field.option.empty()) continue;
-    if (const auto value = arguments.value(field.option))
-      fields.push_back({field.name, meant(context, field, *value)});
-  }
-  return fields;
-}
-
 // A guest that runs has its card on the other interface in a moment.
 void tellMoves(Context& context, const Vm::VmConfig& before, const Vm::VmConfig& after) {
   if (!before.enabled() || !after.enabled()) return;
@@ -107,6 +96,26 @@ void requireNoSurprise(Context& context, const rt::String& name, bool isEnabled)
 
 }  // namespace
 
+std::vector<Assignment> optionFields(Context& context, const Arguments& arguments) {
+  std::vector<Assignment> fields;
+  for (const model::VmField& field : model::vmFields()) {
+    if (field.isOfCard || field.option.empty()) continue;
+    if (const auto value = arguments.value(field.option))
+      fields.push_back({field.name, meant(context, field, *value)});
+  }
+  return fields;
+}
+
+std::vector<Assignment> wordFields(Context& context, std::span<const rt::String> words) {
+  std::vector<Assignment> fields;
+  for (const rt::String& word : words) {
+    Assignment& typed = fields.emplace_back(assignmentOf(word, "memory=512"));
+    if (const model::VmField* const field = model::vmFieldNamed(typed.field))
+      typed.value = meant(context, *field, typed.value);
+  }
+  return fields;
+}
+
 Configuration::Mode modeOf(const Arguments& arguments) {
   return arguments.has("dry-run") ? Configuration::Mode::tell : Configuration::Mode::write;
 }
@@ -119,15 +128,17 @@ void complainOfDelay(Context& context) {
 Exit addVm(Context& context, const Arguments& arguments) {
   if (!arguments.has("disk")) throw Refusal(Exit::usage, "'add' needs --disk FILE");
   const std::vector<Card> cards = cardsOf(arguments.values("nic"));
-  const std::vector<Assignment> fields = fieldsOf(context, arguments);
-  const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
-    model::vmDefaults(records.vm);
-    assign(records, fields, context.world().limits, problems);
-    for (const Card& card : cards) addCard(records.vm, card, problems);
-  };
+  const std::vector<Assignment> fields = optionFields(context, arguments);
   const rt::String& name = arguments.words().front();
   requireNoSurprise(context, name, arguments.has("enabled"));
   Configuration configuration(context, modeOf(arguments));
+  const FreshMac freshMac = [&](const Vm::VmConfig& vm) { return configuration.freshMac(vm); };
+  const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    model::vmDefaults(records.vm);
+    records.vm.enabledIs(arguments.has("enabled"));
+    assign(records, fields, context.world().limits, problems);
+    for (const Card& card : cards) addCard(records.vm, card, freshMac, problems);
+  };
   const auto added = configuration.add(name, change);
   const auto& vm = added.after;
   warnOfImage(context, *vm, added.formatAfter);
@@ -144,15 +155,12 @@ Exit addVm(Context& context, const Arguments& arguments) {
 }
 
 Exit setVm(Context& context, const Arguments& arguments) {
-  std::vector<Assignment> assignments;
+  const std::vector<Assignment> assignments =
+      wordFields(context, std::span(arguments.words()).subspan(1));
   bool isImageTouched = false;
   bool isCardTouched = false;
   bool isRoomTouched = false;
-  for (size_t i = 1; i < arguments.words().size(); ++i) {
-    assignments.push_back(assignmentOf(arguments.words()[i], "memory=512"));
-    auto& [name, value] = assignments.back();
-    if (const model::VmField* const field = model::vmFieldNamed(name))
-      value = meant(context, *field, value);
+  for (const auto& [name, value] : assignments) {
     isImageTouched = isImageTouched || name == "diskImage" || name == "enabled" || name == "format";
     isCardTouched = isCardTouched || name.str().ends_with(".intfName");
     isRoomTouched = isRoomTouched || name == "memory" || name == "vncPort" || name == "enabled" ||
@@ -181,10 +189,12 @@ Exit addNic(Context& context, const Arguments& arguments) {
     if (key->empty()) throw Refusal(Exit::usage, "--key: must not be empty");
     card.key = *key;
   }
+  Configuration configuration(context, modeOf(arguments));
+  const FreshMac freshMac = [&](const Vm::VmConfig& vm) { return configuration.freshMac(vm); };
   const auto add = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
-    addCard(records.vm, card, problems);
+    addCard(records.vm, card, freshMac, problems);
   };
-  const auto changed = Configuration(context, modeOf(arguments)).change(words[0], add);
+  const auto changed = configuration.change(words[0], add);
   warnOfInterfaces(context, *changed.after);
   tellChanged(context, changed, modeOf(arguments));
   return Exit::done;

@@ -172,12 +172,26 @@ TEST_F(AddVerb, KnowsNothingOfInterfacesWithoutADaemon) {
       testing::Not(HasSubstr("carrier")));
 }
 
+TEST_F(AddVerb, MakesCardsOfTheUsualModelWithAddressesThatNobodyHas) {
+  vmctl("add web1 --disk /images/web.iso --nic intf=Vlan1,mac=52:54:00:12:34:57");
+  EXPECT_EQ(vmctl("add web2 --disk /images/web.iso --nic intf=Vlan1 --nic intf=Vlan2").exit, 0);
+  EXPECT_THAT(
+      doc("vmConfig", "web2"),
+      HasSubstr(
+          R"("nic00":{"model":"virtio-net-pci","macAddr":"52:54:00:12:34:56","intfName":"Vlan1"},)"
+          R"("nic01":{"model":"virtio-net-pci","macAddr":"52:54:00:12:34:58","intfName":"Vlan2"})"));
+  EXPECT_EQ(vmctl("nic add web1 intf=Vlan2").exit, 0);
+  EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr("52:54:00:12:34:59"));
+}
+
 TEST_F(AddVerb, RefusesACardThatIsNotDescribed) {
   const std::vector<std::pair<std::string, std::string>> cases{
-      {"model=e1000", "card 'model=e1000' is refused: must have mac=..."},
+      {"model=e1000",
+       "card 'model=e1000' is refused: must have intf=..., the interface of the switch it is "
+       "bridged to"},
       {"e1000",
-       "card 'e1000' is refused: must be [key=K,]model=M,mac=A,intf=I, such as "
-       "model=e1000,mac=52:54:00:12:34:56,intf=Vlan100"},
+       "card 'e1000' is refused: must be intf=I[,model=M][,mac=A][,key=K], such as intf=Vlan100 or "
+       "intf=Vlan100,model=e1000,mac=52:54:00:12:34:56"},
       {"modle=e1000", "there is no part of a card 'modle'; did you mean 'model'?"},
       {"colour=red", "there is no part of a card 'colour'; there are key, model, mac, intf"},
       {"model=a,model=b", "card 'model=a,model=b' is refused: 'model' must be there once"},

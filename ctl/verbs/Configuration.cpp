@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "model/FreshMac.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
 #include "statedb/EntityDocument.h"
@@ -17,6 +18,14 @@ Refusal refusalOf(const rt::String& name, const std::vector<rt::Problem>& proble
   return {Exit::invalid, sentences};
 }
 
+Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
+  auto copy = rt::make<Vm::VmConfig>(vm.name());
+  statedb::copy(vm, *copy);
+  return copy;
+}
+
+}  // namespace
+
 Refusal unreadable(const VmRow& row) {
   Refusal refusal = refusalOf(row.name, row.unreadable);
   std::vector<rt::String> sentences = refusal.sentences();
@@ -25,14 +34,6 @@ Refusal unreadable(const VmRow& row) {
                       "remove --force' it and add it anew");
   return {Exit::invalid, sentences};
 }
-
-Vm::VmConfig::Ptr copyOf(const Vm::VmConfig& vm) {
-  auto copy = rt::make<Vm::VmConfig>(vm.name());
-  statedb::copy(vm, *copy);
-  return copy;
-}
-
-}  // namespace
 
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread) {
   return std::any_of(unread.begin(), unread.end(), [&](const rt::Problem& each) {
@@ -126,6 +127,10 @@ void Configuration::retry(const std::function<void()>& attempt) {
       throw;
     }
   });
+}
+
+rt::EthAddr Configuration::freshMac(const Vm::VmConfig& vm) const {
+  return model::freshMac(vm, *index_, context_.world().chance());
 }
 
 Changed Configuration::add(const rt::String& name, const Change& change) {

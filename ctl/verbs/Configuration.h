@@ -27,6 +27,9 @@ struct Changed {
 // nothing.
 bool isOfUnread(const rt::Problem& problem, const std::vector<rt::Problem>& unread);
 
+// Of a VM whose row cannot be read, and so not be changed.
+Refusal unreadable(const VmRow& row);
+
 // Read at first, and again when somebody else wrote meanwhile; so many VMs can be changed
 // at the price of one reading. A clash that two writers make at the same moment is not seen here:
 // the daemon refuses the newcomer.
@@ -46,6 +49,9 @@ class Configuration {
   // anything is wrong with the outcome, with all there is; nothing was written then.
   Changed add(const rt::String& name, const Change& change);
   Changed change(const rt::String& name, const Change& change, const Beside& beside = {});
+
+  // An address that no card has, also none of the VM as it is now.
+  rt::EthAddr freshMac(const Vm::VmConfig& vm) const;
 
   Mode mode() const { return mode_; }
   // By name, as they were read last, without status. `config` is null where it cannot be read.
