@@ -16,6 +16,7 @@ inline constexpr char vmLimits[] = "vmLimits";    // VmLimits, by the VM's name
 inline constexpr char vmPolicy[] = "vmPolicy";    // VmPolicy, by the VM's name
 inline constexpr char vmIntent[] = "vmIntent";    // VmIntent, by the VM's name
 inline constexpr char interface[] = "interface";  // Interface::IntfStatus, by the interface's id
+inline constexpr char removed[] = "removed";      // a VM that was, by a number in 12 digits
 
 // Status, written by the daemon.
 inline constexpr char daemon[] = "daemon";                    // DaemonStatus: one row, daemonKey
@@ -37,13 +38,13 @@ struct Table {
 };
 
 inline constexpr std::array tables{
-    Table{table::vmConfig, false, true},        Table{table::vmImage, false, true},
-    Table{table::vmLimits, false, true},        Table{table::vmPolicy, false, true},
-    Table{table::vmIntent, false, true},        Table{table::interface, false, false},
-    Table{table::daemon, true, false},          Table{table::vmStatus, true, true},
-    Table{table::vmProcess, true, true},        Table{table::vmProblem, true, true},
-    Table{table::interfaceStatus, true, false}, Table{table::fdb, true, false},
-    Table{table::event, true, false},
+    Table{table::vmConfig, false, true}, Table{table::vmImage, false, true},
+    Table{table::vmLimits, false, true}, Table{table::vmPolicy, false, true},
+    Table{table::vmIntent, false, true}, Table{table::interface, false, false},
+    Table{table::removed, false, false}, Table{table::daemon, true, false},
+    Table{table::vmStatus, true, true},  Table{table::vmProcess, true, true},
+    Table{table::vmProblem, true, true}, Table{table::interfaceStatus, true, false},
+    Table{table::fdb, true, false},      Table{table::event, true, false},
 };
 
 // For statedb, which is told which tables are status. One that is not known here is configuration.

@@ -12,8 +12,8 @@ TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
   for (const char* name :
        {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb", "event"})
     EXPECT_TRUE(isStatus(name)) << name;
-  for (const char* name :
-       {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "interface", "", "vmstatus"})
+  for (const char* name : {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "interface",
+                           "removed", "", "vmstatus"})
     EXPECT_FALSE(isStatus(name)) << name;
 }
 
@@ -21,14 +21,15 @@ TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
   for (const char* name : {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "vmStatus",
                            "vmProcess", "vmProblem"})
     EXPECT_TRUE(isOfVms(name)) << name;
-  for (const char* name : {"interface", "interfaceStatus", "fdb", "event", "daemon", "vm"})
+  for (const char* name :
+       {"interface", "removed", "interfaceStatus", "fdb", "event", "daemon", "vm"})
     EXPECT_FALSE(isOfVms(name)) << name;
 }
 
 TEST(Tables, AreListedOnce) {
   std::set<std::string_view> names;
   for (const Table& table : tables) EXPECT_TRUE(names.insert(table.name).second) << table.name;
-  EXPECT_EQ(names.size(), 13U);
+  EXPECT_EQ(names.size(), 14U);
 }
 
 }  // namespace

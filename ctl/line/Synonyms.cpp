@@ -45,13 +45,12 @@ constexpr Synonym table[] = {
     {"import,load,replace", "'vmctl apply -f FILE' makes what a document says"},
     {"dumpxml,dump", "'vmctl export' writes all VMs as a document, 'vmctl show NAME -o json' one"},
     {"diff,plan", "'vmctl apply -f FILE --dry-run' says what would change"},
-    {"rename,mv",
-     "'vmctl show NAME -o json' writes a VM as a document: change its name, remove the VM, and "
-     "'vmctl apply -f FILE'"},
-    {"clone,copy,cp",
-     "'vmctl show NAME -o json' writes a VM as a document: change name, disk and MAC addresses, "
-     "and "
-     "'vmctl apply -f FILE'"},
+    {"mv,domrename", "'vmctl rename NAME NEW' gives a VM that is off another name"},
+    {"copy,cp,virt-clone,duplicate",
+     "'vmctl clone NAME NEW --disk FILE' makes a VM like another one"},
+    {"undo,undestroy,unremove,recover,trash",
+     "'vmctl undelete' shows the VMs that were removed last, and 'vmctl undelete NAME' brings one "
+     "back"},
     {"snapshot,checkpoint,save",
      "there are no snapshots: 'vmctl disable NAME --wait', then copy the disk image"},
     {"migrate,move", "'vmctl export' here and 'vmctl apply' there take over the configuration"},

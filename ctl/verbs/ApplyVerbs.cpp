@@ -6,6 +6,7 @@
 #include "ctl/verbs/ApplyPlan.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
+#include "ctl/verbs/Removed.h"
 #include "ctl/view/OwnRows.h"
 #include "model/Tables.h"
 #include "statedb/EntityDocument.h"
@@ -25,9 +26,9 @@ void printPlan(Context& context, const Plan& plan) {
   }
 }
 
-void tellDone(Context& context, const Plan& plan) {
+void tellDone(Context& context, const Plan& plan, const ApplyMode& mode) {
   for (const Step& step : plan.steps) {
-    if (step.kind == StepKind::add) context.tell(step.name + ": added");
+    if (step.kind == StepKind::add) context.tell(step.name + ": " + mode.added);
     if (step.kind == StepKind::remove) context.tell(step.name + ": removed");
     if (step.kind == StepKind::change) context.tell(step.name + ": changed: " + changesText(step));
   }
@@ -41,13 +42,15 @@ bool isIdle(const Plan& plan) {
 // What is kept is guarded too: the plan holds for the rows that it was made of only.
 statedb::Transaction transactionOf(Context& context, const Plan& plan) {
   statedb::Transaction transaction;
+  std::vector<rt::String> removed;
   for (const Step& step : plan.steps) {
     transaction.guard(model::table::vmConfig, step.name, step.revision);
     if (step.kind == StepKind::remove)
-      delVm(transaction, step.name);
+      removed.push_back(step.name);
     else if (step.kind != StepKind::keep)
       putVm(context, transaction, step);
   }
+  if (!removed.empty()) removeVms(context, transaction, removed);
   return transaction;
 }
 
@@ -94,7 +97,7 @@ Exit apply(Context& context, const ApplyDocument& document, const ApplyMode& mod
     printPlan(context, plan);
     for (const rt::String& line : others) context.world().out << visible(line) << '\n';
   } else {
-    tellDone(context, plan);
+    tellDone(context, plan, mode);
     for (const rt::String& line : others) context.tell(line);
     complainOfDelay(context);
   }

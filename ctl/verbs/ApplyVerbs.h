@@ -17,6 +17,7 @@ struct ApplyMode {
 
   Others others = Others::stay;
   Writing writing = Writing::done;
+  const char* added = "added";  // what is said of a VM that was made
 };
 // By --prune and --dry-run.
 ApplyMode applyModeOf(const Arguments& arguments);

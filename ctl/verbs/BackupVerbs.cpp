@@ -5,6 +5,7 @@
 #include "ctl/line/Json.h"
 #include "ctl/verbs/ApplyVerbs.h"
 #include "ctl/verbs/InterfaceVerbs.h"
+#include "ctl/view/VmDocument.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 #include "runtime/base/Text.h"
@@ -27,24 +28,16 @@ const statedb::Record* recordIn(const Records& records, const rt::String& key) {
   return found == records.end() ? nullptr : found->second;
 }
 
-// As 'vmctl export' would have written it, but that a row that cannot be read is there as it is.
+// All VMs of it, as far as it has their configuration.
 rt::String documentOf(const statedb::Snapshot& backup) {
-  const Records images = recordsOf(backup, model::table::vmImage);
+  std::map<rt::String, DocsByTable> rows;  // by VM
+  for (const rt::String& table : configTables())
+    for (const auto& [name, record] : recordsOf(backup, table)) rows[name][table] = record->doc;
   rt::String json = R"({"version":1,"vms":[)";
   const char* separator = "";
-  for (const auto& [name, record] : recordsOf(backup, model::table::vmConfig)) {
-    VmRow row;
-    row.name = name;
-    configIs(row, *record);
-    if (const statedb::Record* const image = recordIn(images, name)) row.image = imageOf(*image);
-    ((json += separator) += R"({"name":)") += quoted(name);
-    (json += R"(,"config":)") += record->doc;
-    if (const rt::String format = row.imageFormat(); !format.empty())
-      (json += R"(,"format":)") += quoted(format);
-    for (const auto& [table, member] : model::ownTables)
-      if (const statedb::Record* const own = recordIn(recordsOf(backup, rt::String(table)), name))
-        (((json += ",\"") += member) += "\":") += own->doc;
-    json += '}';
+  for (const auto& [name, docs] : rows) {
+    if (!docs.contains(model::table::vmConfig)) continue;
+    (json += separator) += vmDocument(name, docs);
     separator = ",";
   }
   return json + "]}";

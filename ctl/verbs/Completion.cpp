@@ -123,9 +123,10 @@ Words operandWords(const Verb& verb, const Words& before, const Nameable& nameab
   if (operand == "SHELL") return {"bash", "zsh", "fish"};
   if (operand == "ID") return nameable.interfaces();
   if (operand == "KEY") return nameable.cards(before[0]);
-  if (operand == "FIELD=VALUE...") return fieldWords(nameable.cards(before[0]));
+  if (operand.find("FIELD=VALUE") != std::string_view::npos)
+    return fieldWords(nameable.cards(before[0]));
   if (operand.find("NAME") == std::string_view::npos) return {};
-  Words names = nameable.vms();
+  Words names = verb.name == "undelete" ? nameable.removed() : nameable.vms();
   const auto isThere = [&](const rt::String& name) {
     return std::find(before.begin(), before.end(), name) != before.end();
   };

@@ -12,6 +12,7 @@ namespace ctl {
 struct Nameable {
   std::function<std::vector<rt::String>()> vms;
   std::function<std::vector<rt::String>()> interfaces;
+  std::function<std::vector<rt::String>()> removed;  // VMs that can be brought back
   std::function<std::vector<rt::String>(const rt::String& vm)> cards;  // their keys
 };
 

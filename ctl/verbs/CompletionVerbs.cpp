@@ -1,6 +1,7 @@
 #include "ctl/verbs/CompletionVerbs.h"
 
 #include "ctl/verbs/Completion.h"
+#include "ctl/verbs/Removed.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 
@@ -36,6 +37,15 @@ std::vector<rt::String> interfacesOf(Context& context) {
   return keys;
 }
 
+std::vector<rt::String> removedOf(Context& context) {
+  std::vector<rt::String> names;
+  try {
+    for (const RemovedVm& each : removedVms(context)) names.push_back(each.name);
+  } catch (const statedb::Error&) {
+  }
+  return names;
+}
+
 std::vector<rt::String> cardsOf(Context& context, const rt::String& name) {
   std::vector<rt::String> keys;
   try {
@@ -61,6 +71,7 @@ Exit printCompletion(Context& context, const Arguments& arguments) {
 
 Exit complete(Context& context, const Arguments& arguments) {
   const Nameable nameable{[&] { return vmsOf(context); }, [&] { return interfacesOf(context); },
+                          [&] { return removedOf(context); },
                           [&](const rt::String& vm) { return cardsOf(context, vm); }};
   for (const rt::String& word : completionsOf(arguments.words(), nameable))
     context.world().out << visible(word) << '\n';

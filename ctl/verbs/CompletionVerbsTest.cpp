@@ -31,7 +31,7 @@ class CompletionVerb : public fakes::VmctlFixture {
 };
 
 TEST_F(CompletionVerb, OfVerbs) {
-  EXPECT_EQ(after({"re"}), "remove reset restart restore resume");
+  EXPECT_EQ(after({"re"}), "remove rename reset restart restore resume");
   EXPECT_EQ(after({"st"}), "start stop");
   EXPECT_EQ(after({"nic", ""}), "add remove rm set");
   EXPECT_EQ(after({"interface", "un"}), "unset");
@@ -47,6 +47,12 @@ TEST_F(CompletionVerb, OfVmNames) {
   EXPECT_EQ(after({"stop", "web1", "--wait", "w"}), "web2");
   EXPECT_EQ(after({"nic", "rm", "d"}), "db1");
   EXPECT_EQ(after({"add", ""}), "");
+  EXPECT_EQ(after({"clone", "we"}), "web1 web2");
+  EXPECT_EQ(after({"clone", "web1", "n"}), "");
+  EXPECT_EQ(after({"clone", "web1", "new", "mem"}), "memory= memoryReserve=");
+  EXPECT_EQ(after({"undelete", ""}), "");
+  vmctl("rm web1");
+  EXPECT_EQ(after({"undelete", ""}), "web1");
 }
 
 TEST_F(CompletionVerb, OfOptions) {

@@ -9,6 +9,7 @@
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/Configuration.h"
 #include "ctl/verbs/PowerVerbs.h"
+#include "ctl/verbs/Removed.h"
 #include "ctl/verbs/Waiting.h"
 #include "guest/Variables.h"
 #include "model/Tables.h"
@@ -216,7 +217,7 @@ VmRow remove(Context& context, const rt::String& name, bool isForced) {
                                         "' first, or --force, which ends its guest");
     statedb::Transaction transaction;
     transaction.guard(model::table::vmConfig, name, row.revision);
-    delVm(transaction, name);
+    removeVms(context, transaction, {name});
     context.db().commit(transaction);
   });
   return row;

@@ -4,6 +4,7 @@
 #include "ctl/verbs/CompletionVerbs.h"
 #include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/ConsoleVerbs.h"
+#include "ctl/verbs/CopyVerbs.h"
 #include "ctl/verbs/DoctorVerbs.h"
 #include "ctl/verbs/EditVerbs.h"
 #include "ctl/verbs/EventVerbs.h"
@@ -16,6 +17,7 @@
 #include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
 #include "ctl/verbs/TopVerbs.h"
+#include "ctl/verbs/UndeleteVerbs.h"
 #include "ctl/verbs/Verbs.h"
 #include "ctl/verbs/VersionVerbs.h"
 #include "ctl/verbs/WaitVerbs.h"
@@ -37,11 +39,12 @@ constexpr Verb table[] = {
      "What the disk image is, raw or qcow2, is fixed now, for later its bytes are the guest's:\n"
      "what --format says, or else what it begins as.\n"
      "\n"
-     "A card has one of QEMU's models (virtio-net-pci, e1000, rtl8139 and others), a MAC address\n"
-     "that no other card has, and an interface of the switch: 'vmctl interface list'.\n"
+     "A card has an interface of the switch ('vmctl interface list'), one of QEMU's models\n"
+     "(virtio-net-pci, the default, e1000, rtl8139 and others) and a MAC address that no other "
+     "card\n"
+     "has: without a word, one is made.\n"
      "\n"
-     "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled \\\n"
-     "      --nic model=virtio-net-pci,mac=52:54:00:12:34:56,intf=Vlan100\n",
+     "  vmctl add web1 --disk /images/web.iso --memory 512M --enabled --nic intf=Vlan100\n",
      addVm},
     {"set", "", "NAME FIELD=VALUE...", 2, anyNumber, "dry-run", "", "change a VM",
      "Changes all the fields at once or, when one is refused, none:\n"
@@ -57,11 +60,26 @@ constexpr Verb table[] = {
      "what was made of it. When anything is wrong with it, the editor opens again, with all that\n"
      "is wrong at the top; a document left as it was ends it, and nothing is written.\n",
      editVm},
-    {"nic add", "", "NAME model=M,mac=A,intf=I", 2, 2, "key dry-run", "", "add a network card",
-     "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
-     "cards in the order of their keys.\n"
+    {"clone", "", "NAME NEW [FIELD=VALUE...]", 2, anyNumber, "FIELDS dry-run", "",
+     "make a VM like another one",
+     "Makes a virtual machine of another's configuration, with its limits and its policy. It is\n"
+     "disabled, and its cards have new MAC addresses. What two cannot share is to be said: the "
+     "disk\n"
+     "image, but for a CD, of which you make the copy, and the VNC port.\n"
      "\n"
-     "  vmctl nic add web1 model=virtio-net-pci,mac=52:54:00:12:34:57,intf=Vlan200\n",
+     "  vmctl clone web1 web2 --disk /images/web2.qcow2 memory=512\n",
+     cloneVm},
+    {"rename", "", "NAME NEW", 2, 2, "", "", "give a VM another name",
+     "Gives a virtual machine that is off another name, with all that was said of it. Its history\n"
+     "stays under the name that it had.\n",
+     renameVm},
+    {"nic add", "", "NAME intf=I[,model=M][,mac=A]", 2, 2, "key dry-run", "", "add a network card",
+     "Adds a network card, which the guest has from its next start on. The guest numbers its\n"
+     "cards in the order of their keys. Without a word it is a virtio-net-pci, with a MAC address\n"
+     "that no other card has.\n"
+     "\n"
+     "  vmctl nic add web1 intf=Vlan200\n"
+     "  vmctl nic add web1 intf=Vlan200,model=e1000,mac=52:54:00:12:34:57\n",
      addNic},
     {"nic set", "", "NAME KEY intf=I", 3, anyNumber, "dry-run", "", "move a network card",
      "Changes a network card. A guest that runs has it on another interface at once, sees its "
@@ -131,8 +149,17 @@ constexpr Verb table[] = {
     {"remove", "rm", "NAME...", 1, anyNumber, "force wait timeout", "", "remove VMs",
      "Removes virtual machines; their disk images stay. One that is enabled, or unknown to the\n"
      "configuration, is removed with --force only, which ends its guest; until that has ended,\n"
-     "'vmctl list' has it as removed. Done is: no process and no status is left.\n",
+     "'vmctl list' has it as removed. The last ten that were removed 'vmctl undelete' brings "
+     "back.\n"
+     "Done is: no process and no status is left.\n",
      removeVms},
+    {"undelete", "", "[NAME]", 0, 1, "dry-run", "table json name",
+     "bring back a VM that was removed",
+     "Brings back a virtual machine that was removed, with all that was said of it, and starts it\n"
+     "where it was enabled. Without a name it shows the last ten that were removed, when and by "
+     "whom.\n"
+     "It is judged as by 'vmctl apply': a MAC address that another has now keeps it away.\n",
+     undeleteVm},
     {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
      "Shows all virtual machines: what is wanted (running, stopped, or gone: it was removed and "
      "has\n"

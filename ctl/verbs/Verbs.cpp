@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ctl/line/Synonyms.h"
+#include "ctl/verbs/ConfigVerbs.h"
 #include "ctl/verbs/PowerVerbs.h"
 #include "ctl/verbs/SwitchVerbs.h"
 #include "model/VmFields.h"
@@ -203,7 +204,7 @@ rt::String synopsisOf(const Verb& verb) {
   rt::String text = "vmctl " + rt::String(verb.name);
   if (!verb.operands.empty()) (text += " ") += verb.operands;
   for (const Option& option : allOptions()) {
-    const bool isNeeded = option.name == "disk" || option.name == "for" ||
+    const bool isNeeded = (option.name == "disk" && verb.run == addVm) || option.name == "for" ||
                           option.name == "device" || option.name == "file";
     if (!takes(verb, option) || hasWord(globalOptions, option.name)) continue;
     rt::String shown =
