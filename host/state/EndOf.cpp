@@ -17,12 +17,14 @@ struct Word {
   bool isFailure;
 };
 
+constexpr const char* anOperator = "operator";  // where nobody knows which
+
 constexpr std::array words{
     Word{EndCause::none, "", "", false},
     Word{EndCause::guestShutdown, "guest-shutdown", "guest", false},
-    Word{EndCause::asked, "asked", "operator", false},
-    Word{EndCause::askedForced, "asked-forced", "operator", false},
-    Word{EndCause::poweredOff, "powered-off", "operator", false},
+    Word{EndCause::asked, "asked", anOperator, false},
+    Word{EndCause::askedForced, "asked-forced", anOperator, false},
+    Word{EndCause::poweredOff, "powered-off", anOperator, false},
     Word{EndCause::signal, "signal", "stranger", true},
     Word{EndCause::killed, "killed", "unknown", true},
     Word{EndCause::memoryLimit, "memory-limit", "kernel", true},
@@ -90,9 +92,19 @@ rt::String afterText(const GuestRun& run) {
 
 rt::String sinceAsked(const GuestRun& run) { return spanText(run.endedUp - run.askedUp); }
 
+const rt::String& whoAsked(const GuestRun& run, const EndKnowledge& known) {
+  return run.endedBy.empty() ? known.askedBy : run.endedBy;
+}
+
 rt::String byWhom(const GuestRun& run, const EndKnowledge& known) {
-  const rt::String& who = run.endedBy.empty() ? known.askedBy : run.endedBy;
+  const rt::String& who = whoAsked(run, known);
   return who.empty() ? rt::String() : " by " + who;
+}
+
+rt::String authorOf(EndCause cause, const GuestRun& run, const EndKnowledge& known) {
+  const rt::String& who = whoAsked(run, known);
+  const rt::String word = wordOf(cause).by;
+  return word == anOperator && !who.empty() ? who : word;
 }
 
 rt::String textOf(EndCause cause, const GuestRun& run, const EndKnowledge& known) {
@@ -190,7 +202,7 @@ End endOf(const GuestRun& run, const EndKnowledge& known) {
   return {cause,
           textOf(cause, run, known),
           briefOf(cause, run),
-          wordOf(cause).by,
+          authorOf(cause, run, known),
           wordOf(cause).isFailure,
           run.endedAt,
           run.exit,

@@ -32,7 +32,9 @@ struct End {
   EndCause cause = EndCause::none;
   rt::String text;   // a clause: "the guest shut itself down, after 26 min"
   rt::String brief;  // the same in 25 characters at most
-  rt::String by;     // "guest", "operator", "QEMU", "kernel", "stranger" or "unknown"
+  // "guest", "QEMU", "kernel", "stranger", "unknown", or which operator: where nobody knows that,
+  // "operator".
+  rt::String by;
   bool isFailure = false;
   uint64_t at = 0;  // ms since 1970; 0: not known
   int32_t exit = 0;

@@ -332,3 +332,4 @@ TEST(EndOf, NamesTheOperatorWhoAskedTheShimForIt) {
 
 }  // namespace
 }  // namespace host
+  EXPECT_EQ(endOf(run, {.askedBy = "op3"}).by, "op2");

@@ -125,8 +125,7 @@ void VmStates::tellEnd(const rt::String& vm, const Entry& entry) {
   event->reasonIs(textOf(entry.end.cause));
   event->severityIs(entry.end.isFailure ? "bad" : "note");
   event->textIs(entry.end.text);
-  const rt::String operators = entry.run.endedBy.empty() ? entry.askedBy : entry.run.endedBy;
-  event->byIs(entry.end.by == "operator" && !operators.empty() ? operators : entry.end.by);
+  event->byIs(entry.end.by);
   event->atIs(entry.end.at);
   event->runIs(entry.run.run);
   others_.tell(event);
