@@ -20,7 +20,12 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
     const auto process = rt::make<model::VmProcess>(record.key);
     statedb::fillKnown(*process, record.doc);
     all.restartsDone[record.key] = process->restarts();
-    all.states[record.key] = {process->actual(), process->since()};
+    all.states[record.key] = {process->actual(),
+                              process->since(),
+                              {.starts = process->starts(),
+                               .ends = model::endCountsFrom(process->ends()),
+                               .startedRun = process->startedRun(),
+                               .endedRun = process->endedRun()}};
   }
   for (const auto& record : db.snapshot({model::table::event}).records) {
     const auto event = rt::make<model::Event>(record.key);

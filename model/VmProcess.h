@@ -112,6 +112,17 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   int32_t endSignal() const { return endSignal_; }
   void endSignalIs(int32_t value) { assign<&VmProcess::endSignal>(endSignal_, value); }
 
+  // Since the machine was booted: how often it was started, and how often it ended for what, as
+  // text of EndCounts. The newest runs that are counted there, so that none is twice.
+  uint64_t starts() const { return starts_; }
+  void startsIs(uint64_t count) { assign<&VmProcess::starts>(starts_, count); }
+  const rt::String& ends() const { return ends_; }
+  void endsIs(const rt::String& counts) { assign<&VmProcess::ends>(ends_, counts); }
+  uint64_t startedRun() const { return startedRun_; }
+  void startedRunIs(uint64_t run) { assign<&VmProcess::startedRun>(startedRun_, run); }
+  uint64_t endedRun() const { return endedRun_; }
+  void endedRunIs(uint64_t run) { assign<&VmProcess::endedRun>(endedRun_, run); }
+
   static constexpr std::string_view typeName = "model::VmProcess";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &VmProcess::name>,
@@ -143,7 +154,11 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
       rt::Attribute<"endFailed", &VmProcess::endFailed, &VmProcess::endFailedIs>,
       rt::Attribute<"endAt", &VmProcess::endAt, &VmProcess::endAtIs>,
       rt::Attribute<"endExit", &VmProcess::endExit, &VmProcess::endExitIs>,
-      rt::Attribute<"endSignal", &VmProcess::endSignal, &VmProcess::endSignalIs>>;
+      rt::Attribute<"endSignal", &VmProcess::endSignal, &VmProcess::endSignalIs>,
+      rt::Attribute<"starts", &VmProcess::starts, &VmProcess::startsIs>,
+      rt::Attribute<"ends", &VmProcess::ends, &VmProcess::endsIs>,
+      rt::Attribute<"startedRun", &VmProcess::startedRun, &VmProcess::startedRunIs>,
+      rt::Attribute<"endedRun", &VmProcess::endedRun, &VmProcess::endedRunIs>>;
 
  private:
   const rt::String name_;
@@ -176,6 +191,10 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   uint64_t endAt_ = 0;
   int32_t endExit_ = 0;
   int32_t endSignal_ = 0;
+  uint64_t starts_ = 0;
+  rt::String ends_;
+  uint64_t startedRun_ = 0;
+  uint64_t endedRun_ = 0;
 };
 
 }  // namespace model

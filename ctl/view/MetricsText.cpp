@@ -3,6 +3,7 @@
 #include <array>
 #include <functional>
 
+#include "model/EndCounts.h"
 #include "runtime/base/Format.h"
 #include "runtime/base/Text.h"
 #include "runtime/base/VisibleText.h"
@@ -61,6 +62,7 @@ class Metrics {
     ofTheDaemon();
     ofWishes();
     ofStates();
+    ofEnds();
     ofRuns();
     ofLoad();
     ofDisks();
@@ -121,6 +123,7 @@ class Metrics {
   void ofTheDaemon();
   void ofWishes();
   void ofStates();
+  void ofEnds();
   void ofRuns();
   void ofLoad();
   void ofDisks();
@@ -177,6 +180,19 @@ void Metrics::ofStates() {
         [](const VmRow& vm) {
           return Number(vm.problem && vm.problem->source() == "restart" ? 1 : 0);
         });
+}
+
+void Metrics::ofEnds() {
+  perVm("vm_starts_total", Type::counter, "How often its QEMU was started.",
+        [](const VmRow& vm) { return Number(vm.process->starts()); });
+  out_.family("vm_ends_total", Type::counter, "How often its run has ended, and why.");
+  for (const VmRow& vm : facts_.vms) {
+    // From 0 on, so that the first is seen as one more.
+    model::EndCounts counts = model::endCountsFrom(vm.process->ends());
+    for (const char* const cause : model::endCauses) counts.try_emplace(cause, 0);
+    for (const auto& [cause, count] : counts)
+      out_.value(label("vm", vm.name) + "," + label("cause", cause), Number(count));
+  }
 }
 
 void Metrics::ofRuns() {

@@ -38,6 +38,8 @@ class MetricsText : public testing::Test {
     web.process->resetsIs(3);
     web.process->endCauseIs("memory-limit");
     web.process->endAtIs(1'600'000'000);
+    web.process->startsIs(5);
+    web.process->endsIs("asked:3 memory-limit:1");
     GuestFacts& guest = facts_.guests["web"];
     guest.name = "web";
     guest.counters.cpu = 1'234'567;
@@ -78,6 +80,17 @@ TEST_F(MetricsText, HasWhatAGuestTakes) {
         "vmagent_vm_last_end_timestamp_seconds{vm=\"web\",cause=\"memory-limit\"} 1600000000\n"})
     EXPECT_THAT(text, HasSubstr(line));
   EXPECT_THAT(text, Not(HasSubstr("vmagent_vm_memory_limit_bytes{")));
+}
+
+TEST_F(MetricsText, CountEndsByEachCauseFromZeroOn) {
+  const std::string text = this->text();
+  for (const char* const line :
+       {"\nvmagent_vm_starts_total{vm=\"web\"} 5\n", "\nvmagent_vm_starts_total{vm=\"db\"} 0\n",
+        "\nvmagent_vm_ends_total{vm=\"web\",cause=\"asked\"} 3\n",
+        "\nvmagent_vm_ends_total{vm=\"web\",cause=\"memory-limit\"} 1\n",
+        "\nvmagent_vm_ends_total{vm=\"web\",cause=\"killed\"} 0\n",
+        "\nvmagent_vm_ends_total{vm=\"db\",cause=\"unknown\"} 0\n"})
+    EXPECT_THAT(text, HasSubstr(line));
 }
 
 TEST_F(MetricsText, OfADaemonThatIsDeadSaysThatStatesAreUnknown) {

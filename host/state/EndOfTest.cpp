@@ -5,6 +5,7 @@
 
 #include "guest/EventWords.h"
 #include "host/state/EndOf.h"
+#include "model/EndCounts.h"
 
 namespace host {
 namespace {
@@ -269,6 +270,12 @@ TEST(EndOf, HasAWordOfItsOwnForEachCause) {
   EXPECT_EQ(words.size(), static_cast<size_t>(EndCause::unknown) + 1);
 }
 
+TEST(EndOf, HasTheWordsThatOthersCountBy) {
+  for (size_t cause = 1; cause <= static_cast<size_t>(EndCause::unknown); ++cause)
+    EXPECT_EQ(textOf(static_cast<EndCause>(cause)), rt::String(model::endCauses.at(cause - 1)));
+  EXPECT_EQ(model::endCauses.size(), static_cast<size_t>(EndCause::unknown));
+}
+
 TEST(GuestRun, BeginsAnewWithTheNextRun) {
   GuestRun run = runOf({started, resumed, asked, ended});
   const auto next = rt::make<GuestEvent>("web1");
@@ -328,8 +335,8 @@ TEST(EndOf, NamesTheOperatorWhoAskedTheShimForIt) {
   run.shutdown = "guest-shutdown";
   run.endedUp = run.startedUp + 4'000;
   EXPECT_EQ(endOf(run, {}).text, "the guest was asked to shut down by op2, and did in 3 s");
+  EXPECT_EQ(endOf(run, {.askedBy = "op3"}).by, "op2");
 }
 
 }  // namespace
 }  // namespace host
-  EXPECT_EQ(endOf(run, {.askedBy = "op3"}).by, "op2");

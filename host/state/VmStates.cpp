@@ -21,6 +21,25 @@ uint64_t steady(uint64_t before, uint64_t now) {
   return now + 1 == before || now == before + 1 ? before : now;
 }
 
+void writeCounts(model::VmProcess& record, const VmStates::Counts& counts) {
+  record.startsIs(counts.starts);
+  record.endsIs(model::textOf(counts.ends));
+  record.startedRunIs(counts.startedRun);
+  record.endedRunIs(counts.endedRun);
+}
+
+void countStart(VmStates::Counts& counts, uint64_t run) {
+  if (run <= counts.startedRun) return;
+  counts.startedRun = run;
+  ++counts.starts;
+}
+
+void countEnd(VmStates::Counts& counts, uint64_t run, EndCause cause) {
+  if (run <= counts.endedRun) return;
+  counts.endedRun = run;
+  ++counts.ends[textOf(cause)];
+}
+
 void writeEnd(model::VmProcess& record, const End& end) {
   record.endCauseIs(textOf(end.cause));
   record.endTextIs(end.text);
@@ -49,10 +68,17 @@ void VmStates::handleInitialized() {
   setClock();
 }
 
+VmStates::Entry& VmStates::entryOf(const rt::String& vm) {
+  const auto [found, isNew] = entries_.try_emplace(vm);
+  const auto before = before_.find(vm);
+  if (isNew && before != before_.end()) found->second.counts = before->second.counts;
+  return found->second;
+}
+
 void VmStates::keeperSays(const rt::String& vm, const KeeperView& view) {
-  const bool hasLost = entries_[vm].view.hasProcess && !view.hasProcess;
+  const bool hasLost = entryOf(vm).view.hasProcess && !view.hasProcess;
   if (hasLost) others_.catchUp(vm);
-  Entry& entry = entries_[vm];
+  Entry& entry = entryOf(vm);
   entry.view = view;
   entry.isKnown = true;
   judgeEnd(vm, entry);
@@ -77,8 +103,9 @@ void VmStates::eventIs(const GuestEvent& event) {
   if (const auto found = buried_.find(event.vm());
       found != buried_.end() && event.run() <= found->second)
     return;
-  Entry& entry = entries_[event.vm()];
+  Entry& entry = entryOf(event.vm());
   take(entry.run, event);
+  countStart(entry.counts, entry.run.run);
   // Its keeper hears of the end in a moment, and says then what comes of it.
   if (judgeEnd(event.vm(), entry) && entry.view.hasProcess) return;
   show(event.vm(), entry);
@@ -95,7 +122,7 @@ void VmStates::problemIs(const rt::String& vm, const rt::String& text,
                          model::ProblemSource source) {
   const auto found = entries_.find(vm);
   if (found == entries_.end() && text.empty()) return;
-  Entry& entry = entries_[vm];
+  Entry& entry = entryOf(vm);
   entry.problem = text;
   entry.problemSource = source;
   show(vm, entry);
@@ -111,6 +138,7 @@ bool VmStates::judgeEnd(const rt::String& vm, Entry& entry) {
   const End end = endOf(entry.run, {.hasProcess = mayGoOn, .askedBy = entry.askedBy});
   if (end.cause == EndCause::none) return false;
   entry.judged = entry.run.run;
+  countEnd(entry.counts, entry.judged, end.cause);
   entry.end = end;
   if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
   entry.isEndNews = true;
@@ -219,6 +247,7 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
   if (actualOf(now) == Actual::running || now.wanted != Wanted::running) entry.attempt = 0;
   if (writeSince(*record, vm, textOf(actualOf(now)))) tellState(vm, entry, now);
   write(*record, vm, now);
+  writeCounts(*record, entry.counts);
   record->attemptIs(entry.attempt);
   const auto wakeUp = wakeUpOf(now);
   const double left = wakeUp ? static_cast<double>(*wakeUp - now.nowUp) : 0;

@@ -6,6 +6,7 @@
 
 #include "host/base/HostStatus.h"
 #include "host/state/VmState.h"
+#include "model/EndCounts.h"
 #include "model/Event.h"
 #include "runtime/loop/Clock.h"
 
@@ -19,10 +20,19 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     std::function<uint64_t()> ofDay;      // s since 1970
     std::function<uint64_t()> sinceBoot;  // ms
   };
+  // Of a VM's runs since the machine was booted. What a shim has told is read anew by each daemon:
+  // no run counts twice.
+  struct Counts {
+    uint64_t starts = 0;
+    model::EndCounts ends{};
+    uint64_t startedRun = 0;  // the newest that is counted
+    uint64_t endedRun = 0;
+  };
   // What an earlier daemon had written.
   struct Before {
     rt::String actual;
     uint64_t since = 0;
+    Counts counts{};
   };
   struct Others {
     // Tells all that the VM's shim has told until now. A guest's end is judged only then.
@@ -63,7 +73,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     bool isUnanswered = false;
     GuestRun run;
     End end;
-    uint64_t judged = 0;     // the run whose end is known
+    uint64_t judged = 0;  // the run whose end is known
+    Counts counts;
     bool isEndNews = false;  // it was told just now, and says what a change of state would say
     rt::String askedBy;
     uint64_t attempt = 0;
@@ -75,6 +86,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
 
   void handleInitialized();
   void handleClock();
+  Entry& entryOf(const rt::String& vm);
   // Returns whether it has ended.
   bool judgeEnd(const rt::String& vm, Entry& entry);
   void tellEnd(const rt::String& vm, const Entry& entry);

@@ -13,8 +13,9 @@ namespace word = guest::event;
 class VmStatesTest : public testing::Test {
  protected:
   // A shim tells that now.
-  void tell(std::string_view kind, const char* reason = "", uint64_t run = 7) {
-    const auto event = rt::make<GuestEvent>("web1");
+  void tell(std::string_view kind, const char* reason = "", uint64_t run = 7,
+            const char* vm = "web1") {
+    const auto event = rt::make<GuestEvent>(vm);
     event->runIs(run);
     event->nIs(++number);
     event->kindIs(rt::String(std::string(kind)));
@@ -48,7 +49,10 @@ class VmStatesTest : public testing::Test {
   VmStates states{
       status,
       {.ofDay = [this] { return timeOfDay(); }, .sinceBoot = [this] { return up(); }},
-      {{"web2", {"stopped", 1'600'000'000}}, {"web3", {"running", 1'600'000'000}}},
+      {{"web2", {"stopped", 1'600'000'000}},
+       {"web3", {"running", 1'600'000'000}},
+       {"web4",
+        {"running", 1'600'000'000, {.starts = 5, .ends = {{"asked", 2}}, .startedRun = 7}}}},
       {.catchUp =
            [this](const rt::String&) {
              ++catchUps;
@@ -133,6 +137,35 @@ TEST_F(VmStatesTest, KeepAnEarlierDaemonsTimeOfWhatIsSoStill) {
   EXPECT_EQ(status->vmProcess("web2")->since(), 1'600'000'000U);
   states.keeperSays("web3", {});
   EXPECT_EQ(status->vmProcess("web3")->since(), timeOfDay());
+}
+
+TEST_F(VmStatesTest, CountStartsAndEndsOncePerRun) {
+  runs();
+  EXPECT_EQ(shown().starts(), 1U);
+  EXPECT_EQ(shown().ends(), "");
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  states.keeperSays("web1", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+  tell(word::started, "", 8);
+  tell(word::end, "", 8);
+  states.keeperSays("web1", {});
+  EXPECT_EQ(shown().starts(), 2U);
+  EXPECT_EQ(shown().ends(), "guest-shutdown:1 unknown:1");
+}
+
+TEST_F(VmStatesTest, CountOnFromWhatAnEarlierDaemonHadCounted) {
+  // What its shim told that daemon is read anew.
+  tell(word::started, "", 7, "web4");
+  states.keeperSays("web4", {.wanted = Wanted::running, .hasProcess = true, .isStarted = true});
+  const model::VmProcess& shown = *status->vmProcess("web4");
+  EXPECT_EQ(shown.starts(), 5U);
+  EXPECT_EQ(shown.ends(), "asked:2");
+  tell(word::end, "", 7, "web4");
+  states.keeperSays("web4", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(shown.starts(), 5U);
+  EXPECT_EQ(shown.ends(), "asked:2 unknown:1");
+  EXPECT_EQ(shown.endedRun(), 7U);
 }
 
 TEST_F(VmStatesTest, JudgeAnEndOnceTheShimsLastWordIsRead) {

@@ -61,6 +61,24 @@ TEST_F(GuestState, TellsThatAGuestShutItselfDown) {
   EXPECT_EQ(world.vmctl({"why", "web1"}).status, 1);
 }
 
+TEST_F(GuestState, CountsStartsAndEndsOverItsDaemon) {
+  const auto counts = [&](const std::string& line) {
+    return waitUntil([&] { return world.ctl({"metrics"}).find(line) != std::string::npos; });
+  };
+  const std::string starts = "\nvmagent_vm_starts_total{vm=\"web1\"} ";
+  const std::string ends = "\nvmagent_vm_ends_total{vm=\"web1\",cause=\"powered-off\"} ";
+  start();
+  bootVm("web1");
+  world.ctl({"stop", "web1", "--now", "--wait"});
+  world.ctl({"start", "web1", "--wait"});
+  EXPECT_TRUE(counts(starts + "2\n"));
+  world.end(SIGKILL);
+  start();
+  world.ctl({"stop", "web1", "--now", "--wait"});
+  EXPECT_TRUE(counts(ends + "2\n")) << world.ctl({"metrics"});
+  EXPECT_TRUE(counts(starts + "2\n")) << world.ctl({"metrics"});
+}
+
 TEST_F(GuestState, TellsThatADeafGuestWasSwitchedOff) {
   start();
   bootVm("web1");
