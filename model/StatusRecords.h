@@ -74,6 +74,10 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   uint64_t eventsLostTo() const { return eventsLostTo_; }
   void eventsLostToIs(uint64_t seq) { assign<&DaemonStatus::eventsLostTo>(eventsLostTo_, seq); }
 
+  // Whose the events' numbers are: the id of the store that they began in.
+  const rt::String& eventsStore() const { return eventsStore_; }
+  void eventsStoreIs(const rt::String& id) { assign<&DaemonStatus::eventsStore>(eventsStore_, id); }
+
   static constexpr std::string_view typeName = "model::DaemonStatus";
   using Attributes = rt::AttributeTable<
       rt::Attribute<"name", &DaemonStatus::name>,
@@ -92,7 +96,8 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
       rt::Attribute<"version", &DaemonStatus::version, &DaemonStatus::versionIs>,
       rt::Attribute<"startedAt", &DaemonStatus::startedAt, &DaemonStatus::startedAtIs>,
       rt::Attribute<"eventsDropped", &DaemonStatus::eventsDropped, &DaemonStatus::eventsDroppedIs>,
-      rt::Attribute<"eventsLostTo", &DaemonStatus::eventsLostTo, &DaemonStatus::eventsLostToIs>>;
+      rt::Attribute<"eventsLostTo", &DaemonStatus::eventsLostTo, &DaemonStatus::eventsLostToIs>,
+      rt::Attribute<"eventsStore", &DaemonStatus::eventsStore, &DaemonStatus::eventsStoreIs>>;
 
  private:
   const rt::String name_;
@@ -111,6 +116,7 @@ class DaemonStatus final : public rt::EntityOf<DaemonStatus> {
   uint64_t startedAt_ = 0;
   uint64_t eventsDropped_ = 0;
   uint64_t eventsLostTo_ = 0;
+  rt::String eventsStore_;
 };
 
 // The one thing to look at first when a VM is not as it was asked to be. Written by Problems.

@@ -75,7 +75,6 @@ class Events {
   // All that there is of what is wished for; how many rows that were.
   size_t all() {
     const statedb::Snapshot now = context_.status({model::table::event, model::table::daemon});
-    store_ = now.cursor.storeId;
     cursor_ = now.cursor;
     const auto daemon = rt::make<model::DaemonStatus>("");
     std::vector<model::Event::Ptr> events;
@@ -86,6 +85,7 @@ class Events {
         events.push_back(std::move(event));
       if (record.table == model::table::event) newest_ = std::max(newest_, eventOf(record)->seq());
     }
+    store_ = daemon->eventsStore().empty() ? now.cursor.storeId : daemon->eventsStore();
     tellLoss(*daemon);
     std::sort(events.begin(), events.end(),
               [](const auto& a, const auto& b) { return a->seq() < b->seq(); });
@@ -137,18 +137,31 @@ class Events {
     shown_[event.id()] = now;
     return true;
   }
-  // What is after that is not all there any more: then all there is is shown.
+  // What is after that is not all there, or is nothing of this table's: then all there is is shown.
   void tellLoss(const model::DaemonStatus& daemon) {
+    isLost_ = false;
     if (!wish_.after) return;
-    const bool isOther = !wish_.store.empty() && wish_.store != store_;
-    isLost_ = isOther || *wish_.after > newest_ || daemon.eventsLostTo() > *wish_.after;
-    if (!isLost_) return;
-    if (isJson_)
-      head() << R"("op":"lost","from":)" << *wish_.after + 1 << R"(,"to":)"
-             << std::max(daemon.eventsLostTo(), *wish_.after) << "}\n";
-    else
-      context_.tell("events behind " + rt::toText(*wish_.after) +
-                    " are not all kept: these are all that are");
+    const uint64_t after = *wish_.after;
+    if (!wish_.store.empty() && wish_.store != store_)
+      return tellLost("other-store", "'" + wish_.store +
+                                         "' is another database's number, and this one's are of '" +
+                                         store_ + "': these are all events that are");
+    if (after > newest_)
+      return tellLost("not-yet", "no event has number " + rt::toText(after) +
+                                     " yet: the newest is " + rt::toText(newest_) +
+                                     ", and these are all that are");
+    if (daemon.eventsLostTo() > after)
+      tellLost("not-kept",
+               "events behind " + rt::toText(after) + " are not all kept: these are all that are",
+               daemon.eventsLostTo());
+  }
+  // `to`: the newest that is not kept; nothing: that is not the matter.
+  void tellLost(const char* reason, const rt::String& text, std::optional<uint64_t> to = {}) {
+    isLost_ = true;
+    if (!isJson_) return context_.tell(text);
+    head() << R"("op":"lost","reason":")" << reason << R"(","from":)"
+           << (to ? rt::toText(*wish_.after + 1) : rt::String("null")) << R"(,"to":)"
+           << (to ? rt::toText(*to) : rt::String("null")) << "}\n";
   }
   void show(const model::Event& event) {
     if (isJson_)

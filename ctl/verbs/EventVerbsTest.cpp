@@ -81,13 +81,27 @@ TEST_F(EventVerb, ResumesBehindANumber) {
 TEST_F(EventVerb, SaysWhatIsLostAndShowsAllThereIs) {
   putThree();
   daemonListens_ = false;
-  for (const char* after : {"1", "9", "another:2"}) {
-    put("daemon", "vmagentd", R"({"eventsDropped":2,"eventsLostTo":2})");
+  put("daemon", "vmagentd", R"({"eventsDropped":2,"eventsLostTo":2})");
+  const Answer answer = vmctl("events -o json --after 1");
+  EXPECT_THAT(answer.out, HasSubstr(R"("op":"lost","reason":"not-kept","from":2,"to":2})"));
+  EXPECT_THAT(answer.out, HasSubstr(R"("seq":1)"));
+  EXPECT_THAT(vmctl("events --after 1").err, HasSubstr("events behind 1 are not all kept"));
+}
+
+TEST_F(EventVerb, SaysThatANumberIsNotThisTablesAndShowsAllThereIs) {
+  putThree();
+  daemonListens_ = false;
+  put("daemon", "vmagentd", R"({"eventsStore":"kept"})");
+  for (const auto& [after, reason, text] :
+       {std::tuple{"another:2", "other-store", "'another' is another database's"},
+        std::tuple{"kept:9", "not-yet", "no event has number 9 yet: the newest is 3"}}) {
     const Answer answer = vmctl("events -o json --after " + std::string(after));
-    EXPECT_THAT(answer.out, HasSubstr(R"("op":"lost","from":)")) << after;
-    EXPECT_THAT(answer.out, HasSubstr(R"("seq":1)")) << after;
-    EXPECT_THAT(vmctl("events --after " + std::string(after)).err, HasSubstr("are not all kept"));
+    EXPECT_THAT(answer.out, HasSubstr("\"store\":\"kept\",\"op\":\"lost\",\"reason\":\"" +
+                                      std::string(reason) + "\",\"from\":null,\"to\":null}"));
+    EXPECT_THAT(answer.out, HasSubstr(R"("seq":1)"));
+    EXPECT_THAT(vmctl("events --after " + std::string(after)).err, HasSubstr(text));
   }
+  EXPECT_THAT(vmctl("events -o json --after kept:2").out, Not(HasSubstr("lost")));
 }
 
 TEST_F(EventVerb, FollowsWhatComes) {
