@@ -19,11 +19,8 @@ std::vector<StatusFeed::Source> statusOf(const LoadedAgent& agent, const HostSta
           {host, model::table::interfaceStatus},  {host, model::table::fdb}};
 }
 
-// Before anything is told.
-History& takenUp(History& history, const StatusOfBefore& before) {
-  history.rowsAre(before.events, before.eventsDropped, before.eventsLostTo);
-  return history;
-}
+// Of each file on disk, when the daemon ends.
+constexpr rt::Seconds diskPatience{2};
 
 }  // namespace
 
@@ -39,19 +36,11 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
       statusFeed_(rt::make<StatusFeed>(db, statusOf(agent_, hostStatus_),
                                        std::vector<rt::String>{model::table::event},
                                        manager.clock())),
-      history_(
-          {.rowIs =
-               [this](const rt::String& key, const rt::String& doc) {
-                 statusFeed_->rowIs(model::table::event, key, doc);
-               },
-           .rowDel =
-               [this](const rt::String& key) { statusFeed_->rowDel(model::table::event, key); },
-           .droppedIs =
-               [this](uint64_t count, uint64_t seq) {
-                 daemonStatus_->eventsDroppedIs(count);
-                 daemonStatus_->eventsLostToIs(seq);
-               }}),
-      chronicle_(takenUp(history_, before), timeOfDayInMilliseconds),
+      kept_(options.stateDir),
+      historyOnDisk_(options.keepsHistory ? std::make_unique<HistoryOnDisk>(kept_, manager.clock())
+                                          : nullptr),
+      history_(eventSink()),
+      chronicle_(takenUp(before), timeOfDayInMilliseconds),
       configuration_(model::machineLimits(), before.configuration),
       ground_({.options = options,
                .db = db,
@@ -80,6 +69,42 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
   beginHistory(db, before);
   guests_.begin();
   network_.begin();
+}
+
+History::Sink DaemonParts::eventSink() {
+  return {.rowIs =
+              [this](const rt::String& key, const rt::String& doc) {
+                statusFeed_->rowIs(model::table::event, key, doc);
+                if (historyOnDisk_) historyOnDisk_->rowIs(key, doc);
+              },
+          .rowDel =
+              [this](const rt::String& key) {
+                statusFeed_->rowDel(model::table::event, key);
+                if (historyOnDisk_) historyOnDisk_->rowDel(key);
+              },
+          .droppedIs =
+              [this](uint64_t count, uint64_t seq) {
+                daemonStatus_->eventsDroppedIs(count);
+                daemonStatus_->eventsLostToIs(seq);
+                if (historyOnDisk_) historyOnDisk_->droppedIs(count, seq);
+              }};
+}
+
+// Before anything is told. What is not kept on disk counts in this store only.
+History& DaemonParts::takenUp(const StatusOfBefore& before) {
+  EventsBefore events = before.events;
+  if (historyOnDisk_)
+    events = historyOnDisk_->takeUp(std::move(events));
+  else
+    events.numbers = before.store;
+  daemonStatus_->eventsStoreIs(events.numbers);
+  history_.rowsAre(events.rows, events.dropped, events.lostTo);
+  return history_;
+}
+
+void DaemonParts::tellEnd() {
+  chronicle_.daemonEnds();
+  if (historyOnDisk_) historyOnDisk_->finish(diskPatience);
 }
 
 // What stood before is taken up before anything is told, and what was changed while no daemon ran

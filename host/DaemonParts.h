@@ -4,6 +4,7 @@
 #include "host/Chronicle.h"
 #include "host/Ground.h"
 #include "host/GuestSide.h"
+#include "host/HistoryOnDisk.h"
 #include "host/NetworkSide.h"
 #include "host/StatusOfBefore.h"
 #include "host/database/ConfigFeed.h"
@@ -31,8 +32,8 @@ class DaemonParts : private ConfigurationTaker {
   bool pass();
   // Writes what there is of status to the database.
   void showStatus() { statusFeed_->pass(); }
-  // The daemon ends in order.
-  void tellEnd() { chronicle_.daemonEnds(); }
+  // The daemon ends in order. Takes some seconds at most, where the disk stands still.
+  void tellEnd();
   bool isStopped() const { return stopped_; }
 
  private:
@@ -52,6 +53,8 @@ class DaemonParts : private ConfigurationTaker {
   void handleConfig(const std::vector<statedb::Change>& changes, const statedb::Cursor& reached);
 
   void showConfig();
+  History::Sink eventSink();
+  History& takenUp(const StatusOfBefore& before);
   void beginHistory(statedb::StateDb& db, const StatusOfBefore& before);
   void tellWhoAsked(const std::vector<statedb::Change>& changes);
 
@@ -63,6 +66,8 @@ class DaemonParts : private ConfigurationTaker {
   const model::DaemonStatus::Ptr daemonStatus_ = hostStatus_->daemonIs(model::daemonKey);
   Problems problems_;
   const StatusFeed::Ptr statusFeed_;
+  const KeptDirectory kept_;
+  const std::unique_ptr<HistoryOnDisk> historyOnDisk_;  // null: it is not kept
   History history_;
   Chronicle chronicle_;
   Configuration configuration_;

@@ -36,6 +36,7 @@ constexpr const char* help =
     "  --guests-memory SIZE what all guests may take, in MiB or with K, M, G (3/4 of the memory)\n"
     "  --guests-cpu N       as many processors, such as 1.5 (all but one)\n"
     "  --bridge DEV         the kernel's bridge that static MAC entries are put into (none)\n"
+    "  --keep-history       keep the events on disk, too: they outlive a reboot\n"
     "  --check              tell whether the agent loads and the shim is there, and end\n"
     "  --end-guests         have all guests shut down, while no daemon runs, and end\n"
     "  --version            print the version\n"
@@ -195,6 +196,7 @@ class Reader {
     if (word == "--version") return print("vmagentd " VMAGENT_VERSION "\n");
     if (word == "--check") return void(wish_ = CommandLine::Wish::check);
     if (word == "--end-guests") return void(wish_ = CommandLine::Wish::endGuests);
+    if (word == "--keep-history") return void(result_.options.keepsHistory = true);
     const size_t equals = word.find('=');
     const std::string_view name = word.substr(0, equals);
     if (!settingOf(name)) return unknown(word);
@@ -206,7 +208,8 @@ class Reader {
   void unknown(std::string_view word) {
     if (!word.starts_with("-"))
       return refuse("'" + rt::String(word) + "' is refused: there are no arguments, only options");
-    std::vector<std::string_view> known = {"--check", "--end-guests", "--version", "--help"};
+    std::vector<std::string_view> known = {"--check", "--end-guests", "--keep-history", "--version",
+                                           "--help"};
     for (const Setting& each : settings) known.push_back(each.name);
     refuse("there is no option '" + rt::String(word) + "'" + rt::didYouMean(word, known));
   }

@@ -29,6 +29,7 @@ struct Options {
   bool holdsSenders = true;     // guests send under their cards' addresses only
   uint32_t guestsMemory = 0;    // mebibytes for all guests; 0: all but a quarter
   model::Processors guestsCpu;  // for all guests; none: all but one, where there are more
+  bool keepsHistory = false;    // events on disk, too
   rt::String bridge;            // that static MAC entries are applied to; empty: to none
 };
 

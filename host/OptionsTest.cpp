@@ -48,6 +48,7 @@ TEST(Options, HaveDefaults) {
   EXPECT_EQ(options.guestUsers, "");
   EXPECT_EQ(options.qemuReads, "");
   EXPECT_TRUE(options.holdsSenders);
+  EXPECT_FALSE(options.keepsHistory);
 }
 
 TEST(Options, HaveTheirValueInTheNextWord) {
@@ -71,6 +72,7 @@ TEST(Options, HaveTheirValueInTheNextWord) {
   EXPECT_EQ(options.guestUsers, "70000-70099");
   EXPECT_EQ(options.qemuReads, "/opt/qemu:/srv");
   EXPECT_FALSE(options.holdsSenders);
+  EXPECT_TRUE(optionsOf({"--keep-history", "--run-dir", "/r"}).keepsHistory);
   EXPECT_TRUE(optionsOf({"--guest-macs", "any", "--guest-macs=own"}).holdsSenders);
 }
 
@@ -198,8 +200,8 @@ TEST(Help, NamesEveryOptionAndExitStatus) {
     EXPECT_EQ(line.wish, Wish::print);
     for (const char* name :
          {"--state-dir", "--run-dir", "--trace", "--shim", "--accel", "--vnc-listen",
-          "--stop-timeout", "--guest-users", "--qemu-reads", "--guest-macs", "--check",
-          "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR",
+          "--stop-timeout", "--guest-users", "--qemu-reads", "--guest-macs", "--keep-history",
+          "--check", "--end-guests", "--version", "--help", "VMAGENT_STATE_DIR", "VMAGENT_RUN_DIR",
           "VMAGENT_TRACE",
           "Exit status: 0 ended by a signal, or done; 1 failed, 2 wrong usage, 4 another daemon "
           "runs,\n6 the database is damaged"})

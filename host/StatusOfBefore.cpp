@@ -13,8 +13,9 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
     // That of a later version has more.
     statedb::fillKnown(*before, record->doc);
     all.configuration = {before->configStore(), before->configSequence(), before->configHistory()};
-    all.eventsDropped = before->eventsDropped();
-    all.eventsLostTo = before->eventsLostTo();
+    all.events.numbers = before->eventsStore();
+    all.events.dropped = before->eventsDropped();
+    all.events.lostTo = before->eventsLostTo();
   }
   for (const auto& record : db.snapshot({model::table::vmProcess}).records) {
     const auto process = rt::make<model::VmProcess>(record.key);
@@ -27,10 +28,13 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
                                .startedRun = process->startedRun(),
                                .endedRun = process->endedRun()}};
   }
-  for (const auto& record : db.snapshot({model::table::event}).records) {
+  const statedb::Snapshot events = db.snapshot({model::table::event});
+  all.store = events.cursor.storeId;
+  if (all.events.numbers.empty()) all.events.numbers = all.store;
+  for (const auto& record : events.records) {
     const auto event = rt::make<model::Event>(record.key);
     statedb::fillKnown(*event, record.doc);
-    if (event->id() != 0) all.events.push_back(event);
+    if (event->id() != 0) all.events.rows.push_back(event);
   }
   return all;
 }

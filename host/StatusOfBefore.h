@@ -4,9 +4,9 @@
 #include <map>
 #include <set>
 
+#include "host/database/KeptEvents.h"
 #include "host/network/BridgeFdb.h"
 #include "host/state/VmStates.h"
-#include "model/Event.h"
 #include "statedb/StateDb.h"
 
 namespace host {
@@ -16,9 +16,8 @@ struct StatusOfBefore {
   std::map<rt::String, uint64_t> restartsDone;    // by VM: the number that was carried out last
   std::map<rt::String, VmStates::Before> states;  // by VM: what it was, and since when
   statedb::Cursor configuration;                  // how far it had come with that
-  std::vector<model::Event::Ptr> events;
-  uint64_t eventsDropped = 0;
-  uint64_t eventsLostTo = 0;
+  rt::String store;                               // the id of the store that all of it stands in
+  EventsBefore events;
 };
 StatusOfBefore statusOfBefore(statedb::StateDb& db);
 

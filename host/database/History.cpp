@@ -13,8 +13,6 @@ namespace {
 
 namespace kind = model::eventKind;
 
-rt::String keyOf(uint64_t id) { return rt::format("%012ju", static_cast<uintmax_t>(id)); }
-
 // More than any daemon tells of, and twelve digits still after as many again.
 constexpr uint64_t mostSeq = 100'000'000'000;
 constexpr size_t longestWord = 255;
@@ -23,7 +21,7 @@ constexpr size_t mostRuns = 64;
 
 bool isOurs(const model::Event& row) {
   const bool isNumbered = row.id() > 0 && row.id() <= mostSeq && row.seq() > 0 &&
-                          row.seq() <= mostSeq && row.key() == keyOf(row.id());
+                          row.seq() <= mostSeq && row.key() == History::keyOf(row.id());
   const rt::String* const words[] = {&row.vm(),      &row.kind(), &row.reason(), &row.severity(),
                                      &row.subject(), &row.by(),   &row.via()};
   return isNumbered && row.text().size() <= model::longestEventText &&
@@ -52,6 +50,8 @@ rt::String cut(const rt::String& text) {
 }
 
 }  // namespace
+
+rt::String History::keyOf(uint64_t id) { return rt::format("%012ju", static_cast<uintmax_t>(id)); }
 
 void History::rowsAre(const std::vector<model::Event::Ptr>& rows, uint64_t dropped,
                       uint64_t droppedSeq) {

@@ -37,6 +37,9 @@ class History {
     std::function<void(uint64_t count, uint64_t seq)> droppedIs;
   };
 
+  // Of a row of that id: twelve digits.
+  static rt::String keyOf(uint64_t id);
+
   explicit History(Sink sink) : sink_(std::move(sink)) {}
   History(const History&) = delete;
 

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <regex>
 
 #include "tests/system/GuestFixture.h"
 
@@ -12,8 +15,22 @@ using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
+namespace fs = std::filesystem;
+
 class Events : public GuestFixture {
  protected:
+  // Lines of JSON without the moment at which they were shown.
+  static std::string withoutNow(const std::string& lines) {
+    return std::regex_replace(lines, std::regex(R"("now":[0-9]+)"), "");
+  }
+  // The store and the seq of the last of such lines.
+  static std::pair<std::string, std::string> lastNumberIn(const std::string& lines) {
+    std::pair<std::string, std::string> last;
+    const std::regex number(R"re("store":"([^"]+)","op":"event","seq":([0-9]+))re");
+    for (std::sregex_iterator at(lines.begin(), lines.end(), number), end; at != end; ++at)
+      last = {(*at)[1], (*at)[2]};
+    return last;
+  }
   std::string history(const std::string& name) const {
     return world.vmctl({"history", name, "-o", "json"}).out;
   }
@@ -85,6 +102,50 @@ TEST_F(Events, TellWhatWasChangedWhileNoDaemonRan) {
   start();
   EXPECT_TRUE(tells("web1", "changed while no vmagentd ran")) << history("web1");
   EXPECT_THAT(history("web1"), HasSubstr(R"("via":"vmctl set")"));
+}
+
+TEST_F(Events, OutliveARebootWhereTheyAreKeptAndAReaderGoesOnBehindHisNumber) {
+  start({"--keep-history"});
+  bootVm("web1");
+  world.type("web1", powerOff);
+  ASSERT_TRUE(tells("web1", R"("reason":"guest-shutdown")"));
+  world.ctl({"disable", "web1"});
+  world.end(SIGTERM);
+  const std::string before = world.vmctl({"events", "-o", "json"}).out;
+  fs::remove_all(world.runDir);
+  start({"--keep-history"});
+  const std::string after = world.vmctl({"events", "-o", "json"}).out;
+  EXPECT_EQ(withoutNow(after).find(withoutNow(before)), 0U) << before << after;
+  const auto [store, seq] = lastNumberIn(before);
+  const Ended more = world.vmctl({"events", "-o", "json", "--after", store + ":" + seq});
+  EXPECT_THAT(more.out, HasSubstr(R"("reason":"begun")"));
+  EXPECT_THAT(more.out, Not(HasSubstr("lost")));
+  EXPECT_THAT(more.out, Not(HasSubstr("guest-shutdown")));
+}
+
+TEST_F(Events, OfTheLastMinuteBeforeThePowerFailedAreSaidToBeLostAndTheirNumbersAreNobodyElses) {
+  start({"--keep-history"});
+  ASSERT_TRUE(waitUntil([&] { return fs::exists(world.stateDir + "/kept/events"); }));
+  world.addVm("web1");
+  ASSERT_TRUE(tells("web1", R"("reason":"added")"));
+  const auto [store, seq] = lastNumberIn(world.vmctl({"events", "-o", "json"}).out);
+  world.end(SIGKILL);
+  fs::remove_all(world.runDir);
+  start({"--keep-history"});
+  const std::string all = world.vmctl({"events", "-o", "json", "--after", store + ":" + seq}).out;
+  EXPECT_THAT(all, HasSubstr(R"("op":"lost","reason":"not-kept")"));
+  EXPECT_GT(std::stoull(lastNumberIn(all).second), std::stoull(seq) + 1'000) << all;
+}
+
+TEST_F(Events, BeginAnewWhereTheirFileIsDamagedWhichIsPutAside) {
+  fs::create_directories(world.stateDir + "/kept");
+  std::ofstream(world.stateDir + "/kept/events") << "rubbish\n";
+  start({"--keep-history"});
+  EXPECT_THAT(world.log(), HasSubstr("kept/events: line 1 is no event: it is put aside"));
+  EXPECT_EQ(contentOf(world.stateDir + "/kept/events.bad"), "rubbish\n");
+  EXPECT_THAT(world.vmctl({"events", "-o", "json"}).out, HasSubstr(R"("seq":1,)"));
+  world.end(SIGTERM);
+  EXPECT_THAT(contentOf(world.stateDir + "/kept/events"), HasSubstr(R"("reason":"ended")"));
 }
 
 TEST_F(Events, SinceAMomentAreThoseBehindIt) {
