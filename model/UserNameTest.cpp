@@ -21,8 +21,9 @@ TEST(UserName, IsTheNumberOfOneWithoutALine) {
 }
 
 TEST(UserName, IsNoLongerThanALineHasRoomFor) {
-  EXPECT_EQ(userNameIn(std::string(41, 'a') + ":x:9:9\n", 9), "uid 9");
-  EXPECT_EQ(userNameIn(std::string(40, 'a') + ":x:9:9\n", 9), rt::String(std::string(40, 'a')));
+  const std::string longest(40, 'a');
+  EXPECT_EQ(userNameIn(longest + "a:x:9:9\n", 9), "uid 9");
+  EXPECT_EQ(userNameIn(longest + ":x:9:9\n", 9), rt::String(longest));
 }
 
 TEST(UserName, ShowsNoControlCharacter) {
