@@ -9,35 +9,30 @@
 
 namespace host {
 
-namespace {
-
-constexpr uint64_t version = 1;
-constexpr std::string_view headBegins = "{\"version\":";
-// More than all that is told between two writes.
-constexpr uint64_t gap = 100'000;
-
-class Head final : public rt::EntityOf<Head> {
+// The head of the file. Not in an anonymous namespace, for which g++ has no attributes.
+class KeptHead final : public rt::EntityOf<KeptHead> {
  public:
   uint64_t version() const { return version_; }
-  void versionIs(uint64_t value) { assign<&Head::version>(version_, value); }
+  void versionIs(uint64_t value) { assign<&KeptHead::version>(version_, value); }
   const rt::String& numbers() const { return numbers_; }
-  void numbersIs(const rt::String& value) { assign<&Head::numbers>(numbers_, value); }
+  void numbersIs(const rt::String& value) { assign<&KeptHead::numbers>(numbers_, value); }
   uint64_t dropped() const { return dropped_; }
-  void droppedIs(uint64_t value) { assign<&Head::dropped>(dropped_, value); }
+  void droppedIs(uint64_t value) { assign<&KeptHead::dropped>(dropped_, value); }
   uint64_t lostTo() const { return lostTo_; }
-  void lostToIs(uint64_t value) { assign<&Head::lostTo>(lostTo_, value); }
+  void lostToIs(uint64_t value) { assign<&KeptHead::lostTo>(lostTo_, value); }
   const rt::String& gone() const { return gone_; }  // a row's key; empty: none
-  void goneIs(const rt::String& value) { assign<&Head::gone>(gone_, value); }
+  void goneIs(const rt::String& value) { assign<&KeptHead::gone>(gone_, value); }
   bool ended() const { return ended_; }
-  void endedIs(bool value) { assign<&Head::ended>(ended_, value); }
+  void endedIs(bool value) { assign<&KeptHead::ended>(ended_, value); }
 
-  static constexpr std::string_view typeName = "host::KeptEvents::Head";
-  using Attributes = rt::AttributeTable<rt::Attribute<"version", &Head::version, &Head::versionIs>,
-                                        rt::Attribute<"numbers", &Head::numbers, &Head::numbersIs>,
-                                        rt::Attribute<"dropped", &Head::dropped, &Head::droppedIs>,
-                                        rt::Attribute<"lostTo", &Head::lostTo, &Head::lostToIs>,
-                                        rt::Attribute<"gone", &Head::gone, &Head::goneIs>,
-                                        rt::Attribute<"ended", &Head::ended, &Head::endedIs>>;
+  static constexpr std::string_view typeName = "host::KeptHead";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"version", &KeptHead::version, &KeptHead::versionIs>,
+                         rt::Attribute<"numbers", &KeptHead::numbers, &KeptHead::numbersIs>,
+                         rt::Attribute<"dropped", &KeptHead::dropped, &KeptHead::droppedIs>,
+                         rt::Attribute<"lostTo", &KeptHead::lostTo, &KeptHead::lostToIs>,
+                         rt::Attribute<"gone", &KeptHead::gone, &KeptHead::goneIs>,
+                         rt::Attribute<"ended", &KeptHead::ended, &KeptHead::endedIs>>;
 
  private:
   uint64_t version_ = 0;
@@ -47,6 +42,13 @@ class Head final : public rt::EntityOf<Head> {
   rt::String gone_;
   bool ended_ = false;
 };
+
+namespace {
+
+constexpr uint64_t version = 1;
+constexpr std::string_view headBegins = "{\"version\":";
+// More than all that is told between two writes.
+constexpr uint64_t gap = 100'000;
 
 rt::String keyOf(const model::Event& row) { return History::keyOf(row.id()); }
 
@@ -78,7 +80,7 @@ class Lines {
 
  private:
   rt::String takeHead(std::string_view line) {
-    auto head = rt::make<Head>();
+    auto head = rt::make<KeptHead>();
     statedb::fillKnown(*head, line);
     if (head->version() != version) return "is of version " + rt::toText(head->version());
     if (!statedb::fill(*head, line).empty() || head->numbers().empty()) return "is no head";
@@ -89,7 +91,7 @@ class Lines {
   }
 
   bool hasHead_ = false;
-  rt::Ptr<Head> last_;
+  rt::Ptr<KeptHead> last_;
   std::map<rt::String, model::Event::Ptr> rows_;  // by key
 };
 
@@ -136,7 +138,7 @@ void KeptEvents::droppedIs(uint64_t count, uint64_t seq) {
 }
 
 rt::String KeptEvents::head(const rt::String& gone) const {
-  const auto head = rt::make<Head>();
+  const auto head = rt::make<KeptHead>();
   head->versionIs(version);
   head->numbersIs(numbers_);
   head->droppedIs(dropped_);
