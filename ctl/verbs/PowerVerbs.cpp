@@ -35,7 +35,7 @@ Refusal refusalOf(const rt::String& vm, const ShimAnswer& answer) {
     case ShimAnswer::Kind::silent:
       return {Exit::timedOut, vm + ": its guest's keeper does not answer"};
     case ShimAnswer::Kind::ended:
-      return {Exit::failed, vm + ": its guest has ended meanwhile"};
+      return {Exit::conflict, vm + ": its guest has ended meanwhile"};
     default:
       break;
   }
@@ -46,7 +46,11 @@ Refusal refusalOf(const rt::String& vm, const ShimAnswer& answer) {
     return {Exit::failed,
             vm + ": its guest's keeper is of an earlier version, which cannot do that: "
                  "it can from the guest's next start on"};
-  return {Exit::failed, vm + ": " + why};
+  // Not now, though it may be soon; and of a QEMU or a shim that is silent the same.
+  const bool isWrongTime = why == "QEMU is not ready" || why == "the guest is being ended";
+  if (isWrongTime) return {Exit::conflict, vm + ": " + why};
+  const bool isSilent = why == "QEMU does not answer";
+  return {isSilent ? Exit::timedOut : Exit::failed, vm + ": " + why};
 }
 
 ShimAnswer asked(Context& context, const rt::String& vm, const rt::String& request) {
@@ -97,9 +101,10 @@ rt::String qemusName(std::string text) {
   return text;
 }
 
-// "keys":["ctrl","alt","delete"] of "ctrl-alt-delete".
+// "keys":["ctrl","alt","delete"] of "ctrl-alt-delete", also with '+' between them.
 rt::String keysOf(const rt::String& combination) {
-  const std::string& text = combination.str();
+  std::string text = combination.str();
+  if (text.size() > 1) std::replace(text.begin(), text.end(), '+', '-');
   rt::String list;
   for (size_t at = 0; at <= text.size();) {
     const size_t end = std::min(text.find('-', at), text.size());
@@ -112,6 +117,22 @@ rt::String keysOf(const rt::String& combination) {
     at = end + 1;
   }
   return rt::String("\"") + word::keys + "\":[" + list + "]";
+}
+
+// QEMU alone knows all names of keys.
+void press(Context& context, const rt::String& vm, const rt::String& request,
+           const rt::String& typed) {
+  const ShimAnswer answer = context.world().askShim(
+      {guest::fileOf(context.directories().run, vm, guest::shimSocket), request, patience});
+  if (answer.kind == ShimAnswer::Kind::done) return;
+  const auto line = JsonValue::parse(answer.line);
+  const std::string why = line ? line->text(word::error).value_or("").str() : std::string();
+  const bool isName = why.find("does not accept value") != std::string::npos ||
+                      why.find("a name is refused") != std::string::npos;
+  if (!isName) throw refusalOf(vm, answer);
+  throw Refusal(Exit::invalid, "'" + typed +
+                                   "' is refused: must be QEMU's names of keys with '-' between "
+                                   "them, such as ctrl-alt-delete, a, f1 or kp_enter");
 }
 
 }  // namespace
@@ -138,7 +159,8 @@ Exit pressKeys(Context& context, const Arguments& arguments) {
   for (size_t i = 1; i < arguments.words().size(); ++i)
     requests.push_back(requestOf(context, word::key, keysOf(arguments.words()[i])));
   (void)presentVm(context, name);
-  for (const rt::String& request : requests) asked(context, name, request);
+  for (size_t i = 0; i < requests.size(); ++i)
+    press(context, name, requests[i], arguments.words()[i + 1]);
   context.tell(name + ": pressed");
   return Exit::done;
 }

@@ -63,9 +63,13 @@ TEST_F(PowerVerb, SaysWhyItWasNotDone) {
         "vmctl: web1: its guest's keeper may not be asked: run vmctl as root, or as a member of "
         "the group vmagent\n"}},
       {{Kind::silent, "", ""}, {7, "", "vmctl: web1: its guest's keeper does not answer\n"}},
-      {{Kind::ended, "", ""}, {1, "", "vmctl: web1: its guest has ended meanwhile\n"}},
+      {{Kind::ended, "", ""}, {4, "", "vmctl: web1: its guest has ended meanwhile\n"}},
       {{Kind::refused, R"({"error":"QEMU is not ready"})", ""},
-       {1, "", "vmctl: web1: QEMU is not ready\n"}},
+       {4, "", "vmctl: web1: QEMU is not ready\n"}},
+      {{Kind::refused, R"({"error":"the guest is being ended"})", ""},
+       {4, "", "vmctl: web1: the guest is being ended\n"}},
+      {{Kind::refused, R"({"error":"QEMU does not answer"})", ""},
+       {7, "", "vmctl: web1: QEMU does not answer\n"}},
       {{Kind::refused, R"({"error":"the request is not understood: it must be …"})", ""},
        {1, "",
         "vmctl: web1: its guest's keeper is of an earlier version, which cannot do that: it can "
@@ -81,6 +85,21 @@ TEST_F(PowerVerb, PressesKeysTogetherAndOneBehindTheOther) {
   EXPECT_THAT(shimCalls_, ElementsAre(R"(web1 {"key":{"keys":["ctrl","alt","delete"],"by":"op1"}})",
                                       R"(web1 {"key":{"keys":["a"],"by":"op1"}})",
                                       R"(web1 {"key":{"keys":["ret"],"by":"op1"}})"));
+}
+
+TEST_F(PowerVerb, TakesAPlusBetweenKeysToo) {
+  EXPECT_EQ(vmctl("key web1 ctrl+alt+del").exit, 0);
+  EXPECT_THAT(shimCalls_,
+              ElementsAre(R"(web1 {"key":{"keys":["ctrl","alt","delete"],"by":"op1"}})"));
+}
+
+TEST_F(PowerVerb, NamesTheKeysThatAreNone) {
+  shimAnswers_["web1"] = {Kind::refused,
+                          R"({"error":"Parameter 'data' does not accept value 'foo'"})", ""};
+  EXPECT_EQ(vmctl("key web1 ctrl-foo"),
+            (Answer{5, "",
+                    "vmctl: 'ctrl-foo' is refused: must be QEMU's names of keys with '-' between "
+                    "them, such as ctrl-alt-delete, a, f1 or kp_enter\n"}));
 }
 
 TEST_F(PowerVerb, PressesNothingOfWhatIsPartlyNoKey) {
