@@ -86,7 +86,9 @@ constexpr VmField fields[] = {
      .kind = Kind::processors,
      .takesEffectAtOnce = true,
      .help = "processors that it gets at most, such as 0.5; 0: as many as it wants",
-     .form = "must be a number of processors, such as 1.5, or 0 for as many as it wants",
+     .form = "must be 0.05 to 1024 (processors) with two decimals at most, such as 1.5, or 0 for "
+             "as many "
+             "as it wants",
      .right =
          [](std::string_view value, const MachineLimits&) {
            return cpuMaxRight(Processors::fromText(value).value_or(Processors()));

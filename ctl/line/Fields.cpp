@@ -84,11 +84,29 @@ bool isCardField(std::string_view path) {
   return path.substr(0, cardsPrefix.size()) == cardsPrefix;
 }
 
+// What a card's field is called, by its name or by its part of --nic; null: it is none.
+const model::VmField* cardFieldMeant(std::string_view name) {
+  for (const model::VmField& field : model::vmFields())
+    if (field.isOfCard && (field.name == name || field.option == name)) return &field;
+  return nullptr;
+}
+
 Refusal unknownField(const rt::String& field) {
-  const rt::String last = std::string_view(field).substr(field.str().rfind('.') + 1);
-  if (last == field || !model::cardFieldNamed(last)) return unknown("field", field, vmFieldNames());
-  return {Exit::usage,
-          "there is no field '" + field + "'; did you mean '" + cardsPrefix + field + "'?"};
+  const size_t dot = field.str().rfind('.');
+  const rt::String last = std::string_view(field).substr(dot + 1);
+  const model::VmField* const ofCard = cardFieldMeant(last);
+  if (!ofCard) return unknown("field", field, vmFieldNames());
+  const rt::String key = dot == std::string::npos ? "KEY" : field.substr(0, dot);
+  return {Exit::usage, "there is no field '" + field + "'; did you mean '" + cardsPrefix + key +
+                           "." + ofCard->name + "'?"};
+}
+
+// Of two values for one field nobody knows which was meant.
+void requireOnce(const std::vector<Assignment>& assignments) {
+  std::set<rt::String> seen;
+  for (const Assignment& assignment : assignments)
+    if (!seen.insert(assignment.field).second)
+      throw Refusal(Exit::usage, "'" + assignment.field + "' must be there once");
 }
 
 using Problems = std::vector<rt::Problem>;
@@ -153,6 +171,7 @@ Assignment assignmentOf(const rt::String& word, const char* example) {
 
 void assign(const VmRecords& records, const std::vector<Assignment>& assignments,
             const model::MachineLimits& limits, Problems& problems) {
+  requireOnce(assignments);
   Vm::VmConfig& vm = records.vm;
   const Names keys = keysOf(vm);
   const Names cardFields = cardFieldNames();

@@ -53,8 +53,10 @@ void tellChanged(Context& context, const Changed& changed,
       !isOpenedOtherwise && isSame(changed.ownBefore, changed.ownAfter))
     return context.tell(name + ": was so already");
   if (mode == Configuration::Mode::tell) return context.tell(name + ": would be changed");
-  if (model::needsRestart({*changed.before, changed.formatBefore},
-                          {*changed.after, changed.formatAfter}))
+  // Where nothing runs, the next start takes it by itself.
+  const bool hasGuest = vmNamed(context, name).process->process() != "none";
+  if (hasGuest && model::needsRestart({*changed.before, changed.formatBefore},
+                                      {*changed.after, changed.formatAfter}))
     context.tell(name + ": changed; takes effect at the next start ('vmctl restart " + name + "')");
   else
     context.tell(name + ": changed");
@@ -95,6 +97,12 @@ void requireNoSurprise(Context& context, const rt::String& name, bool isEnabled)
 }
 
 }  // namespace
+
+void addImageProblem(Context& context, const VmRecords& records,
+                     std::vector<rt::Problem>& problems) {
+  if (auto problem = problemOfNamed(context, records.vm, records.image.format()))
+    problems.push_back(std::move(*problem));
+}
 
 std::vector<Assignment> optionFields(Context& context, const Arguments& arguments) {
   std::vector<Assignment> fields;
@@ -137,6 +145,7 @@ Exit addVm(Context& context, const Arguments& arguments) {
     model::vmDefaults(records.vm);
     records.vm.enabledIs(arguments.has("enabled"));
     assign(records, fields, context.world().limits, problems);
+    addImageProblem(context, records, problems);
     for (const Card& card : cards) addCard(records.vm, card, freshMac, problems);
   };
   const auto added = configuration.add(name, change);
@@ -167,7 +176,9 @@ Exit setVm(Context& context, const Arguments& arguments) {
                     name == "memoryReserve";
   }
   const auto change = [&](const VmRecords& records, std::vector<rt::Problem>& problems) {
+    const rt::String before = records.vm.diskImage();
     assign(records, assignments, context.world().limits, problems);
+    if (records.vm.diskImage() != before) addImageProblem(context, records, problems);
   };
   const rt::String& name = arguments.words().front();
   const VmRow before = vmNamed(context, name);

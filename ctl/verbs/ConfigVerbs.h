@@ -20,6 +20,10 @@ Exit removeNic(Context& context, const Arguments& arguments);
 std::vector<Assignment> optionFields(Context& context, const Arguments& arguments);
 std::vector<Assignment> wordFields(Context& context, std::span<const rt::String> words);
 
+// Refuses an image that is named now and is no disk.
+void addImageProblem(Context& context, const VmRecords& records,
+                     std::vector<rt::Problem>& problems);
+
 // What a verb is to do: with --dry-run it only tells.
 Configuration::Mode modeOf(const Arguments& arguments);
 

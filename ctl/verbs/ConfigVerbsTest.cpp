@@ -184,6 +184,27 @@ TEST_F(AddVerb, MakesCardsOfTheUsualModelWithAddressesThatNobodyHas) {
   EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr("52:54:00:12:34:59"));
 }
 
+TEST_F(AddVerb, RefusesWhatIsNoDiskWhateverBecomesOfItsRights) {
+  images_["/images"] = {};  // a folder
+  model::ImageFacts& small = images_["/etc/passwd"] = {};
+  small.kind = model::ImageFacts::Kind::regular;
+  small.size = 1415;
+  model::ImageFacts& foreign = images_["/a.vmdk"] = {};
+  foreign.kind = model::ImageFacts::Kind::regular;
+  foreign.size = model::smallestImage;
+  std::copy_n("KDMV", 4, foreign.head.begin());
+  EXPECT_EQ(vmctl("add web1 --disk /images"),
+            (Answer{5, "",
+                    "vmctl: web1: diskImage: '/images' is refused: must be a regular file or a "
+                    "block device\n"}));
+  for (const char* path : {"/etc/passwd", "/a.vmdk"})
+    EXPECT_EQ(vmctl(std::string("add web1 --disk ") + path).exit, 5) << path;
+  vmctl("add web1 --disk /b.img");
+  EXPECT_EQ(vmctl("set web1 diskImage=/images").exit, 5);
+  EXPECT_EQ(vmctl("clone web1 web2 --disk /images").exit, 5);
+  EXPECT_EQ(vmctl("set web1 diskImage=/a.vmdk format=raw").exit, 0) << "who says so means it";
+}
+
 TEST_F(AddVerb, RefusesACardThatIsNotDescribed) {
   const std::vector<std::pair<std::string, std::string>> cases{
       {"model=e1000",
@@ -228,8 +249,22 @@ TEST_F(SetVerb, ChangesNothingWhenOneValueIsRefused) {
   EXPECT_EQ(doc("vmConfig", "web1"), before);
 }
 
+TEST_F(SetVerb, RefusesTwoValuesForOneField) {
+  EXPECT_EQ(vmctl("set web1 memory=1 memory=2"),
+            (Answer{2, "", "vmctl: 'memory' must be there once\n"}));
+}
+
+TEST_F(SetVerb, KnowsACardsFieldByItsPartOfTheOption) {
+  EXPECT_THAT(vmctl("set web1 nic00.intf=x").err,
+              HasSubstr("did you mean 'vnicConfig.nic00.intfName'?"));
+  EXPECT_THAT(vmctl("set web1 intfName=x").err,
+              HasSubstr("did you mean 'vnicConfig.KEY.intfName'?"));
+}
+
 TEST_F(SetVerb, SaysThatWhatARunningGuestHasChangesAtItsNextStart) {
   putVm("web1", true);
+  EXPECT_EQ(vmctl("set web1 memory=128").err, "web1: changed\n") << "nothing runs";
+  putRunning("web1");
   for (const char* change : {"memory=512", "diskImage=/b.iso", "vncPort=5905"})
     EXPECT_EQ(vmctl(std::string("set web1 ") + change).err,
               "web1: changed; takes effect at the next start ('vmctl restart web1')\n");
@@ -371,6 +406,7 @@ TEST_F(NicVerb, MovesACardOfAGuestThatRunsAtOnce) {
 }
 
 TEST_F(NicVerb, HasAGuestGetAnotherModelAtItsNextStart) {
+  putRunning("web1");
   putVm("web1", true);
   vmctl("nic add web1 model=e1000,mac=52:54:00:00:00:01,intf=Vlan1");
   EXPECT_EQ(vmctl("nic set web1 nic00 model=rtl8139,mac=52:54:00:00:00:02").err,

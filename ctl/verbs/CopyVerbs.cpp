@@ -121,6 +121,8 @@ Exit cloneVm(Context& context, const Arguments& arguments) {
     if (!isSaid(fields, "diskImage")) records.image.formatIs(row.imageFormat());
     copyOwn(row.own.records, records.own);
     assign(records, fields, context.world().limits, problems);
+    if (records.vm.diskImage() != row.config->diskImage())
+      addImageProblem(context, records, problems);
   });
   const Vm::VmConfig& vm = *made.after;
   warnOfImage(context, vm, made.formatAfter);

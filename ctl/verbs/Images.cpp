@@ -50,6 +50,15 @@ rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::
   return problem ? problem->right : rt::String();
 }
 
+std::optional<rt::Problem> problemOfNamed(Context& context, const Vm::VmConfig& vm,
+                                          const rt::String& format) {
+  const model::ImageFacts facts = context.imageFacts(vm.diskImage());
+  if (facts.error != 0) return std::nullopt;
+  if (auto problem = model::accessProblem(vm.diskImage(), facts)) return problem;
+  if (!format.empty() || model::detectedFormat(facts)) return std::nullopt;
+  return model::imageProblem(vm.diskImage(), facts);
+}
+
 void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format) {
   if (const rt::String trouble = troubleWithImage(context, vm, format); !trouble.empty())
     return complain(context, vm, "cannot be used now: it " + trouble);

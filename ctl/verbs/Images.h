@@ -23,6 +23,10 @@ rt::String putImage(Context& context, statedb::Transaction& transaction, const V
 // Returns what is wrong with the VM's image now, such as "must be a file"; empty: it can be used,
 // as far as who asks can tell. `format`: what it is opened as, if that is fixed.
 rt::String troubleWithImage(Context& context, const Vm::VmConfig& vm, const rt::String& format);
+// What of a file that is there makes it no disk at all, whatever its rights are or come to be: it
+// is a folder, too small, or of another program's format. What is not there yet may become one.
+std::optional<rt::Problem> problemOfNamed(Context& context, const Vm::VmConfig& vm,
+                                          const rt::String& format);
 // Tells of what keeps the VM from being started with its image now; it may be mended by then.
 // `format`: what it is opened as, if that is fixed.
 void warnOfImage(Context& context, const Vm::VmConfig& vm, const rt::String& format);

@@ -99,6 +99,7 @@ TEST_F(ImageVerb, SetIsWhatItBeginsAsOnlyWhenItIsAnotherThanBefore) {
 
 TEST_F(ImageVerb, SetWithAFormatIsThat) {
   vmctl("add web1 --disk /a.img --enabled");
+  putRunning("web1");
   EXPECT_EQ(vmctl("set web1 format=raw"), (Answer{0, "", "web1: was so already\n"}));
   EXPECT_EQ(vmctl("set web1 memory=256"), (Answer{0, "", "web1: was so already\n"}));
   EXPECT_THAT(vmctl("set web1 format=qcow2").err,

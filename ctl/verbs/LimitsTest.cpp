@@ -54,8 +54,9 @@ TEST_F(Limits, AreRefusedWithWhatWouldBeRight) {
   EXPECT_EQ(vmctl("set web1 cpuWeight=0 cpuMax=1.234 memoryReserve=9G ioWeight=many"),
             (Answer{5, "",
                     "vmctl: web1: cpuWeight: '0' is refused: must be 1 to 10000; 100 is usual\n"
-                    "vmctl: web1: cpuMax: '1.234' is refused: must be a number of processors, such "
-                    "as 1.5, or 0 for as many as it wants\n"
+                    "vmctl: web1: cpuMax: '1.234' is refused: must be 0.05 to 1024 "
+                    "(processors) with two decimals at most, such as 1.5, or 0 for as many as it "
+                    "wants\n"
                     "vmctl: web1: memoryReserve: '9G' is refused: must be 0 to 8192 (mebibytes; "
                     "this machine has no more)\n"
                     "vmctl: web1: ioWeight: 'many' is refused: must be 1 to 10000; 100 is "
