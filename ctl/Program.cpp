@@ -18,6 +18,14 @@ Directories directoriesOf(const World& world, const Arguments& arguments) {
           directory("run-dir", guest::variable::runDir, guest::defaultRunDir)};
 }
 
+Arguments argumentsOf(std::span<const rt::String> arguments) {
+  try {
+    return Arguments(arguments);
+  } catch (const UnknownOption& unknown) {
+    throw unknownOption(unknown.option(), arguments);
+  }
+}
+
 Exit runVerb(const Verb& verb, const Arguments& arguments, World& world) {
   requireFit(verb, arguments);
   Context context(world, directoriesOf(world, arguments), formatOf(verb, arguments));
@@ -55,7 +63,7 @@ Exit run(std::span<const rt::String> arguments, World& world) {
     world.err << "vmctl: " << visible(sentence) << '\n';
   };
   try {
-    return runArguments(Arguments(arguments), world);
+    return runArguments(argumentsOf(arguments), world);
   } catch (const Refusal& refusal) {
     for (const rt::String& sentence : refusal.sentences()) complain(sentence);
     return refusal.exit();

@@ -46,25 +46,62 @@ TEST_F(Help, OfHalfAVerbTellsOfAllThatBeginSo) {
 }
 
 TEST_F(Usage, SuggestsTheOptionThatWasMeant) {
-  EXPECT_EQ(vmctl("list --json"),
-            usageError("there is no option '--json'; did you mean '-o json'?"));
+  EXPECT_EQ(vmctl("list --json"), usageError("there is no option '--json': say -o json"));
   EXPECT_EQ(vmctl("enable web1 --wiat"),
             usageError("there is no option '--wiat'; did you mean '--wait'?"));
   EXPECT_EQ(vmctl("list --frobnicate=7"),
-            usageError("there is no option '--frobnicate'; 'vmctl VERB --help' lists those of a "
-                       "verb"));
+            usageError("there is no option '--frobnicate'; 'vmctl list --help' lists those of "
+                       "'list'"));
   EXPECT_EQ(vmctl("list -x"),
+            usageError("there is no option '-x'; 'vmctl list --help' lists those of 'list'"));
+  EXPECT_EQ(vmctl("-x"),
             usageError("there is no option '-x'; 'vmctl VERB --help' lists those of a verb"));
+}
+
+TEST_F(Usage, OffersNoOptionThatTheVerbHasNot) {
+  EXPECT_EQ(vmctl("logs web1 --foo"),
+            usageError("there is no option '--foo'; 'vmctl logs --help' lists those of 'logs'"));
+  EXPECT_EQ(vmctl("logs web1 --folow"),
+            usageError("there is no option '--folow'; did you mean '--follow'?"));
+  EXPECT_EQ(vmctl("key web1 --foo"),
+            usageError("there is no option '--foo'; 'vmctl key --help' lists those of 'key'"));
+  for (const Verb& verb : verbs()) {
+    if (verb.summary.empty()) continue;
+    for (const Option& option : allOptions()) {
+      const std::string near = "--x" + std::string(option.name);
+      const std::string said = vmctl(std::string(verb.name) + " " + near).err;
+      const size_t at = said.find("did you mean '--");
+      if (at == std::string::npos) continue;
+      const size_t begin = at + std::string_view("did you mean '--").size();
+      const std::string offered = said.substr(begin, said.find('\'', begin) - begin);
+      ASSERT_TRUE(optionNamed(offered)) << said;
+      EXPECT_TRUE(takes(verb, *optionNamed(offered))) << verb.name << ": " << said;
+    }
+  }
+}
+
+TEST_F(Usage, KnowsOptionsOfOthers) {
+  EXPECT_EQ(vmctl("list -q"), usageError("there is no option '-q': say -o name"));
+  EXPECT_EQ(vmctl("list -a"),
+            usageError("there is no option '-a': all VMs are shown, leave it out"));
+  EXPECT_EQ(vmctl("add web1 --ram 512"),
+            usageError("there is no option '--ram': say --memory SIZE"));
+  EXPECT_THAT(vmctl("add web1 --cpus 2").err, HasSubstr("a guest has one processor"));
+  EXPECT_EQ(vmctl("rm web1 -y"),
+            usageError("there is no option '-y': nothing is asked, leave it out"));
+  EXPECT_EQ(vmctl("ps -a"), usageError("there is no verb 'ps': 'vmctl list' shows all VMs"))
+      << "the verb is wrong first";
 }
 
 TEST_F(Usage, RefusesWhatTheVerbDoesNotTake) {
   EXPECT_EQ(vmctl("list --wait"),
             usageError("'list' takes no option '--wait': see 'vmctl list --help'"));
   EXPECT_EQ(vmctl("enable web1 -o json"),
-            usageError("'start' takes no option '--output': see 'vmctl start --help'"));
-  EXPECT_EQ(vmctl("enable web1 --now"),
+            usageError("'enable' takes no option '--output': see 'vmctl enable --help'"));
+  EXPECT_EQ(vmctl("start web1 --now"),
             usageError("'start' takes no option '--now': see 'vmctl start --help'"));
-  EXPECT_EQ(vmctl("list web1"), usageError("'list' does not take 'web1': vmctl list [-o FORMAT]"));
+  EXPECT_EQ(vmctl("doctor web1"),
+            usageError("'doctor' does not take 'web1': vmctl doctor [-o FORMAT]"));
   EXPECT_EQ(vmctl("show"), usageError("'show' needs NAME: vmctl show NAME [-o FORMAT]"));
   EXPECT_EQ(
       vmctl("set web1"),

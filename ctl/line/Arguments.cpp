@@ -32,18 +32,20 @@ constexpr Option ownOptions[] = {
     {"since", 0, "TIME", "from then on: 1h, 23:50, yesterday, boot, ..."},
     {"after", 0, "SEQ", "what came behind the event of that number"},
     {"count", 'n', "COUNT", "how often it is shown; without it, until it is interrupted"},
+    {"tail", 'n', "COUNT", "the last so many only", "logs events history"},
     {"interval", 0, "S", "seconds between two times; 2 by default"},
     {"beat", 0, "S", "tell in JSON every S seconds that it goes on"},
     {"textfile", 0, "FILE", "write it into that file, whole or not at all"},
     {"http", 0, "", "answer the question of HTTP on standard input"},
     {"shim", 0, "", "what the guest's keeper and QEMU wrote"},
     {"dry-run", 0, "", "say what would be done and write nothing"},
+    {"exit-code", 0, "", "with --dry-run: exit with 8 when something would be changed"},
     {"prune", 0, "", "remove the VMs that the document does not name"},
     {"output", 'o', "FORMAT", ""},
     {"state-dir", 0, "DIR", "where the configuration is; /var/lib/vmagent, or $VMAGENT_STATE_DIR"},
     {"run-dir", 0, "DIR", "where the status is; /run/vmagent, or $VMAGENT_RUN_DIR"},
     {"help", 'h', "", "tell how to use it"},
-    {"version", 0, "", "tell the version"},
+    {"version", 'V', "", "tell the version"},
 };
 
 std::vector<Option> madeOptions() {
@@ -67,24 +69,14 @@ bool hasWord(std::string_view text, std::string_view word) {
 }
 
 const Option& longOption(std::string_view name) {
-  if (const Option* const found = optionNamed(name)) return *found;
-  std::vector<std::string_view> names;
-  names.reserve(options.size());
-  for (const Option& option : options) names.push_back(option.name);
-  const auto near = rt::nearName(name, names);
-  if (name == "json" || name == "wide")
-    throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) +
-                                   "'; did you mean '-o " + rt::String(name) + "'?");
-  throw Refusal(Exit::usage, "there is no option '--" + rt::String(name) + "'" +
-                                 (near ? "; did you mean '--" + rt::String(*near) + "'?"
-                                       : "; 'vmctl VERB --help' lists those of a verb"));
+  const Option* const found = optionNamed(name);
+  if (!found) throw UnknownOption("--" + rt::String(name));
+  return *found;
 }
 
 const Option& shortOption(char letter, std::span<const rt::String> words) {
   const Option* const found = optionOfLetter(letter, words);
-  if (!found)
-    throw Refusal(Exit::usage, "there is no option '-" + rt::String(&letter, 1) +
-                                   "'; 'vmctl VERB --help' lists those of a verb");
+  if (!found) throw UnknownOption("-" + rt::String(&letter, 1));
   return *found;
 }
 
@@ -176,6 +168,15 @@ std::vector<rt::String> Arguments::values(std::string_view option) const {
 
 rt::Seconds Arguments::timeout() const {
   return seconds("timeout", 0).value_or(rt::Seconds(defaultTimeout));
+}
+
+std::optional<size_t> Arguments::tail() const {
+  const auto text = value("tail");
+  if (!text) return std::nullopt;
+  const auto count = rt::fromText<size_t>(*text);
+  if (!count || *count == 0)
+    throw Refusal(Exit::usage, "-n: '" + *text + "' is refused: must be 1 or more");
+  return count;
 }
 
 std::optional<rt::Seconds> Arguments::beat() const { return seconds("beat", 1); }

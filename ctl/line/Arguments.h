@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/base/Exception.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/base/String.h"
 
@@ -26,10 +27,21 @@ const Option* optionNamed(std::string_view name);
 // What the letter means behind these words, of which the first is the verb.
 const Option* optionOfLetter(char letter, std::span<const rt::String> words);
 
+// One that there is not; what is to be said of it the table of verbs knows.
+class UnknownOption final : public rt::Exception {
+ public:
+  explicit UnknownOption(const rt::String& option) : Exception(option), option_(option) {}
+
+  const rt::String& option() const { return option_; }  // "--foo" or "-x"
+
+ private:
+  rt::String option_;
+};
+
 class Arguments {
  public:
   // Options may stand anywhere, as "--name value" or "--name=value"; what follows "--" is none.
-  // Refuses with Exit::usage.
+  // Refuses with Exit::usage, or throws UnknownOption.
   explicit Arguments(std::span<const rt::String> arguments);
 
   // All but options. The words of the verb are taken off once it is known.
@@ -44,6 +56,8 @@ class Arguments {
   std::vector<rt::String> values(std::string_view option) const;
   // Of --timeout; 60 when it is not given.
   rt::Seconds timeout() const;
+  // Of --tail, 1 or more; nothing when it is not given.
+  std::optional<size_t> tail() const;
   // Of --beat, 1 or more; nothing when it is not given.
   std::optional<rt::Seconds> beat() const;
 

@@ -18,6 +18,7 @@ enum class Exit : uint8_t {
   invalid = 5,      // a value is refused; nothing was written
   unreachable = 6,  // the state database cannot be used
   timedOut = 7,
+  differs = 8,  // with --exit-code: something would be changed
 };
 
 // Ends a verb, or one of its names. Each sentence becomes a line on standard error.

@@ -51,14 +51,48 @@ constexpr Synonym table[] = {
     {"undo,undestroy,unremove,recover,trash",
      "'vmctl undelete' shows the VMs that were removed last, and 'vmctl undelete NAME' brings one "
      "back"},
-    {"snapshot,checkpoint,save",
-     "there are no snapshots: 'vmctl disable NAME --wait', then copy the disk image"},
+    {"snapshot,checkpoint,save,managedsave",
+     "there are no snapshots: 'vmctl stop NAME --wait', then copy the disk image"},
+    {"snapshot create,snapshot-create,snapshot list,snapshot-list",
+     "there are no snapshots: 'vmctl stop NAME --wait', then copy the disk image"},
+    {"setmem,setmaxmem,memory", "'vmctl set NAME memory=SIZE' gives a guest other memory"},
+    {"setvcpus,vcpus,cpu", "a guest has one processor: 'vmctl set NAME cpuMax=0.5' bounds it"},
+    {"image,images,disk,disks,volume,volumes,pool-list,vol-list",
+     "a VM has one disk image, a file of yours: 'vmctl set NAME diskImage=FILE'"},
+    {"domifaddr,ip,addr", "'vmctl show NAME' has a VM's cards; of IP addresses nothing is known"},
+    {"net-list,iface-list", "'vmctl interface list' shows the interfaces"},
+    {"wakeup,dompmwakeup", "'vmctl resume NAME' lets a guest go on"},
+    {"scale,rollout,expose,label,annotate,tag",
+     "there is no such thing here: 'vmctl --help' lists what there is"},
     {"migrate,move", "'vmctl export' here and 'vmctl apply' there take over the configuration"},
     {"network,networks,net,interfaces,iface", "'vmctl interface list' shows the interfaces"},
     {"check,validate,diagnose", "'vmctl doctor' tells what is wrong with the machine"},
 };
 
+constexpr OptionSynonym optionTable[] = {
+    {"--json,-j", "output", "", "say -o json"},
+    {"--wide,-w,-l,--long", "output", "list,top,fdb list", "say -o wide"},
+    {"--quiet,-q,--name,--names", "output", "list,interface list,undelete", "say -o name"},
+    {"-a,--running,--state,--title", "output", "list", "all VMs are shown, leave it out"},
+    {"--format,--fmt", "output", "list,show", "say -o json"},
+    {"--watch", "output", "list,show", "'vmctl watch' shows what changes"},
+    {"--ram,--mem,-m", "memory", "", "say --memory SIZE"},
+    {"--image,--iso,--cdrom,--drive,--hda", "disk", "", "say --disk FILE"},
+    {"--network,--net,--bridge,--interface", "nic", "", "say --nic intf=INTERFACE"},
+    {"--cpus,--vcpus,--cpu,--smp", "disk", "",
+     "a guest has one processor; 'vmctl set NAME cpuMax=0.5' lets it have less"},
+    {"--name,-n", "disk", "", "the name stands alone: 'vmctl add NAME --disk FILE'"},
+    {"--vnc,--graphics,--display", "vnc-port", "", "say --vnc-port PORT"},
+    {"--autostart,--start,--running", "enabled", "", "say --enabled"},
+    {"--mode,--force,-9,--kill", "now", "", "say --now: its guest ends at once"},
+    {"--lines", "tail", "", "say -n COUNT"},
+    {"--yes,-y,--assume-yes", "", "", "nothing is asked, leave it out"},
+    {"-t,--time", "timeout", "", "say --timeout S"},
+};
+
 }  // namespace
+
+std::span<const OptionSynonym> optionSynonyms() { return optionTable; }
 
 std::span<const Synonym> synonyms() { return table; }
 

@@ -15,4 +15,13 @@ struct Synonym {
 // leads from a word that is harmless to a verb that is not.
 std::span<const Synonym> synonyms();
 
+// The same of an option.
+struct OptionSynonym {
+  std::string_view theirs;  // "--json,-j"
+  std::string_view option;  // of verbs that take this one of ours; empty: of all
+  std::string_view verb;    // of these verbs alone: "list,show"; empty: of all
+  std::string_view says;
+};
+std::span<const OptionSynonym> optionSynonyms();
+
 }  // namespace ctl

@@ -144,7 +144,10 @@ Plan planOf(const std::map<rt::String, VmRow>& rows, const ApplyDocument& docume
   if (others == Others::prune)
     for (const auto& [name, row] : rows)
       if (steps.count(name) == 0)
-        steps[name] = {.kind = StepKind::remove, .name = name, .revision = row.revision};
+        steps[name] = {.kind = StepKind::remove,
+                       .name = name,
+                       .revision = row.revision,
+                       .wasEnabled = row.isEnabled()};
   Plan plan;
   plan.steps.reserve(steps.size());
   for (auto& [name, step] : steps) plan.steps.push_back(std::move(step));

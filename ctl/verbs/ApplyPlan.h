@@ -24,6 +24,7 @@ struct Step {
   OwnRows ownBefore{};
   std::vector<rt::String> changes{};  // such as "memory=512"
   bool needsRestart = false;
+  bool wasEnabled = false;  // of one that is removed
 };
 
 struct Plan {

@@ -9,6 +9,7 @@
 #include "ctl/verbs/Removed.h"
 #include "ctl/view/OwnRows.h"
 #include "model/Tables.h"
+#include "runtime/base/Text.h"
 #include "statedb/EntityDocument.h"
 
 namespace ctl {
@@ -20,7 +21,9 @@ void printPlan(Context& context, const Plan& plan) {
   std::ostream& out = context.world().out;
   for (const Step& step : plan.steps) {
     if (step.kind == StepKind::add) out << "add " << visible(step.name) << '\n';
-    if (step.kind == StepKind::remove) out << "remove " << visible(step.name) << '\n';
+    if (step.kind == StepKind::remove)
+      out << "remove " << visible(step.name) << (step.wasEnabled ? ", and its guest ends" : "")
+          << '\n';
     if (step.kind == StepKind::change)
       out << "change " << visible(step.name) << ": " << visible(changesText(step)) << '\n';
   }
@@ -32,6 +35,33 @@ void tellDone(Context& context, const Plan& plan, const ApplyMode& mode) {
     if (step.kind == StepKind::remove) context.tell(step.name + ": removed");
     if (step.kind == StepKind::change) context.tell(step.name + ": changed: " + changesText(step));
   }
+}
+
+const char* wordOf(StepKind kind) {
+  return kind == StepKind::add ? "add" : kind == StepKind::remove ? "remove" : "change";
+}
+
+rt::String listJson(const std::vector<rt::String>& texts) {
+  rt::String json = "[";
+  for (const rt::String& text : texts) (json += json.size() > 1 ? "," : "") += quoted(text);
+  return json + "]";
+}
+
+// `others`: what was changed beside the VMs.
+rt::String planJson(const Plan& plan, const std::vector<rt::String>& others,
+                    const ApplyMode& mode) {
+  rt::String json = jsonHead(false) + R"("dryRun":)" +
+                    rt::toText(mode.writing == ApplyMode::Writing::told) + R"(,"changes":[)";
+  const char* separator = "";
+  for (const Step& step : plan.steps) {
+    if (step.kind == StepKind::keep) continue;
+    ((json += separator) += R"({"name":)") += quoted(step.name);
+    ((json += R"(,"op":")") += wordOf(step.kind)) += R"(","changes":)";
+    (json += listJson(step.changes)) += R"(,"needsRestart":)";
+    (json += rt::toText(step.needsRestart)) += '}';
+    separator = ",";
+  }
+  return json + R"(],"others":)" + listJson(others) + "}";
 }
 
 bool isIdle(const Plan& plan) {
@@ -91,7 +121,11 @@ Exit apply(Context& context, const ApplyDocument& document, const ApplyMode& mod
     if (mode.writing == ApplyMode::Writing::done) context.db().commit(transaction);
   });
   warnOfImages(context, configuration, plan);
-  if (isIdle(plan) && others.empty()) {
+  const bool isSame = isIdle(plan) && others.empty();
+  if (context.format() == Format::json) {
+    context.printJson(planJson(plan, others, mode));
+    if (!isSame && mode.writing == ApplyMode::Writing::done) complainOfDelay(context);
+  } else if (isSame) {
     context.tell("nothing to change");
   } else if (mode.writing == ApplyMode::Writing::told) {
     printPlan(context, plan);
@@ -101,12 +135,15 @@ Exit apply(Context& context, const ApplyDocument& document, const ApplyMode& mod
     for (const rt::String& line : others) context.tell(line);
     complainOfDelay(context);
   }
-  return Exit::done;
+  return mode.tellsByExit && !isSame ? Exit::differs : Exit::done;
 }
 
 ApplyMode applyModeOf(const Arguments& arguments) {
-  return {arguments.has("prune") ? Others::prune : Others::stay,
-          arguments.has("dry-run") ? ApplyMode::Writing::told : ApplyMode::Writing::done};
+  if (arguments.has("exit-code") && !arguments.has("dry-run"))
+    throw Refusal(Exit::usage, "--exit-code tells what --dry-run found: say both");
+  return {.others = arguments.has("prune") ? Others::prune : Others::stay,
+          .writing = arguments.has("dry-run") ? ApplyMode::Writing::told : ApplyMode::Writing::done,
+          .tellsByExit = arguments.has("exit-code")};
 }
 
 Exit applyDocument(Context& context, const Arguments& arguments) {

@@ -17,9 +17,10 @@ struct ApplyMode {
 
   Others others = Others::stay;
   Writing writing = Writing::done;
+  bool tellsByExit = false;     // whether there is a change, as Exit::differs
   const char* added = "added";  // what is said of a VM that was made
 };
-// By --prune and --dry-run.
+// By --prune, --dry-run and --exit-code.
 ApplyMode applyModeOf(const Arguments& arguments);
 
 // Adds what is to be written with the VMs, and returns a line for each. May be called again, with

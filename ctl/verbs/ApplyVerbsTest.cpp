@@ -58,12 +58,55 @@ TEST_F(ApplyVerb, WithDryRunSaysWhatItWouldDoAndWritesNothing) {
             "--prune --dry-run"),
       (Answer{0,
               "change web1: diskImage=\"/b.iso\", enabled=false\n"
-              "remove web2\n"
+              "remove web2, and its guest ends\n"
               "add web3\n",
               ""}));
   EXPECT_THAT(doc("vmConfig", "web1"), HasSubstr("/images/web.iso"));
   EXPECT_NE(doc("vmConfig", "web2"), "none");
   EXPECT_EQ(doc("vmConfig", "web3"), "none");
+}
+
+TEST_F(ApplyVerb, TellsByItsExitWhetherSomethingWouldChange) {
+  putVm("web1", false);
+  const std::string same = document(vm("web1", plain));
+  const std::string other = document(vm("web1", plain) + "," + vm("web2", plain));
+  EXPECT_EQ(apply(same, "--dry-run --exit-code"), (Answer{0, "", "nothing to change\n"}));
+  EXPECT_EQ(apply(other, "--dry-run --exit-code"), (Answer{8, "add web2\n", ""}));
+  EXPECT_EQ(apply(other, "--dry-run"), (Answer{0, "add web2\n", ""}));
+  EXPECT_EQ(apply("{", "--dry-run --exit-code").exit, 5);
+  EXPECT_EQ(apply(other, "--exit-code").exit, 2) << "a script that looks must not write";
+  EXPECT_EQ(doc("vmConfig", "web2"), "none");
+}
+
+TEST_F(ApplyVerb, WritesWhatWouldChangeAsJson) {
+  putVm("web1", true);
+  putVm("web2", true);
+  const Answer answer =
+      apply(document(vm("web1", R"("enabled":true,"diskImage":"/images/web.iso","memory":512)")),
+            "--prune --dry-run -o json");
+  EXPECT_EQ(answer, (Answer{0,
+                            "{\n"
+                            "  \"version\": 1,\n"
+                            "  \"dryRun\": true,\n"
+                            "  \"changes\": [\n"
+                            "    {\n"
+                            "      \"name\": \"web1\",\n"
+                            "      \"op\": \"change\",\n"
+                            "      \"changes\": [\n"
+                            "        \"memory=512\"\n"
+                            "      ],\n"
+                            "      \"needsRestart\": true\n"
+                            "    },\n"
+                            "    {\n"
+                            "      \"name\": \"web2\",\n"
+                            "      \"op\": \"remove\",\n"
+                            "      \"changes\": [],\n"
+                            "      \"needsRestart\": false\n"
+                            "    }\n"
+                            "  ],\n"
+                            "  \"others\": []\n"
+                            "}\n",
+                            ""}));
 }
 
 TEST_F(ApplyVerb, OfWhatIsSoChangesNothing) {

@@ -73,7 +73,7 @@ TEST_F(RestoreVerb, WithPruneRemovesWhatIsNotThere) {
   putVm("new", true);
   put("interface", "Vlan9", R"({"deviceName":"br9"})");
   EXPECT_EQ(vmctl("restore /b --prune --dry-run").out,
-            "remove new\ninterface Vlan9: is the device of its own name\n");
+            "remove new, and its guest ends\ninterface Vlan9: is the device of its own name\n");
   EXPECT_NE(doc("vmConfig", "new"), "none");
   EXPECT_EQ(vmctl("restore /b --prune").exit, 0);
   EXPECT_EQ(doc("vmConfig", "new"), "none");

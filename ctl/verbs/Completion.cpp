@@ -12,7 +12,8 @@ namespace {
 using Words = std::vector<rt::String>;
 
 constexpr std::string_view waitValues =
-    "state=Running state=Stopped enabled=true enabled=false config.enabled=true "
+    "actual=running actual=stopped actual=paused actual=crashed state=Running state=Stopped "
+    "enabled=true enabled=false config.enabled=true "
     "config.enabled=false process=none process=running process=ending";
 
 Words stringsOf(std::string_view text) {

@@ -67,7 +67,8 @@ TEST_F(CompletionVerb, OfOptionsValues) {
   EXPECT_EQ(after({"watch", "--output", "j"}), "json");
   EXPECT_EQ(after({"apply", "-f", ""}), "");
   EXPECT_EQ(after({"logs", "-f", "web"}), "web1 web2");
-  EXPECT_EQ(after({"wait", "web1", "--for", ""}), "config.enabled= enabled= process= state=");
+  EXPECT_EQ(after({"wait", "web1", "--for", ""}),
+            "actual= config.enabled= enabled= process= state=");
   EXPECT_EQ(after({"wait", "web1", "--for", "process=r"}), "process=running");
   EXPECT_EQ(after({"enable", "--timeout", "5", "web"}), "web1 web2");
 }

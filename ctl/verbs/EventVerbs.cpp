@@ -25,7 +25,8 @@ struct Wish {
   rt::String vm;       // empty: all
   uint64_t since = 0;  // seconds since 1970
   std::optional<uint64_t> after;
-  rt::String store;  // that `after` is of; empty: this one
+  rt::String store;            // that `after` is of; empty: this one
+  std::optional<size_t> tail;  // so many at first; nothing: all
 };
 
 // "SEQ" or "STORE:SEQ".
@@ -55,6 +56,7 @@ Wish wishOf(Context& context, const Arguments& arguments) {
   if (const auto since = arguments.value("since"))
     wish.since = momentOf(*since, context.world().timeOfDay(), bootedAt(context.world().machine));
   if (const auto after = arguments.value("after")) takeAfter(*after, wish);
+  wish.tail = arguments.tail();
   return wish;
 }
 
@@ -89,10 +91,13 @@ class Events {
     tellLoss(*daemon);
     std::sort(events.begin(), events.end(),
               [](const auto& a, const auto& b) { return a->seq() < b->seq(); });
-    for (const model::Event::Ptr& event : events)
-      if (!wish_.after || isLost_ || event->seq() > *wish_.after) show(*event);
+    if (wish_.after && !isLost_)
+      std::erase_if(events, [&](const auto& event) { return event->seq() <= *wish_.after; });
+    if (wish_.tail && events.size() > *wish_.tail)
+      events.erase(events.begin(), events.end() - static_cast<std::ptrdiff_t>(*wish_.tail));
+    for (const model::Event::Ptr& event : events) show(*event);
     flush();
-    if (!isJson_ && !wish_.after && daemon->eventsDropped() > 0)
+    if (!isJson_ && !wish_.after && !wish_.tail && daemon->eventsDropped() > 0)
       context_.tell(rt::toText(daemon->eventsDropped()) + " older events are not kept");
     return events.size();
   }
@@ -106,6 +111,7 @@ class Events {
     const statedb::Changes changes = context_.db().store(statedb::Half::status).changes(*cursor_);
     if (changes.resume != statedb::Resume::resumed) {
       wish_.after = newest_;
+      wish_.tail.reset();
       wish_.store = store_;
       isLost_ = false;
       all();

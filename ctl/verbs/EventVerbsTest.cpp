@@ -55,6 +55,17 @@ TEST_F(EventVerb, OfOneVmAndSinceAMomentIsItsHistory) {
   EXPECT_EQ(vmctl("history web1 --since tomorrow").exit, 2);
 }
 
+TEST_F(EventVerb, ShowsTheLastOfAllOrOfAVm) {
+  putThree();
+  EXPECT_EQ(vmctl("events -n 2").out, vmctl("events --since 1h").out);
+  const Answer last = vmctl("history web1 --tail 1");
+  EXPECT_THAT(last.out, HasSubstr("QEMU was killed"));
+  EXPECT_THAT(last.out, Not(HasSubstr("memory")));
+  EXPECT_EQ(vmctl("events -n 9").out, vmctl("events").out);
+  EXPECT_EQ(vmctl("events -n 0"),
+            (Answer{2, "", "vmctl: -n: '0' is refused: must be 1 or more\n"}));
+}
+
 TEST_F(EventVerb, KnowsTheHistoryOfAVmThatWasRemoved) {
   putThree();
   EXPECT_THAT(vmctl("history web2").out, HasSubstr("its guest runs"));

@@ -1,5 +1,7 @@
 #include "ctl/verbs/ListVerbs.h"
 
+#include <algorithm>
+
 #include "ctl/line/Json.h"
 #include "ctl/view/CardInterfaces.h"
 #include "ctl/view/StateView.h"
@@ -29,8 +31,14 @@ rt::String screenOf(Context& context, const VmRow& row) {
 
 }  // namespace
 
-Exit listVms(Context& context, const Arguments&) {
-  const std::vector<VmRow> rows = allVms(context);
+Exit listVms(Context& context, const Arguments& arguments) {
+  std::vector<VmRow> rows = allVms(context);
+  if (const std::vector<rt::String>& names = arguments.words(); !names.empty()) {
+    for (const rt::String& name : names) (void)presentVm(context, name);
+    std::erase_if(rows, [&](const VmRow& row) {
+      return std::find(names.begin(), names.end(), row.name) == names.end();
+    });
+  }
   const bool isStale = complainOfStaleness(context);
   for (const VmRow& row : rows) complainOfUnreadable(context, row);
   if (context.format() == Format::json) {

@@ -38,6 +38,17 @@ TEST_F(LogsVerb, ShowsTheOlderFileFirst) {
   EXPECT_EQ(vmctl("logs web1"), (Answer{0, "old\nnew\n", ""}));
 }
 
+TEST_F(LogsVerb, ShowsTheLastLines) {
+  append("console.log.1", "one\ntwo\n");
+  append("console.log", "three\n\nlast");
+  EXPECT_EQ(vmctl("logs web1 -n 1").out, "last");
+  EXPECT_EQ(vmctl("logs web1 --tail 4").out, "two\nthree\n\nlast");
+  EXPECT_EQ(vmctl("logs web1 -n 5").out, "one\ntwo\nthree\n\nlast");
+  EXPECT_EQ(vmctl("logs web1 -n 9").out, "one\ntwo\nthree\n\nlast");
+  append("console.log", "\n");
+  EXPECT_EQ(vmctl("logs web1 -n 2").out, "\nlast\n");
+}
+
 TEST_F(LogsVerb, SayWhenTheGuestHasWrittenNothing) {
   append("console.log", "");
   EXPECT_EQ(vmctl("logs web1"),

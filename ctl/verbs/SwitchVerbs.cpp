@@ -126,7 +126,8 @@ int32_t timeOf(const Arguments& arguments) {
   if (!arguments.has("timeout")) return -1;
   const double seconds = std::ceil(arguments.timeout().value());
   if (seconds > guest::longestStopTimeout)
-    throw Refusal(Exit::usage, rt::String("--timeout: ") + guest::stopTimeoutRight);
+    throw Refusal(Exit::usage, "--timeout: '" + arguments.value("timeout", {}) +
+                                   "' is refused: " + guest::stopTimeoutRight);
   return static_cast<int32_t>(seconds);
 }
 
@@ -265,7 +266,7 @@ Exit stopVms(Context& context, const Arguments& arguments) {
   Deed deed;
   // One that gets so long is ended soon after.
   constexpr rt::Seconds forItsEnd(15);
-  deed.patience = within > 0 ? arguments.timeout() + forItsEnd : arguments.timeout();
+  deed.patience = arguments.has("timeout") ? arguments.timeout() + forItsEnd : arguments.timeout();
   deed.ask = [&](const rt::String& name) -> rt::String {
     const auto changed = configuration.change(
         name, [](const VmRecords& records, auto&) { records.vm.enabledIs(false); },

@@ -91,18 +91,23 @@ constexpr Verb table[] = {
      setNic},
     {"nic remove", "nic rm", "NAME KEY", 2, 2, "", "", "remove a network card",
      "Removes a network card; a running guest keeps it until its next start.\n", removeNic},
-    {"start", "enable", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "", "start VMs",
+    {"start", "", "[NAME...]", 0, anyNumber, "dry-run all wait timeout", "", "start VMs",
      "Starts virtual machines, and keeps them started: after a reboot too. One whose guest has "
      "ended\n"
      "by itself is started again. Done is: the status is enabled and Running.\n",
      startVms},
+    {"enable", "", "[NAME...]", 0, anyNumber, "now dry-run all wait timeout", "",
+     "start VMs: the same as 'start'",
+     "The same as 'vmctl start'. It starts them at once: --now says nothing more.\n", startVms},
     {"stop", "", "[NAME...]", 0, anyNumber, "now all wait timeout", "", "stop VMs",
      "Asks the guests to shut down, and keeps the machines stopped, after a reboot too. One that "
      "has\n"
      "not shut itself down in time is switched off: after 15 seconds, or what 'vmagentd\n"
      "--stop-timeout' says, or after those of --timeout; with --now at once, which loses what it "
      "has\n"
-     "not written. Said again, it may be sooner, never later. Done is: the status is not enabled,\n"
+     "not written. Said again, it may be sooner, never later. --wait waits 15 seconds more than "
+     "that\n"
+     "for their end, or 60 without --timeout. Done is: the status is not enabled,\n"
      "and no process is left.\n"
      "\n"
      "It needs no vmagentd: a guest's keeper ends it.\n",
@@ -160,12 +165,14 @@ constexpr Verb table[] = {
      "whom.\n"
      "It is judged as by 'vmctl apply': a MAC address that another has now keeps it away.\n",
      undeleteVm},
-    {"list", "ls", "", 0, 0, "", allFormats, "show all VMs",
-     "Shows all virtual machines: what is wanted (running, stopped, or gone: it was removed and "
-     "has\n"
-     "not ended yet), what is so (stopped, starting, running, paused, stopping, hung, crashed,\n"
-     "retrying or refused), for how long, why or what is wrong, and what comes next or what to\n"
-     "type. On a terminal of less than 100 columns WHY and NEXT are told in few words.\n",
+    {"list", "ls", "[NAME...]", 0, anyNumber, "", allFormats, "show all VMs",
+     "Shows all virtual machines, or those named: what is wanted (running, stopped, or gone: it "
+     "was\n"
+     "removed and has not ended yet), what is so (stopped, starting, running, paused, stopping, "
+     "hung,\n"
+     "crashed, retrying or refused), for how long, why or what is wrong, and what comes next or "
+     "what\n"
+     "to type. On a terminal of less than 100 columns WHY and NEXT are told in few words.\n",
      listVms},
     {"why", "", "NAME", 1, 1, "", "table json", "tell why a VM is as it is",
      "Tells what is wanted of a virtual machine, what is so and since when, why, how its last run\n"
@@ -179,6 +186,7 @@ constexpr Verb table[] = {
     {"wait", "", "NAME", 1, 1, "for timeout", "", "wait until a VM is as you say",
      "Returns when all that --for says is so:\n"
      "\n"
+     "  actual          as 'vmctl list' has it, such as running; that word alone will do\n"
      "  state           as the agent reports it, such as Running or Stopped\n"
      "  enabled         whether the agent has it switched on: true or false\n"
      "  config.enabled  whether the configuration has it enabled: true or false\n"
@@ -211,7 +219,7 @@ constexpr Verb table[] = {
      "  systemctl enable --now vmagent-metrics.socket     answers http://127.0.0.1:9709/metrics\n"
      "  systemctl enable --now vmagent-textfile.timer     writes a file for node_exporter\n",
      writeMetrics},
-    {"events", "", "", 0, 0, "follow since after", "table json", "show what has happened",
+    {"events", "", "", 0, 0, "follow since after tail", "table json", "show what has happened",
      "Shows what has happened to all virtual machines, the newest last: what was changed, from "
      "what\n"
      "to what and by whom; how each became what it is, and how it ended; resets and other troubles "
@@ -222,7 +230,7 @@ constexpr Verb table[] = {
      "that\n"
      "is said and all there is is shown. The option -f must stand behind the verb.\n",
      showEvents},
-    {"history", "", "NAME", 1, 1, "follow since after", "table json",
+    {"history", "", "NAME", 1, 1, "follow since after tail", "table json",
      "show what has happened to a VM",
      "Shows what has happened to a virtual machine, as 'vmctl events' does, also to one that was\n"
      "removed.\n"
@@ -234,17 +242,20 @@ constexpr Verb table[] = {
      "Connects this terminal and the guest's serial console. Ctrl-] leaves it; the guest goes on.\n"
      "It is for one at a time; with --view any number can look at it.\n",
      openConsole},
-    {"logs", "", "NAME", 1, 1, "follow shim", "", "show what a guest wrote on its console",
+    {"logs", "", "NAME", 1, 1, "follow tail shim", "", "show what a guest wrote on its console",
      "Shows what the guest wrote on its serial console, the last one or two mebibytes of it or,\n"
      "with --shim, what its keeper and QEMU had to say; over its restarts. On a terminal, control\n"
      "characters are written \\xNN. The option -f must stand behind the verb.\n",
      showLogs},
     {"export", "", "", 0, 0, "", "json", "write the configuration as a document",
      "Writes the configuration of all virtual machines, as 'vmctl apply' reads it.\n", exportVms},
-    {"apply", "", "", 0, 0, "file dry-run prune", "", "make the configuration what a document says",
+    {"apply", "", "", 0, 0, "file dry-run exit-code prune", "table json",
+     "make the configuration what a document says",
      "Makes and changes virtual machines so that each is as the document says; what it does not\n"
      "name stays, or with --prune is removed, even when it is enabled. All in one transaction:\n"
-     "when anything is wrong, all of it is told and nothing is written.\n"
+     "when anything is wrong, all of it is told and nothing is written. With --dry-run "
+     "--exit-code\n"
+     "the exit is 8 where something would be changed.\n"
      "\n"
      "The document is what 'export', 'list -o json' or 'show -o json' write; status and problem\n"
      "are passed over.\n",

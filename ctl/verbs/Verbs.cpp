@@ -128,7 +128,50 @@ rt::String withFields(std::string_view help) {
   return rt::String(help.substr(0, at + 1)) + fieldsHelp() + help.substr(at + mark.size());
 }
 
+// The verb among the words, or none; refuses a word that stands where a verb would.
+const Verb* verbAmong(std::span<const rt::String> arguments) {
+  std::vector<rt::String> words;
+  for (const rt::String& word : arguments)
+    if (word.empty() || word[0] != '-') words.push_back(word);
+  if (!words.empty() && words.front() == "help") words.erase(words.begin());
+  for (size_t i = 0; i < words.size(); ++i) {
+    const rt::String two = i + 1 < words.size() ? words[i] + " " + words[i + 1] : rt::String();
+    for (const rt::String& name : {two, words[i]})
+      if (const Verb* const verb = verbNamed(name)) return verb;
+  }
+  if (words.empty()) return nullptr;
+  Arguments rest(words);
+  return &takeVerb(rest);
+}
+
+// What to say in its place of one of others; empty: it is none.
+std::string_view insteadOf(const Verb& verb, std::string_view option) {
+  for (const OptionSynonym& synonym : optionSynonyms()) {
+    const Option* const ours = optionNamed(synonym.option);
+    const bool isOfVerb = synonym.verb.empty() || lists(synonym.verb, verb.name);
+    if (isOfVerb && (!ours || takes(verb, *ours)) && lists(synonym.theirs, option))
+      return synonym.says;
+  }
+  return {};
+}
+
 }  // namespace
+
+Refusal unknownOption(const rt::String& option, std::span<const rt::String> arguments) {
+  const rt::String what = "there is no option '" + option + "'";
+  const Verb* const verb = verbAmong(arguments);
+  if (!verb) return {Exit::usage, what + "; 'vmctl VERB --help' lists those of a verb"};
+  if (const std::string_view says = insteadOf(*verb, option); !says.empty())
+    return {Exit::usage, what + ": " + says};
+  std::vector<std::string_view> names;
+  for (const Option& each : allOptions())
+    if (takes(*verb, each)) names.push_back(each.name);
+  const bool isLong = option.size() > 2;
+  const auto near = isLong ? rt::nearName(option.substr(2), names) : std::nullopt;
+  return {Exit::usage, what + (near ? "; did you mean '--" + rt::String(*near) + "'?"
+                                    : "; 'vmctl " + rt::String(verb->name) +
+                                          " --help' lists those of '" + verb->name + "'")};
+}
 
 std::vector<std::string_view> wordsOf(std::string_view text) {
   std::vector<std::string_view> words;
@@ -259,8 +302,9 @@ rt::String generalHelp() {
       text += optionHelp(option, {});
   text +=
       "\nexit: 0 done, 1 failed, 2 wrong usage, 3 no such VM, 4 conflict, 5 a value is refused,\n"
-      "      6 the state database cannot be used, 7 timed out. Of several names, the first that\n"
-      "      was not done counts; the others are done all the same.\n";
+      "      6 the state database cannot be used, 7 timed out, 8 with --exit-code: it differs.\n"
+      "      Of several names, the first that was not done counts; the others are done all the "
+      "same.\n";
   return text;
 }
 

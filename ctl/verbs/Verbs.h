@@ -40,6 +40,8 @@ std::vector<std::string_view> wordsOf(std::string_view text);
 const Verb& takeVerb(Arguments& arguments);
 // Refuses operands and options that the verb does not take.
 void requireFit(const Verb& verb, const Arguments& arguments);
+// Of an option that there is not, behind the verb that these words name.
+Refusal unknownOption(const rt::String& option, std::span<const rt::String> arguments);
 Format formatOf(const Verb& verb, const Arguments& arguments);
 
 rt::String helpOf(const Verb& verb);

@@ -53,6 +53,21 @@ TEST_F(WaitVerb, KnowsTheAgentsStatesInWhateverCase) {
   EXPECT_EQ(vmctl("wait web1 --for state=\xc3\xbcunning --timeout 0").exit, 7);
 }
 
+TEST_F(WaitVerb, KnowsItsOwnFieldsAndValuesInWhateverCase) {
+  putOff("web1");
+  EXPECT_EQ(vmctl("wait web1 --for Process=None --for Config.Enabled=TRUE"), (Answer{0, "", ""}));
+}
+
+TEST_F(WaitVerb, KnowsWhatListHasAsActual) {
+  putOff("web1");
+  onWait([&] { putRunning("web1"); });
+  EXPECT_EQ(vmctl("wait web1 --for actual=running"), (Answer{0, "", ""}));
+  EXPECT_EQ(vmctl("wait web1 --for Running"), (Answer{0, "", ""}));
+  ASSERT_EQ(vmctl("restart web1").exit, 0);
+  EXPECT_EQ(vmctl("wait web1 --for running --timeout 0").exit, 7) << "that is the run before";
+  EXPECT_EQ(vmctl("wait web1 --for runing").exit, 2);
+}
+
 TEST_F(WaitVerb, TellsNoChangeThatWaitsForARestartAsTrouble) {
   put("vmProblem", "web1", R"({"problem":"memory: changed","since":1,"source":"restart"})");
   EXPECT_THAT(vmctl("wait web1 --for state=Running --timeout 3").err,
@@ -108,11 +123,11 @@ TEST_F(WaitVerb, RefusesAVmThatIsNotThere) {
 TEST_F(WaitVerb, RefusesWhatCannotBeWaitedFor) {
   EXPECT_EQ(
       vmctl("wait web1"),
-      (Answer{2, "", "vmctl: 'wait' needs --for FIELD=VALUE, such as --for state=Running\n"}));
+      (Answer{2, "", "vmctl: 'wait' needs --for FIELD=VALUE, such as --for actual=running\n"}));
   EXPECT_EQ(vmctl("wait web1 --for memory=1"),
             (Answer{2, "",
-                    "vmctl: --for: there is no field 'memory' to wait for; there are state, "
-                    "enabled, config.enabled and process\n"}));
+                    "vmctl: --for: there is no field 'memory' to wait for; there are "
+                    "actual, state, enabled, config.enabled and process\n"}));
   EXPECT_EQ(vmctl("wait web1 --for process=gone"),
             (Answer{2, "",
                     "vmctl: --for: process: 'gone' is refused: must be none, running or "

@@ -139,7 +139,9 @@ VmRow presentVm(Context& context, const rt::String& name) {
 }
 
 Refusal noSuchVm(const rt::String& name, const std::vector<std::string_view>& names) {
-  return {Exit::noSuch, name + ": there is no such VM" + rt::didYouMean(name, names)};
+  return {Exit::noSuch, name + ": there is no such VM" +
+                            (name == "all" ? rt::String("; --all means all of them")
+                                           : rt::didYouMean(name, names))};
 }
 
 Refusal unknownVm(const rt::String& name) {
