@@ -103,7 +103,7 @@ def run(words, folder, log, options=""):
 def build(folder, source, version, flags, options=""):
     """Builds `source`, whose objects stay, as that version; its packages come into `folder`."""
     folder.mkdir(parents=True, exist_ok=True)
-    for old in [*folder.glob("vmagent*_*"), *source.parent.glob("vmagent*_*")]:
+    for old in [*folder.glob("*vmagent*_*"), *source.parent.glob("*vmagent*_*")]:
         old.unlink(missing_ok=True)
     copy_sources(source)
     (source / "debian/changelog").write_text(debian_changelog(
@@ -112,7 +112,7 @@ def build(folder, source, version, flags, options=""):
     jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL") or os.cpu_count()
     run(["dpkg-buildpackage", "--unsigned-source", "--unsigned-changes", "--no-pre-clean",
          f"--jobs={jobs}", *flags], source, folder / "build.log", options)
-    for made in source.parent.glob("vmagent*_*"):
+    for made in source.parent.glob("*vmagent*_*"):
         made.rename(folder / made.name)
 
 

@@ -13,8 +13,8 @@ PAGES = ("docs/testing.md", "docs/security.md", "docs/architecture.md", "docs/da
          "CONTRIBUTING.md")
 NAMED = re.compile(r"`((?!Simulator\.|Suite\.)[A-Z]\w*[*…]?)\.((?:[A-Z]|test_)\w*[*…]?|\*[A-Z]\w*\*?|\*|…)`")
 
-# Those of the page in Cockpit are Python's.
-BROWSER = "tests/page/page_test.py"
+# Those of the page in Cockpit, and of the module for Python, are Python's.
+PYTHONS = ("tests/page/page_test.py", "python/vmagent_test.py")
 PYTHON = re.compile(r"^class (\w+)|^    def (test_\w+)", re.M)
 
 TEST = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)", re.M)
@@ -73,5 +73,5 @@ def page_findings(tests, pages):
 def check(texts, root):
     tests = tests_of(texts)
     pages = {page: (root / page).read_text() for page in PAGES}
-    browser = {BROWSER: python_tests_of((root / BROWSER).read_text())}
-    return suite_findings(tests) + page_findings(tests | browser, pages)
+    pythons = {path: python_tests_of((root / path).read_text()) for path in PYTHONS}
+    return suite_findings(tests) + page_findings(tests | pythons, pages)
