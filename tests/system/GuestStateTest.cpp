@@ -66,15 +66,19 @@ TEST_F(GuestState, CountsStartsAndEndsOverItsDaemon) {
     return waitUntil([&] { return world.ctl({"metrics"}).find(line) != std::string::npos; });
   };
   const std::string starts = "\nvmagent_vm_starts_total{vm=\"web1\"} ";
-  const std::string ends = "\nvmagent_vm_ends_total{vm=\"web1\",cause=\"powered-off\"} ";
+  const std::string ends = "\nvmagent_vm_ends_total{vm=\"web1\",cause=\"guest-shutdown\"} ";
   start();
-  bootVm("web1");
-  world.ctl({"stop", "web1", "--now", "--wait"});
+  runVm("web1");
+  world.type("web1", powerOff);
+  ASSERT_TRUE(counts(ends + "1\n")) << world.ctl({"metrics"});
+  const size_t before = world.console("web1").size();
   world.ctl({"start", "web1", "--wait"});
+  ASSERT_TRUE(world.saysOnConsole("web1", ready, before));
   EXPECT_TRUE(counts(starts + "2\n"));
   world.end(SIGKILL);
   start();
-  world.ctl({"stop", "web1", "--now", "--wait"});
+  expectShownRunning("web1");
+  world.type("web1", powerOff);
   EXPECT_TRUE(counts(ends + "2\n")) << world.ctl({"metrics"});
   EXPECT_TRUE(counts(starts + "2\n")) << world.ctl({"metrics"});
 }
