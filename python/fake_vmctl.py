@@ -63,13 +63,14 @@ def events(memory, words):
     after = next((word.partition("=")[2] for word in words if word.startswith("--after=")), None)
     store, _, seq = (after or "").rpartition(":")
     newest = max((event["seq"] for event in memory["events"]), default=0)
-    is_lost = after is not None and (store not in ("", memory["store"]) or int(seq) > newest or
-                                     memory.get("lostTo", 0) > int(seq))
+    why_lost = {"other-store": after and store not in ("", memory["store"]), "not-yet": after and int(seq) > newest,
+                "not-kept": after and memory.get("lostTo", 0) > int(seq)}
+    lost = [reason for reason, is_so in why_lost.items() if is_so]
     head = {"version": 1, "store": memory["store"]}
-    if is_lost:
-        say(**head, op="lost", to=int(seq), **{"from": int(seq) + 1})
+    if lost:
+        say(**head, op="lost", reason=lost[0])
     for event in memory["events"]:
-        if after is None or is_lost or event["seq"] > int(seq):
+        if after is None or lost or event["seq"] > int(seq):
             say(**head, op="event", seq=event["seq"], event=event)
     if "-f" in words:
         say(**head, op="synced")

@@ -63,10 +63,12 @@ _BY_EXIT = {3: NoSuch, 4: Conflict, 5: Refused, 6: Unreachable, 7: TimedOut, Non
 
 class Lost(Exception):
     """Events behind a cursor are not all kept any more: nobody can tell what has happened. So here is
-    how all is: `vms` and `events`, all there are; watch(after=cursor) goes on from there."""
+    how all is: `vms` and `events`, all there are; watch(after=cursor) goes on from there. `reason`:
+    "not-kept", "other-store" (the cursor is of another database) or "not-yet" (nothing has its number)."""
 
-    def __init__(self, vms, events, cursor):
-        super().__init__("events are lost, for they are not kept any more")
+    def __init__(self, reason, vms, events, cursor):
+        super().__init__(f"events behind the cursor are lost: {reason}")
+        self.reason = reason
         self.vms = vms
         self.events = events
         self.cursor = cursor
@@ -325,7 +327,7 @@ class _Watch:
         if stream is self._states:
             self._stale = line.get("stale", False)
         if op == "lost":
-            raise _lost(line["store"])
+            raise _lost(line["store"], line["reason"])
         if op == "event":
             self._seq = line["seq"]
             if self._is_new:
@@ -345,8 +347,8 @@ class _Watch:
         return Change(op, self._cursor, self._stale, vm, event)
 
 
-def _lost(store):
+def _lost(store, reason):
     # In this order: what happens between is told again rather than not at all.
     kept = events()
     newest = max((event["seq"] for event in kept), default=0)
-    return Lost(vms(), kept, f"{store}:{newest}")
+    return Lost(reason, vms(), kept, f"{store}:{newest}")

@@ -182,9 +182,11 @@ class Watch(ModuleTest):
         self.assertEqual(next(changes).vm["why"], why)
 
     def test_raises_what_is_lost_once_with_all_there_is(self):
-        for lost in ({"store": "s2"}, {"lostTo": 3}, {"events": [event(1)]}):
+        for reason, lost in (("other-store", {"store": "s2"}), ("not-kept", {"lostTo": 3}),
+                             ("not-yet", {"events": [event(1)]})):
             self.remember(**({"vms": [vm("web1")], "events": [event(3), event(4)]} | lost))
             caught = self.refused(vmagent.Lost, self.until_synced, self.watch(after="s1:2"))
+            self.assertEqual(caught.reason, reason)
             self.assertEqual([vm["name"] for vm in caught.vms], ["web1"])
             self.assertEqual(caught.events, lost.get("events", [event(3), event(4)]))
             told = self.until_synced(self.watch(after=caught.cursor))
@@ -194,7 +196,7 @@ class Watch(ModuleTest):
         changes = self.watch()
         self.until_synced(changes)
         self.remember(vms=[vm("web1")], store="s2")
-        self.tell("events", op="lost", store="s2", to=4)
+        self.tell("events", op="lost", reason="other-store", store="s2")
         caught = self.refused(vmagent.Lost, next, changes)
         self.assertEqual((len(caught.vms), caught.events, caught.cursor), (1, [], "s2:0"))
 
