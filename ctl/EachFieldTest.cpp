@@ -117,6 +117,14 @@ TEST_F(EachField, OfTheShownOnesSaysWhatIsUsualAndWhatThereIsToChoose) {
   EXPECT_THAT(json, testing::ContainsRegex("\"field\": \"diskImage\",[^}]*\"values\": null"));
 }
 
+TEST_F(EachField, IsInTheSchemaOfDocuments) {
+  const Answer schema = vmctl("schema");
+  for (const VmField& field : model::vmFields())
+    EXPECT_THAT(schema.out, HasSubstr("\"" + std::string(field.name) + "\": {")) << field.name;
+  EXPECT_THAT(schema.out, testing::ContainsRegex("\"memory\": [{][^}]*\"default\": 256,"));
+  EXPECT_THAT(schema.out, testing::ContainsRegex("\"restart\": [{][^}]*\"on-failure\""));
+}
+
 TEST_F(EachField, IsInTheDocumentOfAVm) {
   const Answer shown = vmctl("show web1 -o json");
   for (const VmField& field : model::vmFields())

@@ -94,6 +94,78 @@ TEST_F(Vmctl, WritesWhatAnotherReads) {
             R"("vnicConfig":{}})");
 }
 
+// What one whom vmctl's author never met says of a document, with the schema.
+class VmctlSchema : public Vmctl {
+ protected:
+  VmctlSchema() {
+    setUpDb();
+    std::ofstream(directory_ + "/schema.json") << run({"schema"}).out;
+  }
+  // Of each document whether it is valid: "yes" or "no".
+  std::string validityOf(const std::vector<std::string>& documents) const {
+    std::ofstream(directory_ + "/check.py")
+        << "import json, sys, jsonschema\n"
+           "schema = json.load(open(sys.argv[1]))\n"
+           "jsonschema.Draft202012Validator.check_schema(schema)\n"
+           "validator = jsonschema.Draft202012Validator(schema)\n"
+           "for file in sys.argv[2:]:\n"
+           "    print('yes' if validator.is_valid(json.load(open(file))) else 'no', end=' ')\n";
+    std::string command = "python3 " + directory_ + "/check.py " + directory_ + "/schema.json";
+    for (size_t i = 0; i < documents.size(); ++i) {
+      const std::string file = directory_ + "/document" + std::to_string(i);
+      std::ofstream(file) << documents[i];
+      command += " " + file;
+    }
+    EXPECT_EQ(std::system((command + " >" + directory_ + "/validity").c_str()), 0);
+    return fileText("validity");
+  }
+  // Whether vmctl takes it.
+  bool isTaken(const std::string& document) const {
+    std::ofstream(directory_ + "/taken.json") << document;
+    return run({"apply", "-f", directory_ + "/taken.json", "--dry-run"}).exit == 0;
+  }
+};
+
+TEST_F(VmctlSchema, AgreesWithWhatVmctlTakes) {
+  const std::string card = R"({"model":"e1000","macAddr":"52:54:00:12:34:56","intfName":"Vlan1"})";
+  const auto vm = [](const std::string& config, const std::string& more = "") {
+    return R"({"version":1,"vms":[{"name":"web1","config":{)" + config + "}" + more + "}]}";
+  };
+  const std::string disk = R"("diskImage":"/a.iso")";
+  const std::vector<std::string> sound{
+       vm(disk), vm(disk, R"(,"format":null)"), vm(disk, R"(,"limits":{"cpuMax":"0.5"})"),
+        vm(disk + R"(,"memory":64,"vncPort":0,"enabled":true,"vnicConfig":{"nic00":)" + card + "}",
+           R"(,"format":"qcow2","policy":{"restart":"always"},"status":null)"),
+        R"({"name":"web1","config":{)" + disk + "}}", R"({"version":1,"vms":[]})"};
+  for (const std::string& each : sound) EXPECT_TRUE(isTaken(each)) << each;
+  EXPECT_EQ(validityOf(sound), "yes yes yes yes yes yes ");
+  const std::vector<std::string> wrong{
+       vm(""), vm(disk + R"(,"memory":"64")"), vm(disk + R"(,"colour":"red")"),
+        vm(R"("diskImage":"a.iso")"), vm(disk, R"(,"format":"vmdk")"),
+        vm(disk, R"(,"limits":{"cpuMax":0.5})"), vm(disk, R"(,"policy":{"restart":"maybe"})"),
+        vm(disk + R"(,"vnicConfig":{"nic00":{"model":"e1000"}})"), vm(disk, R"(,"limit":{})"),
+        R"({"version":2,"vms":[]})", R"({"vms":[]})", "[]"};
+  for (const std::string& each : wrong) EXPECT_FALSE(isTaken(each)) << each;
+  EXPECT_EQ(validityOf(wrong), "no no no no no no no no no no no no ");
+}
+
+TEST_F(VmctlSchema, AgreesWithWhatVmctlWrites) {
+  run({"add", "web1", "--disk", "/images/web.iso", "--nic", "intf=Vlan1", "--restart", "always"});
+  statedb::StateDb db = setUpDb();
+  db.commit(statedb::Transaction()
+                .put("vmStatus", "web1", R"({"enabled":true,"state":"Running"})")
+                .put("vmProcess", "web1", R"({"process":"running","pid":1})"));
+  std::vector<std::string> documents;
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"export"}, {"list", "-o", "json"}, {"show", "web1", "-o", "json"}})
+    documents.push_back(run(command).out);
+  for (const std::string& document : documents) {
+    EXPECT_THAT(document, HasSubstr("web1"));
+    EXPECT_TRUE(isTaken(document)) << document;
+  }
+  EXPECT_EQ(validityOf(documents), "yes yes yes ") << documents[1];
+}
+
 TEST_F(Vmctl, ExitsWithTheNumberOfWhatHappened) {
   setUpDb();
   EXPECT_EQ(run({"add", "web1", "--disk", "/images/web.iso"}).exit, 0);

@@ -21,6 +21,8 @@ using Problems = std::vector<rt::Problem>;
 
 constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
+// Those that are taken, and then those that are passed over.
+constexpr size_t takenFields = 5;
 constexpr std::array<std::string_view, 26> vmFields{
     "name",         "config",  "format",    "limits",      "policy",  "status",  "process",
     "problem",      "removed", "unknown",   "stale",       "version", "wanted",  "actual",
@@ -119,6 +121,10 @@ class Reader {
 };
 
 }  // namespace
+
+std::span<const std::string_view> passedOverFields() {
+  return std::span(vmFields).subspan(takenFields);
+}
 
 ApplyDocument readApplyDocument(std::string_view text) {
   ApplyDocument document;

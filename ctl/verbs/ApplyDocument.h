@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -24,5 +25,8 @@ struct ApplyDocument {
 };
 
 ApplyDocument readApplyDocument(std::string_view text);
+
+// What a VM may have that is for readers alone.
+std::span<const std::string_view> passedOverFields();
 
 }  // namespace ctl

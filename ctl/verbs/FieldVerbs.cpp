@@ -1,6 +1,8 @@
 #include "ctl/verbs/FieldVerbs.h"
 
 #include "ctl/line/Json.h"
+#include "ctl/verbs/ApplyDocument.h"
+#include "ctl/view/Schema.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
@@ -86,6 +88,11 @@ Exit listFields(Context& context, const Arguments&) {
     table.row({pathOf(field), field.takesEffectAtOnce ? "at once" : "at the next start",
                rt::String(field.help)});
   context.print(table);
+  return Exit::done;
+}
+
+Exit printSchema(Context& context, const Arguments&) {
+  context.printJson(documentSchema(passedOverFields()));
   return Exit::done;
 }
 

@@ -1,4 +1,4 @@
-// The verb that tells which fields a VM has.
+// The verbs that tell which fields a VM has.
 #pragma once
 
 #include "ctl/line/Context.h"
@@ -6,5 +6,6 @@
 namespace ctl {
 
 Exit listFields(Context& context, const Arguments& arguments);
+Exit printSchema(Context& context, const Arguments& arguments);
 
 }  // namespace ctl

@@ -296,6 +296,13 @@ constexpr Verb table[] = {
      "nobody\n"
      "has said one, and the values to choose among.\n",
      listFields},
+    {"schema", "", "", 0, 0, "", "json", "print the JSON schema of documents",
+     "Prints a JSON schema (draft 2020-12) of the documents that 'apply' takes and 'export', 'list "
+     "-o\n"
+     "json' and 'show -o json' write. It has each field's kind; what is right on this machine, "
+     "and\n"
+     "between VMs, 'vmctl apply --dry-run' tells. It is installed, too: share/vmagent.\n",
+     printSchema},
     {"doctor", "", "", 0, 0, "", "table json", "tell what keeps this machine from running guests",
      "Looks at all that VmAgent needs of the machine. Each line is ok, warning or FAILED, and "
      "where\n"
