@@ -87,6 +87,10 @@ TEST_F(Usage, KnowsOptionsOfOthers) {
   EXPECT_EQ(vmctl("add web1 --ram 512"),
             usageError("there is no option '--ram': say --memory SIZE"));
   EXPECT_THAT(vmctl("add web1 --cpus 2").err, HasSubstr("a guest has one processor"));
+  EXPECT_EQ(vmctl("stop web1 --force"),
+            usageError("'stop' takes no option '--force': say --now: its guest ends at once"));
+  EXPECT_EQ(vmctl("start web1 --force"),
+            usageError("'start' takes no option '--force': see 'vmctl start --help'"));
   EXPECT_EQ(vmctl("rm web1 -y"),
             usageError("there is no option '-y': nothing is asked, leave it out"));
   EXPECT_EQ(vmctl("ps -a"), usageError("there is no verb 'ps': 'vmctl list' shows all VMs"))

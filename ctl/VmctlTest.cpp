@@ -133,18 +133,27 @@ TEST_F(VmctlSchema, AgreesWithWhatVmctlTakes) {
   };
   const std::string disk = R"("diskImage":"/a.iso")";
   const std::vector<std::string> sound{
-       vm(disk), vm(disk, R"(,"format":null)"), vm(disk, R"(,"limits":{"cpuMax":"0.5"})"),
-        vm(disk + R"(,"memory":64,"vncPort":0,"enabled":true,"vnicConfig":{"nic00":)" + card + "}",
-           R"(,"format":"qcow2","policy":{"restart":"always"},"status":null)"),
-        R"({"name":"web1","config":{)" + disk + "}}", R"({"version":1,"vms":[]})"};
+      vm(disk),
+      vm(disk, R"(,"format":null)"),
+      vm(disk, R"(,"limits":{"cpuMax":"0.5"})"),
+      vm(disk + R"(,"memory":64,"vncPort":0,"enabled":true,"vnicConfig":{"nic00":)" + card + "}",
+         R"(,"format":"qcow2","policy":{"restart":"always"},"status":null)"),
+      R"({"name":"web1","config":{)" + disk + "}}",
+      R"({"version":1,"vms":[]})"};
   for (const std::string& each : sound) EXPECT_TRUE(isTaken(each)) << each;
   EXPECT_EQ(validityOf(sound), "yes yes yes yes yes yes ");
-  const std::vector<std::string> wrong{
-       vm(""), vm(disk + R"(,"memory":"64")"), vm(disk + R"(,"colour":"red")"),
-        vm(R"("diskImage":"a.iso")"), vm(disk, R"(,"format":"vmdk")"),
-        vm(disk, R"(,"limits":{"cpuMax":0.5})"), vm(disk, R"(,"policy":{"restart":"maybe"})"),
-        vm(disk + R"(,"vnicConfig":{"nic00":{"model":"e1000"}})"), vm(disk, R"(,"limit":{})"),
-        R"({"version":2,"vms":[]})", R"({"vms":[]})", "[]"};
+  const std::vector<std::string> wrong{vm(""),
+                                       vm(disk + R"(,"memory":"64")"),
+                                       vm(disk + R"(,"colour":"red")"),
+                                       vm(R"("diskImage":"a.iso")"),
+                                       vm(disk, R"(,"format":"vmdk")"),
+                                       vm(disk, R"(,"limits":{"cpuMax":0.5})"),
+                                       vm(disk, R"(,"policy":{"restart":"maybe"})"),
+                                       vm(disk + R"(,"vnicConfig":{"nic00":{"model":"e1000"}})"),
+                                       vm(disk, R"(,"limit":{})"),
+                                       R"({"version":2,"vms":[]})",
+                                       R"({"vms":[]})",
+                                       "[]"};
   for (const std::string& each : wrong) EXPECT_FALSE(isTaken(each)) << each;
   EXPECT_EQ(validityOf(wrong), "no no no no no no no no no no no no ");
 }

@@ -84,7 +84,7 @@ constexpr OptionSynonym optionTable[] = {
     {"--name,-n", "disk", "", "the name stands alone: 'vmctl add NAME --disk FILE'"},
     {"--vnc,--graphics,--display", "vnc-port", "", "say --vnc-port PORT"},
     {"--autostart,--start,--running", "enabled", "", "say --enabled"},
-    {"--mode,--force,-9,--kill", "now", "", "say --now: its guest ends at once"},
+    {"--mode,--force,-9,--kill", "now", "stop,disable", "say --now: its guest ends at once"},
     {"--lines", "tail", "", "say -n COUNT"},
     {"--yes,-y,--assume-yes", "", "", "nothing is asked, leave it out"},
     {"-t,--time", "timeout", "", "say --timeout S"},

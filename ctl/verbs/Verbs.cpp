@@ -155,6 +155,14 @@ std::string_view insteadOf(const Verb& verb, std::string_view option) {
   return {};
 }
 
+rt::String notTaken(const Verb& verb, const Option& option) {
+  const rt::String name(verb.name);
+  const rt::String typed = "--" + rt::String(option.name);
+  const std::string_view says = insteadOf(verb, typed);
+  return "'" + name + "' takes no option '" + typed +
+         (says.empty() ? "': see 'vmctl " + name + " --help'" : "': " + rt::String(says));
+}
+
 }  // namespace
 
 Refusal unknownOption(const rt::String& option, std::span<const rt::String> arguments) {
@@ -218,9 +226,7 @@ const Verb& takeVerb(Arguments& arguments) {
 void requireFit(const Verb& verb, const Arguments& arguments) {
   const rt::String name(verb.name);
   for (const Option* const option : arguments.options())
-    if (!takes(verb, *option))
-      throw Refusal(Exit::usage, "'" + name + "' takes no option '--" + rt::String(option->name) +
-                                     "': see 'vmctl " + name + " --help'");
+    if (!takes(verb, *option)) throw Refusal(Exit::usage, notTaken(verb, *option));
   const size_t operands = arguments.words().size();
   if (operands < verb.fewest)
     throw Refusal(Exit::usage,
