@@ -54,8 +54,10 @@ class Reader {
     if (!root.isObject()) return refuse("document", "must be a JSON object");
     if (root.member("name")) return readVm(root, "document");
     requireKnown(root, documentFields, "document");
+    const auto version = root.member("version");
     if (root.number("version") != knownVersion)
-      refuse("version", "must be 1: this vmctl knows no other");
+      refuse("version", (version ? "'" + version->dump() + "' is refused: " : rt::String()) +
+                            "must be 1: this vmctl knows no other");
     const auto vms = root.member("vms");
     if (!vms || !vms->isArray()) return refuse("vms", "must be a list of VMs");
     size_t index = 0;
@@ -86,13 +88,21 @@ class Reader {
     const auto vm = rt::make<Vm::VmConfig>(*name);
     Problems unread = fillVm(*vm, config->dump());
     for (const rt::Problem& problem : unread)
-      document_.problems.push_back(*name + ": " + problem.text());
+      document_.problems.push_back(*name + ": " +
+                                   (isBeside(problem.field)
+                                        ? "'" + problem.field + "' stands beside config, not in it"
+                                        : problem.text()));
     // A document is taken as a whole or not at all; the rest of it may have mistakes, too.
     if (unread.empty() || fillVm(*vm, textWithout(*config, "", unread)).empty())
       document_.vms.push_back(vm);
     if (!unread.empty()) document_.unread[*name] = std::move(unread);
     readFormat(json, *name);
     for (const auto& each : model::ownTables) readOwn(json, *name, each);
+  }
+
+  static bool isBeside(std::string_view field) {
+    return field == "format" || std::any_of(model::ownTables.begin(), model::ownTables.end(),
+                                            [&](const auto& each) { return each.member == field; });
   }
 
   // Of an image of which nobody has said what it is, the format is null.

@@ -109,6 +109,14 @@ TEST_F(ApplyVerb, WritesWhatWouldChangeAsJson) {
                             ""}));
 }
 
+TEST_F(ApplyVerb, SaysOfWhatStandsInTheWrongPlaceWhereItBelongs) {
+  EXPECT_EQ(apply(document(vm("web1", std::string(plain) + R"(,"limits":{"cpuMax":"1"})"))),
+            (Answer{5, "", "vmctl: web1: 'limits' stands beside config, not in it\n"}));
+  EXPECT_EQ(
+      apply(R"({"version":2,"vms":[]})"),
+      (Answer{5, "", "vmctl: version: '2' is refused: must be 1: this vmctl knows no other\n"}));
+}
+
 TEST_F(ApplyVerb, OfWhatIsSoChangesNothing) {
   putVm("web1", false);
   EXPECT_EQ(apply(document(vm("web1", plain))), (Answer{0, "", "nothing to change\n"}));
@@ -204,7 +212,7 @@ TEST_F(ApplyVerb, RefusesWhatIsNoDocument) {
             "end of file\n");
   EXPECT_EQ(apply("[]").err, "vmctl: document: must be a JSON object\n");
   EXPECT_EQ(apply(R"({"version":2,"vms":{}})").err,
-            "vmctl: version: must be 1: this vmctl knows no other\n"
+            "vmctl: version: '2' is refused: must be 1: this vmctl knows no other\n"
             "vmctl: vms: must be a list of VMs\n");
   EXPECT_EQ(apply(R"({"version":1,"vms":[],"vm":1})").err,
             "vmctl: document: there is no field 'vm'; did you mean 'vms'?\n");

@@ -33,10 +33,19 @@ struct Deed {
   rt::Seconds patience;  // of --wait, for all together
 };
 
+// "--wait 5" names a VM '5'.
+void requireNoSeconds(Context& context, const std::vector<rt::String>& names) {
+  for (const rt::String& name : names)
+    if (rt::fromText<rt::Seconds>(name) && !vmNamed(context, name).exists())
+      throw Refusal(Exit::usage, name + ": there is no such VM; for how long --wait waits, say " +
+                                     "--timeout " + name);
+}
+
 // Asks for all first, then waits for all: they are carried out side by side.
 Exit carryOut(Context& context, const Arguments& arguments, const std::vector<rt::String>& names,
               const Deed& deed) {
   const bool waits = arguments.has("wait");
+  if (waits) requireNoSeconds(context, names);
   const bool isAlone = deed.alone && !context.daemonRuns();
   std::vector<rt::String> asked;
   Exit exit = forEach(context, names, [&](const rt::String& name) {

@@ -574,6 +574,14 @@ TEST_F(RestartVerb, WarnsOfAnImageThatWouldNotStartAgain) {
   EXPECT_THAT(vmctl("restart web1").err, HasSubstr("warning: the disk image"));
 }
 
+TEST_F(SwitchVerb, TakesNoSecondsForAVm) {
+  EXPECT_EQ(
+      vmctl("start web1 --wait 5"),
+      (Answer{2, "",
+              "vmctl: 5: there is no such VM; for how long --wait waits, say --timeout 5\n"}));
+  EXPECT_EQ(vmctl("start all").err, "vmctl: all: there is no such VM; --all means all of them\n");
+}
+
 // remove
 
 TEST_F(RemoveVerb, RemovesTheVmAndWhatWasAskedOfIt) {
