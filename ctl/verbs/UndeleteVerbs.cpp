@@ -51,6 +51,7 @@ RemovedVm removedVm(Context& context, const rt::String& name) {
                                   [&](const RemovedVm& each) { return each.name == name; });
   if (found != all.end()) return *found;
   std::vector<std::string_view> names;
+  names.reserve(all.size());
   for (const RemovedVm& each : all) names.emplace_back(each.name);
   throw Refusal(Exit::noSuch, name + ": is not among the last " + rt::toText(mostRemoved) +
                                   " VMs that were removed" + rt::didYouMean(name, names));
