@@ -34,7 +34,9 @@ rt::Descriptor opened(const rt::String& stateDir, const rt::String& path) {
 
 // Whole, if it is of that size at most.
 std::optional<std::string> contentOf(int file, size_t atMost) {
-  std::string text(atMost + 1, '\0');
+  struct stat facts {};
+  if (fstat(file, &facts) != 0 || static_cast<size_t>(facts.st_size) > atMost) return std::nullopt;
+  std::string text(static_cast<size_t>(facts.st_size) + 1, '\0');
   size_t size = 0;
   while (size < text.size()) {
     const ssize_t count = ::read(file, text.data() + size, text.size() - size);
@@ -42,7 +44,7 @@ std::optional<std::string> contentOf(int file, size_t atMost) {
     if (count == 0) break;
     size += static_cast<size_t>(count);
   }
-  if (size > atMost) return std::nullopt;
+  if (size == text.size()) return std::nullopt;  // it has grown meanwhile
   text.resize(size);
   return text;
 }

@@ -59,12 +59,23 @@ bool replace(const Place& place, std::string_view text) {
          fsync(place.directory) == 0;
 }
 
-// Its exit status is the error.
+// Holds on to nothing else of ours, for it may stand still as long as the disk does. Its exit status
+// is the error.
 [[noreturn]] void writeAndEnd(const Place& place, const KeptFile::Part& part) noexcept {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_NAME, "file-writer");
+  const auto directory = static_cast<unsigned>(place.directory);
+  if (directory > STDERR_FILENO + 1) (void)close_range(STDERR_FILENO + 1, directory - 1, 0);
+  (void)close_range(directory + 1, ~0U, 0);
   const bool isDone = part.isWhole ? replace(place, part.text) : append(place, part.text);
   _exit(isDone ? 0 : errno);
+}
+
+// The process that writes does not come back.
+pid_t begun(const Place& place, const KeptFile::Part& part) {
+  const pid_t pid = fork();
+  if (pid == 0) writeAndEnd(place, part);
+  return pid;
 }
 
 }  // namespace
@@ -74,9 +85,8 @@ class KeptFile::Writer final : public rt::StateMachineOf<KeptFile::Writer> {
  public:
   Writer(KeptFile& owner, const Place& place, const Part& part)
       : owner_(owner),
-        pid_(fork()),
+        pid_(begun(place, part)),
         over_(*this, rt::make<rt::FileDescriptor>("writer of " + owner.name_)) {
-    if (pid_ == 0) writeAndEnd(place, part);
     if (pid_ < 0) throw rt::ErrnoException(errno, "no process to write a file");
     over_->descriptorIs(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
     if (over_->descriptor() < 0) throw rt::ErrnoException(errno, "a writer cannot be followed");
