@@ -39,6 +39,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
       kept_(options.stateDir),
       historyOnDisk_(options.keepsHistory ? std::make_unique<HistoryOnDisk>(kept_, manager.clock())
                                           : nullptr),
+      ends_(kept_, manager.clock()),
       history_(eventSink()),
       chronicle_(takenUp(before), timeOfDayInMilliseconds),
       configuration_(model::machineLimits(), before.configuration),
@@ -53,6 +54,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .problems = problems_,
                .history = history_,
                .chronicle = chronicle_,
+               .ends = ends_,
                .configuration = configuration_,
                .own = own_,
                .waiting = waiting_}),
@@ -104,6 +106,7 @@ History& DaemonParts::takenUp(const StatusOfBefore& before) {
 
 void DaemonParts::tellEnd() {
   chronicle_.daemonEnds();
+  ends_.finish(diskPatience);
   if (historyOnDisk_) historyOnDisk_->finish(diskPatience);
 }
 
@@ -115,6 +118,7 @@ void DaemonParts::beginHistory(statedb::StateDb& db, const StatusOfBefore& befor
   daemonStatus_->versionIs(version());
   daemonStatus_->startedAtIs(timeOfDay());
   chronicle_.daemonBegins(version(), getpid());
+  for (const rt::String& vm : ends_.news()) history_.add(eventOf(vm, *ends_.book().end(vm), 0));
   if (before.configuration.storeId.empty()) return;
   const auto missed = db.store(statedb::Half::config).changes(before.configuration);
   if (missed.resume == statedb::Resume::resumed) chronicle_.configWasChanged(missed.changes);

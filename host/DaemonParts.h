@@ -68,6 +68,7 @@ class DaemonParts : private ConfigurationTaker {
   const StatusFeed::Ptr statusFeed_;
   const KeptDirectory kept_;
   const std::unique_ptr<HistoryOnDisk> historyOnDisk_;  // null: it is not kept
+  EndsOnDisk ends_;
   History history_;
   Chronicle chronicle_;
   Configuration configuration_;

@@ -4,9 +4,11 @@
 #include <set>
 
 #include "guest/VmFiles.h"
+#include "host/EndsOnDisk.h"
 #include "host/base/Report.h"
 #include "host/database/Locks.h"
 #include "host/guests/DiskShims.h"
+#include "host/guests/EventReader.h"
 #include "host/network/Janitor.h"
 #include "host/network/Taps.h"
 #include "model/Tables.h"
@@ -23,6 +25,34 @@ namespace {
 
 // For those that were killed to be gone.
 constexpr rt::Seconds killedPatience{5};
+
+// Who asks guests to end, as their shims tell it.
+constexpr const char* asker = "vmagentd --end-guests";
+// For a file to be written.
+constexpr rt::Seconds diskPatience{5};
+
+// What its shim has told of the VM's last run.
+GuestRun lastRunOf(const Options& options, const rt::String& vm) {
+  EventReader reader(guest::vmsDirectoryOf(options.runDir));
+  GuestRun run;
+  for (const auto& event : reader.read(vm)) take(run, *event);
+  return run;
+}
+
+// When the machine goes down next, what shims have told is gone.
+void keepEnds(const Options& options, const std::set<rt::String>& vms,
+              const rt::Clock::Ptr& clock) {
+  const KeptDirectory directory(options.stateDir);
+  EndsOnDisk ends(directory, clock);
+  for (const rt::String& vm : vms) {
+    GuestRun run = lastRunOf(options, vm);
+    const bool isWithAll = run.endedBy == asker || !run.hasEnded();
+    if (run.endedBy == asker) run.endedBy = {};
+    const End end = endOf(run, {});
+    if (end.cause != EndCause::none) ends.ended(vm, run.run, end, isWithAll);
+  }
+  ends.finish(diskPatience);
+}
 
 // Asks once a VM, whose shim and its stand-in both count as its guest, and nobody who has been
 // asked already: a shim that is asked again gives its guest no more time.
@@ -83,7 +113,7 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
 std::vector<GuestProcess> endGuests(const Options& options) {
   const statedb::OwnerLock noDaemon(statedb::ownerLockFile(guest::monitorsDirectory));
   rt::ActivityManager manager;
-  ShimsAskedOnce shims(options.runDir, options.stopTimeout, "the switch, which shuts down");
+  ShimsAskedOnce shims(options.runDir, options.stopTimeout, asker);
   const rt::Seconds patience = stopPatience(options);
   rt::Ptr<Survivors> guests;
   const auto all = guestProcesses();
@@ -104,6 +134,10 @@ std::vector<GuestProcess> endGuests(const Options& options) {
   const std::lock_guard held(manager.lock());
   guests = nullptr;
   auto left = guestProcesses();
+  std::set<rt::String> ended;
+  for (const GuestProcess& guest : all) ended.insert(guest.vm);
+  for (const GuestProcess& guest : left) ended.erase(guest.vm);
+  keepEnds(options, ended, manager.clock());
   if (left.empty())
     if (const rt::String failure = failureOf([&] { removeCards(options, addresses); });
         !failure.empty())

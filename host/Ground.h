@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/Chronicle.h"
+#include "host/EndsOnDisk.h"
 #include "host/LoadedAgent.h"
 #include "host/Options.h"
 #include "host/base/HostStatus.h"
@@ -29,6 +30,7 @@ struct Ground {
   Problems& problems;
   History& history;
   Chronicle& chronicle;
+  EndsOnDisk& ends;
   // The configuration as it was taken last, and the guests that wait for their VM's start.
   const Configuration& configuration;
   const OwnRows& own;

@@ -10,6 +10,17 @@
 
 namespace host {
 
+namespace {
+
+// What was so of each VM when the daemon before ended, or the machine.
+std::map<rt::String, VmStates::Before> statesOf(const StatusOfBefore& before, const EndBook& book) {
+  auto states = before.states;
+  for (const auto& [vm, end] : book.ends()) states[vm].end = end;
+  return states;
+}
+
+}  // namespace
+
 GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards& cards)
     : ground_(ground),
       imageRows_(ground.db),
@@ -26,10 +37,17 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
                    ground.shims.tellFormats() ? Images::Formats::told : Images::Formats::guessed},
               imageRows_),
       states_(rt::make<VmStates>(
-          ground.hostStatus, VmStates::Times{timeOfDay, timeSinceBoot}, before.states,
+          ground.hostStatus, VmStates::Times{timeOfDay, timeSinceBoot},
+          statesOf(before, ground.ends.book()),
           VmStates::Others{
               .catchUp = [this](const rt::String& vm) { ground_.shims.catchUp(vm); },
-              .tell = [this](const model::Event::Ptr& event) { ground_.history.add(event); }},
+              .tell = [this](const model::Event::Ptr& event) { ground_.history.add(event); },
+              .runs = [this](
+                          const rt::String& vm,
+                          const GuestRun& run) { ground_.ends.runs(vm, run.run, run.startedAt); },
+              .ended = [this](const rt::String& vm, uint64_t run,
+                              const End& end) { ground_.ends.ended(vm, run, end); },
+              .gone = [this](const rt::String& vm) { ground_.ends.vmDel(vm); }},
           ground.clock)),
       tools_({.agent = ground.agent.root,
               .config = ground.agent.config,

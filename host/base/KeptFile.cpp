@@ -159,11 +159,13 @@ void KeptFile::handleClock() {
 
 void KeptFile::write() {
   hasNews_ = false;
+  const std::optional<Part> part = next_(mustBeWhole_);
+  if (!part) return;
+  mustBeWhole_ = false;
   writtenAt_ = clock_.notifier()->now();
-  const Part part = next_(std::exchange(mustBeWhole_, false));
   try {
     writer_ = rt::make<Writer>(
-        *this, Place{directory_.number(), name_.charPtr(), newName_.charPtr()}, part);
+        *this, Place{directory_.number(), name_.charPtr(), newName_.charPtr()}, *part);
   } catch (const rt::ErrnoException& failure) {
     over(failure.error());
   }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "host/base/KeptDirectory.h"
@@ -20,8 +21,9 @@ class KeptFile final : public rt::StateMachineOf<KeptFile> {
     std::string text;
     bool isWhole = true;  // in the place of all that stands there; else behind it
   };
-  // Gives what is to be written; `mustBeWhole`: whatever stands there is not to be trusted.
-  using Next = std::function<Part(bool mustBeWhole)>;
+  // Gives what is to be written; nothing: it is as it was. `mustBeWhole`: whatever stands there is
+  // not to be trusted.
+  using Next = std::function<std::optional<Part>(bool mustBeWhole)>;
 
   // `directory` outlives it.
   KeptFile(const KeptDirectory& directory, rt::String name, Next next, rt::Clock::Ptr clock);

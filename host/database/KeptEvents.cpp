@@ -166,9 +166,13 @@ KeptEvents::Part KeptEvents::next(bool mustBeWhole) {
 }
 
 EventsBefore joined(EventsBefore before, std::optional<EventsBefore> kept) {
-  if (!kept) return before;
+  if (!kept || (before.numbers == kept->numbers && !before.rows.empty())) return before;
+  // Runs are told by when they began in their boot.
+  for (const auto& row : kept->rows) {
+    row->runIs(0);
+    row->nIs(0);
+  }
   if (before.rows.empty()) return std::move(*kept);
-  if (before.numbers == kept->numbers) return before;
   uint64_t ids = 0;
   for (const auto& row : kept->rows) ids = std::max(ids, row->id());
   const uint64_t seqs = Lines::lastSeq(*kept);

@@ -70,7 +70,7 @@ class KeptEvents {
 //   before           | kept   | what goes on
 //   -----------------+--------+-------------------------------------------------------------
 //   any              | none   | before
-//   none             | any    | kept: the machine was booted
+//   none             | any    | kept: the machine was booted, and no run goes on
 //   of kept's numbers| any    | before, which is what is on disk, and later
 //   of others        | any    | kept, and before's rows behind it under numbers of kept's
 EventsBefore joined(EventsBefore before, std::optional<EventsBefore> kept);

@@ -138,6 +138,15 @@ TEST_F(KeptEventsTest, OnDiskGoOnWhereTheDatabaseHasNone) {
   EXPECT_THAT(shown(all), ElementsAre("9: it runs"));
 }
 
+TEST_F(KeptEventsTest, OfAnEarlierBootAreOfNoRunOfThisOne) {
+  const auto old = event(3, 9);
+  old->runIs(4'000'000);
+  old->nIs(7);
+  const EventsBefore all = joined({"store-b", {}, 0, 0}, EventsBefore{"store-a", {old}});
+  EXPECT_EQ(all.rows.at(0)->run(), 0U);
+  EXPECT_EQ(all.rows.at(0)->n(), 0U);
+}
+
 TEST_F(KeptEventsTest, OfTheSameNumbersAreTheDatabasesWhichAreLater) {
   const EventsBefore all = joined({"store-a", {event(3, 10)}, 0, 0},
                                   EventsBefore{"store-a", {event(2, 8), event(3, 9)}});

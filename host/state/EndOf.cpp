@@ -1,5 +1,6 @@
 #include "host/state/EndOf.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 
@@ -37,6 +38,8 @@ constexpr std::array words{
     Word{EndCause::guestReset, "guest-reset", "guest", false},
     Word{EndCause::quit, "quit", "stranger", true},
     Word{EndCause::unknown, "unknown", "unknown", true},
+    Word{EndCause::hostDown, "host-down", "host", false},
+    Word{EndCause::hostReboot, "host-reboot", "host", false},
 };
 
 const Word& wordOf(EndCause cause) { return words.at(static_cast<size_t>(cause)); }
@@ -148,6 +151,10 @@ rt::String textOf(EndCause cause, const GuestRun& run, const EndKnowledge& known
       return "somebody told its QEMU to quit, over its monitor";
     case EndCause::unknown:
       return "QEMU ended with status " + rt::toText(run.exit) + " and told no reason";
+    case EndCause::hostDown:
+      return "the switch was shut down";
+    case EndCause::hostReboot:
+      return "the switch was restarted without notice";
   }
   return {};
 }
@@ -188,6 +195,10 @@ rt::String briefOf(EndCause cause, const GuestRun& run) {
       return "QEMU was told to quit";
     case EndCause::unknown:
       return "no reason was told";
+    case EndCause::hostDown:
+      return "switch was shut down";
+    case EndCause::hostReboot:
+      return "switch was restarted";
   }
   return {};
 }
@@ -207,6 +218,28 @@ End endOf(const GuestRun& run, const EndKnowledge& known) {
           run.endedAt,
           run.exit,
           run.signal};
+}
+
+EndCause endCauseFrom(std::string_view word) {
+  const auto* const found =
+      std::find_if(words.begin(), words.end(), [&](const Word& each) { return word == each.text; });
+  return found == words.end() ? EndCause::unknown : found->cause;
+}
+
+End endWithMachine(const End& end) {
+  End of = end;
+  of.cause = EndCause::hostDown;
+  of.text = textOf(of.cause, {}, {}) + ": " + end.text;
+  of.brief = briefOf(of.cause, {});
+  of.by = wordOf(of.cause).by;
+  of.isFailure = false;
+  return of;
+}
+
+End endByReboot(uint64_t bootedAt) {
+  const EndCause cause = EndCause::hostReboot;
+  return {cause, textOf(cause, {}, {}), briefOf(cause, {}), wordOf(cause).by, false, bootedAt, 0,
+          0};
 }
 
 }  // namespace host

@@ -1,6 +1,8 @@
 // Why a guest has ended.
 #pragma once
 
+#include <string_view>
+
 #include "host/state/GuestRun.h"
 
 namespace host {
@@ -24,16 +26,20 @@ enum class EndCause : uint8_t {
   guestReset,  // it reset itself, and its QEMU takes that for an end
   quit,        // a stranger told its QEMU to
   unknown,     // nobody told a reason
+  hostDown,    // the machine went down in order, and had it end before
+  hostReboot,  // the machine began anew without notice
 };
 // "guest-shutdown", "asked", "asked-forced", …; empty for none.
 rt::String textOf(EndCause cause);
+// The reverse; unknown for a word that there is none for.
+EndCause endCauseFrom(std::string_view word);
 
 struct End {
   EndCause cause = EndCause::none;
   rt::String text;   // a clause: "the guest shut itself down, after 26 min"
   rt::String brief;  // the same in 25 characters at most
-  // "guest", "QEMU", "kernel", "stranger", "unknown", or which operator: where nobody knows that,
-  // "operator".
+  // "guest", "QEMU", "kernel", "stranger", "host", "unknown", or which operator; "operator": nobody
+  // knows which.
   rt::String by;
   bool isFailure = false;
   uint64_t at = 0;  // ms since 1970; 0: not known
@@ -51,5 +57,10 @@ struct EndKnowledge {
 // The strongest evidence decides: QEMU's exit status says nothing by itself, for a guest that
 // powered off, one that panicked and one that was told to quit all end with 0. Pure.
 End endOf(const GuestRun& run, const EndKnowledge& known);
+
+// That end of one that was asked to because the machine went down. Pure.
+End endWithMachine(const End& end);
+// Of one that ran when the machine began anew, at that time in ms since 1970. Pure.
+End endByReboot(uint64_t bootedAt);
 
 }  // namespace host

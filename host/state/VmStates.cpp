@@ -70,8 +70,10 @@ void VmStates::handleInitialized() {
 
 VmStates::Entry& VmStates::entryOf(const rt::String& vm) {
   const auto [found, isNew] = entries_.try_emplace(vm);
-  const auto before = before_.find(vm);
-  if (isNew && before != before_.end()) found->second.counts = before->second.counts;
+  const auto before = isNew ? before_.find(vm) : before_.end();
+  if (before == before_.end()) return found->second;
+  found->second.counts = before->second.counts;
+  found->second.end = before->second.end;
   return found->second;
 }
 
@@ -96,6 +98,7 @@ void VmStates::vmDel(const rt::String& vm) {
     buried_[vm] = found->second.run.run;
   entries_.erase(vm);
   before_.erase(vm);
+  others_.gone(vm);
   setClock();
 }
 
@@ -106,6 +109,7 @@ void VmStates::eventIs(const GuestEvent& event) {
   Entry& entry = entryOf(event.vm());
   take(entry.run, event);
   countStart(entry.counts, entry.run.run);
+  if (entry.judged != entry.run.run && !entry.run.hasEnded()) others_.runs(event.vm(), entry.run);
   // Its keeper hears of the end in a moment, and says then what comes of it.
   if (judgeEnd(event.vm(), entry) && entry.view.hasProcess) return;
   show(event.vm(), entry);
@@ -142,21 +146,9 @@ bool VmStates::judgeEnd(const rt::String& vm, Entry& entry) {
   entry.end = end;
   if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
   entry.isEndNews = true;
-  tellEnd(vm, entry);
+  others_.tell(eventOf(vm, entry.end, entry.run.run));
+  others_.ended(vm, entry.run.run, entry.end);
   return true;
-}
-
-void VmStates::tellEnd(const rt::String& vm, const Entry& entry) {
-  const auto event = rt::make<model::Event>("");
-  event->kindIs(model::eventKind::end);
-  event->vmIs(vm);
-  event->reasonIs(textOf(entry.end.cause));
-  event->severityIs(entry.end.isFailure ? "bad" : "note");
-  event->textIs(entry.end.text);
-  event->byIs(entry.end.by);
-  event->atIs(entry.end.at);
-  event->runIs(entry.run.run);
-  others_.tell(event);
 }
 
 // What an end has said just now is not said again.
@@ -183,7 +175,9 @@ void VmStates::tellState(const rt::String& vm, Entry& entry, const Situation& no
 
 std::optional<End> VmStates::lastEnd(const rt::String& vm) const {
   const auto found = entries_.find(vm);
-  if (found == entries_.end() || found->second.judged != found->second.run.run) return std::nullopt;
+  if (found == entries_.end() || found->second.run.run == 0 ||
+      found->second.judged != found->second.run.run)
+    return std::nullopt;
   return found->second.end.cause == EndCause::none ? std::nullopt
                                                    : std::optional(found->second.end);
 }
@@ -301,6 +295,19 @@ void VmStates::setClock() {
   rt::Seconds first = rt::Seconds::infinity();
   for (const auto& [vm, entry] : entries_) first = std::min(first, entry.wakeUp);
   clock_.timeMinIs(first);
+}
+
+model::Event::Ptr eventOf(const rt::String& vm, const End& end, uint64_t run) {
+  auto event = rt::make<model::Event>("");
+  event->kindIs(model::eventKind::end);
+  event->vmIs(vm);
+  event->reasonIs(textOf(end.cause));
+  event->severityIs(end.isFailure ? "bad" : "note");
+  event->textIs(end.text);
+  event->byIs(end.by);
+  event->atIs(end.at);
+  event->runIs(run);
+  return event;
 }
 
 }  // namespace host

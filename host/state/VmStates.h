@@ -33,12 +33,19 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     rt::String actual;
     uint64_t since = 0;
     Counts counts{};
+    End end{};  // of its last run, perhaps of another boot
   };
   struct Others {
     // Tells all that the VM's shim has told until now. A guest's end is judged only then.
     std::function<void(const rt::String& vm)> catchUp;
     // Is told of each change of how a VM is, and of each end.
     std::function<void(const model::Event::Ptr& event)> tell;
+    // Are told of each run that goes on, of each end, and of each VM that is gone.
+    std::function<void(const rt::String& vm, const GuestRun& run)> runs = [](const auto&,
+                                                                             const auto&) {};
+    std::function<void(const rt::String& vm, uint64_t run, const End& end)> ended =
+        [](const auto&, uint64_t, const auto&) {};
+    std::function<void(const rt::String& vm)> gone = [](const auto&) {};
   };
   VmStates(HostStatus::Ptr status, Times times, std::map<rt::String, Before> before, Others others,
            rt::Clock::Ptr clock);
@@ -89,7 +96,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   Entry& entryOf(const rt::String& vm);
   // Returns whether it has ended.
   bool judgeEnd(const rt::String& vm, Entry& entry);
-  void tellEnd(const rt::String& vm, const Entry& entry);
+
   void tellState(const rt::String& vm, Entry& entry, const Situation& now);
   void countAttempts(Entry& entry) const;
   Situation situationOf(const Entry& entry) const;
@@ -112,5 +119,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
 
   rt::ClockReactor<VmStates, &VmStates::handleClock> clock_;
 };
+
+// How a run has ended, as an event of the VM's. `run`: 0 where none is known.
+model::Event::Ptr eventOf(const rt::String& vm, const End& end, uint64_t run);
 
 }  // namespace host

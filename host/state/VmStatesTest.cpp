@@ -43,8 +43,9 @@ class VmStatesTest : public testing::Test {
   uint64_t clockStep = 0;
   uint64_t number = 0;
   int catchUps = 0;
-  std::string_view toldLate{};        // what its shim has told and the daemon has not read
-  std::vector<std::string> happened;  // what was told of
+  std::string_view toldLate{};              // what its shim has told and the daemon has not read
+  std::vector<std::string> happened;        // what was told of
+  std::map<std::string, std::string> kept;  // what is to be known after a boot, by VM
   HostStatus::Ptr status = rt::make<HostStatus>();
   VmStates states{
       status,
@@ -52,7 +53,8 @@ class VmStatesTest : public testing::Test {
       {{"web2", {"stopped", 1'600'000'000}},
        {"web3", {"running", 1'600'000'000}},
        {"web4",
-        {"running", 1'600'000'000, {.starts = 5, .ends = {{"asked", 2}}, .startedRun = 7}}}},
+        {"running", 1'600'000'000, {.starts = 5, .ends = {{"asked", 2}}, .startedRun = 7}}},
+       {"web6", {"", 0, {}, endByReboot(1'600'000'000'000)}}},
       {.catchUp =
            [this](const rt::String&) {
              ++catchUps;
@@ -62,7 +64,14 @@ class VmStatesTest : public testing::Test {
            [this](const model::Event::Ptr& event) {
              happened.push_back(event->kind().str() + " " + event->reason().str() +
                                 (event->by().empty() ? "" : " by " + event->by().str()));
-           }},
+           },
+       .runs = [this](const rt::String& vm,
+                      const GuestRun& run) { kept[vm.str()] = "runs " + std::to_string(run.run); },
+       .ended =
+           [this](const rt::String& vm, uint64_t run, const End& end) {
+             kept[vm.str()] = "ended " + std::to_string(run) + " " + textOf(end.cause).str();
+           },
+       .gone = [this](const rt::String& vm) { kept.erase(vm.str()); }},
       clock};
 };
 
@@ -83,6 +92,26 @@ TEST_F(VmStatesTest, TellOfEachChangeAndEachEndOnce) {
 TEST_F(VmStatesTest, TellNothingOfWhatWasSoBefore) {
   states.keeperSays("web2", {});
   EXPECT_TRUE(happened.empty());
+}
+
+TEST_F(VmStatesTest, TellWhichRunGoesOnHowItEndedAndThatItsVmIsGone) {
+  runs();
+  EXPECT_EQ(kept["web1"], "runs 7");
+  tell(word::shutDown, "guest-shutdown");
+  tell(word::end);
+  EXPECT_EQ(kept["web1"], "ended 7 guest-shutdown");
+  states.vmDel("web1");
+  EXPECT_TRUE(kept.empty());
+}
+
+// A policy goes by the run that ended just now, not by one before the boot.
+TEST_F(VmStatesTest, ShowHowTheRunBeforeTheBootEndedAndTellItAgainToNobody) {
+  states.keeperSays("web6", {.wanted = Wanted::running});
+  EXPECT_EQ(status->vmProcess("web6")->endCause(), "host-reboot");
+  EXPECT_EQ(status->vmProcess("web6")->endBy(), "host");
+  EXPECT_EQ(status->vmProcess("web6")->endAt(), 1'600'000'000U);
+  EXPECT_EQ(states.lastEnd("web6"), std::nullopt);
+  EXPECT_THAT(happened, testing::ElementsAre("state starting"));
 }
 
 TEST_F(VmStatesTest, NameWhoAskedForAnEnd) {

@@ -12,6 +12,7 @@
 
 #include "tests/system/DaemonFixture.h"
 #include "tests/system/PrivateMounts.h"
+#include "tests/system/ToldEnd.h"
 
 namespace host::fakes {
 namespace {
@@ -113,6 +114,7 @@ TEST_F(Limited, GuestThatTakesTooMuchMemoryEndsAloneAndIsSaidToHave) {
   start(
       "sleep 1; text=0123456789012345678901234567890123456789\n"
       "while :; do text=$text$text; done");
+  const uint64_t from = timeOfDay();
   addVm("web1");
   ASSERT_TRUE(waitUntil(
       [&] { return world.hasRow("vmProcess", "web1", R"("endCause":"memory-limit")"); }, 60))
@@ -120,6 +122,10 @@ TEST_F(Limited, GuestThatTakesTooMuchMemoryEndsAloneAndIsSaidToHave) {
   EXPECT_TRUE(world.hasRow("vmProcess", "web1", "ended by the memory limit of 173 MiB"))
       << world.row("vmProcess", "web1");
   EXPECT_THAT(world.ctl({"list"}), HasSubstr("ended by the memory limit of 173 MiB"));
+  EXPECT_EQ(wrongIn(world, "web1",
+                    {"memory-limit", "kernel", "ended by the memory limit of 173 MiB", from,
+                     timeOfDay()}),
+            "");
   EXPECT_THAT(contentOf(world.runDir + "/vm/web1/shim.log"), HasSubstr("MiB at most, of 173"));
   EXPECT_EQ(kill(world.daemon(), 0), 0);
   EXPECT_TRUE(isGone("web1"));
