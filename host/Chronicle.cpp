@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "guest/EventWords.h"
+#include "guest/ShimProtocol.h"
 #include "host/database/FieldChanges.h"
 #include "host/database/Intents.h"
 #include "model/VmOwn.h"
@@ -31,6 +32,14 @@ const char* kindOf(ProblemSource source) {
     default:
       return nullptr;
   }
+}
+
+// What an operator had a shim do that changes no state; null: it is no such thing.
+const char* textOfWish(const rt::String& wish) {
+  if (wish == guest::word::interrupt) return "it was sent a non-maskable interrupt";
+  if (wish == guest::word::key) return "keys were pressed for it";
+  if (wish == guest::word::screenshot) return "a picture of its screen was taken";
+  return nullptr;
 }
 
 rt::String secondsText(int32_t within) {
@@ -190,6 +199,13 @@ model::Event::Ptr happeningOf(const GuestEvent& event, const rt::String& resetBy
                    : event.byGuest() ? rt::String("the guest reset itself")
                                      : rt::String("the guest was reset, over its monitor"));
     made->byIs(!resetBy.empty() ? resetBy : event.byGuest() ? rt::String("guest") : rt::String());
+    return made;
+  }
+  if (const char* const text =
+          event.kind() == word::wished ? textOfWish(event.reason()) : nullptr) {
+    auto made = of("operator", "note", text);
+    made->subjectIs(event.reason());
+    made->byIs(event.by());
     return made;
   }
   if (event.kind() == word::panicked) return of("panicked", "bad", "the guest panicked");

@@ -56,8 +56,9 @@ class Chronicle {
   std::map<rt::String, Known> problems_;  // those that were told, by VM
 };
 
-// What the guest was reset by, panicked of or the like, as an event of its VM's; null: what the
-// shim told is no such thing. `resetBy`: the operator who asked for a reset; empty: none did.
+// What the guest was reset by, panicked of or the like, or an operator did to it, as an event of
+// its VM's; null: what the shim told is no such thing. `resetBy`: the operator who asked for a
+// reset; empty: none did.
 model::Event::Ptr happeningOf(const GuestEvent& event, const rt::String& resetBy);
 
 }  // namespace host

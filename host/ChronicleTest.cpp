@@ -155,5 +155,26 @@ TEST_F(ChronicleTest, TellsWhoResetAGuest) {
   EXPECT_EQ(happeningOf(*told, ""), nullptr);
 }
 
+TEST(Happening, IsWhatAnOperatorDidThatChangesNoState) {
+  const auto told = rt::make<GuestEvent>("web1");
+  told->kindIs(rt::String(std::string(guest::event::wished)));
+  told->byIs("op1");
+  for (const auto& [wish, text] : {std::pair{"nmi", "it was sent a non-maskable interrupt"},
+                                   std::pair{"key", "keys were pressed for it"},
+                                   std::pair{"screenshot", "a picture of its screen was taken"}}) {
+    told->reasonIs(wish);
+    const auto event = happeningOf(*told, "");
+    ASSERT_NE(event, nullptr) << wish;
+    EXPECT_EQ(event->text(), text);
+    EXPECT_EQ(event->by(), "op1");
+    EXPECT_EQ(event->subject(), wish);
+  }
+  for (const char* wish : {"pause", "resume", "stop", "reset"}) {
+    told->reasonIs(wish);
+    EXPECT_EQ(happeningOf(*told, ""), nullptr)
+        << "a state, or an event of QEMU's, says so: " << wish;
+  }
+}
+
 }  // namespace
 }  // namespace host

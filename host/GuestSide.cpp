@@ -37,7 +37,7 @@ GuestSide::GuestSide(const Ground& ground, const StatusOfBefore& before, VmCards
                    ground.shims.tellFormats() ? Images::Formats::told : Images::Formats::guessed},
               imageRows_),
       states_(rt::make<VmStates>(
-          ground.hostStatus, VmStates::Times{timeOfDay, timeSinceBoot},
+          ground.hostStatus, VmStates::Times{timeOfDayInMilliseconds, timeSinceBoot},
           statesOf(before, ground.ends.book()),
           VmStates::Others{
               .catchUp = [this](const rt::String& vm) { ground_.shims.catchUp(vm); },

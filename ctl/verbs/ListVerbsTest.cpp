@@ -327,6 +327,16 @@ TEST_F(ListVerb, WhyTellsWhatIsSoWhyAndWhatToType) {
                                     "Next: nothing by itself. To type: vmctl restart web1\n"));
 }
 
+TEST_F(ListVerb, WhyTellsNoNextStepOfBeforeTheRowThatIsTheLatest) {
+  putVm("web1", true);
+  put("vmProcess", "web1",
+      R"({"process":"none","wanted":"stopped","actual":"stopped","severity":"ok","since":1700000940,)"
+      R"("nextKind":"command","nextCommand":"vmctl start web1"})");
+  const Answer answer = vmctl("why web1");
+  EXPECT_THAT(answer.out, HasSubstr("Next: vmagentd takes up what is wanted now\n"));
+  EXPECT_THAT(answer.out, Not(HasSubstr("vmctl start web1")));
+}
+
 TEST_F(ListVerb, WhyTellsOfTheLastEndOfOneThatIsAsItIsWanted) {
   putVm("web1", true);
   put("vmProcess", "web1",

@@ -74,6 +74,13 @@ rt::String wantedText(const VmRow& row) {
   return row.config ? "is wanted " + wantedOf(row) : rt::String("has a row that cannot be read");
 }
 
+// What was asked for last, the daemon has not come to: what it says of the rest was so before.
+bool isAhead(const VmRow& row) {
+  const rt::String& known = row.process->wanted();
+  const bool isRefused = row.problem && row.problem->source() == "config";
+  return row.config && !known.empty() && known != wantedOf(row) && !isRefused;
+}
+
 rt::String lastEnd(const model::VmProcess& vm, uint64_t now) {
   return "Last end: " + visible(vm.endText()) + " (" + ageText(vm.endAt(), now) + " ago)\n";
 }
@@ -159,6 +166,8 @@ rt::String whyText(const VmRow& row, const Telling& telling) {
   const rt::String why = visible(whyOf(row, telling));
   text += why.empty() ? rt::String(".\n") : ":\n  " + why + "\n";
   if (!vm.endCause().empty() && visible(vm.endText()) != why) text += lastEnd(vm, telling.now);
+  if (isAhead(row) && !telling.isStale)
+    return text + "Next: vmagentd takes up what is wanted now\n";
   const rt::String next = visible(nextOf(row, telling));
   if (telling.isStale || !vm.nextCommand().empty())
     text += "Next: nothing by itself. To type: " + next + "\n";

@@ -59,8 +59,8 @@ bool replace(const Place& place, std::string_view text) {
          fsync(place.directory) == 0;
 }
 
-// Holds on to nothing else of ours, for it may stand still as long as the disk does. Its exit status
-// is the error.
+// Holds on to nothing else of ours, for it may stand still as long as the disk does. Its exit
+// status is the error.
 [[noreturn]] void writeAndEnd(const Place& place, const KeptFile::Part& part) noexcept {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_NAME, "file-writer");

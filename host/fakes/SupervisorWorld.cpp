@@ -25,7 +25,7 @@ SupervisorWorld::SupervisorWorld(std::map<rt::String, uint64_t> restartsDone,
     : states(rt::make<VmStates>(
           hostStatus,
           VmStates::Times{
-              .ofDay = [this] { return static_cast<uint64_t>(clock->now().value()); },
+              .ofDay = [this] { return static_cast<uint64_t>(clock->now().value() * 1000); },
               .sinceBoot = [this] { return static_cast<uint64_t>(clock->now().value() * 1000); }},
           std::map<rt::String, VmStates::Before>{},
           VmStates::Others{.catchUp = [this](const rt::String& vm) { shims.catchUp(vm); },

@@ -221,6 +221,7 @@ void VmKeeper::endOverdue(rt::Seconds now) {
   if (isDue) {
     report("VM " + name_ + ": its process " + rt::toText(pidOf(*process_.notifier())) +
            " was told to end and does not: it is killed");
+    tools_.states.overdueIs(name_);
     tools_.processes.kill(pidOf(*process_.notifier()));
   }
   if (!isToEnd)

@@ -78,8 +78,8 @@ EndCause causeOfShutdown(const GuestRun& run) {
   return run.askedUp != 0 ? EndCause::asked : EndCause::unknown;
 }
 
-EndCause causeOf(const GuestRun& run) {
-  if (!run.hasEnded()) return EndCause::shimLost;
+EndCause causeOf(const GuestRun& run, const EndKnowledge& known) {
+  if (!run.hasEnded()) return known.isOverdue ? EndCause::poweredOff : EndCause::shimLost;
   if (run.signal != 0) return causeOfSignal(run);
   if (run.hasPanicked) return EndCause::guestPanic;
   if (run.exit != 0) return run.hasRun() ? EndCause::qemuFailed : EndCause::startFailed;
@@ -124,7 +124,8 @@ rt::String textOf(EndCause cause, const GuestRun& run, const EndKnowledge& known
       return "the guest was asked to shut down" + byWhom(run, known) + ", did not for " +
              sinceAsked(run) + ", and was switched off";
     case EndCause::poweredOff:
-      return "the guest was switched off" + byWhom(run, known) + afterText(run);
+      return "the guest was switched off" + byWhom(run, known) +
+             (run.hasEnded() ? afterText(run) : rt::String(", and its shim did not answer"));
     case EndCause::signal:
       if (!run.toldBy.empty()) return "the guest was ended by " + run.toldBy;
       return run.signal != 0 ? "QEMU was ended by signal " + signal
@@ -209,7 +210,7 @@ rt::String textOf(EndCause cause) { return wordOf(cause).text; }
 
 End endOf(const GuestRun& run, const EndKnowledge& known) {
   if (run.run == 0 || (!run.hasEnded() && known.hasProcess)) return {};
-  const EndCause cause = causeOf(run);
+  const EndCause cause = causeOf(run, known);
   return {cause,
           textOf(cause, run, known),
           briefOf(cause, run),

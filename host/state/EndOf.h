@@ -51,7 +51,8 @@ constexpr size_t longestBrief = 25;
 // What the host knows beside what the shim told.
 struct EndKnowledge {
   bool hasProcess = false;
-  rt::String askedBy{};  // which operator asked the host to end it; empty: nobody knows
+  bool isOverdue = false;  // it was told to end, did not in time, and its process was killed
+  rt::String askedBy{};    // which operator asked the host to end it; empty: nobody knows
 };
 
 // The strongest evidence decides: QEMU's exit status says nothing by itself, for a guest that

@@ -29,6 +29,7 @@ void takeResume(GuestRun& run, const GuestEvent& /*event*/) {
 // It is told before what comes of it.
 void takeWish(GuestRun& run, const GuestEvent& event) {
   if (event.reason() == guest::word::pause) run.pausedBy = event.by();
+  if (event.reason() == guest::word::resume) run.resumedBy = event.by();
   if (event.reason() == guest::word::reset) run.resetBy = event.by();
   if (event.reason() == guest::word::stop && run.endedBy.empty()) run.endedBy = event.by();
 }

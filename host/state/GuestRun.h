@@ -34,6 +34,7 @@ struct GuestRun {
 
   // Which operator asked its shim for what; empty: none did.
   rt::String pausedBy;
+  rt::String resumedBy;  // and it has not run since
   rt::String resetBy;
   rt::String endedBy;
 

@@ -40,6 +40,12 @@ void countEnd(VmStates::Counts& counts, uint64_t run, EndCause cause) {
   ++counts.ends[textOf(cause)];
 }
 
+// That one is stopped which was just added and is off, or which was removed.
+bool isSaidByItsRow(const Situation& now, bool isFirst) {
+  return actualOf(now) == Actual::stopped &&
+         (now.wanted == Wanted::gone || (isFirst && now.wanted == Wanted::stopped));
+}
+
 void writeEnd(model::VmProcess& record, const End& end) {
   record.endCauseIs(textOf(end.cause));
   record.endTextIs(end.text);
@@ -115,6 +121,10 @@ void VmStates::eventIs(const GuestEvent& event) {
   show(event.vm(), entry);
 }
 
+void VmStates::overdueIs(const rt::String& vm) {
+  if (const auto found = entries_.find(vm); found != entries_.end()) found->second.isOverdue = true;
+}
+
 void VmStates::unansweredIs(const rt::String& vm, bool isUnanswered) {
   const auto found = entries_.find(vm);
   if (found == entries_.end() || found->second.isUnanswered == isUnanswered) return;
@@ -139,12 +149,14 @@ bool VmStates::judgeEnd(const rt::String& vm, Entry& entry) {
   const bool isJudged = entry.judged == entry.run.run && !(isGuessed && entry.run.hasEnded());
   if (isJudged || (!entry.run.hasEnded() && !entry.isKnown)) return false;
   const bool mayGoOn = entry.view.hasProcess || entry.view.mayGoOn;
-  const End end = endOf(entry.run, {.hasProcess = mayGoOn, .askedBy = entry.askedBy});
+  const End end = endOf(
+      entry.run, {.hasProcess = mayGoOn, .isOverdue = entry.isOverdue, .askedBy = entry.askedBy});
   if (end.cause == EndCause::none) return false;
+  entry.isOverdue = false;
   entry.judged = entry.run.run;
   countEnd(entry.counts, entry.judged, end.cause);
   entry.end = end;
-  if (entry.end.at == 0) entry.end.at = times_.ofDay() * second;
+  if (entry.end.at == 0) entry.end.at = times_.ofDay();
   entry.isEndNews = true;
   others_.tell(eventOf(vm, entry.end, entry.run.run));
   others_.ended(vm, entry.run.run, entry.end);
@@ -156,6 +168,7 @@ void VmStates::tellState(const rt::String& vm, Entry& entry, const Situation& no
   const Actual actual = actualOf(now);
   const bool isOver = !now.hasProcess && (actual == Actual::stopped || actual == Actual::crashed);
   if (std::exchange(entry.isEndNews, false) && isOver) return;
+  const rt::String resumedBy = std::exchange(entry.run.resumedBy, rt::String());
   const Reason reason = reasonOf(now);
   const auto event = rt::make<model::Event>("");
   event->kindIs(model::eventKind::state);
@@ -168,8 +181,9 @@ void VmStates::tellState(const rt::String& vm, Entry& entry, const Situation& no
                                              : "it is " + textOf(actual));
   event->byIs(actual == Actual::paused     ? now.run.pausedBy
               : actual == Actual::stopping ? now.askedBy
+              : actual == Actual::running  ? resumedBy
                                            : rt::String());
-  event->atIs(times_.ofDay() * second);
+  event->atIs(times_.ofDay());
   others_.tell(event);
 }
 
@@ -207,7 +221,7 @@ std::optional<uint64_t> VmStates::upAt(rt::Seconds time) const {
 
 uint64_t VmStates::timeOfDayAt(uint64_t up) const {
   const uint64_t now = times_.sinceBoot();
-  return times_.ofDay() + (up > now ? (up - now + second - 1) / second : 0);
+  return times_.ofDay() / second + (up > now ? (up - now + second - 1) / second : 0);
 }
 
 Situation VmStates::situationOf(const Entry& entry) const {
@@ -239,7 +253,9 @@ void VmStates::show(const rt::String& vm, Entry& entry) {
   const Situation now = situationOf(entry);
   const auto record = status_->vmProcessIs(vm);
   if (actualOf(now) == Actual::running || now.wanted != Wanted::running) entry.attempt = 0;
-  if (writeSince(*record, vm, textOf(actualOf(now)))) tellState(vm, entry, now);
+  const bool isFirst = record->actual().empty();
+  const bool isOther = writeSince(*record, vm, textOf(actualOf(now)));
+  if (isOther && !isSaidByItsRow(now, isFirst)) tellState(vm, entry, now);
   write(*record, vm, now);
   writeCounts(*record, entry.counts);
   record->attemptIs(entry.attempt);
@@ -258,7 +274,7 @@ bool VmStates::writeSince(model::VmProcess& record, const rt::String& vm,
   const auto known = before_.find(vm);
   const bool wasSo = known != before_.end() && known->second.actual == actual;
   const bool isOther = record.actual() != actual;
-  if (isOther) record.sinceIs(wasSo ? known->second.since : times_.ofDay());
+  if (isOther) record.sinceIs(wasSo ? known->second.since : times_.ofDay() / second);
   if (known != before_.end()) before_.erase(known);
   return isOther && !wasSo;
 }

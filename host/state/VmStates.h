@@ -17,7 +17,7 @@ namespace host {
 class VmStates final : public rt::StateMachineOf<VmStates> {
  public:
   struct Times {
-    std::function<uint64_t()> ofDay;      // s since 1970
+    std::function<uint64_t()> ofDay;      // ms since 1970
     std::function<uint64_t()> sinceBoot;  // ms
   };
   // Of a VM's runs since the machine was booted. What a shim has told is read anew by each daemon:
@@ -58,6 +58,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   void keeperSays(const rt::String& vm, const KeeperView& view);
   void vmDel(const rt::String& vm);
 
+  // Its process was told to end, did not in time, and is killed.
+  void overdueIs(const rt::String& vm);
   // Whether the VM's guest does not answer the agent.
   void unansweredIs(const rt::String& vm, bool isUnanswered);
   void eventIs(const GuestEvent& event);
@@ -78,6 +80,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     KeeperView view;
     bool isKnown = false;  // its keeper has said something
     bool isUnanswered = false;
+    bool isOverdue = false;  // its process was killed for that
     GuestRun run;
     End end;
     uint64_t judged = 0;  // the run whose end is known

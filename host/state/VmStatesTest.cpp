@@ -23,6 +23,7 @@ class VmStatesTest : public testing::Test {
     event->atIs(timeOfDay() * 1000);
     event->upIs(up());
     event->pidIs(4711);
+    event->byIs(by);
     states.eventIs(*event);
   }
   uint64_t up() const { return static_cast<uint64_t>(clock->now().value() * 1000); }
@@ -41,6 +42,8 @@ class VmStatesTest : public testing::Test {
   rt::Ptr<rt::fakes::ManualClock> clock = rt::make<rt::fakes::ManualClock>();
   rt::ActivityManager manager{clock};
   uint64_t clockStep = 0;
+  rt::String by;        // who has asked the shim
+  uint64_t toldAt = 0;  // of the last event
   uint64_t number = 0;
   int catchUps = 0;
   std::string_view toldLate{};              // what its shim has told and the daemon has not read
@@ -49,11 +52,11 @@ class VmStatesTest : public testing::Test {
   HostStatus::Ptr status = rt::make<HostStatus>();
   VmStates states{
       status,
-      {.ofDay = [this] { return timeOfDay(); }, .sinceBoot = [this] { return up(); }},
+      {.ofDay = [this] { return timeOfDay() * 1000 + up() % 1000; },
+       .sinceBoot = [this] { return up(); }},
       {{"web2", {"stopped", 1'600'000'000}},
        {"web3", {"running", 1'600'000'000}},
-       {"web4",
-        {"running", 1'600'000'000, {.starts = 5, .ends = {{"asked", 2}}, .startedRun = 7}}},
+       {"web4", {"running", 1'600'000'000, {.starts = 5, .ends = {{"asked", 2}}, .startedRun = 7}}},
        {"web6", {"", 0, {}, endByReboot(1'600'000'000'000)}}},
       {.catchUp =
            [this](const rt::String&) {
@@ -62,6 +65,7 @@ class VmStatesTest : public testing::Test {
            },
        .tell =
            [this](const model::Event::Ptr& event) {
+             toldAt = event->at();
              happened.push_back(event->kind().str() + " " + event->reason().str() +
                                 (event->by().empty() ? "" : " by " + event->by().str()));
            },
@@ -112,6 +116,55 @@ TEST_F(VmStatesTest, ShowHowTheRunBeforeTheBootEndedAndTellItAgainToNobody) {
   EXPECT_EQ(status->vmProcess("web6")->endAt(), 1'600'000'000U);
   EXPECT_EQ(states.lastEnd("web6"), std::nullopt);
   EXPECT_THAT(happened, testing::ElementsAre("state starting"));
+}
+
+TEST_F(VmStatesTest, TellTheMomentOfAChangeInMilliseconds) {
+  pass(2.25);
+  runs();
+  EXPECT_EQ(toldAt, timeOfDay() * 1000 + 250);
+  EXPECT_EQ(shown().since(), timeOfDay());
+}
+
+TEST_F(VmStatesTest, NameWhoResumedAGuestOnce) {
+  runs();
+  tell(word::wished, "pause");
+  tell(word::paused);
+  by = "op2";
+  tell(word::wished, "resume");
+  by = "";
+  tell(word::resumed);
+  EXPECT_EQ(happened.back(), "state running by op2");
+  tell(word::suspended);
+  tell(word::wokenUp);
+  EXPECT_EQ(happened.back(), "state running");
+}
+
+TEST_F(VmStatesTest, TellNothingThatTheRowOfAVmHasSaid) {
+  states.keeperSays("web5", {});
+  EXPECT_TRUE(happened.empty()) << "it was added, and is off";
+  states.keeperSays("web5", {.wanted = Wanted::running});
+  states.keeperSays("web5", {});
+  EXPECT_EQ(happened.back(), "state stopped");
+  states.keeperSays("web5", {.wanted = Wanted::running});
+  happened.clear();
+  states.keeperSays("web5", {.wanted = Wanted::gone});
+  EXPECT_TRUE(happened.empty()) << "it was removed";
+}
+
+TEST_F(VmStatesTest, NameWhoAskedForTheEndOfAGuestWhoseShimStoodStillAndWasKilled) {
+  runs();
+  states.askedBy("web1", "op1");
+  states.keeperSays("web1", {.hasProcess = true, .isEnding = true, .isStarted = true});
+  states.overdueIs("web1");
+  states.keeperSays("web1", {});
+  EXPECT_EQ(shown().endCause(), "powered-off");
+  EXPECT_EQ(shown().endBy(), "op1");
+  EXPECT_EQ(shown().endText(), "the guest was switched off by op1, and its shim did not answer");
+  EXPECT_FALSE(shown().endFailed());
+  runs();
+  tell(word::started, "", 8);
+  states.keeperSays("web1", {.wanted = Wanted::running, .isStarted = true});
+  EXPECT_EQ(shown().endCause(), "shim-lost") << "that was another run";
 }
 
 TEST_F(VmStatesTest, NameWhoAskedForAnEnd) {

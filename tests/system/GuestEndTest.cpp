@@ -35,6 +35,13 @@ class GuestEnd : public GuestFixture {
     std::ofstream(file) << id << "\n";
     ASSERT_EQ(mount(file.c_str(), bootIdFile, nullptr, MS_BIND, nullptr), 0);
   }
+  // Whom the log of changes has for the author of ours.
+  std::string me() const {
+    const std::string events = world.ctl({"events", "-o", "json"});
+    const std::string mark = R"("kind":"config")";
+    const size_t by = events.find(R"("by":")", events.find(mark)) + 6;
+    return events.substr(by, events.find('"', by) - by);
+  }
   void begin() { start({"--keep-history"}); }
   // Does that to a guest that runs, and waits for its end.
   void walk(const std::string& vm, const std::function<void()>& act, ToldEnd end) {
@@ -88,6 +95,7 @@ TEST_F(GuestEnd, IsToldWithItsCauseItsTimeAndItsAuthorAlsoAfterTheNextBoot) {
        {"shutdown", "asked", "forced", "off", "signal", "killed", "crashed", "lost"})
     bootVm(vm);
 
+  const std::string me = this->me();
   walk("shutdown", [&] { world.type("shutdown", powerOff); },
        {"guest-shutdown", "guest", "the guest shut itself down"});
   walk("asked",
@@ -96,17 +104,17 @@ TEST_F(GuestEnd, IsToldWithItsCauseItsTimeAndItsAuthorAlsoAfterTheNextBoot) {
          ASSERT_TRUE(world.shimSaid("asked", "presses the guest's power button"));
          world.type("asked", powerOff);
        },
-       {"asked", "root", "the guest was asked to shut down by root, and did in "});
+       {"asked", me, "the guest was asked to shut down by " + me + ", and did in "});
   walk("forced",
        [&] {
          world.ctl({"stop", "forced"});
        },
-       {"asked-forced", "root", "the guest was asked to shut down by root, did not for "});
+       {"asked-forced", me, "the guest was asked to shut down by " + me + ", did not for "});
   walk("off",
        [&] {
          world.ctl({"stop", "off", "--now"});
        },
-       {"powered-off", "root", "the guest was switched off by root"});
+       {"powered-off", me, "the guest was switched off by " + me});
   walk("signal", [&] { signalQemu("signal", SIGTERM); },
        {"signal", "stranger", "terminating on signal 15"});
   walk("killed", [&] { signalQemu("killed", SIGKILL); },
