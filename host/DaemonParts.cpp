@@ -59,7 +59,7 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .own = own_,
                .waiting = waiting_}),
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
-      network_(ground_),
+      network_(ground_, before),
       guests_(ground_, before, network_.cards()),
       configFeed_(rt::make<ConfigFeed>(
           db,

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "host/StatusOfBefore.h"
 #include "host/base/TapNode.h"
+#include "host/base/Times.h"
 #include "netlink/Macvtap.h"
 
 namespace host {
@@ -19,7 +19,7 @@ BridgeFdb::Ptr bridgeFdb(const Ground& ground) {
 
 }  // namespace
 
-NetworkSide::NetworkSide(const Ground& ground)
+NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before)
     : ground_(ground),
       fdbStatus_(rt::make<FdbStatus>(ground.agent.bridging, ground.hostStatus)),
       bridgeFdb_(bridgeFdb(ground)),
@@ -31,7 +31,8 @@ NetworkSide::NetworkSide(const Ground& ground)
                 .remove = [](const rt::String& tap) { netlink::deviceRemove(tap.charPtr()); }}),
       interfaces_(rt::make<InterfaceNames>(
           ground.agent.localDir, ground.hostStatus, ground.agent.present,
-          [this](const rt::String& id) { janitor_.handleWithdrawal(id); })),
+          [this](const rt::String& id) { janitor_.handleWithdrawal(id); }, timeOfDay,
+          before.interfaces)),
       cardHealer_(rt::make<CardHealer>(
           CardHealer::Tools{
               .agent = ground.agent.root,
@@ -63,6 +64,7 @@ void NetworkSide::begin() {
               },
           .deviceDel = [this](uint32_t device) { rateGuard_.deviceDel(device); }},
       [this] { cardHealer_->devicesChanged(); });
+  interfaces_->hasBegun();
   janitor_.sweep();
 }
 

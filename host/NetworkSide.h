@@ -2,6 +2,7 @@
 #pragma once
 
 #include "host/Ground.h"
+#include "host/StatusOfBefore.h"
 #include "host/network/BridgeFdb.h"
 #include "host/network/CardHealer.h"
 #include "host/network/FdbStatus.h"
@@ -17,7 +18,7 @@ namespace host {
 // members is that of their life.
 class NetworkSide {
  public:
-  explicit NetworkSide(const Ground& ground);
+  NetworkSide(const Ground& ground, const StatusOfBefore& before);
 
   VmCards& cards() { return *cardHealer_; }
   // What guests may send is another.

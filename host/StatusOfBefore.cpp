@@ -28,6 +28,11 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
                                .startedRun = process->startedRun(),
                                .endedRun = process->endedRun()}};
   }
+  for (const auto& record : db.snapshot({model::table::interfaceStatus}).records) {
+    const auto interface = rt::make<model::InterfaceStatus>(record.key);
+    statedb::fillKnown(*interface, record.doc);
+    all.interfaces[record.key] = {interface->present(), interface->carrier(), interface->since()};
+  }
   const statedb::Snapshot events = db.snapshot({model::table::event});
   all.store = events.cursor.storeId;
   if (all.events.numbers.empty()) all.events.numbers = all.store;

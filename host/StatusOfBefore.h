@@ -6,6 +6,7 @@
 
 #include "host/database/KeptEvents.h"
 #include "host/network/BridgeFdb.h"
+#include "host/network/InterfaceNames.h"
 #include "host/state/VmStates.h"
 #include "statedb/StateDb.h"
 
@@ -15,8 +16,9 @@ namespace host {
 struct StatusOfBefore {
   std::map<rt::String, uint64_t> restartsDone;    // by VM: the number that was carried out last
   std::map<rt::String, VmStates::Before> states;  // by VM: what it was, and since when
-  statedb::Cursor configuration;                  // how far it had come with that
-  rt::String store;                               // the id of the store that all of it stands in
+  std::map<rt::String, InterfaceNames::Before> interfaces;  // by id
+  statedb::Cursor configuration;                            // how far it had come with that
+  rt::String store;  // the id of the store that all of it stands in
   EventsBefore events;
 };
 StatusOfBefore statusOfBefore(statedb::StateDb& db);

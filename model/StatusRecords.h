@@ -163,6 +163,12 @@ class InterfaceStatus final : public rt::EntityOf<InterfaceStatus> {
   }
   bool present() const { return present_; }
   void presentIs(bool present) { assign<&InterfaceStatus::present>(present_, present); }
+  // Whether the kernel says of the device that it has a line; of one that is not present: no.
+  bool carrier() const { return carrier_; }
+  void carrierIs(bool carrier) { assign<&InterfaceStatus::carrier>(carrier_, carrier); }
+  // When either changed last, in seconds since 1970.
+  uint64_t since() const { return since_; }
+  void sinceIs(uint64_t time) { assign<&InterfaceStatus::since>(since_, time); }
 
   // Why the interface's row is refused; empty when it is not.
   const rt::String& problem() const { return problem_; }
@@ -173,12 +179,16 @@ class InterfaceStatus final : public rt::EntityOf<InterfaceStatus> {
       rt::Attribute<"intfId", &InterfaceStatus::intfId>,
       rt::Attribute<"deviceName", &InterfaceStatus::deviceName, &InterfaceStatus::deviceNameIs>,
       rt::Attribute<"present", &InterfaceStatus::present, &InterfaceStatus::presentIs>,
+      rt::Attribute<"carrier", &InterfaceStatus::carrier, &InterfaceStatus::carrierIs>,
+      rt::Attribute<"since", &InterfaceStatus::since, &InterfaceStatus::sinceIs>,
       rt::Attribute<"problem", &InterfaceStatus::problem, &InterfaceStatus::problemIs>>;
 
  private:
   const rt::String intfId_;
   rt::String deviceName_;
   bool present_ = false;
+  bool carrier_ = false;
+  uint64_t since_ = 0;
   rt::String problem_;
 };
 

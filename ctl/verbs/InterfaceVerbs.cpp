@@ -5,6 +5,7 @@
 
 #include "ctl/line/Json.h"
 #include "ctl/verbs/ConfigVerbs.h"
+#include "ctl/view/StateView.h"
 #include "ctl/view/VmRows.h"
 #include "model/Tables.h"
 #include "model/VmConfigCheck.h"
@@ -46,11 +47,25 @@ rt::String interfacesJson(const InterfaceRows& rows, bool isStale) {
     ((json += separator) += R"({"intfId":)") += quoted(id);
     (json += R"(,"deviceName":)") += quoted(row->deviceName());
     (json += R"(,"present":)") += rt::toText(row->present());
+    (json += R"(,"carrier":)") += rt::toText(row->carrier());
+    (json += R"(,"since":)") += row->since() == 0 ? rt::String("null") : rt::toText(row->since());
     if (!row->problem().empty()) (json += R"(,"problem":)") += quoted(row->problem());
     json += '}';
     separator = ",";
   }
   return json += "]}";
+}
+
+Table interfacesTable(const InterfaceRows& rows, uint64_t now) {
+  Table table({"INTERFACE", "DEVICE", "PRESENT", "CARRIER", "SINCE", "PROBLEM"});
+  for (const auto& [id, row] : rows)
+    table.row({id,
+               row->deviceName(),
+               row->present() ? "yes" : "no",
+               row->carrier() ? "yes" : "no",
+               row->since() == 0 ? rt::String() : ageText(row->since(), now),
+               {row->problem(), Ink::bad}});
+  return table;
 }
 
 // A name that the kernel takes for a device.
@@ -86,10 +101,7 @@ Exit listInterfaces(Context& context, const Arguments&) {
   } else if (rows.empty()) {
     context.tell("there are no interfaces");
   } else {
-    Table table({"INTERFACE", "DEVICE", "PRESENT", "PROBLEM"});
-    for (const auto& [id, row] : rows)
-      table.row({id, row->deviceName(), row->present() ? "yes" : "no", {row->problem(), Ink::bad}});
-    context.print(table);
+    context.print(interfacesTable(rows, context.world().timeOfDay()));
   }
   return Exit::done;
 }

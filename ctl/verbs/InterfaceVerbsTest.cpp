@@ -11,7 +11,8 @@ class InterfaceVerb : public fakes::VmctlFixture {
  protected:
   void putTwo() {
     put("interface", "Vlan100", R"({"deviceName":"br0.100"})");
-    put("interfaceStatus", "Vlan100", R"({"deviceName":"br0.100","present":true})");
+    put("interfaceStatus", "Vlan100",
+        R"({"deviceName":"br0.100","present":true,"carrier":true,"since":1700000988})");
     put("interfaceStatus", "eth0", R"({"deviceName":"eth0","present":true})");
     put("interface", "Vlan200", R"({"deviceName":"br0/200"})");
     put("interfaceStatus", "Vlan200",
@@ -24,10 +25,10 @@ TEST_F(InterfaceVerb, ListShowsWhichDeviceEachIs) {
   putTwo();
   EXPECT_EQ(vmctl("interface list"),
             (Answer{0,
-                    "INTERFACE  DEVICE   PRESENT  PROBLEM\n"
-                    "Vlan100    br0.100  yes      -\n"
-                    "Vlan200    br0/200  no       no device can be called so\n"
-                    "eth0       eth0     yes      -\n",
+                    "INTERFACE  DEVICE   PRESENT  CARRIER  SINCE  PROBLEM\n"
+                    "Vlan100    br0.100  yes      yes      12s    -\n"
+                    "Vlan200    br0/200  no       no       -      no device can be called so\n"
+                    "eth0       eth0     yes      no       -      -\n",
                     ""}));
   EXPECT_EQ(vmctl("interface ls -o name").out, "Vlan100\nVlan200\neth0\n");
 }
@@ -40,18 +41,24 @@ TEST_F(InterfaceVerb, ListGivesJson) {
     {
       "intfId": "Vlan100",
       "deviceName": "br0.100",
-      "present": true
+      "present": true,
+      "carrier": true,
+      "since": 1700000988
     },
     {
       "intfId": "Vlan200",
       "deviceName": "br0/200",
       "present": false,
+      "carrier": false,
+      "since": null,
       "problem": "no device can be called so"
     },
     {
       "intfId": "eth0",
       "deviceName": "eth0",
-      "present": true
+      "present": true,
+      "carrier": false,
+      "since": null
     }
   ]
 }
@@ -63,10 +70,11 @@ TEST_F(InterfaceVerb, ListShowsTheConfigurationWithoutADaemon) {
   put("interface", "Vlan100", R"({"deviceName":"br0.100"})");
   daemonRuns_ = false;
   hasStatus_ = false;
-  EXPECT_EQ(vmctl("interface list"), (Answer{0,
-                                             "INTERFACE  DEVICE   PRESENT  PROBLEM\n"
-                                             "Vlan100    br0.100  no       -\n",
-                                             staleLine}));
+  EXPECT_EQ(vmctl("interface list"),
+            (Answer{0,
+                    "INTERFACE  DEVICE   PRESENT  CARRIER  SINCE  PROBLEM\n"
+                    "Vlan100    br0.100  no       no       -      -\n",
+                    staleLine}));
 }
 
 TEST_F(InterfaceVerb, ListOfNothing) {

@@ -14,7 +14,8 @@ HostCardsWorld::HostCardsWorld(const char* macOfSecond, const char* interfaceOfS
               .present = deviceIntfStatusDir,
               .interfaces = rt::make<host::InterfaceNames>(
                   allIntfStatusLocalDir, hostStatus, deviceIntfStatusDir,
-                  [this](const rt::String& id) { janitor.handleWithdrawal(id); }),
+                  [this](const rt::String& id) { janitor.handleWithdrawal(id); },
+                  [this] { return static_cast<uint64_t>(clock->now().value()); }),
               .janitor = janitor,
               .problems = problems,
               .traces = traceLog,

@@ -26,10 +26,13 @@ std::vector<rt::Problem> problemsOf(const rt::String& id, const rt::String& devi
 InterfaceNames::InterfaceNames(Interface::AllIntfStatusLocalDir::Ptr localDir,
                                HostStatus::Ptr status,
                                Interface::DeviceIntfStatusDir::PtrConst present,
-                               Withdrawing withdrawing)
+                               Withdrawing withdrawing, std::function<uint64_t()> now,
+                               std::map<rt::String, Before> before)
     : localDir_(std::move(localDir)),
       status_(std::move(status)),
       withdrawing_(std::move(withdrawing)),
+      now_(std::move(now)),
+      before_(std::move(before)),
       present_(*this, std::move(present)) {
   handleInitialized();
 }
@@ -65,6 +68,14 @@ void InterfaceNames::deviceDel(const rt::String& device) {
   if (devices_.erase(device) > 0) update(device);
 }
 
+void InterfaceNames::carrierIs(const rt::String& device, bool hasCarrier) {
+  const bool isNews = hasCarrier ? carriers_.insert(device).second : carriers_.erase(device) > 0;
+  if (!isNews) return;
+  handlePresent(rt::IntfId(device));
+  for (const auto& [id, name] : configured_)
+    if (name == device) handlePresent(rt::IntfId(id));
+}
+
 void InterfaceNames::deviceLeaves(const rt::String& device) {
   for (const auto& [id, present] : present_->intfStatusAndDeviceNames())
     if (present.deviceName == device) withdrawing_(id.name());
@@ -75,8 +86,11 @@ void InterfaceNames::flap(const rt::String& id) {
   const auto local = localDir_->intfStatusLocal(intfId);
   if (!local) return;
   rt::FirstException failures;
+  isFlapping_ = true;  // nothing of it is so, and nothing is shown
   failures.run([&] { localDir_->intfStatusLocalDel(intfId); });
   failures.run([&] { localDir_->intfStatusLocalIs(intfId, *local); });
+  isFlapping_ = false;
+  failures.run([&] { handlePresent(intfId); });
   failures.rethrow();
 }
 
@@ -113,8 +127,26 @@ void InterfaceNames::show(const rt::String& id, const rt::String& device,
 }
 
 void InterfaceNames::handlePresent(const rt::IntfId& id) {
-  if (const auto record = status_->interfaceStatus(id.name()))
-    record->presentIs(present_->intfStatusAndDeviceNameHas(id));
+  if (isFlapping_) return;
+  if (const auto record = status_->interfaceStatus(id.name())) {
+    const bool isPresent = present_->intfStatusAndDeviceNameHas(id);
+    const bool hasCarrier = isPresent && carriers_.contains(record->deviceName());
+    const bool isSame = record->present() == isPresent && record->carrier() == hasCarrier;
+    if (isSame && record->since() != 0) return;
+    record->presentIs(isPresent);
+    record->carrierIs(hasCarrier);
+    record->sinceIs(sinceOf(*record));
+  }
+  listener_(id.name());
+}
+
+// Of what was so already when the daemon came, the time is the earlier daemon's.
+uint64_t InterfaceNames::sinceOf(const model::InterfaceStatus& record) const {
+  const auto known = before_.find(record.intfId());
+  const bool wasSo = known != before_.end() && known->second.since != 0 &&
+                     known->second.present == record.present() &&
+                     known->second.carrier == record.carrier();
+  return wasSo ? known->second.since : now_();
 }
 
 }  // namespace host

@@ -80,6 +80,11 @@ class InterfaceNamesTest : public testing::Test {
     if (!record) return "";
     return record->deviceName().str() + (record->present() ? " present" : " absent");
   }
+  // "carrier since TIME", "none since TIME".
+  std::string line(const char* id) const {
+    const auto record = status->interfaceStatus(id);
+    return (record->carrier() ? "carrier since " : "none since ") + std::to_string(record->since());
+  }
   std::string problem(const char* id) const { return status->interfaceStatus(id)->problem().str(); }
 
   const Interface::AllIntfStatusDir::Ptr all = rt::make<Interface::AllIntfStatusDir>();
@@ -89,12 +94,18 @@ class InterfaceNamesTest : public testing::Test {
   const KernelNetInfo::Status::Ptr kernel = rt::make<KernelNetInfo::Status>();
   const HostStatus::Ptr status = rt::make<HostStatus>();
   bool cannotWithdraw = false;
+  uint64_t now = 100;
+  const std::map<rt::String, InterfaceNames::Before> before{
+      {"eth8", {.present = true, .carrier = true, .since = 7}},
+      {"eth9", {.present = true, .carrier = false, .since = 9}}};
   std::vector<std::string> withdrawn;  // "ID from DEVICE"
-  const InterfaceNames::Ptr names =
-      rt::make<InterfaceNames>(localDir, status, present, [this](const rt::String& id) {
+  const InterfaceNames::Ptr names = rt::make<InterfaceNames>(
+      localDir, status, present,
+      [this](const rt::String& id) {
         withdrawn.push_back(id.str() + " from " + device(id.charPtr()));
         if (cannotWithdraw) throw rt::Exception("the kernel does not answer");
-      });
+      },
+      [this] { return now; }, before);
   const Interface::NetNsIntfStatusManagerRoot::Ptr root =
       rt::make<Interface::NetNsIntfStatusManagerRoot>(all, localDir, /*filterByNetNs=*/false);
   const Interface::NetNsIntfStatusManager::Ptr manager =
@@ -267,6 +278,58 @@ TEST_F(InterfaceNamesTest, AreShownAlsoWhenSomebodyThrowsWhoHearsOfThem) {
   EXPECT_THROW(row("Vlan100", R"({"deviceName":"br0.100"})"), rt::Exception);
   EXPECT_EQ(device("Vlan100"), "br0.100");
   EXPECT_EQ(shown("Vlan100"), "br0.100 absent");
+}
+
+TEST_F(InterfaceNamesTest, ShowTheCarrierOfTheirDeviceAndSinceWhen) {
+  row("Vlan100", R"({"deviceName":"br0.100"})");
+  EXPECT_EQ(line("Vlan100"), "none since 100");
+  now = 101;
+  names->carrierIs("br0.100", true);
+  EXPECT_EQ(line("Vlan100"), "none since 100") << "it is not there";
+  comes("br0.100", 5);
+  EXPECT_EQ(line("Vlan100"), "carrier since 101");
+  EXPECT_EQ(line("br0.100"), "carrier since 101");
+  now = 102;
+  names->carrierIs("br0.100", false);
+  EXPECT_EQ(line("Vlan100"), "none since 102");
+  EXPECT_EQ(line("br0.100"), "none since 102");
+  now = 103;
+  names->carrierIs("br0.100", false);
+  EXPECT_EQ(line("Vlan100"), "none since 102");
+  goes("br0.100", 5);
+  EXPECT_EQ(line("Vlan100"), "none since 103");
+}
+
+TEST_F(InterfaceNamesTest, HaveTheTimeOfAnEarlierDaemonForWhatIsAsItWasThen) {
+  names->carrierIs("eth8", true);
+  comes("eth8", 2);
+  names->carrierIs("eth9", true);
+  comes("eth9", 3);
+  names->hasBegun();
+  EXPECT_EQ(line("eth8"), "carrier since 7");
+  EXPECT_EQ(line("eth9"), "carrier since 100") << "it had none";
+  names->carrierIs("eth8", false);
+  names->carrierIs("eth8", true);
+  EXPECT_EQ(line("eth8"), "carrier since 100");
+}
+
+TEST_F(InterfaceNamesTest, TellOfEachThatComesGoesOrHasAnotherCarrier) {
+  std::vector<std::string> heard;
+  names->listenerIs([&](const rt::String& id) { heard.push_back(id.str()); });
+  comes("eth0", 2);
+  EXPECT_THAT(std::exchange(heard, {}), testing::Contains("eth0"));
+  names->carrierIs("eth0", true);
+  EXPECT_THAT(std::exchange(heard, {}), ElementsAre("eth0"));
+  goes("eth0", 2);
+  EXPECT_THAT(heard, testing::Contains("eth0"));
+}
+
+TEST_F(InterfaceNamesTest, AreAsTheyWereAfterAFlap) {
+  names->carrierIs("eth0", true);
+  comes("eth0", 2);
+  now = 200;
+  names->flap("eth0");
+  EXPECT_EQ(line("eth0"), "carrier since 100");
 }
 
 }  // namespace

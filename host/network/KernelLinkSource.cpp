@@ -47,7 +47,9 @@ KernelLink linkOf(rtnl_link* link) {
   const bool isLoopback = (rtnl_link_get_flags(link) & IFF_LOOPBACK) != 0;
   return {.name = rtnl_link_get_name(link),
           .canBeInterface = !isTap && !isLoopback,
-          .macvtap = isTap ? addressOf(link) : std::nullopt};
+          .macvtap = isTap ? addressOf(link) : std::nullopt,
+          // Switched on, and its driver has found a line.
+          .hasCarrier = (rtnl_link_get_flags(link) & IFF_RUNNING) != 0};
 }
 
 // A bridge tells of its ports in messages of its own family, without a kind; the bridge itself the

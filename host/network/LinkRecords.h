@@ -19,7 +19,12 @@ struct KernelLink {
   // two looks, with the old one's name and index, is another.
   uint32_t before = 0;
   std::optional<rt::EthAddr> macvtap{};  // its address; nothing: it is of another kind
+  bool hasCarrier = false;               // which comes and goes
 
+  bool isSameDevice(const KernelLink& other) const {
+    return name == other.name && canBeInterface == other.canBeInterface && before == other.before &&
+           macvtap == other.macvtap;
+  }
   friend bool operator==(const KernelLink&, const KernelLink&) = default;
 };
 using KernelLinkTable = std::map<uint32_t, KernelLink>;  // by ifindex

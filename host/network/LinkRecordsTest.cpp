@@ -5,6 +5,7 @@
 #include "host/network/KernelLinks.h"
 #include "host/network/LinkRecords.h"
 #include "runtime/fakes/ChangeRecorder.h"
+#include "runtime/interfaces/NetNsIntfStatusManager.h"
 #include "runtime/loop/ActivityManager.h"
 
 namespace host {
@@ -55,9 +56,14 @@ class LinkRecordsTest : public testing::Test {
   const KernelNetInfo::Status::Ptr kernel = rt::make<KernelNetInfo::Status>();
   const Interface::AllIntfStatusLocalDir::Ptr localDir =
       rt::make<Interface::AllIntfStatusLocalDir>();
-  const InterfaceNames::Ptr names =
-      rt::make<InterfaceNames>(localDir, rt::make<HostStatus>(),
-                               rt::make<Interface::DeviceIntfStatusDir>(), [](const auto&) {});
+  const HostStatus::Ptr status = rt::make<HostStatus>();
+  const Interface::DeviceIntfStatusDir::Ptr present = rt::make<Interface::DeviceIntfStatusDir>();
+  const InterfaceNames::Ptr names = rt::make<InterfaceNames>(
+      localDir, status, present, [](const auto&) {}, [] { return 1; });
+  const Interface::NetNsIntfStatusManager::Ptr manager =
+      rt::make<Interface::NetNsIntfStatusManager>(rt::make<Interface::AllIntfStatusDir>(), localDir,
+                                                  /*filterByNetNs=*/false, present, kernel,
+                                                  rt::NamespaceName::defaultNamespace());
   std::vector<std::string> macvtaps;  // that were told of
   LinkRecords records{
       kernel,
@@ -157,6 +163,28 @@ TEST_F(LinkRecordsTest, TellOfAMacvtapThatIsGone) {
   macvtaps.clear();
   records.linksAre({});
   EXPECT_THAT(macvtaps, ElementsAre("7 gone"));
+}
+
+TEST_F(LinkRecordsTest, ShowACarrierThatComesAndGoesAsOneOfTheSameDevice) {
+  const auto link = [](bool hasCarrier) {
+    return KernelLink{"eth0", true, 0, std::nullopt, hasCarrier};
+  };
+  records.linksAre({{2, link(true)}});
+  EXPECT_TRUE(status->interfaceStatus("eth0")->carrier());
+  const auto recorder = rt::make<rt::fakes::ChangeRecorder>();
+  recorder->watch(kernel);
+  recorder->watch(localDir);
+  records.linksAre({{2, link(false)}});
+  EXPECT_FALSE(status->interfaceStatus("eth0")->carrier());
+  records.linksAre({{2, link(true)}});
+  EXPECT_TRUE(status->interfaceStatus("eth0")->carrier());
+  EXPECT_THAT(recorder->take(), IsEmpty());
+}
+
+TEST_F(LinkRecordsTest, GiveACarrierToTheNextDeviceOfANameOnlyIfItHasOne) {
+  records.linksAre({{2, {"eth0", true, 0, std::nullopt, true}}});
+  records.linksAre({{3, {"eth0", true}}});
+  EXPECT_FALSE(status->interfaceStatus("eth0")->carrier());
 }
 
 TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {

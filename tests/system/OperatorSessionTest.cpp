@@ -66,6 +66,10 @@ class OperatorSession : public testing::Test {
     enter(command);
     expectScreen(name);
   }
+  // It is there, and has a line.
+  bool isWhole(const std::string& interface) const {
+    return world.hasRow("interfaceStatus", interface, R"("present":true,"carrier":true)");
+  }
   void addRunningVm() const {
     world.ctl({"add", "web1", "--disk", disk, "--memory", "32", "--enabled"});
     ASSERT_TRUE(world.saysOnConsole("web1", "READY")) << world.log();
@@ -119,22 +123,24 @@ class OperatorSession : public testing::Test {
 
   // An age keeps its place in a table, too.
   static std::string withoutAges(std::string screen) {
-    const std::regex age(R"((ing +|pped +)(\d+m?\d*s)( +))");
+    const std::regex age(R"((ing +|pped +|yes +yes +|up +|gone +)(\d+m?\d*s)( +))");
     std::string out;
     for (std::smatch found; std::regex_search(screen, found, age); screen = found.suffix()) {
       std::string word = "AGE";
       word.resize(static_cast<size_t>(found[2].length() + found[3].length()), ' ');
       out += found.prefix().str() + found[1].str() + word;
     }
-    return std::regex_replace(out + screen, std::regex(R"(Since: +\d+m?\d*s)"), "Since:    AGE");
+    screen = std::regex_replace(out + screen, std::regex(R"(, for \d+m?\d*s)"), ", for AGE");
+    return std::regex_replace(screen, std::regex(R"(Since: +\d+m?\d*s)"), "Since:    AGE");
   }
 
   std::set<std::string> processes_;
 };
 
 TEST_F(OperatorSession, AddsAGuestAndSeesItStart) {
-  ip("link add Ethernet1 type veth peer name wire");
-  ASSERT_TRUE(waitUntil([&] { return world.hasRow("interfaceStatus", "Ethernet1", "true"); }));
+  ip("link add Ethernet1 up type veth peer name wire");
+  ip("link set wire up");
+  ASSERT_TRUE(waitUntil([&] { return isWhole("Ethernet1"); }));
   enterAndExpect("vmctl list", "list-nothing");
   enterAndExpect("vmctl add web1 --disk " + disk +
                      " --memory 32 --nic model=e1000,mac=52:54:00:12:34:56,intf=Ethernet1",
@@ -142,11 +148,13 @@ TEST_F(OperatorSession, AddsAGuestAndSeesItStart) {
   enterAndExpect("vmctl list", "list-added");
   enterAndExpect("vmctl enable web1 --wait", "enable-done");
   enterAndExpect("vmctl list", "list-running");
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmCard", "web1/nic00", R"("up")"); }));
   enterAndExpect("vmctl show web1", "show");
   ip("link del Ethernet1");
-  ASSERT_TRUE(waitUntil([&] { return world.row("interfaceStatus", "Ethernet1").empty(); }));
-  ip("link add Ethernet2 type veth peer name wire");
-  ASSERT_TRUE(waitUntil([&] { return world.hasRow("interfaceStatus", "Ethernet2", "true"); }));
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmCard", "web1/nic00", "gone"); }));
+  ip("link add Ethernet2 up type veth peer name wire");
+  ip("link set wire up");
+  ASSERT_TRUE(waitUntil([&] { return isWhole("Ethernet2") && isWhole("wire"); }));
   enterAndExpect("vmctl show web1", "show-without-interface");
   enterAndExpect("vmctl interface list", "interface-list");
   ip("link del Ethernet2");
