@@ -56,6 +56,8 @@ void ControlServer::acceptAll() {
     Peer peer{++lastId_, std::make_unique<Wire>(std::move(connection), longestRequest), turn_};
     peer.wire->send({answers_.greeting(), {}});
     peers_.push_back(std::move(peer));
+    // What was said already is heard, however many come behind who take the place.
+    serve(peers_.back());
   }
 }
 

@@ -129,6 +129,16 @@ TEST_F(ControlServerTest, AnswersSeveralClientsEachByItself) {
   EXPECT_THAT(heard(*second), IsEmpty());
 }
 
+TEST_F(ControlServerTest, HearsWhatWasSaidWhileItStoodStillHoweverManyCame) {
+  constexpr int all = ControlServer::mostClients + 1;  // as many as may wait
+  for (int i = 0; i < all; ++i) {
+    Wire client(connectionTo(folder / "shim.sock"), 1 << 20);
+    client.send({"{\"stop\":{\"timeout\":1}}\n", {}});
+  }
+  work();
+  EXPECT_EQ(stops, all);
+}
+
 TEST_F(ControlServerTest, AnswersWhoHasSentItsLastRequest) {
   const auto client = connected();
   heard(*client);
