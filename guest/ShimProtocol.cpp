@@ -27,6 +27,11 @@ std::string rowRequest(std::string_view store, uint64_t sequence) {
                                 member(word::sequence, std::to_string(sequence)));
 }
 
+std::string lineRequest(std::string_view card, bool isUp) {
+  return request(word::line, member(word::card, quoted(card)) + "," +
+                                 member(word::up, isUp ? "true" : "false"));
+}
+
 bool isStopping(std::string_view greeting) {
   constexpr auto stopping = static_cast<size_t>(ShimState::stopping);
   return greeting.find(member(word::state, quoted(shimStates[stopping]))) != std::string_view::npos;

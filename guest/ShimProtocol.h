@@ -9,6 +9,8 @@
 //     "arguments":[TEXT…]}}         an error as long as the guest is not free
 //   {"row":{"store":TEXT,           {"return":{}}: of that row the guest is from now on
 //     "sequence":N}}
+//   {"line":{"card":MAC,"up":BOOL}} {"return":{}}: at a card whose line is not up the guest sees no
+//                                     carrier, whatever the agent has for it. Until it is told: up
 //   {"pause":{}} {"resume":{}}      {"return":{}} once QEMU has done it, or {"error":TEXT}. Whom an
 //   {"reset":{}} {"nmi":{}}         operator paused, the agent does not let run
 //   {"key":{"keys":[NAME…]}}        likewise: they are pressed together
@@ -39,6 +41,7 @@ inline constexpr const char* status = "status";
 inline constexpr const char* stop = "stop";
 inline constexpr const char* adopt = "adopt";
 inline constexpr const char* row = "row";
+inline constexpr const char* line = "line";
 inline constexpr const char* pause = "pause";
 inline constexpr const char* resume = "resume";
 inline constexpr const char* reset = "reset";
@@ -48,7 +51,7 @@ inline constexpr const char* screenshot = "screenshot";
 inline constexpr const char* done = "return";
 inline constexpr const char* error = "error";
 inline constexpr const char* end = "end";
-inline constexpr std::array requests{status, stop,  adopt,     row, pause,
+inline constexpr std::array requests{status, stop,  adopt,     row, line,      pause,
                                      resume, reset, interrupt, key, screenshot};
 
 // The members.
@@ -64,6 +67,8 @@ inline constexpr const char* daemon = "daemon";
 inline constexpr const char* arguments = "arguments";
 inline constexpr const char* store = "store";
 inline constexpr const char* sequence = "sequence";
+inline constexpr const char* card = "card";
+inline constexpr const char* up = "up";
 inline constexpr const char* by = "by";
 inline constexpr const char* keys = "keys";
 inline constexpr const char* exit = "exit";
@@ -80,6 +85,8 @@ inline constexpr std::array<std::string_view, 3> shimStates{"starting", "running
 std::string stopRequest(std::string_view seconds, std::string_view by = {});
 // Tells of which row the guest is from now on: `store` is a name of letters, digits, '-', '_', '.'.
 std::string rowRequest(std::string_view store, uint64_t sequence);
+// Tells whether the line of the card with that address is up. A line.
+std::string lineRequest(std::string_view card, bool isUp);
 // Whether a shim that greets so has been asked to stop, or is ending its guest by itself.
 bool isStopping(std::string_view greeting);
 

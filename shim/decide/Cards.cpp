@@ -15,8 +15,8 @@ std::string textOf(const qmp::Request& request, const char* argument) {
 
 std::string deletion(const std::string& id) { return "{\"id\":" + qmp::quoted(id) + "}"; }
 
-std::string link(const std::string& name, const char* up) {
-  return "{\"name\":" + qmp::quoted(name) + ",\"up\":" + up + "}";
+std::string link(const std::string& name, bool isUp) {
+  return "{\"name\":" + qmp::quoted(name) + ",\"up\":" + (isUp ? "true" : "false") + "}";
 }
 
 std::string hubPort(size_t hub, const std::string& id) {
@@ -32,8 +32,8 @@ qmp::Request deletionOf(const std::string& netdev) {
 }  // namespace
 
 bool Cards::isAbout(const std::string& execute) {
-  constexpr std::string_view commands[] = {"getfd",    "netdev_add", "netdev_set",
-                                           "set_link", "closefd",    "netdev_del"};
+  constexpr std::string_view commands[] = {"getfd",   "netdev_add", "netdev_set", "set_link",
+                                           "closefd", "netdev_del", setsLink};
   return std::find(std::begin(commands), std::end(commands), execute) != std::end(commands);
 }
 
@@ -53,6 +53,27 @@ void Cards::agentIs(std::map<std::string, std::string> names) {
   leftoverDescriptors_ = descriptors_;
 }
 
+void Cards::lineIs(const std::string& card, bool isUp) { links_[card].isLineUp = isUp; }
+
+Cards::Link Cards::linkOf(const std::string& card) const {
+  const auto found = links_.find(card);
+  return found == links_.end() ? Link() : found->second;
+}
+
+void Cards::agentLinkIs(const std::string& card, bool isUp) {
+  Link& link = links_[card];
+  link.isAgentUp = isUp;
+  link.isTold = link.isUp();
+}
+
+std::optional<Cards::Removal> Cards::linkToSet() const {
+  for (const auto& [card, its] : links_)
+    if (its.isTold != its.isUp())
+      return Removal{{setsLink, {}, {}, {{"name", card}}, its.isUp()},
+                     {{{"set_link", link(card, its.isUp())}}, {}}};
+  return std::nullopt;
+}
+
 Plan Cards::planFor(const qmp::Request& request) const {
   if (request.execute == "netdev_set") return bindPlan(request);
   if (request.execute == "netdev_del") return deletionPlan(textOf(request, "id"));
@@ -60,15 +81,22 @@ Plan Cards::planFor(const qmp::Request& request) const {
   if (request.execute == "cont")
     for (const std::string& card : cards_)
       if (!netdevOf(card))
-        plan.steps.insert(std::prev(plan.steps.end()), {"set_link", link(card, "false")});
+        plan.steps.insert(std::prev(plan.steps.end()), {"set_link", link(card, false)});
   if (request.execute == "set_link") {
-    const auto bound = cardByNetdev_.find(textOf(request, "name"));
-    if (bound != cardByNetdev_.end())
-      plan.steps.push_back({"set_link", link(bound->second, request.up ? "true" : "false")});
-    else if (const std::string card = ourName(textOf(request, "name")); names_ && !card.empty())
-      plan.steps.front().arguments = link(card, request.up ? "true" : "false");
+    const std::string card = linkedCard(request);
+    const bool isUp = request.up && linkOf(card).isLineUp;
+    if (cardByNetdev_.contains(textOf(request, "name")))
+      plan.steps.push_back({"set_link", link(card, isUp)});
+    else if (!card.empty() && (names_ || isUp != request.up))
+      plan.steps.front().arguments = link(card, isUp);
   }
   return plan;
+}
+
+// The card whose link a set_link is to set, of its netdev or by its name; empty for none.
+std::string Cards::linkedCard(const qmp::Request& request) const {
+  const auto bound = cardByNetdev_.find(textOf(request, "name"));
+  return bound != cardByNetdev_.end() ? bound->second : ourName(textOf(request, "name"));
 }
 
 Plan Cards::deletionPlan(const std::string& id) const {
@@ -129,7 +157,7 @@ std::optional<Cards::Removal> Cards::removalBefore(const qmp::Request* next) con
     const bool isBound = netdevOf(card).has_value();
     if (!isBound && (!next || next->execute != "cont")) continue;
     Plan plan = deletionPlan(sinkId(card));
-    if (!isBound) plan.steps.insert(plan.steps.begin(), {"set_link", link(card, "false")});
+    if (!isBound) plan.steps.insert(plan.steps.begin(), {"set_link", link(card, false)});
     return Removal{deletionOf(sinkId(card)), std::move(plan)};
   }
   if (leftoverDescriptors_.empty()) return std::nullopt;
@@ -141,6 +169,7 @@ std::optional<Cards::Removal> Cards::removalBefore(const qmp::Request* next) con
 }
 
 void Cards::begin(const qmp::Request& request) {
+  beginLink(request);
   if (request.execute == "netdev_add") isNew_ = netdevs_.insert(textOf(request, "id")).second;
   if (request.execute == "getfd") isNew_ = descriptors_.insert(textOf(request, "fdname")).second;
   // Bound from now on: what QEMU makes of it may be known late.
@@ -149,6 +178,16 @@ void Cards::begin(const qmp::Request& request) {
   if (request.execute != "netdev_del" || !leftoverNetdevs_.contains(textOf(request, "id"))) return;
   if (const auto bound = cardByNetdev_.find(textOf(request, "id")); bound != cardByNetdev_.end())
     sinks_.insert(bound->second);
+}
+
+// Told is told, whatever QEMU makes of it: it refuses only a card that it has not.
+void Cards::beginLink(const qmp::Request& request) {
+  if (request.execute == setsLink) links_[textOf(request, "name")].isTold = request.up;
+  if (request.execute == "set_link")
+    if (const std::string card = linkedCard(request); !card.empty()) agentLinkIs(card, request.up);
+  if (request.execute == "cont")
+    for (const std::string& card : cards_)
+      if (!netdevOf(card)) agentLinkIs(card, false);
 }
 
 void Cards::end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings) {

@@ -43,10 +43,16 @@ class Cards {
   // card that is not among them is none of the guest's. What QEMU has by now is left over.
   void agentIs(std::map<std::string, std::string> names);
 
+  // Whether the card's line is up, as the daemon says; until it says so, it is. The guest sees a
+  // carrier where the agent has one for it, too.
+  void lineIs(const std::string& card, bool isUp);
+
   // How what the agent asks for is asked of QEMU:
   //   netdev_set   a hub port; refused when the card or the netdev is bound, for QEMU aborts on a
   //                second port to one netdev
-  //   set_link     of a bound netdev: of its card, too, so that the guest sees its carrier
+  //   set_link     of a bound netdev: of its card, too, so that the guest sees its carrier, which
+  //   is
+  //                none while the card's line is not up
   //   netdev_del   of a bound netdev: its hub port goes first; of one that is left over, only when
   //                the card has a sink in its place
   //   cont         the link of each card that is not bound goes down first: a guest sees no carrier
@@ -58,17 +64,22 @@ class Cards {
   void begin(const qmp::Request& request);
   void end(const qmp::Request& request, const std::vector<qmp::Saying>& sayings);
 
-  // What an agent that is gone left in QEMU: a request that removes a part of it, and how QEMU is
-  // asked.
+  // What nobody asked for: a request, and how QEMU is asked.
   struct Removal {
     qmp::Request request;
     Plan plan;
   };
+  // A link that QEMU was told otherwise than it is to be by now; nothing when none was.
+  std::optional<Removal> linkToSet() const;
+  // What an agent that is gone left in QEMU: a request that removes a part of it.
   // What is to go before the agent's next request, or before anything else may be asked for;
   // nothing when nothing is. A card keeps the netdev that it is bound to until the agent brings
   // another, so that the guest is cut off for as short as can be, or lets the guest run without
   // one.
   std::optional<Removal> removalBefore(const qmp::Request* next) const;
+
+  // The request that linkToSet() makes, and no agent.
+  static constexpr const char* setsLink = "line";
 
   // The netdev that the card is bound to.
   std::optional<std::string> netdevOf(const std::string& card) const;
@@ -79,6 +90,18 @@ class Cards {
   static bool alwaysSucceeds(const std::string& execute);
 
  private:
+  // A card's link, by what QEMU was told.
+  struct Link {
+    bool isLineUp = true;
+    bool isAgentUp = true;  // the agent's own
+    bool isTold = true;     // QEMU's
+    bool isUp() const { return isLineUp && isAgentUp; }
+  };
+
+  Link linkOf(const std::string& card) const;
+  void agentLinkIs(const std::string& card, bool isUp);
+  std::string linkedCard(const qmp::Request& request) const;
+  void beginLink(const qmp::Request& request);
   Plan bindPlan(const qmp::Request& request) const;
   Plan deletionPlan(const std::string& id) const;
   bool isInTheWay(const std::string& leftover, const qmp::Request* next) const;
@@ -97,6 +120,7 @@ class Cards {
   // Of these, what an agent left that is gone.
   std::set<std::string> leftoverNetdevs_;
   std::set<std::string> leftoverDescriptors_;
+  std::map<std::string, Link> links_;  // by card; one that is not there is up
   // The cards whose hub has a port that drops what comes.
   std::set<std::string> sinks_;
   bool isNew_ = false;  // what was asked for last is not there already

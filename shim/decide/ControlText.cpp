@@ -108,6 +108,15 @@ Row rowOf(const json_t* value) {
   return row;
 }
 
+Line toldLine(const json_t* value) {
+  const json_t* const up = json_object_get(value, word::up);
+  Line line{stringOf(json_object_get(value, word::card)), json_is_true(up)};
+  if (line.card.empty())
+    throw RequestError("line: 'card' is missing: it must be the card's MAC address");
+  if (!json_is_boolean(up)) throw RequestError("line: 'up' is missing: it must be true or false");
+  return line;
+}
+
 std::vector<std::string> keysOf(const json_t* value) {
   const json_t* const names = json_object_get(value, word::keys);
   const size_t count = json_array_size(names);
@@ -182,6 +191,9 @@ Request requestFrom(std::string_view text) {
   } else if (verb == word::row) {
     request.kind = Request::Kind::row;
     request.row = rowOf(body);
+  } else if (verb == word::line) {
+    request.kind = Request::Kind::line;
+    request.line = toldLine(body);
   } else if (verb != word::status) {
     request.kind = Request::Kind::wish;
     request.wish = wishOf(verb, body);

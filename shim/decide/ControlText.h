@@ -49,12 +49,19 @@ struct Row {
   uint64_t sequence = 0;
 };
 
+// Whether the line of one of the guest's cards is up.
+struct Line {
+  std::string card;  // its MAC address, in lower case
+  bool isUp = true;
+};
+
 struct Request {
-  enum class Kind { status, stop, adopt, row, wish };
+  enum class Kind { status, stop, adopt, row, line, wish };
   Kind kind = Kind::status;
   std::optional<Duration> timeout;  // of a stop: as configured, when there is none
   Adoption adoption;
   Row row;
+  Line line;
   Wish wish;
   std::string by;  // who asks, as he says
 };

@@ -56,6 +56,23 @@ TEST(ControlText, UnderstandsWhichRowTheGuestIsOf) {
   EXPECT_EQ(request.row.sequence, 42U);
 }
 
+TEST(ControlText, UnderstandsWhetherALineIsUp) {
+  for (const bool isUp : {true, false}) {
+    const Request request = requestFrom(guest::lineRequest("52:54:00:12:34:56", isUp));
+    EXPECT_EQ(request.kind, Kind::line);
+    EXPECT_EQ(request.line.card, "52:54:00:12:34:56");
+    EXPECT_EQ(request.line.isUp, isUp);
+  }
+}
+
+TEST(ControlText, RefusesALineOfNoCardOrOfNeitherState) {
+  EXPECT_EQ(refusalOf(R"({"line":{"up":true}})"),
+            "line: 'card' is missing: it must be the card's MAC address");
+  for (const char* const up : {"1", "\"true\"", "null"})
+    EXPECT_EQ(refusalOf("{\"line\":{\"card\":\"a\",\"up\":" + std::string(up) + "}}"),
+              "line: 'up' is missing: it must be true or false");
+}
+
 TEST(ControlText, UnderstandsWhatAnOperatorWants) {
   const std::pair<const char*, Wish::Kind> all[] = {
       {R"({"pause":{"by":"op1"}})", Wish::Kind::pause},

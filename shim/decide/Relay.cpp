@@ -134,6 +134,7 @@ Plan Relay::planFor(const Command& command) const {
 // Whether there was something to clear up, which QEMU was asked for now.
 bool Relay::clearUp(Time now) {
   auto left = cards_.removalBefore(queue_.empty() ? nullptr : &queue_.front().request);
+  if (!left) left = cards_.linkToSet();
   if (!left) return false;
   send(now, {std::move(left->request), {}, {}, false}, left->plan.steps);
   return true;

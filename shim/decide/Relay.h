@@ -100,6 +100,8 @@ class Relay {
   // Asks QEMU for what an operator wants. What comes of it is among the outcomes, under that
   // number, now or later, and once.
   Actions wish(Time now, uint64_t number, Wish wish);
+  // Whether the card's line is up. QEMU is told as soon as it can be, also after its silence.
+  Actions lineIs(Time now, const std::string& card, bool isUp);
   // Names the time for which the guest's screen has been the same; nothing while it may change.
   std::optional<uint64_t> stillness() const { return pictures_.stillness(); }
   // Whether QEMU was told to let the guest run.

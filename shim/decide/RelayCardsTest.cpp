@@ -180,5 +180,91 @@ TEST(RelayCards, WhoseLinkCannotBeSetDoNotKeepTheGuestFromRunning) {
   EXPECT_THAT(world.ask(R"({ "execute": "cont","id": "cont" })"), ElementsAre(done("cont")));
 }
 
+// The line, as the daemon tells of it.
+
+TEST(RelayCards, WhoseLineGoesHaveNoCarrierUntilItIsBack) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.attach("net1", "hostnet1");
+  world.lineIs("net0", false);
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_TRUE(world.qemu.hasLink("net1"));
+  world.lineIs("net0", true);
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+  EXPECT_THAT(world.problems, IsEmpty());
+}
+
+TEST(RelayCards, HaveACarrierOnlyWhereLineAndAgentHaveOne) {
+  RelayWorld world;
+  world.begin();
+  world.lineIs("net0", false);
+  world.attach("net0", "hostnet0");
+  EXPECT_FALSE(world.qemu.hasLink("net0")) << "the agent's alone";
+  world.lineIs("net0", true);
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+  world.detach("hostnet0");
+  world.lineIs("net0", false);
+  world.lineIs("net0", true);
+  EXPECT_FALSE(world.qemu.hasLink("net0")) << "the line's alone";
+}
+
+TEST(RelayCards, WithoutALineHaveNoCarrierFromTheGuestsFirstMomentOn) {
+  RelayWorld world;
+  world.lineIs("net0", false);
+  world.begin();
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  world.attach("net0", "hostnet0");
+  world.ask(R"({ "execute": "cont","id": "cont" })");
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+}
+
+TEST(RelayCards, ThatWereNeverAttachedHaveNoCarrierWhateverTheirLineIs) {
+  RelayWorld world;
+  world.begin();
+  world.ask(R"({ "execute": "cont","id": "cont" })");
+  world.lineIs("net0", false);
+  world.lineIs("net0", true);
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+}
+
+TEST(RelayCards, AskQemuNothingWhereTheirLineIsAsItWas) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  const size_t asked = world.qemu.asked().size();
+  world.lineIs("net0", true);
+  EXPECT_EQ(world.qemu.asked().size(), asked);
+}
+
+TEST(RelayCards, HaveTheLineOfTheEndOfQemusSilence) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.qemu.stop();
+  for (int i = 0; i < 1000; ++i) world.lineIs("net0", i % 2 == 1);
+  world.lineIs("net0", false);
+  const size_t asked = world.qemu.asked().size();
+  world.pass(std::chrono::seconds(60));
+  world.qemuGoes();
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  EXPECT_LE(world.qemu.asked().size(), asked + 2);
+}
+
+TEST(RelayCards, WithoutALineHaveNoCarrierOfTheNextAgentEither) {
+  RelayWorld world;
+  world.begin();
+  world.attach("net0", "hostnet0");
+  world.lineIs("net0", false);
+  world.disconnectAgent();
+  world.adopt({{"net0", "net0"}, {"net1", "net1"}});
+  world.connectAgent();
+  world.heard();
+  world.attach("net0", "hostnet0");
+  EXPECT_FALSE(world.qemu.hasLink("net0"));
+  world.lineIs("net0", true);
+  EXPECT_TRUE(world.qemu.hasLink("net0"));
+}
+
 }  // namespace
 }  // namespace shim

@@ -31,6 +31,12 @@ Actions Relay::wish(Time now, uint64_t number, Wish wish) {
   return taken();
 }
 
+Actions Relay::lineIs(Time now, const std::string& card, bool isUp) {
+  cards_.lineIs(card, isUp);
+  startNext(now);
+  return taken();
+}
+
 void Relay::wishIsOver(Command& command, std::string refusal) {
   if (const auto wish = std::exchange(command.wish, std::nullopt))
     out_.outcomes.push_back({*wish, std::move(refusal)});

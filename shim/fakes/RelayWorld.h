@@ -38,6 +38,8 @@ class RelayWorld {
   }
   // An operator wants that, the first time under the number 1.
   void wish(Wish wish) { perform(relay.wish(now, ++wishes_, std::move(wish))); }
+  // The daemon tells of the card's line.
+  void lineIs(const std::string& card, bool isUp) { perform(relay.lineIs(now, card, isUp)); }
   // The guest's power button is pressed.
   void powerDown() { perform(relay.powerDown()); }
   // What came of wishes since the last call: "1", or "1: REFUSAL".

@@ -82,6 +82,7 @@ class Keeper {
   void adopt(ControlServer::Client client, const control::Adoption& adoption,
              rt::Descriptors descriptors);
   void takeRow(ControlServer::Client client, const control::Row& row);
+  void takeLine(ControlServer::Client client, const control::Line& line);
   void handleDaemonsEnd();
   void lookForSuccessor();
   void leaveSocket();

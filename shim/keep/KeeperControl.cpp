@@ -3,6 +3,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "guest/EventWords.h"
 #include "shim/base/Failure.h"
 #include "shim/decide/Differences.h"
@@ -62,6 +64,9 @@ Message Keeper::answer(ControlServer::Client client, const control::Request& req
       break;
     case control::Request::Kind::row:
       takeRow(client, request.row);
+      break;
+    case control::Request::Kind::line:
+      takeLine(client, request.line);
       break;
   }
   return done;
@@ -179,6 +184,17 @@ void Keeper::takeRow(ControlServer::Client client, const control::Row& row) {
     throw control::RequestError("row: there is no room for it: the guest was started without one");
   log_.write(logLine("shim", "the guest is of row " + std::to_string(row.sequence) + " of store " +
                                  row.store + " from now on"));
+}
+
+// A line may come and go all day: nobody looks for that in the guest's log.
+void Keeper::takeLine(ControlServer::Client client, const control::Line& line) {
+  if (!isOurUser(control_->number(client)))
+    throw control::RequestError("line: only the user who keeps the guest may say it");
+  const auto card = std::find_if(line_.cards.begin(), line_.cards.end(),
+                                 [&](const Card& each) { return each.mac == line.card; });
+  if (card == line_.cards.end())
+    throw control::RequestError("line: the guest has no card with MAC address " + line.card);
+  perform(relay_->lineIs(now(), card->id, line.isUp));
 }
 
 void Keeper::handleDaemonsEnd() {
