@@ -14,9 +14,13 @@ namespace {
 
 // What is shown of all there is, and in which tables.
 std::vector<StatusFeed::Source> statusOf(const LoadedAgent& agent, const HostStatus::Ptr& host) {
-  return {{agent.status, model::table::vmStatus}, {host, model::table::daemon},
-          {host, model::table::vmProcess},        {host, model::table::vmProblem},
-          {host, model::table::interfaceStatus},  {host, model::table::fdb}};
+  return {{agent.status, model::table::vmStatus},
+          {host, model::table::daemon},
+          {host, model::table::vmProcess},
+          {host, model::table::vmProblem},
+          {host, model::table::vmCard},
+          {host, model::table::interfaceStatus},
+          {host, model::table::fdb}};
 }
 
 // Of each file on disk, when the daemon ends.
@@ -59,7 +63,8 @@ DaemonParts::DaemonParts(const Options& options, statedb::StateDb& db, Shims& sh
                .own = own_,
                .waiting = waiting_}),
       heartbeat_(rt::make<Heartbeat>(ground_.clock)),
-      network_(ground_, before),
+      network_(ground_, before,
+               [this](const rt::String& vm, const CardTrouble& card) { guests_.cardIs(vm, card); }),
       guests_(ground_, before, network_.cards()),
       configFeed_(rt::make<ConfigFeed>(
           db,

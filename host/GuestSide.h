@@ -41,6 +41,9 @@ class GuestSide {
   // Who asked for what the VM's row, or its intent, says of its power now.
   void askedBy(const rt::String& vm, const rt::String& who) { states_->askedBy(vm, who); }
 
+  // Which of the VM's cards without a line is told of as a problem.
+  void cardIs(const rt::String& vm, const CardTrouble& card) { states_->cardIs(vm, card); }
+
   // Decides what becomes of the guests that run already, and follows what shims say of theirs. To
   // be called once the configuration is known.
   void begin();

@@ -19,7 +19,7 @@ BridgeFdb::Ptr bridgeFdb(const Ground& ground) {
 
 }  // namespace
 
-NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before)
+NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before, Trouble trouble)
     : ground_(ground),
       fdbStatus_(rt::make<FdbStatus>(ground.agent.bridging, ground.hostStatus)),
       bridgeFdb_(bridgeFdb(ground)),
@@ -45,11 +45,24 @@ NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before)
               .wanted = [this](const rt::String& vm,
                                rt::EthAddr address) { return interfaceOf(vm, address); }},
           ground.clock)),
+      cardStatus_(rt::make<CardStatus>(
+          CardStatus::Tools{
+              .agent = ground.agent.root,
+              .status = ground.hostStatus,
+              .problems = ground.problems,
+              .cards = *cardHealer_,
+              .keyOf = [this](const auto& vm, rt::EthAddr mac) { return cardOf(vm, mac); },
+              .now = timeOfDay,
+              .trouble = std::move(trouble),
+              .tell = [this](const model::Event::Ptr& event) { ground_.history.add(event); }},
+          before.cards)),
       senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }),
       rateGuard_(rateLimiter_, [this](rt::EthAddr address) {
         const rt::String* const vm = vmOf(address);
         return vm ? ground_.own.limits(*vm)->rateLimit() : 0;
-      }) {}
+      }) {
+  interfaces_->listenerIs([this](const rt::String& id) { cardStatus_->interfaceIs(id); });
+}
 
 void NetworkSide::begin() {
   // After the interfaces' names: so a device is heard of under its interface at once.
@@ -70,6 +83,7 @@ void NetworkSide::begin() {
 
 bool NetworkSide::pass() {
   const bool more = cardHealer_->pass();
+  cardStatus_->pass();
   if (bridgeFdb_) bridgeFdb_->pass();
   return more;
 }
@@ -122,6 +136,15 @@ const rt::String* NetworkSide::vmOf(rt::EthAddr address) const {
       if (card->macAddr() == address) return &name;
   }
   return nullptr;
+}
+
+// Its key in the VM's row; empty: that has none of that address.
+rt::String NetworkSide::cardOf(const rt::String& vm, rt::EthAddr address) const {
+  const VmRow* const row = ground_.configuration.rows().row(vm);
+  if (!row || !row->valid) return {};
+  for (const auto& [key, card] : row->valid->vnicConfigs())
+    if (card->macAddr() == address) return key;
+  return {};
 }
 
 }  // namespace host

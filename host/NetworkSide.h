@@ -5,6 +5,7 @@
 #include "host/StatusOfBefore.h"
 #include "host/network/BridgeFdb.h"
 #include "host/network/CardHealer.h"
+#include "host/network/CardStatus.h"
 #include "host/network/FdbStatus.h"
 #include "host/network/InterfaceNames.h"
 #include "host/network/Janitor.h"
@@ -18,9 +19,11 @@ namespace host {
 // members is that of their life.
 class NetworkSide {
  public:
-  NetworkSide(const Ground& ground, const StatusOfBefore& before);
+  // Is told of the VM's weightiest card without a line, before it is a problem.
+  using Trouble = std::function<void(const rt::String& vm, const CardTrouble& card)>;
+  NetworkSide(const Ground& ground, const StatusOfBefore& before, Trouble trouble);
 
-  VmCards& cards() { return *cardHealer_; }
+  VmCards& cards() { return *cardStatus_; }
   // What guests may send is another.
   void limitsAre() { rateGuard_.ratesAre(); }
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {
@@ -42,6 +45,7 @@ class NetworkSide {
   bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
   Nodes nodesOfOthers() const;
   const rt::String* vmOf(rt::EthAddr address) const;
+  rt::String cardOf(const rt::String& vm, rt::EthAddr address) const;
 
   const Ground& ground_;
   const FdbStatus::Ptr fdbStatus_;
@@ -49,6 +53,7 @@ class NetworkSide {
   Janitor janitor_;
   const InterfaceNames::Ptr interfaces_;
   const CardHealer::Ptr cardHealer_;
+  const CardStatus::Ptr cardStatus_;
   KernelSenderFilter senderFilter_;
   SenderGuard senderGuard_;
   KernelRateLimiter rateLimiter_;

@@ -33,6 +33,11 @@ StatusOfBefore statusOfBefore(statedb::StateDb& db) {
     statedb::fillKnown(*interface, record.doc);
     all.interfaces[record.key] = {interface->present(), interface->carrier(), interface->since()};
   }
+  for (const auto& record : db.snapshot({model::table::vmCard}).records) {
+    const auto card = rt::make<model::VmCard>(record.key);
+    statedb::fillKnown(*card, record.doc);
+    all.cards[record.key] = {card->link(), card->since()};
+  }
   const statedb::Snapshot events = db.snapshot({model::table::event});
   all.store = events.cursor.storeId;
   if (all.events.numbers.empty()) all.events.numbers = all.store;

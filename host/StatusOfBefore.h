@@ -6,6 +6,7 @@
 
 #include "host/database/KeptEvents.h"
 #include "host/network/BridgeFdb.h"
+#include "host/network/CardStatus.h"
 #include "host/network/InterfaceNames.h"
 #include "host/state/VmStates.h"
 #include "statedb/StateDb.h"
@@ -17,6 +18,7 @@ struct StatusOfBefore {
   std::map<rt::String, uint64_t> restartsDone;    // by VM: the number that was carried out last
   std::map<rt::String, VmStates::Before> states;  // by VM: what it was, and since when
   std::map<rt::String, InterfaceNames::Before> interfaces;  // by id
+  std::map<rt::String, CardStatus::Before> cards;           // by "VM/KEY"
   statedb::Cursor configuration;                            // how far it had come with that
   rt::String store;  // the id of the store that all of it stands in
   EventsBefore events;

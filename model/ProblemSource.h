@@ -14,6 +14,7 @@ enum class ProblemSource : uint8_t {
   memory,
   qemu,
   agent,
+  line,
   guest,
   card,
   restart,
@@ -21,8 +22,8 @@ enum class ProblemSource : uint8_t {
 };
 
 // As a row of vmProblem has them.
-inline constexpr std::array<std::string_view, 9> problemSources{
-    "config", "image", "memory", "qemu", "agent", "guest", "card", "restart", "format"};
+inline constexpr std::array<std::string_view, 10> problemSources{
+    "config", "image", "memory", "qemu", "agent", "line", "guest", "card", "restart", "format"};
 
 constexpr std::string_view textOf(ProblemSource source) {
   return problemSources[static_cast<size_t>(source)];

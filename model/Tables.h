@@ -23,6 +23,7 @@ inline constexpr char daemon[] = "daemon";                    // DaemonStatus: o
 inline constexpr char vmStatus[] = "vmStatus";                // Vm::VmStatus, by the VM's name
 inline constexpr char vmProcess[] = "vmProcess";              // VmProcess, by the VM's name
 inline constexpr char vmProblem[] = "vmProblem";              // VmProblem, by the VM's name
+inline constexpr char vmCard[] = "vmCard";                    // VmCard, by "VM/KEY"
 inline constexpr char interfaceStatus[] = "interfaceStatus";  // InterfaceStatus, by its id
 inline constexpr char fdb[] = "fdb";                          // FdbEntry, by "VLAN/MAC"
 inline constexpr char event[] = "event";                      // Event, by its id in 12 digits
@@ -38,13 +39,14 @@ struct Table {
 };
 
 inline constexpr std::array tables{
-    Table{table::vmConfig, false, true}, Table{table::vmImage, false, true},
-    Table{table::vmLimits, false, true}, Table{table::vmPolicy, false, true},
-    Table{table::vmIntent, false, true}, Table{table::interface, false, false},
-    Table{table::removed, false, false}, Table{table::daemon, true, false},
-    Table{table::vmStatus, true, true},  Table{table::vmProcess, true, true},
-    Table{table::vmProblem, true, true}, Table{table::interfaceStatus, true, false},
-    Table{table::fdb, true, false},      Table{table::event, true, false},
+    Table{table::vmConfig, false, true},        Table{table::vmImage, false, true},
+    Table{table::vmLimits, false, true},        Table{table::vmPolicy, false, true},
+    Table{table::vmIntent, false, true},        Table{table::interface, false, false},
+    Table{table::removed, false, false},        Table{table::daemon, true, false},
+    Table{table::vmStatus, true, true},         Table{table::vmProcess, true, true},
+    Table{table::vmProblem, true, true},        Table{table::vmCard, true, false},
+    Table{table::interfaceStatus, true, false}, Table{table::fdb, true, false},
+    Table{table::event, true, false},
 };
 
 // For statedb, which is told which tables are status. One that is not known here is configuration.

@@ -9,8 +9,8 @@ namespace model {
 namespace {
 
 TEST(Tables, OfStatusAreThoseThatTheDaemonWrites) {
-  for (const char* name :
-       {"daemon", "vmStatus", "vmProcess", "vmProblem", "interfaceStatus", "fdb", "event"})
+  for (const char* name : {"daemon", "vmStatus", "vmProcess", "vmProblem", "vmCard",
+                           "interfaceStatus", "fdb", "event"})
     EXPECT_TRUE(isStatus(name)) << name;
   for (const char* name : {"vmConfig", "vmImage", "vmLimits", "vmPolicy", "vmIntent", "interface",
                            "removed", "", "vmstatus"})
@@ -22,14 +22,14 @@ TEST(Tables, OfVmsAreThoseWhoseKeysAreNamesOfVms) {
                            "vmProcess", "vmProblem"})
     EXPECT_TRUE(isOfVms(name)) << name;
   for (const char* name :
-       {"interface", "removed", "interfaceStatus", "fdb", "event", "daemon", "vm"})
+       {"interface", "removed", "interfaceStatus", "fdb", "event", "daemon", "vm", "vmCard"})
     EXPECT_FALSE(isOfVms(name)) << name;
 }
 
 TEST(Tables, AreListedOnce) {
   std::set<std::string_view> names;
   for (const Table& table : tables) EXPECT_TRUE(names.insert(table.name).second) << table.name;
-  EXPECT_EQ(names.size(), 14U);
+  EXPECT_EQ(names.size(), 15U);
 }
 
 }  // namespace

@@ -57,6 +57,12 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   void whyIs(const rt::String& value) { assign<&VmProcess::why>(why_, value); }
   const rt::String& whyShort() const { return whyShort_; }
   void whyShortIs(const rt::String& value) { assign<&VmProcess::whyShort>(whyShort_, value); }
+  // Of what of it, such as a card's key, and since when in seconds since 1970, where that is
+  // another time than since(); empty and 0: of the VM, and since then.
+  const rt::String& whySubject() const { return whySubject_; }
+  void whySubjectIs(const rt::String& value) { assign<&VmProcess::whySubject>(whySubject_, value); }
+  uint64_t whySince() const { return whySince_; }
+  void whySinceIs(uint64_t value) { assign<&VmProcess::whySince>(whySince_, value); }
 
   // What comes next: "auto": by itself; "wait": when something else has happened; "command": when
   // somebody types nextCommand; "none". A clause, and it in a word; at nextAt, in seconds since
@@ -137,6 +143,8 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
       rt::Attribute<"reason", &VmProcess::reason, &VmProcess::reasonIs>,
       rt::Attribute<"why", &VmProcess::why, &VmProcess::whyIs>,
       rt::Attribute<"whyShort", &VmProcess::whyShort, &VmProcess::whyShortIs>,
+      rt::Attribute<"whySubject", &VmProcess::whySubject, &VmProcess::whySubjectIs>,
+      rt::Attribute<"whySince", &VmProcess::whySince, &VmProcess::whySinceIs>,
       rt::Attribute<"nextKind", &VmProcess::nextKind, &VmProcess::nextKindIs>,
       rt::Attribute<"next", &VmProcess::next, &VmProcess::nextIs>,
       rt::Attribute<"nextShort", &VmProcess::nextShort, &VmProcess::nextShortIs>,
@@ -173,6 +181,8 @@ class VmProcess final : public rt::EntityOf<VmProcess> {
   rt::String reason_;
   rt::String why_;
   rt::String whyShort_;
+  rt::String whySubject_;
+  uint64_t whySince_ = 0;
   rt::String nextKind_;
   rt::String next_;
   rt::String nextShort_;

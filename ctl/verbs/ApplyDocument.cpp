@@ -23,11 +23,11 @@ constexpr int64_t knownVersion = 1;
 constexpr std::array<std::string_view, 3> documentFields{"version", "vms", "stale"};
 // Those that are taken, and then those that are passed over.
 constexpr size_t takenFields = 5;
-constexpr std::array<std::string_view, 26> vmFields{
+constexpr std::array<std::string_view, 27> vmFields{
     "name",         "config",  "format",    "limits",      "policy",  "status",  "process",
     "problem",      "removed", "unknown",   "stale",       "version", "wanted",  "actual",
     "severity",     "since",   "reasons",   "next",        "end",     "attempt", "nextAt",
-    "stopDeadline", "pid",     "startedAt", "qemuVersion", "resets"};
+    "stopDeadline", "pid",     "startedAt", "qemuVersion", "resets",  "cards"};
 
 // The value as JSON, without the fields that the problems are of.
 rt::String textWithout(const JsonValue& value, const rt::String& path, const Problems& problems) {

@@ -58,6 +58,7 @@ std::string stateJson(size_t indent, const std::string& wanted, bool runs) {
 "startedAt": null,
 "qemuVersion": null,
 "resets": 0,
+"cards": [],
 )";
   std::string out;
   std::istringstream lines(all);
@@ -394,40 +395,105 @@ TEST_F(ShowVerb, TellsAllAboutAVm) {
   putThree();
   put("vmProblem", "web1", R"({"problem":"memory changed","since":1732186123,"source":"restart"})");
   put("vmImage", "web1", R"({"diskImage":"/images/web.iso","format":"raw"})");
-  EXPECT_EQ(vmctl("show web1"),
-            (Answer{0,
-                    "Name:     web1\n"
-                    "Wanted:   running\n"
-                    "Actual:   running\n"
-                    "Since:    1m00s\n"
-                    "Why:      -\n"
-                    "Next:     -\n"
-                    "State:    Running\n"
-                    "Process:  running, pid 4711\n"
-                    "Console:  /dev/pts/4\n"
-                    "Memory:   256 MiB\n"
-                    "Display:  VNC, /run/vmagent/vm/web1/vnc.sock\n"
-                    "Disk:     /images/web.iso\n"
-                    "Format:   raw\n"
+  EXPECT_EQ(
+      vmctl("show web1"),
+      (Answer{0,
+              "Name:     web1\n"
+              "Wanted:   running\n"
+              "Actual:   running\n"
+              "Since:    1m00s\n"
+              "Why:      -\n"
+              "Next:     -\n"
+              "State:    Running\n"
+              "Process:  running, pid 4711\n"
+              "Console:  /dev/pts/4\n"
+              "Memory:   256 MiB\n"
+              "Display:  VNC, /run/vmagent/vm/web1/vnc.sock\n"
+              "Disk:     /images/web.iso\n"
+              "Format:   raw\n"
 
-                    "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT\n"
-                    "        nic00  e1000  52:54:00:12:34:56  Vlan100    no\n"
-                    "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"
-                    "Problem:  memory changed\n"
-                    "          (restart, since 2024-11-21T10:48:43Z)\n",
-                    ""}));
+              "Cards:  KEY    MODEL  MAC                INTERFACE  PRESENT  LINK  SINCE  TAP\n"
+              "        nic00  e1000  52:54:00:12:34:56  Vlan100    no       -     -      -\n"
+              "        nic01  e1000  52:54:00:12:34:57  Vlan200    no       -     -      -\n"
+              "Problem:  memory changed\n"
+              "          (restart, since 2024-11-21T10:48:43Z)\n",
+              ""}));
 }
 
 TEST_F(ShowVerb, TellsOfEachCardWhetherItsInterfaceIsThere) {
   putThree();
   put("interfaceStatus", "Vlan100", R"({"deviceName":"br0.100","present":true})");
   put("interfaceStatus", "Vlan200", R"({"deviceName":"br0.200","present":false})");
-  EXPECT_THAT(vmctl("show web1").out,
-              HasSubstr("INTERFACE  PRESENT\n"
-                        "        nic00  e1000  52:54:00:12:34:56  Vlan100    yes\n"
-                        "        nic01  e1000  52:54:00:12:34:57  Vlan200    no\n"));
+  EXPECT_THAT(
+      vmctl("show web1").out,
+      HasSubstr("INTERFACE  PRESENT  LINK  SINCE  TAP\n"
+                "        nic00  e1000  52:54:00:12:34:56  Vlan100    yes      -     -      -\n"
+                "        nic01  e1000  52:54:00:12:34:57  Vlan200    no       -     -      -\n"));
   daemonRuns_ = false;
-  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Vlan100    -\n"));
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("Vlan100    -        -     -      -\n"));
+}
+
+TEST_F(ShowVerb, TellsOfEachCardOfAGuestHowItIsAndSinceWhen) {
+  putThree();
+  put("vmCard", "web1/nic00",
+      R"({"interface":"Vlan100","tap":"macvtap0","link":"noCarrier","since":1700000988})");
+  put("vmCard", "web1/nic07", R"({"interface":"Vlan100","link":"up","since":1700000988})");
+  put("vmCard", "web11/nic01", R"({"interface":"Vlan100","link":"up","since":1700000988})");
+  EXPECT_THAT(
+      vmctl("show web1").out,
+      HasSubstr(
+          "INTERFACE  PRESENT  LINK       SINCE  TAP\n"
+          "        nic00  e1000  52:54:00:12:34:56  Vlan100    no       noCarrier  12s    "
+          "macvtap0\n"
+          "        nic01  e1000  52:54:00:12:34:57  Vlan200    no       -          -      -\n"));
+  const std::string cards = R"("cards": [
+    {
+      "key": "nic00",
+      "intf": "Vlan100",
+      "tap": "macvtap0",
+      "link": "noCarrier",
+      "since": 1700000988
+    },
+    {
+      "key": "nic01",
+      "intf": "Vlan200",
+      "tap": null,
+      "link": null,
+      "since": null
+    }
+  ],)";
+  EXPECT_THAT(vmctl("show web1 -o json").out, HasSubstr(cards));
+  const std::string list = vmctl("list -o json").out;
+  EXPECT_THAT(list, HasSubstr(R"("tap": "macvtap0")"));
+  EXPECT_THAT(list, testing::Not(HasSubstr("nic07"))) << "its row has none of that key";
+}
+
+TEST_F(ListVerb, TellsSinceWhenACardHasNoLine) {
+  putVm("web1", true);
+  putRunning("web1");
+  put("vmProcess", "web1",
+      R"({"process":"running","pid":4711,"wanted":"running","actual":"running","severity":"bad",)"
+      R"("since":1700000940,"reason":"no-carrier","why":"nic00: Vlan100 has no carrier",)"
+      R"("whyShort":"nic00: Vlan100 no line","whySubject":"nic00","whySince":1700000988,)"
+      R"("nextKind":"wait","next":"when the line comes back"})");
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL   SINCE  WHY                                     NEXT\n"
+            "web1  running  running  1m00s  nic00: Vlan100 has no carrier, for 12s  "
+            "when the line comes back\n");
+  EXPECT_EQ(vmctl("why web1").out.substr(vmctl("why web1").out.find(":\n")),
+            ":\n  nic00: Vlan100 has no carrier, for 12s\n"
+            "Next: it is well again when the line comes back\n");
+  EXPECT_THAT(vmctl("why web1 -o json").out,
+              HasSubstr("\"reason\": \"no-carrier\",\n      \"subject\": \"nic00\",\n"
+                        "      \"text\": \"nic00: Vlan100 has no carrier\",\n"
+                        "      \"short\": \"nic00: Vlan100 no line\",\n"
+                        "      \"since\": 1700000988\n"));
+  isTerminal_ = true;
+  environment_["NO_COLOR"] = "1";
+  columns_ = 80;
+  EXPECT_EQ(vmctl("list").out,
+            "NAME  WANTED   ACTUAL   SINCE  WHY                     NEXT\n"
+            "web1  running  running  1m00s  nic00: Vlan100 no line  -\n");
 }
 
 TEST_F(ShowVerb, TellsWhereTheGuestsScreenIs) {

@@ -36,8 +36,11 @@ class Follower {
       return false;
     }
     cursor_ = changes.cursor;
-    for (const statedb::Change& change : changes.changes)
-      if (model::isOfVms(change.record.table)) names.insert(change.record.key);
+    for (const statedb::Change& change : changes.changes) {
+      const statedb::Record& record = change.record;
+      if (model::isOfVms(record.table)) names.insert(record.key);
+      if (record.table == model::table::vmCard) names.insert(model::vmOfCard(record.key.str()));
+    }
     return true;
   }
 

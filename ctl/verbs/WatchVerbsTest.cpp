@@ -25,7 +25,7 @@ class WatchVerb : public fakes::VmctlFixture {
                  : R"("actual":null,"severity":null,"since":null,)") +
            R"("reasons":[],"next":{"kind":"none","at":null,"text":null,"short":null,)" +
            R"("command":null},"end":null,"attempt":0,"nextAt":null,"stopDeadline":null,)" +
-           R"("pid":null,"startedAt":null,"qemuVersion":null,"resets":0,)";
+           R"("pid":null,"startedAt":null,"qemuVersion":null,"resets":0,"cards":[],)";
   }
   static std::string put(const std::string& name, const std::string& status) {
     return R"({"version":1,"op":"put","vm":{"name":")" + name + "\"," + stateOf(status) + config +
@@ -97,6 +97,17 @@ TEST_F(WatchVerb, SaysNothingOfAChangeThatChangesNothing) {
   onWait([&] { fakes::VmctlFixture::put("fdb", "1/52:54:00:00:00:01", R"({"intf":"Cpu"})"); });
   endAfterwards();
   EXPECT_EQ(watched().out, put("web1", nothing) + synced());
+}
+
+TEST_F(WatchVerb, TellsOfACardsLine) {
+  fakes::VmctlFixture::put(
+      "vmConfig", "web1",
+      R"({"diskImage":"/images/web.iso","vnicConfig":{"nic00":)"
+      R"({"model":"e1000","macAddr":"52:54:00:12:34:56","intfName":"Eth1"}}})");
+  onWait([&] { fakes::VmctlFixture::put("vmCard", "web1/nic00", R"({"link":"noCarrier"})"); });
+  endAfterwards();
+  const std::string out = watched().out;
+  EXPECT_THAT(out.substr(out.find("synced")), testing::HasSubstr(R"("link":"noCarrier")"));
 }
 
 TEST_F(WatchVerb, FindsOutWhatChangedWhenTheLogWasCutShort) {

@@ -52,8 +52,11 @@ rt::String endJson(const model::VmProcess& vm) {
 rt::String reasonsJson(const VmRow& row) {
   const rt::String text = whyOf(row, {});
   if (text.empty()) return "[]";
-  return "[{" + textMember("reason", row.process->reason()) + "," + textMember("text", text) + "," +
-         textMember("short", whyOf(row, {.isNarrow = true})) + "}]";
+  const model::VmProcess& vm = *row.process;
+  return "[{" + textMember("reason", vm.reason()) + "," + textMember("subject", vm.whySubject()) +
+         "," + textMember("text", text) + "," +
+         textMember("short", whyOf(row, {.isNarrow = true})) + "," +
+         numberMember("since", vm.whySince() == 0 ? vm.since() : vm.whySince()) + "}]";
 }
 
 rt::String nextJson(const model::VmProcess& vm) {
@@ -80,6 +83,9 @@ bool isAhead(const VmRow& row) {
   const bool isRefused = row.problem && row.problem->source() == "config";
   return row.config && !known.empty() && known != wantedOf(row) && !isRefused;
 }
+
+// "when the line comes back".
+bool isCondition(const rt::String& next) { return next.str().rfind("when ", 0) == 0; }
 
 rt::String lastEnd(const model::VmProcess& vm, uint64_t now) {
   return "Last end: " + visible(vm.endText()) + " (" + ageText(vm.endAt(), now) + " ago)\n";
@@ -123,7 +129,11 @@ rt::String sinceOf(const VmRow& row, const Telling& telling) {
 rt::String whyOf(const VmRow& row, const Telling& telling) {
   const model::VmProcess& vm = *row.process;
   if (telling.isStale) return "vmagentd is not running";
-  if (!vm.why().empty()) return telling.isNarrow ? vm.whyShort() : vm.why();
+  if (!vm.why().empty() && telling.isNarrow) return vm.whyShort();
+  // Whoever asks at no time wants to know what stays the same.
+  const bool hasAge = vm.whySince() != 0 && telling.now != 0;
+  if (!vm.why().empty())
+    return hasAge ? vm.why() + ", for " + ageText(vm.whySince(), telling.now) : vm.why();
   // Without the daemon's word on the state, its word on what is wrong.
   if (row.problem && vm.actual().empty()) return row.problem->problem();
   return row.unreadable.empty() ? rt::String() : row.unreadable.front().text();
@@ -172,7 +182,7 @@ rt::String whyText(const VmRow& row, const Telling& telling) {
   if (telling.isStale || !vm.nextCommand().empty())
     text += "Next: nothing by itself. To type: " + next + "\n";
   else if (!next.empty())
-    text += "Next: it " + next + "\n";
+    text += (isCondition(next) ? "Next: it is well again " : "Next: it ") + next + "\n";
   return text;
 }
 

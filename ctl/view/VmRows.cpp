@@ -37,6 +37,15 @@ void add(VmRow& row, const statedb::Record& record) {
   }
 }
 
+rt::String cardRow(const rt::String& vm, const rt::String& card) { return vm + "/" + card; }
+
+// Adds what is told of one of its cards; of others than it is to have, nothing.
+void addCard(VmRow& row, const statedb::Record& record) {
+  if (!row.config) return;
+  for (const auto& [key, card] : row.config->vnicConfigs())
+    if (record.key == cardRow(row.name, key)) row.cards[key] = recordOf<model::VmCard>(record);
+}
+
 bool isBefore(const VmRow& row, const rt::String& name) { return row.name < name; }
 
 // Null: there is none.
@@ -98,15 +107,20 @@ void configIs(VmRow& row, const statedb::Record& record) {
 std::vector<VmRow> allVms(Context& context) {
   const statedb::Snapshot configs = context.db().snapshot(configTables());
   const statedb::Snapshot statuses =
-      context.status({model::table::vmProblem, model::table::vmProcess, model::table::vmStatus});
+      context.status({model::table::vmCard, model::table::vmProblem, model::table::vmProcess,
+                      model::table::vmStatus});
   std::vector<VmRow> rows;
   for (const statedb::Record& record : configs.records) {  // vmConfig comes first
     if (record.table == model::table::vmConfig) rows.emplace_back().name = record.key;
     if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
   }
   addUnconfigured(rows, statuses.records);
-  for (const statedb::Record& record : statuses.records)
-    if (VmRow* const row = rowNamed(rows, record.key)) add(*row, record);
+  for (const statedb::Record& record : statuses.records) {
+    const bool isCard = record.table == model::table::vmCard;
+    VmRow* const row = rowNamed(rows, isCard ? model::vmOfCard(record.key.str()) : record.key);
+    if (row && isCard) addCard(*row, record);
+    if (row && !isCard) add(*row, record);
+  }
   return rows;
 }
 
@@ -119,6 +133,10 @@ VmRow vmNamed(Context& context, const rt::String& name) {
   for (const char* table :
        {model::table::vmStatus, model::table::vmProcess, model::table::vmProblem})
     if (const auto record = context.status(table, name)) add(row, *record);
+  if (!row.config) return row;
+  for (const auto& [key, card] : row.config->vnicConfigs())
+    if (const auto record = context.status(model::table::vmCard, cardRow(name, key)))
+      addCard(row, *record);
   return row;
 }
 

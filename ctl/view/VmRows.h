@@ -1,6 +1,7 @@
 // Virtual machines as the database has them: what was asked for and what is so.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "ctl/view/OwnRows.h"
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
+#include "model/VmCard.h"
 #include "model/VmImage.h"
 #include "runtime/base/Problem.h"
 #include "runtime/records/VmConfig.h"
@@ -26,6 +28,8 @@ struct VmRow {
   // Never null: without a row, there is no process.
   model::VmProcess::Ptr process = rt::make<model::VmProcess>("");
   model::VmProblem::Ptr problem;  // null: there is none
+  // By key, those of its configuration that its guest has.
+  std::map<rt::String, model::VmCard::Ptr> cards;
   // Never null: without a row, of no image.
   model::VmImage::Ptr image = rt::make<model::VmImage>("");
   OwnRows own;

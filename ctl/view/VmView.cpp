@@ -95,8 +95,33 @@ rt::String displayOf(const VmRow& row, const rt::String& screen) {
   return (row.process->pid() == 0 ? "VNC, vncPort " : "VNC, port ") + rt::toText(port);
 }
 
+// Never null: of one that no guest has, nothing is known.
+model::VmCard::Ptr cardOf(const VmRow& row, const rt::String& key) {
+  const auto found = row.cards.find(key);
+  return found == row.cards.end() ? rt::make<model::VmCard>(key) : found->second;
+}
+
+rt::String cardsJson(const VmRow& row) {
+  const auto textOrNull = [](const rt::String& text) {
+    return text.empty() ? rt::String("null") : quoted(text);
+  };
+  rt::String json = "[";
+  if (!row.config) return json + "]";
+  for (const auto& [key, card] : row.config->vnicConfigs()) {
+    const auto now = cardOf(row, key);
+    json += (json.size() == 1 ? "" : ",") + rt::String(R"({"key":)") + quoted(key);
+    (json += R"(,"intf":)") +=
+        quoted(now->interface().empty() ? card->intfName() : now->interface());
+    (json += R"(,"tap":)") += textOrNull(now->tap());
+    (json += R"(,"link":)") += textOrNull(now->link());
+    (json += R"(,"since":)") +=
+        (now->since() == 0 ? rt::String("null") : rt::toText(now->since())) + "}";
+  }
+  return json + "]";
+}
+
 void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::String>>& present,
-               const rt::String& screen) {
+               const rt::String& screen, const Telling& telling) {
   const Vm::VmConfig& vm = *row.config;
   facts.add("Memory:", rt::toText(vm.memory()) + " MiB");
   facts.add("Display:", displayOf(row, screen));
@@ -109,10 +134,13 @@ void addConfig(Facts& facts, const VmRow& row, const std::optional<std::set<rt::
     if (const rt::String unusual = unusualOf(row, table); !unusual.empty())
       facts.add(titleOf(member), unusual);
   if (vm.vnicConfigs().empty()) return facts.add("Cards:", "");
-  Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT"});
+  Table cards({"Cards:", "KEY", "MODEL", "MAC", "INTERFACE", "PRESENT", "LINK", "SINCE", "TAP"});
   for (const auto& [key, card] : vm.vnicConfigs()) {
     const rt::String isThere = present ? yesOrNo(present->count(card->intfName()) != 0) : "";
-    cards.row({" ", key, card->model(), card->macAddr().text(), card->intfName(), isThere});
+    const auto now = cardOf(row, key);
+    cards.row({" ", key, card->model(), card->macAddr().text(), card->intfName(), isThere,
+               now->link(), now->since() == 0 ? rt::String() : ageText(now->since(), telling.now),
+               now->tap()});
   }
   facts.lines(cards.text({}));
 }
@@ -124,6 +152,7 @@ rt::String vmJson(const VmRow& row) {
   if (row.isUnknown()) json += R"(,"unknown":true)";
   if (row.isLeaving()) json += R"(,"removed":true)";
   (json += ",") += stateJson(row);
+  (json += R"(,"cards":)") += cardsJson(row);
   (json += R"(,"config":)") += row.config ? statedb::documentOf(*row.config) : "null";
   const rt::String format = row.imageFormat();
   (json += R"(,"format":)") += format.empty() ? rt::String("null") : quoted(format);
@@ -185,7 +214,7 @@ rt::String vmText(const VmRow& row, const std::optional<std::set<rt::String>>& p
   const rt::String pid = process.pid() == 0 ? "" : ", pid " + rt::toText(process.pid());
   facts.add("Process:", process.process() + pid);
   facts.add("Console:", row.status ? row.status->consolePtyPath() : "");
-  if (row.config) addConfig(facts, row, present, screen);
+  if (row.config) addConfig(facts, row, present, screen, telling);
   if (row.status && !row.status->cmdStatusStr().empty())
     facts.add("Monitor:", row.status->cmdStatusStr());
   if (row.problem) {

@@ -3,6 +3,7 @@
 
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
+#include "model/VmCard.h"
 
 namespace host {
 
@@ -32,6 +33,13 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
   }
   void vmProblemDel(const rt::String& name) { remove<&HostStatus::vmProblem>(vmProblem_, name); }
 
+  const Records<model::VmCard>& vmCards() const { return vmCard_; }
+  model::VmCard::Ptr vmCard(const rt::String& key) const { return vmCard_.get(key); }
+  model::VmCard::Ptr vmCardIs(const rt::String& key) {
+    return instantiate<&HostStatus::vmCard>(vmCard_, key, key);
+  }
+  void vmCardDel(const rt::String& key) { remove<&HostStatus::vmCard>(vmCard_, key); }
+
   const Records<model::InterfaceStatus>& interfaceStatuses() const { return interfaceStatus_; }
   model::InterfaceStatus::Ptr interfaceStatus(const rt::String& id) const {
     return interfaceStatus_.get(id);
@@ -57,6 +65,7 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
                               &HostStatus::vmProcesses>,
       rt::CollectionAttribute<model::table::vmProblem, &HostStatus::vmProblem,
                               &HostStatus::vmProblems>,
+      rt::CollectionAttribute<model::table::vmCard, &HostStatus::vmCard, &HostStatus::vmCards>,
       rt::CollectionAttribute<model::table::interfaceStatus, &HostStatus::interfaceStatus,
                               &HostStatus::interfaceStatuses>,
       rt::CollectionAttribute<model::table::fdb, &HostStatus::fdb, &HostStatus::fdbEntries>>;
@@ -65,6 +74,7 @@ class HostStatus final : public rt::EntityOf<HostStatus> {
   Records<model::DaemonStatus> daemon_;
   Records<model::VmProcess> vmProcess_;
   Records<model::VmProblem> vmProblem_;
+  Records<model::VmCard> vmCard_;
   Records<model::InterfaceStatus> interfaceStatus_;
   Records<model::FdbEntry> fdb_;
 };

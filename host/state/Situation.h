@@ -33,6 +33,16 @@ struct KeeperView {
   rt::Seconds stopAt = rt::Seconds::infinity();  // when it is switched off that was asked to end
 };
 
+// A card that its guest has no line at.
+struct CardTrouble {
+  rt::String card;       // its key
+  rt::String interface;  // that it is on
+  bool isGone = false;   // there is no such interface; else it has no carrier
+  uint64_t since = 0;    // seconds since 1970
+
+  friend bool operator==(const CardTrouble&, const CardTrouble&) = default;
+};
+
 // Put together by VmStates, read by the functions of VmState.h.
 struct Situation {
   Wanted wanted = Wanted::stopped;
@@ -56,6 +66,7 @@ struct Situation {
   // The weightiest of all that is wrong with it, and what kind that is of.
   rt::String problem;
   model::ProblemSource problemSource{};
+  CardTrouble card;  // what is meant where that is a line
 
   uint64_t nowUp = 0;  // ms since the machine was booted
 };

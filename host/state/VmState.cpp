@@ -77,13 +77,49 @@ constexpr std::array<const char*, model::problemSources.size()> briefs{"row refu
                                                                        "not enough memory",
                                                                        "QEMU failed",
                                                                        "start failed",
+                                                                       "a card has no line",
                                                                        "its shim finds fault",
                                                                        "card not attached",
                                                                        "changed since its start",
                                                                        "image's format in doubt"};
 
+bool isOfLine(const Situation& now) {
+  return !now.problem.empty() && now.problemSource == ProblemSource::line;
+}
+
+// "nic00: Ethernet1 no line". Names may be long; what is said of them stays.
+rt::String briefOf(const CardTrouble& card) {
+  constexpr std::string_view mark = "…";  // takes one place
+  const std::string_view said = card.isGone ? " gone" : " no line";
+  rt::String names = card.card + ": " + card.interface;
+  if (names.size() + said.size() > longestBrief) {
+    size_t end = longestBrief - said.size() - 1;
+    const auto isInside = [&](size_t at) {
+      return (static_cast<unsigned char>(names.str()[at]) & 0xc0U) == 0x80U;
+    };
+    while (end > 0 && isInside(end)) --end;
+    names = names.substr(0, end) + mark;
+  }
+  return names + said;
+}
+
+Reason ofLine(const Situation& now) {
+  return {now.card.isGone ? "gone" : "no-carrier", now.problem, briefOf(now.card), now.card.card,
+          now.card.since};
+}
+
+NextStep untilLine(const Situation& now) {
+  return {"wait",
+          now.card.isGone ? "when " + now.card.interface + " is there"
+                          : rt::String("when the line comes back"),
+          {},
+          {},
+          {}};
+}
+
 Reason ofProblem(const Situation& now) {
   if (now.problem.empty()) return {};
+  if (now.problemSource == ProblemSource::line) return ofLine(now);
   return {rt::String(model::textOf(now.problemSource)), now.problem,
           briefs.at(static_cast<size_t>(now.problemSource))};
 }
@@ -240,6 +276,7 @@ NextStep nextOf(const Situation& now, const rt::String& vm) {
       break;
     case Actual::running:
       if (isNote(now)) return toType("restart");
+      if (isOfLine(now)) return untilLine(now);
       break;
     case Actual::paused:
       if (now.run.state != RunState::suspended) return toType("resume");

@@ -43,7 +43,9 @@ rt::String severityOf(const Situation& now);
 struct Reason {
   rt::String word;  // stays the same; empty: there is nothing to say
   rt::String text;
-  rt::String brief;  // the same in few words
+  rt::String brief;      // the same in few words
+  rt::String subject{};  // of what of it; empty: of the VM
+  uint64_t since = 0;    // in seconds since 1970; 0: as long as its state
 };
 Reason reasonOf(const Situation& now);
 

@@ -333,5 +333,51 @@ TEST(VmStateReason, OfAnEndThatNobodyToldOfIsWhatTheDaemonKnows) {
   EXPECT_EQ(reasonOf(vm).text, "no reason");
 }
 
+// A card without a line.
+
+Situation withoutLine(bool isGone) {
+  return with(running(), [=](Situation& v) {
+    v.problem = "nic00: Ethernet1 has no carrier";
+    v.problemSource = ProblemSource::line;
+    v.card = {.card = "nic00", .interface = "Ethernet1", .isGone = isGone, .since = 1'732'186'123};
+  });
+}
+
+TEST(VmStateReason, OfACardWithoutALineNamesItAndSinceWhen) {
+  const auto vm = withoutLine(false);
+  EXPECT_EQ(actualOf(vm), Actual::running);
+  EXPECT_EQ(severityOf(vm), "bad");
+  const Reason reason = reasonOf(vm);
+  EXPECT_EQ(reason.word, "no-carrier");
+  EXPECT_EQ(reason.text, "nic00: Ethernet1 has no carrier");
+  EXPECT_EQ(reason.brief, "nic00: Ethernet1 no line");
+  EXPECT_EQ(reason.subject, "nic00");
+  EXPECT_EQ(reason.since, 1'732'186'123U);
+  EXPECT_EQ(nextOf(vm, "web1").kind, "wait");
+  EXPECT_EQ(nextOf(vm, "web1").text, "when the line comes back");
+}
+
+TEST(VmStateReason, OfACardWhoseInterfaceIsGoneWaitsForThat) {
+  const auto vm = withoutLine(true);
+  EXPECT_EQ(reasonOf(vm).word, "gone");
+  EXPECT_EQ(reasonOf(vm).brief, "nic00: Ethernet1 gone");
+  EXPECT_EQ(nextOf(vm, "web1").text, "when Ethernet1 is there");
+}
+
+TEST(VmStateReason, OfALongNameFitsWithWhatIsSaidOfIt) {
+  auto vm = withoutLine(false);
+  vm.card.interface = "management-vlan";
+  EXPECT_EQ(reasonOf(vm).brief, "nic00: managemen… no line");
+  vm.card.card = "süden";
+  vm.card.interface = "vlan.süd.zwölf";
+  EXPECT_THAT(reasonOf(vm).brief.str(), testing::EndsWith("… no line"));
+  EXPECT_LE(reasonOf(vm).brief.size(), longestBrief + 2);
+}
+
+TEST(VmStateReason, OfAPauseIsNotItsLine) {
+  const auto vm = with(withoutLine(false), [](Situation& v) { v.run.state = RunState::paused; });
+  EXPECT_EQ(reasonOf(vm).word, "paused");
+}
+
 }  // namespace
 }  // namespace host

@@ -132,6 +132,13 @@ void VmStates::unansweredIs(const rt::String& vm, bool isUnanswered) {
   show(vm, found->second);
 }
 
+void VmStates::cardIs(const rt::String& vm, const CardTrouble& card) {
+  const auto found = entries_.find(vm);
+  if (found == entries_.end() || found->second.card == card) return;
+  found->second.card = card;
+  show(vm, found->second);
+}
+
 void VmStates::problemIs(const rt::String& vm, const rt::String& text,
                          model::ProblemSource source) {
   const auto found = entries_.find(vm);
@@ -245,6 +252,7 @@ Situation VmStates::situationOf(const Entry& entry) const {
           .askedBy = entry.run.endedBy.empty() ? entry.askedBy : entry.run.endedBy,
           .problem = entry.problem,
           .problemSource = entry.problemSource,
+          .card = entry.card,
           .nowUp = times_.sinceBoot()};
 }
 
@@ -288,6 +296,8 @@ void VmStates::write(model::VmProcess& record, const rt::String& vm, const Situa
   record.reasonIs(reason.word);
   record.whyIs(reason.text);
   record.whyShortIs(reason.brief);
+  record.whySubjectIs(reason.subject);
+  record.whySinceIs(reason.since);
   record.nextKindIs(next.kind);
   record.nextIs(next.text);
   record.nextShortIs(next.brief);

@@ -69,6 +69,8 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
   void askedBy(const rt::String& vm, const rt::String& who);
   // Which operator asked its shim for a reset last, and nobody asked since; empty: none.
   rt::String takeResetBy(const rt::String& vm);
+  // The weightiest of its cards that have no line, which is told of as a problem then.
+  void cardIs(const rt::String& vm, const CardTrouble& card);
   // The weightiest that is wrong; empty: nothing.
   void problemIs(const rt::String& vm, const rt::String& text, model::ProblemSource source);
 
@@ -91,6 +93,7 @@ class VmStates final : public rt::StateMachineOf<VmStates> {
     rt::Seconds lastTry = rt::Seconds::infinity();
     rt::String problem;
     model::ProblemSource problemSource{};
+    CardTrouble card;
     rt::Seconds wakeUp = rt::Seconds::infinity();
   };
 

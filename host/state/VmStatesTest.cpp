@@ -93,6 +93,21 @@ TEST_F(VmStatesTest, TellOfEachChangeAndEachEndOnce) {
   EXPECT_EQ(happened.back(), "state starting");
 }
 
+TEST_F(VmStatesTest, ShowACardWithoutALineWithItsTime) {
+  runs();
+  states.cardIs("web1", {.card = "nic00", .interface = "Ethernet1", .isGone = false, .since = 77});
+  states.problemIs("web1", "nic00: Ethernet1 has no carrier", model::ProblemSource::line);
+  EXPECT_EQ(shown().actual(), "running");
+  EXPECT_EQ(shown().reason(), "no-carrier");
+  EXPECT_EQ(shown().whySubject(), "nic00");
+  EXPECT_EQ(shown().whySince(), 77U);
+  states.cardIs("web1", {.card = "nic00", .interface = "Ethernet1", .isGone = false, .since = 78});
+  EXPECT_EQ(shown().whySince(), 78U) << "it was back in between";
+  states.problemIs("web1", "", {});
+  EXPECT_EQ(shown().whySubject(), "");
+  EXPECT_EQ(shown().whySince(), 0U);
+}
+
 TEST_F(VmStatesTest, TellNothingOfWhatWasSoBefore) {
   states.keeperSays("web2", {});
   EXPECT_TRUE(happened.empty());

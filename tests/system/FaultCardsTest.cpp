@@ -13,6 +13,7 @@ class CutOffCard : public testing::Test {
   static void addPort() {
     ip("link add Ethernet1 type veth peer name peer-Ethernet1");
     ip("link set Ethernet1 up");
+    ip("link set peer-Ethernet1 up");
   }
   void runGuest() {
     world.start({"--trace", "1,8"});
