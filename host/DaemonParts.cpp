@@ -196,6 +196,7 @@ void DaemonParts::ownRowIs(const rt::String& table, const rt::String& vm,
   own_.rowIs(table, vm, row);
   guests_.ownRowIs(vm);
   if (table == model::table::vmLimits) network_.limitsAre();
+  if (table == model::table::vmPolicy) network_.policyIs(vm);
 }
 
 void DaemonParts::rowIs(const rt::String& vm, const VmRow* row) {

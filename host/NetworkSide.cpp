@@ -50,12 +50,17 @@ NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before, Tro
               .agent = ground.agent.root,
               .status = ground.hostStatus,
               .problems = ground.problems,
+              .shims = ground.shims,
               .cards = *cardHealer_,
               .keyOf = [this](const auto& vm, rt::EthAddr mac) { return cardOf(vm, mac); },
+              .followsLink =
+                  [this](const rt::String& vm) {
+                    return ground_.own.policy(vm)->link() == model::followed::follow;
+                  },
               .now = timeOfDay,
               .trouble = std::move(trouble),
               .tell = [this](const model::Event::Ptr& event) { ground_.history.add(event); }},
-          before.cards)),
+          before.cards, ground.clock)),
       senderGuard_(senderFilter_, [this](rt::EthAddr address) { return isCards(address); }),
       rateGuard_(rateLimiter_, [this](rt::EthAddr address) {
         const rt::String* const vm = vmOf(address);

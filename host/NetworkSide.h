@@ -24,6 +24,8 @@ class NetworkSide {
   NetworkSide(const Ground& ground, const StatusOfBefore& before, Trouble trouble);
 
   VmCards& cards() { return *cardStatus_; }
+  // What is done for the VM is another.
+  void policyIs(const rt::String& vm) { cardStatus_->policyIs(vm); }
   // What guests may send is another.
   void limitsAre() { rateGuard_.ratesAre(); }
   void interfaceIs(const rt::String& id, const std::optional<rt::String>& doc) {

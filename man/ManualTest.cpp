@@ -16,6 +16,7 @@
 #include "model/ProblemSource.h"
 #include "model/StatusRecords.h"
 #include "model/Tables.h"
+#include "model/VmCard.h"
 #include "model/VmConfigCheck.h"
 #include "model/VmFields.h"
 #include "model/VmImage.h"
@@ -132,6 +133,7 @@ TEST(Manual, HasEachFieldOfEachRow) {
       {model::table::vmStatus, rt::make<Vm::VmStatus>("")},
       {model::table::vmProcess, rt::make<model::VmProcess>("")},
       {model::table::vmProblem, rt::make<model::VmProblem>("")},
+      {model::table::vmCard, rt::make<model::VmCard>("")},
       {model::table::interfaceStatus, rt::make<model::InterfaceStatus>("")},
       {model::table::fdb, rt::make<model::FdbEntry>("")},
       {model::table::event, rt::make<model::Event>("")}};

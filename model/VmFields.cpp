@@ -150,6 +150,12 @@ constexpr VmField fields[] = {
          [](std::string_view value, const MachineLimits&) {
            return startDelayRight(rt::fromText<uint32_t>(value).value_or(0));
          }},
+    {.table = table::vmPolicy,
+     .name = "link",
+     .takesEffectAtOnce = true,
+     .help = "what it sees of its ports' lines: follow (what is so) or up",
+     .right = [](std::string_view value, const MachineLimits&) { return linkRight(value); },
+     .values = [] { return std::span<const std::string_view>(links); }},
     {.table = table::vmConfig,
      .name = "model",
      .isOfCard = true,

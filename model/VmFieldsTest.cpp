@@ -140,8 +140,9 @@ TEST_F(VmFields, TakeEffectAtTheNextStartButForTheSwitchTheHostsOwnAndACardsInte
   std::vector<std::string_view> atOnce;
   for (const VmField& field : vmFields())
     if (field.takesEffectAtOnce) atOnce.push_back(field.name);
-  EXPECT_THAT(atOnce, ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
-                                  "rateLimit", "restart", "startOrder", "startDelay", "intfName"));
+  EXPECT_THAT(atOnce,
+              ElementsAre("enabled", "cpuWeight", "cpuMax", "memoryReserve", "ioWeight",
+                          "rateLimit", "restart", "startOrder", "startDelay", "link", "intfName"));
 }
 
 }  // namespace

@@ -75,8 +75,8 @@ TEST_F(CompletionVerb, OfOptionsValues) {
 
 TEST_F(CompletionVerb, OfFields) {
   EXPECT_EQ(after({"set", "web1", ""}),
-            "cpuMax= cpuWeight= diskImage= enabled= format= ioWeight= memory= memoryReserve= "
-            "rateLimit= restart= startDelay= startOrder= vncPort=");
+            "cpuMax= cpuWeight= diskImage= enabled= format= ioWeight= link= memory= "
+            "memoryReserve= rateLimit= restart= startDelay= startOrder= vncPort=");
   EXPECT_EQ(after({"set", "web2", "vn"}),
             "vncPort= vnicConfig.nic00.intfName= vnicConfig.nic00.macAddr= "
             "vnicConfig.nic00.model=");

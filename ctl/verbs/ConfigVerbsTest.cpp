@@ -287,7 +287,7 @@ TEST_F(SetVerb, SuggestsTheFieldsThereAre) {
             (Answer{2, "",
                     "vmctl: there is no field 'colour'; there are enabled, diskImage, format, "
                     "memory, vncPort, cpuWeight, cpuMax, memoryReserve, ioWeight, rateLimit, "
-                    "restart, startOrder, startDelay, "
+                    "restart, startOrder, startDelay, link, "
                     "vnicConfig.KEY.FIELD\n"}));
   EXPECT_EQ(vmctl("set web1 vnicConfig.nic00.mac=1"),
             (Answer{2, "", "vmctl: there is no field of a card 'mac'; did you mean 'macAddr'?\n"}));

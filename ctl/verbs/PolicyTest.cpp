@@ -24,14 +24,15 @@ class Policy : public fakes::VmctlFixture {
 TEST_F(Policy, IsSetAndInForceAtOnce) {
   putRunning("web1");
   EXPECT_EQ(vmctl("set web1 restart=on-failure"), (Answer{0, "", "web1: changed\n"}));
-  EXPECT_EQ(row(), R"({"restart":"on-failure","startOrder":0,"startDelay":0})");
+  EXPECT_EQ(row(), R"({"restart":"on-failure","startOrder":0,"startDelay":0,"link":"follow"})");
   EXPECT_THAT(vmctl("show web1").out, HasSubstr("\nPolicy:   restart on-failure\n"));
   EXPECT_THAT(vmctl("export").out, HasSubstr("\"policy\": {\n        \"restart\": \"on-failure\""));
 }
 
 TEST_F(Policy, IsGivenToAVmThatIsAdded) {
   EXPECT_EQ(vmctl("add db --disk /images/db.img --restart always").exit, 0);
-  EXPECT_EQ(doc("vmPolicy", "db"), R"({"restart":"always","startOrder":0,"startDelay":0})");
+  EXPECT_EQ(doc("vmPolicy", "db"),
+            R"({"restart":"always","startOrder":0,"startDelay":0,"link":"follow"})");
 }
 
 TEST_F(Policy, OfNobodysInterestHasNoRow) {
@@ -48,6 +49,13 @@ TEST_F(Policy, HasAPlaceInTheOrderOfStarts) {
   EXPECT_EQ(vmctl("set web1 startOrder=10000 startDelay=3601").err,
             "vmctl: web1: startOrder: '10000' is refused: must be 1 to 9999, or 0 for after all "
             "others\nvmctl: web1: startDelay: '3601' is refused: must be 0 to 3600 (seconds)\n");
+}
+
+TEST_F(Policy, SaysWhatItsGuestSeesOfItsLines) {
+  EXPECT_EQ(vmctl("set web1 link=up").exit, 0);
+  EXPECT_THAT(vmctl("show web1").out, HasSubstr("\nPolicy:   link up\n"));
+  EXPECT_EQ(vmctl("set web1 link=down").err,
+            "vmctl: web1: link: 'down' is refused: must be follow or up\n");
 }
 
 TEST_F(Policy, LeavesLimitsAlone) {

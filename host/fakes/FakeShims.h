@@ -32,6 +32,7 @@ class FakeShims final : public Shims {
   std::function<void(const rt::String& vm)> catchingUp;  // tells what was not told yet
   std::set<rt::String> deadSockets;                      // VMs that have such
 
+  std::vector<std::string> lines;    // "web1 MAC up", as they were told
   std::vector<rt::String> caughtUp;  // VMs whose events were to be told at once
 
   // What is wrong with the VM's guest now; empty: nothing.
@@ -48,6 +49,11 @@ class FakeShims final : public Shims {
   }
   void rowIs(const rt::String& vm, const statedb::Origin& row) override {
     told.push_back({vm, row});
+  }
+  bool lineIs(const rt::String& vm, rt::EthAddr card, bool isUp) override {
+    if (!isThere(vm)) return false;
+    lines.push_back(vm.str() + " " + card.text().str() + (isUp ? " up" : " down"));
+    return true;
   }
   bool isThere(const rt::String& vm) const override { return !gone.contains(vm); }
   rt::String lastError(const rt::String& vm) const override { return in(lastErrors, vm); }

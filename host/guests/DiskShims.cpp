@@ -74,6 +74,10 @@ void DiskShims::rowIs(const rt::String& vm, const statedb::Origin& row) {
   (void)say(vm, guest::rowRequest(row.history, row.created));
 }
 
+bool DiskShims::lineIs(const rt::String& vm, rt::EthAddr card, bool isUp) {
+  return say(vm, guest::lineRequest(card.text().str(), isUp));
+}
+
 bool DiskShims::isThere(const rt::String& vm) const {
   const int error = connectTo(unconnected(), socketOf(vm));
   return error == 0 || error == EAGAIN;  // so many wait already

@@ -22,6 +22,7 @@ class DiskShims : public Shims {
   bool tellFormats() const override { return true; }
   bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) override;
   void rowIs(const rt::String& vm, const statedb::Origin& row) override;
+  bool lineIs(const rt::String& vm, rt::EthAddr card, bool isUp) override;
   bool isThere(const rt::String& vm) const override;
   rt::String lastError(const rt::String& vm) const override;
   void lastErrorDel(const rt::String& vm) override;

@@ -70,6 +70,14 @@ TEST_F(DiskShimsTest, AreToldOfTheirRow) {
   EXPECT_EQ(heardAt(listener), "{\"row\":{\"store\":\"h1\",\"sequence\":7}}\n");
 }
 
+TEST_F(DiskShimsTest, AreToldOfALineWithoutAnswering) {
+  const rt::EthAddr card = *rt::EthAddr::fromText("52:54:00:12:34:56");
+  EXPECT_FALSE(shims.lineIs("web1", card, false)) << "nobody is there";
+  const auto listener = socketAt(shim);
+  EXPECT_TRUE(shims.lineIs("web1", card, false));
+  EXPECT_EQ(heardAt(listener), "{\"line\":{\"card\":\"52:54:00:12:34:56\",\"up\":false}}\n");
+}
+
 TEST_F(DiskShimsTest, AreThereWhileTheyListenWhetherTheyAnswerOrNot) {
   EXPECT_FALSE(shims.isThere("web1"));
   {
@@ -210,6 +218,7 @@ TEST(NoShimsTest, CanBeAskedNothingAndHaveNothingToSay) {
   EXPECT_FALSE(shims.tellFormats());
   EXPECT_FALSE(shims.askToStop("web1", std::nullopt));
   EXPECT_FALSE(shims.isThere("web1"));
+  EXPECT_TRUE(shims.lineIs("web1", {}, false)) << "nobody need try again";
   EXPECT_EQ(shims.lastError("web1"), "");
   EXPECT_EQ(shims.problem("web1"), "");
   EXPECT_FALSE(shims.follow({.problem = [](const rt::String&, const rt::String&) { FAIL(); },

@@ -8,6 +8,7 @@
 #include "host/state/GuestEvent.h"
 #include "runtime/base/Seconds.h"
 #include "runtime/entity/Entity.h"
+#include "runtime/net/EthAddr.h"
 #include "statedb/Record.h"
 
 namespace host {
@@ -37,6 +38,10 @@ class Shims {
   virtual bool askToStop(const rt::String& vm, std::optional<rt::Seconds> time) = 0;
   // Tells the VM's guest of which row it is now. A shim of before takes no notice.
   virtual void rowIs(const rt::String& vm, const statedb::Origin& row) = 0;
+  // Tells the VM's guest whether the line of the card with that address is up: it sees a carrier
+  // where the agent has one for it, too. False when there is nobody to tell. A shim of before takes
+  // no notice.
+  virtual bool lineIs(const rt::String& vm, rt::EthAddr card, bool isUp) = 0;
   // Whether the VM's guest has a shim that can drive it; one that stands still is there, too.
   virtual bool isThere(const rt::String& vm) const = 0;
 
@@ -71,6 +76,9 @@ class NoShims final : public Shims {
     return false;
   }
   void rowIs(const rt::String& /*vm*/, const statedb::Origin& /*row*/) override {}
+  bool lineIs(const rt::String& /*vm*/, rt::EthAddr /*card*/, bool /*isUp*/) override {
+    return true;  // and nothing ever does
+  }
   bool isThere(const rt::String& /*vm*/) const override { return false; }
   rt::String lastError(const rt::String& /*vm*/) const override { return {}; }
   void lastErrorDel(const rt::String& /*vm*/) override {}

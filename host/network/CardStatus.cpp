@@ -24,8 +24,8 @@ rt::String sentenceOf(const rt::String& card, const rt::String& interface, std::
 
 }  // namespace
 
-CardStatus::CardStatus(Tools tools, std::map<rt::String, Before> before)
-    : tools_(std::move(tools)), before_(std::move(before)) {
+CardStatus::CardStatus(Tools tools, std::map<rt::String, Before> before, rt::Clock::Ptr clock)
+    : tools_(std::move(tools)), before_(std::move(before)), clock_(*this, std::move(clock)) {
   handleInitialized();
 }
 
@@ -51,9 +51,21 @@ void CardStatus::interfaceIs(const rt::String& id) {
       due_.insert(vm);
 }
 
+void CardStatus::handleClock() {
+  const rt::Seconds now = clock_.notifier()->now();
+  for (auto& [vm, guest] : guests_)
+    if (guest.tellAt <= now) due_.insert(vm);
+}
+
+void CardStatus::handleProcess(const rt::Entity& process, const rt::Change& /*change*/) {
+  for (const auto& [vm, guest] : guests_)
+    if (guest.process.notifier().get() == &process) due_.insert(vm);
+}
+
 void CardStatus::pass() {
   if (due_.empty()) return;
   for (const rt::String& vm : std::exchange(due_, {})) look(vm);
+  setClock();
 }
 
 void CardStatus::look(const rt::String& vm) {
@@ -62,14 +74,17 @@ void CardStatus::look(const rt::String& vm) {
   if (!process || !isAlive(*process)) return forget(vm);
   Guest& guest = guests_.try_emplace(vm, *this).first->second;
   if (guest.process.notifier() != process) guest.process.notifierIs(process);
+  const bool isAnother = std::exchange(guest.pid, pidOf(*process)) != guest.pid;
   const std::vector<Card> cards = cardsOf(*machine);
   forgetCards(vm, guest, cards);
   for (const Card& card : cards) {
     Seen& seen = seenOf(vm, guest, card);
+    if (isAnother) seen.line.reset();
     show(vm, card, seen);
     tellChange(vm, seen);
   }
   showTrouble(vm, guest);
+  tellShim(vm, guest, cards);
 }
 
 // As its row calls it when it is seen first: later that may have another address.
@@ -159,6 +174,34 @@ void CardStatus::showTrouble(const rt::String& vm, const Guest& guest) {
                       .since = worst->since});
   tools_.problems.problemIs(vm, ProblemSource::line,
                             sentenceOf(worst->key, worst->interface, worst->link));
+}
+
+void CardStatus::tellShim(const rt::String& vm, Guest& guest, const std::vector<Card>& cards) {
+  const bool follows = tools_.followsLink(vm);
+  bool isToldAll = true;
+  for (const Card& card : cards) {
+    Seen& seen = guest.cards[card.mac];
+    const bool isUp = !follows || troubleOf(seen.link).empty();
+    if (seen.line == isUp) continue;
+    if (tools_.shims.lineIs(vm, card.mac, isUp))
+      seen.line = isUp;
+    else
+      isToldAll = false;
+  }
+  const rt::Seconds now = clock_.notifier()->now();
+  if (isToldAll) {
+    guest.tellAt = rt::Seconds::infinity();
+    guest.delay = firstDelay;
+  } else if (guest.tellAt <= now || guest.tellAt == rt::Seconds::infinity()) {
+    guest.tellAt = now + guest.delay;
+    guest.delay = std::min(guest.delay + guest.delay, longestDelay);
+  }
+}
+
+void CardStatus::setClock() {
+  rt::Seconds first = rt::Seconds::infinity();
+  for (const auto& [vm, guest] : guests_) first = std::min(first, guest.tellAt);
+  clock_.timeMinIs(first);
 }
 
 }  // namespace host

@@ -1,4 +1,5 @@
 // What is shown and told of guests' cards as their interfaces' lines come and go.
+#include "host/fakes/FakeShims.h"
 #include "host/fakes/HostCardsWorld.h"
 #include "host/network/CardStatus.h"
 
@@ -24,8 +25,10 @@ class CardStatusTest : public testing::Test, protected HostCardsWorld {
             .agent = root,
             .status = hostStatus,
             .problems = problems,
+            .shims = shims,
             .cards = *healer,
             .keyOf = [](const auto&, rt::EthAddr mac) { return keyOf(mac); },
+            .followsLink = [this](const rt::String& vm) { return !independent.contains(vm); },
             .now = [this] { return wallTime; },
             .trouble = [this](const auto& vm,
                               const host::CardTrouble& card) { troubles[vm] = card; },
@@ -36,7 +39,7 @@ class CardStatusTest : public testing::Test, protected HostCardsWorld {
                                     event->text())
                                        .str());
                 }},
-        before);
+        before, clock);
   }
   static rt::String keyOf(rt::EthAddr mac) {
     if (mac.text() == firstMac) return "nic00";
@@ -70,12 +73,16 @@ class CardStatusTest : public testing::Test, protected HostCardsWorld {
     return (row->interface() + " " + row->tap() + " " + row->link()).str() + " " +
            std::to_string(row->since());
   }
+  std::vector<std::string> told() { return std::exchange(shims.lines, {}); }
   std::vector<std::string> happened() { return std::exchange(events, {}); }
 
   uint64_t wallTime = 100;
   std::map<rt::String, host::CardStatus::Before> before;
+  std::set<rt::String> independent;  // VMs whose guests are to see nothing of it
   std::map<rt::String, host::CardTrouble> troubles;
   std::vector<std::string> events;
+  std::vector<std::string> asks;
+  host::fakes::FakeShims shims{asks};
   host::CardStatus::Ptr cardStatus = made();
   std::vector<rt::Ptr<CardTeller>> tellers;
 };
@@ -200,6 +207,81 @@ TEST_F(CardStatusTest, GoesOnFromWhatAnEarlierDaemonSaw) {
   line("Ethernet1", true);
   look();
   EXPECT_THAT(happened(), ElementsAre("web1 card back ok nic00 | nic00: Ethernet1 is back"));
+}
+
+// What the guest sees.
+
+TEST_F(CardStatusTest, TellsTheGuestOfItsLineOnceForEachChange) {
+  runFirst();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 up"));
+  line("Ethernet1", false);
+  look();
+  cardStatus->changed("web1");
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 down"));
+  line("Ethernet1", true);
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 up"));
+}
+
+TEST_F(CardStatusTest, KeepsTheLineDownWhileTheInterfaceIsGone) {
+  runFirst();
+  told();
+  loseFirst();
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 down"));
+}
+
+TEST_F(CardStatusTest, LeavesTheLineUpWhereThePolicySaysSo) {
+  independent = {"web1"};
+  runFirst();
+  told();
+  line("Ethernet1", false);
+  look();
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_EQ(problem("web1"), "line: nic00: Ethernet1 has no carrier");
+  independent = {};
+  cardStatus->policyIs("web1");
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 down"));
+}
+
+TEST_F(CardStatusTest, TellsAShimLaterThatCannotBeToldNow) {
+  runFirst();
+  told();
+  shims.gone = {"web1"};
+  line("Ethernet1", false);
+  look();
+  advance(0.9);
+  shims.gone = {};
+  look();
+  EXPECT_THAT(told(), IsEmpty());
+  advance(0.2);
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 down"));
+  advance(1000);
+  look();
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(CardStatusTest, TellsTheNextGuestAnew) {
+  runFirst();
+  told();
+  switchOff(web1);
+  processes.end(1000);
+  turn();
+  run(web1);
+  look();
+  EXPECT_THAT(told(), ElementsAre("web1 52:54:00:12:34:01 up"));
+}
+
+TEST_F(CardStatusTest, SetsNothingOnTheClockWhereAllIsTold) {
+  runFirst();
+  line("Ethernet1", false);
+  look();
+  const auto before = clock->nextWakeUpTime();
+  cardStatus = nullptr;
+  EXPECT_EQ(clock->nextWakeUpTime(), before);
 }
 
 }  // namespace

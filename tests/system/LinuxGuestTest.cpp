@@ -125,6 +125,12 @@ class LinuxGuest : public testing::Test {
                                   "echo changes=$(cat /sys/class/net/eth0/carrier_changes)!",
                                   "changes=" + changes + "!");
   }
+  // Whether vmctl comes to say that of it.
+  bool says(const std::string& verb, const std::string& text) const {
+    return waitUntil([&] {
+      return world.vmctl({verb, "demo"}).out.find(text) != std::string::npos;
+    });
+  }
   std::string whatIsSo() const {
     return run({"/bin/cat", world.runDir + "/vm/demo/shim.log"}).out +
            run({"/sbin/ip", "-s", "link"}).out + run({"/sbin/ip", "neigh"}).out +
@@ -229,6 +235,36 @@ TEST_F(LinuxGuest, GoesOnOnAnotherPortThatItsCardIsMovedTo) {
   EXPECT_TRUE(hasSeenCarrierChanges(4)) << "its line went and came: " << world.console("demo");
   EXPECT_EQ(world.qemus("demo"), before);
   EXPECT_EQ(world.row("vmProblem", "demo"), "");
+}
+
+TEST_F(LinuxGuest, SeesTheLineOfItsInterfaceGoAndComeWhicheverDaemonThereIs) {
+  addPort("Ethernet1", "wire", {"10.77.0.1/24"});
+  runGuest({card("virtio-net-pci", "56", "Ethernet1")});
+  EXPECT_TRUE(seesCarriers("1")) << world.console("demo");
+  ip("link set wire down");
+  EXPECT_TRUE(seesCarriers("0")) << whatIsSo();
+  EXPECT_TRUE(says("why", "nic00: Ethernet1 has no carrier, for ")) << whatIsSo();
+  EXPECT_TRUE(says("show", "yes      noCarrier")) << whatIsSo();
+  EXPECT_TRUE(says("history", "nic00: Ethernet1 has no carrier")) << whatIsSo();
+  world.end(SIGKILL);
+  start();
+  world.ctl({"wait", "demo", "--for", "state=Running", "--timeout", "40"});
+  ASSERT_TRUE(waitUntil([&] { return world.hasRow("vmStatus", "demo", "pty:"); })) << whatIsSo();
+  EXPECT_TRUE(seesCarriers("0")) << "the next daemon's agent has attached it anew\n" << whatIsSo();
+  ip("link set wire up");
+  EXPECT_TRUE(seesCarriers("1")) << whatIsSo();
+  EXPECT_TRUE(waitUntil([&] { return world.row("vmProblem", "demo").empty(); })) << whatIsSo();
+  EXPECT_TRUE(answersPing("10.77.0.86")) << whatIsSo();
+}
+
+TEST_F(LinuxGuest, SeesNothingOfItsInterfacesLineWhereItsPolicySaysSo) {
+  addPort("Ethernet1", "wire", {"10.77.0.1/24"});
+  runGuest({card("virtio-net-pci", "56", "Ethernet1")});
+  ip("link set wire down");
+  EXPECT_TRUE(seesCarriers("0")) << whatIsSo();
+  world.ctl({"set", "demo", "link=up"});
+  EXPECT_TRUE(seesCarriers("1")) << whatIsSo();
+  EXPECT_TRUE(world.hasRow("vmCard", "demo/nic00", "noCarrier")) << whatIsSo();
 }
 
 // The daemon's end.
