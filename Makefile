@@ -46,7 +46,7 @@ run: build/release/build.ninja
 # PREFIX, and DESTDIR for a package's root.
 PREFIX ?= /usr/local
 install: build/release/build.ninja
-	@cmake --build --preset release --target vmagentd vmctl vmagent_shim man completion
+	@cmake --build --preset release --target shipped
 	@cockpit/fetch || echo 'make install: the page in Cockpit goes without xterm.js and noVNC'
 	@cmake --install build/release --strip --prefix $(PREFIX) >/dev/null
 	@[ -n "$(DESTDIR)" ] || ! command -v systemd-sysusers >/dev/null || systemd-sysusers
