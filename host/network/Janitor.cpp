@@ -119,9 +119,16 @@ void Janitor::handleWithdrawal(const rt::String& interface) {
   }
 }
 
+// Its own is proven to be that, so nobody is asked who has it open.
 void Janitor::takeDevice(const Card& card) {
+  auto taps = tools_.taps();
+  if (const Tap* const own = tapOf(useOf(card), taps)) {
+    const rt::String name = own->name;
+    tools_.remove(name);
+    std::erase_if(taps, [&](const Tap& tap) { return tap.name == name; });
+  }
   forgetTap(card);
-  sweep(tools_.taps(), {card.mac});
+  sweep(taps, {card.mac});
 }
 
 }  // namespace host

@@ -159,6 +159,15 @@ TEST_F(JanitorCards, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
   EXPECT_EQ(macOf("macvtap1"), secondMac);
 }
 
+TEST_F(JanitorCards, TakesACardItsDeviceWhoeverHasItsNode) {
+  run(web1);
+  nodesOfOthers = {kernel.device("macvtap0")->index};
+  effects.take();
+  janitor.takeDevice(host::cardsOf(*vm("web1")).front());
+  EXPECT_THAT(deletions(), ElementsAre("janitor del macvtap0"));
+  EXPECT_EQ(card("web1")->macvtapDev(), "");
+}
+
 // Two VMs of one address: the one is to go, and the other was made in its stead.
 class JanitorCardsOfOneAddress : public JanitorCards {
  protected:
