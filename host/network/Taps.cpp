@@ -80,6 +80,13 @@ void take(nl_object* object, void* taps) {
 
 int parse(nl_msg* message, void* taps) { return nl_msg_parse(message, take, taps); }
 
+// Whether it can be read or written by: the kernel shows that in the modes of the link. Whoever may
+// see a node can name it by a descriptor (O_PATH), and has not opened its device.
+bool isOpen(const char* descriptor) {
+  struct stat link {};
+  return lstat(descriptor, &link) == 0 && (link.st_mode & (S_IRUSR | S_IWUSR)) != 0;
+}
+
 // Asks no file system that may not answer: a process may have any file open.
 void addOpenNodes(const std::string& process, Nodes& held) {
   std::error_code gone;
@@ -87,7 +94,7 @@ void addOpenNodes(const std::string& process, Nodes& held) {
        at.increment(gone)) {
     struct statx file {};
     if (statx(AT_FDCWD, at->path().c_str(), AT_STATX_DONT_SYNC, STATX_TYPE, &file) == 0 &&
-        S_ISCHR(file.stx_mode))
+        S_ISCHR(file.stx_mode) && isOpen(at->path().c_str()))
       held.insert(makedev(file.stx_rdev_major, file.stx_rdev_minor));
   }
 }

@@ -29,14 +29,14 @@ std::pair<rt::Descriptor, rt::Descriptor> pipeEnds() {
 // Nobody's child, as another program is, for as long as this stands.
 class Stranger {
  public:
-  explicit Stranger(const std::string& file) {
+  explicit Stranger(const std::string& file, int flags = O_RDWR | O_CREAT) {
     auto [isReady, ready] = pipeEnds();
     auto [end, ends] = pipeEnds();
     const pid_t child = fork();
     if (child == 0) {
       if (fork() != 0) _exit(0);
       ends.reset();
-      const rt::Descriptor opened(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+      const rt::Descriptor opened(open(file.c_str(), flags | O_CLOEXEC, 0600));
       char byte = opened ? 'y' : 'n';
       (void)!write(ready.number(), &byte, 1);
       (void)!read(end.number(), &byte, 1);
@@ -70,6 +70,12 @@ TEST(TapNodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
   const auto others = nodesOfOthers({});
   EXPECT_THAT(others, Contains(numberOf(device)));
   EXPECT_THAT(others, Not(Contains(numberOf(another))));
+}
+
+// Any user can, who may not open it.
+TEST(TapNodesOfOthers, AreNoneThatAProgramOnlyNames) {
+  const Stranger stranger(device, O_PATH);
+  EXPECT_THAT(nodesOfOthers({}), Not(Contains(numberOf(device))));
 }
 
 TEST(TapNodesOfOthers, AreNoneOfAGuestsUser) {
