@@ -40,6 +40,8 @@ rt::String rowOf(Context& context, const rt::String& name) {
 }
 
 constexpr size_t keySize = 12;
+// A key has as many digits after as many again.
+constexpr uint64_t mostNumber = 99'999'999'999;
 
 rt::String keyOf(uint64_t number) { return rt::format("%012ju", static_cast<uintmax_t>(number)); }
 
@@ -49,7 +51,7 @@ std::multimap<uint64_t, rt::String> keysOf(const statedb::Snapshot& snapshot) {
   for (const statedb::Record& record : snapshot.records) {
     const auto number = record.key.size() == keySize ? rt::fromText<uint64_t>(record.key)
                                                      : std::optional<uint64_t>();
-    keys.emplace(number.value_or(0), record.key);
+    keys.emplace(number && *number <= mostNumber ? *number : 0, record.key);
   }
   return keys;
 }

@@ -60,6 +60,15 @@ TEST_F(UndeleteVerb, KnowsTheLastTen) {
                     "'vm21'?\n"}));
 }
 
+// Others may write there.
+TEST_F(UndeleteVerb, CountsOnBesideAKeyBehindWhichIsNone) {
+  put("removed", "999999999999", R"({"at":1,"by":"op9","vm":{"name":"none"}})");
+  putVm("db1", false);
+  EXPECT_EQ(vmctl("rm db1").exit, 0);
+  EXPECT_EQ(vmctl("rm web1").exit, 0);
+  EXPECT_EQ(removed(), "none\nweb1\ndb1\n");
+}
+
 TEST_F(UndeleteVerb, KnowsWhatAnAppliedDocumentPruned) {
   for (int i = 10; i < 22; ++i) putVm(("vm" + std::to_string(i)).c_str(), false);
   files_["none"] = R"({"version":1,"vms":[]})";
