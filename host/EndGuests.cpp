@@ -102,7 +102,8 @@ void removeCards(const Options& options, std::set<rt::EthAddr> theirs) {
   failure.run([&] { theirs.merge(configuredAddresses(options)); });
   const auto strays = strayTaps(all, theirs, {});
   const auto users = guest::userRangeFrom(options.guestUsers.str());
-  const auto others = strays.empty() ? Nodes() : nodesOfOthers(users.value_or(guest::UserRange()));
+  const auto others =
+      strays.empty() ? std::optional(Nodes()) : nodesOfOthers(users.value_or(guest::UserRange()));
   for (const rt::String& stray : strays)
     if (!mayBeOthers(stray, all, others)) netlink::deviceRemove(stray.charPtr());
   failure.rethrow();

@@ -123,12 +123,16 @@ rt::String NetworkSide::interfaceOf(const rt::String& vm, rt::EthAddr address) c
 bool NetworkSide::isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const {
   if (!isCards(address)) return false;
   const auto all = host::cards(*ground_.agent.root);
-  return std::any_of(all.begin(), all.end(),
-                     [&](const Card& card) { return card.tap == name && card.mac == address; }) ||
-         !nodesOfOthers().contains(tapNode(name, device));
+  if (std::any_of(all.begin(), all.end(),
+                  [&](const Card& card) { return card.tap == name && card.mac == address; }))
+    return true;
+  const dev_t node = tapNode(name, device);
+  if (node == 0) return false;  // it has gone
+  const auto others = nodesOfOthers();
+  return others && !others->contains(node);
 }
 
-Nodes NetworkSide::nodesOfOthers() const {
+std::optional<Nodes> NetworkSide::nodesOfOthers() const {
   const auto users = guest::userRangeFrom(ground_.options.guestUsers.str());
   return host::nodesOfOthers(users.value_or(guest::UserRange()));
 }

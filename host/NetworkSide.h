@@ -45,7 +45,7 @@ class NetworkSide {
   rt::String interfaceOf(const rt::String& vm, rt::EthAddr address) const;
   bool isCards(rt::EthAddr address) const;
   bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
-  Nodes nodesOfOthers() const;
+  std::optional<Nodes> nodesOfOthers() const;
   const rt::String* vmOf(rt::EthAddr address) const;
   rt::String cardOf(const rt::String& vm, rt::EthAddr address) const;
 

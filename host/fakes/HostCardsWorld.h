@@ -55,8 +55,9 @@ class HostCardsWorld : public AgentWorld {
   bool kernelAnswers = true;
   bool deletes = true;  // the kernel, what the janitor asks it to
   bool nodesAreKnown = true;
-  int looks = 0;              // at the kernel's macvtap devices
-  host::Nodes nodesOfOthers;  // the kernel's devices have their indexes for nodes
+  int looks = 0;  // at the kernel's macvtap devices
+  std::optional<host::Nodes> nodesOfOthers{
+      std::in_place};  // the kernel's devices have their indexes for nodes
 
   host::TraceLog traceLog{0, {}};
   const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();

@@ -31,9 +31,10 @@ std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<r
 }
 
 // One whose node is not known is not proven to be nobody's.
-bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps, const Nodes& others) {
+bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps,
+                 const std::optional<Nodes>& others) {
   return std::any_of(taps.begin(), taps.end(), [&](const Tap& tap) {
-    return tap.name == name && (tap.node == 0 || others.contains(tap.node));
+    return tap.name == name && (tap.node == 0 || !others || others->contains(tap.node));
   });
 }
 
@@ -59,7 +60,7 @@ void Janitor::sweep(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& o
   std::vector<TapUse> uses;
   for (const Card& card : cards(*tools_.agent)) uses.push_back(useOf(card));
   const auto strays = strayTaps(taps, ours, uses);
-  const auto others = strays.empty() ? Nodes() : tools_.nodesOfOthers();
+  const auto others = strays.empty() ? std::optional(Nodes()) : tools_.nodesOfOthers();
   for (const rt::String& stray : strays) {
     const bool isOthers = mayBeOthers(stray, taps, others);
     report("the macvtap device " + stray +

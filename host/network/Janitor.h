@@ -25,7 +25,9 @@ struct TapUse {
 std::vector<rt::String> strayTaps(const std::vector<Tap>& taps, const std::set<rt::EthAddr>& ours,
                                   const std::vector<TapUse>& uses);
 // Whether the device of that name may be open in another program, which has these. Pure.
-bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps, const Nodes& others);
+// Nothing: what those have is not known.
+bool mayBeOthers(const rt::String& name, const std::vector<Tap>& taps,
+                 const std::optional<Nodes>& others);
 // Finds the device that the card names, if it is the card's; else null. Pure.
 const Tap* tapOf(const TapUse& use, const std::vector<Tap>& taps);
 
@@ -44,7 +46,7 @@ class Janitor {
     std::function<uint32_t(const rt::String& interface)> deviceOf;
     std::function<std::vector<Tap>()> taps;  // one look at the kernel's
     // What other programs have open. Looks at all processes.
-    std::function<Nodes()> nodesOfOthers;
+    std::function<std::optional<Nodes>()> nodesOfOthers;
     std::function<void(const rt::String& device)> remove;
   };
   explicit Janitor(Tools tools) : tools_(std::move(tools)) {}

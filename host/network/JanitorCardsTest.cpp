@@ -78,11 +78,11 @@ TEST_F(JanitorCards, DeletesWhatAVmThatIsSwitchedOffHadWithoutTheAgentsKnowing) 
 TEST_F(JanitorCards, LeavesADeviceThatAnotherProgramHasOpenWhoseverAddressItHas) {
   run(web1);
   card("web1")->macvtapDevIs("");
-  nodesOfOthers = {kernel.device("macvtap0")->index};
+  nodesOfOthers = host::Nodes{kernel.device("macvtap0")->index};
   switchOff(web1);
   janitor.sweep();
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
-  nodesOfOthers.clear();
+  nodesOfOthers.emplace();
   janitor.sweep();
   EXPECT_THAT(kernel.macvtaps(), IsEmpty());
 }
@@ -92,6 +92,10 @@ TEST_F(JanitorCards, LeavesADeviceOfWhichItCannotBeSaidWhoHasItOpen) {
   card("web1")->macvtapDevIs("");
   nodesAreKnown = false;
   switchOff(web1);
+  EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
+  nodesAreKnown = true;
+  nodesOfOthers.reset();
+  janitor.sweep();
   EXPECT_THAT(kernel.macvtaps(), ElementsAre("macvtap0"));
 }
 
@@ -161,7 +165,7 @@ TEST_F(JanitorCards, TakesACardItsDeviceAndOthersOfItsAddressOnly) {
 
 TEST_F(JanitorCards, TakesACardItsDeviceWhoeverHasItsNode) {
   run(web1);
-  nodesOfOthers = {kernel.device("macvtap0")->index};
+  nodesOfOthers = host::Nodes{kernel.device("macvtap0")->index};
   effects.take();
   janitor.takeDevice(host::cardsOf(*vm("web1")).front());
   EXPECT_THAT(deletions(), ElementsAre("janitor del macvtap0"));

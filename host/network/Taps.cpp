@@ -13,6 +13,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -37,6 +38,8 @@ using Message = std::unique_ptr<nl_msg, rt::Release<nlmsg_free>>;
 constexpr char macvtap[] = "macvtap";
 // A list during which devices came or went has gaps.
 constexpr int attempts = 10;
+// The loop waits for it.
+constexpr std::chrono::milliseconds patience{250};
 
 void require(int result) {
   if (result < 0)
@@ -87,16 +90,21 @@ bool isOpen(const char* descriptor) {
   return lstat(descriptor, &link) == 0 && (link.st_mode & (S_IRUSR | S_IWUSR)) != 0;
 }
 
-// Asks no file system that may not answer: a process may have any file open.
-void addOpenNodes(const std::string& process, Nodes& held) {
+using Moment = std::chrono::steady_clock::time_point;
+
+// Asks no file system that may not answer: a process may have any file open. Returns whether it
+// came to the end in time.
+bool addOpenNodes(const std::string& process, Nodes& held, Moment last = Moment::max()) {
   std::error_code gone;
   for (std::filesystem::directory_iterator at(process + "/fd", gone), end; !gone && at != end;
        at.increment(gone)) {
+    if (last != Moment::max() && std::chrono::steady_clock::now() > last) return false;
     struct statx file {};
     if (statx(AT_FDCWD, at->path().c_str(), AT_STATX_DONT_SYNC, STATX_TYPE, &file) == 0 &&
         S_ISCHR(file.stx_mode) && isOpen(at->path().c_str()))
       held.insert(makedev(file.stx_rdev_major, file.stx_rdev_minor));
   }
+  return true;
 }
 
 // The number that stands behind the name there; 0: none does.
@@ -148,13 +156,14 @@ Nodes nodesHeldBy(int32_t pid) {
   return held;
 }
 
-Nodes nodesOfOthers(const guest::UserRange& users) {
+std::optional<Nodes> nodesOfOthers(const guest::UserRange& users) {
+  const Moment last = std::chrono::steady_clock::now() + patience;
   Nodes others;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
     if (!rt::fromText<int32_t>(entry.path().filename().string())) continue;
     Nodes held;
-    addOpenNodes(entry.path().string(), held);
+    if (!addOpenNodes(entry.path().string(), held, last)) return std::nullopt;
     if (!held.empty() && !isGuests(entry.path().string(), users)) others.merge(held);
   }
   return others;

@@ -18,6 +18,7 @@ namespace {
 
 using testing::Contains;
 using testing::Not;
+using testing::Optional;
 
 // To read from, and to write to.
 std::pair<rt::Descriptor, rt::Descriptor> pipeEnds() {
@@ -68,20 +69,20 @@ TEST(TapNodesOfOthers, AreThoseThatAProgramHasOpenWhichIsNoGuestOfOurs) {
   const rt::Descriptor own(open(another, O_RDWR | O_CLOEXEC));
   ASSERT_TRUE(own);
   const auto others = nodesOfOthers({});
-  EXPECT_THAT(others, Contains(numberOf(device)));
-  EXPECT_THAT(others, Not(Contains(numberOf(another))));
+  EXPECT_THAT(others, Optional(Contains(numberOf(device))));
+  EXPECT_THAT(others, Optional(Not(Contains(numberOf(another)))));
 }
 
 // Any user can, who may not open it.
 TEST(TapNodesOfOthers, AreNoneThatAProgramOnlyNames) {
   const Stranger stranger(device, O_PATH);
-  EXPECT_THAT(nodesOfOthers({}), Not(Contains(numberOf(device))));
+  EXPECT_THAT(nodesOfOthers({}), Optional(Not(Contains(numberOf(device)))));
 }
 
 TEST(TapNodesOfOthers, AreNoneOfAGuestsUser) {
   const Stranger stranger(device);
   EXPECT_THAT(nodesOfOthers({.first = geteuid(), .last = geteuid()}),
-              Not(Contains(numberOf(device))));
+              Optional(Not(Contains(numberOf(device)))));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "runtime/base/OwnFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,12 +16,25 @@ namespace {
 // Somebody may put a thing of his there as often as we remove it.
 constexpr int mostTries = 3;
 
-// The directory, with that mode and group; -1 when it is another's.
+bool isEmpty(int directory) {
+  const int own = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* const entries = own < 0 ? nullptr : fdopendir(own);
+  if (!entries) return false;
+  size_t count = 0;
+  while (readdir(entries)) ++count;
+  closedir(entries);
+  return count <= 2;  // itself and its parent
+}
+
+// The directory, with that mode and group; -1 when it is another's, or one of ours that others may
+// see less of: who may write beside it may have put it there, and nobody is shown what is in it.
 int shared(int directory, mode_t mode, gid_t group) {
+  constexpr mode_t others = S_IRWXG | S_IRWXO;
   struct stat facts {};
-  if (fstat(directory, &facts) == 0 && facts.st_uid == geteuid()) {
+  if (fstat(directory, &facts) == 0 && facts.st_uid == geteuid() &&
+      ((mode & others & ~facts.st_mode) == 0 || isEmpty(directory))) {
     if (facts.st_gid != group) (void)!fchown(directory, static_cast<uid_t>(-1), group);
-    (void)fchmod(directory, mode);
+    if ((facts.st_mode & 07777) != mode) (void)fchmod(directory, mode);
     return directory;
   }
   Descriptor(directory).reset();

@@ -19,7 +19,7 @@ bool isOwnFile(int descriptor);
 int openOwnFile(int directory, const char* name, int flags, mode_t mode);
 
 // The same for a directory, which gets the group as well. Another user's directory is left as it
-// is: -1, and EPERM.
+// is, and so is one of ours with something in it that more could read then: -1, and EPERM.
 int openOwnDirectory(int directory, const char* name, mode_t mode, gid_t group);
 
 }  // namespace rt

@@ -163,6 +163,19 @@ TEST_F(OwnDirectory, TakesThePlaceOfALinkAndOfAFile) {
   EXPECT_TRUE(S_ISDIR(factsOf("web1").st_mode));
 }
 
+// Who may write beside it can have put it there.
+TEST_F(OwnDirectory, ShowsNobodyWhatIsInAPrivateOne) {
+  fs::create_directory(path + "/vm");
+  ASSERT_EQ(chmod((path + "/vm").c_str(), 0700), 0);
+  std::ofstream(path + "/vm/secret") << "x";
+  EXPECT_EQ(make("vm"), -1);
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_EQ(modeOf("vm"), 0700U);
+  fs::remove(path + "/vm/secret");
+  close(make("vm"));
+  EXPECT_EQ(modeOf("vm"), 02750U);
+}
+
 TEST_F(OwnDirectory, IsNoneWhereAnotherUsersStands) {
   fs::create_directory(path + "/vm");
   if (!giveAway(path + "/vm")) return;
