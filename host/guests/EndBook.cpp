@@ -9,49 +9,48 @@
 
 namespace host {
 
-namespace {
-
-// A line of either file.
-class Line final : public rt::EntityOf<Line> {
+// A line of either file. Not in an anonymous namespace, for which g++ has no attributes.
+class EndLine final : public rt::EntityOf<EndLine> {
  public:
   const rt::String& vm() const { return vm_; }
-  void vmIs(const rt::String& value) { assign<&Line::vm>(vm_, value); }
+  void vmIs(const rt::String& value) { assign<&EndLine::vm>(vm_, value); }
   const rt::String& boot() const { return boot_; }
-  void bootIs(const rt::String& value) { assign<&Line::boot>(boot_, value); }
+  void bootIs(const rt::String& value) { assign<&EndLine::boot>(boot_, value); }
   uint64_t run() const { return run_; }
-  void runIs(uint64_t value) { assign<&Line::run>(run_, value); }
+  void runIs(uint64_t value) { assign<&EndLine::run>(run_, value); }
   uint64_t at() const { return at_; }  // ms since 1970
-  void atIs(uint64_t value) { assign<&Line::at>(at_, value); }
+  void atIs(uint64_t value) { assign<&EndLine::at>(at_, value); }
   const rt::String& cause() const { return cause_; }
-  void causeIs(const rt::String& value) { assign<&Line::cause>(cause_, value); }
+  void causeIs(const rt::String& value) { assign<&EndLine::cause>(cause_, value); }
   const rt::String& text() const { return text_; }
-  void textIs(const rt::String& value) { assign<&Line::text>(text_, value); }
+  void textIs(const rt::String& value) { assign<&EndLine::text>(text_, value); }
   const rt::String& brief() const { return brief_; }
-  void briefIs(const rt::String& value) { assign<&Line::brief>(brief_, value); }
+  void briefIs(const rt::String& value) { assign<&EndLine::brief>(brief_, value); }
   const rt::String& by() const { return by_; }
-  void byIs(const rt::String& value) { assign<&Line::by>(by_, value); }
+  void byIs(const rt::String& value) { assign<&EndLine::by>(by_, value); }
   bool failed() const { return failed_; }
-  void failedIs(bool value) { assign<&Line::failed>(failed_, value); }
+  void failedIs(bool value) { assign<&EndLine::failed>(failed_, value); }
   int32_t exit() const { return exit_; }
-  void exitIs(int32_t value) { assign<&Line::exit>(exit_, value); }
+  void exitIs(int32_t value) { assign<&EndLine::exit>(exit_, value); }
   int32_t signal() const { return signal_; }
-  void signalIs(int32_t value) { assign<&Line::signal>(signal_, value); }
+  void signalIs(int32_t value) { assign<&EndLine::signal>(signal_, value); }
   bool withAll() const { return withAll_; }
-  void withAllIs(bool value) { assign<&Line::withAll>(withAll_, value); }
+  void withAllIs(bool value) { assign<&EndLine::withAll>(withAll_, value); }
 
-  static constexpr std::string_view typeName = "host::EndBook::Line";
-  using Attributes = rt::AttributeTable<rt::Attribute<"vm", &Line::vm, &Line::vmIs>,
-                                        rt::Attribute<"boot", &Line::boot, &Line::bootIs>,
-                                        rt::Attribute<"run", &Line::run, &Line::runIs>,
-                                        rt::Attribute<"at", &Line::at, &Line::atIs>,
-                                        rt::Attribute<"cause", &Line::cause, &Line::causeIs>,
-                                        rt::Attribute<"text", &Line::text, &Line::textIs>,
-                                        rt::Attribute<"brief", &Line::brief, &Line::briefIs>,
-                                        rt::Attribute<"by", &Line::by, &Line::byIs>,
-                                        rt::Attribute<"failed", &Line::failed, &Line::failedIs>,
-                                        rt::Attribute<"exit", &Line::exit, &Line::exitIs>,
-                                        rt::Attribute<"signal", &Line::signal, &Line::signalIs>,
-                                        rt::Attribute<"withAll", &Line::withAll, &Line::withAllIs>>;
+  static constexpr std::string_view typeName = "host::EndLine";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"vm", &EndLine::vm, &EndLine::vmIs>,
+                         rt::Attribute<"boot", &EndLine::boot, &EndLine::bootIs>,
+                         rt::Attribute<"run", &EndLine::run, &EndLine::runIs>,
+                         rt::Attribute<"at", &EndLine::at, &EndLine::atIs>,
+                         rt::Attribute<"cause", &EndLine::cause, &EndLine::causeIs>,
+                         rt::Attribute<"text", &EndLine::text, &EndLine::textIs>,
+                         rt::Attribute<"brief", &EndLine::brief, &EndLine::briefIs>,
+                         rt::Attribute<"by", &EndLine::by, &EndLine::byIs>,
+                         rt::Attribute<"failed", &EndLine::failed, &EndLine::failedIs>,
+                         rt::Attribute<"exit", &EndLine::exit, &EndLine::exitIs>,
+                         rt::Attribute<"signal", &EndLine::signal, &EndLine::signalIs>,
+                         rt::Attribute<"withAll", &EndLine::withAll, &EndLine::withAllIs>>;
 
  private:
   rt::String vm_;
@@ -68,12 +67,14 @@ class Line final : public rt::EntityOf<Line> {
   bool withAll_ = false;
 };
 
+namespace {
+
 // Hands each line to `take`; returns what is wrong with the first that is none.
 template <class Take>
 rt::String linesIn(std::string_view text, Take take) {
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');
-    const auto line = rt::make<Line>();
+    const auto line = rt::make<EndLine>();
     if (end == std::string_view::npos || !statedb::fill(*line, text.substr(0, end)).empty() ||
         line->vm().empty() || line->boot().empty())
       return "line " + rt::toText(number) + " is none of ours";
@@ -83,7 +84,7 @@ rt::String linesIn(std::string_view text, Take take) {
   return {};
 }
 
-End endIn(const Line& line) {
+End endIn(const EndLine& line) {
   return {endCauseFrom(line.cause()),
           line.text(),
           line.brief(),
@@ -98,7 +99,7 @@ End endIn(const Line& line) {
 
 rt::String EndBook::takeEnds(std::string_view text) {
   std::map<rt::String, KeptEnd> ends;
-  rt::String wrong = linesIn(text, [&](const Line& line) {
+  rt::String wrong = linesIn(text, [&](const EndLine& line) {
     ends[line.vm()] = {line.boot(), line.run(), line.withAll(), endIn(line)};
   });
   if (wrong.empty()) ends_ = std::move(ends);
@@ -107,7 +108,7 @@ rt::String EndBook::takeEnds(std::string_view text) {
 
 rt::String EndBook::takeRunning(std::string_view text) {
   std::map<rt::String, KeptRun> running;
-  rt::String wrong = linesIn(text, [&](const Line& line) {
+  rt::String wrong = linesIn(text, [&](const EndLine& line) {
     running[line.vm()] = {line.boot(), line.run(), line.at()};
   });
   if (wrong.empty()) running_ = std::move(running);
@@ -117,7 +118,7 @@ rt::String EndBook::takeRunning(std::string_view text) {
 std::string EndBook::endsText() const {
   std::string text;
   for (const auto& [vm, kept] : ends_) {
-    const auto line = rt::make<Line>();
+    const auto line = rt::make<EndLine>();
     line->vmIs(vm);
     line->bootIs(kept.boot);
     line->runIs(kept.run);
@@ -138,7 +139,7 @@ std::string EndBook::endsText() const {
 std::string EndBook::runningText() const {
   std::string text;
   for (const auto& [vm, kept] : running_) {
-    const auto line = rt::make<Line>();
+    const auto line = rt::make<EndLine>();
     line->vmIs(vm);
     line->bootIs(kept.boot);
     line->runIs(kept.run);

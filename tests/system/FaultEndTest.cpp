@@ -131,6 +131,7 @@ TEST_F(EndingGuest, ThatWasTakenUpKeepsNobodyWaiting) {
   world.end(SIGKILL);
   world.start({"--trace", "1,2,8"});
   ASSERT_TRUE(world.settles({expected}));
+  ASSERT_TRUE(world.rests({expected}));
   endWhileItIsHeard(expected.qemu);
   expectNobodyWaited();
   expectNothingLeft();

@@ -224,6 +224,8 @@ class OperatorsGroup : public testing::Test {
   // What a file's mode should be: a guest's are only read, and its sockets connected to.
   mode_t modeOf(const std::string& path, mode_t kind) const {
     const bool isGuests = path == world.runDir + "/vm" || path.starts_with(world.runDir + "/vm/");
+    const bool isKept = path.starts_with(world.stateDir + "/kept");
+    if (isKept) return S_ISDIR(kind) ? 0750 : 0640;
     if (S_ISDIR(kind)) return isGuests ? 02750 : 02770;
     for (const char* lock : {"/vmagentd.lock", "/web1/lock", "/vm/.users"})
       if (path.ends_with(lock)) return 0600;
