@@ -60,7 +60,7 @@ host::Janitor::Tools HostCardsWorld::janitorsTools() {
 // Those of the fake kernel.
 std::vector<host::Tap> HostCardsWorld::taps() {
   ++looks;
-  if (!kernelAnswers) throw rt::Exception("no descriptor is left");
+  if (!kernelAnswers || looks > looksAnswered) throw rt::Exception("no descriptor is left");
   std::vector<host::Tap> all;
   for (const std::string& name : kernel.macvtaps()) {
     const FakeKernel::Device& device = *kernel.device(name);

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <map>
 #include <mutex>
 #include <set>
@@ -55,9 +56,10 @@ class HostCardsWorld : public AgentWorld {
   bool kernelAnswers = true;
   bool deletes = true;  // the kernel, what the janitor asks it to
   bool nodesAreKnown = true;
-  int looks = 0;  // at the kernel's macvtap devices
-  std::optional<host::Nodes> nodesOfOthers{
-      std::in_place};  // the kernel's devices have their indexes for nodes
+  int looks = 0;                                        // at the kernel's macvtap devices
+  int looksAnswered = std::numeric_limits<int>::max();  // the kernel answers no more of them
+  // The kernel's devices have their indexes for nodes.
+  std::optional<host::Nodes> nodesOfOthers{std::in_place};
 
   host::TraceLog traceLog{0, {}};
   const host::HostStatus::Ptr hostStatus = rt::make<host::HostStatus>();

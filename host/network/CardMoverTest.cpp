@@ -166,6 +166,21 @@ TEST_F(CardMoverTest, LeavesACardWhereItIsWhileTheKernelDoesNotAnswer) {
   EXPECT_EQ(portOf("web1"), thirdPort);
 }
 
+// It looked, and then its janitor was to look once more.
+TEST_F(CardMoverTest, LeavesACardAsItWasWhenTheKernelAnswersNoMore) {
+  runBoth();
+  looksAnswered = 1;
+  configure(web1, "Vlan3");
+  pass(0.5);
+  EXPECT_EQ(looks, 2);
+  EXPECT_EQ(card("web1")->backendDev(), "Ethernet1");
+  EXPECT_TRUE(isAttached("web1"));
+  looksAnswered = std::numeric_limits<int>::max();
+  configure(web1, "Ethernet1");
+  pass(10);
+  EXPECT_THAT(asked("web1"), IsEmpty());
+}
+
 TEST_F(CardMoverTest, LeavesACardThatIsInNoConfigurationAnyMore) {
   runBoth();
   locked([&] {

@@ -66,7 +66,8 @@ class Janitor {
   void guestLeft(const rt::String& vm);
   // Deletes what cards have on an interface that is about to be withdrawn while its device stays.
   void handleWithdrawal(const rt::String& interface);
-  // Deletes the card's device, and every other of its address that no card names.
+  // Deletes the card's device, and every other of its address that no card names. Throws where the
+  // kernel does not answer, and then nothing was done.
   void takeDevice(const Card& card);
 
  private:
