@@ -1,4 +1,6 @@
 // Cards whose interface is configured to be another while their guest runs.
+#include <fcntl.h>
+
 #include "host/fakes/HostCardsWorld.h"
 #include "netlink/InterfaceFlags.h"
 #include "netlink/Macvtap.h"
@@ -76,6 +78,47 @@ TEST_F(CardMoverTest, TakesTheCardsStaticAddressAlong) {
   pass(1);
   const auto left = bridging->fdbConfig(Bridging::VlanId(3));
   EXPECT_TRUE(!left || !left->configuredHost(address));
+}
+
+TEST_F(CardMoverTest, GivesUpACardThatIsHalfWayWhereItsStaticAddressIs) {
+  runBoth();
+  processes.monitor("web1").silenceIs("netdev_add");
+  configure(web1, "Vlan3");
+  pass(1);
+  while (!host::isSettled(*vm("web1"))) pass(0.1);
+  ASSERT_EQ(card("web1")->status(), Vnic::linkGoingUp);
+  ASSERT_TRUE(bridging->fdbConfig(Bridging::VlanId(3)));
+  processes.monitor("web1").valueIs("netdev_add", "{}");
+  configure(web1, "Ethernet1");
+  pass(5);
+  EXPECT_EQ(portOf("web1"), firstPort);
+  EXPECT_FALSE(bridging->fdbConfig(Bridging::VlanId(3)));
+}
+
+TEST_F(CardMoverTest, GivesUpFirstACardThatIsDownAndHasADescriptor) {
+  runBoth();
+  locked([&] { interfaceDel("Ethernet1", firstPort); });
+  pass(2);
+  ASSERT_EQ(card("web1")->status(), Vnic::linkDown);
+  card("web1")->macvtapFdIs(static_cast<uint32_t>(open("/dev/null", O_RDWR | O_CLOEXEC)));
+  configure(web1, "Vlan3");
+  pass(5);
+  EXPECT_EQ(portOf("web1"), thirdPort);
+}
+
+TEST_F(CardMoverTest, AsksNothingOfAGuestThatHasNotGotSoFar) {
+  locked([&] {
+    web1->enabledIs(true);
+    vmStatus("web1")->stateIs("running");  // then the agent attaches no card
+  });
+  converse("web1");
+  pass(1);
+  asked("web1");
+  configure(web1, "Ethernet2");
+  pass(5);
+  EXPECT_EQ(card("web1")->backendDev(), "Ethernet2");
+  EXPECT_EQ(card("web1")->status(), Vnic::linkUninitialized);
+  EXPECT_THAT(asked("web1"), IsEmpty());
 }
 
 TEST_F(CardMoverTest, AsksTheKernelNothingWhenNoCardIsToBeMoved) {
