@@ -174,9 +174,15 @@ EventsBefore joined(EventsBefore before, std::optional<EventsBefore> kept) {
   }
   if (before.rows.empty()) return std::move(*kept);
   uint64_t ids = 0;
-  for (const auto& row : kept->rows) ids = std::max(ids, row->id());
+  std::set<rt::String> onDisk;
+  for (const auto& row : kept->rows) {
+    ids = std::max(ids, row->id());
+    onDisk.insert(statedb::documentOf(*row));
+  }
   const uint64_t seqs = Lines::lastSeq(*kept);
-  for (const auto& row : before.rows) kept->rows.push_back(numberedAnew(*row, ids, seqs));
+  for (const auto& row : before.rows)
+    if (!onDisk.contains(statedb::documentOf(*row)))
+      kept->rows.push_back(numberedAnew(*row, ids, seqs));
   kept->dropped += before.dropped;
   if (before.lostTo != 0) kept->lostTo = before.lostTo + seqs;
   return std::move(*kept);

@@ -72,7 +72,8 @@ class KeptEvents {
 //   any              | none   | before
 //   none             | any    | kept: the machine was booted, and no run goes on
 //   of kept's numbers| any    | before, which is what is on disk, and later
-//   of others        | any    | kept, and before's rows behind it under numbers of kept's
+//   of others        | any    | kept, and before's rows behind it under numbers of kept's, but for
+//                    |        | those that are on disk: a daemon that kept none had taken them up
 EventsBefore joined(EventsBefore before, std::optional<EventsBefore> kept);
 
 }  // namespace host

@@ -163,5 +163,19 @@ TEST_F(KeptEventsTest, OfOtherNumbersStandBehindThoseOnDisk) {
   EXPECT_EQ(all.lostTo, 2U);
 }
 
+TEST_F(KeptEventsTest, OfOtherNumbersAreLostBehindThoseOnDiskToo) {
+  const EventsBefore all =
+      joined({"store-b", {event(8, 8)}, 7, 7}, EventsBefore{"store-a", {event(3, 9)}, 4, 2});
+  EXPECT_EQ(all.lostTo, 16U);
+}
+
+// A daemon that kept none on disk had gone on with the table.
+TEST_F(KeptEventsTest, OfOtherNumbersThatAreOnDiskTooAreThereOnce) {
+  const EventsBefore all =
+      joined({"store-b", {event(3, 9, "old"), event(4, 10, "new")}, 0, 0},
+             EventsBefore{"store-a", {event(2, 8, "older"), event(3, 9, "old")}, 0, 0});
+  EXPECT_THAT(shown(all), ElementsAre("8: older", "9: old", "19: new"));
+}
+
 }  // namespace
 }  // namespace host
