@@ -67,6 +67,13 @@ TEST_F(CloneVerb, SharesACd) {
             (Answer{0, "", "live2: added as a clone of live, disabled\n"}));
 }
 
+TEST_F(CloneVerb, OpensACdAsTheOtherDoes) {
+  putVm("live", false);
+  put("vmImage", "live", R"({"diskImage":"/images/web.iso","format":"qcow2"})");
+  vmctl("clone live live2");
+  EXPECT_EQ(doc("vmImage", "live2"), R"({"diskImage":"/images/web.iso","format":"qcow2"})");
+}
+
 TEST_F(CloneVerb, WritesNothingWhenItOnlyTells) {
   EXPECT_EQ(vmctl("clone web1 web2 --disk /x.img --dry-run"),
             (Answer{0, "", "web2: would be added as a clone of web1, disabled\n"}));
@@ -133,6 +140,9 @@ TEST_F(RenameVerb, TakesNoNameThatIsTaken) {
   EXPECT_EQ(vmctl("rename web1 w,b").exit, 5);
   EXPECT_EQ(vmctl("rename web1 web1").exit, 4);
   EXPECT_EQ(vmctl("rename web9 shop").exit, 3);
+  put("vmProcess", "lost", R"({"process":"running","pid":7,"unknown":"7.8"})");
+  EXPECT_THAT(vmctl("rename web1 lost").err, HasSubstr("its guest runs"));
+  EXPECT_EQ(doc("vmConfig", "lost"), "none");
   EXPECT_THAT(doc("vmConfig", "web1"), Not("none"));
 }
 

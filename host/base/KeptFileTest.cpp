@@ -103,6 +103,16 @@ TEST_F(KeptFileTest, IsWrittenAtOnceWhenTheDaemonEnds) {
   EXPECT_EQ(contentOf(path()), "last\n");
 }
 
+TEST_F(KeptFileTest, IsWrittenAtTheEndBehindWhatIsBeingWritten) {
+  text_ = "one\n";
+  file_->changed();
+  clock_->advance(KeptFile::delay);
+  text_ = "two\n";
+  file_->changed();
+  file_->finish(rt::Seconds(10));
+  EXPECT_EQ(contentOf(path()), "one\ntwo\n");
+}
+
 TEST_F(KeptFileTest, OfADirectoryOfAnotherUserIsLeftAlone) {
   if (geteuid() != 0) return;  // nobody else can give a directory away
   ASSERT_EQ(chown((folder_ / "kept").c_str(), 65534, 65534), 0);

@@ -356,6 +356,19 @@ TEST_F(OrderlyStop, IsARestartsToo) {
   EXPECT_EQ(next(with(running, 1)), Step::none);
 }
 
+// The guest was told to end, so it is not the one that goes on.
+TEST_F(OrderlyStop, IsNoEndOfARestartThatSparesGuestsWhileTheGuestEnds) {
+  next(unwanted(running));
+  VmFacts facts = with(running, 1);
+  facts.sparesGuest = true;
+  EXPECT_EQ(next(facts), Step::none);
+  EXPECT_EQ(pacing.restartsDone(), 0U);
+  EXPECT_EQ(next(ended(facts)), Step::switchOff);
+  facts.switchedOn = false;
+  EXPECT_EQ(next(ended(facts)), Step::switchOn);
+  EXPECT_EQ(pacing.restartsDone(), 1U);
+}
+
 TEST_F(OrderlyStop, IsAskedForOnceEachTime) {
   next(unwanted(running));
   next(ended(unwanted(running)));
