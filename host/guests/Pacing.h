@@ -47,9 +47,8 @@ enum class Step : uint8_t {
 //          |             |         |         | once it is gone, or time is up; asked once more when
 //          |             |         |         | an operator gives it less time
 //   no     | yes         | no      |         | switchOff
-//   yes    | yes         |         |         | likewise, where a restart is asked for that spares
-//   no
-//          |             |         |         | guest which runs, or it was asked to end already
+//   yes    | yes         |         |         | likewise, where a restart is asked for that does not
+//          |             |         |         | spare it, or it was asked to end already
 //   yes    | no          | yes     |         | none, until the process is gone
 //   yes    | no          | no      |         | switchOn; one that was refused is tried again after
 //          |             |         |         | 1 s, 2 s, 4 s, ... 60 s
