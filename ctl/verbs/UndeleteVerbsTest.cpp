@@ -123,6 +123,35 @@ TEST_F(UndeleteVerb, OfTwoWhoRemoveAtOnceKnowsBoth) {
   EXPECT_EQ(removed(), "web1\ndb1\n");
 }
 
+// Its number is another's by then.
+TEST_F(UndeleteVerb, OfOneThatAnotherBringsBackMeanwhileTakesNothingElseAway) {
+  putVm("db1", false);
+  vmctl("rm web1");
+  beforeCommit([&] {
+    vmctl("undelete web1");
+    vmctl("rename web1 shop");
+    vmctl("rm db1");
+  });
+  EXPECT_NE(vmctl("undelete web1").exit, 0);
+  EXPECT_EQ(removed(), "db1\n");
+}
+
+TEST_F(UndeleteVerb, CountsOnBesideRowsOfOthersWhateverTheirNumbers) {
+  for (const char* key : {"999999999999", "1000000000000", "18446744073709551615"})
+    put("removed", key, R"({"vm":7})");
+  putVm("db1", false);
+  EXPECT_EQ(vmctl("rm db1").exit, 0);
+  EXPECT_EQ(vmctl("rm web1").exit, 0);
+  EXPECT_EQ(removed(), "web1\ndb1\n");
+}
+
+TEST_F(UndeleteVerb, KnowsNoneThatIsTooLongToBeKeptAndThatIsRemovedAllTheSame) {
+  put("vmConfig", "web1", R"({"name":")" + std::string(statedb::longestDocument - 20, 'x') + "\"}");
+  EXPECT_EQ(vmctl("rm --force web1").exit, 0);
+  EXPECT_EQ(doc("vmConfig", "web1"), "none");
+  EXPECT_EQ(removed(), "");
+}
+
 TEST_F(UndeleteVerb, IsNoVmToAnybodyElse) {
   vmctl("rm web1");
   EXPECT_EQ(vmctl("list -o name").out, "");
