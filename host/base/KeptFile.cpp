@@ -71,10 +71,18 @@ bool replace(const Place& place, std::string_view text) {
   _exit(isDone ? 0 : errno);
 }
 
-// The process that writes does not come back.
+// The process that writes does not come back. Waits until that has closed what it has from us: who
+// connects to a socket that we have closed would find it open still.
 pid_t begun(const Place& place, const KeptFile::Part& part) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+  const rt::Descriptor isClosed(ends[0]);
+  rt::Descriptor closes(ends[1]);
   const pid_t pid = fork();
   if (pid == 0) writeAndEnd(place, part);
+  closes.reset();
+  char nothing = 0;
+  while (pid > 0 && read(isClosed.number(), &nothing, 1) < 0 && errno == EINTR) continue;
   return pid;
 }
 
