@@ -68,10 +68,17 @@ TEST_F(WaitVerb, KnowsWhatListHasAsActual) {
   EXPECT_EQ(vmctl("wait web1 --for runing").exit, 2);
 }
 
-TEST_F(WaitVerb, TellsNoChangeThatWaitsForARestartAsTrouble) {
-  put("vmProblem", "web1", R"({"problem":"memory: changed","since":1,"source":"restart"})");
+TEST_F(WaitVerb, TellsOfNoTroubleThatKeepsNothingFromHappening) {
+  for (const char* source : {"restart", "format", "line"}) {
+    put("vmProblem", "web1",
+        rt::String(R"({"problem":"it is so","since":1,"source":")") + source + "\"}");
+    EXPECT_THAT(vmctl("wait web1 --for state=Running --timeout 3").err,
+                testing::Not(testing::HasSubstr("vmctl: web1: it is so\n")))
+        << source;
+  }
+  put("vmProblem", "web1", R"({"problem":"it is so","since":1,"source":"card"})");
   EXPECT_THAT(vmctl("wait web1 --for state=Running --timeout 3").err,
-              testing::Not(testing::HasSubstr("vmctl: web1: memory: changed\n")));
+              testing::HasSubstr("vmctl: web1: it is so\n"));
 }
 
 TEST_F(WaitVerb, ReturnsWhenItBecomesSo) {

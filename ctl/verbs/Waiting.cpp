@@ -17,6 +17,13 @@ constexpr rt::Seconds beat(1);
 
 constexpr const char* clearLine = "\r\x1b[K";
 
+// A problem of that source. That a change waits for the next restart does not, nor what a disk
+// begins as, nor a card without a line.
+bool keepsFromHappening(const rt::String& source) {
+  using enum model::ProblemSource;
+  return source != textOf(restart) && source != textOf(format) && source != textOf(line);
+}
+
 }  // namespace
 
 Waiter::Waiter(Context& context, rt::Seconds patience)
@@ -83,11 +90,7 @@ bool Waiter::isLost(const Goal& goal, const VmRow& row) {
 }
 
 void Waiter::tellProblem(const VmRow& row) {
-  // That a change waits for the next restart keeps nothing from happening, nor what a disk begins
-  // as.
-  const bool isTrouble = row.problem &&
-                         row.problem->source() != textOf(model::ProblemSource::restart) &&
-                         row.problem->source() != textOf(model::ProblemSource::format);
+  const bool isTrouble = row.problem && keepsFromHappening(row.problem->source());
   const rt::String problem = isTrouble ? row.problem->problem() : "";
   if (!oldProblem_) oldProblem_ = problem;
   // It may be out of date: the daemon needs a moment to look again.
