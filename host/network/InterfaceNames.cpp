@@ -70,7 +70,10 @@ void InterfaceNames::deviceDel(const rt::String& device) {
 
 void InterfaceNames::carrierIs(const rt::String& device, bool hasCarrier) {
   const bool isNews = hasCarrier ? carriers_.insert(device).second : carriers_.erase(device) > 0;
-  if (!isNews) return;
+  if (isNews) deviceIsTold(device);
+}
+
+void InterfaceNames::deviceIsTold(const rt::String& device) {
   handlePresent(rt::IntfId(device));
   for (const auto& [id, name] : configured_)
     if (name == device) handlePresent(rt::IntfId(id));

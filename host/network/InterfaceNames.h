@@ -47,6 +47,9 @@ class InterfaceNames final : public rt::StateMachineOf<InterfaceNames> {
   void deviceDel(const rt::String& device);
   // Whether a device has a carrier: of each, known or not. At first, none has.
   void carrierIs(const rt::String& device, bool hasCarrier);
+  // All others have heard of the device, or that it is gone. To be called then: one that throws
+  // keeps those behind it from hearing, us too.
+  void deviceIsTold(const rt::String& device);
   // All devices there are were told of: what is so from now on is no earlier daemon's any more.
   void hasBegun() { before_.clear(); }
   // A device that goes on under another name; called before anything is told.

@@ -45,7 +45,10 @@ void LinkRecords::withdraw(uint32_t ifIndex, const KernelLink& link) {
   failures.run([&] { status_->interfaceDel(keyOf(ifIndex)); });
   if (link.macvtap) failures.run([&] { macvtap_.deviceDel(ifIndex); });
   failures.run([&] { names_->carrierIs(link.name, false); });
-  if (link.canBeInterface) failures.run([&] { names_->deviceDel(link.name); });
+  if (link.canBeInterface) {
+    failures.run([&] { names_->deviceDel(link.name); });
+    failures.run([&] { names_->deviceIsTold(link.name); });
+  }
   failures.rethrow();
 }
 
@@ -55,6 +58,7 @@ void LinkRecords::present(uint32_t ifIndex, const KernelLink& link) {
   failures.run([&] { names_->carrierIs(link.name, link.hasCarrier); });
   if (link.canBeInterface) failures.run([&] { names_->deviceIs(link.name); });
   failures.run([&] { status_->interfaceIs(keyOf(ifIndex), link.name); });
+  if (link.canBeInterface) failures.run([&] { names_->deviceIsTold(link.name); });
   failures.rethrow();
 }
 

@@ -30,6 +30,29 @@ class DeviceThrower final : public rt::StateMachineOf<DeviceThrower> {
       status_;
 };
 
+// Hears of interfaces before the host does, as the agent.
+class PresenceThrower final : public rt::StateMachineOf<PresenceThrower> {
+ public:
+  explicit PresenceThrower(Interface::DeviceIntfStatusDir::PtrConst present)
+      : present_(*this, std::move(present)) {}
+
+  bool throws = false;
+
+  static constexpr std::string_view typeName = "PresenceThrower";
+  using Attributes =
+      rt::AttributeTable<rt::Attribute<"initialized", &PresenceThrower::initialized>>;
+
+ private:
+  void handlePresent(const rt::IntfId& /*id*/) {
+    if (throws) throw rt::Exception("a guest's monitor is gone");
+  }
+
+  rt::Reactor<PresenceThrower, const Interface::DeviceIntfStatusDir,
+              rt::On<&Interface::DeviceIntfStatusDir::intfStatusAndDeviceName,
+                     &PresenceThrower::handlePresent>>
+      present_;
+};
+
 namespace {
 
 using testing::Contains;
@@ -58,6 +81,7 @@ class LinkRecordsTest : public testing::Test {
       rt::make<Interface::AllIntfStatusLocalDir>();
   const HostStatus::Ptr status = rt::make<HostStatus>();
   const Interface::DeviceIntfStatusDir::Ptr present = rt::make<Interface::DeviceIntfStatusDir>();
+  const rt::Ptr<PresenceThrower> agent = rt::make<PresenceThrower>(present);
   const InterfaceNames::Ptr names = rt::make<InterfaceNames>(
       localDir, status, present, [](const auto&) {}, [] { return 1; });
   const Interface::NetNsIntfStatusManager::Ptr manager =
@@ -194,6 +218,24 @@ TEST_F(LinkRecordsTest, TellOfAllOthersWhenSomebodyThrows) {
   EXPECT_THROW(records.linksAre({{3, {"eth1", true}}, {4, {"eth2", true}}}), rt::Exception);
   EXPECT_THAT(devices(), ElementsAre("3 eth1", "4 eth2"));
   EXPECT_THAT(interfaces(), ElementsAre("eth1", "eth2"));
+}
+
+TEST_F(LinkRecordsTest, ShowWhatIsSoThoughWhoHeardOfItFirstThrew) {
+  std::vector<std::string> heard;
+  names->listenerIs([&](const rt::String& id) {
+    const auto record = status->interfaceStatus(id);
+    heard.push_back(id.str() + (record && record->present() ? " there" : " gone"));
+  });
+  names->rowIs("Vlan1", R"({"deviceName":"eth0"})");
+  agent->throws = true;
+  EXPECT_THROW(records.linksAre({{2, {"eth0", true}}, {3, {"eth1", true}}}), rt::Exception);
+  EXPECT_TRUE(status->interfaceStatus("eth1")->present());
+  EXPECT_TRUE(status->interfaceStatus("Vlan1")->present());
+  EXPECT_THAT(heard, Contains("eth1 there"));
+  heard.clear();
+  EXPECT_THROW(records.linksAre({}), rt::Exception);
+  EXPECT_FALSE(status->interfaceStatus("Vlan1")->present());
+  EXPECT_THAT(heard, Contains("eth1 gone"));
 }
 
 TEST_F(LinkRecordsTest, AreTheKernelsFromTheBeginning) {
