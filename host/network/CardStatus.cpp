@@ -63,9 +63,6 @@ void CardStatus::handleProcess(const rt::Entity& process, const rt::Change& /*ch
 }
 
 void CardStatus::pass() {
-  const rt::Seconds now = clock_.notifier()->now();
-  for (const auto& [vm, guest] : guests_)
-    if (now >= guest.lookAgainAt) due_.insert(vm);
   if (due_.empty()) return;
   for (const rt::String& vm : std::exchange(due_, {})) look(vm);
   setClock();
@@ -163,14 +160,13 @@ void CardStatus::tellChange(const rt::String& vm, Seen& seen) {
 }
 
 // Of several, one whose interface is gone, and else the first by its key.
-void CardStatus::showTrouble(const rt::String& vm, Guest& guest) {
+void CardStatus::showTrouble(const rt::String& vm, const Guest& guest) {
   const auto rankOf = [](const Seen& seen) {
     return std::pair(seen.link == link::gone ? 0 : 1, seen.key);
   };
   const Seen* worst = nullptr;
   for (const auto& [mac, seen] : guest.cards)
     if (!troubleOf(seen.link).empty() && (!worst || rankOf(seen) < rankOf(*worst))) worst = &seen;
-  guest.lookAgainAt = worst ? clock_.notifier()->now() + troubleDelay : rt::Seconds::infinity();
   if (!worst) return tools_.problems.problemIs(vm, ProblemSource::line, {});
   tools_.trouble(vm, {.card = worst->key,
                       .interface = worst->interface,

@@ -46,10 +46,6 @@ class CardStatus final : public rt::StateMachineOf<CardStatus>, public VmCards {
   // What could not be told to a shim is tried again so long after, and then in twice that time.
   static constexpr rt::Seconds firstDelay{1};
   static constexpr rt::Seconds longestDelay{64};
-  // While a card has no line, the guest is looked at so long after, too, once the loop has
-  // something to do: that it has one again, or that the guest has ended, may not have been heard
-  // of.
-  static constexpr rt::Seconds troubleDelay{1};
 
   CardStatus(Tools tools, std::map<rt::String, Before> before, rt::Clock::Ptr clock);
 
@@ -92,7 +88,6 @@ class CardStatus final : public rt::StateMachineOf<CardStatus>, public VmCards {
     std::map<rt::EthAddr, Seen> cards;
     rt::Seconds tellAt = rt::Seconds::infinity();
     rt::Seconds delay = firstDelay;
-    rt::Seconds lookAgainAt = rt::Seconds::infinity();
     rt::AnyReactor<CardStatus, &CardStatus::handleProcess> process;
   };
 
@@ -105,7 +100,7 @@ class CardStatus final : public rt::StateMachineOf<CardStatus>, public VmCards {
   std::string_view linkOf(const Card& card) const;
   void show(const rt::String& vm, const Card& card, Seen& seen);
   void tellChange(const rt::String& vm, Seen& seen);
-  void showTrouble(const rt::String& vm, Guest& guest);
+  void showTrouble(const rt::String& vm, const Guest& guest);
   void tellShim(const rt::String& vm, Guest& guest, const std::vector<Card>& cards);
   void setClock();
 

@@ -141,18 +141,6 @@ TEST_F(CardStatusTest, MakesALineThatIsMissingAProblemUntilItIsBack) {
   EXPECT_EQ(troubles["web1"], (host::CardTrouble{"nic00", "Ethernet1", true, 210}));
 }
 
-TEST_F(CardStatusTest, SeesALineThatIsBackThoughNobodyHasToldOfIt) {
-  runFirst();
-  line("Ethernet1", false);
-  look();
-  hostStatus->interfaceStatusIs("Ethernet1")->carrierIs(true);
-  look();
-  EXPECT_NE(problem("web1"), "") << "not each time that the loop has something to do";
-  advance(1);
-  look();
-  EXPECT_EQ(problem("web1"), "");
-}
-
 TEST_F(CardStatusTest, MakesNoProblemOfAGuestThatHasEnded) {
   runFirst();
   line("Ethernet1", false);
