@@ -72,7 +72,8 @@ bool replace(const Place& place, std::string_view text) {
 }
 
 // The process that writes does not come back. Waits until that has closed what it has from us: who
-// connects to a socket that we have closed would find it open still.
+// connects to a socket that we have closed would find it open still. Not for long: there may be a
+// file among it whose file system does not answer.
 pid_t begun(const Place& place, const KeptFile::Part& part) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
@@ -81,8 +82,9 @@ pid_t begun(const Place& place, const KeptFile::Part& part) {
   const pid_t pid = fork();
   if (pid == 0) writeAndEnd(place, part);
   closes.reset();
-  char nothing = 0;
-  while (pid > 0 && read(isClosed.number(), &nothing, 1) < 0 && errno == EINTR) continue;
+  constexpr int atMost = 100;  // ms
+  pollfd end{isClosed.number(), POLLIN, 0};
+  if (pid > 0) (void)poll(&end, 1, atMost);
   return pid;
 }
 

@@ -32,7 +32,7 @@ class KeptFile final : public rt::StateMachineOf<KeptFile> {
 
   // There is something to write.
   void changed();
-  // Writes it now, and waits for that as long at most: the daemon ends.
+  // Writes it now, and waits so long at most for each write, an earlier one too: the daemon ends.
   void finish(rt::Seconds atMost);
 
   static constexpr rt::Seconds delay{1};
