@@ -34,16 +34,18 @@ NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before, Tro
           [this](const rt::String& id) { janitor_.handleWithdrawal(id); }, timeOfDay,
           before.interfaces)),
       cardHealer_(rt::make<CardHealer>(
-          CardHealer::Tools{
-              .agent = ground.agent.root,
-              .present = ground.agent.present,
-              .interfaces = interfaces_,
-              .janitor = janitor_,
-              .problems = ground.problems,
-              .traces = ground.traces,
-              .taps = taps,
-              .wanted = [this](const rt::String& vm,
-                               rt::EthAddr address) { return interfaceOf(vm, address); }},
+          CardHealer::Tools{.agent = ground.agent.root,
+                            .present = ground.agent.present,
+                            .interfaces = interfaces_,
+                            .janitor = janitor_,
+                            .problems = ground.problems,
+                            .traces = ground.traces,
+                            .taps = taps,
+                            .wanted =
+                                [this](const rt::String& vm, rt::EthAddr address) {
+                                  const auto card = cardOf(vm, address);
+                                  return card ? card->intfName() : rt::String();
+                                }},
           ground.clock)),
       cardStatus_(rt::make<CardStatus>(
           CardStatus::Tools{
@@ -52,7 +54,11 @@ NetworkSide::NetworkSide(const Ground& ground, const StatusOfBefore& before, Tro
               .problems = ground.problems,
               .shims = ground.shims,
               .cards = *cardHealer_,
-              .keyOf = [this](const auto& vm, rt::EthAddr mac) { return cardOf(vm, mac); },
+              .keyOf =
+                  [this](const rt::String& vm, rt::EthAddr address) {
+                    const auto card = cardOf(vm, address);
+                    return card ? card->key() : rt::String();
+                  },
               .followsLink =
                   [this](const rt::String& vm) {
                     return ground_.own.policy(vm)->link() == model::followed::follow;
@@ -110,13 +116,13 @@ std::set<rt::EthAddr> NetworkSide::ourAddresses() const {
 
 bool NetworkSide::isCards(rt::EthAddr address) const { return vmOf(address) != nullptr; }
 
-// Empty: the VM has no card of that address.
-rt::String NetworkSide::interfaceOf(const rt::String& vm, rt::EthAddr address) const {
+// Null: the VM has no card of that address.
+Vm::VnicConfig::Ptr NetworkSide::cardOf(const rt::String& vm, rt::EthAddr address) const {
   const VmRow* const row = ground_.configuration.rows().row(vm);
-  if (!row || !row->valid) return {};
+  if (!row || !row->valid) return nullptr;
   for (const auto& [key, card] : row->valid->vnicConfigs())
-    if (card->macAddr() == address) return card->intfName();
-  return {};
+    if (card->macAddr() == address) return card;
+  return nullptr;
 }
 
 // The agent has made it for a card, or an earlier one: then no other program has it open.
@@ -145,15 +151,6 @@ const rt::String* NetworkSide::vmOf(rt::EthAddr address) const {
       if (card->macAddr() == address) return &name;
   }
   return nullptr;
-}
-
-// Its key in the VM's row; empty: that has none of that address.
-rt::String NetworkSide::cardOf(const rt::String& vm, rt::EthAddr address) const {
-  const VmRow* const row = ground_.configuration.rows().row(vm);
-  if (!row || !row->valid) return {};
-  for (const auto& [key, card] : row->valid->vnicConfigs())
-    if (card->macAddr() == address) return key;
-  return {};
 }
 
 }  // namespace host

@@ -42,12 +42,11 @@ class NetworkSide {
  private:
   uint32_t deviceOf(const rt::String& interface) const;
   std::set<rt::EthAddr> ourAddresses() const;
-  rt::String interfaceOf(const rt::String& vm, rt::EthAddr address) const;
+  Vm::VnicConfig::Ptr cardOf(const rt::String& vm, rt::EthAddr address) const;
   bool isCards(rt::EthAddr address) const;
   bool isOurs(uint32_t device, const rt::String& name, rt::EthAddr address) const;
   std::optional<Nodes> nodesOfOthers() const;
   const rt::String* vmOf(rt::EthAddr address) const;
-  rt::String cardOf(const rt::String& vm, rt::EthAddr address) const;
 
   const Ground& ground_;
   const FdbStatus::Ptr fdbStatus_;

@@ -48,8 +48,7 @@ void CardMover::move(const rt::String& vm, const Card& card, const rt::String& g
   rt::String failure;
   if (card.status == neverAttached || (card.status == "linkDown" && !card.hasDescriptor)) {
     interfaceIs(card, goal);
-    if (card.status != neverAttached)
-      failure = failureOf([&] { flapFor(moved, *tools_.agent, *tools_.interfaces); });
+    failure = failureOf([&] { flapFor(moved, *tools_.agent, *tools_.interfaces); });
   } else {
     // Its static address is the old interface's until it is given up.
     failure = failureOf([&] {
